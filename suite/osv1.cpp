@@ -1,0 +1,19 @@
+#include "suite/osv1.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <ctime>
+
+const char* OSV1_GetEnv(const char* name, [[maybe_unused]] int reserved) {
+  return std::getenv(name);
+}
+
+void OSV1_Sleep(int seconds) {
+  if (seconds <= 0) return;
+  // To a point in time, so that interruptions do not add up.
+  timespec wakeUp;
+  clock_gettime(CLOCK_MONOTONIC, &wakeUp);
+  wakeUp.tv_sec += seconds;
+  while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &wakeUp, nullptr) == EINTR) {
+  }
+}
