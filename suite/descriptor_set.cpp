@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <climits>
 #include <new>
 
@@ -8,7 +9,6 @@ namespace {
 // fd_set is an array of words of this size. FD_SET and FD_ISSET are no use here: they may refuse
 // descriptors from FD_SETSIZE on.
 constexpr int bitsPerWord = static_cast<int>(sizeof(unsigned long) * CHAR_BIT);
-constexpr int wordsOfPlainSet = FD_SETSIZE / bitsPerWord;
 
 std::size_t wordOf(int descriptor) {
   return static_cast<std::size_t>(descriptor / bitsPerWord);
@@ -17,13 +17,16 @@ unsigned long bitOf(int descriptor) {
   return 1UL << (descriptor % bitsPerWord);
 }
 
+// Words of a set with room for `highest`, never fewer than a plain set has.
+std::size_t wordsFor(int highest) {
+  return wordOf(std::max(highest, FD_SETSIZE - 1)) + 1;
+}
+
 }  // namespace
 
 bool ZOR0_DescriptorSet::reset(int highest) {
-  std::size_t words = wordsOfPlainSet;
-  if (highest >= FD_SETSIZE) words = wordOf(highest) + 1;
   try {
-    _words.assign(words, 0);
+    _words.assign(wordsFor(highest), 0);
   } catch (const std::bad_alloc&) {
     return false;
   }
@@ -38,6 +41,10 @@ void ZOR0_DescriptorSet::add(int descriptor) {
 bool ZOR0_DescriptorSet::contains(int descriptor) const {
   return descriptor >= 0 && wordOf(descriptor) < _words.size() &&
          (_words[wordOf(descriptor)] & bitOf(descriptor)) != 0;
+}
+
+void ZOR0_ClearDescriptors(fd_set* set, int highest) {
+  std::fill_n(reinterpret_cast<unsigned long*>(set), wordsFor(highest), 0UL);
 }
 
 void ZOR0_AddDescriptor(fd_set* set, int descriptor) {

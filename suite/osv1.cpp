@@ -1,6 +1,7 @@
 #include "suite/osv1.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 
@@ -16,4 +17,11 @@ void OSV1_Sleep(int seconds) {
   wakeUp.tv_sec += seconds;
   while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &wakeUp, nullptr) == EINTR) {
   }
+}
+
+void OSV1_EndProcess(int pauseSeconds) {
+  std::fflush(stderr);
+  std::fflush(stdout);
+  OSV1_Sleep(pauseSeconds);
+  std::exit(EXIT_FAILURE);
 }

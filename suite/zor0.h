@@ -143,7 +143,9 @@ class ZOR0_DescriptorSet {
   std::vector<unsigned long> _words;
 };
 
-// The same operations on a bare set; the caller sees to its size. A negative descriptor is ignored.
+// The same operations on a bare set, whose size the caller sees to: at least FD_SETSIZE bits, and
+// room for the highest descriptor. A negative descriptor is ignored.
+void ZOR0_ClearDescriptors(fd_set* set, int highest);
 void ZOR0_AddDescriptor(fd_set* set, int descriptor);
 bool ZOR0_HasDescriptor(const fd_set* set, int descriptor);
 

@@ -28,7 +28,7 @@ enum TRC1_Class : unsigned {
 // Kinds of event.
 enum TRC1_EventKind { TRC1_ENTRY = 0, TRC1_EXIT_VALUE = 1, TRC1_EXIT = 2 };
 
-// The trace record of one source unit (a folder of the library).
+// The trace record of one source unit (a folder of the library). It lives as long as the process.
 struct TRC1_Unit {
   const char* name;                // as rules name it: "zordsock"
   const char* component;           // the component id printed with each record: "ZORD410"
