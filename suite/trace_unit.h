@@ -8,6 +8,7 @@ namespace suite {
 inline constinit TRC1_Unit traceUnit{"suite", "ZORS410"};
 }
 
-constexpr TRC1_Unit& trc1Unit = suite::traceUnit;
+// Static, because each folder has its own under this name.
+static constexpr TRC1_Unit& trc1Unit = suite::traceUnit;
 
 #endif  // SUITE_TRACE_UNIT_H
