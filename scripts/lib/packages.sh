@@ -1,0 +1,37 @@
+# Sourced by the scripts that build: the Debian packages they need, and how to get them.
+
+build_packages=(cmake g++ libcli11-dev libcsv-dev libgmock-dev libgtest-dev ninja-build nlohmann-json3-dev)
+test_packages=(clang-format pkgconf)
+build_32bit_packages=(g++-multilib googletest)
+
+# install_packages NAME...: installs those of the packages that are missing; asks nothing and touches
+# nothing when none is.
+install_packages() {
+  if ! command -v dpkg-query >/dev/null; then
+    echo "${0##*/}: no dpkg-query: this is not Debian; install by hand what corresponds to: $*" >&2
+    return 1
+  fi
+
+  local missing=() name
+  for name in "$@"; do
+    dpkg-query -W -f '${db:Status-Status}\n' "$name" 2>/dev/null | grep -qx installed || missing+=("$name")
+  done
+  ((${#missing[@]})) || return 0
+
+  local as_root=()
+  if ((EUID != 0)); then
+    if ! command -v sudo >/dev/null; then
+      echo "${0##*/}: packages are missing, and there is neither root nor sudo to install them:" \
+        "${missing[*]}" >&2
+      return 1
+    fi
+    as_root=(sudo)
+  fi
+
+  echo "installing ${missing[*]}"
+  local apt_get=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -q -o DPkg::Lock::Timeout=300)
+  if ! "${apt_get[@]}" update || ! "${apt_get[@]}" install -y --no-install-recommends "${missing[@]}"; then
+    echo "${0##*/}: apt-get could not install: ${missing[*]}" >&2
+    return 1
+  fi
+}
