@@ -1,0 +1,9 @@
+# Warnings as errors, for this project's own targets only; nothing of it is exported.
+add_library(zord410_warnings INTERFACE)
+target_compile_options(zord410_warnings INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)
+
+# In a 32-bit build ZORA_Long is `long`, while the trace texts print every 32-bit value with %d.
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+  target_compile_options(zord410_warnings INTERFACE -Wno-format)
+endif()
