@@ -1,0 +1,70 @@
+/* zora.h: shared utilities of the suite, exported by libzord410.so.
+ *
+ * Conventions, for C and C++ callers alike:
+ *  - Text is zero-terminated bytes; nothing is converted.
+ *  - 32-bit values are ZORA_Long, 16-bit values are short.
+ *  - No function throws; failures are results. What went wrong is told in the trace (class 0x80).
+ *  - Results that point into a static buffer belong to the library; the next call overwrites them.
+ */
+#ifndef ZORA_ZORA_H
+#define ZORA_ZORA_H
+
+#include <limits.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* A signed 32-bit value on every platform: `long` where long has 32 bits, else `int`. */
+#if LONG_MAX == 2147483647L
+typedef long ZORA_Long;
+#else
+typedef int ZORA_Long;
+#endif
+
+/* IPC types: what ZORA_GetIPCtype answers. */
+enum { IPC_TYPE_SOCKET = 1, IPC_TYPE_LPC = 2 };
+
+enum { ZORA_DP_TYPE_COUNT = 12 };
+
+/* The four-letter names of the data-provider types, index 0 to 11. */
+extern const char* const ZORA_DPTypeNames[ZORA_DP_TYPE_COUNT];
+
+/* The debug level that ZORA_VERBOSE asks for: 1 when its first character is 'Y', 2 when it is 'D',
+ * else 0. The variable is read once per process. Any thread may call. */
+int VX_Debug(void);
+
+/* Locks the pthread_mutex_t at `lock`. `caller` is only printed in error lines. Returns 0 when the
+ * lock is held, -1 for a null lock, else the value of errno after the failed call (which can be 0).
+ * Any thread may call. */
+int ZORA_GetLock(void* lock, void* caller);
+
+/* Unlocks the pthread_mutex_t at `lock`. Returns 0, -1 for a null lock, else the value of errno
+ * after the failed call. Any thread may call. */
+int ZORA_ReleaseLock(void* lock, void* caller);
+
+/* The process-wide pthread_mutex_t that guards the first reading of the transport's settings. It is
+ * always initialised and never destroyed. */
+void* ZORA_GetEnvVarsInitLock(void);
+
+/* The IPC type of the process: the decimal value of ZORA_DCH_IPCTYPE, 1 (IPC_TYPE_SOCKET) when it
+ * is not set. A non-zero value is kept for the life of the process. Any thread may call. */
+int ZORA_GetIPCtype(void);
+
+/* Starts `program` (at most 253 characters) as a child process with no arguments: from the current
+ * directory, else along PATH. Returns the child's process id, or -1 when there is no child.
+ * It returns 0 in the child when neither could be run: the caller must end that process. */
+int ZORA_StartDPprocess(const char* program);
+
+/* Keeps `name` as the instance name of the process: leading blanks are skipped and at most 20
+ * characters are kept. Null empties it. To be called before other threads read the name. */
+void ZORA_SetInstanceName(const char* name);
+
+/* The instance name, which may be empty. The library's own buffer: do not free or write it. */
+char* ZORA_GetInstanceName(void);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* ZORA_ZORA_H */
