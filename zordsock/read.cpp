@@ -1,0 +1,197 @@
+#include <sys/socket.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <optional>
+
+#include "suite/zor0.h"
+#include "zordsock/trace_unit.h"
+#include "zordsock/zordsock.h"
+
+namespace {
+
+constexpr ZORA_Long furtherDatagramSeconds = 10;
+
+// One message on its way in, datagram by datagram. What is not handed over is freed with it.
+class IncomingMessage {
+ public:
+  IncomingMessage(ipcSock& endpoint, const TRC1_Scope& scope, ZORA_Long initialWait)
+      : trc1Scope(scope), _endpoint(endpoint), _waitSeconds(initialWait) {
+    if (initialWait > 0) _timeout = timeval{initialWait, 0};
+  }
+
+  ZORA_Long read(void** readBuffer);
+
+ private:
+  enum class Wait { ready, retry, timedOut };
+
+  struct Chunk {
+    std::unique_ptr<char[]> bytes;
+    ZORA_Long length = 0;
+  };
+
+  Wait waitForDatagram();
+  bool receiveDatagram();
+  void handOver(void** readBuffer);
+  void joinChunks(void** readBuffer);
+
+  const TRC1_Scope& trc1Scope;
+  ipcSock& _endpoint;
+  std::array<Chunk, MAX_READ_CHUNKS> _chunks;
+  ZORA_Long _chunkCount = 0;
+  std::uint32_t _totalLength = 0;  // as the first datagram announces it
+  std::uint32_t _totalRead = 0;
+  ZORA_Long _result = 0;
+  ZORA_Long _waitSeconds;
+  ZORA_Long _triesUsed = 0;         // beyond the first, of the current wait
+  std::optional<timeval> _timeout;  // none waits without limit; select() counts it down
+};
+
+std::unique_ptr<char[]> allocateBytes(std::size_t size) {
+  return std::unique_ptr<char[]>(new (std::nothrow) char[size]);
+}
+
+ZORA_Long IncomingMessage::read(void** readBuffer) {
+  bool more = true;
+  while (more) {
+    if (_chunkCount == MAX_READ_CHUNKS) {
+      TRC1_ERROR("Error: [@%p] Max %d number of 16K buffers already read.\n",
+                 TRC1_Pointer(&_endpoint), MAX_READ_CHUNKS);
+      _result = -1;
+      break;
+    }
+    const Wait wait = waitForDatagram();
+    if (wait == Wait::timedOut) return _result;
+    if (wait == Wait::ready) more = receiveDatagram();
+  }
+  handOver(readBuffer);
+  TRC1_DETAIL("*readBuffer set to <@%p>", *readBuffer);
+  return _result;
+}
+
+IncomingMessage::Wait IncomingMessage::waitForDatagram() {
+  if (_chunkCount > 0) {
+    _waitSeconds = furtherDatagramSeconds;
+    _timeout = timeval{furtherDatagramSeconds, 0};
+  }
+  const ZORA_Long descriptor = _endpoint._sockUDP;
+  TRC1_DETAIL("[@%p]Waiting on SELECT: UDP[%d] Port[%d] MaxFD[%d] WaitTime[%d]\n",
+              TRC1_Pointer(&_endpoint), descriptor, _endpoint.sockPortUDP(), descriptor + 1,
+              _waitSeconds);
+  ZOR0_DescriptorSet readSet;
+  int count = -1;
+  if (readSet.reset(descriptor)) {
+    readSet.add(descriptor);
+    count =
+        select(descriptor + 1, readSet.get(), nullptr, nullptr, _timeout ? &*_timeout : nullptr);
+  }
+  const int systemError = errno;
+  TRC1_DETAIL("[@%p] Select returned - count=%d errno=%d\n", TRC1_Pointer(&_endpoint), count,
+              systemError);
+  if (count == -1) {
+    // The receive that follows blocks until a datagram comes.
+    TRC1_ERROR("Error: [@%p] select - wait=%d count=%d errno=%d\n", TRC1_Pointer(&_endpoint),
+               _waitSeconds, count, systemError);
+    _result = -1;
+  }
+  if (count != 0) return Wait::ready;
+  if (_triesUsed >= _endpoint.ipcGetRetryRead()) {
+    TRC1_DETAIL("select timed out - wait=%d count=%d errno=%d...not retrying\n", _waitSeconds,
+                count, systemError);
+    return Wait::timedOut;
+  }
+  // A first wait is looked at again with what is left of its time, which is nothing.
+  _triesUsed += 1;
+  TRC1_DETAIL("[@%p] select timed out - wait=%d count=%d errno=%d...trying again\n",
+              TRC1_Pointer(&_endpoint), _waitSeconds, count, systemError);
+  return Wait::retry;
+}
+
+// Returns whether the message goes on.
+bool IncomingMessage::receiveDatagram() {
+  Chunk& chunk = _chunks[static_cast<std::size_t>(_chunkCount)];
+  chunk.bytes = allocateBytes(UDP_CHUNK_SIZE);
+  if (chunk.bytes == nullptr) {
+    TRC1_ERROR("Error: allocating %d bytes for ipcBuffer\n", UDP_CHUNK_SIZE);
+    _result = -1;
+    return true;
+  }
+  char* const bytes = chunk.bytes.get();
+  TRC1_STORAGE(
+      "Allocated ipcBuffer @%p length %d in ipcSock @%p, storing in ipcBufArray at index: %d\n",
+      TRC1_Pointer(bytes), UDP_CHUNK_SIZE, TRC1_Pointer(&_endpoint), _chunkCount);
+  std::memset(bytes, 0, UDP_CHUNK_SIZE);
+  sockaddr_in sender;
+  socklen_t senderLength = sizeof sender;
+  _result = static_cast<ZORA_Long>(recvfrom(_endpoint._sockUDP, bytes, UDP_CHUNK_SIZE, 0,
+                                            reinterpret_cast<sockaddr*>(&sender), &senderLength));
+  const int systemError = errno;
+  if (_result < 1) {
+    TRC1_STORAGE("Deleting ipcBuffer @%p, bytesRead: %d\n", TRC1_Pointer(bytes), _result);
+    chunk.bytes.reset();
+    TRC1_DETAIL("Nulling out ipcBuffer at ipcBufArray index %d\n", _chunkCount);
+    return false;
+  }
+  chunk.length = _result;
+  if (_chunkCount == 0) _totalLength = ZOR0_MessageLength(bytes);
+  _chunkCount += 1;
+  _totalRead += static_cast<std::uint32_t>(_result);
+  _triesUsed = 0;
+  TRC1_DETAIL("[@%p] ipcBufCount=%d totalLen=%d, bytesRead=%d, totalRead=%d, errno=%d\n",
+              TRC1_Pointer(&_endpoint), _chunkCount, static_cast<int>(_totalLength), _result,
+              static_cast<int>(_totalRead), systemError);
+  return _totalLength > _totalRead;
+}
+
+void IncomingMessage::handOver(void** readBuffer) {
+  if (_chunkCount == 0 || _totalLength != _totalRead) {
+    TRC1_ERROR("Error: [@%p] totalLen=%d, bytesRead=%d errno=%d\n", TRC1_Pointer(&_endpoint),
+               static_cast<int>(_totalLength), _result, errno);
+    _result = -1;
+    return;
+  }
+  TRC1_DETAIL("recvfrom operation had no more data, totalRead: %d, ipcBufCount: %d\n",
+              static_cast<int>(_totalRead), _chunkCount);
+  if (_chunkCount == 1)
+    *readBuffer = _chunks[0].bytes.release();
+  else
+    joinChunks(readBuffer);
+}
+
+void IncomingMessage::joinChunks(void** readBuffer) {
+  std::unique_ptr<char[]> whole = allocateBytes(_totalRead);
+  if (whole == nullptr) {
+    TRC1_ERROR("Error: allocating %d bytes for completeBuffer\n", static_cast<int>(_totalRead));
+    _result = -1;
+    return;
+  }
+  TRC1_STORAGE("Allocated %d bytes for completeBuffer @%p\n", static_cast<int>(_totalRead),
+               TRC1_Pointer(whole.get()));
+  ZORA_Long offset = 0;
+  for (ZORA_Long i = 0; i < _chunkCount; ++i) {
+    const Chunk& chunk = _chunks[static_cast<std::size_t>(i)];
+    TRC1_DETAIL("[%d] completeBuffer[@%p], offset[%d], buffer[%p], dataLen[%d]\n", i,
+                TRC1_Pointer(whole.get()), offset, TRC1_Pointer(chunk.bytes.get()), chunk.length);
+    std::memcpy(whole.get() + offset, chunk.bytes.get(), static_cast<std::size_t>(chunk.length));
+    offset += chunk.length;
+  }
+  *readBuffer = whole.release();
+  for (ZORA_Long i = 0; i < _chunkCount; ++i) {
+    Chunk& chunk = _chunks[static_cast<std::size_t>(i)];
+    TRC1_STORAGE("Deleting ipcBufArray[%i]: @%p\n", i, TRC1_Pointer(chunk.bytes.get()));
+    chunk.bytes.reset();
+  }
+}
+
+}  // namespace
+
+ZORA_Long ipcSock::ipcRead(void** readBuffer, ZORA_Long initialWait) {
+  TRC1_FUNCTION("ipcSock::ipcRead");
+  TRC1_DETAIL("[@%p] Passed parms: buffer @%p, initial wait=%d\n", TRC1_Pointer(this),
+              TRC1_Pointer(readBuffer), initialWait);
+  TRC1_RETURN(IncomingMessage(*this, trc1Scope, initialWait).read(readBuffer));
+}
