@@ -1,0 +1,48 @@
+// frame.h: what the exported functions have in common: a client of their own for one request, and
+// no exception that goes past them.
+#ifndef ZORDCHCL_FRAME_H
+#define ZORDCHCL_FRAME_H
+
+#include <memory>
+#include <new>
+
+#include "zordchcl/DCHclient.h"
+
+namespace zordchcl {
+
+// Runs `request`, a call that takes no argument and returns a number; an exception becomes 1.
+template <class Request>
+int guarded(Request request) noexcept {
+  try {
+    return static_cast<int>(request());
+  } catch (...) {
+    return 1;
+  }
+}
+
+// Runs `request` on a client made for it. Without memory for the client the result is 1.
+template <class Request>
+int withClient(Request request) noexcept {
+  return guarded([&]() -> ZORA_Long {
+    const std::unique_ptr<DCHclient> client(new (std::nothrow) DCHclient(0, 1));
+    return client != nullptr ? request(*client) : 1;
+  });
+}
+
+// The same for the functions whose work buffer crosses the call: their client is freed only while
+// its address is still good, so that a caller's overrun does not turn into a second fault here.
+template <class Request>
+int withCheckedClient(const TRC1_Scope& trc1Scope, Request request) noexcept {
+  return guarded([&]() -> ZORA_Long {
+    std::unique_ptr<DCHclient> client(new (std::nothrow) DCHclient(0, 1));
+    if (client == nullptr) return 1;
+    const ZORA_Long result = request(*client);
+    if (ZOR0_IsValidPointer(client.get()) == 0)
+      TRC1_ERROR("Error: client object @%p is no longer valid", TRC1_Pointer(client.release()));
+    return result;
+  });
+}
+
+}  // namespace zordchcl
+
+#endif  // ZORDCHCL_FRAME_H
