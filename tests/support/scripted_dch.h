@@ -1,0 +1,62 @@
+// scripted_dch.h: a DCH on a loopback port that keeps the requests it gets and answers as told.
+#ifndef TESTS_SUPPORT_SCRIPTED_DCH_H
+#define TESTS_SUPPORT_SCRIPTED_DCH_H
+
+#include <netinet/in.h>
+
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "zordchcl/messages.h"
+
+// A message as it travels, with its length word.
+std::string messageOf(const std::function<void(DCH_MessageBuilder&)>& addFields);
+
+// The usual answers: a status, or a status and a handle.
+std::string statusAnswer(ZORA_Long status);
+std::string onlineAnswer(ZORA_Long status, ZORA_Long handle);
+
+class ScriptedDch {
+ public:
+  // The datagrams to send back for a request; none leaves it without an answer.
+  using Script = std::function<std::vector<std::string>(const std::string& request)>;
+
+  // Serves on a port that the system gives, from a thread of its own, and points ZORA_DCH_ADDR and
+  // ZORA_DCH_PORT of this process there.
+  explicit ScriptedDch(Script script);
+  ~ScriptedDch();
+  ScriptedDch(const ScriptedDch&) = delete;
+  ScriptedDch& operator=(const ScriptedDch&) = delete;
+
+  int port() const { return _port; }
+
+  // All requests so far.
+  std::vector<std::string> requests() const;
+  // Waits up to five seconds until `count` requests have come, and returns all so far.
+  std::vector<std::string> waitForRequests(std::size_t count) const;
+
+  // Sends a datagram to whoever sent the last request.
+  void push(const std::string& datagram) const;
+
+ private:
+  void serve();
+
+  Script _script;
+  int _socket;
+  int _port;
+  mutable std::mutex _mutex;
+  mutable std::condition_variable _requestCame;
+  std::vector<std::string> _requests;
+  sockaddr_in _lastSender{};
+  std::thread _thread;
+};
+
+// A script that gives every request the same single answer, and one that never answers.
+ScriptedDch::Script always(std::string answer);
+ScriptedDch::Script never();
+
+#endif  // TESTS_SUPPORT_SCRIPTED_DCH_H
