@@ -1,0 +1,512 @@
+#include "zora/trc1.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <fstream>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+// The functions that the tests trace from.
+constinit TRC1_Unit sock{"zordsock", "ZORD410"};
+constinit TRC1_Unit channel{"zordchcl", "ZORDC410"};
+constinit TRC1_Block ipcRead{"ipcSock::ipcRead", 16, 1, &sock, {}, {}};
+constinit TRC1_Block ipcWrite{"ipcSock::ipcWrite", 17, 1, &sock, {}, {}};
+constinit TRC1_Block dpOnline{"dp_online", 9, 1, &channel, {}, {}};
+
+constexpr TRC1_Unit& trc1Unit = sock;
+
+bool hasFlags(TRC1_Block* block, unsigned wanted) {
+  const TRC1_Scope scope(block);
+  for (unsigned bit = 1; bit <= 0x80; bit <<= 1)
+    if (scope.on(bit) != ((wanted & bit) != 0)) return false;
+  return true;
+}
+
+// Takes records instead of the file or standard error.
+class Sink {
+ public:
+  Sink() { TRC1_SetSink(take, this); }
+  ~Sink() { TRC1_SetSink(nullptr, nullptr); }
+
+  std::vector<std::string> texts;
+  std::vector<std::string> sources;
+
+ private:
+  static void take(void* context, const TRC1_Record& record) {
+    auto* sink = static_cast<Sink*>(context);
+    sink->texts.emplace_back(record.text, record.textLength);
+    sink->sources.push_back(std::string(record.component) + " " + record.unit + "/" +
+                            record.function + ":" + std::to_string(record.line));
+  }
+};
+
+// A trace file of the test's own, named in ZORA_TRACE_FILE.
+class TraceFile {
+ public:
+  TraceFile() : _path(testing::TempDir() + "trc1_test." + std::to_string(getpid())) {
+    setenv("ZORA_TRACE_FILE", _path.c_str(), 1);
+  }
+  ~TraceFile() { unlink(_path.c_str()); }
+
+  std::string content() const {
+    std::ostringstream text;
+    text << std::ifstream(_path).rdbuf();
+    return text.str();
+  }
+
+ private:
+  const std::string _path;
+};
+
+// ---- Rules -----------------------------------------------------------------------------------
+
+TEST(TraceRules, WithoutAnyOnlyErrorsAreTraced) {
+  unsetenv("ZORA_TRACE");
+  EXPECT_TRUE(hasFlags(&ipcRead, 0x80));
+}
+
+TEST(TraceRules, AreReadFromTheEnvironmentAtFirstUse) {
+  setenv("ZORA_TRACE", "0x10", 1);
+  EXPECT_TRUE(hasFlags(&ipcRead, 0x10));
+  setenv("ZORA_TRACE", "0x40", 1);
+  EXPECT_TRUE(hasFlags(&dpOnline, 0x10));
+}
+
+TEST(TraceRules, SetBeforeTheFirstUseWinOverTheEnvironment) {
+  setenv("ZORA_TRACE", "0x10", 1);
+  TRC1_Configure("0x40");
+  EXPECT_TRUE(hasFlags(&ipcRead, 0x40));
+}
+
+TEST(TraceRules, ABareMaskIsForAllFunctions) {
+  TRC1_Configure("64");
+  EXPECT_TRUE(hasFlags(&ipcRead, 0x40));
+  EXPECT_TRUE(hasFlags(&dpOnline, 0x40));
+}
+
+TEST(TraceRules, MasksAreDecimalOrHexadecimal) {
+  TRC1_Configure("*=16,zordchcl/*=0x1F");
+  EXPECT_TRUE(hasFlags(&ipcRead, 0x10));
+  EXPECT_TRUE(hasFlags(&dpOnline, 0x1F));
+  TRC1_Configure("*=010");
+  EXPECT_TRUE(hasFlags(&ipcRead, 10));
+}
+
+TEST(TraceRules, PatternsAreGlobsOverUnitAndFunction) {
+  TRC1_Configure("zordsock/*=0x10");
+  EXPECT_TRUE(hasFlags(&ipcRead, 0x10));
+  EXPECT_TRUE(hasFlags(&dpOnline, 0x80));
+  TRC1_Configure("*/ipcSock::ipc[R]ead=0x04");
+  EXPECT_TRUE(hasFlags(&ipcRead, 0x04));
+  EXPECT_TRUE(hasFlags(&ipcWrite, 0x80));
+  TRC1_Configure("zordchcl/dp_onlin?=0x02");
+  EXPECT_TRUE(hasFlags(&dpOnline, 0x02));
+}
+
+TEST(TraceRules, AStarMatchesTheSlashToo) {
+  TRC1_Configure("zord*ipcRead=0x10");
+  EXPECT_TRUE(hasFlags(&ipcRead, 0x10));
+}
+
+TEST(TraceRules, APatternMustMatchTheWholeName) {
+  TRC1_Configure("zordsock=0x10,ipcSock::ipcRead=0x10,zordsock/ipcSock::ipc=0x10");
+  EXPECT_TRUE(hasFlags(&ipcRead, 0x80));
+}
+
+TEST(TraceRules, TheLastMatchWins) {
+  TRC1_Configure("zordsock/*=0x10,*/ipcSock::ipcRead=0x40");
+  EXPECT_TRUE(hasFlags(&ipcRead, 0x40));
+  EXPECT_TRUE(hasFlags(&ipcWrite, 0x10));
+  TRC1_Configure("*/ipcSock::ipcRead=0x40,zordsock/*=0x10,zordchcl/*=0");
+  EXPECT_TRUE(hasFlags(&ipcRead, 0x10));
+  EXPECT_TRUE(hasFlags(&dpOnline, 0));
+}
+
+TEST(TraceRules, BlanksAroundTheirPartsDoNotCount) {
+  TRC1_Configure(" zordsock/* = 0x10 , , zordchcl/* = 2 ,");
+  EXPECT_TRUE(hasFlags(&ipcRead, 0x10));
+  EXPECT_TRUE(hasFlags(&dpOnline, 2));
+}
+
+TEST(TraceRules, NullMeansNone) {
+  TRC1_Configure("0x10");
+  TRC1_Configure(nullptr);
+  EXPECT_TRUE(hasFlags(&ipcRead, 0x80));
+}
+
+TEST(TraceRules, ABadRuleIsNamedOnceAndSkipped) {
+  testing::internal::CaptureStderr();
+  TRC1_Configure("zordsock/*=0x10,bad/rule=abc,zordchcl/*=0x40");
+  EXPECT_TRUE(hasFlags(&ipcRead, 0x10));
+  EXPECT_TRUE(hasFlags(&ipcWrite, 0x10));
+  EXPECT_TRUE(hasFlags(&dpOnline, 0x40));
+  const std::string said = testing::internal::GetCapturedStderr();
+  EXPECT_THAT(said, HasSubstr("<bad/rule=abc>"));
+  EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1) << said;
+}
+
+TEST(TraceRules, EveryKindOfBadMaskIsNamed) {
+  for (const char* rule :
+       {"zordsock/*", "a=", "a=-1", "a=0x", "a=12x", "a=0x1FFFFFFFF", "a=0x 10"}) {
+    testing::internal::CaptureStderr();
+    TRC1_Configure(rule);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("<" + std::string(rule) + ">"));
+    EXPECT_TRUE(hasFlags(&ipcRead, 0x80)) << rule;
+  }
+}
+
+TEST(TraceRules, ChangeWhileTheProcessRuns) {
+  TRC1_Configure("0x10");
+  EXPECT_TRUE(hasFlags(&ipcRead, 0x10));
+  TRC1_Configure("0x40");
+  EXPECT_TRUE(hasFlags(&ipcRead, 0x40));
+  // A unit that is first seen after a change.
+  EXPECT_TRUE(hasFlags(&dpOnline, 0x40));
+  TRC1_Configure("0x04");
+  EXPECT_TRUE(hasFlags(&ipcRead, 0x04));
+  EXPECT_TRUE(hasFlags(&dpOnline, 0x04));
+}
+
+// ---- Trace points ----------------------------------------------------------------------------
+
+int evaluations = 0;
+int evaluated() {
+  return ++evaluations;
+}
+
+int traced(int value) {
+  TRC1_FUNCTION("traced");
+  TRC1_ERROR("Error: %d\n", value);
+  TRC1_DETAIL("detail %d\n", evaluated());
+  TRC1_STORAGE("storage\n");
+  TRC1_FLOW("no line end");
+  TRC1_RETURN(value);
+}
+
+TEST(TracePoint, WritesUnderItsClassAlone) {
+  const Sink sink;
+  TRC1_Configure("0x80");
+  traced(1);
+  TRC1_Configure("0x02");
+  traced(2);
+  TRC1_Configure("0x01");
+  traced(3);
+  EXPECT_THAT(sink.texts, ElementsAre("Error: 1\n", "storage\n", "no line end"));
+}
+
+TEST(TracePoint, DoesNotEvaluateItsArgumentsWhenOff) {
+  const Sink sink;
+  TRC1_Configure("0xEF");
+  traced(1);
+  EXPECT_EQ(evaluations, 0);
+  TRC1_Configure("0x10");
+  traced(1);
+  EXPECT_EQ(evaluations, 1);
+}
+
+TEST(TracePoint, TakesItsFlagsOnceForTheWholeCall) {
+  const Sink sink;
+  TRC1_Configure("0x10");
+  [] {
+    TRC1_QUIET_FUNCTION("changing");
+    TRC1_Configure("0");
+    TRC1_DETAIL("still on\n");
+  }();
+  EXPECT_THAT(sink.texts, ElementsAre("still on\n"));
+}
+
+TEST(TracePoint, NamesItsFunctionAndLine) {
+  const Sink sink;
+  TRC1_Configure("0x10");
+  [] {
+    TRC1_QUIET_FUNCTION("someFunction");
+    TRC1_DETAIL("x");
+  }();
+  const std::string line = std::to_string(__LINE__ - 2);
+  EXPECT_THAT(sink.sources, ElementsAre("ZORD410 zordsock/someFunction:" + line));
+}
+
+TEST(TraceEvent, ShowsEntriesAndExits) {
+  const Sink sink;
+  TRC1_Configure("0x40");
+  traced(-7);
+  [] {
+    TRC1_FUNCTION("withoutValue");
+    TRC1_LEAVE();
+  }();
+  [] {
+    TRC1_FUNCTION("withText");
+    TRC1_RETURN("some text");
+  }();
+  EXPECT_THAT(sink.texts, ElementsAre("<<Entry>>\n", "<<Exit: -7>>\n", "<<Entry>>\n", "<<Exit>>\n",
+                                      "<<Entry>>\n", "<<Exit: some text>>\n"));
+}
+
+TEST(TraceEvent, ShowsNullTextsAndPointers) {
+  const Sink sink;
+  TRC1_Event(&ipcRead, 1, TRC1_EXIT_VALUE, static_cast<const char*>(nullptr));
+  TRC1_Event(&ipcRead, 1, TRC1_EXIT_VALUE, reinterpret_cast<const void*>(0x1234));
+  EXPECT_THAT(sink.texts, ElementsAre("<<Exit: (null)>>\n", "<<Exit: 0x1234>>\n"));
+}
+
+TEST(TraceAddress, ShowsTheBytesInHexadecimal) {
+  const Sink sink;
+  const unsigned char bytes[] = {0x02, 0x00, 0x07, 0x7F, 0xAB};
+  TRC1_PrintAddress(&ipcRead, 1, "label", bytes, 5);
+  TRC1_PrintAddress(&ipcRead, 1, "label", bytes, 0);
+  TRC1_PrintAddress(&ipcRead, 1, "label", nullptr, 16);
+  EXPECT_THAT(sink.texts, ElementsAre("label: clientAddr <5<0200077fab>>\n",
+                                      "label: clientAddr <0<>>\n", "label: clientAddr <16<>>\n"));
+}
+
+TEST(TraceAddress, ReadsNoFurtherThanAnAddressReaches) {
+  const Sink sink;
+  const std::string bytes(sizeof(sockaddr_storage), '\x11');
+  TRC1_PrintAddress(&ipcRead, 1, "label", bytes.data(), 1000000);
+  EXPECT_EQ(sink.texts.at(0),
+            "label: clientAddr <1000000<" + std::string(2 * bytes.size(), '1') + ">>\n");
+}
+
+// ---- Records ---------------------------------------------------------------------------------
+
+TEST(TraceRecord, HasTimeProcessThreadComponentFunctionAndText) {
+  const TraceFile file;
+  TRC1_Printf(&dpOnline, 42, "status <%d>\n", 5);
+  const std::regex layout(
+      R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{6}Z (\d+)\.(\d+) ZORDC410 dp_online:42 status <5>\n)");
+  const std::string content = file.content();
+  std::smatch match;
+  ASSERT_TRUE(std::regex_match(content, match, layout)) << content;
+  EXPECT_EQ(match[1], std::to_string(getpid()));
+  EXPECT_EQ(match[2], std::to_string(gettid()));
+}
+
+TEST(TraceRecord, StatesTheTimeInUtc) {
+  setenv("TZ", "Pacific/Auckland", 1);
+  tzset();
+  const TraceFile file;
+  const std::time_t before = std::time(nullptr);
+  TRC1_Printf(&dpOnline, 1, "x");
+  const std::time_t after = std::time(nullptr);
+  std::tm calendar{};
+  ASSERT_NE(strptime(file.content().c_str(), "%Y-%m-%dT%H:%M:%S", &calendar), nullptr);
+  const std::time_t stated = timegm(&calendar);
+  EXPECT_GE(stated, before);
+  EXPECT_LE(stated, after);
+}
+
+TEST(TraceRecord, TakesItsTextVerbatim) {
+  const TraceFile file;
+  TRC1_Printf(&dpOnline, 1, "Error: FINISH ME UP!");
+  TRC1_Printf(&dpOnline, 1, "two\n\n");
+  const std::regex layout(R"(\S+ \S+ ZORDC410 dp_online:1 Error: FINISH ME UP!\S+ \S+ ZORDC410 )"
+                          "dp_online:1 two\n\n");
+  EXPECT_TRUE(std::regex_match(file.content(), layout)) << file.content();
+}
+
+TEST(TraceRecord, AppendsToWhatTheFileHolds) {
+  const TraceFile file;
+  std::ofstream(getenv("ZORA_TRACE_FILE")) << "before\n";
+  TRC1_Printf(&dpOnline, 1, "after\n");
+  EXPECT_THAT(file.content(), testing::StartsWith("before\n"));
+  EXPECT_THAT(file.content(), testing::EndsWith("after\n"));
+}
+
+TEST(TraceRecord, GoesToStandardErrorWithoutAFile) {
+  unsetenv("ZORA_TRACE_FILE");
+  testing::internal::CaptureStderr();
+  TRC1_Printf(&dpOnline, 1, "here\n");
+  EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr(" dp_online:1 here\n"));
+}
+
+TEST(TraceRecord, GoesToStandardErrorWhenTheFileCannotBeWritten) {
+  setenv("ZORA_TRACE_FILE", "/no such folder/trace", 1);
+  testing::internal::CaptureStderr();
+  TRC1_Printf(&dpOnline, 1, "first\n");
+  TRC1_Printf(&dpOnline, 1, "second\n");
+  const std::string said = testing::internal::GetCapturedStderr();
+  EXPECT_THAT(said,
+              testing::StartsWith("ZORA_TRACE_FILE: cannot append to </no such folder/trace>"));
+  EXPECT_THAT(said, HasSubstr(" dp_online:1 first\n"));
+  EXPECT_THAT(said, HasSubstr(" dp_online:1 second\n"));
+}
+
+// Replaces standard error by a socket that keeps the bounds of what was written at once.
+class WriteBounds {
+ public:
+  WriteBounds() {
+    int pair[2];
+    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, pair) != 0) std::abort();
+    _standardError = dup(STDERR_FILENO);
+    dup2(pair[1], STDERR_FILENO);
+    close(pair[1]);
+    _reader = pair[0];
+  }
+  ~WriteBounds() {
+    dup2(_standardError, STDERR_FILENO);
+    close(_standardError);
+    close(_reader);
+  }
+
+  std::string next() {
+    std::string bytes(100000, '\0');
+    const ssize_t count = recv(_reader, bytes.data(), bytes.size(), MSG_DONTWAIT);
+    bytes.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
+    return bytes;
+  }
+
+ private:
+  int _standardError;
+  int _reader;
+};
+
+TEST(TraceRecord, IsOneWriteWhateverItsLength) {
+  unsetenv("ZORA_TRACE_FILE");
+  WriteBounds bounds;
+  std::vector<std::string> written;
+  for (const std::size_t length : {0u, 10u, 900u, 1000u, 1024u, 1100u, 50000u}) {
+    const std::string text(length, 'x');
+    TRC1_Printf(&dpOnline, 1, "<%s>", text.c_str());
+    EXPECT_THAT(bounds.next(), testing::EndsWith(" dp_online:1 <" + text + ">"));
+    EXPECT_EQ(bounds.next(), "");
+  }
+}
+
+TEST(TraceRecord, EveryLengthAroundTheUsualSizeIsWhole) {
+  const Sink sink;
+  for (std::size_t length = 900; length < 1100; ++length)
+    TRC1_Printf(&dpOnline, 1, "%s.", std::string(length, 'x').c_str());
+  for (std::size_t i = 0; i < sink.texts.size(); ++i)
+    ASSERT_EQ(sink.texts[i], std::string(900 + i, 'x') + ".");
+  EXPECT_EQ(sink.texts.size(), 200u);
+}
+
+TEST(TraceSink, GivesWayToTheFileAgain) {
+  const TraceFile file;
+  {
+    const Sink sink;
+    TRC1_Printf(&dpOnline, 1, "to the sink");
+    EXPECT_THAT(sink.texts, ElementsAre("to the sink"));
+  }
+  EXPECT_EQ(file.content(), "");
+  TRC1_Printf(&dpOnline, 1, "to the file");
+  EXPECT_THAT(file.content(), testing::EndsWith("to the file"));
+}
+
+// ---- errno -----------------------------------------------------------------------------------
+
+TEST(TraceErrno, IsUntouchedByEveryCall) {
+  setenv("ZORA_TRACE_FILE", "/no such folder/trace", 1);
+  testing::internal::CaptureStderr();
+  errno = 77;
+  TRC1_Configure("a=bad,0xff");
+  EXPECT_EQ(errno, 77);
+  traced(1);
+  EXPECT_EQ(errno, 77);
+  TRC1_PrintAddress(&ipcRead, 1, "label", "abcd", 4);
+  EXPECT_EQ(errno, 77);
+  TRC1_SetSink(nullptr, nullptr);
+  EXPECT_EQ(errno, 77);
+  EXPECT_NE(testing::internal::GetCapturedStderr(), "");
+}
+
+// ---- Threads and processes -------------------------------------------------------------------
+
+// Threads that trace until the object ends.
+class TracingThreads {
+ public:
+  TracingThreads() {
+    for (int i = 0; i < 3; ++i)
+      _threads.emplace_back([this] {
+        while (!_stop.load(std::memory_order_relaxed)) traced(1);
+      });
+  }
+  ~TracingThreads() {
+    _stop = true;
+    for (std::thread& thread : _threads) thread.join();
+  }
+
+ private:
+  std::atomic<bool> _stop{false};
+  std::vector<std::thread> _threads;
+};
+
+TEST(TraceThreads, SeeARuleChangeThatHappenedBefore) {
+  const Sink sink;
+  const TracingThreads tracing;
+  for (int round = 0; round < 200; ++round) {
+    const unsigned mask = round % 2 == 0 ? 0x10 : 0x40;
+    TRC1_Configure(mask == 0x10 ? "0x10" : "0x40");
+    bool seen = false;
+    std::thread([&] { seen = hasFlags(&ipcRead, mask) && hasFlags(&dpOnline, mask); }).join();
+    ASSERT_TRUE(seen) << "round " << round;
+  }
+}
+
+TEST(TraceThreads, WriteWholeRecords) {
+  const TraceFile file;
+  {
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 4; ++thread)
+      threads.emplace_back([thread] {
+        for (int i = 0; i < 500; ++i)
+          TRC1_Printf(&dpOnline, thread, "%s\n",
+                      std::string(static_cast<std::size_t>(i), 'x').c_str());
+      });
+    for (std::thread& thread : threads) thread.join();
+  }
+  std::istringstream lines(file.content());
+  std::string line;
+  int count = 0;
+  const std::regex layout(R"(\S{27} \d+\.\d+ ZORDC410 dp_online:[0-3] x*)");
+  for (; std::getline(lines, line); ++count) ASSERT_TRUE(std::regex_match(line, layout)) << line;
+  EXPECT_EQ(count, 2000);
+}
+
+TEST(TraceFork, AChildTracesUnderItsOwnProcessId) {
+  const TraceFile file;
+  TRC1_Printf(&dpOnline, 1, "parent\n");
+  const pid_t child = fork();
+  if (child == 0) {
+    TRC1_Printf(&dpOnline, 1, "child\n");
+    _exit(0);
+  }
+  ASSERT_EQ(waitpid(child, nullptr, 0), child);
+  const std::string id = std::to_string(child);
+  EXPECT_THAT(file.content(), HasSubstr("Z " + id + "." + id + " ZORDC410 dp_online:1 child\n"));
+}
+
+TEST(TraceFork, AChildMayTraceWhateverTheParentsThreadsWereDoing) {
+  const Sink sink;
+  const TracingThreads tracing;
+  for (int i = 0; i < 30; ++i) {
+    const pid_t child = fork();
+    if (child == 0) {
+      alarm(20);  // ends a child that waits for a lock for ever
+      TRC1_Configure("0xff");
+      traced(1);
+      _exit(0);
+    }
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_EQ(status, 0);
+  }
+}
+
+}  // namespace
