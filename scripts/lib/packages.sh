@@ -2,7 +2,7 @@
 
 build_packages=(cmake g++ libcli11-dev libcsv-dev libgmock-dev libgtest-dev ninja-build nlohmann-json3-dev)
 test_packages=(clang-format pkgconf)
-build_32bit_packages=(g++-multilib googletest)
+packages_32bit=(g++-multilib libcsv-dev:i386 libgmock-dev:i386 libgtest-dev:i386)
 
 # install_packages NAME...: installs those of the packages that are missing; asks nothing and touches
 # nothing when none is.
@@ -29,8 +29,11 @@ install_packages() {
   fi
 
   echo "installing ${missing[*]}"
+  [[ ${missing[*]} != *:i386* ]] || "${as_root[@]}" dpkg --add-architecture i386
   local apt_get=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -q -o DPkg::Lock::Timeout=300)
-  if ! "${apt_get[@]}" update || ! "${apt_get[@]}" install -y --no-install-recommends "${missing[@]}"; then
+  # An index that could not be brought up to date may still do: the installation decides.
+  "${apt_get[@]}" update || true
+  if ! "${apt_get[@]}" install -y --no-install-recommends "${missing[@]}"; then
     echo "${0##*/}: apt-get could not install: ${missing[*]}" >&2
     return 1
   fi
