@@ -17,9 +17,10 @@ ZORA_Long ipcSock::ipcWrite(void* buffer, ZORA_Long length, unsigned int connect
   const bool sent = connectedSockFD == 0 ? writeDatagrams(trc1Scope, message, length)
                                          : writeStream(trc1Scope, message, length, connectedSockFD);
   if (!sent) TRC1_RETURN(ZORA_Long{-1});
-  TRC1_DETAIL("[@%p] Sent %d bytes out of %d\n", TRC1_Pointer(this), length, length);
+  const ZORA_Long bytesSent = std::max<ZORA_Long>(length, 0);
+  TRC1_DETAIL("[@%p] Sent %d bytes out of %d\n", TRC1_Pointer(this), bytesSent, length);
   if (trc1Scope.on(TRC1_CLASS_DUMP)) ZOR0_PrintDump(buffer, 0, length);
-  TRC1_RETURN(length);
+  TRC1_RETURN(bytesSent);
 }
 
 bool ipcSock::writeDatagrams(const TRC1_Scope& trc1Scope, const char* message, ZORA_Long length) {
@@ -74,7 +75,6 @@ bool ipcSock::waitUntilWritable(const TRC1_Scope& trc1Scope) {
               _envDCHtimeout);
   ZOR0_DescriptorSet writeSet;
   int count = -1;
-  errno = ENOMEM;
   if (writeSet.reset(_sockTCP)) {
     writeSet.add(_sockTCP);
     timeval wait{_envDCHtimeout, 0};
