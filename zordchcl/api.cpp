@@ -81,13 +81,16 @@ int dp_data(ZORA_Long* status, ZORA_Long handle, short dataCode, char** workBuff
 int dp_actionData(ZORA_Long* status, ZORA_Long handle, short dataCode, char** workBuffer,
                   short readTimeout, short retryCount) {
   TRC1_FUNCTION("dp_actionData");
-  TRC1_RETURN(withCheckedClient(trc1Scope, [&](DCHclient& client) {
-    client.setReadTimeout(readTimeout);
-    client.setRetryRead(retryCount);
-    const ZORA_Long result = client.dp_data(status, handle, dataCode, workBuffer);
-    TRC1_STORAGE("Deleting DCHclient @%p\n", TRC1_Pointer(&client));
-    return result;
-  }));
+  TRC1_RETURN(withCheckedClient(
+      trc1Scope,
+      [&](DCHclient& client) {
+        client.setReadTimeout(readTimeout);
+        client.setRetryRead(retryCount);
+        return client.dp_data(status, handle, dataCode, workBuffer);
+      },
+      [&](const DCHclient& client) {
+        TRC1_STORAGE("Deleting DCHclient @%p\n", TRC1_Pointer(&client));
+      }));
 }
 
 int dp_offline(ZORA_Long* status, ZORA_Long handle) {

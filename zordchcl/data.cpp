@@ -21,6 +21,7 @@ int leadingNumber(const void* value, ZORA_Long valueSize) {
 
 void traceAttributeValue(const TRC1_Scope& trc1Scope, const void* value, ZORA_Long valueSize,
                          char attrType) {
+  if (value == nullptr) return;  // a row takes it as no bytes; the trace must not look behind it
   switch (attrType) {
     case 'A':
     case 'C':

@@ -31,16 +31,27 @@ int withClient(Request request) noexcept {
 
 // The same for the functions whose work buffer crosses the call: their client is freed only while
 // its address is still good, so that a caller's overrun does not turn into a second fault here.
-template <class Request>
-int withCheckedClient(const TRC1_Scope& trc1Scope, Request request) noexcept {
+// `beforeDelete` is called with a client that is about to be freed.
+template <class Request, class BeforeDelete>
+int withCheckedClient(const TRC1_Scope& trc1Scope, Request request,
+                      BeforeDelete beforeDelete) noexcept {
   return guarded([&]() -> ZORA_Long {
     std::unique_ptr<DCHclient> client(new (std::nothrow) DCHclient(0, 1));
     if (client == nullptr) return 1;
     const ZORA_Long result = request(*client);
-    if (ZOR0_IsValidPointer(client.get()) == 0)
-      TRC1_ERROR("Error: client object @%p is no longer valid", TRC1_Pointer(client.release()));
+    if (ZOR0_IsValidPointer(client.get()) != 0) {
+      beforeDelete(*client);
+    } else {
+      const DCHclient* const abandoned = client.release();
+      TRC1_ERROR("Error: client object @%p is no longer valid", TRC1_Pointer(abandoned));
+    }
     return result;
   });
+}
+
+template <class Request>
+int withCheckedClient(const TRC1_Scope& trc1Scope, Request request) noexcept {
+  return withCheckedClient(trc1Scope, request, [](const DCHclient&) {});
 }
 
 }  // namespace zordchcl
