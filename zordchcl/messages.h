@@ -1,13 +1,15 @@
 // messages.h: the requests of the channel and the order of their fields.
 //
-//   registration     built whole by the provider library              answer: DCH_status
-//   online           requestType, applName, attrGroup, sourceName     answer: DCH_status,
-//   DCH_handle unregister       requestType, applName                            answer: DCH_status
-//   offline          requestType, handle                              answer: DCH_status
-//   data             requestType, handle, dataCode, then for each attribute attrName, attrValue
-//                                                                     answer: DCH_status
-//   data subscription requestType, applName, attrGroup, status (1 start, 0 stop)      no answer
-//   interrupt        sourceName alone, to a waiting client's own interrupt port       no answer
+//   registration       built whole by the provider library
+//   online             requestType, applName, attrGroup, sourceName
+//   unregister         requestType, applName
+//   offline            requestType, handle
+//   data               requestType, handle, dataCode, then attrName, attrValue of each attribute
+//   data subscription  requestType, applName, attrGroup, status (1 start, 0 stop)
+//   interrupt          sourceName alone, to a waiting client's own interrupt port
+//
+// The first five are answered with DCH_status, which DCH_handle follows in the answer to an online
+// request; the last two have no answer.
 #ifndef ZORDCHCL_MESSAGES_H
 #define ZORDCHCL_MESSAGES_H
 

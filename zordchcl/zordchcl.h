@@ -6,10 +6,13 @@
  *    1 when it failed. A request went through when the DCH answered, whatever it answered.
  *  - Status: `*status` is set to 0 on entry, then to what went wrong on this side, or to the DCH's
  *    own answer, 0 for good:
- *      1 bad argument, or no status in the answer    2 short write, or a field missing in the
- * answer 3 null argument                               4 no memory, or no work buffer 5 no answer
- * in time, or the read failed       any other value is the DCH's It stays untouched when the
- * library has no memory for the request.
+ *      1  bad argument, or no status in the answer
+ *      2  short write, or a field missing in the answer
+ *      3  null argument
+ *      4  no memory, or no work buffer
+ *      5  no answer in time, or the read failed
+ *    Any other value is the DCH's. The variable stays untouched when the library has no memory for
+ *    the request.
  *  - Every request is its own conversation over a socket borrowed from the process's pool. It waits
  *    for the answer up to ZORA_DCH_TIMEOUT seconds (30) and looks once more after that.
  *  - Threads: any thread may call any function at any time, but for what is said at DCH_api_init,
