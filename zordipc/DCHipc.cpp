@@ -26,8 +26,9 @@ DCHipc::~DCHipc() {
 }
 
 short DCHipc::DCHtimeout() {
+  TRC1_FUNCTION("DCHipc::DCHtimeout");
   constexpr short defaultWaitSeconds = 30;
-  return defaultWaitSeconds;
+  TRC1_RETURN(defaultWaitSeconds);
 }
 
 ZORA_Long DCHipc::startup(void* clientArg, ZORA_Long connectTo) {
@@ -44,6 +45,11 @@ ZORA_Long DCHipc::startup(void* clientArg, ZORA_Long connectTo) {
         ipcSetError(1);
       } else {
         TRC1_STORAGE("IPCServerThread thread created\n");
+      }
+      if (_ipcCircularBuffer == nullptr) {
+        // Said again, because the receiver thread clears the state with each message that it drops.
+        ipcSetError(1);
+        TRC1_RETURN(1);
       }
       break;
     }
