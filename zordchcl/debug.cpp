@@ -23,9 +23,10 @@ int VX_Debug_Initialize() {
 }
 
 int VX_Debug() {
-  if (VX_Debug_InitializeDone.load(std::memory_order_relaxed) == 0) {
+  // Whoever sees the flag sees the setting that it stands for.
+  if (VX_Debug_InitializeDone.load(std::memory_order_acquire) == 0) {
     VX_Debug_Initialize();
-    VX_Debug_InitializeDone.store(1, std::memory_order_relaxed);
+    VX_Debug_InitializeDone.store(1, std::memory_order_release);
   }
   switch (_ZORA_VERBOSE.load(std::memory_order_relaxed)) {
     case 'Y':
