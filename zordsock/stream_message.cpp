@@ -54,11 +54,11 @@ bool StreamMessage::receivePiece(int descriptor) {
       static_cast<ZORA_Long>(recvfrom(descriptor, bytes, SERVER_PIECE_SIZE, 0, nullptr, nullptr));
   const int systemError = errno;
   _wasReset = systemError == ECONNRESET;
-  const bool more = bytesRead > 0;
+  // As things stood when this read began: more data was expected.
   TRC1_FLOW("ipcBufCount=%d totalLen=%d totalRead=%d bytesRead=%d initRead=%d moreData=%d\n",
-            _pieceCount, _totalLength, _totalRead, bytesRead, _pieceCount == 0, more);
+            _pieceCount, _totalLength, _totalRead, bytesRead, _pieceCount == 0, 1);
   if (trc1Scope.on(TRC1_CLASS_FLOW) && VX_Debug() == 2) ZOR0_PrintDump(bytes, 0, bytesRead);
-  if (more) {
+  if (bytesRead > 0) {
     _totalRead += bytesRead;
     _pieces[static_cast<std::size_t>(_pieceCount)].length = bytesRead;
     if (_pieceCount == 0) _totalLength = static_cast<ZORA_Long>(ZOR0_MessageLength(bytes));
@@ -73,7 +73,7 @@ bool StreamMessage::receivePiece(int descriptor) {
   }
   TRC1_DETAIL("TCP: totalLen=%d, bytesRead=%d, totalRead=%d, errno=%d\n", _totalLength, bytesRead,
               _totalRead, systemError);
-  return more && _totalLength > _totalRead && _totalLength >= 1;
+  return bytesRead > 0 && _totalLength > _totalRead && _totalLength >= 1;
 }
 
 // Room for the next piece; the first one's is kept from message to message.
