@@ -1,14 +1,24 @@
-# zord410_test(NAME SOURCES... [LINK LIBRARIES...]): a GoogleTest program whose tests each run in a
-# process of their own, because the library reads its environment once per process.
+# zord410_test(NAME SOURCES... [LINK LIBRARIES...] [WRAP FUNCTIONS...] [RECORDS_SLEEPS]
+# [PROPERTIES ...]): a GoogleTest program whose tests each run in a process of their own, because
+# the library reads its environment once per process.
+#  WRAP            calls of these functions lead to the test's __wrap_FUNCTION
+#  RECORDS_SLEEPS  OSV1_Sleep returns at once: see tests/support/recorded_sleep.h
+#  PROPERTIES      of every test, as for set_tests_properties
 find_package(GTest REQUIRED)
 include(GoogleTest)
 
 function(zord410_test name)
-  cmake_parse_arguments(ARG "" "" "LINK" ${ARGN})
+  cmake_parse_arguments(ARG "RECORDS_SLEEPS" "" "LINK;WRAP;PROPERTIES" ${ARGN})
+  if(ARG_RECORDS_SLEEPS)
+    list(APPEND ARG_WRAP _Z10OSV1_Sleepi)
+    list(APPEND ARG_UNPARSED_ARGUMENTS ${PROJECT_SOURCE_DIR}/tests/support/recorded_sleep.cpp)
+  endif()
   add_executable(${name} ${ARG_UNPARSED_ARGUMENTS})
   target_link_libraries(${name} PRIVATE
     zord410_warnings zord410_test_support zord410_static GTest::gmock GTest::gtest_main ${ARG_LINK})
+  list(TRANSFORM ARG_WRAP PREPEND "-Wl,--wrap=")
+  target_link_options(${name} PRIVATE ${ARG_WRAP})
   set_target_properties(${name} PROPERTIES
     RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/test-bin)
-  gtest_discover_tests(${name} TEST_PREFIX ${name}. PROPERTIES TIMEOUT 60)
+  gtest_discover_tests(${name} TEST_PREFIX ${name}. PROPERTIES TIMEOUT 60 ${ARG_PROPERTIES})
 endfunction()
