@@ -20,18 +20,16 @@ void take(void*, const TRC1_Record& record) {
   recordAdded.notify_all();
 }
 
-bool isCaptured(const std::string& text) {
-  return std::any_of(captured.begin(), captured.end(),
-                     [&](const CapturedRecord& record) { return record.text == text; });
+int timesCaptured(const std::string& text) {
+  return static_cast<int>(
+      std::count_if(captured.begin(), captured.end(),
+                    [&](const CapturedRecord& record) { return record.text == text; }));
 }
 
 }  // namespace
 
 TraceCapture::TraceCapture(const char* rules) {
-  {
-    const std::lock_guard lock(recordsMutex);
-    captured.clear();
-  }
+  forget();
   TRC1_SetSink(take, nullptr);
   TRC1_Configure(rules);
 }
@@ -39,6 +37,11 @@ TraceCapture::TraceCapture(const char* rules) {
 TraceCapture::~TraceCapture() {
   TRC1_Configure(nullptr);
   TRC1_SetSink(nullptr, nullptr);
+}
+
+void TraceCapture::forget() {
+  const std::lock_guard lock(recordsMutex);
+  captured.clear();
 }
 
 std::vector<CapturedRecord> TraceCapture::records() const {
@@ -64,7 +67,8 @@ int TraceCapture::count(const std::string& text) const {
   return static_cast<int>(std::count(all.begin(), all.end(), text));
 }
 
-bool TraceCapture::waitFor(const std::string& text) const {
+bool TraceCapture::waitFor(const std::string& text, int times) const {
   std::unique_lock lock(recordsMutex);
-  return recordAdded.wait_for(lock, std::chrono::seconds(5), [&] { return isCaptured(text); });
+  return recordAdded.wait_for(lock, std::chrono::seconds(5),
+                              [&] { return timesCaptured(text) >= times; });
 }

@@ -23,6 +23,9 @@ class TraceCapture {
 
   std::vector<CapturedRecord> records() const;
 
+  // Drops the records so far, those of a test's set-up.
+  static void forget();
+
   // The texts of all records, or of those of one function, in order.
   std::vector<std::string> texts() const;
   std::vector<std::string> textsOf(const std::string& function) const;
@@ -31,8 +34,8 @@ class TraceCapture {
   bool has(const std::string& text) const { return count(text) > 0; }
   int count(const std::string& text) const;
 
-  // Waits up to five seconds for a record with exactly this text.
-  bool waitFor(const std::string& text) const;
+  // Waits up to five seconds for `times` records with exactly this text.
+  bool waitFor(const std::string& text, int times = 1) const;
 };
 
 #endif  // TESTS_SUPPORT_TRACE_CAPTURE_H
