@@ -1,0 +1,35 @@
+// trace_lines.h: the whole trace of a function, compared text by text, in order, class by class.
+#ifndef TESTS_SUPPORT_TRACE_LINES_H
+#define TESTS_SUPPORT_TRACE_LINES_H
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "zora/trc1.h"
+
+// One expected record. "{address}" in its text stands for any address.
+struct TraceLine {
+  unsigned traceClass;
+  std::string text;
+};
+
+// The text that a trace point with this format and these arguments writes.
+[[gnu::format(printf, 1, 2)]] std::string textOf(const char* format, ...);
+
+TraceLine errorLine(std::string text);
+TraceLine detailLine(std::string text);
+TraceLine storageLine(std::string text);
+TraceLine flowLine(std::string text);
+TraceLine entryLine();
+TraceLine exitLine();
+TraceLine exitLine(long long value);
+
+// Does what is to be traced and returns the lines that it must have written.
+using TracedScenario = std::function<std::vector<TraceLine>()>;
+
+// Runs `scenario` with all trace classes on and with each class alone. Each time the records of
+// `function` must be its lines, in order: all of them, or those of the one class.
+void expectTrace(const std::string& function, const TracedScenario& scenario);
+
+#endif  // TESTS_SUPPORT_TRACE_LINES_H
