@@ -69,6 +69,7 @@ TEST(ConvertName, AVeryLongNameFails) {
 
 TEST(ConvertName, ThreadsMayAskAtTheSameTime) {
   std::vector<std::thread> threads;
+  threads.reserve(4);
   for (int thread = 0; thread < 4; ++thread)
     threads.emplace_back([] {
       for (int host = 1; host <= 30; ++host)

@@ -173,7 +173,7 @@ bool lockFile(int descriptor) {
 std::string withoutLinks(const std::string& path) {
   char* resolved = realpath(path.c_str(), nullptr);
   if (resolved == nullptr) return path;
-  const std::string result = resolved;
+  std::string result = resolved;
   free(resolved);
   return result;
 }

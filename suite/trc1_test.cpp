@@ -463,6 +463,7 @@ TEST(TraceThreads, WriteWholeRecords) {
   const TraceFile file;
   {
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int thread = 0; thread < 4; ++thread)
       threads.emplace_back([thread] {
         for (int i = 0; i < 500; ++i)
