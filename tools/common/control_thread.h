@@ -1,0 +1,44 @@
+// control_thread.h: takes the signals with which a user ends a tool, on a thread of its own.
+//
+// An interrupted wait for the DCH would count as a failed one, so no other thread may see them.
+#ifndef TOOLS_COMMON_CONTROL_THREAD_H
+#define TOOLS_COMMON_CONTROL_THREAD_H
+
+#include <chrono>
+#include <csignal>
+#include <functional>
+#include <thread>
+
+namespace tools {
+
+class ControlThread {
+ public:
+  using Clock = std::chrono::steady_clock;
+  // What to do once, on the control thread, when SIGINT, SIGTERM or SIGHUP comes, or, with signal
+  // 0, when the deadline has passed.
+  using Stop = std::function<void(int signal)>;
+  // Asked anew before each wait; Clock::time_point::max() is never.
+  using Deadline = std::function<Clock::time_point()>;
+
+  // Blocks those signals in the calling thread, the only one that the process has, and in all that
+  // it starts later. A second signal ends the process at once with 128 and its number: whoever asks
+  // twice does not want to wait until a hung request gives up.
+  explicit ControlThread(
+      Stop stop, Deadline deadline = [] { return Clock::time_point::max(); });
+
+  // Ends the thread. The signals stay blocked.
+  ~ControlThread();
+
+ private:
+  void run();
+  int waitForSignal(bool stopped);
+
+  Stop _stop;
+  Deadline _deadline;
+  sigset_t _signals;
+  std::thread _thread;
+};
+
+}  // namespace tools
+
+#endif  // TOOLS_COMMON_CONTROL_THREAD_H

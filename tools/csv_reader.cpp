@@ -1,0 +1,135 @@
+#include <csv.h>
+
+#include <deque>
+#include <optional>
+#include <utility>
+
+#include "tools/common/values.h"
+#include "tools/row_reader.h"
+
+namespace tools {
+namespace {
+
+using Record = std::vector<std::optional<std::string>>;  // an empty column has no text
+
+// Cuts text into records. Its callbacks are called by C code and do nothing that a row could make
+// fail, short of the memory running out.
+class CsvRecords {
+ public:
+  CsvRecords() {
+    csv_init(&_parser, CSV_STRICT | CSV_STRICT_FINI | CSV_EMPTY_IS_NULL);
+    csv_set_space_func(&_parser, [](unsigned char) { return 0; });  // blanks belong to the text
+  }
+  ~CsvRecords() { csv_free(&_parser); }
+  CsvRecords(const CsvRecords&) = delete;
+  CsvRecords& operator=(const CsvRecords&) = delete;
+
+  // These return false for quotes in a wrong place.
+  bool parse(const std::string& text) {
+    return csv_parse(&_parser, text.data(), text.size(), &CsvRecords::takeField,
+                     &CsvRecords::takeRecord, this) == text.size();
+  }
+  bool finish() {
+    return csv_fini(&_parser, &CsvRecords::takeField, &CsvRecords::takeRecord, this) == 0;
+  }
+
+  std::deque<Record> complete;
+
+ private:
+  static void takeField(void* text, std::size_t length, void* self) {
+    auto& record = static_cast<CsvRecords*>(self)->_record;
+    if (text == nullptr)
+      record.emplace_back();
+    else
+      record.emplace_back(std::in_place, static_cast<const char*>(text), length);
+  }
+  static void takeRecord(int, void* self) {
+    auto* records = static_cast<CsvRecords*>(self);
+    records->complete.push_back(std::exchange(records->_record, {}));
+  }
+
+  csv_parser _parser;
+  Record _record;
+};
+
+std::string_view withoutBlanks(std::string_view text) {
+  while (text.starts_with(' ') || text.starts_with('\t')) text.remove_prefix(1);
+  while (text.ends_with(' ') || text.ends_with('\t')) text.remove_suffix(1);
+  return text;
+}
+
+class CsvReader : public RowReader {
+ public:
+  CsvReader(LineInput& input, const suite::RegisteredGroup& group) : _input(input), _group(group) {}
+
+  bool next(InputRow* row) override {
+    Record record;
+    if (_columns.empty()) {
+      if (!nextRecord(&record)) return false;
+      readNames(record);
+    }
+    if (!nextRecord(&record)) return false;
+    if (record.size() != _columns.size())
+      _input.refuse(_recordLine, std::to_string(record.size()) + " fields, but " +
+                                     std::to_string(_columns.size()) +
+                                     " attributes are named in the first line");
+    row->lineNumber = _recordLine;
+    row->fields.clear();
+    for (std::size_t i = 0; i < record.size(); ++i)
+      if (record[i]) row->fields.push_back({_columns[i], InputField::Form::csv, *record[i]});
+    return true;
+  }
+
+ private:
+  void readNames(const Record& record) {
+    try {
+      for (const auto& name : record)
+        resolveAttribute(_group, withoutBlanks(name.value_or("")), &_columns);
+    } catch (const BadValue& error) {
+      _input.refuse(_recordLine, error.what());
+    }
+  }
+
+  // Stores the next record, and where it begins in _recordLine.
+  bool nextRecord(Record* record) {
+    while (_records.complete.empty() && !_ended) readLine();
+    if (_records.complete.empty()) return false;
+    *record = std::move(_records.complete.front());
+    _records.complete.pop_front();
+    _recordLine = _firstLine;
+    if (_records.complete.empty()) _pendingBytes = 0;
+    return true;
+  }
+
+  void readLine() {
+    std::string line;
+    _ended = !_input.next(&line);
+    if (_ended) {
+      if (!_records.finish()) _input.refuse(_firstLine, "a quoted field has no closing quote");
+      return;
+    }
+    if (_pendingBytes == 0) _firstLine = _input.lineNumber();
+    if (!_records.parse(line)) _input.refuse(_firstLine, "a quote in a wrong place");
+    const bool empty = line == "\n" || line == "\r\n";
+    if (_pendingBytes > 0 || !empty) _pendingBytes += line.size();
+    if (_pendingBytes > maxRowBytes)
+      _input.refuse(_firstLine, "the row is longer than " + std::to_string(maxRowBytes) + " bytes");
+  }
+
+  LineInput& _input;
+  const suite::RegisteredGroup& _group;
+  std::vector<const suite::RegisteredAttribute*> _columns;
+  CsvRecords _records;
+  long _firstLine = 0;            // where the record that is being read begins
+  long _recordLine = 0;           // where the record that was given last begins
+  std::size_t _pendingBytes = 0;  // of a record whose end has not been read
+  bool _ended = false;
+};
+
+}  // namespace
+
+std::unique_ptr<RowReader> makeCsvReader(LineInput& input, const suite::RegisteredGroup& group) {
+  return std::make_unique<CsvReader>(input, group);
+}
+
+}  // namespace tools

@@ -1,0 +1,59 @@
+#include "tools/data_wait.h"
+
+#include <sysexits.h>
+
+#include <iostream>
+#include <utility>
+
+#include "tools/common/failure.h"
+#include "zordchcl/zordchcl.h"
+
+namespace tools {
+
+DataWait::DataWait(std::string applName, std::string attrGroup,
+                   std::optional<Clock::duration> quietLimit)
+    : _applName(std::move(applName)), _attrGroup(std::move(attrGroup)), _quietLimit(quietLimit) {
+  DCH_api_init();
+  subscribe();
+  _controlThread.emplace(
+      [this](int signal) { stop(signal == 0 ? Outcome::quiet : Outcome::signal); },
+      [this] { return deadline(); });
+}
+
+DataWait::~DataWait() {
+  _controlThread.reset();
+  if (_handle != nullptr) dc_waitOnDataDestroy(_handle);
+  DCH_api_destroy();
+}
+
+DataWait::Outcome DataWait::next() {
+  while (_stopped == Outcome::message) {
+    const int result = dc_waitOnData(_handle, _buffer.data(), static_cast<short>(_buffer.size()));
+    if (result == 0) return Outcome::message;
+    if (_stopped != Outcome::message) break;
+    // Nobody here cancelled it: -1 came from another process's datagram, 1 is a failure. Either way
+    // the handle is of no more use.
+    std::cerr << "zordc: warning: the wait for rows failed, subscribing again\n";
+    const std::lock_guard lock(_handleMutex);
+    dc_waitOnDataDestroy(std::exchange(_handle, nullptr));
+    subscribe();
+  }
+  return _stopped;
+}
+
+void DataWait::subscribe() {
+  _handle = dc_waitOnDataInitialize(_applName.c_str(), _attrGroup.c_str());
+  if (_handle == nullptr) throw Failure(EX_UNAVAILABLE, "the subscription could not be sent");
+}
+
+void DataWait::stop(Outcome why) {
+  const std::lock_guard lock(_handleMutex);
+  _stopped = why;
+  if (_handle != nullptr) dc_waitOnDataCancel(_handle);
+}
+
+DataWait::Clock::time_point DataWait::deadline() const {
+  return _quietLimit ? _lastRow.load() + *_quietLimit : Clock::time_point::max();
+}
+
+}  // namespace tools

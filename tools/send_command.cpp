@@ -1,0 +1,112 @@
+#include "tools/send_command.h"
+
+#include <sysexits.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+
+#include "tools/common/failure.h"
+#include "tools/common/printable.h"
+#include "tools/common/transport_check.h"
+#include "tools/common/values.h"
+#include "tools/input_watch.h"
+#include "tools/progress.h"
+#include "tools/provider_session.h"
+#include "tools/row_reader.h"
+
+namespace tools {
+namespace {
+
+suite::Registration readRegistration(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  const std::string text{std::istreambuf_iterator<char>(file), {}};
+  if (!file) throw Failure(EX_NOINPUT, "cannot read " + path + ": " + strerror(errno));
+  suite::Registration registration;
+  std::string error;
+  if (!suite::parseRegistration(text, &registration, &error))
+    throw Failure(EX_DATAERR, path + ": " + error);
+  return registration;
+}
+
+const suite::RegisteredGroup& groupOf(const suite::Registration& registration,
+                                      const SendOptions& options) {
+  std::string names;
+  for (const suite::RegisteredGroup& group : registration.groups) {
+    if (group.name == options.group) return group;
+    names += (names.empty() ? "" : ", ") + group.name;
+  }
+  throw Failure(EX_USAGE, options.registrationPath + " has no group " + inQuotes(options.group) +
+                              ", it has: " + printable(names).text);
+}
+
+void checkAttributes(const suite::RegisteredGroup& group, const std::string& path) {
+  for (const suite::RegisteredAttribute& attribute : group.attributes) try {
+      checkAttribute(attribute);
+    } catch (const BadValue& error) {
+      throw Failure(EX_DATAERR,
+                    path + ": attribute " + inQuotes(attribute.name) + ": " + error.what());
+    }
+}
+
+std::string rowCount(std::uint64_t rows) {
+  return std::to_string(rows) + (rows == 1 ? " row" : " rows");
+}
+
+// Sends every row of the input, each as soon as it is there.
+void sendRows(RowReader& reader, const LineInput& input, InputWatch& watch,
+              ProviderSession& session, Progress& progress) {
+  InputRow row;
+  while (reader.next(&row)) {
+    watch.checkSignals();
+    try {
+      progress.rowSent(session.send(encodeRow(row)));
+    } catch (const BadValue& error) {
+      input.refuse(row.lineNumber, error.what());
+    }
+  }
+}
+
+}  // namespace
+
+int send(const SendOptions& options) {
+  const suite::Registration registration = readRegistration(options.registrationPath);
+  const suite::RegisteredGroup& group = groupOf(registration, options);
+  checkAttributes(group, options.registrationPath);
+  checkTransport();
+
+  InputWatch watch;
+  Progress progress;
+  LineInput input(options.inputPath, [&](int descriptor) {
+    const auto limit = static_cast<int>(progress.enabled() ? progressInterval.count() : -1);
+    while (!watch.wait(descriptor, limit)) progress.tick();
+  });
+  const auto reader =
+      options.format == "csv" ? makeCsvReader(input, group) : makeJsonLinesReader(input, group);
+  ProviderSession session(
+      registration.text, {registration.applName, group.name, options.source},
+      options.keep ? ProviderSession::AtEnd::staysRegistered : ProviderSession::AtEnd::unregister);
+  // Until here a signal may simply end the process; from here on the session wants its end.
+  watch.takeSignals();
+  try {
+    sendRows(*reader, input, watch, session, progress);
+  } catch (const StoppedBySignal& stop) {
+    progress.finish();
+    session.end();
+    std::cerr << "zordp: stopped by signal " << stop.signal() << " (" << strsignal(stop.signal())
+              << "), " << rowCount(progress.rows()) << " sent\n";
+    return 128 + stop.signal();
+  } catch (const Failure& failure) {
+    progress.finish();
+    throw Failure(failure.exitStatus(),
+                  std::string(failure.what()) + "; " + rowCount(progress.rows()) + " sent before");
+  }
+  progress.finish();
+  session.end();
+  return EX_OK;
+}
+
+}  // namespace tools

@@ -1,0 +1,80 @@
+#include "tools/watch_command.h"
+
+#include <sys/ioctl.h>
+#include <sysexits.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <clocale>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <iostream>
+
+#include "tools/common/failure.h"
+#include "tools/common/transport_check.h"
+#include "tools/data_wait.h"
+#include "tools/row_writer.h"
+
+namespace tools {
+namespace {
+
+// The lines that a table's header stays in sight for, 0 when nobody watches.
+std::size_t screenLines() {
+  winsize size{};
+  const bool isScreen = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_row > 2;
+  return isScreen ? size.ws_row - 1U : 0;  // the cursor has the last one
+}
+
+std::unique_ptr<RowWriter> makeWriter(const std::string& format) {
+  if (format == "csv") return makeCsvWriter();
+  if (format == "jsonl") return makeJsonLinesWriter();
+  return makeTableWriter(screenLines());
+}
+
+std::optional<DataWait::Clock::duration> quietLimit(const WatchOptions& options) {
+  if (!options.timeoutSeconds) return std::nullopt;
+  return std::chrono::duration_cast<DataWait::Clock::duration>(
+      std::chrono::duration<double>(*options.timeoutSeconds));
+}
+
+// Returns false when nobody reads the output any more.
+bool print(const std::string& lines) {
+  if (std::fwrite(lines.data(), 1, lines.size(), stdout) == lines.size() &&
+      std::fflush(stdout) == 0)
+    return true;
+  if (errno == EPIPE) return false;
+  throw Failure(EX_IOERR, std::string("cannot write the output: ") + strerror(errno));
+}
+
+std::optional<PushedRow> readMessage(std::span<char> message) {
+  try {
+    return readPushedRow(message);
+  } catch (const MalformedMessage& error) {
+    std::cerr << "zordc: warning: a malformed message was skipped: " << error.what() << '\n';
+    return std::nullopt;
+  }
+}
+
+}  // namespace
+
+int watch(const WatchOptions& options) {
+  std::setlocale(LC_CTYPE, "");  // what a terminal can print depends on it
+  std::signal(SIGPIPE, SIG_IGN);
+  checkTransport();
+  const auto writer = makeWriter(options.format);
+  DataWait wait(options.appl, options.group, quietLimit(options));
+  for (std::uint64_t rows = 0; !options.count || rows < *options.count;) {
+    const DataWait::Outcome outcome = wait.next();
+    if (outcome == DataWait::Outcome::signal) break;
+    if (outcome == DataWait::Outcome::quiet) return EX_TEMPFAIL;
+    const auto row = readMessage(wait.message());
+    if (!row) continue;
+    wait.rowCame();
+    ++rows;
+    if (!print(writer->format(formatTime(std::chrono::system_clock::now()), *row))) break;
+  }
+  return EX_OK;
+}
+
+}  // namespace tools

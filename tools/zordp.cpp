@@ -1,0 +1,74 @@
+// zordp: acts as a data provider on the command line.
+#include "tools/common/command_line.h"
+#include "tools/send_command.h"
+#include "zordchcl/zordchcl.h"
+
+namespace {
+
+constexpr char footer[] =
+    "Example:\n"
+    "  zordp send -r hostmon.reg -g load -s $(hostname) -i rows.csv\n"
+    "\n"
+    "The DCH is found through ZORA_DCH_ADDR (local host) and ZORA_DCH_PORT (1919), and is waited "
+    "for\n"
+    "twice ZORA_DCH_TIMEOUT seconds (30).\n"
+    "\n"
+    "Exit status: 0 every row was sent, 64 wrong command line, 65 bad input, 66 a file cannot be\n"
+    "read, 69 the DCH does not answer, 76 the DCH refused a request (its status is in the "
+    "message),\n"
+    "128 and the signal's number when a signal ended it.";
+
+constexpr char sendFooter[] =
+    "Example:\n"
+    "  hostmon.reg:  appl:HOSTMON,HMN; group:load; attr:load1,G,4; attr:note,T,20;\n"
+    "  rows.csv:     load1,note\n"
+    "                17,all quiet\n"
+    "                25,\n"
+    "  zordp send -r hostmon.reg -g load -s $(hostname) -i rows.csv\n"
+    "\n"
+    "csv: the first line names the attributes. An empty column is left out of its row, \"\" is an\n"
+    "empty text. jsonl: an object per line, {\"load1\": 17, \"note\": \"all quiet\"}; null is left "
+    "out.\n"
+    "Letters A C G L N are whole numbers of size 2, 4 or 8, I S of size 2; D R T are texts, whose\n"
+    "size counts a terminating zero. A row that cannot be sent whole ends the input with exit "
+    "status\n"
+    "65; the rows before it are sent.\n"
+    "\n"
+    "At the end the source goes off line and the application is unregistered. With --keep it "
+    "stays\n"
+    "registered, as it should when other sources of it are on line; the source still goes off "
+    "line,\n"
+    "for nobody feeds it any more.";
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app("Sends rows of data to the DCH.", "zordp");
+  tools::setUpCommandLine(app, footer);
+
+  tools::SendOptions options;
+  CLI::App* send = app.add_subcommand("send", "Register an application and send rows of one group");
+  send->footer(sendFooter);
+  send->add_option("-r,--registration", options.registrationPath,
+                   "File with the text that registers the application")
+      ->required()
+      ->type_name("FILE");
+  send->add_option("-g,--group", options.group, "Attribute group of the rows")
+      ->required()
+      ->type_name("GROUP")
+      ->check(tools::nameOfAtMost(DCH_MAX_ATTR_GROUP));
+  send->add_option("-s,--source", options.source, "Name of the source")
+      ->required()
+      ->type_name("NAME")
+      ->check(tools::nameOfAtMost(DCH_MAX_SOURCE_NAME));
+  send->add_option("-i,--input", options.inputPath, "File with the rows, - for standard input")
+      ->type_name("FILE")
+      ->capture_default_str();
+  send->add_option("-F,--format", options.format, "Format of the rows: csv or jsonl")
+      ->type_name("FORMAT")
+      ->check(CLI::IsMember({"csv", "jsonl"}))
+      ->capture_default_str();
+  send->add_flag("-k,--keep", options.keep, "Leave the application registered");
+
+  return tools::runTool(app, argc, argv, [&] { return tools::send(options); });
+}
