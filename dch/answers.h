@@ -1,0 +1,30 @@
+// answers.h: sends answers back to where the requests came from.
+#ifndef DCH_ANSWERS_H
+#define DCH_ANSWERS_H
+
+#include <cstdint>
+
+#include "dch/event_log.h"
+#include "dch/incoming_message.h"
+#include "dch/requests.h"
+#include "zordipc/zordipc.h"
+
+namespace dch {
+
+// An answer that cannot be sent at once is dropped and counted: a client that does not read holds
+// up nobody else. One thread.
+class Answers {
+ public:
+  Answers(DCHipc& endpoint, const EventLog& log) : _endpoint(endpoint), _log(log) {}
+
+  void send(const IncomingMessage& request, const Answer& answer);
+
+ private:
+  DCHipc& _endpoint;
+  const EventLog& _log;
+  std::uint64_t _dropped = 0;
+};
+
+}  // namespace dch
+
+#endif  // DCH_ANSWERS_H

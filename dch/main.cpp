@@ -1,0 +1,95 @@
+// zordchd: the suite's data-collection server.
+#include <arpa/inet.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <stdexcept>
+#include <thread>
+
+#include "dch/event_log.h"
+#include "dch/free_port.h"
+#include "dch/memory_registry.h"
+#include "dch/options.h"
+#include "dch/push_socket.h"
+#include "dch/server.h"
+#include "zora/zora.h"
+#include "zordsock/settings.h"
+#include "zordsock/zordsock.h"
+
+namespace {
+
+// Blocked before there is a second thread, the two signals wait for the thread that takes them.
+sigset_t blockStopSignals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGTERM);
+  sigaddset(&signals, SIGINT);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  return signals;
+}
+
+void setSetting(const char* name, const std::string& value) {
+  if (setenv(name, value.c_str(), 1) != 0) throw std::runtime_error("no memory for the settings");
+}
+
+in_addr addressToBind() {
+  in_addr address{htonl(INADDR_LOOPBACK)};
+  const char* const configured = std::getenv("ZOR0_BIND_ADDR");
+  if (configured != nullptr && inet_pton(AF_INET, configured, &address) != 1)
+    throw std::runtime_error("ZOR0_BIND_ADDR is not an IPv4 address: " + std::string(configured));
+  return address;
+}
+
+// The library takes its settings from the environment.
+void applyOptions(const dch::Options& options) {
+  if (options.bindAddress) setSetting("ZOR0_BIND_ADDR", *options.bindAddress);
+  if (options.port) {
+    const int port = *options.port != 0 ? *options.port : dch::findFreePort(addressToBind());
+    setSetting("ZORA_DCH_PORT", std::to_string(port));
+  }
+  if (options.instance) ZORA_SetInstanceName(options.instance->c_str());
+}
+
+// The endpoint is never destroyed: its receiver thread runs until the process has ended.
+ipcSock& openEndpoint() {
+  static ipcSock* const endpoint = new ipcSock(SERVICE_SERVER, 0, 0);
+  if (endpoint->_ipcCircularBuffer == nullptr || endpoint->ipcGetError() != 0)
+    throw std::runtime_error("cannot start the receiver thread");
+  // Each of the two sockets would get a port of its own then, open to every network.
+  if (zordsock::_envPortNo == 0) throw std::runtime_error("the configured port is not a number");
+  return *endpoint;
+}
+
+void serve(const dch::Options& options, const sigset_t& stopSignals) {
+  const dch::EventLog log(options.verbose);
+  dch::PushSocket pushSocket(addressToBind());
+  dch::MemoryRegistry registry;
+  dch::Server server(openEndpoint(), pushSocket, registry, log);
+  std::thread signalThread([&] {
+    int signal = 0;
+    sigwait(&stopSignals, &signal);
+    log.write("stopping on signal %d", signal);
+    server.stop();
+  });
+  server.run();
+  signalThread.join();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  dch::Options options;
+  if (const auto exitStatus = dch::readOptions(argc, argv, &options)) return *exitStatus;
+  std::signal(SIGPIPE, SIG_IGN);
+  const sigset_t stopSignals = blockStopSignals();
+  try {
+    applyOptions(options);
+    serve(options, stopSignals);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "zordchd: %s\n", error.what());
+    return EXIT_FAILURE;
+  }
+  return EXIT_SUCCESS;
+}

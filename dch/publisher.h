@@ -1,0 +1,42 @@
+// publisher.h: carries rows to their subscribers.
+#ifndef DCH_PUBLISHER_H
+#define DCH_PUBLISHER_H
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "dch/event_log.h"
+#include "dch/push_socket.h"
+#include "dch/subscriptions.h"
+
+namespace dch {
+
+// Subscribers that are gone are dropped when the system says so. One that cannot be sent a row at
+// once loses that row; nobody waits for it. One thread.
+class Publisher {
+ public:
+  Publisher(Subscriptions& subscriptions, PushSocket& socket, const EventLog& log)
+      : _subscriptions(subscriptions), _socket(socket), _log(log) {}
+
+  Subscriptions::Added subscribe(const std::string& topic, const PeerAddress& subscriber);
+
+  // Returns whether there was such a subscription.
+  bool withdraw(std::string_view topic, const PeerAddress& subscriber);
+
+  // Sends the message to every subscriber of the topic.
+  void publish(std::string_view topic, std::string_view message);
+
+ private:
+  void countLostRow(const PeerAddress& address, Subscriber* subscriber);
+  void dropGone();
+
+  Subscriptions& _subscriptions;
+  PushSocket& _socket;
+  const EventLog& _log;
+  std::vector<PeerAddress> _gone;  // kept for its memory
+};
+
+}  // namespace dch
+
+#endif  // DCH_PUBLISHER_H

@@ -1,0 +1,107 @@
+#include "dch/publisher.h"
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+
+#include "dch/testkit/clients.h"
+
+namespace dch {
+namespace {
+
+using ::testing::internal::CaptureStderr;
+using ::testing::internal::GetCapturedStderr;
+using testkit::UdpClient;
+
+constexpr int noServer = 9;
+
+class PublisherTest : public ::testing::Test {
+ protected:
+  static PeerAddress goneClient() { return UdpClient(noServer).address(); }
+
+  static PeerAddress broadcastAddress() {
+    sockaddr_in address{};
+    address.sin_addr.s_addr = htonl(INADDR_BROADCAST);
+    address.sin_port = htons(9);
+    return PeerAddress(address);
+  }
+
+  const EventLog _log{true};
+  PushSocket _socket{in_addr{htonl(INADDR_LOOPBACK)}};
+  Subscriptions _subscriptions;
+  Publisher _publisher{_subscriptions, _socket, _log};
+};
+
+TEST_F(PublisherTest, SendsARowToEverySubscriberOfItsTopicAndToNobodyElse) {
+  UdpClient first(noServer), second(noServer), other(noServer);
+  _publisher.subscribe("load", first.address());
+  _publisher.subscribe("load", second.address());
+  _publisher.subscribe("disk", other.address());
+  _publisher.publish("load", "row");
+  _publisher.publish("disk", "later");
+  EXPECT_EQ(first.receive(), "row");
+  EXPECT_EQ(second.receive(), "row");
+  EXPECT_EQ(other.receive(), "later");
+}
+
+TEST_F(PublisherTest, SendsNothingAfterASubscriptionIsWithdrawn) {
+  UdpClient subscriber(noServer);
+  _publisher.subscribe("load", subscriber.address());
+  _publisher.subscribe("disk", subscriber.address());
+  EXPECT_TRUE(_publisher.withdraw("load", subscriber.address()));
+  EXPECT_FALSE(_publisher.withdraw("load", subscriber.address()));
+  _publisher.publish("load", "row");
+  _publisher.publish("disk", "later");
+  EXPECT_EQ(subscriber.receive(), "later");
+}
+
+TEST_F(PublisherTest, DropsEverySubscriptionOfASubscriberThatIsGoneAndServesTheOthers) {
+  CaptureStderr();
+  UdpClient living(noServer);
+  const PeerAddress gone = goneClient();
+  _publisher.subscribe("load", gone);
+  _publisher.subscribe("disk", gone);
+  _publisher.subscribe("load", living.address());
+  _publisher.publish("load", "row");
+  EXPECT_EQ(_subscriptions.size(), 1u);
+  EXPECT_EQ(living.receive(), "row");
+  const std::string expected =
+      std::string("subscriber ") + gone.text().data() + " is gone: 2 subscription(s) dropped\n";
+  EXPECT_NE(GetCapturedStderr().find(expected), std::string::npos);
+}
+
+TEST_F(PublisherTest, DropsManyGoneSubscribersInOneGo) {
+  for (int i = 0; i < 200; ++i) _publisher.subscribe("load", goneClient());
+  UdpClient living(noServer);
+  _publisher.subscribe("load", living.address());
+  _publisher.publish("load", "row");
+  EXPECT_EQ(living.receive(), "row");
+  EXPECT_EQ(_subscriptions.find("load")->size(), 1u);
+}
+
+TEST_F(PublisherTest, KeepsANewSubscriberOnThePortOfOneThatIsGone) {
+  const PeerAddress gone = goneClient();
+  std::vector<PeerAddress> unread;
+  _socket.send("row", gone, &unread);
+  UdpClient successor(noServer, ntohs(gone.port));
+  _publisher.subscribe("load", successor.address());
+  _publisher.publish("load", "row");
+  EXPECT_EQ(successor.receive(), "row");
+  EXPECT_EQ(_subscriptions.size(), 1u);
+}
+
+TEST_F(PublisherTest, CountsTheRowsThatASubscriberCannotBeSentAndServesTheOthers) {
+  CaptureStderr();
+  UdpClient living(noServer);
+  _publisher.subscribe("load", broadcastAddress());
+  _publisher.subscribe("load", living.address());
+  for (int i = 0; i < 5; ++i) _publisher.publish("load", "row");
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(living.receive(), "row");
+  EXPECT_EQ(_subscriptions.find("load")->at(broadcastAddress()).lostRows, 5u);
+  const std::string told = GetCapturedStderr();
+  EXPECT_NE(told.find("255.255.255.255:9 has lost 1 row(s)\n"), std::string::npos) << told;
+  EXPECT_NE(told.find("255.255.255.255:9 has lost 4 row(s)\n"), std::string::npos) << told;
+  EXPECT_EQ(told.find("has lost 3 row(s)"), std::string::npos) << told;
+}
+
+}  // namespace
+}  // namespace dch

@@ -1,0 +1,46 @@
+// push_socket.h: the socket from which rows go to subscribers.
+#ifndef DCH_PUSH_SOCKET_H
+#define DCH_PUSH_SOCKET_H
+
+#include <netinet/in.h>
+
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+#include "dch/peer_address.h"
+
+namespace dch {
+
+// A datagram socket that never blocks, apart from the server's own: what subscribers do to it holds
+// up no request. One thread.
+class PushSocket {
+ public:
+  // Largest message it takes: one datagram. A message of several would have to be paced.
+  static constexpr std::size_t maxMessageBytes = 8192;
+
+  // Binds to a free port of `address`. Throws std::system_error.
+  explicit PushSocket(in_addr address);
+  ~PushSocket();
+  PushSocket(const PushSocket&) = delete;
+  PushSocket& operator=(const PushSocket&) = delete;
+
+  // Hands one datagram to the system. Returns false when that failed or would have had to wait.
+  // Adds to `gone` the receivers of earlier datagrams that the system has found gone since.
+  bool send(std::string_view message, const PeerAddress& to, std::vector<PeerAddress>* gone);
+
+  // Adds to `gone` the receivers that the system has found gone: nobody has their port any more.
+  void collectGone(std::vector<PeerAddress>* gone);
+
+  // The local port, in host order.
+  std::uint16_t port() const;
+
+ private:
+  bool trySend(std::string_view message, const sockaddr_in& to);
+
+  int _descriptor;
+};
+
+}  // namespace dch
+
+#endif  // DCH_PUSH_SOCKET_H

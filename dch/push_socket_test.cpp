@@ -1,0 +1,78 @@
+#include "dch/push_socket.h"
+
+#include <arpa/inet.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <system_error>
+
+#include "dch/testkit/clients.h"
+
+namespace dch {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using testkit::UdpClient;
+
+constexpr int noServer = 9;
+const in_addr loopback{htonl(INADDR_LOOPBACK)};
+
+PeerAddress goneClient() {
+  return UdpClient(noServer).address();
+}
+
+PeerAddress broadcastAddress() {
+  sockaddr_in address{};
+  address.sin_addr.s_addr = htonl(INADDR_BROADCAST);
+  address.sin_port = htons(9);
+  return PeerAddress(address);
+}
+
+TEST(PushSocketTest, SendsTheMessageAsItIsFromAPortOfItsOwn) {
+  PushSocket socket(loopback);
+  UdpClient receiver(noServer);
+  std::vector<PeerAddress> gone;
+  const std::string message(PushSocket::maxMessageBytes, 'x');
+  EXPECT_TRUE(socket.send(message, receiver.address(), &gone));
+  EXPECT_EQ(receiver.receive(), message);
+  EXPECT_GT(socket.port(), 0);
+  EXPECT_THAT(gone, IsEmpty());
+}
+
+TEST(PushSocketTest, TellsWhoIsGone) {
+  PushSocket socket(loopback);
+  const PeerAddress missing = goneClient();
+  std::vector<PeerAddress> gone;
+  EXPECT_TRUE(socket.send("row", missing, &gone));
+  socket.collectGone(&gone);
+  EXPECT_THAT(gone, ElementsAre(missing));
+}
+
+TEST(PushSocketTest, DoesNotLetTheNextReceiverLoseARowBecauseTheLastOneIsGone) {
+  PushSocket socket(loopback);
+  const PeerAddress missing = goneClient();
+  UdpClient receiver(noServer);
+  std::vector<PeerAddress> gone;
+  socket.send("row", missing, &gone);
+  EXPECT_TRUE(socket.send("row", receiver.address(), &gone));
+  EXPECT_EQ(receiver.receive(), "row");
+  EXPECT_THAT(gone, ElementsAre(missing));
+}
+
+TEST(PushSocketTest, SaysWhenADatagramCannotBeSent) {
+  PushSocket socket(loopback);
+  std::vector<PeerAddress> gone;
+  EXPECT_FALSE(socket.send("row", broadcastAddress(), &gone));
+  EXPECT_THAT(gone, IsEmpty());
+}
+
+TEST(PushSocketTest, RefusesAnAddressThatThisMachineDoesNotHave) {
+  in_addr documentation;
+  inet_pton(AF_INET, "192.0.2.1", &documentation);
+  EXPECT_THROW(PushSocket{documentation}, std::system_error);
+}
+
+}  // namespace
+}  // namespace dch

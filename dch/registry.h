@@ -1,0 +1,73 @@
+// registry.h: what the server knows of providers: applications with their attribute groups, and the
+// sources that are on line. An interface, so that a store that outlives the process can stand
+// behind it.
+#ifndef DCH_REGISTRY_H
+#define DCH_REGISTRY_H
+
+#include <string>
+#include <string_view>
+
+#include "dch/text_map.h"
+#include "suite/registration.h"
+#include "zora/zora.h"
+#include "zordchcl/status.h"
+
+namespace dch {
+
+struct Attribute {
+  char letter;
+  ZORA_Long size;  // the value's largest size in bytes
+};
+
+// The attributes of a group by their names.
+using AttributeGroup = TextMap<Attribute>;
+
+struct SourceNames {
+  std::string_view application;
+  std::string_view group;
+  std::string_view source;
+};
+
+// A source that may send rows.
+struct OnlineSource {
+  std::string application;
+  std::string groupName;
+  std::string source;
+  std::string topic;  // what its rows are published under: topicOf(application, groupName)
+  const AttributeGroup* group = nullptr;
+};
+
+// The key of (application, group).
+inline std::string topicOf(std::string_view application, std::string_view group) {
+  return joinNames(application, group);
+}
+
+// Operations answer the status for the client. One that changes something and fails has changed
+// nothing; DCH_STATUS_NOT_STORED when the change could not be kept. None throws. One thread.
+class Registry {
+ public:
+  virtual ~Registry() = default;
+
+  // Replaces an earlier registration of the same name. Sources stay on line when their group is
+  // still there; the others go off line.
+  virtual DCH_Status registerApplication(const suite::Registration& registration) = 0;
+
+  // Its sources go off line.
+  virtual DCH_Status unregisterApplication(std::string_view application) = 0;
+
+  // Stores the handle through `handle`: positive, and the same for the same names each time. It is
+  // never used for other names.
+  virtual DCH_Status goOnline(const SourceNames& names, ZORA_Long* handle) = 0;
+
+  virtual DCH_Status goOffline(ZORA_Long handle) = 0;
+
+  // Keeps a row that was found good.
+  virtual DCH_Status storeRow(const OnlineSource& source, std::string_view message) = 0;
+
+  // The source with this handle, null when it is not on line. Valid until the next change.
+  virtual const OnlineSource* findOnline(ZORA_Long handle) const = 0;
+};
+
+}  // namespace dch
+
+#endif  // DCH_REGISTRY_H

@@ -1,0 +1,96 @@
+#include "dch/testkit/messages.h"
+
+#include <arpa/inet.h>
+
+#include <cstring>
+
+#include "dch/field_reader.h"
+#include "tests/support/scripted_dch.h"
+#include "zordchcl/messages.h"
+
+namespace dch::testkit {
+
+std::string registerMessage(const std::string& text, const std::string& name,
+                            const std::string& key) {
+  return messageOf([&](DCH_MessageBuilder& message) {
+    message.add(DCH_requestType, short{DCH_REQUEST_REGISTER})
+        .add(DCH_applName, name.c_str())
+        .add(DCH_applKey, key.c_str())
+        .addBytes(DCH_response, text.data(), static_cast<ZORA_Long>(text.size()));
+  });
+}
+
+std::string onlineMessage(const std::string& application, const std::string& group,
+                          const std::string& source) {
+  return messageOf([&](DCH_MessageBuilder& message) {
+    message.add(DCH_requestType, short{DCH_REQUEST_ONLINE})
+        .add(DCH_applName, application.c_str())
+        .add(DCH_attrGroup, group.c_str())
+        .add(DCH_sourceName, source.c_str());
+  });
+}
+
+std::string offlineMessage(ZORA_Long handle) {
+  return messageOf([&](DCH_MessageBuilder& message) {
+    message.add(DCH_requestType, short{DCH_REQUEST_OFFLINE}).add(DCH_handle, handle);
+  });
+}
+
+std::string unregisterMessage(const std::string& application) {
+  return messageOf([&](DCH_MessageBuilder& message) {
+    message.add(DCH_requestType, short{DCH_REQUEST_UNREGISTER})
+        .add(DCH_applName, application.c_str());
+  });
+}
+
+std::string dataMessage(ZORA_Long handle, const std::vector<Value>& values) {
+  return messageOf([&](DCH_MessageBuilder& message) {
+    message.add(DCH_requestType, short{DCH_REQUEST_DATA})
+        .add(DCH_handle, handle)
+        .add(DCH_dataCode, short{7});
+    for (const Value& value : values)
+      message.add(DCH_attrName, value.name.c_str())
+          .addAttributeValue(value.bytes.data(), static_cast<ZORA_Long>(value.bytes.size()),
+                             value.letter);
+  });
+}
+
+std::string subscribeMessage(const std::string& application, const std::string& group,
+                             ZORA_Long wanted) {
+  return messageOf([&](DCH_MessageBuilder& message) {
+    message.add(DCH_requestType, short{DCH_REQUEST_DATA_SUBSCRIPTION})
+        .add(DCH_applName, application.c_str())
+        .add(DCH_attrGroup, group.c_str())
+        .add(DCH_status, wanted);
+  });
+}
+
+std::string withdrawMessage(const std::string& application, const std::string& group) {
+  return subscribeMessage(application, group, DCH_SUBSCRIPTION_STOP);
+}
+
+std::string withLengthWord(std::string message, std::uint32_t length) {
+  const std::uint32_t word = htonl(length);
+  std::memcpy(message.data(), &word, sizeof word);
+  return message;
+}
+
+std::optional<ZORA_Long> statusOf(const std::string& answer) {
+  std::string message = answer;
+  FieldReader fields(message.data(), message.size());
+  ZORA_Long status = 0;
+  if (!fields.readLong(DCH_status, &status) || !fields.atEnd()) return std::nullopt;
+  return status;
+}
+
+std::optional<OnlineAnswer> onlineAnswerOf(const std::string& answer) {
+  std::string message = answer;
+  FieldReader fields(message.data(), message.size());
+  OnlineAnswer result{};
+  if (!fields.readLong(DCH_status, &result.status) ||
+      !fields.readLong(DCH_handle, &result.handle) || !fields.atEnd())
+    return std::nullopt;
+  return result;
+}
+
+}  // namespace dch::testkit

@@ -1,0 +1,50 @@
+// messages.h: requests as clients send them, and what is in an answer.
+#ifndef DCH_TESTKIT_MESSAGES_H
+#define DCH_TESTKIT_MESSAGES_H
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "zora/zora.h"
+
+namespace dch::testkit {
+
+// Two groups: load (load1, D, 16 bytes; processes, N, 4 bytes) and disk (name, T, 32 bytes).
+inline constexpr char hostmonRegistration[] =
+    "appl:HOSTMON,HMN;type:SOCK;group:load;attr:load1,D,16;attr:processes,N,4;"
+    "group:disk;attr:name,T,32;";
+
+struct Value {
+  std::string name;
+  char letter;
+  std::string bytes;
+};
+
+// `name` and `key` stand in front of the text; by default they are those of hostmonRegistration.
+std::string registerMessage(const std::string& text = hostmonRegistration,
+                            const std::string& name = "HOSTMON", const std::string& key = "HMN");
+std::string onlineMessage(const std::string& application, const std::string& group,
+                          const std::string& source);
+std::string offlineMessage(ZORA_Long handle);
+std::string unregisterMessage(const std::string& application);
+std::string dataMessage(ZORA_Long handle, const std::vector<Value>& values = {});
+std::string subscribeMessage(const std::string& application, const std::string& group,
+                             ZORA_Long wanted = 1);
+std::string withdrawMessage(const std::string& application, const std::string& group);
+
+// The same message with another length word.
+std::string withLengthWord(std::string message, std::uint32_t length);
+
+// An answer taken apart; an answer of another form gives nothing.
+std::optional<ZORA_Long> statusOf(const std::string& answer);
+struct OnlineAnswer {
+  ZORA_Long status;
+  ZORA_Long handle;
+  bool operator==(const OnlineAnswer&) const = default;
+};
+std::optional<OnlineAnswer> onlineAnswerOf(const std::string& answer);
+
+}  // namespace dch::testkit
+
+#endif  // DCH_TESTKIT_MESSAGES_H

@@ -1,0 +1,113 @@
+// The command line, start and end of the real program.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sysexits.h>
+
+#include "dch/testkit/clients.h"
+#include "dch/testkit/messages.h"
+#include "dch/testkit/server_process.h"
+
+namespace dch::testkit {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::MatchesRegex;
+using ::testing::StartsWith;
+
+TEST(ZordchdCommandLineTest, PrintsHelpWithAnExample) {
+  for (const char* option : {"-h", "--help"}) {
+    const RunResult result = runServer({option});
+    EXPECT_EQ(result.exitStatus, 0);
+    for (const char* text : {"--port", "--bind", "--instance", "--verbose", "Example"})
+      EXPECT_THAT(result.standardOutput, HasSubstr(text));
+    EXPECT_EQ(result.standardError, "");
+  }
+}
+
+TEST(ZordchdCommandLineTest, PrintsItsVersion) {
+  for (const char* option : {"-V", "--version"}) {
+    const RunResult result = runServer({option});
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_THAT(result.standardOutput, MatchesRegex("zordchd [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+  }
+}
+
+TEST(ZordchdCommandLineTest, RefusesAWrongCommandLine) {
+  for (const ServerProcess::Arguments& arguments :
+       {ServerProcess::Arguments{"--port", "65536"}, {"--bind", "nowhere"}, {"--what"}}) {
+    const RunResult result = runServer(arguments);
+    EXPECT_EQ(result.exitStatus, EX_USAGE);
+    EXPECT_EQ(result.standardOutput, "");
+    EXPECT_THAT(result.standardError, StartsWith("zordchd: "));
+    EXPECT_THAT(result.standardError, HasSubstr(arguments.back()));
+  }
+}
+
+TEST(ZordchdCommandLineTest, SaysOnOneLineWhereItIsReady) {
+  ServerProcess server;
+  EXPECT_EQ(server.stop(SIGTERM), 0);
+  EXPECT_THAT(server.standardOutput(),
+              MatchesRegex("zordchd [0-9.]+: ready on 127\\.0\\.0\\.1 port [0-9]+\n"));
+  EXPECT_THAT(server.standardOutput(), HasSubstr("port " + std::to_string(server.port()) + "\n"));
+}
+
+TEST(ZordchdCommandLineTest, EndsWithStatus0OnSIGTERMAndOnSIGINT) {
+  for (const int signal : {SIGTERM, SIGINT}) {
+    ServerProcess server;
+    UdpClient client(server.port());
+    EXPECT_EQ(statusOf(client.ask(registerMessage())), 0);
+    EXPECT_EQ(server.stop(signal), 0) << signal;
+  }
+}
+
+TEST(ZordchdCommandLineTest, EndsOnASignalWhileAConnectionHoldsUpTheReceiver) {
+  ServerProcess server;
+  TcpClient client(server.port());
+  EXPECT_EQ(statusOf(client.ask(registerMessage())), 0);
+  client.send(registerMessage().substr(0, 10));
+  EXPECT_EQ(server.stop(SIGTERM), 0);
+}
+
+TEST(ZordchdCommandLineTest, SaysWhyItCannotHaveAPortThatIsInUse) {
+  ServerProcess server;
+  const RunResult second = runServer({"--port", std::to_string(server.port())});
+  EXPECT_EQ(second.exitStatus, 1);
+  EXPECT_EQ(second.standardOutput, "");
+  EXPECT_THAT(second.standardError, HasSubstr("DCH port " + std::to_string(server.port())));
+  EXPECT_THAT(second.standardError, HasSubstr("already active"));
+  EXPECT_EQ(server.stop(SIGTERM), 0);
+}
+
+TEST(ZordchdCommandLineTest, SaysWhyItCannotHaveAnAddressThatTheMachineDoesNotHave) {
+  for (const char* port : {"0", "1919"}) {
+    const RunResult result = runServer({"--port", port, "--bind", "192.0.2.1"});
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_THAT(result.standardError, HasSubstr("192.0.2.1"));
+    EXPECT_THAT(result.standardError, HasSubstr("Cannot assign requested address"));
+  }
+}
+
+TEST(ZordchdCommandLineTest, RefusesAConfiguredPortThatIsNoNumber) {
+  const RunResult result = runServer({}, {{"ZORA_DCH_PORT", "web"}});
+  EXPECT_EQ(result.exitStatus, 1);
+  EXPECT_THAT(result.standardError, HasSubstr("port"));
+}
+
+TEST(ZordchdCommandLineTest, ServesTheAddressThatIsAskedFor) {
+  ServerProcess server({"--bind", "0.0.0.0"});
+  EXPECT_THAT(server.standardOutput(), HasSubstr("ready on 0.0.0.0 port "));
+  UdpClient client(server.port());
+  EXPECT_EQ(statusOf(client.ask(registerMessage())), 0);
+  EXPECT_EQ(server.stop(SIGTERM), 0);
+}
+
+TEST(ZordchdCommandLineTest, AnInstanceServesItsPort) {
+  ServerProcess server({"--instance", "second"});
+  UdpClient client(server.port());
+  EXPECT_EQ(statusOf(client.ask(registerMessage())), 0);
+  EXPECT_EQ(server.stop(SIGTERM), 0);
+}
+
+}  // namespace
+}  // namespace dch::testkit
