@@ -10,8 +10,8 @@ const char* OSV1_GetEnv(const char* name, int reserved);
 void OSV1_Sleep(int seconds);
 
 // Ends the process with exit status 1 after flushing standard error and standard output: for a
-// condition that a library function cannot come back from. Sleeps `pauseSeconds` in between, so that
-// a supervisor that restarts the process at once does not spin.
+// condition that a library function cannot come back from. Sleeps `pauseSeconds` in between, so
+// that a supervisor that restarts the process at once does not spin.
 [[noreturn]] void OSV1_EndProcess(int pauseSeconds);
 
 #endif  // SUITE_OSV1_H
