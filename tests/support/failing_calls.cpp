@@ -1,0 +1,85 @@
+#include "tests/support/failing_calls.h"
+
+#include <pthread.h>
+#include <sys/types.h>
+
+#include <atomic>
+#include <cerrno>
+
+namespace {
+
+struct Failure {
+  SystemCall call;
+  const void* object;
+  int result;
+  int systemError;
+};
+
+Failure failure;
+std::atomic<bool> isArmed{false};
+std::atomic<int> madeCalls[6];
+
+bool fails(SystemCall call, const void* object) {
+  madeCalls[static_cast<int>(call)].fetch_add(1);
+  if (!isArmed.load(std::memory_order_acquire) || failure.call != call) return false;
+  if (failure.object != nullptr && failure.object != object) return false;
+  errno = failure.systemError;
+  return true;
+}
+
+}  // namespace
+
+FailingCall::FailingCall(SystemCall call, const void* object, int result, int systemError) {
+  failure = {call, object, result, systemError};
+  isArmed.store(true, std::memory_order_release);
+}
+
+FailingCall::~FailingCall() {
+  isArmed.store(false, std::memory_order_release);
+}
+
+int callsMade(SystemCall call) {
+  return madeCalls[static_cast<int>(call)].load();
+}
+
+extern "C" {
+
+int __real_pthread_create(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
+int __real_pthread_mutex_lock(pthread_mutex_t*);
+int __real_pthread_mutex_unlock(pthread_mutex_t*);
+int __real_pthread_cond_wait(pthread_cond_t*, pthread_mutex_t*);
+int __real_pthread_cond_signal(pthread_cond_t*);
+pid_t __real_fork();
+
+int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
+                          void* (*entry)(void*), void* argument) {
+  if (fails(SystemCall::createThread, nullptr)) return failure.result;
+  return __real_pthread_create(thread, attributes, entry, argument);
+}
+
+int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
+  if (fails(SystemCall::lockMutex, mutex)) return failure.result;
+  return __real_pthread_mutex_lock(mutex);
+}
+
+int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex) {
+  const int result = __real_pthread_mutex_unlock(mutex);
+  return fails(SystemCall::unlockMutex, mutex) ? failure.result : result;
+}
+
+int __wrap_pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex) {
+  if (fails(SystemCall::waitCondition, condition)) return failure.result;
+  return __real_pthread_cond_wait(condition, mutex);
+}
+
+int __wrap_pthread_cond_signal(pthread_cond_t* condition) {
+  if (fails(SystemCall::signalCondition, condition)) return failure.result;
+  return __real_pthread_cond_signal(condition);
+}
+
+pid_t __wrap_fork() {
+  if (fails(SystemCall::fork, nullptr)) return failure.result;
+  return __real_fork();
+}
+
+}  // extern "C"
