@@ -1,11 +1,13 @@
 #include "tests/support/trace_lines.h"
 
 #include <gmock/gmock.h>
+#include <unistd.h>
 
 #include <cctype>
 #include <cstdarg>
 #include <cstdio>
 
+#include "tests/support/child_process.h"
 #include "tests/support/trace_capture.h"
 
 namespace {
@@ -35,8 +37,60 @@ bool matches(const std::string& text, const std::string& pattern) {
   return position == text.size();
 }
 
+constexpr unsigned allClasses = 0xFF;
+constexpr unsigned singleClasses[] = {0x01, 0x02, 0x04, 0x10, 0x40, 0x80};
+
 MATCHER_P(IsLine, pattern, "is " + testing::PrintToString(pattern)) {
   return matches(arg, pattern);
+}
+
+std::vector<testing::Matcher<std::string>> matchersOf(const std::vector<TraceLine>& lines,
+                                                      unsigned mask) {
+  std::vector<testing::Matcher<std::string>> matchers;
+  for (const TraceLine& line : lines)
+    if ((line.traceClass & mask) != 0) matchers.push_back(IsLine(line.text));
+  return matchers;
+}
+
+void expectTraceWith(unsigned mask, const std::string& function, const TracedScenario& scenario) {
+  std::vector<testing::Matcher<std::string>> expected;
+  std::vector<std::string> actual;
+  {
+    const TraceCapture trace(textOf("0x%x", mask).c_str());
+    expected = matchersOf(scenario(), mask);
+    actual = trace.textsOf(function);
+  }
+  EXPECT_THAT(actual, testing::ElementsAreArray(expected))
+      << function << " with class mask " << textOf("0x%x", mask);
+}
+
+// Sends the texts of the function in `context` to the parent, which reads standard output.
+void sendToParent(void* context, const TRC1_Record& record) {
+  if (*static_cast<const std::string*>(context) != record.function) return;
+  const std::string text = std::string(record.text, record.textLength) + '\0';
+  EXPECT_EQ(write(STDOUT_FILENO, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+}
+
+std::vector<std::string> textsIn(const std::string& output) {
+  std::vector<std::string> texts;
+  std::size_t start = 0;
+  for (std::size_t end; (end = output.find('\0', start)) != std::string::npos; start = end + 1)
+    texts.push_back(output.substr(start, end - start));
+  return texts;
+}
+
+void expectTraceAndExitWith(unsigned mask, const std::string& function,
+                            const std::function<void()>& scenario,
+                            const std::vector<TraceLine>& lines) {
+  const ChildResult child = runInChild([&] {
+    TRC1_SetSink(sendToParent, const_cast<std::string*>(&function));
+    TRC1_Configure(textOf("0x%x", mask).c_str());
+    scenario();
+    return 0;
+  });
+  EXPECT_EQ(child.exitStatus, 1) << child.standardError;
+  EXPECT_THAT(textsIn(child.standardOutput), testing::ElementsAreArray(matchersOf(lines, mask)))
+      << function << " with class mask " << textOf("0x%x", mask);
 }
 
 }  // namespace
@@ -79,16 +133,13 @@ TraceLine exitLine(long long value) {
 }
 
 void expectTrace(const std::string& function, const TracedScenario& scenario) {
-  for (const unsigned mask : {0xFFu, 0x01u, 0x02u, 0x04u, 0x10u, 0x40u, 0x80u}) {
-    std::vector<testing::Matcher<std::string>> expected;
-    std::vector<std::string> actual;
-    {
-      const TraceCapture trace(textOf("0x%x", mask).c_str());
-      for (const TraceLine& line : scenario())
-        if ((line.traceClass & mask) != 0) expected.push_back(IsLine(line.text));
-      actual = trace.textsOf(function);
-    }
-    EXPECT_THAT(actual, testing::ElementsAreArray(expected))
-        << function << " with class mask " << textOf("0x%x", mask);
-  }
+  expectTraceWith(allClasses, function, scenario);
+  for (const unsigned mask : singleClasses) expectTraceWith(mask, function, scenario);
+}
+
+void expectTraceAndExit(const std::string& function, const std::function<void()>& scenario,
+                        const std::vector<TraceLine>& lines) {
+  expectTraceAndExitWith(allClasses, function, scenario, lines);
+  for (const unsigned mask : singleClasses) expectTraceAndExitWith(mask, function, scenario, lines);
+  expectTraceAndExitWith(0, function, scenario, lines);
 }

@@ -32,4 +32,9 @@ using TracedScenario = std::function<std::vector<TraceLine>()>;
 // `function` must be its lines, in order: all of them, or those of the one class.
 void expectTrace(const std::string& function, const TracedScenario& scenario);
 
+// The same for a scenario that ends its process, and also with all classes off. It runs in a child
+// each time, which must end with exit status 1 after exactly `lines`.
+void expectTraceAndExit(const std::string& function, const std::function<void()>& scenario,
+                        const std::vector<TraceLine>& lines);
+
 #endif  // TESTS_SUPPORT_TRACE_LINES_H

@@ -1,0 +1,89 @@
+#include "tests/support/running_server.h"
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <memory>
+
+#include "tests/support/loopback_socket.h"
+
+namespace {
+
+// An endpoint of this type starts nothing; the test plays the part of startup().
+constexpr short noService = 0;
+
+// Port 0 is any free one, and no setting of this machine is to choose another.
+short withFreePorts(short typeOfService) {
+  setenv("ZORA_DCH_PORT", "0", 1);
+  setenv("ZOR0_PRODUCT_SPEC", "/dev/null", 1);
+  return typeOfService;
+}
+
+}  // namespace
+
+const std::string blankName(255, ' ');
+
+RunningServer::RunningServer() : _endpoint(withFreePorts(noService), 0, 0) {
+  _endpoint._typeOfService = SERVICE_SERVER;  // so that its queue goes with it
+  _endpoint._sockError = 0;
+  _endpoint.ipcSetError(0);
+  _endpoint.ipc_new_cb();
+}
+
+RunningServer::~RunningServer() {
+  stop();
+}
+
+QueuedMessage RunningServer::start() {
+  _result = std::async(std::launch::async, [this] { return _endpoint.IPCServer(); });
+  return next();
+}
+
+bool RunningServer::waitForEntry() {
+  ipcCircularBuffer& queue = *_endpoint._ipcCircularBuffer;
+  timespec deadline;
+  clock_gettime(CLOCK_REALTIME, &deadline);
+  deadline.tv_sec += 5;
+  int code = 0;
+  pthread_mutex_lock(&queue.lock);
+  while (queue.num_full == 0 && code == 0)
+    code = pthread_cond_timedwait(&queue.notEmpty, &queue.lock, &deadline);
+  pthread_mutex_unlock(&queue.lock);
+  return code == 0;
+}
+
+QueuedMessage RunningServer::next() {
+  QueuedMessage message;
+  if (!waitForEntry()) {
+    ADD_FAILURE() << "nothing came into the queue";
+    return message;
+  }
+  char* buffer = nullptr;
+  ZORA_Long size = 0;
+  char address[IPC_ADDRESS_SIZE];
+  char name[IPC_NAME_SIZE];
+  _endpoint.ipc_get_data(&buffer, &size, address, &message.senderLength, name, &message.descriptor);
+  const std::unique_ptr<char[]> owner(buffer);
+  // The slot just emptied is filled again only after the next entry is taken.
+  const ipcCircularBuffer& queue = *_endpoint._ipcCircularBuffer;
+  const ZORA_Long taken = (queue.start_idx + IPC_QSIZE - 1) % IPC_QSIZE;
+  message.bytes.assign(buffer, static_cast<std::size_t>(queue.dataLen[taken]));
+  std::memcpy(&message.sender, address, sizeof message.sender);
+  message.name = name;
+  return message;
+}
+
+void RunningServer::stop() {
+  if (!_result.valid()) return;
+  _endpoint._sockError = 2;
+  const LoopbackSocket waker;
+  waker.sendTo(datagramPort(), "wake up");
+  // A loop that waits for room in the queue comes to its end only when there is some.
+  while (_result.wait_for(std::chrono::milliseconds(20)) != std::future_status::ready)
+    if (_endpoint._ipcCircularBuffer->num_full != 0) next();
+  _result.get();
+}
