@@ -1,0 +1,416 @@
+// The life of a client: what it sets up, what its latch does, how it ends.
+#include "zordchcl/DCHclient.h"
+
+#include <arpa/inet.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "tests/support/child_process.h"
+#include "tests/support/descriptor_limit.h"
+#include "tests/support/fake_transport.h"
+#include "tests/support/scripted_dch.h"
+#include "tests/support/trace_capture.h"
+#include "tests/support/trace_lines.h"
+#include "zordlpc/zordlpc.h"
+#include "zordsock/zordsock.h"
+
+namespace {
+
+using testing::EndsWith;
+using testing::IsEmpty;
+using testing::Not;
+
+constexpr char className[] = "DCHclient::DCHclient";
+constexpr char destructorName[] = "DCHclient::~DCHclient";
+
+sockaddr_in localAddressOf(ZORA_Long descriptor) {
+  sockaddr_in address{};
+  socklen_t length = sizeof address;
+  EXPECT_EQ(getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &length), 0);
+  return address;
+}
+
+TEST(Construction, TakesAPooledSocketAndTheTransportsTimeout) {
+  setenv("ZORA_DCH_TIMEOUT", "7", 1);
+  expectTrace(className, [] {
+    const DCHclient client(0, 1);
+    EXPECT_EQ(client._clientIpcType, IPC_TYPE_SOCKET);
+    EXPECT_EQ(client._interruptFD, NO_SOCKET);
+    EXPECT_EQ(client._DCHtimeout, 7);
+    EXPECT_EQ(client._ipcReadTimeout, 7);
+    EXPECT_EQ(client._clientError, 0);
+    EXPECT_EQ(client._readBuffer, nullptr);
+    EXPECT_EQ(static_cast<ipcSock*>(client._ipcClient)->_useFromSockPool, 1);
+    EXPECT_EQ(client._ipcClient->ipcTypeOfService(), SERVICE_UDP_CLIENT);
+    return std::vector<TraceLine>{
+        entryLine(),
+        detailLine("Allocated _ipcClient @{address}\n"),
+        detailLine("_DCHtimeout=7 _ipcReadTimeout=7\n"),
+        detailLine("Allocated DCH Client object @{address}, _interruptFD[-999]\n"),
+        exitLine(),
+    };
+  });
+}
+
+TEST(Construction, OpensTheInterruptSocketOnTheLoopbackInterface) {
+  expectTrace(className, [] {
+    const DCHclient client(1, 0);
+    const sockaddr_in address = localAddressOf(client._interruptFD);
+    EXPECT_EQ(address.sin_addr.s_addr, htonl(INADDR_LOOPBACK));
+    EXPECT_EQ(ntohs(address.sin_port), client._interruptPort);
+    EXPECT_EQ(static_cast<ipcSock*>(client._ipcClient)->_useFromSockPool, 0);
+    EXPECT_EQ(client._DCHtimeout, 30);
+    const int descriptor = client._interruptFD;
+    return std::vector<TraceLine>{
+        entryLine(),
+        detailLine("Allocated _ipcClient @{address}\n"),
+        storageLine(textOf("_interruptFD socket[%d] bound to port[%d]\n", descriptor,
+                           static_cast<int>(client._interruptPort))),
+        detailLine("_DCHtimeout=30 _ipcReadTimeout=30\n"),
+        detailLine(
+            textOf("Allocated DCH Client object @{address}, _interruptFD[%d]\n", descriptor)),
+        exitLine(),
+    };
+  });
+}
+
+TEST(Construction, TakesTheTimeoutAsASixteenBitValue) {
+  setenv("ZORA_DCH_TIMEOUT", "65537", 1);
+  const DCHclient client(0, 1);
+  EXPECT_EQ(client._DCHtimeout, 1);
+  EXPECT_EQ(client._ipcReadTimeout, 1);
+}
+
+TEST(Construction, OverLocalProcedureCallsSetsNoTimeout) {
+  setenv("ZORA_DCH_IPCTYPE", "2", 1);
+  expectTrace(className, [] {
+    const DCHclient client(1, 0);
+    EXPECT_EQ(client._clientIpcType, IPC_TYPE_LPC);
+    EXPECT_NE(dynamic_cast<ipcLPC*>(client._ipcClient), nullptr);
+    EXPECT_EQ(client._ipcClient->ipcTypeOfService(), SERVICE_CLIENT);
+    EXPECT_EQ(client._DCHtimeout, 0);
+    EXPECT_EQ(client._ipcReadTimeout, 0);
+    EXPECT_EQ(client._interruptFD, NO_SOCKET);
+    return std::vector<TraceLine>{
+        entryLine(),
+        detailLine("Allocated _ipcClient @{address}\n"),
+        detailLine("Allocated DCH Client object @{address}, _interruptFD[-999]\n"),
+        exitLine(),
+    };
+  });
+}
+
+TEST(Construction, AnUnopenedInterruptSocketSetsTheLatch) {
+  { const DCHclient readsSettings(1, 0); }
+  expectTrace(className, [] {
+    const DescriptorLimit room(1);  // for the transport's socket
+    DCHclient client(1, 0);
+    EXPECT_EQ(client._clientError, 1);
+    EXPECT_EQ(client._interruptFD, NO_SOCKET);
+    EXPECT_EQ(client.dc_waitOnDataInitialize("A", "g"), 1);
+    return std::vector<TraceLine>{
+        entryLine(),
+        detailLine("Allocated _ipcClient @{address}\n"),
+        errorLine("Error: _interruptFD[-1]  errno=24\n"),
+        detailLine("_DCHtimeout=30 _ipcReadTimeout=30\n"),
+        detailLine("Allocated DCH Client object @{address}, _interruptFD[-999]\n"),
+        exitLine(),
+    };
+  });
+}
+
+// ---- Ends of the process ---------------------------------------------------------------------
+
+// The child leaves a text in the buffer of standard output, which the end must not lose.
+ChildResult constructInChild(const std::map<std::string, std::string>& environment,
+                             bool withoutDescriptors = false) {
+  return runInChild(
+      [&] {
+        std::fputs("kept", stdout);
+        const DescriptorLimit limit(withoutDescriptors ? 0 : 100);
+        const DCHclient client(1, 0);
+        return 77;
+      },
+      environment);
+}
+
+void expectEndAfterASecond(const ChildResult& child) {
+  EXPECT_EQ(child.exitStatus, 1);
+  EXPECT_EQ(child.standardOutput, "kept");
+  EXPECT_GE(child.seconds, 1.0);
+  EXPECT_LT(child.seconds, 5.0);
+}
+
+TEST(FatalEnd, AnUnknownIpcTypeEndsTheProcess) {
+  const ChildResult child = constructInChild({{"ZORA_DCH_IPCTYPE", "7"}});
+  expectEndAfterASecond(child);
+  EXPECT_THAT(child.standardError, EndsWith(" Error: Unrecognized IPC type 7, exiting...\n"));
+}
+
+TEST(FatalEnd, AnIpcTypeThatIsNoNumberEndsTheProcess) {
+  const ChildResult child = constructInChild({{"ZORA_DCH_IPCTYPE", "sockets"}});
+  expectEndAfterASecond(child);
+  EXPECT_THAT(child.standardError, EndsWith(" Error: Unrecognized IPC type 0, exiting...\n"));
+}
+
+TEST(FatalEnd, AnUnknownHostEndsTheProcess) {
+  const ChildResult child = constructInChild({{"ZORA_DCH_ADDR", "no such host"}});
+  expectEndAfterASecond(child);
+  EXPECT_THAT(
+      child.standardError,
+      EndsWith(" Error: DCH Client cannot continue. IPC initialization failed, exiting...\n"));
+}
+
+TEST(FatalEnd, ATransportWithoutASocketEndsTheProcess) {
+  const ChildResult child = constructInChild({}, true);
+  expectEndAfterASecond(child);
+  EXPECT_THAT(
+      child.standardError,
+      EndsWith(" Error: DCH Client cannot continue. IPC initialization failed, exiting...\n"));
+}
+
+TEST(FatalEnd, IsReportedUnderTheErrorClassAlone) {
+  for (const char* ipcType : {"7", "1"}) {
+    const ChildResult child = constructInChild(
+        {{"ZORA_DCH_IPCTYPE", ipcType}, {"ZORA_DCH_ADDR", "no such host"}, {"ZORA_TRACE", "0x57"}});
+    expectEndAfterASecond(child);
+    EXPECT_THAT(child.standardError, Not(testing::HasSubstr("Error:"))) << ipcType;
+    EXPECT_THAT(child.standardError, testing::HasSubstr("<<Entry>>")) << ipcType;
+  }
+}
+
+// ---- Destruction -----------------------------------------------------------------------------
+
+TEST(Destruction, GivesThePooledSocketBack) {
+  setenv("ZORA_DCH_UDP_SOCKETS_IN_POOL", "1", 1);
+  ZORA_Long pooled = 0;
+  expectTrace(destructorName, [&] {
+    // With one socket in the pool a second client could not be made, were it not given back.
+    const DCHclient client(0, 1);
+    const ZORA_Long descriptor = static_cast<ipcSock*>(client._ipcClient)->sockUDP();
+    EXPECT_TRUE(pooled == 0 || pooled == descriptor);
+    pooled = descriptor;
+    return std::vector<TraceLine>{
+        entryLine(),
+        detailLine("Deleting _ipcClient @{address}, _interruptFD[-999]\n"),
+        detailLine("Deleting DCH Client object @{address}\n"),
+        exitLine(),
+    };
+  });
+  localAddressOf(pooled);  // still open
+}
+
+TEST(Destruction, ClosesTheInterruptSocket) {
+  expectTrace(destructorName, [] {
+    const DCHclient client(1, 0);
+    return std::vector<TraceLine>{
+        entryLine(),
+        detailLine(textOf("Closing socket[%d]\n", static_cast<int>(client._interruptFD))),
+        detailLine(textOf("Deleting _ipcClient @{address}, _interruptFD[%d]\n",
+                          static_cast<int>(client._interruptFD))),
+        detailLine("Deleting DCH Client object @{address}\n"),
+        exitLine(),
+    };
+  });
+}
+
+TEST(Destruction, LeavesNoDescriptorBehind) {
+  { const DCHclient first(1, 0); }
+  const DescriptorLimit room(2);
+  for (int i = 0; i < 5; ++i) {
+    const DCHclient client(1, 0);
+    EXPECT_EQ(client._clientError, 0) << i;
+  }
+}
+
+TEST(Destruction, OverLocalProcedureCallsSaysThatItIsUnfinished) {
+  setenv("ZORA_DCH_IPCTYPE", "2", 1);
+  expectTrace(destructorName, [] {
+    const DCHclient client(0, 1);
+    return std::vector<TraceLine>{
+        entryLine(),
+        errorLine("FINISH ME UP!!!!"),
+        detailLine("Deleting _ipcClient @{address}\n"),
+        detailLine("Deleting DCH Client object @{address}\n"),
+        exitLine(),
+    };
+  });
+}
+
+TEST(Destruction, WithAnUnknownTypeLeavesTheTransportAlone) {
+  expectTrace(destructorName, [] {
+    ipcSock* transport = nullptr;
+    {
+      DCHclient client(0, 1);
+      transport = static_cast<ipcSock*>(client._ipcClient);
+      client._clientIpcType = 7;
+    }
+    EXPECT_EQ(transport->releaseIPC(), 0);
+    std::default_delete<ipcSock>()(transport);
+    return std::vector<TraceLine>{
+        entryLine(),
+        errorLine("Error: Unrecognized IPC type 7\n"),
+        detailLine("Deleting DCH Client object @{address}\n"),
+        exitLine(),
+    };
+  });
+}
+
+// ---- Settings --------------------------------------------------------------------------------
+
+TEST(ReadTimeout, IsSetAndGoesBackToTheTransports) {
+  setenv("ZORA_DCH_TIMEOUT", "9", 1);
+  DCHclient client(0, 1);
+  client.setReadTimeout(7);
+  EXPECT_EQ(client._ipcReadTimeout, 7);
+  client.setReadTimeout(0);
+  EXPECT_EQ(client._ipcReadTimeout, 9);
+  client.setReadTimeout(-1);
+  EXPECT_EQ(client._ipcReadTimeout, -1);
+  EXPECT_EQ(client._DCHtimeout, 9);
+}
+
+TEST(RetryRead, IsTheTransports) {
+  FakedClient faked;
+  EXPECT_EQ(faked.transport.ipcGetRetryRead(), 1);
+  faked.client.setRetryRead(4);
+  EXPECT_EQ(faked.transport.ipcGetRetryRead(), 4);
+  faked.client.setRetryRead(0);
+  EXPECT_EQ(faked.transport.ipcGetRetryRead(), 0);
+}
+
+TEST(RetryRead, WithoutATransportDoesNothing) {
+  DCHclient client(0, 1);
+  DCHipc* const transport = client._ipcClient;
+  client._ipcClient = nullptr;
+  client.setRetryRead(4);
+  client._ipcClient = transport;
+  EXPECT_EQ(transport->ipcGetRetryRead(), 1);
+  EXPECT_EQ(client._clientError, 0);
+}
+
+// ---- The latch -------------------------------------------------------------------------------
+
+struct Request {
+  const char* method;
+  std::function<ZORA_Long(DCHclient&, ZORA_Long* status)> make;
+};
+
+char row[DCH_WORK_BUFFER_SIZE];
+
+std::vector<Request> allRequests() {
+  static ZORA_Long handle;
+  static ZORA_Long size;
+  static char* buffer;
+  buffer = row;
+  return {
+      {"dp_register", [](auto& client, auto status) { return client.dp_register(status, "appl"); }},
+      {"dp_online",
+       [](auto& client, auto status) {
+         return client.dp_online(status, &handle, "A", "g", nullptr);
+       }},
+      {"dp_offline", [](auto& client, auto status) { return client.dp_offline(status, 1); }},
+      {"dp_unregister",
+       [](auto& client, auto status) { return client.dp_unregister(status, "A"); }},
+      {"dp_cancel", [](auto& client, auto status) { return client.dp_cancel(status, 1); }},
+      {"dp_formatData",
+       [](auto& client, auto status) {
+         return client.dp_formatData(status, &buffer, &size, "n", "v", 1, 'D');
+       }},
+      {"dp_data", [](auto& client, auto status) { return client.dp_data(status, 1, 2, &buffer); }},
+  };
+}
+
+std::vector<Request> requestsWithoutStatus() {
+  return {
+      {"dc_waitOnDataInitialize",
+       [](auto& client, auto) { return client.dc_waitOnDataInitialize(nullptr, nullptr); }},
+      {"dc_waitOnData", [](auto& client, auto) { return client.dc_waitOnData(nullptr, 0); }},
+      {"dc_waitOnDataCancel", [](auto& client, auto) { return client.dc_waitOnDataCancel(); }},
+      {"dc_waitOnDataDestroy", [](auto& client, auto) { return client.dc_waitOnDataDestroy(); }},
+  };
+}
+
+void expectOnlyTheLatch(const Request& request, ZORA_Long latch) {
+  expectTrace(std::string("DCHclient::") + request.method, [&] {
+    FakedClient faked;
+    faked.client._clientError = latch;
+    ZORA_Long status = 0;
+    EXPECT_EQ(request.make(faked.client, &status), latch);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(faked.client._clientError, latch);
+    EXPECT_THAT(faked.transport.written, IsEmpty());
+    EXPECT_THAT(faked.transport.waits, IsEmpty());
+    return std::vector<TraceLine>{entryLine(), exitLine(latch)};
+  });
+}
+
+TEST(Latch, AboveZeroStopsEveryRequestWithStatusZero) {
+  for (const Request& request : allRequests())
+    for (const ZORA_Long latch : {1, 4}) expectOnlyTheLatch(request, latch);
+}
+
+TEST(Latch, AStoppedRequestSetsTheStatusToZero) {
+  for (const Request& request : allRequests()) {
+    FakedClient faked;
+    faked.client._clientError = 1;
+    ZORA_Long status = 99;
+    request.make(faked.client, &status);
+    EXPECT_EQ(status, 0) << request.method;
+  }
+}
+
+TEST(Latch, AboveZeroStopsEverySubscriptionCall) {
+  for (const Request& request : requestsWithoutStatus())
+    for (const ZORA_Long latch : {1, 4}) expectOnlyTheLatch(request, latch);
+}
+
+TEST(Latch, StopsTheShutdownRequestToo) {
+  expectTrace("DCHclient::shutdown", [] {
+    FakedClient faked;
+    faked.client._clientError = 1;
+    faked.client.shutdown(0);
+    return std::vector<TraceLine>{entryLine(), exitLine()};
+  });
+}
+
+TEST(Latch, OfACancelledWaitStopsNoRequest) {
+  FakedClient faked;
+  faked.client._clientError = -1;
+  faked.transport.answers = {statusAnswer(6)};
+  ZORA_Long status = 99;
+  EXPECT_EQ(faked.client.dp_offline(&status, 1), -1);
+  EXPECT_EQ(status, 6);
+  EXPECT_EQ(faked.transport.written.size(), 1u);
+}
+
+TEST(Latch, IsNeverCleared) {
+  FakedClient faked;
+  ZORA_Long status = 99;
+  EXPECT_EQ(faked.client.dp_offline(&status, 1), 1);
+  EXPECT_EQ(status, 5);
+  faked.transport.answers = {statusAnswer(0)};
+  EXPECT_EQ(faked.client.dp_offline(&status, 1), 1);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(faked.transport.written.size(), 1u);
+}
+
+// ---- Requests over local procedure calls -----------------------------------------------------
+
+TEST(LocalProcedureCalls, CarryNoRequest) {
+  setenv("ZORA_DCH_IPCTYPE", "2", 1);
+  ZORA_Long status = 99;
+  {
+    DCHclient client(0, 1);
+    EXPECT_EQ(client.dp_offline(&status, 1), 1);
+    EXPECT_EQ(status, 2) << "nothing was written";
+  }
+  DCHclient client(0, 1);
+  EXPECT_EQ(client.dp_register(&status, "appl:A,KEY;group:g;attr:a,D,1;"), 1);
+  EXPECT_EQ(status, 5) << "nothing was read either";
+}
+
+}  // namespace
