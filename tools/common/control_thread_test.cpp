@@ -1,0 +1,63 @@
+#include "tools/common/control_thread.h"
+
+#include <gtest/gtest.h>
+#include <sysexits.h>
+#include <unistd.h>
+
+#include <future>
+
+#include "tests/support/child_process.h"
+
+namespace tools {
+namespace {
+
+using Clock = ControlThread::Clock;
+
+TEST(ControlThread, TellsASignalToTheProcess) {
+  std::promise<int> told;
+  ControlThread thread([&](int signal) { told.set_value(signal); });
+  kill(getpid(), SIGTERM);
+  EXPECT_EQ(told.get_future().get(), SIGTERM);
+}
+
+TEST(ControlThread, TellsThatTheDeadlineHasPassed) {
+  std::promise<int> told;
+  const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(50);
+  ControlThread thread([&](int signal) { told.set_value(signal); }, [&] { return deadline; });
+  EXPECT_EQ(told.get_future().get(), 0);
+  EXPECT_GE(Clock::now(), deadline);
+}
+
+TEST(ControlThread, ADeadlineThatMovedCountsAnew) {
+  std::promise<void> told;
+  const Clock::time_point start = Clock::now();
+  int asked = 0;
+  ControlThread thread([&](int) { told.set_value(); },
+                       [&] { return start + std::chrono::milliseconds(++asked > 1 ? 120 : 30); });
+  told.get_future().get();
+  EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(120));
+}
+
+TEST(ControlThread, EndsWithoutHavingBeenToldAnything) {
+  bool told = false;
+  {
+    ControlThread thread([&](int) { told = true; });
+  }
+  EXPECT_FALSE(told);
+}
+
+TEST(ControlThread, ASecondSignalEndsTheProcess) {
+  const ChildResult child = runInChild([] {
+    std::promise<void> told;
+    ControlThread thread([&](int) { told.set_value(); });
+    kill(getpid(), SIGINT);
+    told.get_future().get();
+    kill(getpid(), SIGINT);
+    pause();
+    return EX_SOFTWARE;
+  });
+  EXPECT_EQ(child.exitStatus, 128 + SIGINT);
+}
+
+}  // namespace
+}  // namespace tools
