@@ -53,6 +53,8 @@ std::optional<std::string> Socket::receive(int milliseconds) {
   if (poll(&watched, 1, milliseconds) != 1) return std::nullopt;
   std::string bytes(65536, '\0');
   const ssize_t count = recv(_descriptor, bytes.data(), bytes.size(), 0);
+  // A server that closes a connection before it has read everything resets it.
+  if (count < 0 && errno == ECONNRESET) return "";
   check(count >= 0, "recv");
   bytes.resize(static_cast<std::size_t>(count));
   return bytes;

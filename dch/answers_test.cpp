@@ -1,0 +1,141 @@
+#include "dch/answers.h"
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "dch/testkit/messages.h"
+
+namespace dch {
+namespace {
+
+using Form = Answer::Form;
+
+// An endpoint that only keeps what it is told to write.
+class RecordingEndpoint : public DCHipc {
+ public:
+  RecordingEndpoint() : DCHipc(SERVICE_CLIENT) {}
+
+  ZORA_Long ipcRead(void**, ZORA_Long) override { return -1; }
+  ZORA_Long ipcWrite(void* buffer, ZORA_Long length, unsigned int connection) override {
+    ++writes;
+    lastMessage.assign(static_cast<const char*>(buffer), static_cast<std::size_t>(length));
+    lastConnection = connection;
+    return length;
+  }
+  void setClientAddr(void* address, ZORA_Long) override {
+    receiver = PeerAddress(*static_cast<const sockaddr_in*>(address));
+  }
+  ZORA_Long IPCServer() override { return 1; }
+  ZORA_Long IPCClient(void*, ZORA_Long, ZORA_Long) override { return 1; }
+  ZORA_Long allocateIPC() override { return -1; }
+  ZORA_Long releaseIPC() override { return 1; }
+
+  int writes = 0;
+  std::string lastMessage;
+  unsigned int lastConnection = 0;
+  PeerAddress receiver;
+};
+
+// Both ends of a stream connection on the loopback interface.
+class Connection {
+ public:
+  Connection() {
+    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    socklen_t length = sizeof address;
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    listen(listener, 1);
+    getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length);
+    _client = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    connect(_client, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    server = accept4(listener, reinterpret_cast<sockaddr*>(&address), &length, SOCK_CLOEXEC);
+    peer = PeerAddress(address);
+    close(listener);
+  }
+  ~Connection() {
+    close(server);
+    close(_client);
+  }
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+
+  // Sends until the client, which does not read, and the system take no more.
+  void fill() const {
+    const std::string block(65536, 'x');
+    while (send(server, block.data(), block.size(), MSG_DONTWAIT | MSG_NOSIGNAL) > 0) {
+    }
+  }
+
+  int server;
+  PeerAddress peer;
+
+ private:
+  int _client;
+};
+
+class AnswersTest : public ::testing::Test {
+ protected:
+  static IncomingMessage requestOn(const Connection& connection) {
+    IncomingMessage request;
+    request.connection = static_cast<unsigned int>(connection.server);
+    request.sender = connection.peer;
+    return request;
+  }
+
+  const EventLog _log{false};
+  RecordingEndpoint _endpoint;
+  Answers _answers{_endpoint, _log};
+};
+
+TEST_F(AnswersTest, GoesBackToTheSenderOfADatagram) {
+  IncomingMessage request;
+  request.sender.address = htonl(INADDR_LOOPBACK);
+  request.sender.port = htons(4711);
+  _answers.send(request, {Form::statusAndHandle, DCH_STATUS_OK, 17});
+  EXPECT_EQ(_endpoint.receiver, request.sender);
+  EXPECT_EQ(_endpoint.lastConnection, 0u);
+  EXPECT_EQ(testkit::onlineAnswerOf(_endpoint.lastMessage), (testkit::OnlineAnswer{0, 17}));
+}
+
+TEST_F(AnswersTest, GoesBackOnTheConnectionOfItsRequest) {
+  const Connection connection;
+  _answers.send(requestOn(connection), {Form::status, DCH_STATUS_UNKNOWN_HANDLE, 0});
+  EXPECT_EQ(_endpoint.lastConnection, static_cast<unsigned int>(connection.server));
+  EXPECT_EQ(testkit::statusOf(_endpoint.lastMessage), DCH_STATUS_UNKNOWN_HANDLE);
+}
+
+TEST_F(AnswersTest, IsNotSentWhenThereIsNone) {
+  _answers.send(IncomingMessage(), Answer());
+  EXPECT_EQ(_endpoint.writes, 0);
+}
+
+TEST_F(AnswersTest, IsDroppedWhenTheClientDoesNotRead) {
+  const Connection connection;
+  connection.fill();
+  _answers.send(requestOn(connection), {Form::status, DCH_STATUS_OK, 0});
+  EXPECT_EQ(_endpoint.writes, 0);
+}
+
+TEST_F(AnswersTest, IsDroppedWhenTheDescriptorIsAnotherClientsByNow) {
+  const Connection connection;
+  IncomingMessage request = requestOn(connection);
+  ++request.sender.port;
+  _answers.send(request, {Form::status, DCH_STATUS_OK, 0});
+  EXPECT_EQ(_endpoint.writes, 0);
+}
+
+TEST_F(AnswersTest, IsDroppedWhenTheConnectionIsClosed) {
+  IncomingMessage request;
+  request.connection = 1'000'000;
+  _answers.send(request, {Form::status, DCH_STATUS_OK, 0});
+  EXPECT_EQ(_endpoint.writes, 0);
+}
+
+}  // namespace
+}  // namespace dch
