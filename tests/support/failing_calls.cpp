@@ -15,13 +15,22 @@ struct Failure {
   int systemError;
 };
 
+struct Counted {
+  SystemCall call;
+  const void* object;
+};
+
 Failure failure;
-std::atomic<bool> isArmed{false};
-std::atomic<int> madeCalls[6];
+std::atomic<bool> isFailing{false};
+Counted counted;
+std::atomic<bool> isCounting{false};
+std::atomic<int> callCount{0};
 
 bool fails(SystemCall call, const void* object) {
-  madeCalls[static_cast<int>(call)].fetch_add(1);
-  if (!isArmed.load(std::memory_order_acquire) || failure.call != call) return false;
+  if (isCounting.load(std::memory_order_acquire) && counted.call == call &&
+      counted.object == object)
+    callCount.fetch_add(1);
+  if (!isFailing.load(std::memory_order_acquire) || failure.call != call) return false;
   if (failure.object != nullptr && failure.object != object) return false;
   errno = failure.systemError;
   return true;
@@ -31,15 +40,25 @@ bool fails(SystemCall call, const void* object) {
 
 FailingCall::FailingCall(SystemCall call, const void* object, int result, int systemError) {
   failure = {call, object, result, systemError};
-  isArmed.store(true, std::memory_order_release);
+  isFailing.store(true, std::memory_order_release);
 }
 
 FailingCall::~FailingCall() {
-  isArmed.store(false, std::memory_order_release);
+  isFailing.store(false, std::memory_order_release);
 }
 
-int callsMade(SystemCall call) {
-  return madeCalls[static_cast<int>(call)].load();
+CallCounter::CallCounter(SystemCall call, const void* object) {
+  counted = {call, object};
+  callCount = 0;
+  isCounting.store(true, std::memory_order_release);
+}
+
+CallCounter::~CallCounter() {
+  isCounting.store(false, std::memory_order_release);
+}
+
+int CallCounter::count() const {
+  return callCount;
 }
 
 extern "C" {

@@ -1,4 +1,4 @@
-// failing_calls.h: makes system calls of the library fail. For programs that link
+// failing_calls.h: makes system calls of the library fail, and counts them. For programs that link
 // zord410_test_failing_calls, whose linker options put these wrappers before the real functions.
 #ifndef TESTS_SUPPORT_FAILING_CALLS_H
 #define TESTS_SUPPORT_FAILING_CALLS_H
@@ -23,7 +23,16 @@ class FailingCall {
   FailingCall& operator=(const FailingCall&) = delete;
 };
 
-// How often `call` was made so far, by any thread, whether it failed or not.
-int callsMade(SystemCall call);
+// Counts the calls of one kind on one mutex or condition while it lives, whether they fail or not.
+// One at a time.
+class CallCounter {
+ public:
+  CallCounter(SystemCall call, const void* object);
+  ~CallCounter();
+  CallCounter(const CallCounter&) = delete;
+  CallCounter& operator=(const CallCounter&) = delete;
+
+  int count() const;
+};
 
 #endif  // TESTS_SUPPORT_FAILING_CALLS_H
