@@ -1,0 +1,421 @@
+// The exported functions of the library and of the providers: their frame, the locks, real waits.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <thread>
+#include <vector>
+
+#include "tests/support/bytes.h"
+#include "tests/support/scripted_dch.h"
+#include "tests/support/trace_capture.h"
+#include "tests/support/trace_lines.h"
+#include "zordchcl/locks.h"
+#include "zordchcl/zordchcl.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+using Lines = std::vector<TraceLine>;
+
+constexpr ZORA_Long untouched = 4711;
+constexpr char registration[] = "appl:HOSTMON,HMN;group:load;attr:load1,D,16;";
+constexpr char oneSecondLine[] = "Error: ipcRead with wait[1 second] failed\n";
+
+template <class Action>
+double secondsOf(Action action) {
+  const auto begin = std::chrono::steady_clock::now();
+  action();
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+}
+
+char* newRow() {
+  ZORA_Long status = untouched;
+  char* row = nullptr;
+  ZORA_Long size = 0;
+  EXPECT_EQ(dp_formatData(&status, &row, &size, "load1", "0.25", 4, 'D'), 0);
+  EXPECT_EQ(status, 0);
+  return row;
+}
+
+// Answers as a DCH does that gives handle 815 to everybody.
+std::vector<std::string> answerWell(const std::string& request) {
+  const bool isOnline = request.substr(10, 2) == bytesOf("1015");
+  return {isOnline ? onlineAnswer(0, 815) : statusAnswer(0)};
+}
+
+// ---- A provider's life -----------------------------------------------------------------------
+
+TEST(ProviderApi, ALifeFromRegistrationToUnregistration) {
+  const ScriptedDch dch(answerWell);
+  DCH_api_init();
+  ZORA_Long status = untouched;
+  ZORA_Long handle = untouched;
+  EXPECT_EQ(dp_register(&status, registration), 0);
+  EXPECT_EQ(dp_online(&status, &handle, "HOSTMON", "load", "host1"), 0);
+  EXPECT_EQ(handle, 815);
+  for (const short code : {short{17}, short{18}}) {
+    char* row = newRow();
+    EXPECT_EQ(dp_data(&status, handle, code, &row), 0);
+    EXPECT_EQ(row, nullptr);
+  }
+  char* row = newRow();
+  EXPECT_EQ(dp_actionData(&status, handle, 19, &row, 3, 0), 0);
+  EXPECT_EQ(row, nullptr);
+  EXPECT_EQ(dp_offline(&status, handle), 0);
+  EXPECT_EQ(dp_unregister(&status, "HOSTMON"), 0);
+  EXPECT_EQ(status, 0);
+  DCH_api_destroy();
+
+  std::vector<std::string> codes;
+  for (const std::string& request : dch.requests()) {
+    codes.push_back(request.substr(10, 2));
+    EXPECT_EQ(ZOR0_MessageLength(request.data()), request.size());
+  }
+  EXPECT_THAT(codes, ElementsAre(bytesOf("1010"), bytesOf("1015"), bytesOf("1030"), bytesOf("1030"),
+                                 bytesOf("1030"), bytesOf("1025"), bytesOf("1020")));
+  EXPECT_EQ(dch.requests()[4].substr(18, 4), bytesOf("0000032f"));
+  EXPECT_EQ(dch.requests()[4].substr(28, 2), bytesOf("0013"));
+}
+
+TEST(ProviderApi, NeedsNoLocks) {
+  const ScriptedDch dch(answerWell);
+  ZORA_Long status = untouched;
+  EXPECT_EQ(dp_unregister(&status, "HOSTMON"), 0);
+  EXPECT_EQ(status, 0);
+}
+
+TEST(ProviderApi, PassesTheDchsStatusOn) {
+  const ScriptedDch dch(always(onlineAnswer(102, 9)));
+  ZORA_Long status = untouched;
+  ZORA_Long handle = untouched;
+  EXPECT_EQ(dp_online(&status, &handle, "HOSTMON", "load", "host1"), 0);
+  EXPECT_EQ(status, 102);
+  EXPECT_EQ(handle, 9);
+}
+
+TEST(ProviderApi, RequestsOfManyThreadsDoNotMix) {
+  // Each thread asks for a handle of its own and must get that one.
+  const ScriptedDch dch([](const std::string& request) {
+    const auto source = request.find("source");
+    return std::vector<std::string>{onlineAnswer(0, request.at(source + 6) - '0')};
+  });
+  std::vector<std::thread> threads;
+  std::vector<int> results(8, 99);
+  for (std::size_t i = 0; i < results.size(); ++i)
+    threads.emplace_back([&results, i] {
+      const std::string source = "source" + std::to_string(i);
+      for (int round = 0; round < 50; ++round) {
+        ZORA_Long status = untouched;
+        ZORA_Long handle = untouched;
+        results[i] = dp_online(&status, &handle, "HOSTMON", "load", source.c_str());
+        if (results[i] != 0 || status != 0 || handle != static_cast<ZORA_Long>(i)) return;
+      }
+      results[i] = 0;
+    });
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_THAT(results, testing::Each(0));
+  EXPECT_THAT(dch.requests(), SizeIs(8 * 50));
+}
+
+// ---- The frame -------------------------------------------------------------------------------
+
+struct Framed {
+  const char* function;
+  std::function<int()> call;
+};
+
+const Framed framed[] = {
+    {"dp_register",
+     [] {
+       ZORA_Long status = untouched;
+       return dp_register(&status, registration);
+     }},
+    {"dp_online",
+     [] {
+       ZORA_Long status = untouched;
+       ZORA_Long handle = untouched;
+       return dp_online(&status, &handle, "HOSTMON", "load", "host1");
+     }},
+    {"dp_offline",
+     [] {
+       ZORA_Long status = untouched;
+       return dp_offline(&status, 815);
+     }},
+    {"dp_unregister",
+     [] {
+       ZORA_Long status = untouched;
+       return dp_unregister(&status, "HOSTMON");
+     }},
+    {"dp_cancel",
+     [] {
+       ZORA_Long status = untouched;
+       return dp_cancel(&status, 815);
+     }},
+    {"dp_data",
+     [] {
+       ZORA_Long status = untouched;
+       char* row = newRow();
+       return dp_data(&status, 815, 17, &row);
+     }},
+};
+
+TEST(Frame, TracesEntryAndExitWithTheResult) {
+  const ScriptedDch dch(answerWell);
+  for (const Framed& one : framed) {
+    expectTrace(one.function, [&] {
+      EXPECT_EQ(one.call(), 0) << one.function;
+      return Lines{entryLine(), exitLine(0)};
+    });
+  }
+  expectTrace("dp_formatData", [] {
+    delete[] newRow();
+    return Lines{entryLine(), exitLine(0)};
+  });
+}
+
+TEST(Frame, TracesAFailureAsTheResult) {
+  const ScriptedDch dch(always(bytesOf("00000000")));  // no read succeeds
+  for (const Framed& one : framed) {
+    if (one.function == std::string("dp_cancel")) continue;  // reads nothing
+    expectTrace(one.function, [&] {
+      EXPECT_EQ(one.call(), 1) << one.function;
+      return Lines{entryLine(), exitLine(1)};
+    });
+  }
+}
+
+TEST(Frame, MakesAClientForEachCallAndFreesIt) {
+  const ScriptedDch dch(answerWell);
+  for (const Framed& one : framed) {
+    const TraceCapture trace("*/DCHclient::*DCHclient=0x40");
+    one.call();
+    const std::size_t calls = one.function == std::string("dp_data") ? 2 : 1;
+    EXPECT_THAT(trace.textsOf("DCHclient::DCHclient"), SizeIs(2 * calls)) << one.function;
+    EXPECT_THAT(trace.textsOf("DCHclient::~DCHclient"), SizeIs(2 * calls)) << one.function;
+  }
+}
+
+TEST(Frame, ActionDataTellsOfTheDeletion) {
+  const ScriptedDch dch(answerWell);
+  expectTrace("dp_actionData", [] {
+    ZORA_Long status = untouched;
+    char* row = newRow();
+    EXPECT_EQ(dp_actionData(&status, 815, 17, &row, 0, 0), 0);
+    return Lines{entryLine(), storageLine("Deleting DCHclient @{address}\n"), exitLine(0)};
+  });
+}
+
+TEST(Frame, CancelSendsNothing) {
+  const ScriptedDch dch(answerWell);
+  ZORA_Long status = untouched;
+  EXPECT_EQ(dp_cancel(&status, 815), 0);
+  EXPECT_EQ(status, 0);
+  EXPECT_THAT(dch.requests(), IsEmpty());
+}
+
+TEST(Frame, ShutdownTracesNothingOfItsOwn) {
+  const ScriptedDch dch(answerWell);
+  const TraceCapture trace("0xff");
+  DCH_shutdown(3);
+  EXPECT_THAT(trace.textsOf("DCH_shutdown"), IsEmpty());
+  EXPECT_THAT(trace.textsOf("DCHclient::shutdown"),
+              ElementsAre("<<Entry>>\n", "Error: FINISH ME UP!", "<<Exit>>\n"));
+  EXPECT_THAT(dch.requests(), IsEmpty());
+}
+
+// ---- The locks -------------------------------------------------------------------------------
+
+TEST(Locks, AreInitializedByTheFirstInitAlone) {
+  const TraceCapture trace("0xff");
+  DCH_api_init();
+  EXPECT_THAT(trace.textsOf("DCH_api_init"),
+              ElementsAre("<<Entry>>\n", "Initializing DCHclient locks.\n", "<<Exit>>\n"));
+  ASSERT_EQ(pthread_mutex_lock(&zordchcl::_dc_waitOnDataLock), 0);
+  TraceCapture::forget();
+  DCH_api_init();
+  EXPECT_THAT(trace.textsOf("DCH_api_init"), ElementsAre("<<Entry>>\n", "<<Exit>>\n"));
+  EXPECT_EQ(pthread_mutex_unlock(&zordchcl::_dc_waitOnDataLock), 0)
+      << "a second initialization would have unlocked it";
+}
+
+TEST(Locks, AreToldOfUnderTheStorageClass) {
+  const TraceCapture trace("0x02");
+  DCH_api_init();
+  DCH_api_destroy();
+  EXPECT_THAT(trace.texts(),
+              ElementsAre("Initializing DCHclient locks.\n", "Destroying DCHclient locks.\n"));
+}
+
+TEST(Locks, AreToldOfUnderNoOtherClass) {
+  const TraceCapture trace("0xbd");
+  DCH_api_init();
+  DCH_api_destroy();
+  EXPECT_THAT(trace.texts(), IsEmpty());
+}
+
+TEST(Locks, DestroyTracesEntryAndExit) {
+  expectTrace("DCH_api_destroy", [] {
+    DCH_api_destroy();
+    return Lines{entryLine(), storageLine("Destroying DCHclient locks.\n"), exitLine()};
+  });
+}
+
+// ---- Real waits ------------------------------------------------------------------------------
+
+TEST(RealWait, OnlineWithANullNameCostsOneTimeoutAndEndsWithStatusFive) {
+  const ScriptedDch dch(never());
+  setenv("ZORA_DCH_TIMEOUT", "1", 1);
+  const TraceCapture trace("0x80");
+  ZORA_Long status = untouched;
+  ZORA_Long handle = untouched;
+  int result = 99;
+  const double seconds =
+      secondsOf([&] { result = dp_online(&status, &handle, "HOSTMON", "load", nullptr); });
+  EXPECT_EQ(result, 1);
+  EXPECT_EQ(status, 5);
+  EXPECT_EQ(handle, untouched);
+  EXPECT_GE(seconds, 0.99);
+  EXPECT_LT(seconds, 1.9);
+  EXPECT_THAT(dch.requests(), IsEmpty());
+  EXPECT_THAT(trace.textsOf("DCHclient::dp_online"),
+              ElementsAre("Error: applName/attrGroup/sourceName were NULL\n", oneSecondLine));
+}
+
+TEST(RealWait, ATooLongNameIsReplacedByTheAnswerThatDoesNotCome) {
+  const ScriptedDch dch(never());
+  setenv("ZORA_DCH_TIMEOUT", "1", 1);
+  ZORA_Long status = untouched;
+  ZORA_Long handle = untouched;
+  EXPECT_EQ(dp_online(&status, &handle, std::string(21, 'n').c_str(), "load", "host1"), 1);
+  EXPECT_EQ(status, 5);
+  EXPECT_THAT(dch.requests(), IsEmpty());
+}
+
+TEST(RealWait, AFailedWriteOfARegistrationStillWaits) {
+  setenv("ZORA_DCH_ADDR", "255.255.255.255", 1);  // which no plain socket may send to
+  setenv("ZORA_DCH_TIMEOUT", "1", 1);
+  const TraceCapture trace("0x80");
+  ZORA_Long status = untouched;
+  const double seconds = secondsOf([&] { EXPECT_EQ(dp_register(&status, registration), 1); });
+  EXPECT_EQ(status, 5);
+  EXPECT_GE(seconds, 0.99);
+  EXPECT_THAT(trace.textsOf("DCHclient::dp_register"),
+              ElementsAre(std::string("Error: writing dp_register message to DCHserver for [") +
+                              registration + "]\n",
+                          oneSecondLine));
+}
+
+TEST(RealWait, FailedWritesOfTheOthersEndAtOnce) {
+  setenv("ZORA_DCH_ADDR", "255.255.255.255", 1);
+  const TraceCapture trace("*/ipcSock::*=0");
+  const double seconds = secondsOf([&] {
+    ZORA_Long status = untouched;
+    EXPECT_EQ(dp_offline(&status, 815), 1);
+    EXPECT_EQ(status, 2);
+    EXPECT_EQ(dp_unregister(&status, "HOSTMON"), 1);
+    EXPECT_EQ(status, 2);
+    char* row = newRow();
+    EXPECT_EQ(dp_data(&status, 815, 17, &row), 1);
+    EXPECT_EQ(status, 2);
+    EXPECT_EQ(row, nullptr);
+    row = newRow();
+    EXPECT_EQ(dp_actionData(&status, 815, 17, &row, 5, 5), 1);
+    EXPECT_EQ(status, 2);
+    EXPECT_EQ(row, nullptr);
+    DCH_api_init();
+    EXPECT_EQ(dc_waitOnDataInitialize("HOSTMON", "load"), nullptr);
+  });
+  EXPECT_LT(seconds, 0.9);
+  EXPECT_THAT(trace.texts(),
+              ElementsAre("Error: writing dp_offline message to DCHserver\n",
+                          "Error: writing dp_unregister message to DCHserver\n",
+                          "Error: writing dp_data message to DCHserver\n",
+                          "Error: writing dp_data message to DCHserver\n",
+                          "Error: writing dc_waitOnDataInitialize message to DCHserver\n"));
+}
+
+// How long dp_actionData waits for an answer that does not come.
+double secondsOfActionData(short readTimeout, short retryCount) {
+  char* row = newRow();
+  ZORA_Long status = untouched;
+  const double seconds = secondsOf(
+      [&] { EXPECT_EQ(dp_actionData(&status, 815, 17, &row, readTimeout, retryCount), 1); });
+  EXPECT_EQ(status, 5);
+  EXPECT_EQ(row, nullptr);
+  return seconds;
+}
+
+int countOf(const TraceCapture& trace, const std::string& part) {
+  int count = 0;
+  for (const std::string& text : trace.textsOf("ipcSock::ipcRead"))
+    count += text.find(part) != std::string::npos;
+  return count;
+}
+
+TEST(RealWait, ActionDataWaitsAsLongAsItIsTold) {
+  const ScriptedDch dch(never());
+  const TraceCapture trace("0x90");
+  const double seconds = secondsOfActionData(1, 0);
+  EXPECT_GE(seconds, 0.99);
+  EXPECT_LT(seconds, 1.9);
+  EXPECT_TRUE(trace.has(oneSecondLine)) << "the wait's own length counts, not the default of 30";
+  EXPECT_EQ(countOf(trace, "...trying again\n"), 0);
+  EXPECT_EQ(countOf(trace, "...not retrying\n"), 1);
+}
+
+TEST(RealWait, ActionDataCanWaitLongerThanTheDefault) {
+  const ScriptedDch dch(never());
+  setenv("ZORA_DCH_TIMEOUT", "1", 1);
+  const TraceCapture trace("0x90");
+  const double seconds = secondsOfActionData(2, 0);
+  EXPECT_GE(seconds, 1.99);
+  EXPECT_LT(seconds, 2.9);
+  EXPECT_FALSE(trace.has(oneSecondLine));
+}
+
+TEST(RealWait, ActionDataWithoutATimeoutWaitsTheDefault) {
+  const ScriptedDch dch(never());
+  setenv("ZORA_DCH_TIMEOUT", "1", 1);
+  const TraceCapture trace("0x90");
+  const double seconds = secondsOfActionData(0, 0);
+  EXPECT_GE(seconds, 0.99);
+  EXPECT_LT(seconds, 1.9);
+  EXPECT_TRUE(trace.has(oneSecondLine));
+}
+
+TEST(RealWait, ActionDataLooksAgainAsOftenAsItIsTold) {
+  const ScriptedDch dch(never());
+  const TraceCapture trace("0x90");
+  const double seconds = secondsOfActionData(1, 3);
+  EXPECT_LT(seconds, 1.9) << "a further look does not wait again";
+  EXPECT_EQ(countOf(trace, "...trying again\n"), 3);
+  EXPECT_EQ(countOf(trace, "...not retrying\n"), 1);
+}
+
+TEST(RealWait, DataLooksAgainOnce) {
+  const ScriptedDch dch(never());
+  setenv("ZORA_DCH_TIMEOUT", "1", 1);
+  const TraceCapture trace("0x90");
+  char* row = newRow();
+  ZORA_Long status = untouched;
+  EXPECT_EQ(dp_data(&status, 815, 17, &row), 1);
+  EXPECT_EQ(status, 5);
+  EXPECT_EQ(countOf(trace, "...trying again\n"), 1);
+  EXPECT_EQ(countOf(trace, "...not retrying\n"), 1);
+  EXPECT_TRUE(trace.has(oneSecondLine));
+}
+
+TEST(RealWait, AnAnswerEndsTheWait) {
+  const ScriptedDch dch(always(statusAnswer(3)));
+  char* row = newRow();
+  ZORA_Long status = untouched;
+  EXPECT_LT(secondsOf([&] { EXPECT_EQ(dp_actionData(&status, 815, 17, &row, 9, 0), 0); }), 0.9);
+  EXPECT_EQ(status, 3);
+}
+
+}  // namespace
