@@ -1,0 +1,278 @@
+// A pool whose waits run out or fail, whose lock cannot be had, or that finds no memory.
+#include <gmock/gmock.h>
+#include <pthread.h>
+
+#include <cerrno>
+#include <ctime>
+#include <functional>
+#include <optional>
+
+#include "tests/support/failing_calls.h"
+#include "tests/support/failing_memory.h"
+#include "tests/support/recorded_sleep.h"
+#include "zordsock/test_pool.h"
+
+using namespace zordsock;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+// What the waits for a free element do, one after the other.
+std::vector<std::function<int()>> waits;
+std::size_t waitsMade = 0;
+
+}  // namespace
+
+extern "C" int __wrap_pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
+                                             const timespec* deadline);
+extern "C" int __wrap_pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
+                                             const timespec* deadline) {
+  EXPECT_EQ(condition, &_UDPSockCond);
+  EXPECT_EQ(mutex, &_UDPSockLock);
+  EXPECT_NEAR(static_cast<double>(deadline->tv_sec - std::time(nullptr)), 10, 1);
+  EXPECT_EQ(deadline->tv_nsec, 0);
+  return waits.at(waitsMade++)();
+}
+
+namespace {
+
+int runsOut() {
+  return ETIMEDOUT;
+}
+
+int isSignalled() {
+  _UDPSockList[0].inUse = 0;
+  return 0;
+}
+
+TraceLine timeoutLine(int systemError = 0) {
+  return detailLine(textOf("Wait timeout on UDP sock pool - errno=%d\n", systemError));
+}
+
+// A pool of one socket, which is taken, and an endpoint that asks for it too.
+class FullPool : public testing::Test {
+ protected:
+  // Asks for a socket during whose waits things go as told.
+  ZORA_Long allocate(std::vector<std::function<int()>> script) {
+    _UDPSockList[0].inUse = 1;
+    waits = std::move(script);
+    waitsMade = 0;
+    clearRecordedSleeps();
+    errno = EBADF;  // of an older call, which must not decide
+    const ZORA_Long result = endpoint.allocateIPC();
+    EXPECT_EQ(waitsMade, waits.size());
+    EXPECT_EQ(pthread_mutex_trylock(&_UDPSockLock), 0);
+    pthread_mutex_unlock(&_UDPSockLock);
+    return result;
+  }
+
+  DchSocket dch;
+  struct PoolSize {
+    PoolSize() { setPoolSize(1); }
+  } poolSize;
+  ipcSock endpoint{SERVICE_UDP_CLIENT, 0, 1};
+  const ZORA_Long descriptor = endpoint.sockUDP();
+};
+
+// ---- Waits -------------------------------------------------------------------------------------
+
+TEST_F(FullPool, IsWaitedForInPassesForAsLongAsItTakes) {
+  expectTrace("ipcSock::allocateIPC", [&] {
+    EXPECT_EQ(allocate({runsOut, runsOut, isSignalled}), descriptor);
+    EXPECT_THAT(recordedSleeps(), ElementsAre(3, 3));
+    return with(allocationLines(),
+                {waitingLine(), timeoutLine(), waitingLine(), timeoutLine(), waitingLine(),
+                 signalledLine(), availableLine(0, descriptor), exitLine(descriptor)});
+  });
+}
+
+TEST_F(FullPool, IsWaitedForAgainWhenAnotherTookTheFreedSocket) {
+  expectTrace("ipcSock::allocateIPC", [&] {
+    EXPECT_EQ(allocate({[] { return 0; }, isSignalled}), descriptor);
+    EXPECT_THAT(recordedSleeps(), IsEmpty());
+    return with(allocationLines(), {waitingLine(), signalledLine(), waitingLine(), signalledLine(),
+                                    availableLine(0, descriptor), exitLine(descriptor)});
+  });
+}
+
+TEST_F(FullPool, IsLookedAtAgainAfterThePause) {
+  expectTrace("ipcSock::allocateIPC", [&] {
+    // Freed while nobody waits on the condition.
+    EXPECT_EQ(allocate({[] {
+                _UDPSockList[0].inUse = 0;
+                return ETIMEDOUT;
+              }}),
+              descriptor);
+    EXPECT_THAT(recordedSleeps(), ElementsAre(3));
+    return with(allocationLines(),
+                {waitingLine(), timeoutLine(), availableLine(0, descriptor), exitLine(descriptor)});
+  });
+}
+
+TEST_F(FullPool, AWaitWithErrnoAgainCountsAsRunOut) {
+  expectTrace("ipcSock::allocateIPC", [&] {
+    EXPECT_EQ(allocate({[] {
+                          errno = EAGAIN;
+                          return EINVAL;
+                        },
+                        isSignalled}),
+              descriptor);
+    EXPECT_THAT(recordedSleeps(), ElementsAre(3));
+    return with(allocationLines(),
+                {waitingLine(), timeoutLine(EAGAIN), waitingLine(), signalledLine(),
+                 availableLine(0, descriptor), exitLine(descriptor)});
+  });
+}
+
+TEST_F(FullPool, AWaitWithAnyOtherErrnoFails) {
+  expectTrace("ipcSock::allocateIPC", [&] {
+    EXPECT_EQ(allocate({[] {
+                errno = EPERM;
+                return EINVAL;
+              }}),
+              -999);
+    EXPECT_THAT(recordedSleeps(), IsEmpty());
+    return with(
+        allocationLines(),
+        {waitingLine(),
+         errorLine(textOf("Error: pthread_cond_wait failed. rc=%d errno=%d\n", EINVAL, EPERM)),
+         exitLine(-999)});
+  });
+}
+
+// ---- The lock ----------------------------------------------------------------------------------
+
+TEST_F(FullPool, IsNotPausedForWithoutReleasingTheLock) {
+  std::optional<FailingCall> failing;
+  expectTrace("ipcSock::allocateIPC", [&] {
+    EXPECT_EQ(allocate({[&] {
+                          failing.emplace(SystemCall::unlockMutex, &_UDPSockLock, EPERM, EPERM);
+                          return ETIMEDOUT;
+                        },
+                        [&] {
+                          failing.reset();
+                          pthread_mutex_lock(&_UDPSockLock);
+                          return isSignalled();
+                        }}),
+              descriptor);
+    EXPECT_THAT(recordedSleeps(), IsEmpty());
+    return with(allocationLines(), {waitingLine(), timeoutLine(), waitingLine(), signalledLine(),
+                                    availableLine(0, descriptor), exitLine(descriptor)});
+  });
+}
+
+TEST_F(FullPool, IsLookedAtAgainEvenWithoutTheLock) {
+  std::optional<FailingCall> failing;
+  expectTrace("ipcSock::allocateIPC", [&] {
+    EXPECT_EQ(allocate({[&] {
+                          failing.emplace(SystemCall::lockMutex, &_UDPSockLock, EINVAL, EINVAL);
+                          return ETIMEDOUT;
+                        },
+                        [&] {
+                          failing.reset();
+                          pthread_mutex_lock(&_UDPSockLock);
+                          return isSignalled();
+                        }}),
+              descriptor);
+    EXPECT_THAT(recordedSleeps(), ElementsAre(3));
+    return with(
+        allocationLines(),
+        {waitingLine(), timeoutLine(), errorLine("Error: unable to re-acquire lock\n"),
+         waitingLine(), signalledLine(), availableLine(0, descriptor), exitLine(descriptor)});
+  });
+}
+
+TEST_F(FullPool, CannotBeBorrowedFromWithoutTheLock) {
+  _UDPSockList[0].inUse = 0;
+  const FailingCall failing(SystemCall::lockMutex, &_UDPSockLock, EINVAL, EDEADLK);
+  expectTrace("ipcSock::allocateIPC", [&] {
+    EXPECT_EQ(endpoint.allocateIPC(), -999);
+    EXPECT_EQ(_UDPSockList[0].inUse, 0);
+    return with(
+        poolLines(),
+        {tryLine(), errorLine(textOf("Error: pthread_cond_lock failed. errno=%d\n", EDEADLK)),
+         exitLine(-999)});
+  });
+}
+
+TEST_F(FullPool, CannotBeGivenBackToWithoutTheLock) {
+  const FailingCall failing(SystemCall::lockMutex, &_UDPSockLock, EINVAL, EDEADLK);
+  expectTrace("ipcSock::releaseIPC", [&] {
+    EXPECT_EQ(endpoint.releaseIPC(), 1);
+    EXPECT_EQ(_UDPSockList[0].inUse, 1);
+    return with(
+        poolLines(),
+        {errorLine(textOf("Error: pthread_cond_lock failed. errno=%d\n", EDEADLK)), exitLine(1)});
+  });
+}
+
+TEST_F(FullPool, FreesTheSocketEvenIfTheWaitersCannotBeSignalled) {
+  const FailingCall failing(SystemCall::signalCondition, &_UDPSockCond, EINVAL, EPERM);
+  expectTrace("ipcSock::releaseIPC", [&] {
+    _UDPSockList[0].inUse = 1;
+    EXPECT_EQ(endpoint.releaseIPC(), 1);
+    EXPECT_EQ(_UDPSockList[0].inUse, 0);
+    return with(
+        poolLines(),
+        {freedLine(0, descriptor), signallingLine(),
+         errorLine(textOf("Error: pthread_cond_signal failed. rc=%d errno=%d\n", EINVAL, EPERM)),
+         exitLine(1)});
+  });
+}
+
+TEST_F(FullPool, TakesAFailedUnlockForDone) {
+  const FailingCall failing(SystemCall::unlockMutex, &_UDPSockLock, EPERM, EPERM);
+  EXPECT_EQ(endpoint.releaseIPC(), 0);
+  EXPECT_EQ(_UDPSockList[0].inUse, 0);
+}
+
+// Notes with each line whether the pool's lock was held when it was written.
+void noteLock(void* notes, const TRC1_Record& record) {
+  const bool isFree = pthread_mutex_trylock(&_UDPSockLock) == 0;
+  if (isFree) pthread_mutex_unlock(&_UDPSockLock);
+  static_cast<std::vector<std::string>*>(notes)->push_back(
+      (isFree ? "free: " : "held: ") + std::string(record.text, record.textLength));
+}
+
+TEST_F(FullPool, SignalsWithoutTheLock) {
+  std::vector<std::string> notes;
+  TRC1_SetSink(noteLock, &notes);
+  TRC1_Configure("0,*/ipcSock::releaseIPC=0x10");
+  EXPECT_EQ(endpoint.releaseIPC(), 0);
+  TRC1_Configure(nullptr);
+  TRC1_SetSink(nullptr, nullptr);
+  EXPECT_THAT(notes, ElementsAre("held: " + freedLine(0, descriptor).text,
+                                 "free: " + signallingLine().text));
+}
+
+// ---- Memory ------------------------------------------------------------------------------------
+
+TEST(PoolWithoutMemory, ServesNobody) {
+  const DchSocket dch;
+  const ipcSock readsEnvironment(SERVICE_UDP_CLIENT, 0, 0);
+  expectTrace("ipcSock::ipcSock", [] {
+    forgetPool(32);
+    const FailingMemory noMemory;
+    const ipcSock endpoint(SERVICE_UDP_CLIENT, 0, 1);
+    EXPECT_EQ(endpoint.ipcGetError(), 1);
+    EXPECT_EQ(endpoint.sockUDP(), -999);
+    EXPECT_EQ(_UDPSockList, nullptr);
+    EXPECT_EQ(_envDCHUDPInit, 1);
+    const void* const lock = ZORA_GetEnvVarsInitLock();
+    return std::vector<TraceLine>{
+        entryLine(),
+        flowLine("service=3 connectTo=0 _useFromSockPool=1 _envVarsInit=1 _envDCHUDPInit=0\n"),
+        flowLine(textOf("Acquiring EnvVars Init Lock. [@%p]\n", lock)),
+        storageLine(textOf("Initializing mutex[@%p] and Cond[@%p] for ipcSock object @%p\n",
+                           poolLock(), TRC1_Pointer(&_UDPSockCond), TRC1_Pointer(&endpoint))),
+        detailLine("Initializing 32 UDP sockets.\n"),
+        errorLine("Error: allocation of 32 UDPSockElement failed\n"),
+        flowLine(textOf("Releasing EnvVars Init Lock. [@%p]\n", lock)),
+        errorLine("Error: startup failed. _sockError=1\n"),
+        errorLine("Error: _sockError=1\n"),
+        exitLine()};
+  });
+}
+
+}  // namespace
