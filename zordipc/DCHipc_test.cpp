@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <deque>
 #include <future>
 
 #include "tests/support/failing_calls.h"
@@ -173,7 +174,8 @@ struct StartedServer {
 };
 
 StartedServer& newServer() {
-  return *new StartedServer;
+  static auto& servers = *new std::deque<StartedServer>;
+  return servers.emplace_back();
 }
 
 TEST(ServerStart, MakesTheQueueAndRunsTheReceiverThread) {
@@ -185,11 +187,10 @@ TEST(ServerStart, MakesTheQueueAndRunsTheReceiverThread) {
 }
 
 TEST(ServerStart, ShowsItsSteps) {
-  static std::vector<StartedServer*> servers;
   expectTrace("DCHipc::startup", [] {
-    servers.push_back(&newServer());
-    servers.back()->transport.startup(nullptr, 0);
-    EXPECT_TRUE(servers.back()->waitUntilRunning());
+    StartedServer& server = newServer();
+    server.transport.startup(nullptr, 0);
+    EXPECT_TRUE(server.waitUntilRunning());
     return std::vector{entryLine(), detailLine("DCHipc SERVER Service initializing.\n"),
                        storageLine("IPCServerThread thread created\n"), exitLine(0)};
   });
@@ -220,15 +221,14 @@ TEST(ServerStart, FailsWithoutAThread) {
 }
 
 TEST(ServerStart, RunsTheReceiverThreadEvenWithoutAQueue) {
-  static std::vector<StartedServer*> servers;
   expectTrace("DCHipc::startup", [] {
-    servers.push_back(&newServer());
+    StartedServer& server = newServer();
     {
       const FailingMemory failing;
-      EXPECT_EQ(servers.back()->transport.startup(nullptr, 0), 1);
+      EXPECT_EQ(server.transport.startup(nullptr, 0), 1);
     }
-    EXPECT_EQ(servers.back()->transport.ipcGetError(), 1);
-    EXPECT_TRUE(servers.back()->waitUntilRunning());
+    EXPECT_EQ(server.transport.ipcGetError(), 1);
+    EXPECT_TRUE(server.waitUntilRunning());
     return std::vector{entryLine(), detailLine("DCHipc SERVER Service initializing.\n"),
                        storageLine("IPCServerThread thread created\n"), exitLine(1)};
   });

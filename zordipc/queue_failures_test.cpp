@@ -54,7 +54,7 @@ TEST(NewQueueWithoutMemory, IsMissing) {
 
 // The text names one step for every size.
 TEST(PutWithoutMemory, StoresNothingInANewSlot) {
-  for (const std::size_t size : {5, 10000}) {
+  for (const std::size_t size : {std::size_t{5}, std::size_t{10000}}) {
     expectTrace("DCHipc::ipc_put_data", [&] {
       TestQueue queue;
       const std::string message(size, 'm');
