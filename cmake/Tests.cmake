@@ -20,5 +20,6 @@ function(zord410_test name)
   target_link_options(${name} PRIVATE ${ARG_WRAP})
   set_target_properties(${name} PROPERTIES
     RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/test-bin)
-  gtest_discover_tests(${name} TEST_PREFIX ${name}. PROPERTIES TIMEOUT 60 ${ARG_PROPERTIES})
+  # Values would show as bytes, addresses among them, that differ from build to build.
+  gtest_discover_tests(${name} NO_PRETTY_VALUES TEST_PREFIX ${name}. PROPERTIES TIMEOUT 60 ${ARG_PROPERTIES})
 endfunction()
