@@ -1,7 +1,9 @@
 #include "dch/answers.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <cinttypes>
 
@@ -13,20 +15,36 @@ namespace {
 
 constexpr std::size_t longestAnswerBytes = 32;
 
-// Connections are closed, and their descriptors used again, by the receiver thread, which may be
-// ahead of the request that is being answered.
-bool isStillConnected(int descriptor, const PeerAddress& peer) {
-  sockaddr_in address{};
-  socklen_t length = sizeof address;
-  return getpeername(descriptor, reinterpret_cast<sockaddr*>(&address), &length) == 0 &&
-         PeerAddress(address) == peer;
-}
+// A descriptor of our own for a connection. The receiver thread closes connections whose peer is
+// gone, and their numbers are used again, while an earlier request of theirs may still wait for its
+// answer: what has been found out about a number that somebody else may close is worth nothing.
+class ConnectionCopy {
+ public:
+  explicit ConnectionCopy(unsigned int connection)
+      : _descriptor(fcntl(static_cast<int>(connection), F_DUPFD_CLOEXEC, STDERR_FILENO + 1)) {}
+  ~ConnectionCopy() {
+    if (_descriptor >= 0) close(_descriptor);
+  }
+  ConnectionCopy(const ConnectionCopy&) = delete;
+  ConnectionCopy& operator=(const ConnectionCopy&) = delete;
 
-bool takesAnAnswer(int descriptor, const PeerAddress& peer) {
-  pollfd watched{descriptor, POLLOUT, 0};
-  return isStillConnected(descriptor, peer) && poll(&watched, 1, 0) == 1 &&
-         watched.revents == POLLOUT;
-}
+  bool leadsTo(const PeerAddress& peer) const {
+    sockaddr_in address{};
+    socklen_t length = sizeof address;
+    return getpeername(_descriptor, reinterpret_cast<sockaddr*>(&address), &length) == 0 &&
+           PeerAddress(address) == peer;
+  }
+
+  bool isWritable() const {
+    pollfd watched{_descriptor, POLLOUT, 0};
+    return poll(&watched, 1, 0) == 1 && watched.revents == POLLOUT;
+  }
+
+  unsigned int descriptor() const { return static_cast<unsigned int>(_descriptor); }
+
+ private:
+  const int _descriptor;
+};
 
 }  // namespace
 
@@ -37,17 +55,23 @@ void Answers::send(const IncomingMessage& request, const Answer& answer) {
   message.add(DCH_status, ZORA_Long{answer.status});
   if (answer.form == Answer::Form::statusAndHandle) message.add(DCH_handle, answer.handle);
 
-  bool sent = false;
-  if (request.isDatagram()) {
-    sockaddr_in address = request.sender.socketAddress();
-    _endpoint.setClientAddr(&address, sizeof address);
-    sent = _endpoint.ipcWrite(buffer, message.length(), 0) == message.length();
-  } else if (takesAnAnswer(static_cast<int>(request.connection), request.sender)) {
-    sent = _endpoint.ipcWrite(buffer, message.length(), request.connection) == message.length();
-  }
+  const bool sent = request.isDatagram() ? sendDatagram(request.sender, buffer, message.length())
+                                         : sendOnConnection(request, buffer, message.length());
   if (sent) return;
   ++_dropped;
   _log.write("answer to %s dropped, %" PRIu64 " so far", request.sender.text().data(), _dropped);
+}
+
+bool Answers::sendDatagram(const PeerAddress& receiver, char* message, ZORA_Long length) {
+  sockaddr_in address = receiver.socketAddress();
+  _endpoint.setClientAddr(&address, sizeof address);
+  return _endpoint.ipcWrite(message, length, 0) == length;
+}
+
+bool Answers::sendOnConnection(const IncomingMessage& request, char* message, ZORA_Long length) {
+  const ConnectionCopy connection(request.connection);
+  return connection.leadsTo(request.sender) && connection.isWritable() &&
+         _endpoint.ipcWrite(message, length, connection.descriptor()) == length;
 }
 
 }  // namespace dch

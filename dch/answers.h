@@ -20,6 +20,9 @@ class Answers {
   void send(const IncomingMessage& request, const Answer& answer);
 
  private:
+  bool sendDatagram(const PeerAddress& receiver, char* message, ZORA_Long length);
+  bool sendOnConnection(const IncomingMessage& request, char* message, ZORA_Long length);
+
   DCHipc& _endpoint;
   const EventLog& _log;
   std::uint64_t _dropped = 0;

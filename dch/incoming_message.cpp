@@ -60,14 +60,6 @@ IncomingMessage Inbox::receive() {
   return message;
 }
 
-void Inbox::requestStop() {
-  // Without a sender's name, as no client can send it. Queueing from a second thread is sound: it
-  // is all done under the queue's lock.
-  const sockaddr_in nobody{};
-  _endpoint.ipc_put_data(static_cast<ZORA_Long>(stopText.size()), stopText.data(), &nobody,
-                         sizeof nobody, nullptr, 0);
-}
-
 // ipc_get_data does not tell how long the message was. Its slot is the one before the oldest entry,
 // and as one slot always stays unused, the slot's length stands until the next message is taken.
 std::size_t Inbox::lengthOfLastMessage() {
@@ -77,6 +69,14 @@ std::size_t Inbox::lengthOfLastMessage() {
   const ZORA_Long length = queue.dataLen[slot];
   ZORA_ReleaseLock(&queue, this);
   return static_cast<std::size_t>(length);
+}
+
+void requestStop(DCHipc& endpoint) {
+  // Without a sender's name, as no client can send it. Queueing from a second thread is sound: it
+  // is all done under the queue's lock.
+  const sockaddr_in nobody{};
+  endpoint.ipc_put_data(static_cast<ZORA_Long>(stopText.size()), stopText.data(), &nobody,
+                        sizeof nobody, nullptr, 0);
 }
 
 }  // namespace dch

@@ -27,7 +27,7 @@ enum class Notice {
   ready,          // the server's sockets are open; the sender is the server's own address
   disconnected,   // the peer of a stream connection is gone, and the connection is closed
   brokenMessage,  // what came on a stream connection was no whole message
-  stopRequested,  // Inbox::requestStop was called
+  stopRequested,  // requestStop was called
 };
 
 // Tells a notice from a client's message that has the same text. The sender's name decides: clients
@@ -46,10 +46,6 @@ class Inbox {
   // Waits for the next message. The same thread each time.
   IncomingMessage receive();
 
-  // Puts a notice behind the messages that wait, so that those are still handled. Any thread; waits
-  // while the queue is full.
-  void requestStop();
-
  private:
   std::size_t lengthOfLastMessage();
 
@@ -57,6 +53,10 @@ class Inbox {
   char* _buffer = nullptr;  // allocated and replaced by ipc_get_data
   ZORA_Long _bufferSize = 0;
 };
+
+// Puts a notice behind the messages that wait, so that those are still handled. Any thread; waits
+// while the queue is full.
+void requestStop(DCHipc& endpoint);
 
 }  // namespace dch
 

@@ -65,7 +65,7 @@ TEST(InboxTest, TellsTheLengthOfEachOfSeveralMessagesThatWait) {
 TEST(InboxTest, PutsAStopBehindTheMessagesThatWait) {
   Inbox inbox(endpoint());
   put("hello", clientName, 0);
-  inbox.requestStop();
+  requestStop(endpoint());
   EXPECT_EQ(noticeOf(inbox.receive()), Notice::none);
   EXPECT_EQ(noticeOf(inbox.receive()), Notice::stopRequested);
 }

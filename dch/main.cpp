@@ -1,11 +1,15 @@
 // zordchd: the suite's data-collection server.
 #include <arpa/inet.h>
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <optional>
 #include <stdexcept>
+#include <string>
 #include <thread>
 
 #include "dch/event_log.h"
@@ -19,6 +23,14 @@
 #include "zordsock/zordsock.h"
 
 namespace {
+
+// With one of them closed a socket would get its number, and 0 does not stand for a socket here.
+void keepStandardDescriptorsOpen() {
+  int descriptor;
+  do descriptor = open("/dev/null", O_RDWR);
+  while (descriptor >= 0 && descriptor <= STDERR_FILENO);
+  close(descriptor);
+}
 
 // Blocked before there is a second thread, the two signals wait for the thread that takes them.
 sigset_t blockStopSignals() {
@@ -62,30 +74,59 @@ ipcSock& openEndpoint() {
   return *endpoint;
 }
 
+// On a thread of its own, which uses nothing that ends before the process does.
+void stopOnSignal(ipcSock& endpoint, const sigset_t& signals, const dch::EventLog& log) {
+  std::thread([&endpoint, signals, log] {
+    int signal = 0;
+    sigwait(&signals, &signal);
+    log.write("stopping on signal %d", signal);
+    dch::requestStop(endpoint);
+  }).detach();
+}
+
+// The address and port that the endpoint serves, once it does; nothing when it is stopped before.
+std::optional<dch::PeerAddress> waitUntilReady(dch::Inbox& inbox) {
+  const dch::IncomingMessage first = inbox.receive();
+  if (dch::noticeOf(first) != dch::Notice::ready) return std::nullopt;
+  return first.sender;
+}
+
+void announce(const dch::PeerAddress& served) {
+  const sockaddr_in address = served.socketAddress();
+  char dotted[INET_ADDRSTRLEN] = "";
+  inet_ntop(AF_INET, &address.sin_addr, dotted, sizeof dotted);
+  std::printf("zordchd %s: ready on %s port %d\n", ZORD410_VERSION, dotted,
+              static_cast<int>(ntohs(address.sin_port)));
+  std::fflush(stdout);
+}
+
 void serve(const dch::Options& options, const sigset_t& stopSignals) {
   const dch::EventLog log(options.verbose);
-  dch::PushSocket pushSocket(addressToBind());
+  ipcSock& endpoint = openEndpoint();
+  stopOnSignal(endpoint, stopSignals, log);
+  dch::Inbox inbox(endpoint);
+  const std::optional<dch::PeerAddress> served = waitUntilReady(inbox);
+  if (!served) return;
+  // Only now, so that it does not take the very port that the endpoint is to have.
+  dch::PushSocket pushSocket(in_addr{served->address});
   dch::MemoryRegistry registry;
-  dch::Server server(openEndpoint(), pushSocket, registry, log);
-  std::thread signalThread([&] {
-    int signal = 0;
-    sigwait(&stopSignals, &signal);
-    log.write("stopping on signal %d", signal);
-    server.stop();
-  });
+  dch::Server server(endpoint, inbox, pushSocket, registry, log);
+  announce(*served);
   server.run();
-  signalThread.join();
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+  keepStandardDescriptorsOpen();
   dch::Options options;
   if (const auto exitStatus = dch::readOptions(argc, argv, &options)) return *exitStatus;
   std::signal(SIGPIPE, SIG_IGN);
   const sigset_t stopSignals = blockStopSignals();
   try {
     applyOptions(options);
+    // The library would only tell an error number.
+    dch::PushSocket{addressToBind()};
     serve(options, stopSignals);
   } catch (const std::exception& error) {
     std::fprintf(stderr, "zordchd: %s\n", error.what());

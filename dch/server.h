@@ -17,20 +17,17 @@ namespace dch {
 // Does everything on the thread that calls run(). What is passed in outlives it.
 class Server {
  public:
-  Server(DCHipc& endpoint, PushSocket& pushSocket, Registry& registry, const EventLog& log);
+  Server(DCHipc& endpoint, Inbox& inbox, PushSocket& pushSocket, Registry& registry,
+         const EventLog& log);
 
-  // Says on standard output when the server is ready, then serves until stop() is called.
+  // Serves until the endpoint is requested to stop.
   void run();
-
-  // Ends run() once the messages that wait are handled. Any thread, once.
-  void stop() { _inbox.requestStop(); }
 
  private:
   void handleMessage(const IncomingMessage& message);
-  void announce(const PeerAddress& ownAddress);
 
   const EventLog& _log;
-  Inbox _inbox;
+  Inbox& _inbox;
   Answers _answers;
   Subscriptions _subscriptions;
   Publisher _publisher;

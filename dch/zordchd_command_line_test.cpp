@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sysexits.h>
+#include <unistd.h>
 
 #include "dch/testkit/clients.h"
 #include "dch/testkit/messages.h"
@@ -66,6 +67,14 @@ TEST(ZordchdCommandLineTest, EndsOnASignalWhileAConnectionHoldsUpTheReceiver) {
   TcpClient client(server.port());
   EXPECT_EQ(statusOf(client.ask(registerMessage())), 0);
   client.send(registerMessage().substr(0, 10));
+  EXPECT_EQ(server.stop(SIGTERM), 0);
+}
+
+TEST(ZordchdCommandLineTest, ServesWithoutStandardInput) {
+  // With descriptor 0 free a socket could get the number that stands for no connection.
+  ServerProcess server({}, [] { close(STDIN_FILENO); });
+  TcpClient client(server.port());
+  EXPECT_EQ(statusOf(client.ask(registerMessage())), 0);
   EXPECT_EQ(server.stop(SIGTERM), 0);
 }
 

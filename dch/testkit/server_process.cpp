@@ -37,10 +37,10 @@ constexpr int cannotRun = 127;
 
 }  // namespace
 
-ServerProcess::ServerProcess(const Arguments& moreArguments) {
+ServerProcess::ServerProcess(const Arguments& moreArguments, void (*prepare)()) {
   Arguments arguments{"--port", "0"};
   arguments.insert(arguments.end(), moreArguments.begin(), moreArguments.end());
-  start(arguments);
+  start(arguments, prepare);
   std::unique_lock lock(_mutex);
   const auto isReady = [&] { return _standardOutput.find('\n') != std::string::npos; };
   if (!_more.wait_for(lock, longestWait, isReady) ||
@@ -91,12 +91,13 @@ int ServerProcess::wait() {
   return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }
 
-void ServerProcess::start(const Arguments& arguments) {
+void ServerProcess::start(const Arguments& arguments, void (*prepare)()) {
   const Pipe output, error;
   _processId = fork();
   if (_processId == 0) {
     dup2(output.ends[1], STDOUT_FILENO);
     dup2(error.ends[1], STDERR_FILENO);
+    if (prepare != nullptr) prepare();
     becomeServer(arguments);
     _exit(cannotRun);
   }

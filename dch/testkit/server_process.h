@@ -18,9 +18,9 @@ class ServerProcess {
   using Arguments = std::vector<std::string>;
   using Environment = std::map<std::string, std::string>;
 
-  // Starts zordchd on a free port and waits until it is ready. Throws std::runtime_error, with what
-  // it wrote, when it is not ready in time.
-  explicit ServerProcess(const Arguments& moreArguments = {});
+  // Starts zordchd on a free port, after `prepare` in the new process, and waits until it is ready.
+  // Throws std::runtime_error, with what it wrote, when it is not ready in time.
+  explicit ServerProcess(const Arguments& moreArguments = {}, void (*prepare)() = nullptr);
   // Ends it the hard way when it still runs.
   ~ServerProcess();
   ServerProcess(const ServerProcess&) = delete;
@@ -39,7 +39,7 @@ class ServerProcess {
   int stop(int signal);
 
  private:
-  void start(const Arguments& arguments);
+  void start(const Arguments& arguments, void (*prepare)());
   void collect(int descriptor, std::string* target);
   int wait();
 
