@@ -127,6 +127,7 @@ TEST(StreamMessageFailures, WithoutMemoryForTheWholeMessageTheProcessEnds) {
 TEST(StreamMessageFailures, AFailedFirstWaitIsTheEndOfTheConnection) {
   expectTrace("ipcSock::IPCServer", [] {
     const PieceConnection connection;
+    countServerCalls();
     failServerCall(ServerCall::select, 1, EBADF);
     readMessage(connection.serverEnd(),
                 [](const StreamMessage& message) { EXPECT_TRUE(message.peerGone()); });
@@ -140,6 +141,7 @@ TEST(StreamMessageFailures, AFailedFirstWaitIsTheEndOfTheConnection) {
 TEST(StreamMessageFailures, AFailedFurtherWaitLeavesTheMessageShort) {
   expectTrace("ipcSock::IPCServer", [] {
     const PieceConnection connection;
+    countServerCalls();
     failServerCall(ServerCall::select, 2, EINTR);
     connection.send(messageBytes(8, 10));
     readMessage(connection.serverEnd(), [](const StreamMessage& message) {

@@ -3,20 +3,29 @@
 #include <sys/select.h>
 #include <sys/socket.h>
 
-#include <atomic>
 #include <cerrno>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
 
 namespace {
 
-std::atomic<int> madeCalls[3];
-std::atomic<ServerCall> failingCall{ServerCall::select};
-std::atomic<int> failingNumber{0};
-std::atomic<int> failingError{0};
+struct Calls {
+  int made = 0;
+  int failingNumber = 0;
+  int systemError = 0;
+};
+
+std::mutex callsMutex;
+std::condition_variable callMade;
+Calls callsOf[3];
 
 bool fails(ServerCall call) {
-  const int number = ++madeCalls[static_cast<int>(call)];
-  if (call != failingCall || number != failingNumber) return false;
-  errno = failingError;
+  const std::lock_guard lock(callsMutex);
+  Calls& calls = callsOf[static_cast<int>(call)];
+  callMade.notify_all();
+  if (++calls.made != calls.failingNumber) return false;
+  errno = calls.systemError;
   return true;
 }
 
@@ -27,15 +36,26 @@ int withoutErrno(int result) {
 
 }  // namespace
 
+void countServerCalls() {
+  const std::lock_guard lock(callsMutex);
+  for (Calls& calls : callsOf) calls = {};
+}
+
 void failServerCall(ServerCall call, int number, int systemError) {
-  failingCall = call;
-  failingNumber = number;
-  failingError = systemError;
-  for (std::atomic<int>& count : madeCalls) count = 0;
+  const std::lock_guard lock(callsMutex);
+  callsOf[static_cast<int>(call)].failingNumber = number;
+  callsOf[static_cast<int>(call)].systemError = systemError;
 }
 
 int serverCallsMade(ServerCall call) {
-  return madeCalls[static_cast<int>(call)];
+  const std::lock_guard lock(callsMutex);
+  return callsOf[static_cast<int>(call)].made;
+}
+
+bool waitForServerCalls(ServerCall call, int number) {
+  std::unique_lock lock(callsMutex);
+  return callMade.wait_for(lock, std::chrono::seconds(5),
+                           [&] { return callsOf[static_cast<int>(call)].made >= number; });
 }
 
 extern "C" {

@@ -9,6 +9,7 @@
 #include <ctime>
 #include <memory>
 
+#include "suite/zor0.h"
 #include "tests/support/loopback_socket.h"
 
 namespace {
@@ -23,28 +24,7 @@ short withFreePorts(short typeOfService) {
   return typeOfService;
 }
 
-}  // namespace
-
-const std::string blankName(255, ' ');
-
-RunningServer::RunningServer() : _endpoint(withFreePorts(noService), 0, 0) {
-  _endpoint._typeOfService = SERVICE_SERVER;  // so that its queue goes with it
-  _endpoint._sockError = 0;
-  _endpoint.ipcSetError(0);
-  _endpoint.ipc_new_cb();
-}
-
-RunningServer::~RunningServer() {
-  stop();
-}
-
-QueuedMessage RunningServer::start() {
-  _result = std::async(std::launch::async, [this] { return _endpoint.IPCServer(); });
-  return next();
-}
-
-bool RunningServer::waitForEntry() {
-  ipcCircularBuffer& queue = *_endpoint._ipcCircularBuffer;
+bool waitForEntry(ipcCircularBuffer& queue) {
   timespec deadline;
   clock_gettime(CLOCK_REALTIME, &deadline);
   deadline.tv_sec += 5;
@@ -56,9 +36,14 @@ bool RunningServer::waitForEntry() {
   return code == 0;
 }
 
-QueuedMessage RunningServer::next() {
+}  // namespace
+
+const std::string blankName(255, ' ');
+
+QueuedMessage takeMessage(DCHipc& server) {
   QueuedMessage message;
-  if (!waitForEntry()) {
+  ipcCircularBuffer& queue = *server._ipcCircularBuffer;
+  if (!waitForEntry(queue)) {
     ADD_FAILURE() << "nothing came into the queue";
     return message;
   }
@@ -66,15 +51,32 @@ QueuedMessage RunningServer::next() {
   ZORA_Long size = 0;
   char address[IPC_ADDRESS_SIZE];
   char name[IPC_NAME_SIZE];
-  _endpoint.ipc_get_data(&buffer, &size, address, &message.senderLength, name, &message.descriptor);
+  server.ipc_get_data(&buffer, &size, address, &message.senderLength, name, &message.descriptor);
   const std::unique_ptr<char[]> owner(buffer);
   // The slot just emptied is filled again only after the next entry is taken.
-  const ipcCircularBuffer& queue = *_endpoint._ipcCircularBuffer;
   const ZORA_Long taken = (queue.start_idx + IPC_QSIZE - 1) % IPC_QSIZE;
   message.bytes.assign(buffer, static_cast<std::size_t>(queue.dataLen[taken]));
   std::memcpy(&message.sender, address, sizeof message.sender);
   message.name = name;
   return message;
+}
+
+RunningServer::RunningServer() : _endpoint(withFreePorts(noService), 0, 0) {
+  _endpoint._typeOfService = SERVICE_SERVER;  // so that its queue goes with it
+  _endpoint._sockError = 0;
+  _endpoint.ipcSetError(0);
+  _endpoint.ipc_new_cb();
+}
+
+RunningServer::~RunningServer() {
+  stop();
+  for (const ZORA_Long connection : _endpoint._sockClientFD)
+    if (connection > 0) ZOR0_CloseTheSocket(connection);
+}
+
+QueuedMessage RunningServer::start() {
+  _result = std::async(std::launch::async, [this] { return _endpoint.IPCServer(); });
+  return next();
 }
 
 void RunningServer::stop() {

@@ -22,6 +22,10 @@ struct QueuedMessage {
 // The name of a sender that gave none.
 extern const std::string blankName;
 
+// The oldest entry of a server's queue. Waits up to five seconds for it; without one the test
+// fails.
+QueuedMessage takeMessage(DCHipc& server);
+
 // Runs the loop on a thread of its own, from start() to stop(). The trace's classes are those in
 // force at start().
 class RunningServer {
@@ -40,19 +44,16 @@ class RunningServer {
   unsigned short datagramPort() { return _endpoint.sockPortUDP(); }
   unsigned short streamPort() { return _endpoint.sockPortTCP(); }
 
-  // The oldest entry of the queue. Waits up to five seconds for it; without one the test fails.
-  QueuedMessage next();
+  QueuedMessage next() { return takeMessage(_endpoint); }
 
   // Waits for the end of the loop, which a failing select has brought about. Returns its result.
   ZORA_Long waitForEnd() { return _result.get(); }
 
-  // Ends the loop, once. It must not be reading from a connection that does not end. What is left
-  // in the queue stays there, or is dropped when the loop could not end otherwise.
+  // Ends the loop, which must not be reading from a connection that does not end. What is left in
+  // the queue stays there, or is dropped when the loop could not end otherwise.
   void stop();
 
  private:
-  bool waitForEntry();
-
   ipcSock _endpoint;
   std::future<ZORA_Long> _result;
 };

@@ -52,7 +52,7 @@ void StreamClient::finishSending() const {
   shutdown(_socket, SHUT_WR);
 }
 
-void StreamClient::reset() {
+void StreamClient::breakOff() {
   const linger discard{1, 0};
   setsockopt(_socket, SOL_SOCKET, SO_LINGER, &discard, sizeof discard);
   close(_socket);

@@ -28,7 +28,7 @@ class StreamClient {
   void finishSending() const;
 
   // Closes the connection so that the server's next read fails.
-  void reset();
+  void breakOff();
 
  private:
   int _socket;

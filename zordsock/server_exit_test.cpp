@@ -1,0 +1,72 @@
+// Messages that end the server's process.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "tests/support/child_process.h"
+#include "tests/support/failing_memory.h"
+#include "tests/support/running_server.h"
+#include "tests/support/stream_client.h"
+#include "zordsock/test_endpoint.h"
+
+namespace {
+
+using testing::ContainsRegex;
+using testing::IsEmpty;
+
+// Lets the receiver thread end the process; this thread must not use what that destroys.
+[[noreturn]] void waitForTheEnd() {
+  for (;;) pause();
+}
+
+// More than 4 MB: the server reads no more than 1024 pieces of one message.
+int sendTooLongAMessage() {
+  RunningServer server;
+  server.start();
+  const StreamClient client(server.streamPort());
+  constexpr std::size_t size = 1024 * SERVER_PIECE_SIZE;
+  client.send(messageBytes(size, size + 1));
+  waitForTheEnd();
+}
+
+int sendWhenThereIsNoMemory() {
+  RunningServer server;
+  server.start();
+  const StreamClient client(server.streamPort());
+  const FailingMemory noMemory;
+  client.send(messageBytes(5000, 5000));
+  waitForTheEnd();
+}
+
+ChildResult runWithTrace(const char* rules, const std::function<int()>& body) {
+  return runInChild([&] {
+    TRC1_Configure(rules);
+    return body();
+  });
+}
+
+TEST(ServerExit, AMessageOfTooManyPiecesEndsTheProcess) {
+  const ChildResult child = runWithTrace("0x80", sendTooLongAMessage);
+  EXPECT_EQ(child.exitStatus, 1);
+  EXPECT_THAT(child.standardError,
+              ContainsRegex("ipcSock::IPCServer:[0-9]+ Error: ipcBufCount 1024 exceeded allowed "
+                            "limit of 1023.  Exiting...\n\n$"));
+}
+
+TEST(ServerExit, WithoutMemoryForAPieceTheProcessEnds) {
+  const ChildResult child = runWithTrace("0x80", sendWhenThereIsNoMemory);
+  EXPECT_EQ(child.exitStatus, 1);
+  EXPECT_THAT(child.standardError,
+              ContainsRegex("ipcSock::IPCServer:[0-9]+ Error: allocating 4096 bytes for ipcBuffer, "
+                            "current ipcBufCount: 1.  Exiting...\n\n$"));
+}
+
+TEST(ServerExit, IsTheSameWithoutAWordWhenErrorsAreNotTraced) {
+  for (const auto& body : {sendTooLongAMessage, sendWhenThereIsNoMemory}) {
+    const ChildResult child = runWithTrace("0", body);
+    EXPECT_EQ(child.exitStatus, 1);
+    EXPECT_THAT(child.standardError, IsEmpty());
+  }
+}
+
+}  // namespace

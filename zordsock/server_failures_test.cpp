@@ -1,0 +1,106 @@
+// The receive loop when listen, accept, select or memory fail it.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/support/child_process.h"
+#include "tests/support/failing_memory.h"
+#include "tests/support/loopback_socket.h"
+#include "zordsock/test_server.h"
+
+namespace {
+
+constexpr char loopName[] = "ipcSock::IPCServer";
+
+// A socket that does not listen is readable at once, and nothing can be accepted from it.
+TEST(ServerFailures, AFailedListenIsReportedAndTheLoopRuns) {
+  expectTrace(loopName, [] {
+    endAtWait(3);
+    failServerCall(ServerCall::listen, 1, EADDRINUSE);
+    RunningServer server;
+    expectQueued(server.start(), "IPC-SERVER_READY", server.endpoint()._sockAddress, 0, blankName);
+    EXPECT_EQ(server.waitForEnd(), 2);
+    LoopTrace trace(server,
+                    errorLine(textOf("Error: listen for _sockTCP failed. errno=%d\n", EADDRINUSE)));
+    for (int i = 0; i < 2; ++i)
+      trace.addPass().addReadableListener().add(
+          {errorLine(textOf("Error: accept failed. errno=%d\n", EINVAL))});
+    return trace.end();
+  });
+}
+
+TEST(ServerFailures, AfterAFailedListenDatagramsAreStillReceived) {
+  TRC1_Configure("0");
+  countServerCalls();
+  failServerCall(ServerCall::listen, 1, EADDRINUSE);
+  RunningServer server;
+  server.start();
+  const LoopbackSocket client;
+  for (const std::string datagram : {"one", "two", "three"}) {
+    client.sendTo(server.datagramPort(), datagram);
+    EXPECT_EQ(server.next().bytes, datagram);
+    EXPECT_EQ(server.endpoint()._sockError, 1);
+  }
+}
+
+TEST(ServerFailures, AFailedAcceptIsReportedAndItsSlotStaysTaken) {
+  expectTrace(loopName, [] {
+    endAtWait(3);
+    failServerCall(ServerCall::accept, 1, EMFILE);
+    RunningServer server;
+    server.start();
+    const StreamClient client(server.streamPort());
+    EXPECT_EQ(server.waitForEnd(), 2);
+    const ZORA_Long* const connections = server.endpoint()._sockClientFD;
+    EXPECT_EQ(connections[0], -1);
+    EXPECT_GT(connections[1], 0);
+    return LoopTrace(server)
+        .addPass()
+        .addReadableListener()
+        .add({errorLine(textOf("Error: accept failed. errno=%d\n", EMFILE))})
+        .addPass()
+        .addAccept(client.address(), 1, connections[1])
+        .end(connections[1]);
+  });
+}
+
+TEST(ServerFailures, AFailedAcceptLeavesAnErrorThatDoesNotEndTheLoop) {
+  countServerCalls();
+  failServerCall(ServerCall::accept, 1, EMFILE);
+  RunningServer server;
+  server.start();
+  const StreamClient client(server.streamPort());
+  client.send(messageBytes(8, 8));
+  EXPECT_EQ(server.next().bytes, messageBytes(8, 8));
+  EXPECT_EQ(server.endpoint()._sockError, 1);
+}
+
+TEST(ServerFailures, AFailedSelectEndsTheThreadInError) {
+  expectTrace("IPCServerThread", [] {
+    endAtWait(1);
+    RunningServer server;
+    EXPECT_EQ(IPCServerThread(&server.endpoint()), nullptr);
+    EXPECT_EQ(server.endpoint()._sockError, 2);
+    EXPECT_EQ(server.endpoint().ipcGetError(), 1);
+    return std::vector<TraceLine>{
+        entryLine(),
+        errorLine("Error: IPCServer initialization failure, cannot continue processing.\n"),
+        {TRC1_CLASS_EVENTS, "Returning NULL\n"},
+    };
+  });
+}
+
+TEST(ServerFailures, WithoutMemoryForTheLoopTheProcessEnds) {
+  const ChildResult child = runInChild([] {
+    RunningServer server;
+    const FailingMemory noMemory;
+    server.endpoint().IPCServer();
+    return 0;
+  });
+  EXPECT_EQ(child.exitStatus, 1);
+  EXPECT_THAT(child.standardError,
+              testing::ContainsRegex(
+                  "ipcSock::IPCServer:[0-9]+ Error: allocating [0-9]+ bytes for the receive loop.  "
+                  "Exiting...\n\n$"));
+}
+
+}  // namespace

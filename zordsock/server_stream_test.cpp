@@ -1,0 +1,364 @@
+// What the receive loop makes of stream connections: messages, their ends, and hostile bytes.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <memory>
+#include <random>
+
+#include "tests/support/loopback_socket.h"
+#include "zordsock/test_server.h"
+
+namespace {
+
+constexpr char loopName[] = "ipcSock::IPCServer";
+constexpr char disconnect[] = "DP-DISCONNECT";
+constexpr char resend[] = "RESEND_MESSAGE";
+
+TEST(ServerStream, QueuesAMessageOfOnePieceAsItCame) {
+  expectTrace(loopName, [] {
+    endAtWait(4);
+    RunningServer server;
+    server.start();
+    const StreamClient client(server.streamPort());
+    client.send(messageBytes(100, 100));
+    const QueuedMessage message = server.next();
+    EXPECT_EQ(server.waitForEnd(), 2);
+    const ZORA_Long connection = server.endpoint()._sockClientFD[0];
+    expectQueued(message, messageBytes(100, 100), client.address(), connection);
+    return LoopTrace(server)
+        .addPass()
+        .addAccept(client.address(), 0, connection)
+        .addPass(connection)
+        .addReadableConnection(0, connection)
+        .addPiece(connection, 0, 100, 0, 100)
+        .add({detailLine("recvfrom operation had no more data, totalRead: 100, ipcBufCount: 1\n"),
+              detailLine("sockClientAddr set to" + tracedAddress(client.address()))})
+        .end(connection);
+  });
+}
+
+TEST(ServerStream, QueuesAMessageOfThreePiecesOnce) {
+  expectTrace(loopName, [] {
+    endAtWait(6);
+    RunningServer server;
+    server.start();
+    const StreamClient client(server.streamPort());
+    client.send(messageBytes(10000, 10000));
+    const QueuedMessage message = server.next();
+    EXPECT_EQ(server.waitForEnd(), 2);
+    EXPECT_EQ(server.endpoint()._ipcCircularBuffer->num_full, 0);
+    const ZORA_Long connection = server.endpoint()._sockClientFD[0];
+    expectQueued(message, messageBytes(10000, 10000), client.address(), connection);
+    return LoopTrace(server)
+        .addPass()
+        .addAccept(client.address(), 0, connection)
+        .addPass(connection)
+        .addReadableConnection(0, connection)
+        .addPiece(connection, 0, 10000, 0, 4096)
+        .addPiece(connection, 1, 10000, 4096, 4096)
+        .addPiece(connection, 2, 10000, 8192, 1808)
+        .add({detailLine("recvfrom operation had no more data, totalRead: 10000, ipcBufCount: 3\n"),
+              detailLine("sockClientAddr set to" + tracedAddress(client.address())),
+              storageLine("Allocated <10000> bytes for completeBuffer<@{address}>\n"),
+              detailLine("[0] completeBuffer[@{address}], offset[0], buffer[@{address}], "
+                         "dataLen[4096]\n"),
+              detailLine("[1] completeBuffer[@{address}], offset[4096], buffer[@{address}], "
+                         "dataLen[4096]\n"),
+              detailLine("[2] completeBuffer[@{address}], offset[8192], buffer[@{address}], "
+                         "dataLen[1808]\n"),
+              storageLine("Deleting completeBuffer @{address}, totalRead: 10000\n"),
+              storageLine("Deleting ipcBufArray[1]: @{address}\n"),
+              storageLine("Deleting ipcBufArray[2]: @{address}\n")})
+        .end(connection);
+  });
+}
+
+TEST(ServerStream, QueuesADisconnectWhenThePeerCloses) {
+  expectTrace(loopName, [] {
+    endAtWait(4);
+    RunningServer server;
+    server.start();
+    auto client = std::make_unique<StreamClient>(server.streamPort());
+    const sockaddr_in address = client->address();
+    client.reset();
+    const QueuedMessage notice = server.next();
+    EXPECT_EQ(server.waitForEnd(), 2);
+    const auto connection = static_cast<ZORA_Long>(notice.descriptor);
+    expectQueued(notice, disconnect, address, connection, blankName);
+    EXPECT_EQ(server.endpoint()._ipcCircularBuffer->num_full, 0);
+    EXPECT_EQ(server.endpoint()._sockClientFD[0], 0);
+    EXPECT_FALSE(isOpen(connection));
+    return LoopTrace(server)
+        .addPass()
+        .addAccept(address, 0, connection)
+        .addPass(connection)
+        .addReadableConnection(0, connection)
+        .addPiece(connection, 0, 0, 0, 0)
+        .add({detailLine(
+            textOf("_sockClientFD[0]=%d closed TCP connection: continue...", connection))})
+        .end();
+  });
+}
+
+TEST(ServerStream, QueuesADisconnectWhenThePeerResets) {
+  expectTrace(loopName, [] {
+    endAtWait(4);
+    RunningServer server;
+    server.start();
+    StreamClient client(server.streamPort());
+    client.breakOff();
+    const QueuedMessage notice = server.next();
+    EXPECT_EQ(server.waitForEnd(), 2);
+    const auto connection = static_cast<ZORA_Long>(notice.descriptor);
+    expectQueued(notice, disconnect, client.address(), connection, blankName);
+    EXPECT_EQ(server.endpoint()._sockClientFD[0], 0);
+    return LoopTrace(server)
+        .addPass()
+        .addAccept(client.address(), 0, connection)
+        .addPass(connection)
+        .addReadableConnection(0, connection)
+        .addPiece(connection, 0, 0, 0, -1, ECONNRESET)
+        .add({detailLine(
+            textOf("_sockClientFD[0]=%d closed TCP connection: continue...", connection))})
+        .end();
+  });
+}
+
+// The reset comes while the loop waits for the second piece.
+TEST(ServerStream, DropsAMessageInWhichThePeerResets) {
+  expectTrace(loopName, [] {
+    endAtWait(5);
+    RunningServer server;
+    server.start();
+    StreamClient client(server.streamPort());
+    client.send(messageBytes(3000, 5000));
+    EXPECT_TRUE(waitForServerCalls(ServerCall::select, 4));
+    client.breakOff();
+    const QueuedMessage notice = server.next();
+    EXPECT_EQ(server.waitForEnd(), 2);
+    const auto connection = static_cast<ZORA_Long>(notice.descriptor);
+    expectQueued(notice, disconnect, client.address(), connection, blankName);
+    EXPECT_EQ(server.endpoint()._ipcCircularBuffer->num_full, 0);
+    return LoopTrace(server)
+        .addPass()
+        .addAccept(client.address(), 0, connection)
+        .addPass(connection)
+        .addReadableConnection(0, connection)
+        .addPiece(connection, 0, 5000, 0, 3000)
+        .addPiece(connection, 1, 5000, 3000, -1, ECONNRESET)
+        .add({detailLine(
+            textOf("_sockClientFD[0]=%d closed TCP connection: continue...", connection))})
+        .end();
+  });
+}
+
+TEST(ServerStream, AsksForAMessageThatEndedShortAndKeepsTheConnection) {
+  expectTrace(loopName, [] {
+    endAtWait(5);
+    RunningServer server;
+    server.start();
+    const StreamClient client(server.streamPort());
+    client.send(messageBytes(3000, 5000));
+    client.finishSending();
+    const QueuedMessage notice = server.next();
+    EXPECT_EQ(server.waitForEnd(), 2);
+    const ZORA_Long connection = server.endpoint()._sockClientFD[0];
+    expectQueued(notice, resend, client.address(), connection);
+    std::string answer = "again";
+    EXPECT_EQ(server.endpoint().ipcWrite(answer.data(), 5, notice.descriptor), 5);
+    EXPECT_EQ(client.receive(5), answer);
+    return LoopTrace(server)
+        .addPass()
+        .addAccept(client.address(), 0, connection)
+        .addPass(connection)
+        .addReadableConnection(0, connection)
+        .addPiece(connection, 0, 5000, 0, 3000)
+        .addPiece(connection, 1, 5000, 3000, 0)
+        .add({errorLine("Error: TCP received 3000 bytes, expected 5000 bytes\n")})
+        .end(connection);
+  });
+}
+
+TEST(ServerStream, DisconnectsAfterAShortMessageInAPassOfItsOwn) {
+  RunningServer server;
+  server.start();
+  auto client = std::make_unique<StreamClient>(server.streamPort());
+  const sockaddr_in address = client->address();
+  client->send(messageBytes(3000, 5000));
+  client.reset();
+  const QueuedMessage first = server.next();
+  const auto connection = static_cast<ZORA_Long>(first.descriptor);
+  expectQueued(first, resend, address, connection);
+  expectQueued(server.next(), disconnect, address, connection, blankName);
+}
+
+TEST(ServerStream, AsksAgainWhenTwoMessagesComeAtOnce) {
+  expectTrace(loopName, [] {
+    endAtWait(4);
+    RunningServer server;
+    server.start();
+    const StreamClient client(server.streamPort());
+    client.send(messageBytes(8, 8) + messageBytes(12, 12));
+    const QueuedMessage notice = server.next();
+    EXPECT_EQ(server.waitForEnd(), 2);
+    const ZORA_Long connection = server.endpoint()._sockClientFD[0];
+    expectQueued(notice, resend, client.address(), connection);
+    return LoopTrace(server)
+        .addPass()
+        .addAccept(client.address(), 0, connection)
+        .addPass(connection)
+        .addReadableConnection(0, connection)
+        .addPiece(connection, 0, 8, 0, 20)
+        .add({errorLine("Error: TCP received 20 bytes, expected 8 bytes\n")})
+        .end(connection);
+  });
+}
+
+TEST(ServerStream, GivesAFreedSlotToTheNextConnection) {
+  endAtWait(6);
+  RunningServer server;
+  server.start();
+  auto first = std::make_unique<StreamClient>(server.streamPort());
+  ASSERT_TRUE(waitForServerCalls(ServerCall::select, 2));
+  const StreamClient second(server.streamPort());
+  ASSERT_TRUE(waitForServerCalls(ServerCall::select, 3));
+  first.reset();
+  EXPECT_EQ(server.next().bytes, disconnect);
+  ASSERT_TRUE(waitForServerCalls(ServerCall::select, 5));
+  const StreamClient third(server.streamPort());
+  server.waitForEnd();
+  const ZORA_Long* const connections = server.endpoint()._sockClientFD;
+  EXPECT_TRUE(connections[0] > 0 && connections[1] > 0);
+  EXPECT_EQ(connections[2], 0);
+}
+
+TEST(ServerStream, NamesThePeerOfEachConnection) {
+  RunningServer server;
+  server.start();
+  const StreamClient one(server.streamPort());
+  const StreamClient other(server.streamPort());
+  other.send(messageBytes(9, 9));
+  const QueuedMessage ofOther = server.next();
+  one.send(messageBytes(8, 8));
+  const QueuedMessage ofOne = server.next();
+  EXPECT_NE(ofOne.descriptor, ofOther.descriptor);
+  EXPECT_TRUE(ofOne.sender == one.address());
+  EXPECT_TRUE(ofOther.sender == other.address());
+}
+
+// Nothing is taken from the queue before all is sent, so one pass finds both connections readable.
+TEST(ServerStream, ServesTheReadableConnectionsInTheOrderOfTheirSlots) {
+  countServerCalls();
+  RunningServer server;
+  server.start();
+  const StreamClient one(server.streamPort());
+  const StreamClient other(server.streamPort());
+  const LoopbackSocket sender;
+  ASSERT_TRUE(waitForServerCalls(ServerCall::accept, 2));
+  for (int i = 0; i < 5; ++i) sender.sendTo(server.datagramPort(), "datagram");
+  other.send(messageBytes(9, 9));
+  one.send(messageBytes(8, 8));
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(server.next().bytes, "datagram");
+  EXPECT_EQ(server.next().bytes, messageBytes(8, 8));
+  EXPECT_EQ(server.next().bytes, messageBytes(9, 9));
+}
+
+TEST(ServerStream, ServesNothingElseWhileAMessageIsIncomplete) {
+  countServerCalls();
+  RunningServer server;
+  server.start();
+  const StreamClient client(server.streamPort());
+  const LoopbackSocket sender;
+  const std::string message = messageBytes(8, 8);
+  client.send(message.substr(0, 5));
+  // The waits: for the connection, for its first bytes, and for two pieces.
+  ASSERT_TRUE(waitForServerCalls(ServerCall::select, 4));
+  sender.sendTo(server.datagramPort(), "datagram");
+  client.send(message.substr(5));
+  EXPECT_EQ(server.next().bytes, message);
+  EXPECT_EQ(server.next().bytes, "datagram");
+}
+
+TEST(ServerStream, JoinsMessagesHoweverTheyAreSent) {
+  std::mt19937 random(20260131);
+  RunningServer server;
+  server.start();
+  const StreamClient client(server.streamPort());
+  for (std::size_t length = 4; length < 20000; length += 1 + random() % 1500) {
+    const std::string message = messageBytes(length, static_cast<unsigned>(length));
+    // The length word comes in one piece, or the loop does not know what to wait for.
+    for (std::size_t at = 0, size; at < length; at += size) {
+      size = 4 + random() % 6000;
+      client.send(message.substr(at, size));
+    }
+    EXPECT_EQ(server.next().bytes, message);
+  }
+}
+
+TEST(HostileStream, WithAnImpossibleLengthIsAskedAgainAndMayGoOn) {
+  RunningServer server;
+  server.start();
+  const StreamClient client(server.streamPort());
+  for (const int length : {0, 1, 3, -1, INT_MIN, INT_MIN + 1}) {
+    client.send(messageBytes(20, static_cast<unsigned>(length)));
+    EXPECT_EQ(server.next().bytes, resend);
+    client.send(messageBytes(20, 20));
+    EXPECT_EQ(server.next().bytes, messageBytes(20, 20));
+  }
+}
+
+TEST(HostileStream, WithAHugeLengthEndsWithItsConnection) {
+  RunningServer server;
+  server.start();
+  for (const unsigned length : {0x7FFFFFFFu, 0x7FFFFFFEu, 0x01000000u}) {
+    auto client = std::make_unique<StreamClient>(server.streamPort());
+    client->send(messageBytes(9000, length));
+    client.reset();
+    EXPECT_EQ(server.next().bytes, resend);
+    EXPECT_EQ(server.next().bytes, disconnect);
+  }
+}
+
+TEST(HostileStream, OfLessThanALengthWordIsAskedAgain) {
+  RunningServer server;
+  server.start();
+  for (std::size_t size = 1; size <= 3; ++size) {
+    auto client = std::make_unique<StreamClient>(server.streamPort());
+    client->send(std::string(size, '\0'));
+    EXPECT_EQ(server.next().bytes, resend);
+    client.reset();
+    EXPECT_EQ(server.next().bytes, disconnect);
+  }
+}
+
+// Sends random bytes over a few connections at once, and ends them in one way or the other.
+void sendGarbage(RunningServer& server, std::mt19937& random, int connections) {
+  for (int i = 0; i < connections; ++i) {
+    StreamClient client(server.streamPort());
+    std::string bytes(1 + random() % 9000, '\0');
+    for (char& byte : bytes) byte = static_cast<char>(random());
+    client.send(bytes);
+    if (random() % 3 == 0) client.breakOff();
+  }
+}
+
+TEST(HostileStream, OfRandomBytesNeverHarmsTheOthers) {
+  constexpr int connections = 5;  // as many as wait to be accepted while the queue is full
+  std::mt19937 random(4711);
+  RunningServer server;
+  server.start();
+  const StreamClient honest(server.streamPort());
+  for (unsigned round = 0; round < 30; ++round) {
+    sendGarbage(server, random, connections);
+    for (int ended = 0; ended < connections;) {
+      const std::string bytes = server.next().bytes;
+      ASSERT_FALSE(bytes.empty());
+      if (bytes == disconnect) ++ended;
+    }
+    honest.send(messageBytes(100 + round, 100 + round));
+    EXPECT_EQ(server.next().bytes, messageBytes(100 + round, 100 + round));
+  }
+}
+
+}  // namespace
