@@ -14,10 +14,12 @@ DataWait::DataWait(std::string applName, std::string attrGroup,
                    std::optional<Clock::duration> quietLimit)
     : _applName(std::move(applName)), _attrGroup(std::move(attrGroup)), _quietLimit(quietLimit) {
   DCH_api_init();
-  subscribe();
+  // First, so that whoever sees the subscription can end it by a signal.
   _controlThread.emplace(
       [this](int signal) { stop(signal == 0 ? Outcome::quiet : Outcome::signal); },
       [this] { return deadline(); });
+  const std::lock_guard lock(_handleMutex);
+  subscribe();
 }
 
 DataWait::~DataWait() {

@@ -5,7 +5,7 @@
 #include <unistd.h>
 
 #include "tools/common/failure.h"
-#include "tools/temporary_file.h"
+#include "tools/testkit/temporary_file.h"
 
 namespace tools {
 namespace {

@@ -2,12 +2,8 @@
 
 #include <sysexits.h>
 
-#include <algorithm>
-#include <cerrno>
 #include <cstring>
-#include <fstream>
 #include <iostream>
-#include <iterator>
 
 #include "tools/common/failure.h"
 #include "tools/common/printable.h"
@@ -22,9 +18,9 @@ namespace tools {
 namespace {
 
 suite::Registration readRegistration(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  const std::string text{std::istreambuf_iterator<char>(file), {}};
-  if (!file) throw Failure(EX_NOINPUT, "cannot read " + path + ": " + strerror(errno));
+  LineInput file(path, [](int) {});
+  std::string text;
+  for (std::string line; file.next(&line);) text += line;
   suite::Registration registration;
   std::string error;
   if (!suite::parseRegistration(text, &registration, &error))
@@ -73,6 +69,8 @@ void sendRows(RowReader& reader, const LineInput& input, InputWatch& watch,
 }  // namespace
 
 int send(const SendOptions& options) {
+  if (options.registrationPath == "-" && options.inputPath == "-")
+    throw Failure(EX_USAGE, "registration and rows cannot both come from standard input");
   const suite::Registration registration = readRegistration(options.registrationPath);
   const suite::RegisteredGroup& group = groupOf(registration, options);
   checkAttributes(group, options.registrationPath);

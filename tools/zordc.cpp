@@ -11,8 +11,11 @@ constexpr char footer[] =
     "\n"
     "The DCH is found through ZORA_DCH_ADDR (local host) and ZORA_DCH_PORT (1919).\n"
     "\n"
-    "Exit status: 0 after --count rows or a signal, 64 wrong command line, 69 the DCH cannot be\n"
-    "reached, 74 the output cannot be written, 75 no row came for --timeout seconds.";
+    "Exit status: 0 after --count rows, a signal, or when nobody reads the output any more, 64 "
+    "wrong\n"
+    "command line, 69 the DCH cannot be reached, 74 the output cannot be written, 75 no row came "
+    "for\n"
+    "--timeout seconds.";
 
 constexpr char watchFooter[] =
     "Examples:\n"
@@ -30,7 +33,7 @@ constexpr char watchFooter[] =
     "\n"
     "A subscription has no answer: without a DCH, or while nothing is sent, the wait goes on "
     "until\n"
-    "Ctrl-C, or until --timeout ends it.";
+    "Ctrl-C, or until --timeout ends it. The exit statuses are in zordc --help.";
 
 }  // namespace
 
@@ -41,24 +44,25 @@ int main(int argc, char** argv) {
   tools::WatchOptions options;
   CLI::App* watch = app.add_subcommand("watch", "Print every row of an attribute group");
   watch->footer(watchFooter);
-  watch->add_option("appl", options.appl, "Name of the application")
+  watch->add_option("APPL", options.appl, "Name of the application")
       ->required()
-      ->type_name("APPL")
+      ->type_name("")
       ->check(tools::nameOfAtMost(DCH_MAX_APPL_NAME));
-  watch->add_option("group", options.group, "Attribute group")
+  watch->add_option("GROUP", options.group, "Attribute group")
       ->required()
-      ->type_name("GROUP")
+      ->type_name("")
       ->check(tools::nameOfAtMost(DCH_MAX_ATTR_GROUP));
-  watch->add_option("-F,--format", options.format, "Format of the rows: table, csv or jsonl")
+  watch
+      ->add_option("-F,--format", options.format,
+                   "Format of the rows: table (the default), csv or jsonl")
       ->type_name("FORMAT")
-      ->check(CLI::IsMember({"table", "csv", "jsonl"}))
-      ->capture_default_str();
+      ->check(tools::oneOf({"table", "csv", "jsonl"}));
   watch->add_option("-C,--count", options.count, "End after N rows")
       ->type_name("N")
-      ->check(CLI::PositiveNumber);
+      ->check(tools::positiveNumber());
   watch->add_option("-W,--timeout", options.timeoutSeconds, "End when no row came for S seconds")
       ->type_name("S")
-      ->check(CLI::PositiveNumber);
+      ->check(tools::positiveNumber());
 
   return tools::runTool(app, argc, argv, [&] { return tools::watch(options); });
 }

@@ -38,7 +38,9 @@ constexpr char sendFooter[] =
     "stays\n"
     "registered, as it should when other sources of it are on line; the source still goes off "
     "line,\n"
-    "for nobody feeds it any more.";
+    "for nobody feeds it any more.\n"
+    "\n"
+    "The exit statuses are in zordp --help.";
 
 }  // namespace
 
@@ -61,13 +63,12 @@ int main(int argc, char** argv) {
       ->required()
       ->type_name("NAME")
       ->check(tools::nameOfAtMost(DCH_MAX_SOURCE_NAME));
-  send->add_option("-i,--input", options.inputPath, "File with the rows, - for standard input")
-      ->type_name("FILE")
-      ->capture_default_str();
-  send->add_option("-F,--format", options.format, "Format of the rows: csv or jsonl")
+  send->add_option("-i,--input", options.inputPath,
+                   "File with the rows; standard input when it is - or left out")
+      ->type_name("FILE");
+  send->add_option("-F,--format", options.format, "Format of the rows: csv (the default) or jsonl")
       ->type_name("FORMAT")
-      ->check(CLI::IsMember({"csv", "jsonl"}))
-      ->capture_default_str();
+      ->check(tools::oneOf({"csv", "jsonl"}));
   send->add_flag("-k,--keep", options.keep, "Leave the application registered");
 
   return tools::runTool(app, argc, argv, [&] { return tools::send(options); });

@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace tools {
 
@@ -13,6 +14,12 @@ void setUpCommandLine(CLI::App& app, const std::string& footer);
 
 // Accepts texts of 1 to `most` characters.
 CLI::Validator nameOfAtMost(int most);
+
+// Accepts numbers above 0, up to 1000000000.
+CLI::Validator positiveNumber();
+
+// Accepts the given words.
+CLI::Validator oneOf(const std::vector<std::string>& words);
 
 // Parses the command line and does `run`, whose result is the exit status. A wrong command line and
 // a Failure become a message on standard error that begins with the tool's name, and their exit

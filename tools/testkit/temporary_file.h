@@ -1,6 +1,6 @@
 // temporary_file.h: a file of a test's own.
-#ifndef TOOLS_TEMPORARY_FILE_H
-#define TOOLS_TEMPORARY_FILE_H
+#ifndef TOOLS_TESTKIT_TEMPORARY_FILE_H
+#define TOOLS_TESTKIT_TEMPORARY_FILE_H
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -34,4 +34,4 @@ class TemporaryFile {
 
 }  // namespace tools
 
-#endif  // TOOLS_TEMPORARY_FILE_H
+#endif  // TOOLS_TESTKIT_TEMPORARY_FILE_H

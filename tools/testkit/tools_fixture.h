@@ -1,0 +1,86 @@
+// tools_fixture.h: the tools around a running zordchd.
+#ifndef TOOLS_TESTKIT_TOOLS_FIXTURE_H
+#define TOOLS_TESTKIT_TOOLS_FIXTURE_H
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "tools/testkit/running_program.h"
+#include "tools/testkit/temporary_file.h"
+
+namespace tools {
+
+using Arguments = RunningProgram::Arguments;
+using Environment = RunningProgram::Environment;
+
+inline constexpr char registrationText[] =
+    "appl:WEATHER,WTH; type:SOCK; help:What the sky does;\n"
+    "group:sky; attr:clouds,G,4,eighths; attr:note,T,20; attr:rain,C,8; attr:small,I,2;\n"
+    "group:odd; attr:size3,G,3;\n";
+
+// A server, zordchd or a scripted one, on this port of the loopback interface.
+inline Environment environmentFor(int port, const std::string& timeoutSeconds = "10") {
+  return {{"ZORA_DCH_ADDR", "127.0.0.1"},
+          {"ZORA_DCH_PORT", std::to_string(port)},
+          {"ZORA_DCH_TIMEOUT", timeoutSeconds},
+          {"LC_ALL", "C.UTF-8"}};
+}
+
+// Runs a program to its end without input.
+inline ProgramResult runProgram(const std::string& path, const Arguments& arguments,
+                                const Environment& environment) {
+  return RunningProgram(path, arguments, environment).finish();
+}
+
+// A server of its own for each test, which has subscribed consumers and sends rows of one group.
+class ToolsTest : public ::testing::Test {
+ protected:
+  ToolsTest() : _server(ZORDCHD_PATH, {"--port", "0", "--verbose"}, {}) {
+    const std::string ready = _server.waitForOutput("\n");
+    _port = std::stoi(ready.substr(ready.rfind(' ')));
+  }
+  ~ToolsTest() override {
+    _server.signal(SIGTERM);
+    EXPECT_EQ(_server.finish().exitStatus, 0);
+  }
+
+  Environment environment() const { return environmentFor(_port); }
+
+  using ErrorTo = RunningProgram::ErrorTo;
+  std::unique_ptr<RunningProgram> startSending(const Arguments& more,
+                                               ErrorTo errorTo = ErrorTo::pipe) const {
+    Arguments arguments{"send", "-r", _registration.path(), "-g", "sky", "-s", "roof"};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return std::make_unique<RunningProgram>(ZORDP_PATH, arguments, environment(), errorTo);
+  }
+
+  ProgramResult send(std::string_view rows, const std::string& format = "csv") const {
+    const TemporaryFile input(rows);
+    return startSending({"-i", input.path(), "-F", format})->finish();
+  }
+
+  // A consumer that the server knows when this returns.
+  std::unique_ptr<RunningProgram> startWatching(const std::string& appl, const std::string& group,
+                                                const Arguments& more) {
+    Arguments arguments{"watch", appl, group};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    auto watcher = std::make_unique<RunningProgram>(ZORDC_PATH, arguments, environment());
+    _server.waitForError("zordchd: subscribed ", ++_subscriptions);
+    return watcher;
+  }
+  std::unique_ptr<RunningProgram> startWatching(const Arguments& more) {
+    return startWatching("WEATHER", "sky", more);
+  }
+
+  RunningProgram _server;
+  int _port = 0;
+  int _subscriptions = 0;
+  const TemporaryFile _registration{registrationText};
+};
+
+}  // namespace tools
+
+#endif  // TOOLS_TESTKIT_TOOLS_FIXTURE_H
