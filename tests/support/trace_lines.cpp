@@ -12,8 +12,6 @@
 
 namespace {
 
-const std::string anyAddress = "{address}";
-
 // The number of characters of an address at `position`, 0 when there is none.
 std::size_t addressLength(const std::string& text, std::size_t position) {
   if (text.compare(position, 2, "0x") != 0) return 0;
@@ -22,14 +20,36 @@ std::size_t addressLength(const std::string& text, std::size_t position) {
   return end - position;
 }
 
+// The same for a decimal number.
+std::size_t numberLength(const std::string& text, std::size_t position) {
+  const std::size_t signLength = position < text.size() && text[position] == '-' ? 1 : 0;
+  std::size_t end = position + signLength;
+  while (end < text.size() && std::isdigit(static_cast<unsigned char>(text[end])) != 0) ++end;
+  return end - position > signLength ? end - position : 0;
+}
+
+struct Placeholder {
+  std::string name;
+  std::size_t (*length)(const std::string& text, std::size_t position);
+};
+
+const Placeholder placeholders[] = {{"{address}", addressLength}, {"{number}", numberLength}};
+
+const Placeholder* placeholderAt(const std::string& pattern, std::size_t position) {
+  for (const Placeholder& placeholder : placeholders)
+    if (pattern.compare(position, placeholder.name.size(), placeholder.name) == 0)
+      return &placeholder;
+  return nullptr;
+}
+
 bool matches(const std::string& text, const std::string& pattern) {
   std::size_t position = 0;
   for (std::size_t i = 0; i < pattern.size();) {
-    if (pattern.compare(i, anyAddress.size(), anyAddress) == 0) {
-      const std::size_t length = addressLength(text, position);
+    if (const Placeholder* const placeholder = placeholderAt(pattern, i)) {
+      const std::size_t length = placeholder->length(text, position);
       if (length == 0) return false;
       position += length;
-      i += anyAddress.size();
+      i += placeholder->name.size();
     } else if (position == text.size() || text[position++] != pattern[i++]) {
       return false;
     }

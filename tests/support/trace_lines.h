@@ -8,7 +8,8 @@
 
 #include "zora/trc1.h"
 
-// One expected record. "{address}" in its text stands for any address.
+// One expected record. "{address}" in its text stands for any address, "{number}" for any decimal
+// number.
 struct TraceLine {
   unsigned traceClass;
   std::string text;
