@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <future>
 #include <thread>
 #include <vector>
 
@@ -16,15 +17,18 @@ namespace {
 using zordsock::StreamMessage;
 
 // Sends a first piece of 8 bytes that announces `length`, and `further` pieces of one byte. The
-// connection does not hold them all, so a thread of its own sends them.
+// connection does not hold them all, so a thread of its own sends them; it is detached, because the
+// process may end before it could be joined.
 void readManyPieces(const PieceConnection& connection, unsigned length, int further,
                     const std::function<void(const StreamMessage&)>& use) {
-  std::thread sender([&] {
+  std::packaged_task<void()> sender([&] {
     bool sent = connection.send(messageBytes(8, length));
     for (int i = 0; i < further && sent; ++i) sent = connection.send("x");
   });
+  const std::future<void> sent = sender.get_future();
+  std::thread(std::move(sender)).detach();
   readMessage(connection.serverEnd(), use);
-  sender.join();
+  sent.wait();
 }
 
 void expectNothing(const StreamMessage&) {
