@@ -7,32 +7,18 @@
 #include "tests/support/failing_calls.h"
 #include "tests/support/trace_capture.h"
 #include "tests/support/trace_lines.h"
+#include "zordsock/refused_sockets.h"
 #include "zordsock/test_endpoint.h"
 
 using namespace zordsock;
 
 namespace {
 
-int refusedType = 0;  // the socket type that the system has none of
 bool hasLocalHostName = true;
-
-struct RefusedSockets {
-  explicit RefusedSockets(int type) { refusedType = type; }
-  ~RefusedSockets() { refusedType = 0; }
-};
 
 }  // namespace
 
 extern "C" {
-
-int __real_socket(int domain, int type, int protocol);
-int __wrap_socket(int domain, int type, int protocol);
-int __wrap_socket(int domain, int type, int protocol) {
-  if (refusedType == 0 || (type & ~SOCK_CLOEXEC) != refusedType)
-    return __real_socket(domain, type, protocol);
-  errno = ENOBUFS;
-  return -1;
-}
 
 // ZOR0_LocalHostNameString()
 const char* __real__Z24ZOR0_LocalHostNameStringv();

@@ -1,6 +1,7 @@
-// A pool whose waits run out or fail, whose lock cannot be had, or that finds no memory.
+// A pool whose waits run out or fail, whose lock or sockets cannot be had, or that finds no memory.
 #include <gmock/gmock.h>
 #include <pthread.h>
+#include <sys/socket.h>
 
 #include <cerrno>
 #include <ctime>
@@ -10,6 +11,8 @@
 #include "tests/support/failing_calls.h"
 #include "tests/support/failing_memory.h"
 #include "tests/support/recorded_sleep.h"
+#include "tests/support/trace_capture.h"
+#include "zordsock/refused_sockets.h"
 #include "zordsock/test_pool.h"
 
 using namespace zordsock;
@@ -244,6 +247,54 @@ TEST_F(FullPool, SignalsWithoutTheLock) {
   TRC1_SetSink(nullptr, nullptr);
   EXPECT_THAT(notes, ElementsAre("held: " + freedLine(0, descriptor).text,
                                  "free: " + signallingLine().text));
+}
+
+// ---- Sockets that could not be opened ----------------------------------------------------------
+
+TEST(PoolWithoutSockets, KeepsTheElementsWhoseSocketCouldNotBeOpened) {
+  const DchSocket dch;
+  setPoolSize(3);
+  const TraceCapture trace("0x80");
+  const RefusedSockets refused(SOCK_DGRAM, 1);
+  const Borrower borrower;
+  EXPECT_EQ(borrower.endpoint.ipcGetError(), 0);
+  const std::string line = textOf("Error: _UDPSockList[i].sockUDP[-1]  errno=%d\n", ENOBUFS);
+  EXPECT_THAT(trace.texts(), ElementsAre(line, line));
+  EXPECT_THAT(inUse(), ElementsAre(1, 0, 0));
+  EXPECT_EQ(_UDPSockList[1].sockUDP, -1);
+}
+
+TEST(PoolWithoutSockets, TakesAnElementBackFromTheEndpointThatFailedWithIt) {
+  const DchSocket dch;
+  setPoolSize(2);
+  const RefusedSockets refused(SOCK_DGRAM, 1);
+  const Borrower borrower;
+  expectTrace("ipcSock::releaseIPC", [] {
+    ipcSock failed(SERVICE_UDP_CLIENT, 0, 1);
+    EXPECT_EQ(failed.ipcGetError(), 1);
+    EXPECT_EQ(failed.sockUDP(), -1);
+    EXPECT_THAT(inUse(), ElementsAre(1, 1));
+    EXPECT_EQ(failed.releaseIPC(), 0);
+    EXPECT_THAT(inUse(), ElementsAre(1, 0));
+    return with(poolLines(), {freedLine(1, -1), signallingLine(), exitLine(0)});
+  });
+}
+
+TEST(PoolWithoutSockets, MakesAnEndpointFail) {
+  const DchSocket dch;
+  setPoolSize(2);
+  const RefusedSockets refused(SOCK_DGRAM, 1);
+  const Borrower borrower;
+  expectTrace("ipcSock::IPCClient", [&] {
+    errno = 0;
+    ipcSock failed(SERVICE_UDP_CLIENT, 0, 1);
+    failed.releaseIPC();
+    return std::vector<TraceLine>{
+        entryLine(),
+        storageLine(
+            textOf("DCHName[127.0.0.1] DCHPort[%d] connectTo[0] typeOfServer[3]\n", dch.port())),
+        errorLine("Error: _sockUDP[-1]  errno=0\n"), exitLine(1)};
+  });
 }
 
 // ---- Memory ------------------------------------------------------------------------------------

@@ -4,7 +4,6 @@
 #include <memory>
 #include <thread>
 
-#include "tests/support/descriptor_limit.h"
 #include "tests/support/trace_capture.h"
 #include "zordsock/test_pool.h"
 #include "zordsock/test_read.h"
@@ -14,18 +13,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 namespace {
-
-// A pooled endpoint, which gives its socket back.
-struct Borrower {
-  ~Borrower() { endpoint.releaseIPC(); }
-  ipcSock endpoint{SERVICE_UDP_CLIENT, 0, 1};
-};
-
-std::vector<int> inUse() {
-  std::vector<int> flags;
-  for (int i = 0; i < _envDCHUDPSocks; ++i) flags.push_back(_UDPSockList[i].inUse);
-  return flags;
-}
 
 // ---- Building ----------------------------------------------------------------------------------
 
@@ -100,54 +87,6 @@ TEST(Pool, ThatCannotBeAllocatedShowsNoFurtherLines) {
   expectTrace("ipcSock::releaseIPC", [&] {
     EXPECT_EQ(endpoint.releaseIPC(), 1);
     return with(poolLines(), {exitLine(1)});
-  });
-}
-
-// ---- Sockets that could not be opened ----------------------------------------------------------
-
-TEST(Pool, KeepsAnElementWhoseSocketCouldNotBeOpened) {
-  const DchSocket dch;
-  setPoolSize(3);
-  const TraceCapture trace("0x80");
-  const DescriptorLimit limit(1);
-  const Borrower borrower;
-  EXPECT_EQ(borrower.endpoint.ipcGetError(), 0);
-  const std::string line = textOf("Error: _UDPSockList[i].sockUDP[-1]  errno=%d\n", EMFILE);
-  EXPECT_THAT(trace.texts(), ElementsAre(line, line));
-  EXPECT_THAT(inUse(), ElementsAre(1, 0, 0));
-  EXPECT_EQ(_UDPSockList[1].sockUDP, -1);
-}
-
-TEST(Pool, AnEndpointThatTakesAnElementWithoutASocketFailsAndGivesItBack) {
-  const DchSocket dch;
-  setPoolSize(2);
-  const DescriptorLimit limit(1);
-  const Borrower borrower;
-  expectTrace("ipcSock::releaseIPC", [] {
-    ipcSock failed(SERVICE_UDP_CLIENT, 0, 1);
-    EXPECT_EQ(failed.ipcGetError(), 1);
-    EXPECT_EQ(failed.sockUDP(), -1);
-    EXPECT_THAT(inUse(), ElementsAre(1, 1));
-    EXPECT_EQ(failed.releaseIPC(), 0);
-    EXPECT_THAT(inUse(), ElementsAre(1, 0));
-    return with(poolLines(), {freedLine(1, -1), signallingLine(), exitLine(0)});
-  });
-}
-
-TEST(Pool, AnEndpointThatTakesAnElementWithoutASocketSaysSo) {
-  const DchSocket dch;
-  setPoolSize(2);
-  const DescriptorLimit limit(1);
-  const Borrower borrower;
-  expectTrace("ipcSock::IPCClient", [&] {
-    errno = 0;
-    ipcSock failed(SERVICE_UDP_CLIENT, 0, 1);
-    failed.releaseIPC();
-    return std::vector<TraceLine>{
-        entryLine(),
-        storageLine(
-            textOf("DCHName[127.0.0.1] DCHPort[%d] connectTo[0] typeOfServer[3]\n", dch.port())),
-        errorLine("Error: _sockUDP[-1]  errno=0\n"), exitLine(1)};
   });
 }
 

@@ -13,6 +13,20 @@ inline void setPoolSize(int sockets) {
   setenv("ZORA_DCH_UDP_SOCKETS_IN_POOL", std::to_string(sockets).c_str(), 1);
 }
 
+// A pooled endpoint, which gives its socket back.
+struct Borrower {
+  ~Borrower() { endpoint.releaseIPC(); }
+  ipcSock endpoint{SERVICE_UDP_CLIENT, 0, 1};
+};
+
+// Which elements are taken, 1 for one that is.
+inline std::vector<int> inUse() {
+  using namespace zordsock;
+  std::vector<int> flags;
+  for (int i = 0; i < _envDCHUDPSocks; ++i) flags.push_back(_UDPSockList[i].inUse);
+  return flags;
+}
+
 inline const void* poolLock() {
   return TRC1_Pointer(&zordsock::_UDPSockLock);
 }
