@@ -125,12 +125,10 @@ TEST(Construction, AnUnopenedInterruptSocketSetsTheLatch) {
 // ---- Ends of the process ---------------------------------------------------------------------
 
 // The child leaves a text in the buffer of standard output, which the end must not lose.
-ChildResult constructInChild(const std::map<std::string, std::string>& environment,
-                             bool withoutDescriptors = false) {
+ChildResult constructInChild(const std::map<std::string, std::string>& environment) {
   return runInChild(
-      [&] {
+      [] {
         std::fputs("kept", stdout);
-        const DescriptorLimit limit(withoutDescriptors ? 0 : 100);
         const DCHclient client(1, 0);
         return 77;
       },
@@ -165,7 +163,14 @@ TEST(FatalEnd, AnUnknownHostEndsTheProcess) {
 }
 
 TEST(FatalEnd, ATransportWithoutASocketEndsTheProcess) {
-  const ChildResult child = constructInChild({}, true);
+  const ChildResult child = runInChild([] {
+    std::fputs("kept", stdout);
+    { const DCHclient first(1, 0); }  // sanitizers need descriptors to look at a type once
+    // Static: it ends before what a sanitizer does at the end of a process.
+    static const DescriptorLimit limit(0);
+    const DCHclient client(1, 0);
+    return 77;
+  });
   expectEndAfterASecond(child);
   EXPECT_THAT(
       child.standardError,

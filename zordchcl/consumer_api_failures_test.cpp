@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "tests/support/failing_calls.h"
+#include "tests/support/leaks_on_purpose.h"
 #include "tests/support/scripted_dch.h"
 #include "tests/support/trace_capture.h"
 #include "tests/support/trace_lines.h"
@@ -47,6 +48,7 @@ TEST_F(FailingLocks, ASubscriptionWithoutItsLockGivesNoHandle) {
 }
 
 TEST_F(FailingLocks, ASubscriptionThatCannotGiveItsLockBackGivesNoHandle) {
+  const LeaksOnPurpose leaks;
   expectTrace("dc_waitOnDataInitialize", [] {
     const FailingCall noUnlock = failing(SystemCall::unlockMutex, zordchcl::_dc_waitOnDataLock);
     EXPECT_EQ(dc_waitOnDataInitialize("HOSTMON", "load"), nullptr);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "tests/support/bytes.h"
+#include "tests/support/leaks_on_purpose.h"
 #include "tests/support/scripted_dch.h"
 #include "tests/support/trace_capture.h"
 #include "tests/support/trace_lines.h"
@@ -152,10 +153,13 @@ TEST_F(ConsumerApi, ADestroyedHandleTakesItsSocketsWithIt) {
 TEST_F(ConsumerApi, BadNamesGiveNoHandle) {
   const std::string name20(20, 'n');
   const std::string name32(32, 'n');
-  EXPECT_EQ(dc_waitOnDataInitialize(nullptr, "load"), nullptr);
-  EXPECT_EQ(dc_waitOnDataInitialize("HOSTMON", nullptr), nullptr);
-  EXPECT_EQ(dc_waitOnDataInitialize((name20 + "n").c_str(), "load"), nullptr);
-  EXPECT_EQ(dc_waitOnDataInitialize("HOSTMON", (name32 + "n").c_str()), nullptr);
+  {
+    const LeaksOnPurpose leaks;
+    EXPECT_EQ(dc_waitOnDataInitialize(nullptr, "load"), nullptr);
+    EXPECT_EQ(dc_waitOnDataInitialize("HOSTMON", nullptr), nullptr);
+    EXPECT_EQ(dc_waitOnDataInitialize((name20 + "n").c_str(), "load"), nullptr);
+    EXPECT_EQ(dc_waitOnDataInitialize("HOSTMON", (name32 + "n").c_str()), nullptr);
+  }
   EXPECT_THAT(dch.requests(), SizeIs(0));
   void* const handle = dc_waitOnDataInitialize(name20.c_str(), name32.c_str());
   EXPECT_NE(handle, nullptr);
@@ -185,6 +189,7 @@ TEST_F(ConsumerApi, InitializeTracesItsEntryButNoExit) {
 }
 
 TEST_F(ConsumerApi, AFailedInitializeTracesTheSame) {
+  const LeaksOnPurpose leaks;
   expectTrace("dc_waitOnDataInitialize", [&] {
     EXPECT_EQ(dc_waitOnDataInitialize(nullptr, "load"), nullptr);
     return Lines{entryLine(), storageLine("Allocated client_waitOnData @{address}\n")};
