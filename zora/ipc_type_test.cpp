@@ -84,6 +84,7 @@ TEST(IpcType, IsTheSameForThreadsThatAskAtOnce) {
   setenv(variable, "2", 1);
   std::vector<int> types(8);
   std::vector<std::thread> threads;
+  threads.reserve(types.size());
   for (int& type : types) threads.emplace_back([&type] { type = ZORA_GetIPCtype(); });
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(types, std::vector<int>(types.size(), 2));

@@ -88,6 +88,7 @@ TEST(Debug, IsTheSameForThreadsThatAskAtOnce) {
   setenv(variable, "Debug", 1);
   std::vector<int> levels(8);
   std::vector<std::thread> threads;
+  threads.reserve(levels.size());
   for (int& level : levels) threads.emplace_back([&level] { level = VX_Debug(); });
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(levels, std::vector<int>(levels.size(), 2));

@@ -87,15 +87,18 @@ TEST(Destructor, FreesTheQueueOfAServer) {
   });
 }
 
+void makeAndDestroyClients() {
+  const TestTransport client(SERVICE_CLIENT);
+  const TestTransport datagramClient(SERVICE_UDP_CLIENT);
+}
+
 TEST(Destructor, DoesNothingElse) {
   expectTrace("DCHipc::~DCHipc", [] {
-    TestTransport{SERVICE_CLIENT};
-    TestTransport{SERVICE_UDP_CLIENT};
+    makeAndDestroyClients();
     return std::vector{entryLine(), exitLine(), entryLine(), exitLine()};
   });
   const TraceCapture trace;
-  TestTransport{SERVICE_CLIENT};
-  TestTransport{SERVICE_UDP_CLIENT};
+  makeAndDestroyClients();
   EXPECT_TRUE(trace.textsOf("DCHipc::ipc_delete_cb").empty());
 }
 

@@ -93,12 +93,14 @@ TEST(EmptyQueue, GoesOnWaitingWhenItIsWokenForNothing) {
 
 // ---- Many messages ---------------------------------------------------------------------------
 
-constexpr unsigned seed = 410;
+constexpr unsigned int seed = 410;
 constexpr int messageCount = 5000;
 
 // The messages of a seed, one after the other. Producer and consumer each have their own.
 class Messages {
  public:
+  explicit Messages(unsigned int seedOfAll) : _random(seedOfAll) {}
+
   void next() {
     // Mostly short, as messages are; now and then one that makes a buffer grow.
     std::uniform_int_distribution<std::size_t> shortSizes(0, 600);
@@ -120,14 +122,14 @@ class Messages {
   unsigned int connection = 0;
 
  private:
-  std::mt19937 _random{seed};
+  std::mt19937 _random;
 };
 
 TEST(Queue, KeepsOrderAndContentUnderARealProducerAndConsumer) {
   SCOPED_TRACE("seed " + std::to_string(seed));
   TestQueue queue;
   std::thread producer([&] {
-    Messages sent;
+    Messages sent(seed);
     for (int i = 0; i < messageCount; ++i) {
       sent.next();
       queue.ipc_put_data(static_cast<ZORA_Long>(sent.text.size()), sent.text.data(),
@@ -135,7 +137,7 @@ TEST(Queue, KeepsOrderAndContentUnderARealProducerAndConsumer) {
                          sent.hasName ? sent.name.c_str() : nullptr, sent.connection);
     }
   });
-  Messages expected;
+  Messages expected(seed);
   int intact = 0;
   for (int i = 0; i < messageCount; ++i) {
     expected.next();

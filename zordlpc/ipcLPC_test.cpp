@@ -23,7 +23,7 @@ TEST(LocalTransport, IsReadyAtOnce) {
 
 TEST(LocalTransport, StartsAsAClientOrAServer) {
   const TraceCapture trace("0x12");
-  ipcLPC(SERVICE_CLIENT, nullptr, 0);
+  const ipcLPC client(SERVICE_CLIENT, nullptr, 0);
   EXPECT_TRUE(trace.has("DCHipc CLIENT Service initializing.\n"));
   static auto& server = *new ipcLPC(SERVICE_SERVER, nullptr, 0);  // its thread is never awaited
   EXPECT_TRUE(trace.has("DCHipc SERVER Service initializing.\n"));
@@ -37,14 +37,14 @@ TEST(LocalTransport, ShowsItsEventsOnly) {
     return Lines{entryLine(), exitLine()};
   });
   expectTrace("ipcLPC::~ipcLPC", [] {
-    ipcLPC(SERVICE_CLIENT, nullptr, 0);
+    { const ipcLPC transport(SERVICE_CLIENT, nullptr, 0); }
     return Lines{entryLine(), exitLine()};
   });
 }
 
 TEST(LocalTransport, TracesAsTheDataChannel) {
   const TraceCapture trace("0,zordlpc/*=0x40");
-  ipcLPC(SERVICE_CLIENT, nullptr, 0);
+  const ipcLPC transport(SERVICE_CLIENT, nullptr, 0);
   ASSERT_FALSE(trace.records().empty());
   EXPECT_EQ(trace.records()[0].unit, "zordlpc");
   EXPECT_EQ(trace.records()[0].component, "ZORD410");
