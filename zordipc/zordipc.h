@@ -111,8 +111,8 @@ class DCHipc {
 
   // Appends one message: `length` bytes of `data`, the sender's address (the first 256 bytes
   // count), its name (null, or 5 to 255 characters) and its connection. Copies all of it. Blocks
-  // while four messages are queued. Called by the receiver thread only. Reports an error only when
-  // the unlock fails.
+  // while four messages are queued. For the receiver thread; the lock lets a server queue notices
+  // of its own from other threads. Reports an error only when the unlock fails.
   void ipc_put_data(ZORA_Long length, const void* data, const void* clientAddr,
                     ZORA_Long clientAddrLen, const char* clientName, unsigned int connectedSockFD);
 
