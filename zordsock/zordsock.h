@@ -56,8 +56,7 @@ class ipcSock : public DCHipc {
   ZORA_Long allocateDCHport();
 
   // Fills `readMask` with both sockets and every connection, and returns the highest descriptor
-  // plus
-  // 1. The set must have room for that descriptor and for FD_SETSIZE descriptors at least.
+  // plus 1. The set must have room for that descriptor and for FD_SETSIZE descriptors at least.
   ZORA_Long sockSetSelectReadMask(fd_set* readMask);
 
   // A scan of the connections that are readable in `readMask`: the descriptor and its slot, or 0
