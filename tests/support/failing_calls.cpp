@@ -8,16 +8,18 @@
 
 namespace {
 
+// Atomic, because threads of a test that have no part in it make such calls all the time.
+
 struct Failure {
-  SystemCall call;
-  const void* object;
-  int result;
-  int systemError;
+  std::atomic<SystemCall> call;
+  std::atomic<const void*> object;
+  std::atomic<int> result;
+  std::atomic<int> systemError;
 };
 
 struct Counted {
-  SystemCall call;
-  const void* object;
+  std::atomic<SystemCall> call;
+  std::atomic<const void*> object;
 };
 
 Failure failure;
@@ -39,7 +41,10 @@ bool fails(SystemCall call, const void* object) {
 }  // namespace
 
 FailingCall::FailingCall(SystemCall call, const void* object, int result, int systemError) {
-  failure = {call, object, result, systemError};
+  failure.call = call;
+  failure.object = object;
+  failure.result = result;
+  failure.systemError = systemError;
   isFailing.store(true, std::memory_order_release);
 }
 
@@ -48,7 +53,8 @@ FailingCall::~FailingCall() {
 }
 
 CallCounter::CallCounter(SystemCall call, const void* object) {
-  counted = {call, object};
+  counted.call = call;
+  counted.object = object;
   callCount = 0;
   isCounting.store(true, std::memory_order_release);
 }
@@ -83,7 +89,7 @@ int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
 
 int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex) {
   const int result = __real_pthread_mutex_unlock(mutex);
-  return fails(SystemCall::unlockMutex, mutex) ? failure.result : result;
+  return fails(SystemCall::unlockMutex, mutex) ? failure.result.load() : result;
 }
 
 int __wrap_pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex) {
