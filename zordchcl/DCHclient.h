@@ -111,7 +111,7 @@ class DCHclient {
   void waitForRow(const TRC1_Scope& trc1Scope, char* buffer, short bufferLength);
   void takeRow(const TRC1_Scope& trc1Scope, char* buffer, short bufferLength);
   bool interruptAddress(const TRC1_Scope& trc1Scope, sockaddr_in* address);
-  void sendInterrupt(const TRC1_Scope& trc1Scope, const sockaddr_in& address);
+  bool sendInterrupt(const TRC1_Scope& trc1Scope, const sockaddr_in& address, bool isDumped);
 };
 
 #endif  // ZORDCHCL_DCHCLIENT_H

@@ -126,9 +126,13 @@ void DCHclient::takeRow(const TRC1_Scope& trc1Scope, char* buffer, short bufferL
 ZORA_Long DCHclient::dc_waitOnDataCancel() {
   TRC1_FUNCTION("DCHclient::dc_waitOnDataCancel");
   if (failed() || !usesSockets(trc1Scope)) TRC1_RETURN(latch());
+  // The waiting thread marks the client as cancelled as soon as the datagram is there, so what
+  // tells a first cancel from a further one is read before.
+  const ZORA_Long before = latch();
   sockaddr_in address{};
-  if (interruptAddress(trc1Scope, &address)) sendInterrupt(trc1Scope, address);
-  TRC1_RETURN(latch());
+  if (!interruptAddress(trc1Scope, &address) || !sendInterrupt(trc1Scope, address, before == 0))
+    TRC1_RETURN(latch());
+  TRC1_RETURN(before);
 }
 
 bool DCHclient::interruptAddress(const TRC1_Scope& trc1Scope, sockaddr_in* address) {
@@ -151,7 +155,8 @@ bool DCHclient::interruptAddress(const TRC1_Scope& trc1Scope, sockaddr_in* addre
   return !failed();
 }
 
-void DCHclient::sendInterrupt(const TRC1_Scope& trc1Scope, const sockaddr_in& address) {
+bool DCHclient::sendInterrupt(const TRC1_Scope& trc1Scope, const sockaddr_in& address,
+                              bool isDumped) {
   std::memset(_msgBuffer, 0, sizeof _msgBuffer);
   DCH_MessageBuilder message(_msgBuffer, sizeof _msgBuffer);
   message.add(DCH_sourceName, DCH_TERMINATE_TEXT);
@@ -162,9 +167,11 @@ void DCHclient::sendInterrupt(const TRC1_Scope& trc1Scope, const sockaddr_in& ad
   if (sent < length) {
     TRC1_ERROR("Error: SENDTO - Sent %d bytes out of %d\n", sent, length);
     fail();
+    return false;
   }
-  if (latch() == 0 && trc1Scope.on(TRC1_CLASS_DUMP)) {
+  if (isDumped && trc1Scope.on(TRC1_CLASS_DUMP)) {
     TRC1_LINE(TRC1_CLASS_DUMP, "DUMP[%d] of dc_waitOnDataCancel request.\n", length);
     ZOR0_PrintDump(_msgBuffer, 0, length);
   }
+  return true;
 }

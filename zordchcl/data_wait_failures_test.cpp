@@ -160,6 +160,22 @@ TEST(FailingCancel, ADatagramThatIsNotSentWholeIsAFailure) {
   }
 }
 
+TEST(FirstCancel, AnswersZeroEvenWhenTheWaitEndsBeforeItReturns) {
+  expectTrace("DCHclient::dc_waitOnDataCancel", [] {
+    Waiter waiter;
+    sendtoInstead = [&](std::size_t length) {
+      waiter.client._clientError = -1;  // as the waiting thread does
+      return static_cast<ssize_t>(length);
+    };
+    EXPECT_EQ(waiter.client.dc_waitOnDataCancel(), 0);
+    EXPECT_EQ(waiter.client._clientError, -1);
+    return Lines{entryLine(),
+                 waiter.addressLine(),
+                 {TRC1_CLASS_DUMP, "DUMP[22] of dc_waitOnDataCancel request.\n"},
+                 exitLine(0)};
+  });
+}
+
 TEST(FailingCancel, AfterACancelledWaitIsAFailureToo) {
   Waiter waiter;
   waiter.client._clientError = -1;
