@@ -13,10 +13,10 @@
 #include "zordchcl/DCHclient.h"
 #include "zordchcl/locks.h"
 
-// Destroyed locks are used on purpose here.
-extern "C" const char* __tsan_default_options();
-extern "C" const char* __tsan_default_options() {
-  return "report_mutex_bugs=0";
+// Locks that are destroyed, or not locked, are used on purpose here.
+extern "C" const char* __tsan_default_suppressions();
+extern "C" const char* __tsan_default_suppressions() {
+  return "mutex:ZORA_GetLock\nmutex:ZORA_ReleaseLock\n";
 }
 
 namespace {
@@ -149,7 +149,7 @@ TEST_F(FailingLocks, AfterTheLibrarysEndNothingIsSubscribedAnyMore) {
   EXPECT_THAT(trace.textsOf("dc_waitOnDataInitialize"),
               ElementsAre("Error: unable to acquire dc_waitOnDataLock\n"));
   EXPECT_THAT(trace.textsOf("ZORA_GetLock"),
-              ElementsAre("Error: pthread_mutex_lock failed, rc=22 errno=22 [@(nil)]\n"));
+              ElementsAre(testing::StartsWith("Error: pthread_mutex_lock failed, rc=22 errno=")));
   errno = EINVAL;
   EXPECT_EQ(dc_waitOnDataCancel(handle), 1);
   errno = EINVAL;
