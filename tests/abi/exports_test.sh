@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# exports_test.sh LIBRARY MAP INCLUDE_FOLDER COMPILER...: what the library exports under version_1.0
-# is what its map lists there and what the public headers declare, and its name has no number.
+# exports_test.sh LIBRARY PROJECT COMPILER...: what the library exports under version_1.0 is what its
+# map lists there, what the public headers declare and what c_program.c pins; the soname has no number.
 set -euo pipefail
 export LC_ALL=C
-library=$1 map=$2 include_folder=$3
-shift 3
+library=$1 project=$2
+shift 2
 
 fail() {
   echo "failed: $*" >&2
@@ -15,10 +15,11 @@ fail() {
 dynamic_names=$(nm -D --defined-only --with-symbol-versions "$library" |
   awk '$2 != "A" {print $3}' | sort)
 exported=$(sed -n 's/@@version_1\.0$//p' <<<"$dynamic_names")
-mapped=$(sed -n '/^version_1\.0 {/,/^}/s/^ *\([A-Za-z_][A-Za-z0-9_]*\);$/\1/p' "$map" | sort)
+mapped=$(sed -n '/^version_1\.0 {/,/^}/s/^ *\([A-Za-z_][A-Za-z0-9_]*\);$/\1/p' \
+  "$project/zordchcl/zord410.map" | sort)
 
 declarations=$(printf '#include "%s"\n' zora/zora.h zordchcl/zordchcl.h |
-  "$@" -E -P -x c -I "$include_folder" -)
+  "$@" -E -P -x c -I "$project" -)
 declared=$(
   {
     grep -oE '\b(DCH|VX|ZORA|dc|dp)_[A-Za-z0-9_]+ *\(' <<<"$declarations"
@@ -29,6 +30,9 @@ declared=$(
 [[ -n $exported ]] || fail "nothing is exported under version_1.0"
 diff <(echo "$mapped") <(echo "$exported") || fail "exported (>) is not what the map lists (<)"
 diff <(echo "$declared") <(echo "$exported") || fail "exported (>) is not what the headers declare (<)"
+for name in $exported; do
+  grep -qw "$name" "$project/tests/abi/c_program.c" || fail "c_program.c does not pin $name"
+done
 
 mangled=$(grep '^_Z' <<<"$exported") && fail "C++ names under version_1.0: $mangled"
 stray=$(grep -vE '@@(version_1\.0|ZORD410_PRIVATE)$' <<<"$dynamic_names") && fail "stray names: $stray"
