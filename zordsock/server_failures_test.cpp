@@ -2,9 +2,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <future>
+
 #include "tests/support/child_process.h"
 #include "tests/support/failing_memory.h"
 #include "tests/support/loopback_socket.h"
+#include "tests/support/trace_capture.h"
 #include "zordsock/test_server.h"
 
 namespace {
@@ -26,6 +29,24 @@ TEST(ServerFailures, AFailedListenIsReportedAndTheLoopRuns) {
           {errorLine(textOf("Error: accept failed. errno=%d\n", EINVAL))});
     return trace.end();
   });
+}
+
+// The queue is full, so the loop stops before its first pass, in which accept would fail too.
+TEST(ServerFailures, AFailedListenLeavesAnError) {
+  const TraceCapture trace("0,*/DCHipc::ipc_put_data=0x10");
+  countServerCalls();
+  failServerCall(ServerCall::listen, 1, EADDRINUSE);
+  RunningServer server;
+  ipcSock& endpoint = server.endpoint();
+  for (int i = 0; i < 4; ++i)
+    endpoint.ipc_put_data(6, "before", &endpoint._sockAddress, 16, nullptr, 0);
+  auto result = std::async(std::launch::async, [&] { return endpoint.IPCServer(); });
+  EXPECT_TRUE(trace.waitFor("Waiting for circular buffers to be freed.\n"));
+  EXPECT_EQ(endpoint._sockError, 1);
+  endpoint._sockError = 2;
+  for (int i = 0; i < 4; ++i) EXPECT_EQ(server.next().bytes, "before");
+  EXPECT_EQ(server.next().bytes, "IPC-SERVER_READY");
+  EXPECT_EQ(result.get(), 2);
 }
 
 TEST(ServerFailures, AfterAFailedListenDatagramsAreStillReceived) {
