@@ -18,7 +18,7 @@ exported=$(sed -n 's/@@version_1\.0$//p' <<<"$dynamic_names")
 mapped=$(sed -n '/^version_1\.0 {/,/^}/s/^ *\([A-Za-z_][A-Za-z0-9_]*\);$/\1/p' \
   "$project/zordchcl/zord410.map" | sort)
 
-declarations=$(printf '#include "%s"\n' zora/zora.h zordchcl/zordchcl.h |
+declarations=$(printf '#include <%s>\n' zora/zora.h zordchcl/zordchcl.h |
   "$@" -E -P -x c -I "$project" -)
 declared=$(
   {
