@@ -47,6 +47,12 @@ TEST(IpcType, IsPassedThroughAndKeptWhenItIsNoTransport) {
   EXPECT_EQ(answers.afterChange, 7);
 }
 
+TEST(IpcType, IsKeptWhenItIsNegative) {
+  const Answers answers = answersFor("-1", "2");
+  EXPECT_EQ(answers.first, -1);
+  EXPECT_EQ(answers.afterChange, -1);
+}
+
 TEST(IpcType, IsReadAgainWhileItIsNotANumber) {
   setenv(variable, "abc", 1);
   EXPECT_EQ(ZORA_GetIPCtype(), 0);

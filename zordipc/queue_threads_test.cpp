@@ -94,7 +94,7 @@ TEST(EmptyQueue, GoesOnWaitingWhenItIsWokenForNothing) {
 // ---- Many messages ---------------------------------------------------------------------------
 
 constexpr unsigned int seed = 410;
-constexpr int messageCount = 5000;
+constexpr int messageCount = 3000;
 
 // The messages of a seed, one after the other. Producer and consumer each have their own.
 class Messages {
@@ -157,6 +157,26 @@ TEST(Queue, KeepsOrderAndContentUnderARealProducerAndConsumer) {
   EXPECT_EQ(intact, messageCount);
   EXPECT_EQ(queue.record().num_full, 0);
   EXPECT_EQ(queue.record().start_idx, messageCount % 5);
+}
+
+// A server queues notices of its own beside those of its receiver thread.
+TEST(Queue, KeepsTheOrderOfEachOfTwoProducers) {
+  constexpr int countOfEach = 2000;
+  TestQueue queue;
+  const auto produce = [&](unsigned int producer) {
+    for (int i = 0; i < countOfEach; ++i) queue.put(std::to_string(i), senderName, producer);
+  };
+  std::thread first(produce, 0u);
+  std::thread second(produce, 1u);
+  int next[2] = {0, 0};
+  for (int i = 0; i < 2 * countOfEach; ++i) {
+    queue.get();
+    ASSERT_LT(queue.connection, 2u);
+    EXPECT_EQ(queue.buffer, std::to_string(next[queue.connection]++));
+  }
+  first.join();
+  second.join();
+  EXPECT_EQ(queue.record().num_full, 0);
 }
 
 }  // namespace

@@ -112,7 +112,8 @@ class DCHipc {
   // Appends one message: `length` bytes of `data`, the sender's address (the first 256 bytes
   // count), its name (null, or 5 to 255 characters) and its connection. Copies all of it. Blocks
   // while four messages are queued. For the receiver thread; the lock lets a server queue notices
-  // of its own from other threads. Reports an error only when the unlock fails.
+  // of its own from other threads. Reports an error only when the lock fails or the length is
+  // negative or too large; that a message was lost for want of memory shows in the trace alone.
   void ipc_put_data(ZORA_Long length, const void* data, const void* clientAddr,
                     ZORA_Long clientAddrLen, const char* clientName, unsigned int connectedSockFD);
 
