@@ -1,4 +1,5 @@
 #include <gmock/gmock.h>
+#include <malloc.h>
 #include <sys/socket.h>
 
 #include <chrono>
@@ -67,6 +68,7 @@ TEST_F(Read, HandsOverAMessageOfOneDatagram) {
 }
 
 TEST_F(Read, HandsOverAFullChunkWithZeroesAfterTheMessage) {
+  mallopt(M_PERTURB, 0x5A);  // new memory is not zero by chance
   sendMessage({10}, 10);
   const ReadOutcome outcome = readFrom(endpoint, patienceSeconds);
   ASSERT_EQ(outcome.result, 10);
