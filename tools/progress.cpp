@@ -33,7 +33,7 @@ void Progress::rowSent(ZORA_Long status) {
 
 void Progress::tick() {
   const Clock::time_point now = Clock::now();
-  if (!_enabled || now - _lastShown < progressInterval) return;
+  if (!_enabled || _rows == 0 || now - _lastShown < progressInterval) return;
   show(rate(_rows - _rowsShown, now - _lastShown));
   _lastShown = now;
   _rowsShown = _rows;

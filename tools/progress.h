@@ -23,7 +23,7 @@ class Progress {
 
   bool enabled() const { return _enabled; }
   void rowSent(ZORA_Long status);
-  // Shows the line anew when it is due.
+  // Shows the line anew when it is due; there is none before the first row.
   void tick();
   // Shows the totals, with the rate of the whole run, and ends the line.
   void finish();

@@ -1,6 +1,7 @@
 #include "tools/send_command.h"
 
 #include <sysexits.h>
+#include <unistd.h>
 
 #include <cstring>
 #include <iostream>
@@ -79,7 +80,9 @@ int send(const SendOptions& options) {
   InputWatch watch;
   Progress progress;
   LineInput input(options.inputPath, [&](int descriptor) {
-    const auto limit = static_cast<int>(progress.enabled() ? progressInterval.count() : -1);
+    // Who types the rows keeps the line to type on.
+    const bool ticks = progress.enabled() && isatty(descriptor) == 0;
+    const int limit = ticks ? static_cast<int>(progressInterval.count()) : -1;
     while (!watch.wait(descriptor, limit)) progress.tick();
   });
   const auto reader =

@@ -67,7 +67,10 @@ int watch(const WatchOptions& options) {
   for (std::uint64_t rows = 0; !options.count || rows < *options.count;) {
     const DataWait::Outcome outcome = wait.next();
     if (outcome == DataWait::Outcome::signal) break;
-    if (outcome == DataWait::Outcome::quiet) return EX_TEMPFAIL;
+    if (outcome == DataWait::Outcome::quiet) {
+      std::cerr << "zordc: no row came for " << *options.timeoutSeconds << " s\n";
+      return EX_TEMPFAIL;
+    }
     const auto row = readMessage(wait.message());
     if (!row) continue;
     wait.rowCame();

@@ -4,22 +4,23 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <ctime>
 #include <utility>
 
 namespace tools {
 namespace {
 
-// Sent by the destructor to the thread alone.
-constexpr int endThreadSignal = SIGUSR1;
+// Sent by the destructor to the thread.
+constexpr int wakeSignal = SIGUSR1;
 
+// The time to wait until the deadline, for a day at most.
 timespec limitUntil(ControlThread::Clock::time_point deadline) {
-  using std::chrono::seconds;
-  constexpr seconds longest = std::chrono::hours(24);
-  const auto left = deadline - ControlThread::Clock::now();
-  if (left >= longest) return {longest.count(), 0};
-  const auto nanoseconds =
-      std::max<std::int64_t>(0, std::chrono::duration_cast<std::chrono::nanoseconds>(left).count());
-  return {nanoseconds / 1000000000, nanoseconds % 1000000000};
+  using namespace std::chrono;
+  const auto left = std::clamp<nanoseconds>(deadline - ControlThread::Clock::now(),
+                                            nanoseconds::zero(), hours(24));
+  const auto wholeSeconds = duration_cast<seconds>(left);
+  return {static_cast<std::time_t>(wholeSeconds.count()),
+          static_cast<long>((left - wholeSeconds).count())};
 }
 
 }  // namespace
@@ -27,36 +28,35 @@ timespec limitUntil(ControlThread::Clock::time_point deadline) {
 ControlThread::ControlThread(Stop stop, Deadline deadline)
     : _stop(std::move(stop)), _deadline(std::move(deadline)) {
   sigemptyset(&_signals);
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP, endThreadSignal}) sigaddset(&_signals, signal);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP, wakeSignal}) sigaddset(&_signals, signal);
   pthread_sigmask(SIG_BLOCK, &_signals, nullptr);
   _thread = std::thread(&ControlThread::run, this);
 }
 
 ControlThread::~ControlThread() {
-  pthread_kill(_thread.native_handle(), endThreadSignal);
+  _ending = true;
+  pthread_kill(_thread.native_handle(), wakeSignal);
   _thread.join();
 }
 
 void ControlThread::run() {
-  bool stopped = false;
-  while (true) {
-    const int signal = waitForSignal(stopped);
-    if (signal == endThreadSignal) return;
-    if (stopped && signal != 0) _exit(128 + signal);
-    if (!stopped) _stop(signal);
-    stopped = true;
+  for (bool stopped = false; !_ending; stopped = true) {
+    const int signal = waitForSignal();
+    if (_ending) return;
+    if (stopped) _exit(128 + signal);
+    _stop(signal);
+    _deadline = never;
   }
 }
 
-// Returns the signal, or 0 when the deadline has passed, which does not count once stopped.
-int ControlThread::waitForSignal(bool stopped) {
-  while (true) {
-    const Clock::time_point deadline = stopped ? Clock::time_point::max() : _deadline();
-    const timespec limit = limitUntil(deadline);
+// Returns the signal, or 0 when the deadline has passed or the thread has to end.
+int ControlThread::waitForSignal() const {
+  while (!_ending && Clock::now() < _deadline()) {
+    const timespec limit = limitUntil(_deadline());
     const int signal = sigtimedwait(&_signals, nullptr, &limit);
-    if (signal > 0) return signal;
-    if (!stopped && Clock::now() >= _deadline()) return 0;
+    if (signal > 0 && signal != wakeSignal) return signal;
   }
+  return 0;
 }
 
 }  // namespace tools

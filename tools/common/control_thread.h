@@ -4,6 +4,7 @@
 #ifndef TOOLS_COMMON_CONTROL_THREAD_H
 #define TOOLS_COMMON_CONTROL_THREAD_H
 
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <functional>
@@ -17,25 +18,26 @@ class ControlThread {
   // What to do once, on the control thread, when SIGINT, SIGTERM or SIGHUP comes, or, with signal
   // 0, when the deadline has passed.
   using Stop = std::function<void(int signal)>;
-  // Asked anew before each wait; Clock::time_point::max() is never.
+  // Asked anew before each wait.
   using Deadline = std::function<Clock::time_point()>;
+  static Clock::time_point never() { return Clock::time_point::max(); }
 
   // Blocks those signals in the calling thread, the only one that the process has, and in all that
   // it starts later. A second signal ends the process at once with 128 and its number: whoever asks
   // twice does not want to wait until a hung request gives up.
-  explicit ControlThread(
-      Stop stop, Deadline deadline = [] { return Clock::time_point::max(); });
+  explicit ControlThread(Stop stop, Deadline deadline = never);
 
   // Ends the thread. The signals stay blocked.
   ~ControlThread();
 
  private:
   void run();
-  int waitForSignal(bool stopped);
+  int waitForSignal() const;
 
   Stop _stop;
   Deadline _deadline;
   sigset_t _signals;
+  std::atomic<bool> _ending{false};
   std::thread _thread;
 };
 

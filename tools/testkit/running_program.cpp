@@ -68,12 +68,17 @@ RunningProgram::RunningProgram(const std::string& path, const Arguments& argumen
   posix_spawn_file_actions_adddup2(&actions, input.readEnd, STDIN_FILENO);
   posix_spawn_file_actions_adddup2(&actions, output.writeEnd, STDOUT_FILENO);
   posix_spawn_file_actions_adddup2(&actions, error.writeEnd, STDERR_FILENO);
+  // A group of its own: what the program starts is ended with it.
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
   std::vector<std::string> words{path};
   words.insert(words.end(), arguments.begin(), arguments.end());
   std::vector<std::string> variables = wholeEnvironment(environment);
-  const int failed = posix_spawn(&_processId, path.c_str(), &actions, nullptr,
+  const int failed = posix_spawn(&_processId, path.c_str(), &actions, &attributes,
                                  pointersTo(&words).data(), pointersTo(&variables).data());
   posix_spawn_file_actions_destroy(&actions);
+  posix_spawnattr_destroy(&attributes);
   for (const int end : {input.readEnd, output.writeEnd, error.writeEnd}) close(end);
   _input = input.writeEnd;
   _outputReader =
@@ -83,7 +88,7 @@ RunningProgram::RunningProgram(const std::string& path, const Arguments& argumen
 }
 
 RunningProgram::~RunningProgram() {
-  if (_processId > 0) signal(SIGKILL);
+  killAll();
   if (_outputReader.joinable()) finish();
 }
 
@@ -106,7 +111,7 @@ ProgramResult RunningProgram::finish() {
   {
     // It has ended when it has closed both of its outputs.
     std::unique_lock lock(_mutex);
-    if (!_more.wait_for(lock, longestWait, [&] { return _openOutputs == 0; })) signal(SIGKILL);
+    if (!_more.wait_for(lock, longestWait, [&] { return _openOutputs == 0; })) killAll();
   }
   _outputReader.join();
   _errorReader.join();
@@ -115,6 +120,10 @@ ProgramResult RunningProgram::finish() {
     _result.exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
   _processId = -1;
   return _result;
+}
+
+void RunningProgram::killAll() {
+  if (_processId > 0) kill(-_processId, SIGKILL);
 }
 
 void RunningProgram::collect(int descriptor, std::string* target) {

@@ -51,6 +51,7 @@ class RunningProgram {
   ProgramResult finish();
 
  private:
+  void killAll();
   void collect(int descriptor, std::string* target);
   std::string waitFor(const std::string* output, const std::string& text, int times);
 
