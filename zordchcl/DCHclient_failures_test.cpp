@@ -9,13 +9,11 @@
 
 #include "tests/support/failing_memory.h"
 #include "tests/support/trace_capture.h"
-#include "tests/support/trace_lines.h"
+#include "zordchcl/test_client.h"
 #include "zordlpc/zordlpc.h"
 #include "zordsock/zordsock.h"
 
 namespace {
-
-using Lines = std::vector<TraceLine>;
 
 void makeWithoutMemory(std::optional<DCHclient>* client) {
   const FailingMemory noMemory;

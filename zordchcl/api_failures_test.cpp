@@ -8,8 +8,8 @@
 #include "tests/support/failing_memory.h"
 #include "tests/support/scripted_dch.h"
 #include "tests/support/trace_capture.h"
-#include "tests/support/trace_lines.h"
 #include "zordchcl/DCHclient.h"
+#include "zordchcl/test_client.h"
 
 namespace {
 
@@ -32,10 +32,6 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-using Lines = std::vector<TraceLine>;
-
-constexpr ZORA_Long untouched = 4711;
 
 // One call of an exported function. The row is never built here.
 struct Arguments {

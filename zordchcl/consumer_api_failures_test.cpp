@@ -9,9 +9,9 @@
 #include "tests/support/leaks_on_purpose.h"
 #include "tests/support/scripted_dch.h"
 #include "tests/support/trace_capture.h"
-#include "tests/support/trace_lines.h"
 #include "zordchcl/DCHclient.h"
 #include "zordchcl/locks.h"
+#include "zordchcl/test_client.h"
 
 // Locks that are destroyed, or not locked, are used on purpose here.
 extern "C" const char* __tsan_default_suppressions();
@@ -24,8 +24,6 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
-
-using Lines = std::vector<TraceLine>;
 
 class FailingLocks : public testing::Test {
  protected:

@@ -6,11 +6,10 @@
 #include <thread>
 #include <vector>
 
-#include "tests/support/bytes.h"
 #include "tests/support/leaks_on_purpose.h"
 #include "tests/support/scripted_dch.h"
 #include "tests/support/trace_capture.h"
-#include "tests/support/trace_lines.h"
+#include "zordchcl/test_client.h"
 #include "zordchcl/zordchcl.h"
 
 namespace {
@@ -18,8 +17,6 @@ namespace {
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::SizeIs;
-
-using Lines = std::vector<TraceLine>;
 
 const std::string start = bytesOf("0011 00000004 00000001");
 const std::string stop = bytesOf("0011 00000004 00000000");

@@ -1,42 +1,18 @@
-// Rows: built attribute by attribute, stamped, sent, answered.
+// Rows, built attribute by attribute.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <memory>
 
-#include "tests/support/bytes.h"
 #include "tests/support/fake_transport.h"
 #include "tests/support/scripted_dch.h"
 #include "tests/support/trace_capture.h"
-#include "tests/support/trace_lines.h"
+#include "zordchcl/test_row.h"
 
 namespace {
 
-using testing::ElementsAre;
 using testing::IsEmpty;
-
-using Lines = std::vector<TraceLine>;
-
-constexpr ZORA_Long untouched = 4711;
-
-// A caller's row. Given a buffer or not; freed when no request took it.
-struct Row {
-  ~Row() { delete[] buffer; }
-
-  ZORA_Long add(DCHclient& client, const char* name, const void* value, ZORA_Long valueSize,
-                char type) {
-    return client.dp_formatData(&status, &buffer, &size, name, value, valueSize, type);
-  }
-  ZORA_Long send(DCHclient& client, ZORA_Long handle = 1, short dataCode = 2) {
-    return client.dp_data(&status, handle, dataCode, &buffer);
-  }
-  std::string bytes() const { return std::string(buffer, static_cast<std::size_t>(size)); }
-
-  ZORA_Long status = untouched;
-  char* buffer = nullptr;
-  ZORA_Long size = 0;
-};
 
 // Bytes in a block of exactly their number, so that a look behind them is a fault.
 struct Value {
@@ -81,7 +57,7 @@ TEST(FormatData, TracesWhatItIsGivenInOrder) {
         detailLine("attrValue : [0.25]\n"),
         storageLine("Allocated *workBuffer @{address} for length 4096\n"),
         detailLine("Placing placeholders in buffer.\n"),
-        {TRC1_CLASS_DUMP, "DUMP[53] of buffer.\n"},
+        dumpLine("DUMP[53] of buffer.\n"),
         exitLine(0),
     };
   });
@@ -103,7 +79,7 @@ TEST(FormatData, TracesALaterAttributeWithTheBufferThatIsThere) {
         detailLine("valueSize : [2]\n"),
         detailLine("attrValue : [5]\n"),
         detailLine("Using workBuffer @{address}\n"),
-        {TRC1_CLASS_DUMP, "DUMP[70] of buffer.\n"},
+        dumpLine("DUMP[70] of buffer.\n"),
         exitLine(0),
     };
   });
@@ -156,7 +132,7 @@ TEST(FormatData, SizeZeroStartsAgainInTheSameBuffer) {
         detailLine("attrValue : [v]\n"),
         detailLine("Using workBuffer @{address}\n"),
         detailLine("Placing placeholders in buffer.\n"),
-        {TRC1_CLASS_DUMP, "DUMP[46] of buffer.\n"},
+        dumpLine("DUMP[46] of buffer.\n"),
         exitLine(0),
     };
   });
@@ -356,133 +332,6 @@ TEST(RowRoom, ASizeThatIsNoneIsRefused) {
     EXPECT_EQ(row.size, size);
     EXPECT_EQ(std::string(row.buffer, DCH_WORK_BUFFER_SIZE), before);
   }
-}
-
-// ---- Sending ---------------------------------------------------------------------------------
-
-const std::string oneAttribute = "0050 00000002 'a' 00 0051 00000002 'Dv'";
-const TraceLine released = storageLine("Deleting _readBuffer<@{address}>\n");
-const TraceLine freed = storageLine("Deleting workBuffer @{address}\n");
-const Lines rowWritten = {
-    entryLine(),
-    {TRC1_CLASS_DUMP, "DUMP[46] of dp_data request.\n"},
-    detailLine("Writing dp_data message. 46 bytes\n"),
-};
-
-TraceLine waiting(int seconds) {
-  return detailLine(
-      textOf("[@{address}] Waiting for dp_data response, timeout: %d seconds\n", seconds));
-}
-
-Lines operator+(Lines lines, const Lines& more) {
-  lines.insert(lines.end(), more.begin(), more.end());
-  return lines;
-}
-
-struct Ends {
-  std::deque<std::string> answers;
-  std::optional<ZORA_Long> writeResult;
-  ZORA_Long timeout = 30;
-};
-
-// Sends a row and expects that its buffer is freed whatever happens.
-void expectSent(const Ends& ends, ZORA_Long result, ZORA_Long status, const Lines& trace) {
-  expectTrace("DCHclient::dp_data", [&] {
-    FakedClient faked;
-    faked.transport.answers = ends.answers;
-    faked.transport.writeResult = ends.writeResult;
-    faked.client._DCHtimeout = 99;  // not the one that rows use
-    faked.client._ipcReadTimeout = ends.timeout;
-    Row row;
-    row.add(faked.client, "a", "v", 1, 'D');
-    EXPECT_EQ(row.send(faked.client, 0x01020304, 0x0506), result);
-    EXPECT_EQ(row.status, status);
-    EXPECT_EQ(row.buffer, nullptr);
-    EXPECT_EQ(faked.client._readBuffer, nullptr);
-    EXPECT_THAT(faked.transport.written, ElementsAre(bytesOf("0000002e"
-                                                             "0010 00000002 1030"
-                                                             "0080 00000004 01020304"
-                                                             "0070 00000002 0506" +
-                                                             oneAttribute)));
-    for (const ZORA_Long wait : faked.transport.waits) EXPECT_EQ(wait, ends.timeout);
-    return trace;
-  });
-}
-
-TEST(SendData, TellsTheAnsweredStatus) {
-  for (const ZORA_Long status : {0, 105, -9})
-    expectSent(
-        {{statusAnswer(status)}, {}}, 0, status,
-        rowWritten + Lines{freed, waiting(30), detailLine("Getting Status info.\n"),
-                           detailLine(textOf(" returnStatus=%d\n", static_cast<int>(status))),
-                           released, exitLine(0)});
-}
-
-TEST(SendData, AFailedWriteIsStatusTwoWithoutAWait) {
-  for (const ZORA_Long count : {-1, 0, 45}) {
-    expectSent({{statusAnswer(0)}, count}, 1, 2,
-               rowWritten + Lines{errorLine("Error: writing dp_data message to DCHserver\n"), freed,
-                                  exitLine(1)});
-    FakedClient faked;
-    faked.transport.writeResult = count;
-    Row row;
-    row.add(faked.client, "a", "v", 1, 'D');
-    row.send(faked.client);
-    EXPECT_THAT(faked.transport.waits, IsEmpty());
-  }
-}
-
-TEST(SendData, WithoutAWorkBufferSendsNothing) {
-  expectTrace("DCHclient::dp_data", [] {
-    FakedClient faked;
-    Row row;
-    EXPECT_EQ(row.send(faked.client), 1);
-    EXPECT_EQ(row.status, 4);
-    EXPECT_EQ(row.buffer, nullptr);
-    EXPECT_THAT(faked.transport.written, IsEmpty());
-    EXPECT_THAT(faked.transport.waits, IsEmpty());
-    return Lines{entryLine(), errorLine("Error: freeing workBuffer storage.\n"), exitLine(1)};
-  });
-}
-
-TEST(SendData, AFailedReadIsToldWhenTheReadTimeoutIsOneSecond) {
-  for (const ZORA_Long timeout : {30, 2, 0, -1})
-    expectSent({{}, {}, timeout}, 1, 5, rowWritten + Lines{freed, waiting(timeout), exitLine(1)});
-  expectSent(
-      {{}, {}, 1}, 1, 5,
-      rowWritten + Lines{freed, waiting(1),
-                         errorLine("Error: ipcRead with wait[1 second] failed\n"), exitLine(1)});
-}
-
-TEST(SendData, AnAnswerWithoutAStatusIsStatusOne) {
-  const Lines waited = rowWritten + Lines{freed, waiting(30), detailLine("Getting Status info.\n")};
-  expectSent({{bytesOf("0000000c 0020 00000002 'A' 00")}, {}}, 1, 1,
-             waited + Lines{errorLine("Error: dataType of DCH_status missing: 32\n"), released,
-                            exitLine(1)});
-  expectSent({{bytesOf("00000004")}, {}}, 1, 1,
-             waited + Lines{errorLine("Error: dataType of DCH_status missing: 0\n"), released,
-                            exitLine(1)});
-}
-
-TEST(SendData, DumpsTheStampedRow) {
-  FakedClient faked;
-  Row row;
-  row.add(faked.client, "a", "v", 1, 'D');
-  const TraceCapture trace("0x04");
-  row.send(faked.client, 0x01020304, 0x0506);
-  const std::vector<std::string> texts = trace.texts();
-  ASSERT_EQ(texts.size(), 1u + (46 + 15) / 16);
-  EXPECT_EQ(texts[2],
-            "0010  00 04 01 02 03 04 00 70 00 00 00 02 05 06 00 50  |.......p.......P|\n");
-}
-
-TEST(SendData, NegativeHandlesAndCodesAreStampedAsTheyAre) {
-  FakedClient faked;
-  Row row;
-  row.add(faked.client, "a", "v", 1, 'D');
-  row.send(faked.client, -2, -3);
-  EXPECT_EQ(faked.transport.written.at(0).substr(18, 4), bytesOf("fffffffe"));
-  EXPECT_EQ(faked.transport.written.at(0).substr(28, 2), bytesOf("fffd"));
 }
 
 }  // namespace

@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "suite/zor0.h"
-#include "tests/support/trace_lines.h"
 #include "zordchcl/DCHclient.h"
+#include "zordchcl/test_client.h"
 #include "zordsock/zordsock.h"
 
 namespace {
@@ -55,8 +55,6 @@ int __wrap__Z22ZOR0_ConvertNameToAddrPKciP11sockaddr_in(const char* name, int po
 }  // extern "C"
 
 namespace {
-
-using Lines = std::vector<TraceLine>;
 
 // A client that waits, with every replaced call real again when it goes.
 class Waiter {
@@ -169,10 +167,8 @@ TEST(FirstCancel, AnswersZeroEvenWhenTheWaitEndsBeforeItReturns) {
     };
     EXPECT_EQ(waiter.client.dc_waitOnDataCancel(), 0);
     EXPECT_EQ(waiter.client._clientError, -1);
-    return Lines{entryLine(),
-                 waiter.addressLine(),
-                 {TRC1_CLASS_DUMP, "DUMP[22] of dc_waitOnDataCancel request.\n"},
-                 exitLine(0)};
+    return Lines{entryLine(), waiter.addressLine(),
+                 dumpLine("DUMP[22] of dc_waitOnDataCancel request.\n"), exitLine(0)};
   });
 }
 

@@ -1,83 +1,17 @@
-// A client's subscription to rows: what is sent, what a wait does with what comes, what a cancel
-// leaves behind.
+// A client that subscribes to rows: what is sent, and what a wait does with what comes.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <vector>
-
-#include "tests/support/bytes.h"
 #include "tests/support/fake_transport.h"
 #include "tests/support/scripted_dch.h"
 #include "tests/support/trace_capture.h"
-#include "tests/support/trace_lines.h"
-#include "zordsock/zordsock.h"
+#include "zordchcl/test_subscription.h"
 
 namespace {
 
-using testing::ElementsAre;
 using testing::IsEmpty;
 
-using Lines = std::vector<TraceLine>;
-
-const std::string cancelDatagram = bytesOf("00000016 0022 0000000c '-TERMINATE-' 00");
-const TraceLine released = storageLine("Deleting _readBuffer<@{address}>\n");
-
-std::string letters(std::size_t count) {
-  return std::string(count, 'n');
-}
-
-// A message of `size` bytes in all.
-std::string messageOfSize(std::size_t size) {
-  return messageOf([&](DCH_MessageBuilder& message) {
-    const std::string filling(size - 10, 'r');
-    message.addBytes(DCH_response, filling.data(), static_cast<ZORA_Long>(filling.size()));
-  });
-}
-
-// A client that has subscribed at a DCH that only pushes.
-class Subscription {
- public:
-  explicit Subscription(const ScriptedDch& dch) : client(1, 0), _dch(dch) {
-    const std::size_t before = dch.requests().size();
-    EXPECT_EQ(client.dc_waitOnDataInitialize("HOSTMON", "load"), 0);
-    EXPECT_EQ(dch.waitForRequests(before + 1).size(), before + 1);
-  }
-
-  // The datagrams are with the client when this returns.
-  void push(const std::vector<std::string>& datagrams) const {
-    for (const std::string& datagram : datagrams) _dch.push(datagram);
-  }
-
-  ZORA_Long wait(std::size_t bufferSize) {
-    buffer.assign(bufferSize, '#');
-    return client.dc_waitOnData(buffer.data(), static_cast<short>(bufferSize));
-  }
-  std::string received() const { return std::string(buffer.data(), buffer.size()); }
-
-  Lines waitBegun() {
-    auto* const transport = static_cast<ipcSock*>(client._ipcClient);
-    return {
-        entryLine(),
-        detailLine("Waiting for dc_waitOnData response message\n"),
-        detailLine(textOf("Waiting for sockUDP[%d] port[%d] and interruptFD[%d]\n",
-                          static_cast<int>(transport->sockUDP()), transport->sockPortUDP(),
-                          static_cast<int>(client._interruptFD))),
-    };
-  }
-
-  DCHclient client;
-  std::vector<char> buffer;  // of exactly its size, so that a byte too many is a fault
-
- private:
-  const ScriptedDch& _dch;
-};
-
-Lines operator+(Lines lines, const Lines& more) {
-  lines.insert(lines.end(), more.begin(), more.end());
-  return lines;
-}
-
+const TraceLine released = releaseLine();
 const TraceLine dataReady = detailLine("[@{address}] dc_waitOnData data ready.\n");
 
 // ---- Subscribing -----------------------------------------------------------------------------
@@ -92,7 +26,7 @@ TEST(Subscribe, SendsTheNamesAndWaitsForNothing) {
     EXPECT_THAT(faked.transport.waits, IsEmpty());
     return Lines{
         entryLine(),
-        {TRC1_CLASS_DUMP, "DUMP[47] of dc_waitOnDataInitialize request.\n"},
+        dumpLine("DUMP[47] of dc_waitOnDataInitialize request.\n"),
         detailLine("Writing dc_waitOnDataInitialize message. 47 bytes\n"),
         exitLine(0),
     };
@@ -152,7 +86,7 @@ TEST(Subscribe, AFailedWriteIsAFailure) {
       EXPECT_EQ(faked.client.dc_waitOnDataInitialize("HOSTMON", "load"), 1);
       return Lines{
           entryLine(),
-          {TRC1_CLASS_DUMP, "DUMP[47] of dc_waitOnDataInitialize request.\n"},
+          dumpLine("DUMP[47] of dc_waitOnDataInitialize request.\n"),
           detailLine("Writing dc_waitOnDataInitialize message. 47 bytes\n"),
           errorLine("Error: writing dc_waitOnDataInitialize message to DCHserver\n"),
           exitLine(1),
@@ -294,183 +228,6 @@ TEST(Wait, AfterAFailureOnlyRepeatsIt) {
   EXPECT_EQ(subscription.client.dc_waitOnDataCancel(), 1);
   EXPECT_EQ(subscription.client.dc_waitOnDataDestroy(), 1);
   EXPECT_EQ(dch.requests().size(), 1u);
-}
-
-// ---- Cancelling ------------------------------------------------------------------------------
-
-TEST(Cancel, SendsItsDatagramToTheClientsOwnInterruptSocket) {
-  const ScriptedDch dch(never());
-  expectTrace("DCHclient::dc_waitOnDataCancel", [&] {
-    Subscription subscription(dch);
-    EXPECT_EQ(subscription.client.dc_waitOnDataCancel(), 0);
-    char datagram[100];
-    const ssize_t count =
-        recv(subscription.client._interruptFD, datagram, sizeof datagram, MSG_DONTWAIT);
-    EXPECT_EQ(std::string(datagram, count > 0 ? static_cast<std::size_t>(count) : 0),
-              cancelDatagram);
-    // The port is shown as the signed 16-bit value that it is taken as.
-    return Lines{
-        entryLine(),
-        detailLine(textOf(">> interruptFD=%d, sockAddress <127.0.0.1[%d]>\n",
-                          static_cast<int>(subscription.client._interruptFD),
-                          static_cast<short>(subscription.client._interruptPort))),
-        {TRC1_CLASS_DUMP, "DUMP[22] of dc_waitOnDataCancel request.\n"},
-        exitLine(0),
-    };
-  });
-}
-
-TEST(Cancel, BeforeAWaitEndsTheWaitAtOnce) {
-  const ScriptedDch dch(never());
-  expectTrace("DCHclient::dc_waitOnData", [&] {
-    Subscription subscription(dch);
-    EXPECT_EQ(subscription.client.dc_waitOnDataCancel(), 0);
-    TraceCapture::forget();
-    EXPECT_EQ(subscription.wait(30), -1);
-    EXPECT_EQ(subscription.received(), cancelDatagram + std::string(8, '#'));
-    return subscription.waitBegun() +
-           Lines{detailLine("dc_waitOnDataCancel signal ready.\n"), exitLine(-1)};
-  });
-}
-
-TEST(Cancel, FillsNoMoreThanTheBuffer) {
-  const ScriptedDch dch(never());
-  Subscription subscription(dch);
-  EXPECT_EQ(subscription.client.dc_waitOnDataCancel(), 0);
-  EXPECT_EQ(subscription.wait(5), -1);
-  EXPECT_EQ(subscription.received(), cancelDatagram.substr(0, 5));
-}
-
-TEST(Cancel, GivesWayToARowThatIsReadyToo) {
-  const ScriptedDch dch(never());
-  Subscription subscription(dch);
-  subscription.push({messageOfSize(40)});
-  EXPECT_EQ(subscription.client.dc_waitOnDataCancel(), 0);
-  EXPECT_EQ(subscription.wait(40), 0);
-  EXPECT_EQ(subscription.received(), messageOfSize(40));
-  EXPECT_EQ(subscription.wait(22), -1) << "the cancel is still there";
-  EXPECT_EQ(subscription.received(), cancelDatagram);
-}
-
-TEST(Cancel, IsKeptThroughAWaitThatDelivers) {
-  const ScriptedDch dch(never());
-  Subscription subscription(dch);
-  subscription.client.dc_waitOnDataCancel();
-  EXPECT_EQ(subscription.wait(40), -1);
-  subscription.push({messageOfSize(40)});
-  EXPECT_EQ(subscription.wait(40), -1);
-  EXPECT_EQ(subscription.received(), messageOfSize(40));
-  EXPECT_EQ(subscription.client._readBuffer, nullptr);
-}
-
-TEST(Cancel, AgainSendsItsDatagramButDumpsNothing) {
-  const ScriptedDch dch(never());
-  expectTrace("DCHclient::dc_waitOnDataCancel", [&] {
-    Subscription subscription(dch);
-    subscription.client.dc_waitOnDataCancel();
-    subscription.wait(40);
-    TraceCapture::forget();
-    EXPECT_EQ(subscription.client.dc_waitOnDataCancel(), -1);
-    EXPECT_EQ(subscription.wait(22), -1);
-    EXPECT_EQ(subscription.received(), cancelDatagram);
-    return Lines{entryLine(),
-                 detailLine(textOf(">> interruptFD=%d, sockAddress <127.0.0.1[%d]>\n",
-                                   static_cast<int>(subscription.client._interruptFD),
-                                   static_cast<short>(subscription.client._interruptPort))),
-                 exitLine(-1)};
-  });
-}
-
-TEST(Cancel, AFailureAfterItReplacesIt) {
-  const ScriptedDch dch(never());
-  Subscription subscription(dch);
-  subscription.client.dc_waitOnDataCancel();
-  EXPECT_EQ(subscription.wait(40), -1);
-  EXPECT_EQ(subscription.client.dc_waitOnData(nullptr, 1), 1);
-  EXPECT_EQ(subscription.wait(40), 1);
-}
-
-// ---- Withdrawing -----------------------------------------------------------------------------
-
-const Lines withdrawn = {
-    entryLine(),
-    {TRC1_CLASS_DUMP, "DUMP[47] of dc_waitOnDataDestroy request.\n"},
-    detailLine("Writing dc_waitOnDataDestroy message. 47 bytes\n"),
-};
-
-TEST(Withdraw, RepeatsTheNamesAndWaitsForNothing) {
-  for (const ZORA_Long latch : {0, -1}) {  // -1: after a cancelled wait
-    expectTrace("DCHclient::dc_waitOnDataDestroy", [&] {
-      FakedClient faked;
-      faked.client.dc_waitOnDataInitialize("HOSTMON", "load");
-      faked.client._clientError = latch;
-      EXPECT_EQ(faked.client.dc_waitOnDataDestroy(), latch);
-      EXPECT_EQ(faked.transport.written.size(), 2u);
-      EXPECT_THAT(faked.transport.waits, IsEmpty());
-      return withdrawn + Lines{exitLine(latch)};
-    });
-  }
-}
-
-TEST(Withdraw, AFailedWriteIsAFailure) {
-  for (const ZORA_Long latch : {0, -1}) {
-    expectTrace("DCHclient::dc_waitOnDataDestroy", [&] {
-      FakedClient faked;
-      faked.client.dc_waitOnDataInitialize("HOSTMON", "load");
-      faked.client._clientError = latch;
-      faked.transport.writeResult = 46;
-      EXPECT_EQ(faked.client.dc_waitOnDataDestroy(), 1);
-      return withdrawn +
-             Lines{errorLine("Error: writing dc_waitOnDataDestroy message to DCHserver\n"),
-                   exitLine(1)};
-    });
-  }
-}
-
-// ---- Other IPC types -------------------------------------------------------------------------
-
-using Method = ZORA_Long (*)(DCHclient&);
-
-const std::pair<const char*, Method> socketMethods[] = {
-    {"DCHclient::dc_waitOnData",
-     [](DCHclient& client) {
-       char buffer[8];
-       return client.dc_waitOnData(buffer, sizeof buffer);
-     }},
-    {"DCHclient::dc_waitOnDataCancel",
-     [](DCHclient& client) { return client.dc_waitOnDataCancel(); }},
-};
-
-TEST(OtherIpcTypes, LocalProcedureCallsAreUnfinished) {
-  setenv("ZORA_DCH_IPCTYPE", "2", 1);
-  for (const auto& [name, method] : socketMethods) {
-    expectTrace(name, [method = method] {
-      DCHclient client(1, 0);
-      EXPECT_EQ(method(client), 1);
-      return Lines{entryLine(), errorLine("FINISH ME UP!!!!"), exitLine(1)};
-    });
-  }
-}
-
-TEST(OtherIpcTypes, UnknownOnesAreNamed) {
-  for (const auto& [name, method] : socketMethods) {
-    expectTrace(name, [method = method] {
-      DCHclient client(1, 0);
-      client._clientIpcType = 7;
-      EXPECT_EQ(method(client), 1);
-      client._clientIpcType = IPC_TYPE_SOCKET;
-      return Lines{entryLine(), errorLine("Error: Unrecognized IPC type 7\n"), exitLine(1)};
-    });
-  }
-}
-
-TEST(OtherIpcTypes, PlayNoPartInSubscribingAndWithdrawing) {
-  FakedClient faked;
-  faked.client._clientIpcType = 7;
-  EXPECT_EQ(faked.client.dc_waitOnDataInitialize("HOSTMON", "load"), 0);
-  EXPECT_EQ(faked.client.dc_waitOnDataDestroy(), 0);
-  EXPECT_EQ(faked.transport.written.size(), 2u);
-  faked.client._clientIpcType = IPC_TYPE_SOCKET;
 }
 
 }  // namespace

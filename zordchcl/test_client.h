@@ -1,0 +1,45 @@
+// test_client.h: what the tests of the client share.
+#ifndef ZORDCHCL_TEST_CLIENT_H
+#define ZORDCHCL_TEST_CLIENT_H
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tests/support/bytes.h"
+#include "tests/support/trace_lines.h"
+#include "zordchcl/zordchcl.h"
+
+// What a variable holds until a request writes to it.
+constexpr ZORA_Long untouched = 4711;
+
+using Lines = std::vector<TraceLine>;
+
+inline Lines operator+(Lines lines, const Lines& more) {
+  lines.insert(lines.end(), more.begin(), more.end());
+  return lines;
+}
+
+// The heading of a dump; its bytes are not traced by the function itself.
+inline TraceLine dumpLine(std::string text) {
+  return {TRC1_CLASS_DUMP, std::move(text)};
+}
+
+// The line that tells that an answer was freed.
+inline TraceLine releaseLine() {
+  return storageLine("Deleting _readBuffer<@{address}>\n");
+}
+
+inline std::string letters(std::size_t count) {
+  return std::string(count, 'n');
+}
+
+// An answer whose first field is an application name, and one without a field.
+inline std::string wrongAnswer() {
+  return bytesOf("0000000c 0020 00000002 'A' 00");
+}
+inline std::string emptyAnswer() {
+  return bytesOf("00000004");
+}
+
+#endif  // ZORDCHCL_TEST_CLIENT_H
