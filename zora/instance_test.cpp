@@ -46,6 +46,15 @@ TEST(InstanceName, IsEmptiedByANullAndByBlanks) {
   EXPECT_EQ(stored(""), "");
 }
 
+TEST(InstanceName, IsZeroedWhole) {
+  const std::string zeros(21, '\0');
+  for (const char* const nothing : {static_cast<const char*>(nullptr), "  "}) {
+    stored("a-long-instance-name");
+    ZORA_SetInstanceName(nothing);
+    EXPECT_EQ(std::string(ZORA_GetInstanceName(), 21), zeros);
+  }
+}
+
 TEST(InstanceName, LivesInOneBuffer) {
   char* const buffer = ZORA_GetInstanceName();
   ZORA_SetInstanceName("inst1");
