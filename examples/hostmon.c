@@ -21,28 +21,29 @@
 #include <string.h>
 #include <sys/utsname.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <zordchcl.h>
 
-#define APPL "HOSTMON"
-#define INTERFACE_SIZE 16
+static const char applName[] = "HOSTMON";
+enum { INTERFACE_SIZE = 16 }; /* with the terminating zero; as in the registration */
 
 /* Tells the DCH what to expect: for each attribute its name, a letter for its kind (G and C are
  * numbers, D is text), the largest size of a value in bytes, and a help text. */
-static const char registration[] = "appl:" APPL
-                                   ",HMN; type:SOCK; help:What a host is doing;"
-                                   "group:load;"
-                                   "attr:load1,G,4,hundredths over 1 minute;"
-                                   "attr:load5,G,4,hundredths over 5 minutes;"
-                                   "attr:load15,G,4,hundredths over 15 minutes;"
-                                   "group:memory;"
-                                   "attr:total,G,8,kilobytes;"
-                                   "attr:available,G,8,kilobytes;"
-                                   "attr:swapfree,G,8,kilobytes;"
-                                   "group:network;"
-                                   "attr:interface,D,16,name of the interface;"
-                                   "attr:received,C,8,bytes since the start of the host;"
-                                   "attr:sent,C,8,bytes since the start of the host;";
+static const char registration[] =
+    "appl:HOSTMON,HMN; type:SOCK; help:What a host is doing;"
+    "group:load;"
+    "attr:load1,G,4,hundredths over 1 minute;"
+    "attr:load5,G,4,hundredths over 5 minutes;"
+    "attr:load15,G,4,hundredths over 15 minutes;"
+    "group:memory;"
+    "attr:total,G,8,kilobytes;"
+    "attr:available,G,8,kilobytes;"
+    "attr:swapfree,G,8,kilobytes;"
+    "group:network;"
+    "attr:interface,D,16,name of the interface;"
+    "attr:received,C,8,bytes since the start of the host;"
+    "attr:sent,C,8,bytes since the start of the host;";
 
 enum { LOAD, MEMORY, NETWORK, GROUP_COUNT };
 static const char* const groupNames[GROUP_COUNT] = {"load", "memory", "network"};
@@ -70,7 +71,7 @@ static int goOnline(void) {
   int result = dp_register(&status, registration);
   if (!done("registration", result, status)) return 0;
   for (int group = 0; group < GROUP_COUNT; ++group) {
-    result = dp_online(&status, &handles[group], APPL, groupNames[group], sourceName);
+    result = dp_online(&status, &handles[group], applName, groupNames[group], sourceName);
     if (!done("online", result, status)) return 0;
   }
   fprintf(stderr, "hostmon: %s is on line\n", sourceName);
@@ -83,7 +84,7 @@ static void goOffline(void) {
     const int result = dp_offline(&status, handles[group]);
     if (!done("offline", result, status)) return;
   }
-  const int result = dp_unregister(&status, APPL);
+  const int result = dp_unregister(&status, applName);
   done("unregistration", result, status);
 }
 
@@ -108,11 +109,18 @@ static int sendRow(struct Row* row, int group) {
   return done("sending a row", result, status);
 }
 
+/* What cannot be read is told and left out; the next sample tries again. */
+static FILE* openFile(const char* path) {
+  FILE* file = fopen(path, "r");
+  if (file == NULL) fprintf(stderr, "hostmon: cannot open %s: %s\n", path, strerror(errno));
+  return file;
+}
+
 static int sendLoad(void) {
   static const char* const names[] = {"load1", "load5", "load15"};
   double averages[3] = {0, 0, 0};
   struct Row row = {NULL, 0};
-  FILE* file = fopen("/proc/loadavg", "r");
+  FILE* file = openFile("/proc/loadavg");
   if (file == NULL) return 1;
   const int found = fscanf(file, "%lf %lf %lf", &averages[0], &averages[1], &averages[2]);
   fclose(file);
@@ -129,7 +137,7 @@ static int sendMemory(void) {
   static const char* const names[] = {"total", "available", "swapfree"};
   char line[256];
   struct Row row = {NULL, 0};
-  FILE* file = fopen("/proc/meminfo", "r");
+  FILE* file = openFile("/proc/meminfo");
   if (file == NULL) return 1;
   int good = 1;
   while (good && fgets(line, sizeof line, file) != NULL)
@@ -144,7 +152,7 @@ static int sendMemory(void) {
 
 static int sendNetwork(void) {
   char line[512];
-  FILE* file = fopen("/proc/net/dev", "r");
+  FILE* file = openFile("/proc/net/dev");
   if (file == NULL) return 1;
   int good = 1;
   while (good && fgets(line, sizeof line, file) != NULL) {
@@ -198,6 +206,10 @@ int main(int argc, char** argv) {
       usage(option == 'h' ? stdout : stderr);
       return option == 'h' ? 0 : 64;
     }
+  }
+  if (optind < argc) {
+    fprintf(stderr, "hostmon: unexpected argument '%s'\n", argv[optind]);
+    return 64;
   }
 
   /* A signal that interrupts a request would count as a missing answer. So the signals that end the

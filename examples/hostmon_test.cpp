@@ -109,6 +109,9 @@ TEST(HostmonAlone, TellsHowItIsUsed) {
                                         std::string(wrong) + "'\n");
   }
   EXPECT_EQ(runProgram(HOSTMON_PATH, {"--nonsense"}, {}).exitStatus, 64);
+  const ProgramResult extra = runProgram(HOSTMON_PATH, {"5"}, {});
+  EXPECT_EQ(extra.exitStatus, 64);
+  EXPECT_EQ(extra.standardError, "hostmon: unexpected argument '5'\n");
 }
 
 }  // namespace
