@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <fnmatch.h>
 #include <pthread.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -334,7 +333,7 @@ void TRC1_Printf(TRC1_Block* block, int line, const char* format, ...) {
 void TRC1_PrintAddress(TRC1_Block* block, int line, const char* label, const void* address,
                        int length) {
   constexpr char digits[] = "0123456789abcdef";
-  constexpr int maxLength = sizeof(sockaddr_storage);
+  constexpr int maxLength = 256;  // the longest address that a slot of the server's queue keeps
   char hexadecimal[2 * maxLength + 1];
   const auto* bytes = static_cast<const unsigned char*>(address);
   char* out = hexadecimal;
