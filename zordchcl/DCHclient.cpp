@@ -1,7 +1,6 @@
 // The life of a client: construction with its transport, its settings, destruction.
 #include "zordchcl/DCHclient.h"
 
-#include <memory>
 #include <new>
 
 #include "suite/osv1.h"
@@ -12,6 +11,15 @@
 namespace {
 
 constexpr int endPauseSeconds = 1;
+
+// A transport has no virtual destructor: each goes as the class that it was made as.
+template <class Transport>
+void deleteTransport(DCHipc** transport) {
+  auto* const made = static_cast<Transport*>(*transport);
+  made->Transport::~Transport();
+  ::operator delete(made);
+  *transport = nullptr;
+}
 
 }  // namespace
 
@@ -82,7 +90,6 @@ void DCHclient::openInterrupt(const TRC1_Scope& trc1Scope) {
 
 DCHclient::~DCHclient() {
   TRC1_FUNCTION("DCHclient::~DCHclient");
-  // A transport has no virtual destructor: each goes through its own class.
   switch (_clientIpcType) {
     case IPC_TYPE_SOCKET:
       if (_ipcClient != nullptr) _ipcClient->releaseIPC();
@@ -93,16 +100,14 @@ DCHclient::~DCHclient() {
       if (_ipcClient != nullptr) {
         TRC1_DETAIL("Deleting _ipcClient @%p, _interruptFD[%d]\n", TRC1_Pointer(_ipcClient),
                     _interruptFD);
-        std::default_delete<ipcSock>()(static_cast<ipcSock*>(_ipcClient));
-        _ipcClient = nullptr;
+        deleteTransport<ipcSock>(&_ipcClient);
       }
       break;
     case IPC_TYPE_LPC:
       TRC1_ERROR("FINISH ME UP!!!!");
       if (_ipcClient != nullptr) {
         TRC1_DETAIL("Deleting _ipcClient @%p\n", TRC1_Pointer(_ipcClient));
-        std::default_delete<ipcLPC>()(static_cast<ipcLPC*>(_ipcClient));
-        _ipcClient = nullptr;
+        deleteTransport<ipcLPC>(&_ipcClient);
       }
       break;
     default:

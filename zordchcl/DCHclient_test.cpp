@@ -253,7 +253,8 @@ TEST(Destruction, WithAnUnknownTypeLeavesTheTransportAlone) {
       client._clientIpcType = 7;
     }
     EXPECT_EQ(transport->releaseIPC(), 0);
-    std::default_delete<ipcSock>()(transport);
+    transport->ipcSock::~ipcSock();
+    ::operator delete(transport);
     return std::vector<TraceLine>{
         entryLine(),
         errorLine("Error: Unrecognized IPC type 7\n"),

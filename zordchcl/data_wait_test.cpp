@@ -37,7 +37,7 @@ TEST(Subscribe, NullNamesAreRefused) {
   const std::pair<const char*, const char*> names[] = {
       {nullptr, "load"}, {"HOSTMON", nullptr}, {nullptr, nullptr}};
   for (const auto& [applName, attrGroup] : names) {
-    expectTrace("DCHclient::dc_waitOnDataInitialize", [&] {
+    expectTrace("DCHclient::dc_waitOnDataInitialize", [applName = applName, attrGroup = attrGroup] {
       FakedClient faked;
       EXPECT_EQ(faked.client.dc_waitOnDataInitialize(applName, attrGroup), 1);
       EXPECT_EQ(faked.client._clientError, 1);
