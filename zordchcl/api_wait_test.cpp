@@ -166,6 +166,16 @@ TEST(RealWait, DataLooksAgainOnce) {
   EXPECT_TRUE(trace.has(oneSecondLine));
 }
 
+TEST(RealWait, ANegativeTimeoutWaitsWithoutLimit) {
+  const ScriptedDch dch(always(statusAnswer(3)));
+  const TraceCapture trace("*/ipcSock::ipcRead=0x10");
+  char* row = newRow();
+  ZORA_Long status = untouched;
+  EXPECT_EQ(dp_actionData(&status, 815, 17, &row, -1, 0), 0);
+  EXPECT_EQ(status, 3);
+  EXPECT_EQ(countOf(trace, "initial wait=-1\n"), 1);
+}
+
 TEST(RealWait, AnAnswerEndsTheWait) {
   const ScriptedDch dch(always(statusAnswer(3)));
   char* row = newRow();

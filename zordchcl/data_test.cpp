@@ -1,6 +1,7 @@
 // Rows, built attribute by attribute.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <cstring>
 #include <memory>
@@ -106,6 +107,7 @@ TEST(FormatData, ANewRowSetsTheSizeItself) {
 }
 
 TEST(FormatData, AFreshBufferIsZeroBehindTheRow) {
+  mallopt(M_PERTURB, 0x5a);  // memory does not come zeroed by chance
   FakedClient faked;
   Row row;
   row.add(faked.client, "a", "v", 1, 'D');

@@ -85,6 +85,12 @@ TEST(Register, AFailedWriteStillWaitsAndEndsWithTheAnsweredStatus) {
   }
 }
 
+TEST(Register, TheReasonIsTheStatusUntilTheAnswerReplacesIt) {
+  EXPECT_EQ(statusWhileWaiting(registersBadText), 1);
+  EXPECT_EQ(statusWhileWaiting(registers, -1), 2);
+  EXPECT_EQ(statusWhileWaiting(registers), 0);
+}
+
 TEST(Register, AFailedReadIsToldWhenTheTimeoutIsOneSecond) {
   const Lines begun = registerWritten + Lines{waiting("dp_register")};
   for (const ZORA_Long timeout : {30, 2, 0, -1})

@@ -105,6 +105,13 @@ TEST(Online, AFailedWriteStillWaitsAndEndsWithTheAnsweredStatus) {
   }
 }
 
+TEST(Online, TheReasonIsTheStatusUntilTheAnswerReplacesIt) {
+  EXPECT_EQ(statusWhileWaiting(goesOnline("A", "g", nullptr)), 3);
+  EXPECT_EQ(statusWhileWaiting(goesOnline("A", "g", letters(33).c_str())), 1);
+  EXPECT_EQ(statusWhileWaiting(goesOnlineWell, -1), 2);
+  EXPECT_EQ(statusWhileWaiting(goesOnlineWell), 0);
+}
+
 TEST(Online, AFailedReadIsToldWhenTheTimeoutIsOneSecond) {
   const Lines begun = onlineWritten + Lines{waiting("dp_online")};
   expectOutcome("dp_online", goesOnlineWell, {{}, {}, 30}, {1, 5, begun + Lines{exitLine(1)}});

@@ -60,4 +60,16 @@ inline void expectOutcome(const std::string& method, const Call& call, const End
   });
 }
 
+// The status that a caller would see while a request that failed before still waits.
+inline ZORA_Long statusWhileWaiting(const Call& call, std::optional<ZORA_Long> writeResult = {}) {
+  FakedClient faked;
+  ZORA_Long status = untouched;
+  ZORA_Long handle = untouched;
+  ZORA_Long seen = untouched;
+  faked.transport.writeResult = writeResult;
+  faked.transport.whileReading = [&] { seen = status; };
+  call(faked.client, &status, &handle);
+  return seen;
+}
+
 #endif  // ZORDCHCL_TEST_OUTCOME_H

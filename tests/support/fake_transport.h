@@ -4,6 +4,7 @@
 #define TESTS_SUPPORT_FAKE_TRANSPORT_H
 
 #include <deque>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -19,12 +20,15 @@ class FakeTransport final : public DCHipc {
   ZORA_Long failedRead = 0;
   std::optional<ZORA_Long> writeResult;  // what a write answers instead of the whole length
 
+  std::function<void()> whileReading;  // called at the start of each read
+
   std::vector<std::string> written;
   std::vector<unsigned int> flags;  // of each write
   std::vector<ZORA_Long> waits;     // of each read
 
   ZORA_Long ipcRead(void** readBuffer, ZORA_Long initialWait) override {
     waits.push_back(initialWait);
+    if (whileReading) whileReading();
     if (answers.empty()) return failedRead;
     const std::string answer = answers.front();
     answers.pop_front();
