@@ -6,6 +6,8 @@
 #include <dlfcn.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 static int fail(const char* what) {
   const char* reason = dlerror();
@@ -27,6 +29,16 @@ static int countDescriptors(void) {
 static void takeFunction(void* function, void* library, const char* name) {
   void* address = dlvsym(library, name, "version_1.0");
   memcpy(function, &address, sizeof(address));
+}
+
+/* A library that has asked to be told of forks must not be asked for once it is gone. */
+static int canFork(void) {
+  int status = -1;
+  const pid_t child = fork();
+  if (child == 0) {
+    _exit(0);
+  }
+  return child > 0 && waitpid(child, &status, 0) == child && status == 0;
 }
 
 static int useLibrary(void* library) {
@@ -86,6 +98,9 @@ int main(int argc, char** argv) {
     dlerror();
     if (countDescriptors() != descriptors) {
       return fail("the library left descriptors open");
+    }
+    if (!canFork()) {
+      return fail("a fork fails without the library");
     }
   }
   return 0;
