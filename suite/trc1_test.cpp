@@ -1,5 +1,6 @@
 // Trace points, events and records.
 #include <fcntl.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
