@@ -84,8 +84,9 @@ int ZORA_SetSubnodeName(const char* applName, const char* attrGroup, const char*
                         const char* subnodeSuffix);
 
 /* The source name in a subnode name (of which the first 70 characters count): the text before the
- * first colon, at most 32 characters of it. Null when the name is null, has no colon or has nothing
- * but colons. The result is a static buffer that the next call, from any thread, overwrites. */
+ * first colon, at most 32 characters of it; colons in front are skipped. Null when the name is
+ * null, has no colon or has nothing but colons. The result is a static buffer that the next call,
+ * from any thread, overwrites. */
 char* ZORA_GetSrcNameFromSubNodeName(const char* subnodeName);
 
 /* Writes the application key of a subnode name (of which the first 32 characters count), the 3

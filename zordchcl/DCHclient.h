@@ -105,11 +105,13 @@ class DCHclient {
   // Reports a request that has no room in _msgBuffer and sets the latch.
   bool reportUnlessFits(const TRC1_Scope& trc1Scope, const char* request,
                         const DCH_MessageBuilder& message);
+  // Under the dump class: the heading, with the length and the name, and the message.
   void traceDump(const TRC1_Scope& trc1Scope, const char* headingFormat, const char* request,
                  const char* message, ZORA_Long length);
+  // Sends a message without a line of its own; false when not all of it went out.
   bool transmit(char* message, ZORA_Long length);
-  // Sends a message; false when not all of it went out. The second also reports it and sets the
-  // latch.
+  // Traces and sends a message; false when not all of it went out. The second also reports it and
+  // sets the latch.
   bool write(const TRC1_Scope& trc1Scope, const char* request, char* message, ZORA_Long length);
   bool writeOrReport(const TRC1_Scope& trc1Scope, const char* request, char* message,
                      ZORA_Long length);
@@ -140,13 +142,15 @@ class DCHclient {
   void waitForRow(const TRC1_Scope& trc1Scope, char* buffer, short bufferLength);
   void takeRow(const TRC1_Scope& trc1Scope, char* buffer, short bufferLength);
   bool interruptAddress(const TRC1_Scope& trc1Scope, sockaddr_in* address);
+  void sendInterrupt(const TRC1_Scope& trc1Scope, const sockaddr_in& address);
+
   void sendStatusSubscription(const TRC1_Scope& trc1Scope, const char* request,
                               const char* writingFormat, DCH_Subscription subscription);
+
   ZORA_Long queryCatalogue(const TRC1_Scope& trc1Scope, const DCH_CatalogueQuery& query,
                            char** buffer, const char* applName, ZORA_Long wait);
   ZORA_Long takeCatalogueAnswer(const TRC1_Scope& trc1Scope, const DCH_CatalogueQuery& query,
                                 char** buffer);
-  void sendInterrupt(const TRC1_Scope& trc1Scope, const sockaddr_in& address);
 };
 
 #endif  // ZORDCHCL_DCHCLIENT_H

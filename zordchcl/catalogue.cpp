@@ -73,8 +73,7 @@ ZORA_Long DCHclient::queryCatalogue(const TRC1_Scope& trc1Scope, const DCH_Catal
     if (query.gettingText != nullptr) TRC1_DETAIL("%s", query.gettingText);
     length = takeCatalogueAnswer(trc1Scope, query, buffer);
   } else {
-    // Applications are asked for with a quick wait by programs that poll; only that is worth a
-    // line.
+    // Applications are asked for by programs that poll: only their quick wait is worth a line.
     if (query.alwaysNamesApplication)
       TRC1_ERROR("Error: while waiting %d second(s) for %s response.\n", wait, query.name);
     else if (wait == 1)

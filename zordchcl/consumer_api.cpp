@@ -98,7 +98,13 @@ char* dc_waitForDPStatus(void* handle) {
   TRC1_FUNCTION("dc_waitForDPStatus");
   std::memset(dc_waitForDPStatusBUF, 0, sizeof dc_waitForDPStatusBUF);
   auto* const client = static_cast<DCHclient*>(handle);
-  const char* const text = client != nullptr ? client->dc_waitForDPStatus() : nullptr;
+  const char* text = nullptr;
+  if (client != nullptr) {
+    guarded([&] {
+      text = client->dc_waitForDPStatus();
+      return 0;
+    });
+  }
   if (text == nullptr) {
     TRC1_LINE(TRC1_CLASS_EVENTS, "Returning NULL\n");
     return nullptr;
@@ -109,7 +115,9 @@ char* dc_waitForDPStatus(void* handle) {
 
 int dc_waitForDPStatusDestroy(void* handle) {
   TRC1_FUNCTION("dc_waitForDPStatusDestroy");
-  const std::unique_ptr<DCHclient> client(static_cast<DCHclient*>(handle));
-  if (client == nullptr) TRC1_RETURN(1);
-  TRC1_RETURN(guarded([&] { return client->dc_waitForDPStatusDestroy(); }));
+  if (handle == nullptr) TRC1_RETURN(1);
+  TRC1_RETURN(guarded([&] {
+    const std::unique_ptr<DCHclient> client(static_cast<DCHclient*>(handle));
+    return client->dc_waitForDPStatusDestroy();
+  }));
 }

@@ -148,13 +148,12 @@ int dc_waitForDPStatusDestroy(void* handle);
 
 /* ---- Data consumers: the catalogue ---------------------------------------------------------- */
 
-/* These three ask the DCH and wait `wait` seconds for the answer, without limit when that is 0.
- * They return 0 with the answer's length in `*length` and the answer, with a terminating zero
- * behind it, in
- * `*buffer`, a malloc block that the caller frees. Test `*buffer` as well: without memory for the
- * block the result is 0, `*length` the answer's, and `*buffer` null. On failure, which an empty
- * answer counts as, they return 1 with length 0 and a null buffer. `applName` has at most 4070
- * characters. */
+/* These three ask the DCH and wait `wait` seconds for the answer, without limit when that is 0 or
+ * less. They return 0 with the answer's length in `*length` and the answer, with a terminating zero
+ * behind it, in `*buffer`, a malloc block that the caller frees. Test `*buffer` as well: without
+ * memory for the block the result is 0, `*length` the answer's, and `*buffer` null. On failure,
+ * which an empty answer counts as, they return 1 with length 0 and a null buffer. `applName` has at
+ * most 4077 characters; null stands for an empty one where a name is needed. */
 
 /* The applications that the DCH knows, or the one named `applName` when that is not null, a line
  * each: NAME,KEY,TYPE,GROUPS,ONLINE with the groups separated by blanks and the number of sources
@@ -169,9 +168,11 @@ int dc_getApplHelp(ZORA_Long* length, char** buffer, const char* applName, short
 
 /* ---- Data consumers: actions and deferral --------------------------------------------------- */
 
-/* Asks the DCH for an action. Returns 0 when the request was sent: there is no answer.
+/* Asks the DCH for an action. Returns 0 when the request was sent: there is no answer. The texts
+ * have at most 4031 characters together; more is a failure, and nothing is sent. A null text is
+ * sent as an empty one, but null `actionParms`, which stand for none, are left out.
  *
- * `actionParms`, null for none, can hold a logon identity and a password. The trace's detail class
+ * `actionParms` can hold a logon identity and a password. The trace's detail class
  * shows them only up to the first keyword, "PASSWORD=" (looked for only together with
  * "MONITOR START AGENTINFO=") or " LOGONID=", and not at all without one. Two things still get
  * through: a password that stands before " LOGONID=" while the agent-info keyword is missing, and
@@ -187,7 +188,8 @@ ZORA_Long dc_waitForActionResults(ZORA_Long actionID);
 
 /* Asks the DCH to defer a report request. `peltaObject` is passed on as a 32-bit reference and
  * never read through: on 64-bit platforms its low 32 bits travel. Returns 0 when the request was
- * sent, and also when there was no memory for it; 1 on failure. There is no answer. */
+ * sent, and also when there was no memory for it; 1 on failure. There is no answer. The texts have
+ * at most 4033 characters together; a null text is sent as an empty one. */
 int dc_deferReportRequest(void* peltaObject, ZORA_Long actionID, ZORA_Long currentTime,
                           const char* applKey, const char* tableName, const char* sourceName);
 
