@@ -99,6 +99,23 @@ const OnlineSource* MemoryRegistry::findOnline(ZORA_Long handle) const {
   return source != nullptr && source->group != nullptr ? source : nullptr;
 }
 
+bool MemoryRegistry::isOnline(const SourceNames& names) const {
+  const auto given = _handles.find(joinNames(names.application, names.group, names.source));
+  return given != _handles.end() && findOnline(given->second) != nullptr;
+}
+
+void MemoryRegistry::visitOnline(const SourceVisitor& visitor) const {
+  for (const auto& source : _sources)
+    if (source->group != nullptr) visitor(*source);
+}
+
+void MemoryRegistry::visitOnline(std::string_view application, const SourceVisitor& visitor) const {
+  const auto known = _applications.find(application);
+  if (known == _applications.end()) return;
+  for (const Source* source : known->second.sources)
+    if (source->group != nullptr) visitor(*source);
+}
+
 MemoryRegistry::Source* MemoryRegistry::find(ZORA_Long handle) const {
   if (handle < 1 || static_cast<std::size_t>(handle) > _sources.size()) return nullptr;
   return _sources[static_cast<std::size_t>(handle) - 1].get();
@@ -114,6 +131,7 @@ ZORA_Long MemoryRegistry::addSource(Application* application, const SourceNames&
   reserveOneMore(&application->sources);
   reserveOneMore(&_sources);
   const auto handle = static_cast<ZORA_Long>(_sources.size() + 1);
+  source->handle = handle;
   _handles.emplace(joinNames(names.application, names.group, names.source), handle);
   application->sources.push_back(source.get());
   _sources.push_back(std::move(source));

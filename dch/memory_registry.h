@@ -28,6 +28,9 @@ class MemoryRegistry : public Registry {
   // Keeps nothing: subscribers are the only readers of rows, and they have been sent them.
   DCH_Status storeRow(const OnlineSource& source, std::string_view message) override;
   const OnlineSource* findOnline(ZORA_Long handle) const override;
+  bool isOnline(const SourceNames& names) const override;
+  void visitOnline(const SourceVisitor& visitor) const override;
+  void visitOnline(std::string_view application, const SourceVisitor& visitor) const override;
 
  private:
   // A source is on line while its `group` is set.

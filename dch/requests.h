@@ -3,12 +3,14 @@
 #define DCH_REQUESTS_H
 
 #include <string_view>
+#include <vector>
 
 #include "dch/event_log.h"
 #include "dch/field_reader.h"
 #include "dch/incoming_message.h"
 #include "dch/publisher.h"
 #include "dch/registry.h"
+#include "dch/status_events.h"
 #include "zordchcl/status.h"
 
 namespace dch {
@@ -25,6 +27,8 @@ struct Outcome {
   // The source of a row that was accepted and is to be published once it is acknowledged, else
   // null. Valid until the next request.
   const OnlineSource* source = nullptr;
+  // To be published once the request is answered.
+  std::vector<StatusEvent> statusEvents;
 };
 
 // Reads requests, applies them and says what to answer. It sends no answers itself. One thread.
@@ -50,11 +54,18 @@ class Requests {
   Outcome unregister(Request* request);
   Outcome data(Request* request);
   Outcome subscription(Request* request);
+  Outcome statusSubscription(Request* request);
 
-  DCH_Status goOnline(Request* request, ZORA_Long* handle);
   DCH_Status checkAttributes(FieldReader* fields, const AttributeGroup& group);
   void subscribe(std::string_view application, std::string_view group, const PeerAddress& address);
   void withdraw(std::string_view application, std::string_view group, const PeerAddress& address);
+
+  void subscribeToStatus(const PeerAddress& address);
+
+  // Events are made before the change that they tell of, so that running out of memory changes
+  // nothing; there are none while nobody subscribes to them.
+  std::vector<StatusEvent> eventsOf(std::string_view application, short code) const;
+  void addEvent(std::vector<StatusEvent>* events, const SourceNames& names, short code) const;
 
   Outcome refused(const Request& request, DCH_Status status, std::string_view reason = {});
 

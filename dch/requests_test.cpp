@@ -18,12 +18,14 @@ using testkit::hostmonRegistration;
 using testkit::offlineMessage;
 using testkit::onlineMessage;
 using testkit::registerMessage;
+using testkit::statusSubscribeMessage;
 using testkit::subscribeMessage;
 using testkit::unregisterMessage;
 using testkit::Value;
 using testkit::withdrawMessage;
 using testkit::withLengthWord;
 using Form = Answer::Form;
+using Texts = std::vector<std::string>;
 
 // Keeps nothing, like a store whose disk is full.
 class FullRegistry : public MemoryRegistry {
@@ -76,6 +78,14 @@ class RequestsTest : public ::testing::Test {
     EXPECT_EQ(answer.form, Form::statusAndHandle);
     EXPECT_EQ(answer.status, status);
     EXPECT_EQ(answer.handle, 0);
+  }
+
+  // What status subscribers are told because of this message.
+  std::vector<std::string> eventsOf(const std::string& bytes) {
+    std::vector<std::string> texts;
+    for (const StatusEvent& event : handle(bytes).statusEvents)
+      texts.push_back(testkit::eventText(event.message));
+    return texts;
   }
 
   std::size_t subscriberCount(const char* group) {
@@ -236,6 +246,49 @@ TEST_F(RequestsTest, RefusesASubscriptionOnAConnectionThere) {
   EXPECT_EQ(answer.form, Form::status);
   EXPECT_EQ(answer.status, DCH_STATUS_MALFORMED);
   EXPECT_EQ(subscriberCount("load"), 0u);
+}
+
+TEST_F(RequestsTest, TellsStatusSubscribersOfEachChange) {
+  ask(statusSubscribeMessage());
+  EXPECT_EQ(eventsOf(onlineMessage("HOSTMON", "load", "host1")), Texts{"HOSTMON,load,host1,1015"});
+  EXPECT_EQ(eventsOf(onlineMessage("HOSTMON", "load", "host1")), Texts{}) << "no change";
+  EXPECT_EQ(eventsOf(offlineMessage(goOnline())), Texts{"HOSTMON,load,host1,1025"});
+  EXPECT_EQ(eventsOf(registerMessage()), Texts{"HOSTMON,,,1010"});
+  goOnline("disk", "host2");
+  EXPECT_EQ(eventsOf(unregisterMessage("HOSTMON")),
+            (Texts{"HOSTMON,disk,host2,1020", "HOSTMON,,,1020"}));
+}
+
+TEST_F(RequestsTest, TellsStatusSubscribersOfSourcesThatARegistrationTakesOffLine) {
+  ask(statusSubscribeMessage());
+  goOnline("load");
+  goOnline("disk");
+  EXPECT_EQ(eventsOf(registerMessage("appl:HOSTMON,HMN;group:load;attr:load1,D,16;")),
+            (Texts{"HOSTMON,disk,host1,1010", "HOSTMON,,,1010"}));
+}
+
+TEST_F(RequestsTest, TellsStatusSubscribersNothingOfRefusedRequests) {
+  ask(statusSubscribeMessage());
+  for (const auto& bad :
+       {onlineMessage("NONE", "load", "s"), onlineMessage("HOSTMON", "none", "s"),
+        offlineMessage(77), unregisterMessage("NONE"), registerMessage("appl:HOSTMON,HMN;")})
+    EXPECT_EQ(eventsOf(bad), Texts{});
+}
+
+TEST_F(RequestsTest, MakesNoStatusEventsForNobody) {
+  EXPECT_EQ(eventsOf(registerMessage()), Texts{});
+  ask(statusSubscribeMessage());
+  ask(statusSubscribeMessage(0));
+  EXPECT_EQ(eventsOf(registerMessage()), Texts{});
+}
+
+TEST_F(RequestsTest, DoesNotAnswerOrTakeAMalformedStatusSubscription) {
+  const std::string good = statusSubscribeMessage();
+  for (const auto& bad : {statusSubscribeMessage(2), statusSubscribeMessage(-1), good + '\0',
+                          good.substr(0, good.size() - 1), withLengthWord(good, 12)})
+    EXPECT_EQ(ask(bad).form, Form::none);
+  EXPECT_EQ(ask(good, 5).status, DCH_STATUS_MALFORMED) << "on a connection";
+  EXPECT_FALSE(_publisher.hasSubscribers(statusTopic));
 }
 
 TEST_F(RequestsTest, NeverAnswersAnAnswer) {

@@ -36,6 +36,8 @@ void Server::handleMessage(const IncomingMessage& message) {
   const Outcome outcome = _requests.handle(message);
   _answers.send(message, outcome.answer);
   if (outcome.source != nullptr) _publisher.publish(outcome.source->topic, message.text());
+  for (const StatusEvent& event : outcome.statusEvents)
+    _publisher.publish(statusTopic, event.message);
 }
 
 }  // namespace dch

@@ -205,6 +205,7 @@ TEST_F(ZordchdHostileTest, ServesOnAfterGoodMessagesWithSomeBytesChanged) {
                                       onlineMessage("HOSTMON", "load", "host1"),
                                       dataMessage(1, {{"load1", 'D', "0.42"}}),
                                       subscribeMessage("HOSTMON", "load"),
+                                      statusSubscribeMessage(),
                                       offlineMessage(1),
                                       unregisterMessage("HOSTMON")};
   flood(6000, [&](int round) {

@@ -3,10 +3,12 @@
 #include <arpa/inet.h>
 
 #include <cstring>
+#include <sstream>
 
 #include "dch/field_reader.h"
 #include "tests/support/scripted_dch.h"
 #include "zordchcl/messages.h"
+#include "zordchcl/zordchcl.h"
 
 namespace dch::testkit {
 
@@ -69,6 +71,12 @@ std::string withdrawMessage(const std::string& application, const std::string& g
   return subscribeMessage(application, group, DCH_SUBSCRIPTION_STOP);
 }
 
+std::string statusSubscribeMessage(ZORA_Long wanted) {
+  return messageOf([&](DCH_MessageBuilder& message) {
+    message.add(DCH_requestType, short{DCH_REQUEST_STATUS_SUBSCRIPTION}).add(DCH_status, wanted);
+  });
+}
+
 std::string withLengthWord(std::string message, std::uint32_t length) {
   const std::uint32_t word = htonl(length);
   std::memcpy(message.data(), &word, sizeof word);
@@ -91,6 +99,21 @@ std::optional<OnlineAnswer> onlineAnswerOf(const std::string& answer) {
       !fields.readLong(DCH_handle, &result.handle) || !fields.atEnd())
     return std::nullopt;
   return result;
+}
+
+std::string eventText(const std::string& event) {
+  std::string message = event;
+  FieldReader fields(message.data(), message.size());
+  std::string_view application, group, source;
+  short code = 0;
+  if (!fields.readText(DCH_applName, DCH_MAX_APPL_NAME, &application) ||
+      !fields.readText(DCH_attrGroup, DCH_MAX_ATTR_GROUP, &group) ||
+      !fields.readText(DCH_sourceName, DCH_MAX_SOURCE_NAME, &source) ||
+      !fields.readShort(DCH_requestType, &code) || !fields.atEnd())
+    return "";
+  std::ostringstream text;
+  text << application << ',' << group << ',' << source << ',' << std::hex << code;
+  return text.str();
 }
 
 }  // namespace dch::testkit

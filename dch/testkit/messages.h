@@ -32,6 +32,7 @@ std::string dataMessage(ZORA_Long handle, const std::vector<Value>& values = {})
 std::string subscribeMessage(const std::string& application, const std::string& group,
                              ZORA_Long wanted = 1);
 std::string withdrawMessage(const std::string& application, const std::string& group);
+std::string statusSubscribeMessage(ZORA_Long wanted = 1);
 
 // The same message with another length word.
 std::string withLengthWord(std::string message, std::uint32_t length);
@@ -44,6 +45,10 @@ struct OnlineAnswer {
   bool operator==(const OnlineAnswer&) const = default;
 };
 std::optional<OnlineAnswer> onlineAnswerOf(const std::string& answer);
+
+// A status event as "APPLICATION,GROUP,SOURCE,CODE" with the code in hexadecimal, such as
+// "HOSTMON,load,host1,1015"; another message gives an empty text.
+std::string eventText(const std::string& message);
 
 }  // namespace dch::testkit
 

@@ -1,0 +1,79 @@
+// The requests of data consumers.
+#include "dch/requests.h"
+#include "zordchcl/messages.h"
+#include "zordchcl/zordchcl.h"
+
+namespace dch {
+
+namespace {
+
+// What subscribers get is pushed as datagrams, and a connection has no address for those.
+constexpr char noDatagram[] = "a subscription has to be a datagram";
+
+// Reads the last field of a subscription.
+bool readSwitch(FieldReader* fields, ZORA_Long* wanted) {
+  return fields->readLong(DCH_status, wanted) && fields->atEnd() &&
+         (*wanted == DCH_SUBSCRIPTION_START || *wanted == DCH_SUBSCRIPTION_STOP);
+}
+
+}  // namespace
+
+Outcome Requests::subscription(Request* request) {
+  FieldReader& fields = request->fields;
+  std::string_view application, group;
+  ZORA_Long wanted = 0;
+  if (!fields.readText(DCH_applName, DCH_MAX_APPL_NAME, &application) ||
+      !fields.readText(DCH_attrGroup, DCH_MAX_ATTR_GROUP, &group) || !readSwitch(&fields, &wanted))
+    return refused(*request, DCH_STATUS_MALFORMED);
+  if (!request->message.isDatagram()) return refused(*request, DCH_STATUS_MALFORMED, noDatagram);
+  if (wanted == DCH_SUBSCRIPTION_START)
+    subscribe(application, group, request->message.sender);
+  else
+    withdraw(application, group, request->message.sender);
+  return {};
+}
+
+void Requests::subscribe(std::string_view application, std::string_view group,
+                         const PeerAddress& address) {
+  const bool hasRoom =
+      _publisher.subscribe(topicOf(application, group), address) != Subscriptions::Added::noRoom;
+  _log.write("%s %s to %s %s", hasRoom ? "subscribed" : "no room to subscribe",
+             address.text().data(), printable(application).c_str(), printable(group).c_str());
+}
+
+void Requests::withdraw(std::string_view application, std::string_view group,
+                        const PeerAddress& address) {
+  const bool existed = _publisher.withdraw(topicOf(application, group), address);
+  _log.write("%s %s from %s %s", existed ? "withdrew" : "nothing to withdraw for",
+             address.text().data(), printable(application).c_str(), printable(group).c_str());
+}
+
+Outcome Requests::statusSubscription(Request* request) {
+  ZORA_Long wanted = 0;
+  if (!readSwitch(&request->fields, &wanted)) return refused(*request, DCH_STATUS_MALFORMED);
+  if (!request->message.isDatagram()) return refused(*request, DCH_STATUS_MALFORMED, noDatagram);
+  const PeerAddress& address = request->message.sender;
+  if (wanted == DCH_SUBSCRIPTION_START) {
+    subscribeToStatus(address);
+  } else {
+    const bool existed = _publisher.withdraw(statusTopic, address);
+    _log.write("%s %s from provider status", existed ? "withdrew" : "nothing to withdraw for",
+               address.text().data());
+  }
+  return {};
+}
+
+// One that asks again is told again: it may be a new client on the port of one that is gone.
+void Requests::subscribeToStatus(const PeerAddress& address) {
+  if (_publisher.subscribe(statusTopic, address) == Subscriptions::Added::noRoom) {
+    _log.write("no room to subscribe %s to provider status", address.text().data());
+    return;
+  }
+  _log.write("subscribed %s to provider status", address.text().data());
+  _registry.visitOnline([&](const OnlineSource& source) {
+    const StatusEvent event = statusEvent(source.names(), DCH_REQUEST_ONLINE);
+    _publisher.publishTo(statusTopic, address, event.message);
+  });
+}
+
+}  // namespace dch
