@@ -1,4 +1,7 @@
 // The requests of data consumers.
+#include <optional>
+
+#include "dch/catalogue.h"
 #include "dch/requests.h"
 #include "zordchcl/messages.h"
 #include "zordchcl/zordchcl.h"
@@ -16,7 +19,31 @@ bool readSwitch(FieldReader* fields, ZORA_Long* wanted) {
          (*wanted == DCH_SUBSCRIPTION_START || *wanted == DCH_SUBSCRIPTION_STOP);
 }
 
+// What is asked about an application. A name that is too long is simply not found.
+std::string catalogueText(const Registry& registry, short code,
+                          std::optional<std::string_view> name) {
+  switch (code) {
+    case DCH_REQUEST_ATTRIBUTES:
+      return attributeLines(registry, *name);
+    case DCH_REQUEST_HELP:
+      return helpText(registry, *name);
+    default:
+      return applicationLines(registry, name);
+  }
+}
+
 }  // namespace
+
+Outcome Requests::catalogue(Request* request) {
+  FieldReader& fields = request->fields;
+  std::optional<std::string_view> name;
+  const bool asksForAll = request->code == DCH_REQUEST_APPLICATIONS && fields.atEnd();
+  if (!asksForAll && (!fields.readText(DCH_applName, request->message.received, &name.emplace()) ||
+                      !fields.atEnd()))
+    return refused(*request, DCH_STATUS_MALFORMED);
+  std::string text = catalogueText(_registry, request->code, name);
+  return {{Answer::Form::text, DCH_STATUS_OK, 0, std::move(text)}, nullptr, {}};
+}
 
 Outcome Requests::subscription(Request* request) {
   FieldReader& fields = request->fields;

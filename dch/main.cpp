@@ -109,8 +109,9 @@ void serve(const dch::Options& options, const sigset_t& stopSignals) {
   if (!served) return;
   // Only now, so that it does not take the very port that the endpoint is to have.
   dch::PushSocket pushSocket(in_addr{served->address});
+  dch::PushSocket answerSocket(in_addr{served->address});
   dch::MemoryRegistry registry;
-  dch::Server server(endpoint, inbox, pushSocket, registry, log);
+  dch::Server server(endpoint, inbox, pushSocket, answerSocket, registry, log);
   announce(*served);
   server.run();
 }

@@ -5,8 +5,10 @@
 #define DCH_REGISTRY_H
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "dch/text_map.h"
 #include "suite/registration.h"
@@ -41,6 +43,11 @@ struct OnlineSource {
   SourceNames names() const { return {application, groupName, source}; }
 };
 
+struct RegisteredApplication {
+  const suite::Registration* registration = nullptr;  // valid until the next change
+  std::size_t sourcesOnline = 0;
+};
+
 using SourceVisitor = std::function<void(const OnlineSource&)>;
 
 // The key of (application, group).
@@ -73,6 +80,12 @@ class Registry {
 
   // The source with this handle, null when it is not on line. Valid until the next change.
   virtual const OnlineSource* findOnline(ZORA_Long handle) const = 0;
+
+  // Nothing when no application of this name is registered.
+  virtual std::optional<RegisteredApplication> findApplication(std::string_view name) const = 0;
+
+  // All of them, sorted by name.
+  virtual std::vector<RegisteredApplication> applications() const = 0;
 
   virtual bool isOnline(const SourceNames& names) const = 0;
 

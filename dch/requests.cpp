@@ -24,6 +24,8 @@ bool lengthWordIsRight(const IncomingMessage& message) {
 // Whether the message is what this server itself answers. Such a message is never answered: two
 // servers that are made to believe that the other one asked would never stop.
 bool isAnswer(const IncomingMessage& message) {
+  std::string_view text;
+  if (FieldReader(message.bytes, message.received).readResponse(&text)) return true;
   FieldReader fields(message.bytes, message.received);
   ZORA_Long value;
   if (!fields.readLong(DCH_status, &value)) return false;
@@ -42,6 +44,12 @@ const char* nameOfRequest(short code) {
       return "offline";
     case DCH_REQUEST_DATA:
       return "data";
+    case DCH_REQUEST_APPLICATIONS:
+      return "applications";
+    case DCH_REQUEST_HELP:
+      return "help";
+    case DCH_REQUEST_ATTRIBUTES:
+      return "attributes";
     case DCH_REQUEST_DATA_SUBSCRIPTION:
       return "subscription";
     case DCH_REQUEST_STATUS_SUBSCRIPTION:
@@ -95,6 +103,10 @@ Outcome Requests::dispatch(Request* request) {
       return offline(request);
     case DCH_REQUEST_DATA:
       return data(request);
+    case DCH_REQUEST_APPLICATIONS:
+    case DCH_REQUEST_HELP:
+    case DCH_REQUEST_ATTRIBUTES:
+      return catalogue(request);
     case DCH_REQUEST_DATA_SUBSCRIPTION:
       return subscription(request);
     case DCH_REQUEST_STATUS_SUBSCRIPTION:

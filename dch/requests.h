@@ -2,6 +2,7 @@
 #ifndef DCH_REQUESTS_H
 #define DCH_REQUESTS_H
 
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -16,10 +17,11 @@
 namespace dch {
 
 struct Answer {
-  enum class Form { none, status, statusAndHandle };
+  enum class Form { none, status, statusAndHandle, text };
   Form form = Form::none;
   DCH_Status status = DCH_STATUS_OK;
   ZORA_Long handle = 0;
+  std::string text = {};
 };
 
 struct Outcome {
@@ -53,6 +55,7 @@ class Requests {
   Outcome offline(Request* request);
   Outcome unregister(Request* request);
   Outcome data(Request* request);
+  Outcome catalogue(Request* request);
   Outcome subscription(Request* request);
   Outcome statusSubscription(Request* request);
 

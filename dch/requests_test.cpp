@@ -13,6 +13,7 @@
 namespace dch {
 namespace {
 
+using testkit::catalogueMessage;
 using testkit::dataMessage;
 using testkit::hostmonRegistration;
 using testkit::offlineMessage;
@@ -248,6 +249,35 @@ TEST_F(RequestsTest, RefusesASubscriptionOnAConnectionThere) {
   EXPECT_EQ(subscriberCount("load"), 0u);
 }
 
+TEST_F(RequestsTest, AnswersCatalogueQueriesWithATextAlsoForUnknownNames) {
+  ask(registerMessage("appl:OTHER,OTH;help:Some help;group:g;attr:a,N,4,why;", "OTHER", "OTH"));
+  const auto text = [&](short code, const char* name) {
+    const Answer answer = ask(catalogueMessage(code, name));
+    EXPECT_EQ(answer.form, Form::text);
+    return answer.text;
+  };
+  EXPECT_EQ(text(DCH_REQUEST_APPLICATIONS, nullptr),
+            "HOSTMON,HMN,SOCK,load disk,0\nOTHER,OTH,NODP,g,0\n");
+  EXPECT_EQ(text(DCH_REQUEST_APPLICATIONS, "OTHER"), "OTHER,OTH,NODP,g,0\n");
+  EXPECT_EQ(text(DCH_REQUEST_ATTRIBUTES, "OTHER"), "g,a,N,4,why\n");
+  EXPECT_EQ(text(DCH_REQUEST_HELP, "OTHER"), "Some help");
+  const std::string longName(4000, 'x');
+  for (const short code : {DCH_REQUEST_APPLICATIONS, DCH_REQUEST_ATTRIBUTES, DCH_REQUEST_HELP})
+    for (const char* unknown : {"", "NONE", longName.c_str()}) EXPECT_EQ(text(code, unknown), "");
+}
+
+TEST_F(RequestsTest, RefusesMalformedCatalogueQueries) {
+  for (const short code : {DCH_REQUEST_APPLICATIONS, DCH_REQUEST_ATTRIBUTES, DCH_REQUEST_HELP}) {
+    const std::string good = catalogueMessage(code, "HOSTMON");
+    EXPECT_EQ(statusOf(good + 'x'), DCH_STATUS_MALFORMED);
+    EXPECT_EQ(statusOf(withLengthWord(good.substr(0, good.size() - 1),
+                                      static_cast<std::uint32_t>(good.size() - 1))),
+              DCH_STATUS_MALFORMED);
+  }
+  EXPECT_EQ(statusOf(catalogueMessage(DCH_REQUEST_ATTRIBUTES)), DCH_STATUS_MALFORMED);
+  EXPECT_EQ(statusOf(catalogueMessage(DCH_REQUEST_HELP)), DCH_STATUS_MALFORMED);
+}
+
 TEST_F(RequestsTest, TellsStatusSubscribersOfEachChange) {
   ask(statusSubscribeMessage());
   EXPECT_EQ(eventsOf(onlineMessage("HOSTMON", "load", "host1")), Texts{"HOSTMON,load,host1,1015"});
@@ -296,13 +326,17 @@ TEST_F(RequestsTest, NeverAnswersAnAnswer) {
     EXPECT_EQ(ask(statusAnswer(status)).form, Form::none);
     EXPECT_EQ(ask(onlineAnswer(status, 1)).form, Form::none);
   }
+  EXPECT_EQ(ask(messageOf([](DCH_MessageBuilder& message) {
+              message.addBytes(DCH_response, "text", 4);
+            })).form,
+            Form::none);
 }
 
 TEST_F(RequestsTest, RefusesUnknownRequestCodesAndMessagesWithoutOne) {
   const auto only = [](short type, const char* text) {
     return messageOf([&](DCH_MessageBuilder& message) { message.add(type, text); });
   };
-  for (const short code : {short{0}, short{0x1011}, short{0x2040}, short{-1}})
+  for (const short code : {short{0}, short{0x1011}, short{0x2041}, short{-1}})
     EXPECT_EQ(statusOf(messageOf([&](auto& message) { message.add(DCH_requestType, code); })),
               DCH_STATUS_MALFORMED);
   EXPECT_EQ(statusOf(only(DCH_sourceName, DCH_TERMINATE_TEXT)), DCH_STATUS_MALFORMED);

@@ -2,11 +2,12 @@
 
 namespace dch {
 
-Server::Server(DCHipc& endpoint, Inbox& inbox, PushSocket& pushSocket, Registry& registry,
-               const EventLog& log)
+Server::Server(DCHipc& endpoint, Inbox& inbox, PushSocket& pushSocket, PushSocket& answerSocket,
+               Registry& registry, const EventLog& log)
     : _log(log),
       _inbox(inbox),
-      _answers(endpoint, log),
+      _pacedSender(answerSocket, log),
+      _answers(endpoint, _pacedSender, log),
       _publisher(_subscriptions, pushSocket, log),
       _requests(registry, _publisher, log) {}
 

@@ -5,6 +5,7 @@
 #include "dch/answers.h"
 #include "dch/event_log.h"
 #include "dch/incoming_message.h"
+#include "dch/paced_sender.h"
 #include "dch/publisher.h"
 #include "dch/push_socket.h"
 #include "dch/registry.h"
@@ -14,11 +15,13 @@
 
 namespace dch {
 
-// Does everything on the thread that calls run(). What is passed in outlives it.
+// Does everything on the thread that calls run(), but for sending what has to be paced. What is
+// passed in outlives it.
 class Server {
  public:
-  Server(DCHipc& endpoint, Inbox& inbox, PushSocket& pushSocket, Registry& registry,
-         const EventLog& log);
+  // Rows and events leave through `pushSocket`, long answers through `answerSocket`.
+  Server(DCHipc& endpoint, Inbox& inbox, PushSocket& pushSocket, PushSocket& answerSocket,
+         Registry& registry, const EventLog& log);
 
   // Serves until the endpoint is requested to stop.
   void run();
@@ -28,6 +31,7 @@ class Server {
 
   const EventLog& _log;
   Inbox& _inbox;
+  PacedSender _pacedSender;
   Answers _answers;
   Subscriptions _subscriptions;
   Publisher _publisher;

@@ -206,6 +206,9 @@ TEST_F(ZordchdHostileTest, ServesOnAfterGoodMessagesWithSomeBytesChanged) {
                                       dataMessage(1, {{"load1", 'D', "0.42"}}),
                                       subscribeMessage("HOSTMON", "load"),
                                       statusSubscribeMessage(),
+                                      catalogueMessage(DCH_REQUEST_APPLICATIONS),
+                                      catalogueMessage(DCH_REQUEST_ATTRIBUTES, "HOSTMON"),
+                                      catalogueMessage(DCH_REQUEST_HELP, "HOSTMON"),
                                       offlineMessage(1),
                                       unregisterMessage("HOSTMON")};
   flood(6000, [&](int round) {

@@ -77,6 +77,13 @@ std::string statusSubscribeMessage(ZORA_Long wanted) {
   });
 }
 
+std::string catalogueMessage(short code, const char* application) {
+  return messageOf([&](DCH_MessageBuilder& message) {
+    message.add(DCH_requestType, code);
+    if (application != nullptr) message.add(DCH_applName, application);
+  });
+}
+
 std::string withLengthWord(std::string message, std::uint32_t length) {
   const std::uint32_t word = htonl(length);
   std::memcpy(message.data(), &word, sizeof word);
@@ -99,6 +106,14 @@ std::optional<OnlineAnswer> onlineAnswerOf(const std::string& answer) {
       !fields.readLong(DCH_handle, &result.handle) || !fields.atEnd())
     return std::nullopt;
   return result;
+}
+
+std::optional<std::string> textOf(const std::string& answer) {
+  std::string message = answer;
+  FieldReader fields(message.data(), message.size());
+  std::string_view text;
+  if (!fields.readResponse(&text) || !fields.atEnd()) return std::nullopt;
+  return std::string(text);
 }
 
 std::string eventText(const std::string& event) {
