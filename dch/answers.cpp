@@ -72,7 +72,7 @@ void Answers::send(const IncomingMessage& request, const Answer& answer) {
 bool Answers::sendStatus(const IncomingMessage& request, const Answer& answer) {
   char buffer[longestStatusBytes];
   DCH_MessageBuilder message(buffer, sizeof buffer);
-  message.add(DCH_status, ZORA_Long{answer.status});
+  message.add(DCH_status, answer.status);
   if (answer.form == Answer::Form::statusAndHandle) message.add(DCH_handle, answer.handle);
   return request.isDatagram() ? sendDatagram(request.sender, buffer, message.length())
                               : sendOnConnection(request, buffer, message.length());

@@ -1,8 +1,10 @@
 // The requests of data consumers.
 #include <optional>
+#include <utility>
 
 #include "dch/catalogue.h"
 #include "dch/requests.h"
+#include "suite/zorp.h"
 #include "zordchcl/messages.h"
 #include "zordchcl/zordchcl.h"
 
@@ -101,6 +103,55 @@ void Requests::subscribeToStatus(const PeerAddress& address) {
     const StatusEvent event = statusEvent(source.names(), DCH_REQUEST_ONLINE);
     _publisher.publishTo(statusTopic, address, event.message);
   });
+}
+
+// The parameters may hold a password: they are shown to nobody, and the program gets none of them.
+Outcome Requests::action(Request* request) {
+  FieldReader& fields = request->fields;
+  const std::size_t anyLength = request->message.received;
+  short type = 0;
+  ZORA_Long id = 0;
+  std::string_view owner, node, subnode, name, parameters;
+  if (!fields.readShort(DCH_actionType, &type) ||
+      !fields.readText(DCH_actionOwner, anyLength, &owner) ||
+      !fields.readText(DCH_sourceName, anyLength, &node) ||
+      !fields.readText(DCH_sourceName, anyLength, &subnode) ||
+      !fields.readText(DCH_actionName, anyLength, &name) || !fields.readLong(DCH_actionID, &id) ||
+      (!fields.atEnd() && !fields.readText(DCH_actionParms, anyLength, &parameters)) ||
+      !fields.atEnd())
+    return refused(*request, DCH_STATUS_MALFORMED);
+  _actions.start(name, id);
+  return {};
+}
+
+Outcome Requests::actionResults(Request* request) {
+  ZORA_Long id = 0;
+  if (!request->fields.readLong(DCH_actionID, &id) || !request->fields.atEnd())
+    return refused(*request, DCH_STATUS_MALFORMED);
+  const Actions::Result result = _actions.resultFor(request->message, id);
+  if (!result.isKnown) return {};
+  return {{Answer::Form::status, result.status, 0}, nullptr, {}};
+}
+
+Outcome Requests::deferral(Request* request) {
+  FieldReader& fields = request->fields;
+  const std::size_t anyLength = request->message.received;
+  Deferral deferral;
+  std::string_view key, table, source;
+  // Many are kept, so none may be larger than a datagram that the server reads.
+  if (anyLength > ZORP_MAX_MESSAGE_SIZE || !fields.readLong(DCH_actionID, &deferral.actionId) ||
+      !fields.readLong(DCH_peltaObject, &deferral.peltaObject) ||
+      !fields.readLong(DCH_currentTime, &deferral.currentTime) ||
+      !fields.readText(DCH_applKey, anyLength, &key) ||
+      !fields.readText(DCH_tableName, anyLength, &table) ||
+      !fields.readText(DCH_sourceName, anyLength, &source) || !fields.atEnd())
+    return refused(*request, DCH_STATUS_MALFORMED);
+  deferral.applKey = key;
+  deferral.tableName = table;
+  deferral.sourceName = source;
+  _log.write("deferred: %s", deferral.text().c_str());
+  _deferrals.add(std::move(deferral));
+  return {};
 }
 
 }  // namespace dch

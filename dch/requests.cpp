@@ -54,17 +54,31 @@ const char* nameOfRequest(short code) {
       return "subscription";
     case DCH_REQUEST_STATUS_SUBSCRIPTION:
       return "status subscription";
+    case DCH_REQUEST_ACTION:
+      return "action";
+    case DCH_REQUEST_ACTION_RESULTS:
+      return "action results";
+    case DCH_REQUEST_DEFER_REPORT:
+      return "deferral";
     default:
       return "unknown request";
   }
 }
 
-// A subscription over datagrams has no answer: its sender would take it for what it waits for.
+// These requests have no answer. Over datagrams their sender would take one for something else that
+// it waits for.
 Answer::Form formOfAnswer(short code, bool isDatagram) {
   if (code == DCH_REQUEST_ONLINE) return Answer::Form::statusAndHandle;
-  const bool isSubscription =
-      code == DCH_REQUEST_DATA_SUBSCRIPTION || code == DCH_REQUEST_STATUS_SUBSCRIPTION;
-  if (isSubscription && isDatagram) return Answer::Form::none;
+  switch (code) {
+    case DCH_REQUEST_DATA_SUBSCRIPTION:
+    case DCH_REQUEST_STATUS_SUBSCRIPTION:
+    case DCH_REQUEST_ACTION:
+    case DCH_REQUEST_DEFER_REPORT:
+      if (isDatagram) return Answer::Form::none;
+      break;
+    default:
+      break;
+  }
   return Answer::Form::status;
 }
 
@@ -111,6 +125,12 @@ Outcome Requests::dispatch(Request* request) {
       return subscription(request);
     case DCH_REQUEST_STATUS_SUBSCRIPTION:
       return statusSubscription(request);
+    case DCH_REQUEST_ACTION:
+      return action(request);
+    case DCH_REQUEST_ACTION_RESULTS:
+      return actionResults(request);
+    case DCH_REQUEST_DEFER_REPORT:
+      return deferral(request);
     default:
       return refused(*request, DCH_STATUS_MALFORMED);
   }

@@ -6,6 +6,8 @@
 #include <string_view>
 #include <vector>
 
+#include "dch/actions.h"
+#include "dch/deferrals.h"
 #include "dch/event_log.h"
 #include "dch/field_reader.h"
 #include "dch/incoming_message.h"
@@ -19,7 +21,7 @@ namespace dch {
 struct Answer {
   enum class Form { none, status, statusAndHandle, text };
   Form form = Form::none;
-  DCH_Status status = DCH_STATUS_OK;
+  ZORA_Long status = DCH_STATUS_OK;  // a DCH_Status, or the result of an action
   ZORA_Long handle = 0;
   std::string text = {};
 };
@@ -36,8 +38,13 @@ struct Outcome {
 // Reads requests, applies them and says what to answer. It sends no answers itself. One thread.
 class Requests {
  public:
-  Requests(Registry& registry, Publisher& publisher, const EventLog& log)
-      : _registry(registry), _publisher(publisher), _log(log) {}
+  Requests(Registry& registry, Publisher& publisher, Actions& actions, Deferrals& deferrals,
+           const EventLog& log)
+      : _registry(registry),
+        _publisher(publisher),
+        _actions(actions),
+        _deferrals(deferrals),
+        _log(log) {}
 
   // Handles a message of a client, whatever is in it; the message is left as it was received.
   Outcome handle(const IncomingMessage& message);
@@ -58,6 +65,9 @@ class Requests {
   Outcome catalogue(Request* request);
   Outcome subscription(Request* request);
   Outcome statusSubscription(Request* request);
+  Outcome action(Request* request);
+  Outcome actionResults(Request* request);
+  Outcome deferral(Request* request);
 
   DCH_Status checkAttributes(FieldReader* fields, const AttributeGroup& group);
   void subscribe(std::string_view application, std::string_view group, const PeerAddress& address);
@@ -74,6 +84,8 @@ class Requests {
 
   Registry& _registry;
   Publisher& _publisher;
+  Actions& _actions;
+  Deferrals& _deferrals;
   const EventLog& _log;
 };
 

@@ -13,8 +13,11 @@
 namespace dch {
 namespace {
 
+using testkit::actionMessage;
+using testkit::actionResultsMessage;
 using testkit::catalogueMessage;
 using testkit::dataMessage;
+using testkit::deferralMessage;
 using testkit::hostmonRegistration;
 using testkit::offlineMessage;
 using testkit::onlineMessage;
@@ -62,7 +65,7 @@ class RequestsTest : public ::testing::Test {
     return handle(bytes, connection).answer;
   }
 
-  DCH_Status statusOf(const std::string& bytes) {
+  ZORA_Long statusOf(const std::string& bytes) {
     const Answer answer = ask(bytes);
     EXPECT_EQ(answer.form, Form::status);
     return answer.status;
@@ -99,7 +102,10 @@ class RequestsTest : public ::testing::Test {
   Subscriptions _subscriptions;
   Publisher _publisher{_subscriptions, _socket, _log};
   std::unique_ptr<Registry> _registry;
-  Requests _requests{*_registry, _publisher, _log};
+  ActionList _actionList{{"succeed", {"/bin/true"}}, {"last", {"/bin/sleep", "1000"}}};
+  Actions _actions{_actionList, _log};
+  Deferrals _deferrals;
+  Requests _requests{*_registry, _publisher, _actions, _deferrals, _log};
   std::unique_ptr<char[]> _received;
 };
 
@@ -276,6 +282,49 @@ TEST_F(RequestsTest, RefusesMalformedCatalogueQueries) {
   }
   EXPECT_EQ(statusOf(catalogueMessage(DCH_REQUEST_ATTRIBUTES)), DCH_STATUS_MALFORMED);
   EXPECT_EQ(statusOf(catalogueMessage(DCH_REQUEST_HELP)), DCH_STATUS_MALFORMED);
+}
+
+TEST_F(RequestsTest, StartsAnActionAndLetsConsumersWaitForIt) {
+  EXPECT_EQ(ask(actionMessage("last", 1)).form, Form::none);
+  EXPECT_EQ(ask(actionMessage("none", 2, "parameters")).form, Form::none);
+  EXPECT_EQ(ask(actionResultsMessage(1)).form, Form::none) << "it runs";
+  EXPECT_EQ(statusOf(actionResultsMessage(2)), DCH_STATUS_UNKNOWN_ACTION);
+}
+
+TEST_F(RequestsTest, DoesNotAnswerOrCarryOutAMalformedAction) {
+  const std::string good = actionMessage("last", 1, "parameters");
+  for (std::size_t length = 5; length < good.size(); ++length) {
+    const std::string cut = good.substr(0, length);
+    // It is also whole without its parameters.
+    if (length == actionMessage("last", 1).size()) continue;
+    const auto word = static_cast<std::uint32_t>(length);
+    const Answer answer = ask(withLengthWord(cut, word));
+    EXPECT_TRUE(answer.form == Form::none || answer.status == DCH_STATUS_MALFORMED) << length;
+  }
+  EXPECT_EQ(ask(good + 'x').form, Form::none);
+  EXPECT_EQ(ask(good + 'x', 5).status, DCH_STATUS_MALFORMED) << "on a connection";
+  EXPECT_EQ(statusOf(actionResultsMessage(1)), DCH_STATUS_UNKNOWN_ACTION);
+}
+
+TEST_F(RequestsTest, RefusesMalformedQuestionsForResults) {
+  EXPECT_EQ(statusOf(actionResultsMessage(1) + 'x'), DCH_STATUS_MALFORMED);
+  EXPECT_EQ(statusOf(catalogueMessage(DCH_REQUEST_ACTION_RESULTS, "1")), DCH_STATUS_MALFORMED);
+}
+
+TEST_F(RequestsTest, KeepsDeferralsWithoutAnAnswer) {
+  EXPECT_EQ(ask(deferralMessage(5)).form, Form::none);
+  ASSERT_EQ(_deferrals.kept().size(), 1u);
+  EXPECT_EQ(_deferrals.kept().front().text(),
+            "action 5, reference 0x00001234, time 1700, key HMN, table TABLE, source host1");
+}
+
+TEST_F(RequestsTest, DoesNotAnswerOrKeepAMalformedDeferral) {
+  const std::string good = deferralMessage(5);
+  for (const std::string& bad :
+       {good + 'x', good.substr(0, good.size() - 1), withLengthWord(good, 12),
+        deferralMessage(5, std::string(4096, 'x'))})
+    EXPECT_EQ(ask(bad).form, Form::none);
+  EXPECT_TRUE(_deferrals.kept().empty());
 }
 
 TEST_F(RequestsTest, TellsStatusSubscribersOfEachChange) {

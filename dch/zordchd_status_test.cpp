@@ -2,12 +2,14 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <cstdlib>
 #include <set>
 
 #include "dch/testkit/clients.h"
 #include "dch/testkit/messages.h"
 #include "dch/testkit/server_process.h"
 #include "zordchcl/status.h"
+#include "zordchcl/zordchcl.h"
 
 namespace dch::testkit {
 namespace {
@@ -95,6 +97,23 @@ TEST_F(ZordchdStatusTest, DropsASubscriberThatIsGoneAndServesTheOthers) {
   registerHostmon();
   EXPECT_EQ(nextEvent(&living), "HOSTMON,,,1010");
   EXPECT_EQ(nextEvent(&living), "HOSTMON,,,1010");
+}
+
+TEST_F(ZordchdStatusTest, TellsTheLibrary) {
+  setenv("ZORA_DCH_ADDR", "127.0.0.1", 1);
+  setenv("ZORA_DCH_PORT", std::to_string(_server.port()).c_str(), 1);
+  DCH_api_init();
+  const ZORA_Long handle = goOnline("load");
+  void* const subscription = dc_waitForDPStatusInitialize();
+  ASSERT_NE(subscription, nullptr);
+  EXPECT_STREQ(dc_waitForDPStatus(subscription), "HOSTMON,load,host1,4117");
+  _provider.ask(offlineMessage(handle));
+  EXPECT_STREQ(dc_waitForDPStatus(subscription), "HOSTMON,load,host1,4133");
+  _provider.ask(unregisterMessage("HOSTMON"));
+  EXPECT_STREQ(dc_waitForDPStatus(subscription), "HOSTMON,,,4128");
+  EXPECT_EQ(dc_waitForDPStatusDestroy(subscription), 0);
+  EXPECT_TRUE(_server.waitForError("withdrew "));
+  DCH_api_destroy();
 }
 
 TEST_F(ZordchdStatusTest, ASubscriberThatDoesNotReadHoldsUpNobody) {

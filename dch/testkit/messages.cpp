@@ -84,6 +84,37 @@ std::string catalogueMessage(short code, const char* application) {
   });
 }
 
+std::string actionMessage(const std::string& action, ZORA_Long id, const char* parameters) {
+  return messageOf([&](DCH_MessageBuilder& message) {
+    message.add(DCH_requestType, short{DCH_REQUEST_ACTION})
+        .add(DCH_actionType, short{1})
+        .add(DCH_actionOwner, "owner")
+        .add(DCH_sourceName, "node")
+        .add(DCH_sourceName, "subnode")
+        .add(DCH_actionName, action.c_str())
+        .add(DCH_actionID, id);
+    if (parameters != nullptr) message.add(DCH_actionParms, parameters);
+  });
+}
+
+std::string actionResultsMessage(ZORA_Long id) {
+  return messageOf([&](DCH_MessageBuilder& message) {
+    message.add(DCH_requestType, short{DCH_REQUEST_ACTION_RESULTS}).add(DCH_actionID, id);
+  });
+}
+
+std::string deferralMessage(ZORA_Long actionId, const std::string& table) {
+  return messageOf([&](DCH_MessageBuilder& message) {
+    message.add(DCH_requestType, short{DCH_REQUEST_DEFER_REPORT})
+        .add(DCH_actionID, actionId)
+        .add(DCH_peltaObject, ZORA_Long{0x1234})
+        .add(DCH_currentTime, ZORA_Long{1700})
+        .add(DCH_applKey, "HMN")
+        .add(DCH_tableName, table.c_str())
+        .add(DCH_sourceName, "host1");
+  });
+}
+
 std::string withLengthWord(std::string message, std::uint32_t length) {
   const std::uint32_t word = htonl(length);
   std::memcpy(message.data(), &word, sizeof word);

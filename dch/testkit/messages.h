@@ -35,6 +35,11 @@ std::string withdrawMessage(const std::string& application, const std::string& g
 std::string statusSubscribeMessage(ZORA_Long wanted = 1);
 // Asks about an application, or about all with a null name; `code` is a DCH_RequestCode.
 std::string catalogueMessage(short code, const char* application = nullptr);
+// The parameters are left out when they are null.
+std::string actionMessage(const std::string& action, ZORA_Long id,
+                          const char* parameters = nullptr);
+std::string actionResultsMessage(ZORA_Long id);
+std::string deferralMessage(ZORA_Long actionId, const std::string& table = "TABLE");
 
 // The same message with another length word.
 std::string withLengthWord(std::string message, std::uint32_t length);
