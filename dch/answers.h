@@ -6,24 +6,29 @@
 
 #include "dch/event_log.h"
 #include "dch/incoming_message.h"
+#include "dch/paced_sender.h"
 #include "dch/requests.h"
 #include "zordipc/zordipc.h"
 
 namespace dch {
 
 // An answer that cannot be sent at once is dropped and counted: a client that does not read holds
-// up nobody else. One thread.
+// up nobody else. One of several datagrams goes to the paced sender. One thread.
 class Answers {
  public:
-  Answers(DCHipc& endpoint, const EventLog& log) : _endpoint(endpoint), _log(log) {}
+  Answers(DCHipc& endpoint, PacedSender& pacedSender, const EventLog& log)
+      : _endpoint(endpoint), _pacedSender(pacedSender), _log(log) {}
 
   void send(const IncomingMessage& request, const Answer& answer);
 
  private:
+  bool sendStatus(const IncomingMessage& request, const Answer& answer);
+  bool sendText(const IncomingMessage& request, const std::string& text);
   bool sendDatagram(const PeerAddress& receiver, char* message, ZORA_Long length);
   bool sendOnConnection(const IncomingMessage& request, char* message, ZORA_Long length);
 
   DCHipc& _endpoint;
+  PacedSender& _pacedSender;
   const EventLog& _log;
   std::uint64_t _dropped = 0;
 };

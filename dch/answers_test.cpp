@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <string>
 
+#include "dch/testkit/clients.h"
 #include "dch/testkit/messages.h"
 
 namespace dch {
@@ -74,7 +75,7 @@ class Connection {
   }
 
   std::string receive() const {
-    char buffer[64];
+    char buffer[65536];
     const ssize_t count = recv(_client, buffer, sizeof buffer, 0);
     return {buffer, static_cast<std::size_t>(std::max<ssize_t>(count, 0))};
   }
@@ -97,7 +98,9 @@ class AnswersTest : public ::testing::Test {
 
   const EventLog _log{false};
   RecordingEndpoint _endpoint;
-  Answers _answers{_endpoint, _log};
+  PushSocket _socket{in_addr{htonl(INADDR_LOOPBACK)}};
+  PacedSender _pacedSender{_socket, _log, std::chrono::milliseconds(1)};
+  Answers _answers{_endpoint, _pacedSender, _log};
 };
 
 TEST_F(AnswersTest, GoesBackToTheSenderOfADatagram) {
@@ -140,6 +143,51 @@ TEST_F(AnswersTest, IsDroppedWhenTheConnectionIsClosed) {
   request.connection = 1'000'000;
   _answers.send(request, {Form::status, DCH_STATUS_OK, 0});
   EXPECT_EQ(_endpoint.writes, 0);
+}
+
+Answer textAnswer(std::size_t length) {
+  return {Form::text, DCH_STATUS_OK, 0, std::string(length, 'x')};
+}
+
+// The longest text whose answer is one datagram.
+constexpr std::size_t oneDatagramText = 8192 - 4 - 6;
+
+TEST_F(AnswersTest, SendsATextOfOneDatagramFromTheEndpoint) {
+  IncomingMessage request;
+  for (const std::size_t length : {std::size_t{0}, std::size_t{1}, oneDatagramText}) {
+    _answers.send(request, textAnswer(length));
+    EXPECT_EQ(testkit::textOf(_endpoint.lastMessage), std::string(length, 'x'));
+  }
+  EXPECT_EQ(_endpoint.writes, 3);
+}
+
+TEST_F(AnswersTest, PacesALongerTextAsideTheEndpoint) {
+  testkit::UdpClient client(9);
+  IncomingMessage request;
+  request.sender = client.address();
+  _answers.send(request, textAnswer(oneDatagramText + 1));
+  const std::string first = client.receive().value_or("");
+  EXPECT_EQ(first.size(), 8192u);
+  EXPECT_EQ(testkit::textOf(first + client.receive().value_or("")),
+            std::string(oneDatagramText + 1, 'x'));
+  EXPECT_EQ(_endpoint.writes, 0);
+}
+
+TEST_F(AnswersTest, SendsATextOnAConnectionInOnePiece) {
+  const Connection connection;
+  _answers.send(requestOn(connection), textAnswer(100'000));
+  std::string received;
+  while (received.size() < 100'010) received += connection.receive();
+  EXPECT_EQ(testkit::textOf(received), std::string(100'000, 'x'));
+}
+
+TEST_F(AnswersTest, ShutsAConnectionDownThatDoesNotTakeAllOfAText) {
+  const Connection connection;
+  connection.fill();
+  _answers.send(requestOn(connection), textAnswer(100'000));
+  // The end comes behind what the client had not read.
+  while (!connection.receive().empty()) {
+  }
 }
 
 }  // namespace

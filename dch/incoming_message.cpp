@@ -12,8 +12,18 @@ constexpr std::string_view readyText = "IPC-SERVER_READY";
 constexpr std::string_view disconnectText = "DP-DISCONNECT";
 constexpr std::string_view resendText = "RESEND_MESSAGE";
 constexpr std::string_view stopText = "SERVER_STOP";
+constexpr std::string_view endOfProgramText = "PROGRAM_ENDED";
+constexpr std::string_view reportText = "REPORT_WANTED";
 
 constexpr int retrySeconds = 1;
+
+// Without a sender's name, as no client can send it. Queueing from a second thread is sound: it is
+// all done under the queue's lock.
+void putNotice(DCHipc& endpoint, std::string_view text) {
+  const sockaddr_in nobody{};
+  endpoint.ipc_put_data(static_cast<ZORA_Long>(text.size()), text.data(), &nobody, sizeof nobody,
+                        nullptr, 0);
+}
 
 }  // namespace
 
@@ -23,6 +33,8 @@ Notice noticeOf(const IncomingMessage& message) {
     if (message.hasSenderName) return Notice::none;
     if (text == readyText) return Notice::ready;
     if (text == stopText) return Notice::stopRequested;
+    if (text == endOfProgramText) return Notice::programEnded;
+    if (text == reportText) return Notice::reportWanted;
     return Notice::none;
   }
   if (text == disconnectText && !message.hasSenderName) return Notice::disconnected;
@@ -72,11 +84,15 @@ std::size_t Inbox::lengthOfLastMessage() {
 }
 
 void requestStop(DCHipc& endpoint) {
-  // Without a sender's name, as no client can send it. Queueing from a second thread is sound: it
-  // is all done under the queue's lock.
-  const sockaddr_in nobody{};
-  endpoint.ipc_put_data(static_cast<ZORA_Long>(stopText.size()), stopText.data(), &nobody,
-                        sizeof nobody, nullptr, 0);
+  putNotice(endpoint, stopText);
+}
+
+void announceEndOfProgram(DCHipc& endpoint) {
+  putNotice(endpoint, endOfProgramText);
+}
+
+void requestReport(DCHipc& endpoint) {
+  putNotice(endpoint, reportText);
 }
 
 }  // namespace dch

@@ -28,6 +28,8 @@ enum class Notice {
   disconnected,   // the peer of a stream connection is gone, and the connection is closed
   brokenMessage,  // what came on a stream connection was no whole message
   stopRequested,  // requestStop was called
+  programEnded,   // announceEndOfProgram was called
+  reportWanted,   // requestReport was called
 };
 
 // Tells a notice from a client's message that has the same text. The sender's name decides: clients
@@ -54,9 +56,11 @@ class Inbox {
   ZORA_Long _bufferSize = 0;
 };
 
-// Puts a notice behind the messages that wait, so that those are still handled. Any thread; waits
-// while the queue is full.
+// These put a notice behind the messages that wait, so that those are still handled. Any thread;
+// they wait while the queue is full.
 void requestStop(DCHipc& endpoint);
+void announceEndOfProgram(DCHipc& endpoint);
+void requestReport(DCHipc& endpoint);
 
 }  // namespace dch
 

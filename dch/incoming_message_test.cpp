@@ -70,6 +70,14 @@ TEST(InboxTest, PutsAStopBehindTheMessagesThatWait) {
   EXPECT_EQ(noticeOf(inbox.receive()), Notice::stopRequested);
 }
 
+TEST(InboxTest, GetsTheNoticesOfTheThreadThatTakesSignals) {
+  Inbox inbox(endpoint());
+  announceEndOfProgram(endpoint());
+  requestReport(endpoint());
+  EXPECT_EQ(noticeOf(inbox.receive()), Notice::programEnded);
+  EXPECT_EQ(noticeOf(inbox.receive()), Notice::reportWanted);
+}
+
 TEST(NoticeTest, KnowsTheNoticesOfTheEndpoint) {
   EXPECT_EQ(noticeFor("IPC-SERVER_READY", nullptr, 0), Notice::ready);
   EXPECT_EQ(noticeFor("DP-DISCONNECT", nullptr, 5), Notice::disconnected);
@@ -77,7 +85,8 @@ TEST(NoticeTest, KnowsTheNoticesOfTheEndpoint) {
 }
 
 TEST(NoticeTest, TakesNoDatagramForANotice) {
-  for (const char* text : {"IPC-SERVER_READY", "DP-DISCONNECT", "RESEND_MESSAGE", "SERVER_STOP"})
+  for (const char* text : {"IPC-SERVER_READY", "DP-DISCONNECT", "RESEND_MESSAGE", "SERVER_STOP",
+                           "PROGRAM_ENDED", "REPORT_WANTED"})
     EXPECT_EQ(noticeFor(text, clientName, 0), Notice::none) << text;
 }
 

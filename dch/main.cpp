@@ -1,6 +1,7 @@
 // zordchd: the suite's data-collection server.
 #include <arpa/inet.h>
 #include <fcntl.h>
+#include <sysexits.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -12,6 +13,7 @@
 #include <string>
 #include <thread>
 
+#include "dch/action_list.h"
 #include "dch/event_log.h"
 #include "dch/free_port.h"
 #include "dch/memory_registry.h"
@@ -32,12 +34,11 @@ void keepStandardDescriptorsOpen() {
   close(descriptor);
 }
 
-// Blocked before there is a second thread, the two signals wait for the thread that takes them.
-sigset_t blockStopSignals() {
+// Blocked before there is a second thread, the signals wait for the thread that takes them.
+sigset_t blockSignals() {
   sigset_t signals;
   sigemptyset(&signals);
-  sigaddset(&signals, SIGTERM);
-  sigaddset(&signals, SIGINT);
+  for (const int signal : {SIGTERM, SIGINT, SIGCHLD, SIGUSR1}) sigaddset(&signals, signal);
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   return signals;
 }
@@ -75,20 +76,35 @@ ipcSock& openEndpoint() {
 }
 
 // On a thread of its own, which uses nothing that ends before the process does.
-void stopOnSignal(ipcSock& endpoint, const sigset_t& signals, const dch::EventLog& log) {
+void takeSignals(ipcSock& endpoint, const sigset_t& signals, const dch::EventLog& log) {
   std::thread([&endpoint, signals, log] {
-    int signal = 0;
-    sigwait(&signals, &signal);
-    log.write("stopping on signal %d", signal);
-    dch::requestStop(endpoint);
+    for (;;) {
+      int signal = 0;
+      sigwait(&signals, &signal);
+      switch (signal) {
+        case SIGCHLD:
+          dch::announceEndOfProgram(endpoint);
+          break;
+        case SIGUSR1:
+          dch::requestReport(endpoint);
+          break;
+        default:
+          log.write("stopping on signal %d", signal);
+          dch::requestStop(endpoint);
+          return;
+      }
+    }
   }).detach();
 }
 
 // The address and port that the endpoint serves, once it does; nothing when it is stopped before.
 std::optional<dch::PeerAddress> waitUntilReady(dch::Inbox& inbox) {
-  const dch::IncomingMessage first = inbox.receive();
-  if (dch::noticeOf(first) != dch::Notice::ready) return std::nullopt;
-  return first.sender;
+  for (;;) {
+    const dch::IncomingMessage message = inbox.receive();
+    const dch::Notice notice = dch::noticeOf(message);
+    if (notice == dch::Notice::ready) return message.sender;
+    if (notice == dch::Notice::stopRequested) return std::nullopt;
+  }
 }
 
 void announce(const dch::PeerAddress& served) {
@@ -100,17 +116,18 @@ void announce(const dch::PeerAddress& served) {
   std::fflush(stdout);
 }
 
-void serve(const dch::Options& options, const sigset_t& stopSignals) {
+void serve(const dch::Options& options, const dch::ActionList& actions, const sigset_t& signals) {
   const dch::EventLog log(options.verbose);
   ipcSock& endpoint = openEndpoint();
-  stopOnSignal(endpoint, stopSignals, log);
+  takeSignals(endpoint, signals, log);
   dch::Inbox inbox(endpoint);
   const std::optional<dch::PeerAddress> served = waitUntilReady(inbox);
   if (!served) return;
   // Only now, so that it does not take the very port that the endpoint is to have.
   dch::PushSocket pushSocket(in_addr{served->address});
+  dch::PushSocket answerSocket(in_addr{served->address});
   dch::MemoryRegistry registry;
-  dch::Server server(endpoint, inbox, pushSocket, registry, log);
+  dch::Server server(endpoint, inbox, pushSocket, answerSocket, registry, actions, log);
   announce(*served);
   server.run();
 }
@@ -122,12 +139,19 @@ int main(int argc, char** argv) {
   dch::Options options;
   if (const auto exitStatus = dch::readOptions(argc, argv, &options)) return *exitStatus;
   std::signal(SIGPIPE, SIG_IGN);
-  const sigset_t stopSignals = blockStopSignals();
+  // A parent that ignored it would leave the server without the results of its programs.
+  std::signal(SIGCHLD, SIG_DFL);
+  const sigset_t signals = blockSignals();
   try {
+    dch::ActionList actions;
+    if (options.actionsFile) actions = dch::readActionList(*options.actionsFile);
     applyOptions(options);
     // The library would only tell an error number.
     dch::PushSocket{addressToBind()};
-    serve(options, stopSignals);
+    serve(options, actions, signals);
+  } catch (const dch::ActionListError& error) {
+    std::fprintf(stderr, "zordchd: %s\n", error.what());
+    return EX_CONFIG;
   } catch (const std::exception& error) {
     std::fprintf(stderr, "zordchd: %s\n", error.what());
     return EXIT_FAILURE;

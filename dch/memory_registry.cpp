@@ -1,5 +1,6 @@
 #include "dch/memory_registry.h"
 
+#include <algorithm>
 #include <new>
 #include <utility>
 
@@ -38,6 +39,7 @@ DCH_Status whenMemoryLasts(Change change) {
 DCH_Status MemoryRegistry::registerApplication(const suite::Registration& registration) {
   return whenMemoryLasts([&] {
     TextMap<AttributeGroup> groups = groupsOf(registration);
+    suite::Registration kept = registration;
     auto known = _applications.find(registration.applName);
     if (known == _applications.end()) {
       if (_applications.size() >= _limits.applications) return DCH_STATUS_NOT_STORED;
@@ -45,6 +47,7 @@ DCH_Status MemoryRegistry::registerApplication(const suite::Registration& regist
     }
     Application& application = known->second;
     application.groups.swap(groups);
+    std::swap(application.registration, kept);
     for (Source* source : application.sources) {
       if (source->group == nullptr) continue;
       const auto group = application.groups.find(source->groupName);
@@ -60,10 +63,12 @@ DCH_Status MemoryRegistry::unregisterApplication(std::string_view name) {
     return DCH_STATUS_UNKNOWN_APPLICATION;
   Application& application = known->second;
   for (Source* source : application.sources) source->group = nullptr;
-  if (application.sources.empty())
+  if (application.sources.empty()) {
     _applications.erase(known);
-  else
+  } else {
     application.groups.clear();
+    application.registration = {};
+  }
   return DCH_STATUS_OK;
 }
 
@@ -99,6 +104,45 @@ const OnlineSource* MemoryRegistry::findOnline(ZORA_Long handle) const {
   return source != nullptr && source->group != nullptr ? source : nullptr;
 }
 
+RegisteredApplication MemoryRegistry::Application::description() const {
+  const auto online = std::count_if(sources.begin(), sources.end(),
+                                    [](const Source* source) { return source->group != nullptr; });
+  return {&registration, static_cast<std::size_t>(online)};
+}
+
+std::optional<RegisteredApplication> MemoryRegistry::findApplication(std::string_view name) const {
+  const auto known = _applications.find(name);
+  if (known == _applications.end() || !known->second.isRegistered()) return std::nullopt;
+  return known->second.description();
+}
+
+std::vector<RegisteredApplication> MemoryRegistry::applications() const {
+  std::vector<RegisteredApplication> all;
+  for (const auto& [name, application] : _applications)
+    if (application.isRegistered()) all.push_back(application.description());
+  std::sort(all.begin(), all.end(), [](const auto& left, const auto& right) {
+    return left.registration->applName < right.registration->applName;
+  });
+  return all;
+}
+
+bool MemoryRegistry::isOnline(const SourceNames& names) const {
+  const auto given = _handles.find(joinNames(names.application, names.group, names.source));
+  return given != _handles.end() && findOnline(given->second) != nullptr;
+}
+
+void MemoryRegistry::visitOnline(const SourceVisitor& visitor) const {
+  for (const auto& source : _sources)
+    if (source->group != nullptr) visitor(*source);
+}
+
+void MemoryRegistry::visitOnline(std::string_view application, const SourceVisitor& visitor) const {
+  const auto known = _applications.find(application);
+  if (known == _applications.end()) return;
+  for (const Source* source : known->second.sources)
+    if (source->group != nullptr) visitor(*source);
+}
+
 MemoryRegistry::Source* MemoryRegistry::find(ZORA_Long handle) const {
   if (handle < 1 || static_cast<std::size_t>(handle) > _sources.size()) return nullptr;
   return _sources[static_cast<std::size_t>(handle) - 1].get();
@@ -114,6 +158,7 @@ ZORA_Long MemoryRegistry::addSource(Application* application, const SourceNames&
   reserveOneMore(&application->sources);
   reserveOneMore(&_sources);
   const auto handle = static_cast<ZORA_Long>(_sources.size() + 1);
+  source->handle = handle;
   _handles.emplace(joinNames(names.application, names.group, names.source), handle);
   application->sources.push_back(source.get());
   _sources.push_back(std::move(source));

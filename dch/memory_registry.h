@@ -28,6 +28,11 @@ class MemoryRegistry : public Registry {
   // Keeps nothing: subscribers are the only readers of rows, and they have been sent them.
   DCH_Status storeRow(const OnlineSource& source, std::string_view message) override;
   const OnlineSource* findOnline(ZORA_Long handle) const override;
+  std::optional<RegisteredApplication> findApplication(std::string_view name) const override;
+  std::vector<RegisteredApplication> applications() const override;
+  bool isOnline(const SourceNames& names) const override;
+  void visitOnline(const SourceVisitor& visitor) const override;
+  void visitOnline(std::string_view application, const SourceVisitor& visitor) const override;
 
  private:
   // A source is on line while its `group` is set.
@@ -35,7 +40,9 @@ class MemoryRegistry : public Registry {
 
   struct Application {
     bool isRegistered() const { return !groups.empty(); }
+    RegisteredApplication description() const;
 
+    suite::Registration registration;
     TextMap<AttributeGroup> groups;
     std::vector<Source*> sources;  // also those that are off line
   };

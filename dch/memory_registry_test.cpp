@@ -33,6 +33,19 @@ class MemoryRegistryTest : public testing::Test {
     return handle;
   }
 
+  std::vector<ZORA_Long> online() const {
+    std::vector<ZORA_Long> handles;
+    _registry.visitOnline([&](const OnlineSource& source) { handles.push_back(source.handle); });
+    return handles;
+  }
+
+  std::vector<ZORA_Long> onlineOf(std::string_view application) const {
+    std::vector<ZORA_Long> handles;
+    _registry.visitOnline(application,
+                          [&](const OnlineSource& source) { handles.push_back(source.handle); });
+    return handles;
+  }
+
   bool isOnline(ZORA_Long handle) const { return _registry.findOnline(handle) != nullptr; }
 
   MemoryRegistry _registry;
@@ -125,6 +138,28 @@ TEST_F(MemoryRegistryTest, UnregisteringTakesItsSourcesOffLineAndForgetsTheAppli
   EXPECT_EQ(_registry.unregisterApplication("HOSTMON"), DCH_STATUS_UNKNOWN_APPLICATION);
   ZORA_Long again = 0;
   EXPECT_EQ(_registry.goOnline(loadOfHost1, &again), DCH_STATUS_UNKNOWN_APPLICATION);
+}
+
+TEST_F(MemoryRegistryTest, TellsWhetherASourceIsOnLine) {
+  EXPECT_FALSE(_registry.isOnline(loadOfHost1));
+  const ZORA_Long handle = goOnline(loadOfHost1);
+  EXPECT_TRUE(_registry.isOnline(loadOfHost1));
+  EXPECT_FALSE(_registry.isOnline(diskOfHost1));
+  _registry.goOffline(handle);
+  EXPECT_FALSE(_registry.isOnline(loadOfHost1));
+}
+
+TEST_F(MemoryRegistryTest, VisitsTheSourcesThatAreOnLineAndThoseOfOneApplication) {
+  registerText("appl:OTHER,OTH;group:g;attr:a,N,4;");
+  const ZORA_Long load = goOnline(loadOfHost1);
+  const ZORA_Long disk = goOnline(diskOfHost1);
+  const ZORA_Long other = goOnline({"OTHER", "g", "s"});
+  EXPECT_EQ(online(), (std::vector{load, disk, other}));
+  EXPECT_EQ(onlineOf("HOSTMON"), (std::vector{load, disk}));
+  EXPECT_EQ(onlineOf("NONE"), std::vector<ZORA_Long>());
+  _registry.goOffline(load);
+  EXPECT_EQ(online(), (std::vector{disk, other}));
+  EXPECT_EQ(onlineOf("HOSTMON"), (std::vector{disk}));
 }
 
 TEST(MemoryRegistryLimitsTest, DoesNotStoreMoreThanItsLimitsAndStillServesWhatItHas) {

@@ -35,15 +35,22 @@ std::string checkInstance(const std::string& text) {
 
 constexpr char description[] =
     "Data-collection server: takes rows from data providers and passes them on to consumers.\n"
-    "Runs until SIGTERM or SIGINT.";
+    "Runs until SIGTERM or SIGINT. On SIGUSR1 it prints its applications, their numbers of "
+    "sources\n"
+    "on line and the report requests that were deferred on standard error.";
 
 constexpr char notes[] =
     "Without --port it serves port ZORA_DCH_PORT, else product setting 22, else 1919.\n"
     "Without --bind it serves address ZOR0_BIND_ADDR, else 127.0.0.1.\n"
     "A named instance whose port is 1919 takes the first free candidate port instead.\n"
     "\n"
+    "A file for --actions has a line 'NAME PROGRAM [ARGUMENT...]' for each action: a name that\n"
+    "consumers use, the absolute path of a program and its arguments, split at blanks. No shell\n"
+    "sees them. A word that starts with # starts a comment. Other actions are not carried out.\n"
+    "\n"
     "Exit status: 0 after a signal to stop, 1 when it cannot serve, 64 after a wrong command "
-    "line.\n"
+    "line,\n"
+    "78 after a wrong file of actions.\n"
     "\n"
     "Example, a server for the programs of this machine that tells what it does:\n"
     "  zordchd --port 1919 --verbose";
@@ -65,6 +72,9 @@ std::optional<int> readOptions(int argc, const char* const* argv, Options* optio
   app.add_option("--instance", options->instance, "Run as a named instance, up to 20 characters")
       ->type_name("NAME")
       ->check(checkInstance);
+  app.add_option("--actions", options->actionsFile,
+                 "Let consumers start the programs that this file lists")
+      ->type_name("FILE");
   app.add_flag("--verbose", options->verbose, "Tell each event on standard error");
   try {
     app.parse(argc, argv);

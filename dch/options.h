@@ -11,6 +11,7 @@ struct Options {
   std::optional<int> port;  // 0: any free one
   std::optional<std::string> bindAddress;
   std::optional<std::string> instance;
+  std::optional<std::string> actionsFile;
   bool verbose = false;
 };
 

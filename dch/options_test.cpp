@@ -19,18 +19,20 @@ TEST(OptionsTest, LeavesEverythingOpenWithoutArguments) {
   EXPECT_EQ(options.port, std::nullopt);
   EXPECT_EQ(options.bindAddress, std::nullopt);
   EXPECT_EQ(options.instance, std::nullopt);
+  EXPECT_EQ(options.actionsFile, std::nullopt);
   EXPECT_FALSE(options.verbose);
 }
 
 TEST(OptionsTest, TakesEachOption) {
   Options options;
   EXPECT_EQ(read({"--port", "65535", "--bind", "0.0.0.0", "--instance", "12345678901234567890",
-                  "--verbose"},
+                  "--actions", "actions.conf", "--verbose"},
                  &options),
             std::nullopt);
   EXPECT_EQ(options.port, 65535);
   EXPECT_EQ(options.bindAddress, "0.0.0.0");
   EXPECT_EQ(options.instance, "12345678901234567890");
+  EXPECT_EQ(options.actionsFile, "actions.conf");
   EXPECT_TRUE(options.verbose);
 }
 

@@ -16,12 +16,27 @@ bool Publisher::withdraw(std::string_view topic, const PeerAddress& subscriber) 
   return _subscriptions.remove(topic, subscriber);
 }
 
+bool Publisher::hasSubscribers(std::string_view topic) const {
+  return _subscriptions.find(topic) != nullptr;
+}
+
 void Publisher::publish(std::string_view topic, std::string_view message) {
   Subscribers* const subscribers = _subscriptions.find(topic);
   if (subscribers == nullptr) return;
   for (auto& [address, subscriber] : *subscribers)
     if (!_socket.send(message, address, &_gone)) countLostRow(address, &subscriber);
   // Only now: dropping a subscriber changes what the loop above walks through.
+  _socket.collectGone(&_gone);
+  dropGone();
+}
+
+void Publisher::publishTo(std::string_view topic, const PeerAddress& address,
+                          std::string_view message) {
+  Subscribers* const subscribers = _subscriptions.find(topic);
+  if (subscribers == nullptr) return;
+  const auto subscriber = subscribers->find(address);
+  if (subscriber == subscribers->end()) return;
+  if (!_socket.send(message, address, &_gone)) countLostRow(address, &subscriber->second);
   _socket.collectGone(&_gone);
   dropGone();
 }

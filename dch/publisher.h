@@ -24,8 +24,13 @@ class Publisher {
   // Returns whether there was such a subscription.
   bool withdraw(std::string_view topic, const PeerAddress& subscriber);
 
+  bool hasSubscribers(std::string_view topic) const;
+
   // Sends the message to every subscriber of the topic.
   void publish(std::string_view topic, std::string_view message);
+
+  // Sends the message to one subscriber of the topic.
+  void publishTo(std::string_view topic, const PeerAddress& subscriber, std::string_view message);
 
  private:
   void countLostRow(const PeerAddress& address, Subscriber* subscriber);

@@ -54,6 +54,25 @@ TEST_F(PublisherTest, SendsNothingAfterASubscriptionIsWithdrawn) {
   EXPECT_EQ(subscriber.receive(), "later");
 }
 
+TEST_F(PublisherTest, SendsToOneSubscriberOfATopicAlone) {
+  UdpClient first(noServer), second(noServer);
+  _publisher.subscribe("load", first.address());
+  _publisher.subscribe("load", second.address());
+  _publisher.publishTo("load", first.address(), "for the first");
+  _publisher.publishTo("disk", second.address(), "not subscribed");
+  _publisher.publish("load", "later");
+  EXPECT_EQ(first.receive(), "for the first");
+  EXPECT_EQ(second.receive(), "later");
+}
+
+TEST_F(PublisherTest, DropsASubscriberThatIsGoneWhenItAloneIsSentSomething) {
+  const PeerAddress gone = goneClient();
+  _publisher.subscribe("load", gone);
+  EXPECT_TRUE(_publisher.hasSubscribers("load"));
+  _publisher.publishTo("load", gone, "row");
+  EXPECT_FALSE(_publisher.hasSubscribers("load"));
+}
+
 TEST_F(PublisherTest, DropsEverySubscriptionOfASubscriberThatIsGoneAndServesTheOthers) {
   CaptureStderr();
   UdpClient living(noServer);

@@ -1,4 +1,4 @@
-// push_socket.h: the socket from which rows go to subscribers.
+// push_socket.h: a socket that pushes rows to subscribers and long answers to clients.
 #ifndef DCH_PUSH_SOCKET_H
 #define DCH_PUSH_SOCKET_H
 
@@ -16,7 +16,7 @@ namespace dch {
 // up no request. One thread.
 class PushSocket {
  public:
-  // Largest message it takes: one datagram. A message of several would have to be paced.
+  // Largest message it takes: one datagram. Those of a longer message have to be paced.
   static constexpr std::size_t maxMessageBytes = 8192;
 
   // Binds to a free port of `address`. Throws std::system_error.

@@ -4,8 +4,11 @@
 #ifndef DCH_REGISTRY_H
 #define DCH_REGISTRY_H
 
+#include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "dch/text_map.h"
 #include "suite/registration.h"
@@ -30,20 +33,31 @@ struct SourceNames {
 
 // A source that may send rows.
 struct OnlineSource {
+  ZORA_Long handle = 0;
   std::string application;
   std::string groupName;
   std::string source;
   std::string topic;  // what its rows are published under: topicOf(application, groupName)
   const AttributeGroup* group = nullptr;
+
+  SourceNames names() const { return {application, groupName, source}; }
 };
+
+struct RegisteredApplication {
+  const suite::Registration* registration = nullptr;  // valid until the next change
+  std::size_t sourcesOnline = 0;
+};
+
+using SourceVisitor = std::function<void(const OnlineSource&)>;
 
 // The key of (application, group).
 inline std::string topicOf(std::string_view application, std::string_view group) {
   return joinNames(application, group);
 }
 
-// Operations answer the status for the client. One that changes something and fails has changed
-// nothing; DCH_STATUS_NOT_STORED when the change could not be kept. None throws. One thread.
+// Operations that change something answer the status for the client. One that fails has changed
+// nothing; DCH_STATUS_NOT_STORED when the change could not be kept. None of them throws; queries
+// may throw std::bad_alloc. One thread.
 class Registry {
  public:
   virtual ~Registry() = default;
@@ -66,6 +80,19 @@ class Registry {
 
   // The source with this handle, null when it is not on line. Valid until the next change.
   virtual const OnlineSource* findOnline(ZORA_Long handle) const = 0;
+
+  // Nothing when no application of this name is registered.
+  virtual std::optional<RegisteredApplication> findApplication(std::string_view name) const = 0;
+
+  // All of them, sorted by name.
+  virtual std::vector<RegisteredApplication> applications() const = 0;
+
+  virtual bool isOnline(const SourceNames& names) const = 0;
+
+  // Calls the visitor, which changes nothing, for every source that is on line, or for those of one
+  // application. What the visitor throws comes through.
+  virtual void visitOnline(const SourceVisitor& visitor) const = 0;
+  virtual void visitOnline(std::string_view application, const SourceVisitor& visitor) const = 0;
 };
 
 }  // namespace dch

@@ -1,6 +1,7 @@
 #include "dch/requests.h"
 
 #include <new>
+#include <utility>
 
 #include "suite/zorp.h"
 #include "zordchcl/messages.h"
@@ -23,6 +24,8 @@ bool lengthWordIsRight(const IncomingMessage& message) {
 // Whether the message is what this server itself answers. Such a message is never answered: two
 // servers that are made to believe that the other one asked would never stop.
 bool isAnswer(const IncomingMessage& message) {
+  std::string_view text;
+  if (FieldReader(message.bytes, message.received).readResponse(&text)) return true;
   FieldReader fields(message.bytes, message.received);
   ZORA_Long value;
   if (!fields.readLong(DCH_status, &value)) return false;
@@ -41,22 +44,46 @@ const char* nameOfRequest(short code) {
       return "offline";
     case DCH_REQUEST_DATA:
       return "data";
+    case DCH_REQUEST_APPLICATIONS:
+      return "applications";
+    case DCH_REQUEST_HELP:
+      return "help";
+    case DCH_REQUEST_ATTRIBUTES:
+      return "attributes";
     case DCH_REQUEST_DATA_SUBSCRIPTION:
       return "subscription";
+    case DCH_REQUEST_STATUS_SUBSCRIPTION:
+      return "status subscription";
+    case DCH_REQUEST_ACTION:
+      return "action";
+    case DCH_REQUEST_ACTION_RESULTS:
+      return "action results";
+    case DCH_REQUEST_DEFER_REPORT:
+      return "deferral";
     default:
       return "unknown request";
   }
 }
 
-// A subscription over datagrams has no answer: its sender would take it for data.
+// These requests have no answer. Over datagrams their sender would take one for something else that
+// it waits for.
 Answer::Form formOfAnswer(short code, bool isDatagram) {
   if (code == DCH_REQUEST_ONLINE) return Answer::Form::statusAndHandle;
-  if (code == DCH_REQUEST_DATA_SUBSCRIPTION && isDatagram) return Answer::Form::none;
+  switch (code) {
+    case DCH_REQUEST_DATA_SUBSCRIPTION:
+    case DCH_REQUEST_STATUS_SUBSCRIPTION:
+    case DCH_REQUEST_ACTION:
+    case DCH_REQUEST_DEFER_REPORT:
+      if (isDatagram) return Answer::Form::none;
+      break;
+    default:
+      break;
+  }
   return Answer::Form::status;
 }
 
-Outcome done(Answer::Form form = Answer::Form::status) {
-  return {{form, DCH_STATUS_OK, 0}};
+Outcome done(std::vector<StatusEvent> statusEvents = {}) {
+  return {{Answer::Form::status, DCH_STATUS_OK, 0}, nullptr, std::move(statusEvents)};
 }
 
 }  // namespace
@@ -90,8 +117,20 @@ Outcome Requests::dispatch(Request* request) {
       return offline(request);
     case DCH_REQUEST_DATA:
       return data(request);
+    case DCH_REQUEST_APPLICATIONS:
+    case DCH_REQUEST_HELP:
+    case DCH_REQUEST_ATTRIBUTES:
+      return catalogue(request);
     case DCH_REQUEST_DATA_SUBSCRIPTION:
       return subscription(request);
+    case DCH_REQUEST_STATUS_SUBSCRIPTION:
+      return statusSubscription(request);
+    case DCH_REQUEST_ACTION:
+      return action(request);
+    case DCH_REQUEST_ACTION_RESULTS:
+      return actionResults(request);
+    case DCH_REQUEST_DEFER_REPORT:
+      return deferral(request);
     default:
       return refused(*request, DCH_STATUS_MALFORMED);
   }
@@ -112,53 +151,60 @@ Outcome Requests::registration(Request* request) {
     return refused(*request, DCH_STATUS_MALFORMED, error);
   if (parsed.applName != name || parsed.applKey != key)
     return refused(*request, DCH_STATUS_MALFORMED, "its text names another application");
+  std::vector<StatusEvent> events = eventsOf(name, request->code);
+  addEvent(&events, {name, {}, {}}, request->code);
   const DCH_Status status = _registry.registerApplication(parsed);
   if (status != DCH_STATUS_OK) return refused(*request, status);
   _log.write("registered %s (key %s, type %s, %zu group(s))", parsed.applName.c_str(),
              parsed.applKey.c_str(), parsed.type.c_str(), parsed.groups.size());
-  return done();
+  std::erase_if(events, [&](const StatusEvent& event) {
+    return _registry.findOnline(event.handle) != nullptr;
+  });
+  return done(std::move(events));
 }
 
 Outcome Requests::online(Request* request) {
-  ZORA_Long handle = 0;
-  const DCH_Status status = goOnline(request, &handle);
-  if (status != DCH_STATUS_OK) return refused(*request, status);
-  return {{Answer::Form::statusAndHandle, DCH_STATUS_OK, handle}};
-}
-
-DCH_Status Requests::goOnline(Request* request, ZORA_Long* handle) {
   FieldReader& fields = request->fields;
   SourceNames names;
   if (!fields.readText(DCH_applName, DCH_MAX_APPL_NAME, &names.application) ||
       !fields.readText(DCH_attrGroup, DCH_MAX_ATTR_GROUP, &names.group) ||
       !fields.readText(DCH_sourceName, DCH_MAX_SOURCE_NAME, &names.source) || !fields.atEnd())
-    return DCH_STATUS_MALFORMED;
-  const DCH_Status status = _registry.goOnline(names, handle);
-  if (status == DCH_STATUS_OK)
-    _log.write("on line: %s %s %s, handle %d", printable(names.application).c_str(),
-               printable(names.group).c_str(), printable(names.source).c_str(),
-               static_cast<int>(*handle));
-  return status;
+    return refused(*request, DCH_STATUS_MALFORMED);
+  Outcome outcome;
+  if (!_registry.isOnline(names)) addEvent(&outcome.statusEvents, names, request->code);
+  ZORA_Long handle = 0;
+  const DCH_Status status = _registry.goOnline(names, &handle);
+  if (status != DCH_STATUS_OK) return refused(*request, status);
+  _log.write("on line: %s %s %s, handle %d", printable(names.application).c_str(),
+             printable(names.group).c_str(), printable(names.source).c_str(),
+             static_cast<int>(handle));
+  outcome.answer = {Answer::Form::statusAndHandle, DCH_STATUS_OK, handle};
+  return outcome;
 }
 
 Outcome Requests::offline(Request* request) {
   ZORA_Long handle = 0;
   if (!request->fields.readLong(DCH_handle, &handle) || !request->fields.atEnd())
     return refused(*request, DCH_STATUS_MALFORMED);
+  std::vector<StatusEvent> events;
+  const OnlineSource* const source = _registry.findOnline(handle);
+  if (source != nullptr) addEvent(&events, source->names(), request->code);
   const DCH_Status status = _registry.goOffline(handle);
   if (status != DCH_STATUS_OK) return refused(*request, status);
   _log.write("off line: handle %d", static_cast<int>(handle));
-  return done();
+  return done(std::move(events));
 }
 
 Outcome Requests::unregister(Request* request) {
   std::string_view name;
   if (!request->fields.readText(DCH_applName, DCH_MAX_APPL_NAME, &name) || !request->fields.atEnd())
     return refused(*request, DCH_STATUS_MALFORMED);
+  std::vector<StatusEvent> events = eventsOf(name, request->code);
+  addEvent(&events, {name, {}, {}}, request->code);
   const DCH_Status status = _registry.unregisterApplication(name);
   if (status != DCH_STATUS_OK) return refused(*request, status);
   _log.write("unregistered %s", printable(name).c_str());
-  return done();
+  return done(std::move(events));
 }
 
 Outcome Requests::data(Request* request) {
@@ -194,38 +240,18 @@ DCH_Status Requests::checkAttributes(FieldReader* fields, const AttributeGroup& 
   return DCH_STATUS_OK;
 }
 
-Outcome Requests::subscription(Request* request) {
-  FieldReader& fields = request->fields;
-  std::string_view application, group;
-  ZORA_Long wanted = 0;
-  if (!fields.readText(DCH_applName, DCH_MAX_APPL_NAME, &application) ||
-      !fields.readText(DCH_attrGroup, DCH_MAX_ATTR_GROUP, &group) ||
-      !fields.readLong(DCH_status, &wanted) || !fields.atEnd() ||
-      (wanted != DCH_SUBSCRIPTION_START && wanted != DCH_SUBSCRIPTION_STOP))
-    return refused(*request, DCH_STATUS_MALFORMED);
-  // Rows are pushed as datagrams, and a connection has no address for those.
-  if (!request->message.isDatagram())
-    return refused(*request, DCH_STATUS_MALFORMED, "a subscription has to be a datagram");
-  if (wanted == DCH_SUBSCRIPTION_START)
-    subscribe(application, group, request->message.sender);
-  else
-    withdraw(application, group, request->message.sender);
-  return done(Answer::Form::none);
+std::vector<StatusEvent> Requests::eventsOf(std::string_view application, short code) const {
+  std::vector<StatusEvent> events;
+  if (!_publisher.hasSubscribers(statusTopic)) return events;
+  _registry.visitOnline(application, [&](const OnlineSource& source) {
+    events.push_back(statusEvent(source.names(), code, source.handle));
+  });
+  return events;
 }
 
-void Requests::subscribe(std::string_view application, std::string_view group,
-                         const PeerAddress& address) {
-  const bool hasRoom =
-      _publisher.subscribe(topicOf(application, group), address) != Subscriptions::Added::noRoom;
-  _log.write("%s %s to %s %s", hasRoom ? "subscribed" : "no room to subscribe",
-             address.text().data(), printable(application).c_str(), printable(group).c_str());
-}
-
-void Requests::withdraw(std::string_view application, std::string_view group,
-                        const PeerAddress& address) {
-  const bool existed = _publisher.withdraw(topicOf(application, group), address);
-  _log.write("%s %s from %s %s", existed ? "withdrew" : "nothing to withdraw for",
-             address.text().data(), printable(application).c_str(), printable(group).c_str());
+void Requests::addEvent(std::vector<StatusEvent>* events, const SourceNames& names,
+                        short code) const {
+  if (_publisher.hasSubscribers(statusTopic)) events->push_back(statusEvent(names, code));
 }
 
 Outcome Requests::refused(const Request& request, DCH_Status status, std::string_view reason) {
@@ -234,7 +260,7 @@ Outcome Requests::refused(const Request& request, DCH_Status status, std::string
              static_cast<unsigned>(static_cast<unsigned short>(request.code)),
              request.message.sender.text().data(), static_cast<int>(status), DCH_statusText(status),
              separator, static_cast<int>(reason.size()), reason.data());
-  return {{formOfAnswer(request.code, request.message.isDatagram()), status, 0}};
+  return {{formOfAnswer(request.code, request.message.isDatagram()), status, 0}, nullptr, {}};
 }
 
 }  // namespace dch

@@ -1,14 +1,22 @@
 #include "dch/server.h"
 
+#include <cstdio>
+#include <new>
+
+#include "dch/state_report.h"
+
 namespace dch {
 
-Server::Server(DCHipc& endpoint, Inbox& inbox, PushSocket& pushSocket, Registry& registry,
-               const EventLog& log)
+Server::Server(DCHipc& endpoint, Inbox& inbox, PushSocket& pushSocket, PushSocket& answerSocket,
+               Registry& registry, const ActionList& actionList, const EventLog& log)
     : _log(log),
       _inbox(inbox),
-      _answers(endpoint, log),
+      _registry(registry),
+      _pacedSender(answerSocket, log),
+      _answers(endpoint, _pacedSender, log),
       _publisher(_subscriptions, pushSocket, log),
-      _requests(registry, _publisher, log) {}
+      _actions(actionList, log),
+      _requests(registry, _publisher, _actions, _deferrals, log) {}
 
 void Server::run() {
   for (;;) {
@@ -26,6 +34,14 @@ void Server::run() {
         _log.write("broken message from %s", message.sender.text().data());
         _answers.send(message, {Answer::Form::status, DCH_STATUS_MALFORMED, 0});
         break;
+      case Notice::programEnded:
+        _actions.collect([this](const IncomingMessage& waiter, ZORA_Long status) {
+          _answers.send(waiter, {Answer::Form::status, status, 0});
+        });
+        break;
+      case Notice::reportWanted:
+        report();
+        break;
       case Notice::stopRequested:
         return;
     }
@@ -36,6 +52,18 @@ void Server::handleMessage(const IncomingMessage& message) {
   const Outcome outcome = _requests.handle(message);
   _answers.send(message, outcome.answer);
   if (outcome.source != nullptr) _publisher.publish(outcome.source->topic, message.text());
+  for (const StatusEvent& event : outcome.statusEvents)
+    _publisher.publish(statusTopic, event.message);
+}
+
+// Also without --verbose: it was asked for.
+void Server::report() const {
+  try {
+    const std::string text = stateReport(_registry, _deferrals);
+    std::fwrite(text.data(), 1, text.size(), stderr);
+  } catch (const std::bad_alloc&) {
+    _log.write("no memory for the report");
+  }
 }
 
 }  // namespace dch

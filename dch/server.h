@@ -2,9 +2,13 @@
 #ifndef DCH_SERVER_H
 #define DCH_SERVER_H
 
+#include "dch/action_list.h"
+#include "dch/actions.h"
 #include "dch/answers.h"
+#include "dch/deferrals.h"
 #include "dch/event_log.h"
 #include "dch/incoming_message.h"
+#include "dch/paced_sender.h"
 #include "dch/publisher.h"
 #include "dch/push_socket.h"
 #include "dch/registry.h"
@@ -14,23 +18,30 @@
 
 namespace dch {
 
-// Does everything on the thread that calls run(). What is passed in outlives it.
+// Does everything on the thread that calls run(), but for sending what has to be paced. What is
+// passed in outlives it.
 class Server {
  public:
-  Server(DCHipc& endpoint, Inbox& inbox, PushSocket& pushSocket, Registry& registry,
-         const EventLog& log);
+  // Rows and events leave through `pushSocket`, long answers through `answerSocket`.
+  Server(DCHipc& endpoint, Inbox& inbox, PushSocket& pushSocket, PushSocket& answerSocket,
+         Registry& registry, const ActionList& actionList, const EventLog& log);
 
   // Serves until the endpoint is requested to stop.
   void run();
 
  private:
   void handleMessage(const IncomingMessage& message);
+  void report() const;
 
   const EventLog& _log;
   Inbox& _inbox;
+  Registry& _registry;
+  PacedSender _pacedSender;
   Answers _answers;
   Subscriptions _subscriptions;
   Publisher _publisher;
+  Actions _actions;
+  Deferrals _deferrals;
   Requests _requests;
 };
 

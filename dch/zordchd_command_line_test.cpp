@@ -20,7 +20,7 @@ TEST(ZordchdCommandLineTest, PrintsHelpWithAnExample) {
   for (const char* option : {"-h", "--help"}) {
     const RunResult result = runServer({option});
     EXPECT_EQ(result.exitStatus, 0);
-    for (const char* text : {"--port", "--bind", "--instance", "--verbose", "Example"})
+    for (const char* text : {"--port", "--bind", "--instance", "--actions", "--verbose", "Example"})
       EXPECT_THAT(result.standardOutput, HasSubstr(text));
     EXPECT_EQ(result.standardError, "");
   }

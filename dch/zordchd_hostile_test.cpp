@@ -146,7 +146,8 @@ TEST_F(ZordchdHostileTest, RefusesRowsWhoseAttributesDoNotFit) {
 }
 
 TEST_F(ZordchdHostileTest, TakesNoDatagramForANotice) {
-  for (const char* notice : {"IPC-SERVER_READY", "DP-DISCONNECT", "RESEND_MESSAGE", "SERVER_STOP"})
+  for (const char* notice : {"IPC-SERVER_READY", "DP-DISCONNECT", "RESEND_MESSAGE", "SERVER_STOP",
+                             "PROGRAM_ENDED", "REPORT_WANTED"})
     expectMalformed(notice);
   EXPECT_TRUE(saidReadyOnce());
 }
@@ -205,6 +206,13 @@ TEST_F(ZordchdHostileTest, ServesOnAfterGoodMessagesWithSomeBytesChanged) {
                                       onlineMessage("HOSTMON", "load", "host1"),
                                       dataMessage(1, {{"load1", 'D', "0.42"}}),
                                       subscribeMessage("HOSTMON", "load"),
+                                      statusSubscribeMessage(),
+                                      actionMessage("action", 1, "parameters"),
+                                      actionResultsMessage(1),
+                                      deferralMessage(1),
+                                      catalogueMessage(DCH_REQUEST_APPLICATIONS),
+                                      catalogueMessage(DCH_REQUEST_ATTRIBUTES, "HOSTMON"),
+                                      catalogueMessage(DCH_REQUEST_HELP, "HOSTMON"),
                                       offlineMessage(1),
                                       unregisterMessage("HOSTMON")};
   flood(6000, [&](int round) {

@@ -1,23 +1,8 @@
-#include <csv.h>
-
+#include "tools/common/csv_field.h"
 #include "tools/row_writer.h"
 
 namespace tools {
 namespace {
-
-// Quoted only where a reader needs it: an empty text would read as left out, blanks at the ends as
-// nothing.
-bool needsQuotes(const std::string& text) {
-  return text.empty() || text.find_first_of(",\"\r\n") != std::string::npos ||
-         text.front() == ' ' || text.back() == ' ' || text.front() == '\t' || text.back() == '\t';
-}
-
-std::string csvField(const std::string& text) {
-  if (!needsQuotes(text)) return text;
-  std::string field(2 * text.size() + 2, '\0');  // if each character were a quote
-  field.resize(csv_write(field.data(), field.size(), text.data(), text.size()));
-  return field;
-}
 
 class CsvWriter : public RowWriter {
  public:

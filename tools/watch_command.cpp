@@ -4,14 +4,11 @@
 #include <sysexits.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <clocale>
 #include <csignal>
-#include <cstdio>
-#include <cstring>
 #include <iostream>
 
-#include "tools/common/failure.h"
+#include "tools/common/output.h"
 #include "tools/common/transport_check.h"
 #include "tools/data_wait.h"
 #include "tools/row_writer.h"
@@ -36,15 +33,6 @@ std::optional<DataWait::Clock::duration> quietLimit(const WatchOptions& options)
   if (!options.timeoutSeconds) return std::nullopt;
   return std::chrono::duration_cast<DataWait::Clock::duration>(
       std::chrono::duration<double>(*options.timeoutSeconds));
-}
-
-// Returns false when nobody reads the output any more.
-bool print(const std::string& lines) {
-  if (std::fwrite(lines.data(), 1, lines.size(), stdout) == lines.size() &&
-      std::fflush(stdout) == 0)
-    return true;
-  if (errno == EPIPE) return false;
-  throw Failure(EX_IOERR, std::string("cannot write the output: ") + strerror(errno));
 }
 
 std::optional<PushedRow> readMessage(std::span<char> message) {
@@ -75,7 +63,7 @@ int watch(const WatchOptions& options) {
     if (!row) continue;
     wait.rowCame();
     ++rows;
-    if (!print(writer->format(formatTime(std::chrono::system_clock::now()), *row))) break;
+    if (!printLines(writer->format(formatTime(std::chrono::system_clock::now()), *row))) break;
   }
   return EX_OK;
 }

@@ -1,21 +1,23 @@
 // zordc: acts as a data consumer on the command line.
+#include "tools/action_command.h"
+#include "tools/catalogue_command.h"
 #include "tools/common/command_line.h"
+#include "tools/status_command.h"
 #include "tools/watch_command.h"
 #include "zordchcl/zordchcl.h"
 
 namespace {
 
 constexpr char footer[] =
-    "Example:\n"
+    "Examples:\n"
+    "  zordc apps\n"
     "  zordc watch HOSTMON load\n"
     "\n"
     "The DCH is found through ZORA_DCH_ADDR (local host) and ZORA_DCH_PORT (1919).\n"
     "\n"
-    "Exit status: 0 after --count rows, a signal, or when nobody reads the output any more, 64 "
-    "wrong\n"
-    "command line, 69 the DCH cannot be reached, 74 the output cannot be written, 75 no row came "
-    "for\n"
-    "--timeout seconds.";
+    "Exit status: 0 done, after a signal, or when nobody reads the output any more, 1 an action's\n"
+    "result is not 0, 64 wrong command line, 66 the DCH knows no such thing, 69 the DCH cannot be\n"
+    "reached, 74 the output cannot be written, 75 a wait ran out, 76 a wait for status failed.";
 
 constexpr char watchFooter[] =
     "Examples:\n"
@@ -35,34 +37,152 @@ constexpr char watchFooter[] =
     "until\n"
     "Ctrl-C, or until --timeout ends it. The exit statuses are in zordc --help.";
 
-}  // namespace
+constexpr char appsFooter[] =
+    "Examples:\n"
+    "  zordc apps\n"
+    "  zordc apps HOSTMON --format jsonl";
 
-int main(int argc, char** argv) {
-  CLI::App app("Shows the rows of data that come to the DCH.", "zordc");
-  tools::setUpCommandLine(app, footer);
+constexpr char attrsFooter[] =
+    "Example:\n"
+    "  zordc attrs HOSTMON --format csv";
 
-  tools::WatchOptions options;
-  CLI::App* watch = app.add_subcommand("watch", "Print every row of an attribute group");
-  watch->footer(watchFooter);
-  watch->add_option("APPL", options.appl, "Name of the application")
-      ->required()
+constexpr char helpFooter[] =
+    "Example:\n"
+    "  zordc help HOSTMON";
+
+constexpr char statusFooter[] =
+    "Example:\n"
+    "  zordc status --format jsonl\n"
+    "\n"
+    "First every source that is on line is told of, then every change. Group and source are empty\n"
+    "where an application as a whole is meant.";
+
+constexpr char actFooter[] =
+    "Example:\n"
+    "  zordc act restart --node hostA --subnode hostA:HMN00 --owner me --wait\n"
+    "\n"
+    "The action's ID is printed, and with --wait its result; the DCH's answer for an action that "
+    "it\n"
+    "does not have is 106. Everyone on this machine can see --parms in the list of processes.";
+
+constexpr char deferFooter[] =
+    "Example:\n"
+    "  zordc defer --id 42 --key HMN --table LOAD --source hostA";
+
+using Run = std::function<int()>;
+
+CLI::Option* addApplication(CLI::App* command, std::string* appl) {
+  return command->add_option("APPL", *appl, "Name of the application")
       ->type_name("")
       ->check(tools::nameOfAtMost(DCH_MAX_APPL_NAME));
-  watch->add_option("GROUP", options.group, "Attribute group")
+}
+
+void addFormat(CLI::App* command, std::string* format) {
+  command->add_option("-F,--format", *format, "Format: table (the default), csv or jsonl")
+      ->type_name("FORMAT")
+      ->check(tools::oneOf({"table", "csv", "jsonl"}));
+}
+
+template <class Count>
+void addCount(CLI::App* command, Count* count, const char* description) {
+  command->add_option("-C,--count", *count, description)
+      ->type_name("N")
+      ->check(tools::positiveNumber());
+}
+
+// Adds a subcommand that makes `run` the job of the tool.
+CLI::App* addCommand(CLI::App* app, const char* name, const char* description,
+                     const char* footerText, Run* job, Run run) {
+  CLI::App* const command = app->add_subcommand(name, description);
+  command->footer(footerText);
+  command->callback([job, run] { *job = run; });
+  return command;
+}
+
+void addWatch(CLI::App* app, tools::WatchOptions* options, Run* job) {
+  CLI::App* const watch = addCommand(app, "watch", "Print every row of an attribute group",
+                                     watchFooter, job, [=] { return tools::watch(*options); });
+  addApplication(watch, &options->appl)->required();
+  watch->add_option("GROUP", options->group, "Attribute group")
       ->required()
       ->type_name("")
       ->check(tools::nameOfAtMost(DCH_MAX_ATTR_GROUP));
-  watch
-      ->add_option("-F,--format", options.format,
-                   "Format of the rows: table (the default), csv or jsonl")
-      ->type_name("FORMAT")
-      ->check(tools::oneOf({"table", "csv", "jsonl"}));
-  watch->add_option("-C,--count", options.count, "End after N rows")
-      ->type_name("N")
-      ->check(tools::positiveNumber());
-  watch->add_option("-W,--timeout", options.timeoutSeconds, "End when no row came for S seconds")
+  addFormat(watch, &options->format);
+  addCount(watch, &options->count, "End after N rows");
+  watch->add_option("-W,--timeout", options->timeoutSeconds, "End when no row came for S seconds")
       ->type_name("S")
       ->check(tools::positiveNumber());
+}
 
-  return tools::runTool(app, argc, argv, [&] { return tools::watch(options); });
+void addCatalogue(CLI::App* app, tools::CatalogueOptions* options, Run* job) {
+  CLI::App* const apps =
+      addCommand(app, "apps", "List the applications, or one of them", appsFooter, job,
+                 [=] { return tools::showApplications(*options); });
+  addApplication(apps, &options->appl);
+  addFormat(apps, &options->format);
+  CLI::App* const attrs =
+      addCommand(app, "attrs", "List the attributes of an application", attrsFooter, job,
+                 [=] { return tools::showAttributes(*options); });
+  addApplication(attrs, &options->appl)->required();
+  addFormat(attrs, &options->format);
+  CLI::App* const help = addCommand(app, "help", "Print the help text of an application",
+                                    helpFooter, job, [=] { return tools::showHelp(*options); });
+  addApplication(help, &options->appl)->required();
+  for (CLI::App* const command : {apps, attrs, help})
+    command->add_option("-W,--timeout", options->waitSeconds, "Wait S seconds for the answer (30)")
+        ->type_name("S")
+        ->check(CLI::Range(1, 32767));
+}
+
+void addStatus(CLI::App* app, tools::StatusOptions* options, Run* job) {
+  CLI::App* const status =
+      addCommand(app, "status", "Print every change of provider status", statusFooter, job,
+                 [=] { return tools::followStatus(*options); });
+  addFormat(status, &options->format);
+  addCount(status, &options->count, "End after N changes");
+}
+
+void addAct(CLI::App* app, tools::ActionOptions* options, Run* job) {
+  CLI::App* const act = addCommand(app, "act", "Ask for an action", actFooter, job,
+                                   [=] { return tools::act(*options); });
+  act->add_option("NAME", options->name, "Name of the action")->required()->type_name("");
+  act->add_option("--node", options->node, "Node to act on")->required()->type_name("N");
+  act->add_option("--subnode", options->subnode, "Subnode to act on")->required()->type_name("S");
+  act->add_option("--owner", options->owner, "Who asks")->required()->type_name("O");
+  act->add_option("--type", options->type, "Type of the action (0)")
+      ->type_name("T")
+      ->check(CLI::Range(-32768, 32767));
+  act->add_option("--parms", options->parms, "Parameters")->type_name("TEXT");
+  act->add_option("--id", options->id, "ID of the action (made up)")->type_name("N");
+  act->add_flag("--wait", options->waits, "Wait for the result and print it");
+}
+
+void addDefer(CLI::App* app, tools::DeferralOptions* options, Run* job) {
+  CLI::App* const defer = addCommand(app, "defer", "Ask for the deferral of a report request",
+                                     deferFooter, job, [=] { return tools::defer(*options); });
+  defer->add_option("--id", options->actionId, "ID of the action")->required()->type_name("N");
+  defer->add_option("--key", options->applKey, "Application key")->required()->type_name("KEY");
+  defer->add_option("--table", options->table, "Table")->required()->type_name("TABLE");
+  defer->add_option("--source", options->source, "Source")->required()->type_name("NAME");
+  defer->add_option("--time", options->time, "Seconds since 1970 (now)")->type_name("N");
+  defer->add_option("--object", options->object, "Reference that is passed on (0)")->type_name("N");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app("Shows what the DCH has, and asks it for actions.", "zordc");
+  tools::setUpCommandLine(app, footer);
+  Run job;
+  tools::WatchOptions watchOptions;
+  tools::CatalogueOptions catalogueOptions;
+  tools::StatusOptions statusOptions;
+  tools::ActionOptions actionOptions;
+  tools::DeferralOptions deferralOptions;
+  addWatch(&app, &watchOptions, &job);
+  addCatalogue(&app, &catalogueOptions, &job);
+  addStatus(&app, &statusOptions, &job);
+  addAct(&app, &actionOptions, &job);
+  addDefer(&app, &deferralOptions, &job);
+  return tools::runTool(app, argc, argv, [&] { return job(); });
 }

@@ -63,6 +63,45 @@ void ZORA_SetInstanceName(const char* name);
 /* The instance name, which may be empty. The library's own buffer: do not free or write it. */
 char* ZORA_GetInstanceName(void);
 
+/* Limits of the names below, in characters without the terminating zero. */
+enum { ZORA_MAX_SUBNODE_NAME = 32, ZORA_MAX_UNTOUCHED_NAME = 70, ZORA_APPL_KEY_LENGTH = 3 };
+
+/* Builds the subnode name "srcName:applNameRR", with "_subnodeSuffix" behind it when that is not
+ * null, and cuts the source name from its left end so that the name has at most 32 characters.
+ *
+ * `applName` is expected to be the 3-character application key and `RR` to have 2 characters: RR
+ * counts as 2 whatever its length, so a longer one makes the name longer than the limit by as much.
+ * Of `srcName` and `attrGroup` the first 32 characters count. `subnodeName` has room for
+ * ZORA_MAX_SUBNODE_NAME characters, those by which RR is longer than 2, and the zero.
+ *
+ * Where `subnodeNameUntouched` is not null it has room for ZORA_MAX_UNTOUCHED_NAME characters and
+ * the zero, and receives "srcName:applNameattrGroupRR" with the source name as it was given.
+ *
+ * Returns 0, or 1 when the untouched name would be too long, or when no cut of the source name
+ * makes the subnode name short enough; `subnodeName` is then not written. Any thread may call. */
+int ZORA_SetSubnodeName(const char* applName, const char* attrGroup, const char* srcName,
+                        const char* RR, char* subnodeName, char* subnodeNameUntouched,
+                        const char* subnodeSuffix);
+
+/* The source name in a subnode name (of which the first 70 characters count): the text before the
+ * first colon, at most 32 characters of it; colons in front are skipped. Null when the name is
+ * null, has no colon or has nothing but colons. The result is a static buffer that the next call,
+ * from any thread, overwrites. */
+char* ZORA_GetSrcNameFromSubNodeName(const char* subnodeName);
+
+/* Writes the application key of a subnode name (of which the first 32 characters count), the 3
+ * characters behind the first colon, and a zero to `applKey`, which has room for 4. Returns 0, or 1
+ * when an argument is null, the name has no colon, or nothing stands behind it. A name of nothing
+ * but colons gives 0 and leaves `applKey` as it was. Any thread may call. */
+int ZORA_GetApplKeyFromSubNodeName(const char* subnodeName, char* applKey);
+
+/* The checksum of an attribute-group definition as decimal text: the low 16 bits of its CRC-32. The
+ * result is a static buffer that the next call, from any thread, overwrites. */
+char* ZORA_ComputeChecksumOnAttrGroup(const char* attrGroup);
+
+/* Puts a blank in place of every , : ; ' and " in `text`. Any thread may call on its own text. */
+void ZORA_validateHelpText(char* text);
+
 #ifdef __cplusplus
 }
 #endif

@@ -16,6 +16,8 @@
 
 constexpr int DCH_MESSAGE_BUFFER_SIZE = 4096;
 
+struct DCH_CatalogueQuery;
+
 // An object is used by one thread at a time, but for dc_waitOnDataCancel, which another thread
 // calls while dc_waitOnData waits.
 class DCHclient {
@@ -49,6 +51,27 @@ class DCHclient {
   ZORA_Long dc_waitOnDataCancel();
   ZORA_Long dc_waitOnDataDestroy();
 
+  ZORA_Long dc_waitForDPStatusInitialize();
+  // The next notification as text in _msgBuffer, valid until the object is used again; or null.
+  char* dc_waitForDPStatus();
+  ZORA_Long dc_waitForDPStatusDestroy();
+
+  // The length of the answer, 0 on failure, and the answer in a new malloc block in `*buffer`.
+  ZORA_Long dc_getApplications(char** buffer, const char* applName, ZORA_Long wait);
+  ZORA_Long dc_getApplAttributes(char** buffer, const char* applName, ZORA_Long wait);
+  ZORA_Long dc_getApplHelp(char** buffer, const char* applName, ZORA_Long wait);
+
+  ZORA_Long dc_provideAction(short actionType, const char* actionOwner, const char* actionNode,
+                             const char* subNode, const char* actionName, ZORA_Long actionID,
+                             const char* actionParms);
+  ZORA_Long dc_waitForActionResults(ZORA_Long actionID);
+  ZORA_Long dc_deferReportRequest(void* peltaObject, ZORA_Long actionID, ZORA_Long currentTime,
+                                  const char* applKey, const char* tableName,
+                                  const char* sourceName);
+
+  // Reserved: no message is defined for these.
+  void dp_waitForAction(ZORA_Long value);
+  void dp_provideActionResults(ZORA_Long first, ZORA_Long second);
   void shutdown(ZORA_Long value);
 
   ZORA_Long _clientIpcType;  // as ZORA_GetIPCtype answered
@@ -79,8 +102,16 @@ class DCHclient {
 
   // Starts a request in _msgBuffer.
   DCH_MessageBuilder newRequest(DCH_RequestCode code);
-  // Sends a message; false when not all of it went out. The second also reports it and sets the
-  // latch.
+  // Reports a request that has no room in _msgBuffer and sets the latch.
+  bool reportUnlessFits(const TRC1_Scope& trc1Scope, const char* request,
+                        const DCH_MessageBuilder& message);
+  // Under the dump class: the heading, with the length and the name, and the message.
+  void traceDump(const TRC1_Scope& trc1Scope, const char* headingFormat, const char* request,
+                 const char* message, ZORA_Long length);
+  // Sends a message without a line of its own; false when not all of it went out.
+  bool transmit(char* message, ZORA_Long length);
+  // Traces and sends a message; false when not all of it went out. The second also reports it and
+  // sets the latch.
   bool write(const TRC1_Scope& trc1Scope, const char* request, char* message, ZORA_Long length);
   bool writeOrReport(const TRC1_Scope& trc1Scope, const char* request, char* message,
                      ZORA_Long length);
@@ -112,6 +143,14 @@ class DCHclient {
   void takeRow(const TRC1_Scope& trc1Scope, char* buffer, short bufferLength);
   bool interruptAddress(const TRC1_Scope& trc1Scope, sockaddr_in* address);
   bool sendInterrupt(const TRC1_Scope& trc1Scope, const sockaddr_in& address, bool isDumped);
+
+  void sendStatusSubscription(const TRC1_Scope& trc1Scope, const char* request,
+                              const char* writingFormat, DCH_Subscription subscription);
+
+  ZORA_Long queryCatalogue(const TRC1_Scope& trc1Scope, const DCH_CatalogueQuery& query,
+                           char** buffer, const char* applName, ZORA_Long wait);
+  ZORA_Long takeCatalogueAnswer(const TRC1_Scope& trc1Scope, const DCH_CatalogueQuery& query,
+                                char** buffer);
 };
 
 #endif  // ZORDCHCL_DCHCLIENT_H

@@ -108,3 +108,32 @@ int dp_cancel(ZORA_Long* status, ZORA_Long handle) {
   TRC1_FUNCTION("dp_cancel");
   TRC1_RETURN(withClient([&](DCHclient& client) { return client.dp_cancel(status, handle); }));
 }
+
+namespace {
+
+// The frame of the functions without a result: they report a client that could not be made.
+template <class Request>
+void runWithClient(const TRC1_Scope& trc1Scope, Request request) {
+  bool made = false;
+  withClient([&](DCHclient& client) {
+    made = true;
+    request(client);
+    return 0;
+  });
+  if (!made) TRC1_ERROR("Error: failed to instantiate DCHclient.\n");
+}
+
+}  // namespace
+
+void dp_waitForAction(ZORA_Long value) {
+  TRC1_FUNCTION("dp_waitForAction");
+  runWithClient(trc1Scope, [&](DCHclient& client) { client.dp_waitForAction(value); });
+  TRC1_LEAVE();
+}
+
+void dp_provideActionResults(ZORA_Long first, ZORA_Long second) {
+  TRC1_FUNCTION("dp_provideActionResults");
+  runWithClient(trc1Scope,
+                [&](DCHclient& client) { client.dp_provideActionResults(first, second); });
+  TRC1_LEAVE();
+}

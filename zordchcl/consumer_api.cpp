@@ -1,5 +1,8 @@
 // The exported functions of the data consumers. A subscription's client lives across calls: its
 // address is the handle that the caller gives back.
+#include <cstdio>
+#include <cstring>
+
 #include "zordchcl/frame.h"
 #include "zordchcl/locks.h"
 #include "zordchcl/trace_unit.h"
@@ -9,8 +12,12 @@ using namespace zordchcl;
 
 namespace {
 
-// The data subscription made last. Guarded by _dc_waitOnDataLock.
+// The subscriptions made last, each guarded by the lock under which it is made.
 DCHclient* client_waitOnData;
+DCHclient* client_waitForDPStatus;
+
+// The text that dc_waitForDPStatus answered last; all callers share it.
+char dc_waitForDPStatusBUF[DCH_STATUS_TEXT_SIZE];
 
 // Runs `request`, whose result is a number, under the lock that keeps cancelling and ending a
 // subscription apart. A lock that cannot be had or given back makes the result 1.
@@ -67,5 +74,50 @@ int dc_waitOnDataDestroy(void* handle) {
     TRC1_STORAGE("Deleting DCHclient object @%p\n", handle);
     delete client;
     return result;
+  }));
+}
+
+void* dc_waitForDPStatusInitialize() {
+  TRC1_FUNCTION("dc_waitForDPStatusInitialize");
+  if (ZORA_GetLock(&_dc_waitForDPStatusLock, nullptr) != 0) return nullptr;
+  void* handle = nullptr;
+  guarded([&] {
+    client_waitForDPStatus = new (std::nothrow) DCHclient(0, 0);
+    if (client_waitForDPStatus == nullptr) return 1;
+    TRC1_STORAGE("Allocated client_waitForDPStatus @%p\n", TRC1_Pointer(client_waitForDPStatus));
+    // A client whose request fails stays alive in its slot, as that of a data subscription does.
+    if (client_waitForDPStatus->dc_waitForDPStatusInitialize() == 0)
+      handle = client_waitForDPStatus;
+    return 0;
+  });
+  if (ZORA_ReleaseLock(&_dc_waitForDPStatusLock, handle) != 0) handle = nullptr;
+  return handle;
+}
+
+char* dc_waitForDPStatus(void* handle) {
+  TRC1_FUNCTION("dc_waitForDPStatus");
+  std::memset(dc_waitForDPStatusBUF, 0, sizeof dc_waitForDPStatusBUF);
+  auto* const client = static_cast<DCHclient*>(handle);
+  const char* text = nullptr;
+  if (client != nullptr) {
+    guarded([&] {
+      text = client->dc_waitForDPStatus();
+      return 0;
+    });
+  }
+  if (text == nullptr) {
+    TRC1_LINE(TRC1_CLASS_EVENTS, "Returning NULL\n");
+    return nullptr;
+  }
+  std::snprintf(dc_waitForDPStatusBUF, sizeof dc_waitForDPStatusBUF, "%s", text);
+  TRC1_RETURN(dc_waitForDPStatusBUF);
+}
+
+int dc_waitForDPStatusDestroy(void* handle) {
+  TRC1_FUNCTION("dc_waitForDPStatusDestroy");
+  if (handle == nullptr) TRC1_RETURN(1);
+  TRC1_RETURN(guarded([&] {
+    const std::unique_ptr<DCHclient> client(static_cast<DCHclient*>(handle));
+    return client->dc_waitForDPStatusDestroy();
   }));
 }

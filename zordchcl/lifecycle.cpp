@@ -105,9 +105,8 @@ ZORA_Long DCHclient::dp_unregister(ZORA_Long* status, const char* applName) {
 
 void DCHclient::sendForStatus(const TRC1_Scope& trc1Scope, const char* request,
                               const DCH_MessageBuilder& message, ZORA_Long* status) {
-  if (!message.fits()) {
-    TRC1_ERROR("Error: %s message is longer than %d bytes\n", request, DCH_MESSAGE_BUFFER_SIZE);
-    fail(status, DCH_STATUS_BAD_ARGUMENT);
+  if (!reportUnlessFits(trc1Scope, request, message)) {
+    *status = DCH_STATUS_BAD_ARGUMENT;
   } else if (!writeOrReport(trc1Scope, request, _msgBuffer, message.length())) {
     *status = DCH_STATUS_MISSING_FIELD;
   } else {

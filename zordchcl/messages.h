@@ -1,15 +1,23 @@
 // messages.h: the requests of the channel and the order of their fields.
 //
-//   registration       built whole by the provider library
-//   online             requestType, applName, attrGroup, sourceName
-//   unregister         requestType, applName
-//   offline            requestType, handle
-//   data               requestType, handle, dataCode, then attrName, attrValue of each attribute
-//   data subscription  requestType, applName, attrGroup, status (1 start, 0 stop)
-//   interrupt          sourceName alone, to a waiting client's own interrupt port
+//   registration         built whole by the provider library
+//   online               requestType, applName, attrGroup, sourceName
+//   unregister           requestType, applName
+//   offline              requestType, handle
+//   data                 requestType, handle, dataCode, then attrName, attrValue of each attribute
+//   action results       requestType, actionID
+//   catalogue query      requestType, applName (left out to ask for all applications)
+//   data subscription    requestType, applName, attrGroup, status (1 start, 0 stop)
+//   status subscription  requestType, status (1 start, 0 stop)
+//   action               requestType, actionType, actionOwner, sourceName (the node), sourceName
+//                        (the subnode), actionName, actionID, actionParms (only when given)
+//   deferral             requestType, actionID, peltaObject, currentTime, applKey, tableName,
+//                        sourceName
+//   status event         applName, attrGroup, sourceName, requestType; the DCH sends it
+//   interrupt            sourceName alone, to a waiting client's own interrupt port
 //
-// The first five are answered with DCH_status, which DCH_handle follows in the answer to an online
-// request; the last two have no answer.
+// The first six are answered with DCH_status, which DCH_handle follows in the answer to an online
+// request; a catalogue query is answered with DCH_response. The others have no answer.
 #ifndef ZORDCHCL_MESSAGES_H
 #define ZORDCHCL_MESSAGES_H
 
@@ -24,7 +32,14 @@ enum DCH_RequestCode : short {
   DCH_REQUEST_UNREGISTER = 0x1020,
   DCH_REQUEST_OFFLINE = 0x1025,
   DCH_REQUEST_DATA = 0x1030,
+  DCH_REQUEST_APPLICATIONS = 0x2040,
+  DCH_REQUEST_HELP = 0x2045,
+  DCH_REQUEST_ATTRIBUTES = 0x2050,
   DCH_REQUEST_DATA_SUBSCRIPTION = 0x2060,
+  DCH_REQUEST_STATUS_SUBSCRIPTION = 0x2070,
+  DCH_REQUEST_ACTION = 0x2080,
+  DCH_REQUEST_ACTION_RESULTS = 0x2090,
+  DCH_REQUEST_DEFER_REPORT = 0x20A0,
 };
 
 // The switch of a subscription request, in its DCH_status field.

@@ -16,14 +16,30 @@ DCH_MessageBuilder DCHclient::newRequest(DCH_RequestCode code) {
   return request;
 }
 
+void DCHclient::traceDump(const TRC1_Scope& trc1Scope, const char* headingFormat,
+                          const char* request, const char* message, ZORA_Long length) {
+  if (!trc1Scope.on(TRC1_CLASS_DUMP)) return;
+  TRC1_LINE(TRC1_CLASS_DUMP, headingFormat, length, request);
+  ZOR0_PrintDump(message, 0, length);
+}
+
+bool DCHclient::transmit(char* message, ZORA_Long length) {
+  return _ipcClient->ipcWrite(message, length, 0) == length;
+}
+
 bool DCHclient::write(const TRC1_Scope& trc1Scope, const char* request, char* message,
                       ZORA_Long length) {
-  if (trc1Scope.on(TRC1_CLASS_DUMP)) {
-    TRC1_LINE(TRC1_CLASS_DUMP, "DUMP[%d] of %s request.\n", length, request);
-    ZOR0_PrintDump(message, 0, length);
-  }
+  traceDump(trc1Scope, "DUMP[%d] of %s request.\n", request, message, length);
   TRC1_DETAIL("Writing %s message. %d bytes\n", request, length);
-  return _ipcClient->ipcWrite(message, length, 0) == length;
+  return transmit(message, length);
+}
+
+bool DCHclient::reportUnlessFits(const TRC1_Scope& trc1Scope, const char* request,
+                                 const DCH_MessageBuilder& message) {
+  if (message.fits()) return true;
+  TRC1_ERROR("Error: %s message is longer than %d bytes\n", request, DCH_MESSAGE_BUFFER_SIZE);
+  fail();
+  return false;
 }
 
 bool DCHclient::writeOrReport(const TRC1_Scope& trc1Scope, const char* request, char* message,

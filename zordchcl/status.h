@@ -19,6 +19,7 @@ enum DCH_Status : ZORA_Long {
   DCH_STATUS_UNKNOWN_ATTRIBUTE = 103,
   DCH_STATUS_UNKNOWN_HANDLE = 104,
   DCH_STATUS_NOT_STORED = 105,
+  DCH_STATUS_UNKNOWN_ACTION = 106,
 };
 
 struct DCH_StatusEntry {
@@ -40,6 +41,7 @@ inline constexpr DCH_StatusEntry DCH_statusTable[] = {
     {DCH_STATUS_UNKNOWN_ATTRIBUTE, "UNKNOWN_ATTRIBUTE", "unknown attribute"},
     {DCH_STATUS_UNKNOWN_HANDLE, "UNKNOWN_HANDLE", "unknown handle"},
     {DCH_STATUS_NOT_STORED, "NOT_STORED", "not stored"},
+    {DCH_STATUS_UNKNOWN_ACTION, "UNKNOWN_ACTION", "unknown action"},
 };
 
 // The text of a status; a value that no table row has is "unknown status".

@@ -38,7 +38,8 @@ enum {
   DCH_MAX_APPL_NAME = 20,
   DCH_MAX_ATTR_GROUP = 32,
   DCH_MAX_SOURCE_NAME = 32,
-  DCH_WORK_BUFFER_SIZE = 4096
+  DCH_WORK_BUFFER_SIZE = 4096,
+  DCH_STATUS_TEXT_SIZE = 4096 /* room of the text that dc_waitForDPStatus answers */
 };
 
 /* ---- The library ---------------------------------------------------------------------------- */
@@ -99,6 +100,11 @@ int dp_unregister(ZORA_Long* status, const char* applName);
 /* Reserved: reports through the trace that it does nothing yet. Returns 0 with status 0. */
 int dp_cancel(ZORA_Long* status, ZORA_Long handle);
 
+/* Reserved: these report through the trace that they do nothing yet. No message is exchanged and
+ * the arguments are not used. */
+void dp_waitForAction(ZORA_Long value);
+void dp_provideActionResults(ZORA_Long first, ZORA_Long second);
+
 /* ---- Data consumers: waiting for rows ------------------------------------------------------- */
 
 /* Subscribes to the rows of one attribute group of one application. Returns a handle for the next
@@ -120,6 +126,72 @@ int dc_waitOnDataCancel(void* handle);
 /* Ends the subscription and frees the handle, whatever it returns: 0, 1 on failure, -1 after a
  * cancel. No thread may still be waiting on it. */
 int dc_waitOnDataDestroy(void* handle);
+
+/* ---- Data consumers: following provider status ---------------------------------------------- */
+
+/* Subscribes to changes of provider status. Returns a handle for the next two functions, or null
+ * when there is no memory or the request could not be sent. There is no answer: a handle does not
+ * mean that the DCH is there. Needs DCH_api_init. */
+void* dc_waitForDPStatusInitialize(void);
+
+/* Waits without limit for the next change and returns it as text "APPLICATION,GROUP,SOURCE,CODE":
+ * names of at most 20, 32 and 32 characters, a comma inside a name as it is, and in decimal the
+ * code of the request that caused the change (4112 registration, 4117 on line, 4133 off line, 4128
+ * unregistration). The text is the library's: do not free it, and copy it before any thread calls
+ * again on any handle. Returns null on failure, after which the handle is only good to be
+ * destroyed. A wait cannot be cancelled: give it a thread of its own. */
+char* dc_waitForDPStatus(void* handle);
+
+/* Ends the subscription and frees the handle, whatever it returns: 0, or 1 on failure. No thread
+ * may still be waiting on it. */
+int dc_waitForDPStatusDestroy(void* handle);
+
+/* ---- Data consumers: the catalogue ---------------------------------------------------------- */
+
+/* These three ask the DCH and wait `wait` seconds for the answer, without limit when that is 0 or
+ * less. They return 0 with the answer's length in `*length` and the answer, with a terminating zero
+ * behind it, in `*buffer`, a malloc block that the caller frees. Test `*buffer` as well: without
+ * memory for the block the result is 0, `*length` the answer's, and `*buffer` null. On failure,
+ * which an empty answer counts as, they return 1 with length 0 and a null buffer. `applName` has at
+ * most 4077 characters; null stands for an empty one where a name is needed. */
+
+/* The applications that the DCH knows, or the one named `applName` when that is not null, a line
+ * each: NAME,KEY,TYPE,GROUPS,ONLINE with the groups separated by blanks and the number of sources
+ * on line. */
+int dc_getApplications(ZORA_Long* length, char** buffer, const char* applName, short wait);
+
+/* The attributes of one application, a line each: GROUP,NAME,LETTER,SIZE,HELP. */
+int dc_getApplAttributes(ZORA_Long* length, char** buffer, const char* applName, short wait);
+
+/* The help text of one application. */
+int dc_getApplHelp(ZORA_Long* length, char** buffer, const char* applName, short wait);
+
+/* ---- Data consumers: actions and deferral --------------------------------------------------- */
+
+/* Asks the DCH for an action. Returns 0 when the request was sent: there is no answer. The texts
+ * have at most 4031 characters together; more is a failure, and nothing is sent. A null text is
+ * sent as an empty one, but null `actionParms`, which stand for none, are left out.
+ *
+ * `actionParms` can hold a logon identity and a password. The trace's detail class
+ * shows them only up to the first keyword, "PASSWORD=" (looked for only together with
+ * "MONITOR START AGENTINFO=") or " LOGONID=", and not at all without one. Two things still get
+ * through: a password that stands before " LOGONID=" while the agent-info keyword is missing, and
+ * the dump class (0x04), which shows the whole message. Keep that class off where parameters are
+ * secret. */
+int dc_provideAction(short actionType, const char* actionOwner, const char* actionNode,
+                     const char* subNode, const char* actionName, ZORA_Long actionID,
+                     const char* actionParms);
+
+/* Waits for the result of an action, as long as for any answer. Returns it; -1 when none was
+ * obtained and 1 when there was no memory for the request, which a result can also be. */
+ZORA_Long dc_waitForActionResults(ZORA_Long actionID);
+
+/* Asks the DCH to defer a report request. `peltaObject` is passed on as a 32-bit reference and
+ * never read through: on 64-bit platforms its low 32 bits travel. Returns 0 when the request was
+ * sent, and also when there was no memory for it; 1 on failure. There is no answer. The texts have
+ * at most 4033 characters together; a null text is sent as an empty one. */
+int dc_deferReportRequest(void* peltaObject, ZORA_Long actionID, ZORA_Long currentTime,
+                          const char* applKey, const char* tableName, const char* sourceName);
 
 #ifdef __cplusplus
 }

@@ -3,10 +3,12 @@
 #include <arpa/inet.h>
 
 #include <cstring>
+#include <sstream>
 
 #include "dch/field_reader.h"
 #include "tests/support/scripted_dch.h"
 #include "zordchcl/messages.h"
+#include "zordchcl/zordchcl.h"
 
 namespace dch::testkit {
 
@@ -69,6 +71,50 @@ std::string withdrawMessage(const std::string& application, const std::string& g
   return subscribeMessage(application, group, DCH_SUBSCRIPTION_STOP);
 }
 
+std::string statusSubscribeMessage(ZORA_Long wanted) {
+  return messageOf([&](DCH_MessageBuilder& message) {
+    message.add(DCH_requestType, short{DCH_REQUEST_STATUS_SUBSCRIPTION}).add(DCH_status, wanted);
+  });
+}
+
+std::string catalogueMessage(short code, const char* application) {
+  return messageOf([&](DCH_MessageBuilder& message) {
+    message.add(DCH_requestType, code);
+    if (application != nullptr) message.add(DCH_applName, application);
+  });
+}
+
+std::string actionMessage(const std::string& action, ZORA_Long id, const char* parameters) {
+  return messageOf([&](DCH_MessageBuilder& message) {
+    message.add(DCH_requestType, short{DCH_REQUEST_ACTION})
+        .add(DCH_actionType, short{1})
+        .add(DCH_actionOwner, "owner")
+        .add(DCH_sourceName, "node")
+        .add(DCH_sourceName, "subnode")
+        .add(DCH_actionName, action.c_str())
+        .add(DCH_actionID, id);
+    if (parameters != nullptr) message.add(DCH_actionParms, parameters);
+  });
+}
+
+std::string actionResultsMessage(ZORA_Long id) {
+  return messageOf([&](DCH_MessageBuilder& message) {
+    message.add(DCH_requestType, short{DCH_REQUEST_ACTION_RESULTS}).add(DCH_actionID, id);
+  });
+}
+
+std::string deferralMessage(ZORA_Long actionId, const std::string& table) {
+  return messageOf([&](DCH_MessageBuilder& message) {
+    message.add(DCH_requestType, short{DCH_REQUEST_DEFER_REPORT})
+        .add(DCH_actionID, actionId)
+        .add(DCH_peltaObject, ZORA_Long{0x1234})
+        .add(DCH_currentTime, ZORA_Long{1700})
+        .add(DCH_applKey, "HMN")
+        .add(DCH_tableName, table.c_str())
+        .add(DCH_sourceName, "host1");
+  });
+}
+
 std::string withLengthWord(std::string message, std::uint32_t length) {
   const std::uint32_t word = htonl(length);
   std::memcpy(message.data(), &word, sizeof word);
@@ -91,6 +137,29 @@ std::optional<OnlineAnswer> onlineAnswerOf(const std::string& answer) {
       !fields.readLong(DCH_handle, &result.handle) || !fields.atEnd())
     return std::nullopt;
   return result;
+}
+
+std::optional<std::string> textOf(const std::string& answer) {
+  std::string message = answer;
+  FieldReader fields(message.data(), message.size());
+  std::string_view text;
+  if (!fields.readResponse(&text) || !fields.atEnd()) return std::nullopt;
+  return std::string(text);
+}
+
+std::string eventText(const std::string& event) {
+  std::string message = event;
+  FieldReader fields(message.data(), message.size());
+  std::string_view application, group, source;
+  short code = 0;
+  if (!fields.readText(DCH_applName, DCH_MAX_APPL_NAME, &application) ||
+      !fields.readText(DCH_attrGroup, DCH_MAX_ATTR_GROUP, &group) ||
+      !fields.readText(DCH_sourceName, DCH_MAX_SOURCE_NAME, &source) ||
+      !fields.readShort(DCH_requestType, &code) || !fields.atEnd())
+    return "";
+  std::ostringstream text;
+  text << application << ',' << group << ',' << source << ',' << std::hex << code;
+  return text.str();
 }
 
 }  // namespace dch::testkit

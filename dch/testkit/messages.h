@@ -32,6 +32,14 @@ std::string dataMessage(ZORA_Long handle, const std::vector<Value>& values = {})
 std::string subscribeMessage(const std::string& application, const std::string& group,
                              ZORA_Long wanted = 1);
 std::string withdrawMessage(const std::string& application, const std::string& group);
+std::string statusSubscribeMessage(ZORA_Long wanted = 1);
+// Asks about an application, or about all with a null name; `code` is a DCH_RequestCode.
+std::string catalogueMessage(short code, const char* application = nullptr);
+// The parameters are left out when they are null.
+std::string actionMessage(const std::string& action, ZORA_Long id,
+                          const char* parameters = nullptr);
+std::string actionResultsMessage(ZORA_Long id);
+std::string deferralMessage(ZORA_Long actionId, const std::string& table = "TABLE");
 
 // The same message with another length word.
 std::string withLengthWord(std::string message, std::uint32_t length);
@@ -44,6 +52,11 @@ struct OnlineAnswer {
   bool operator==(const OnlineAnswer&) const = default;
 };
 std::optional<OnlineAnswer> onlineAnswerOf(const std::string& answer);
+std::optional<std::string> textOf(const std::string& answer);
+
+// A status event as "APPLICATION,GROUP,SOURCE,CODE" with the code in hexadecimal, such as
+// "HOSTMON,load,host1,1015"; another message gives an empty text.
+std::string eventText(const std::string& message);
 
 }  // namespace dch::testkit
 

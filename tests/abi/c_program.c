@@ -22,11 +22,23 @@ struct Interface {
   int (*dpOffline)(Long*, Long);
   int (*dpUnregister)(Long*, const char*);
   int (*dpCancel)(Long*, Long);
+  void (*dpWaitForAction)(Long);
+  void (*dpProvideActionResults)(Long, Long);
 
   void* (*dcWaitOnDataInitialize)(const char*, const char*);
   int (*dcWaitOnData)(void*, char*, short);
   int (*dcWaitOnDataCancel)(void*);
   int (*dcWaitOnDataDestroy)(void*);
+  void* (*dcWaitForDPStatusInitialize)(void);
+  char* (*dcWaitForDPStatus)(void*);
+  int (*dcWaitForDPStatusDestroy)(void*);
+  int (*dcGetApplications)(Long*, char**, const char*, short);
+  int (*dcGetApplAttributes)(Long*, char**, const char*, short);
+  int (*dcGetApplHelp)(Long*, char**, const char*, short);
+  int (*dcProvideAction)(short, const char*, const char*, const char*, const char*, Long,
+                         const char*);
+  Long (*dcWaitForActionResults)(Long);
+  int (*dcDeferReportRequest)(void*, Long, Long, const char*, const char*, const char*);
 
   int (*debug)(void);
   int (*getLock)(void*, void*);
@@ -36,6 +48,12 @@ struct Interface {
   int (*startDPprocess)(const char*);
   char* (*getInstanceName)(void);
   void (*setInstanceName)(const char*);
+  int (*setSubnodeName)(const char*, const char*, const char*, const char*, char*, char*,
+                        const char*);
+  char* (*getSrcName)(const char*);
+  int (*getApplKey)(const char*, char*);
+  char* (*computeChecksum)(const char*);
+  void (*validateHelpText)(char*);
 };
 
 static const struct Interface library = {
@@ -50,10 +68,21 @@ static const struct Interface library = {
     dp_offline,
     dp_unregister,
     dp_cancel,
+    dp_waitForAction,
+    dp_provideActionResults,
     dc_waitOnDataInitialize,
     dc_waitOnData,
     dc_waitOnDataCancel,
     dc_waitOnDataDestroy,
+    dc_waitForDPStatusInitialize,
+    dc_waitForDPStatus,
+    dc_waitForDPStatusDestroy,
+    dc_getApplications,
+    dc_getApplAttributes,
+    dc_getApplHelp,
+    dc_provideAction,
+    dc_waitForActionResults,
+    dc_deferReportRequest,
     VX_Debug,
     ZORA_GetLock,
     ZORA_ReleaseLock,
@@ -62,6 +91,11 @@ static const struct Interface library = {
     ZORA_StartDPprocess,
     ZORA_GetInstanceName,
     ZORA_SetInstanceName,
+    ZORA_SetSubnodeName,
+    ZORA_GetSrcNameFromSubNodeName,
+    ZORA_GetApplKeyFromSubNodeName,
+    ZORA_ComputeChecksumOnAttrGroup,
+    ZORA_validateHelpText,
 };
 
 static int failures = 0;
@@ -76,6 +110,25 @@ static void expect(int condition, const char* what) {
 static void testInstanceName(void) {
   library.setInstanceName("  db1");
   expect(strcmp(library.getInstanceName(), "db1") == 0, "the instance name without leading blanks");
+}
+
+static void testSubnodeNames(void) {
+  char name[ZORA_MAX_SUBNODE_NAME + 1];
+  char untouched[ZORA_MAX_UNTOUCHED_NAME + 1];
+  char key[ZORA_APPL_KEY_LENGTH + 1];
+  expect(library.setSubnodeName("ABC", "load", "hostA", "00", name, untouched, "X1") == 0,
+         "building a subnode name");
+  expect(strcmp(name, "hostA:ABC00_X1") == 0, "the subnode name");
+  expect(strcmp(untouched, "hostA:ABCload00") == 0, "the untouched name");
+  expect(strcmp(library.getSrcName(name), "hostA") == 0, "its source name");
+  expect(library.getApplKey(name, key) == 0 && strcmp(key, "ABC") == 0, "its application key");
+}
+
+static void testGroupTexts(void) {
+  char help[] = "one:two";
+  library.validateHelpText(help);
+  expect(strcmp(help, "one two") == 0, "a help text without delimiters");
+  expect(strcmp(library.computeChecksum("123456789"), "14630") == 0, "the checksum of a group");
 }
 
 static void testLocks(void) {
@@ -110,12 +163,42 @@ static void testRow(void) {
   expect(status == 5 && row == NULL, "the status without an answer");
 }
 
+/* Nobody answers: what a consumer gets then. */
+static void testCatalogue(void) {
+  Long length = -1;
+  char row[] = "not null";
+  char* buffer = row;
+  expect(library.dcGetApplications(&length, &buffer, NULL, 1) == 1, "asking nobody");
+  expect(length == 0 && buffer == NULL, "the answer of nobody");
+  expect(library.dcWaitForActionResults(17) == -1, "the result of nobody's action");
+}
+
+static void testStatusSubscription(void) {
+  void* handle = library.dcWaitForDPStatusInitialize();
+  expect(handle != NULL, "a status subscription");
+  expect(library.dcWaitForDPStatus(NULL) == NULL, "a wait without a handle");
+  expect(library.dcWaitForDPStatusDestroy(handle) == 0, "ending a status subscription");
+}
+
+/* These have no answer, or no request. */
+static void testRequestsWithoutAnAnswer(void) {
+  expect(library.dcProvideAction(1, "owner", "node", "sub", "name", 17, NULL) == 0, "an action");
+  expect(library.dcDeferReportRequest(NULL, 17, 1, "ABC", "table", "hostA") == 0, "a deferral");
+  library.dpWaitForAction(1);
+  library.dpProvideActionResults(1, 2);
+}
+
 int main(void) {
   library.api_init();
   testInstanceName();
+  testSubnodeNames();
+  testGroupTexts();
   testLocks();
   testProviderTypes();
   testRow();
+  testCatalogue();
+  testStatusSubscription();
+  testRequestsWithoutAnAnswer();
   library.api_destroy();
   return failures != 0;
 }

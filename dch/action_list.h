@@ -1,0 +1,35 @@
+// action_list.h: the actions that the operator lets consumers start.
+#ifndef DCH_ACTION_LIST_H
+#define DCH_ACTION_LIST_H
+
+#include <iosfwd>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "dch/text_map.h"
+
+namespace dch {
+
+// A program, as an absolute path, and its arguments.
+using ActionCommand = std::vector<std::string>;
+
+// Commands by the names of their actions.
+using ActionList = TextMap<ActionCommand>;
+
+// What is wrong with a list of actions, such as
+//   actions.conf:3: program 'restart' is not an absolute path
+class ActionListError : public std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// Reads lines "NAME PROGRAM [ARGUMENT...]", split at blanks; what follows a '#' at the start of a
+// word is a comment. There is no quoting, and no shell ever sees a line. Throws ActionListError.
+ActionList readActionList(const std::string& path);
+
+// The same from a stream; `path` is for the error's text.
+ActionList readActionList(std::istream& input, const std::string& path);
+
+}  // namespace dch
+
+#endif  // DCH_ACTION_LIST_H

@@ -1,0 +1,76 @@
+// paced_sender.h: sends answers of more than one datagram, which have to be paced, while others are
+// served.
+#ifndef DCH_PACED_SENDER_H
+#define DCH_PACED_SENDER_H
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <list>
+#include <mutex>
+#include <stop_token>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "dch/event_log.h"
+#include "dch/peer_address.h"
+#include "dch/push_socket.h"
+
+namespace dch {
+
+// Sends from a thread of its own. Several messages are under way at a time, each with its own
+// pauses. One whose receiver is gone, or that the system does not take, is given up. Any thread may
+// use it.
+class PacedSender {
+ public:
+  static constexpr std::size_t defaultCapacity = 64;
+  // The pause that receivers count on between the datagrams of a message.
+  static constexpr std::chrono::milliseconds defaultPause{1000};
+
+  // `socket` is used by nobody else and outlives the sender, as does `log`.
+  PacedSender(PushSocket& socket, const EventLog& log,
+              std::chrono::milliseconds pause = defaultPause,
+              std::size_t capacity = defaultCapacity);
+  // What is not sent by then is not sent.
+  ~PacedSender();
+  PacedSender(const PacedSender&) = delete;
+  PacedSender& operator=(const PacedSender&) = delete;
+
+  // Takes a message. One that is still under way to the same receiver is given up: its datagrams
+  // would get into the new one. Returns false when too many messages are under way, or without
+  // memory.
+  bool send(const PeerAddress& receiver, std::string message);
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  struct Transfer {
+    PeerAddress receiver;
+    std::string message;
+    std::size_t sent = 0;
+    Clock::time_point due;
+  };
+  using Transfers = std::list<Transfer>;
+
+  void run(const std::stop_token& stop);
+  Transfers::iterator nextDue();
+  void sendDatagram(Transfers::iterator transfer);
+  void dropGone();
+
+  PushSocket& _socket;
+  const EventLog& _log;
+  const std::chrono::milliseconds _pause;
+  const std::size_t _capacity;
+
+  std::mutex _mutex;  // guards what follows and the socket
+  std::condition_variable_any _changed;
+  Transfers _transfers;
+  std::vector<PeerAddress> _gone;
+
+  std::jthread _thread;  // last: it ends before what it uses
+};
+
+}  // namespace dch
+
+#endif  // DCH_PACED_SENDER_H

@@ -1,0 +1,38 @@
+#include "dch/status_events.h"
+
+#include <gtest/gtest.h>
+
+#include "dch/testkit/messages.h"
+#include "tests/support/scripted_dch.h"
+#include "zordchcl/messages.h"
+
+namespace dch {
+namespace {
+
+using testkit::eventText;
+
+TEST(StatusEventsTest, CarryTheThreeNamesAndTheCode) {
+  const StatusEvent event = statusEvent({"HOSTMON", "load", "host1"}, DCH_REQUEST_ONLINE, 7);
+  EXPECT_EQ(event.message, messageOf([](DCH_MessageBuilder& message) {
+              message.add(DCH_applName, "HOSTMON")
+                  .add(DCH_attrGroup, "load")
+                  .add(DCH_sourceName, "host1")
+                  .add(DCH_requestType, short{DCH_REQUEST_ONLINE});
+            }));
+  EXPECT_EQ(event.handle, 7);
+}
+
+TEST(StatusEventsTest, TakeTheLongestNamesAndEmptyOnes) {
+  const std::string name20(20, 'a'), name32(32, 'b');
+  EXPECT_EQ(eventText(statusEvent({name20, name32, name32}, DCH_REQUEST_OFFLINE).message),
+            name20 + ',' + name32 + ',' + name32 + ",1025");
+  EXPECT_EQ(eventText(statusEvent({"A", {}, {}}, DCH_REQUEST_REGISTER).message), "A,,,1010");
+}
+
+TEST(StatusEventsTest, HaveATopicThatNoGroupHas) {
+  EXPECT_EQ(std::string(statusTopic).find('\0'), std::string::npos);
+  EXPECT_NE(topicOf(statusTopic, "").find('\0'), std::string::npos);
+}
+
+}  // namespace
+}  // namespace dch

@@ -1,0 +1,89 @@
+// The dumps in docs/protocol.md are what the library sends. To bring the document up to date after
+// a change of the protocol, run this test with ZORD410_UPDATE_DOCUMENTS=1 in its environment.
+#include <gtest/gtest.h>
+
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <set>
+#include <sstream>
+
+#include "tests/docs/protocol_examples.h"
+
+namespace {
+
+constexpr std::size_t bytesPerLine = 16;
+constexpr char marker[] = "<!-- dump: ";
+
+std::string read(const char* path) {
+  std::ifstream file(path);
+  std::ostringstream text;
+  text << file.rdbuf();
+  return text.str();
+}
+
+// Lines of offset, bytes and characters, as hexadecimal dumps usually look.
+std::string dumpOf(const std::string& bytes) {
+  std::string dump;
+  char cell[32];
+  for (std::size_t line = 0; line < bytes.size(); line += bytesPerLine) {
+    std::snprintf(cell, sizeof cell, "%04zx ", line);
+    dump += cell;
+    std::string characters;
+    for (std::size_t i = line; i < line + bytesPerLine; ++i) {
+      if (i < bytes.size()) {
+        const auto byte = static_cast<unsigned char>(bytes[i]);
+        std::snprintf(cell, sizeof cell, " %02x", byte);
+        dump += cell;
+        characters += std::isprint(byte) != 0 ? static_cast<char>(byte) : '.';
+      } else {
+        dump += "   ";
+      }
+    }
+    dump += "  " + characters + "\n";
+  }
+  return dump;
+}
+
+struct Regenerated {
+  std::string text;
+  std::set<std::string> dumps;  // the names of those that the document shows
+};
+
+// The document with every dump made anew: what stands between a marker's fences is replaced.
+Regenerated regenerate(const std::string& document,
+                       const std::map<std::string, std::string>& examples) {
+  Regenerated result;
+  std::istringstream lines(document);
+  std::string line;
+  while (std::getline(lines, line)) {
+    result.text += line + "\n";
+    if (line.rfind(marker, 0) != 0) continue;
+    const std::string name =
+        line.substr(sizeof marker - 1, line.find(" -->") - (sizeof marker - 1));
+    const auto example = examples.find(name);
+    EXPECT_NE(example, examples.end()) << "the document shows an unknown message: " << name;
+    std::getline(lines, line);
+    EXPECT_EQ(line, "```") << name;
+    while (std::getline(lines, line) && line != "```") {
+    }
+    if (example == examples.end()) continue;
+    result.text += "```\n" + dumpOf(example->second) + "```\n";
+    result.dumps.insert(name);
+  }
+  return result;
+}
+
+TEST(ProtocolDocument, ShowsEveryMessageAsTheLibrarySendsIt) {
+  const std::map<std::string, std::string> examples = protocolExamples();
+  const std::string document = read(PROTOCOL_DOCUMENT);
+  const Regenerated regenerated = regenerate(document, examples);
+  for (const auto& [name, bytes] : examples)
+    EXPECT_TRUE(regenerated.dumps.count(name) == 1) << "the document lacks: " << name;
+  if (std::getenv("ZORD410_UPDATE_DOCUMENTS") != nullptr)
+    std::ofstream(PROTOCOL_DOCUMENT) << regenerated.text;
+  EXPECT_EQ(document, regenerated.text);
+}
+
+}  // namespace
