@@ -105,7 +105,8 @@ class RequestsTest : public ::testing::Test {
   ActionList _actionList{{"succeed", {"/bin/true"}}, {"last", {"/bin/sleep", "1000"}}};
   Actions _actions{_actionList, _log};
   Deferrals _deferrals;
-  Requests _requests{*_registry, _publisher, _actions, _deferrals, _log};
+  StatusSnapshots _snapshots{*_registry, _publisher};
+  Requests _requests{*_registry, _publisher, _snapshots, _actions, _deferrals, _log};
   std::unique_ptr<char[]> _received;
 };
 
