@@ -99,10 +99,7 @@ void Requests::subscribeToStatus(const PeerAddress& address) {
     return;
   }
   _log.write("subscribed %s to provider status", address.text().data());
-  _registry.visitOnline([&](const OnlineSource& source) {
-    const StatusEvent event = statusEvent(source.names(), DCH_REQUEST_ONLINE);
-    _publisher.publishTo(statusTopic, address, event.message);
-  });
+  _snapshots.start(address);
 }
 
 // The parameters may hold a password: they are shown to nobody, and the program gets none of them.

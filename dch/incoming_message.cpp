@@ -14,6 +14,7 @@ constexpr std::string_view resendText = "RESEND_MESSAGE";
 constexpr std::string_view stopText = "SERVER_STOP";
 constexpr std::string_view endOfProgramText = "PROGRAM_ENDED";
 constexpr std::string_view reportText = "REPORT_WANTED";
+constexpr std::string_view timeText = "TIME_IS_UP";
 
 constexpr int retrySeconds = 1;
 
@@ -35,6 +36,7 @@ Notice noticeOf(const IncomingMessage& message) {
     if (text == stopText) return Notice::stopRequested;
     if (text == endOfProgramText) return Notice::programEnded;
     if (text == reportText) return Notice::reportWanted;
+    if (text == timeText) return Notice::timeIsUp;
     return Notice::none;
   }
   if (text == disconnectText && !message.hasSenderName) return Notice::disconnected;
@@ -93,6 +95,10 @@ void announceEndOfProgram(DCHipc& endpoint) {
 
 void requestReport(DCHipc& endpoint) {
   putNotice(endpoint, reportText);
+}
+
+void announceTime(DCHipc& endpoint) {
+  putNotice(endpoint, timeText);
 }
 
 }  // namespace dch

@@ -30,6 +30,7 @@ enum class Notice {
   stopRequested,  // requestStop was called
   programEnded,   // announceEndOfProgram was called
   reportWanted,   // requestReport was called
+  timeIsUp,       // announceTime was called
 };
 
 // Tells a notice from a client's message that has the same text. The sender's name decides: clients
@@ -61,6 +62,7 @@ class Inbox {
 void requestStop(DCHipc& endpoint);
 void announceEndOfProgram(DCHipc& endpoint);
 void requestReport(DCHipc& endpoint);
+void announceTime(DCHipc& endpoint);
 
 }  // namespace dch
 

@@ -74,8 +74,10 @@ TEST(InboxTest, GetsTheNoticesOfTheThreadThatTakesSignals) {
   Inbox inbox(endpoint());
   announceEndOfProgram(endpoint());
   requestReport(endpoint());
+  announceTime(endpoint());
   EXPECT_EQ(noticeOf(inbox.receive()), Notice::programEnded);
   EXPECT_EQ(noticeOf(inbox.receive()), Notice::reportWanted);
+  EXPECT_EQ(noticeOf(inbox.receive()), Notice::timeIsUp);
 }
 
 TEST(NoticeTest, KnowsTheNoticesOfTheEndpoint) {
@@ -86,7 +88,7 @@ TEST(NoticeTest, KnowsTheNoticesOfTheEndpoint) {
 
 TEST(NoticeTest, TakesNoDatagramForANotice) {
   for (const char* text : {"IPC-SERVER_READY", "DP-DISCONNECT", "RESEND_MESSAGE", "SERVER_STOP",
-                           "PROGRAM_ENDED", "REPORT_WANTED"})
+                           "PROGRAM_ENDED", "REPORT_WANTED", "TIME_IS_UP"})
     EXPECT_EQ(noticeFor(text, clientName, 0), Notice::none) << text;
 }
 

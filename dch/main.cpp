@@ -1,6 +1,7 @@
 // zordchd: the suite's data-collection server.
 #include <arpa/inet.h>
 #include <fcntl.h>
+#include <sys/time.h>
 #include <sysexits.h>
 #include <unistd.h>
 
@@ -38,7 +39,7 @@ void keepStandardDescriptorsOpen() {
 sigset_t blockSignals() {
   sigset_t signals;
   sigemptyset(&signals);
-  for (const int signal : {SIGTERM, SIGINT, SIGCHLD, SIGUSR1}) sigaddset(&signals, signal);
+  for (const int signal : {SIGTERM, SIGINT, SIGCHLD, SIGUSR1, SIGALRM}) sigaddset(&signals, signal);
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   return signals;
 }
@@ -85,6 +86,9 @@ void takeSignals(ipcSock& endpoint, const sigset_t& signals, const dch::EventLog
         case SIGCHLD:
           dch::announceEndOfProgram(endpoint);
           break;
+        case SIGALRM:
+          dch::announceTime(endpoint);
+          break;
         case SIGUSR1:
           dch::requestReport(endpoint);
           break;
@@ -107,6 +111,12 @@ std::optional<dch::PeerAddress> waitUntilReady(dch::Inbox& inbox) {
   }
 }
 
+// Long enough for a client on a busy machine to read a batch of events.
+void startTimer() {
+  constexpr itimerval tenthOfASecond{{0, 0}, {0, 100'000}};
+  setitimer(ITIMER_REAL, &tenthOfASecond, nullptr);
+}
+
 void announce(const dch::PeerAddress& served) {
   const sockaddr_in address = served.socketAddress();
   char dotted[INET_ADDRSTRLEN] = "";
@@ -127,7 +137,7 @@ void serve(const dch::Options& options, const dch::ActionList& actions, const si
   dch::PushSocket pushSocket(in_addr{served->address});
   dch::PushSocket answerSocket(in_addr{served->address});
   dch::MemoryRegistry registry;
-  dch::Server server(endpoint, inbox, pushSocket, answerSocket, registry, actions, log);
+  dch::Server server(endpoint, inbox, pushSocket, answerSocket, registry, actions, startTimer, log);
   announce(*served);
   server.run();
 }

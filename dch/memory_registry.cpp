@@ -131,9 +131,11 @@ bool MemoryRegistry::isOnline(const SourceNames& names) const {
   return given != _handles.end() && findOnline(given->second) != nullptr;
 }
 
-void MemoryRegistry::visitOnline(const SourceVisitor& visitor) const {
-  for (const auto& source : _sources)
-    if (source->group != nullptr) visitor(*source);
+const OnlineSource* MemoryRegistry::nextOnline(ZORA_Long handle) const {
+  // The source of the next handle stands at the index of this one.
+  for (auto next = static_cast<std::size_t>(handle); next < _sources.size(); ++next)
+    if (_sources[next]->group != nullptr) return _sources[next].get();
+  return nullptr;
 }
 
 void MemoryRegistry::visitOnline(std::string_view application, const SourceVisitor& visitor) const {

@@ -31,7 +31,7 @@ class MemoryRegistry : public Registry {
   std::optional<RegisteredApplication> findApplication(std::string_view name) const override;
   std::vector<RegisteredApplication> applications() const override;
   bool isOnline(const SourceNames& names) const override;
-  void visitOnline(const SourceVisitor& visitor) const override;
+  const OnlineSource* nextOnline(ZORA_Long handle) const override;
   void visitOnline(std::string_view application, const SourceVisitor& visitor) const override;
 
  private:

@@ -35,7 +35,9 @@ class MemoryRegistryTest : public testing::Test {
 
   std::vector<ZORA_Long> online() const {
     std::vector<ZORA_Long> handles;
-    _registry.visitOnline([&](const OnlineSource& source) { handles.push_back(source.handle); });
+    const OnlineSource* source = nullptr;
+    while ((source = _registry.nextOnline(handles.empty() ? 0 : handles.back())) != nullptr)
+      handles.push_back(source->handle);
     return handles;
   }
 
@@ -149,7 +151,7 @@ TEST_F(MemoryRegistryTest, TellsWhetherASourceIsOnLine) {
   EXPECT_FALSE(_registry.isOnline(loadOfHost1));
 }
 
-TEST_F(MemoryRegistryTest, VisitsTheSourcesThatAreOnLineAndThoseOfOneApplication) {
+TEST_F(MemoryRegistryTest, LeadsThroughTheSourcesThatAreOnLineAndVisitsThoseOfOneApplication) {
   registerText("appl:OTHER,OTH;group:g;attr:a,N,4;");
   const ZORA_Long load = goOnline(loadOfHost1);
   const ZORA_Long disk = goOnline(diskOfHost1);

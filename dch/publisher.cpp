@@ -30,15 +30,16 @@ void Publisher::publish(std::string_view topic, std::string_view message) {
   dropGone();
 }
 
-void Publisher::publishTo(std::string_view topic, const PeerAddress& address,
+bool Publisher::publishTo(std::string_view topic, const PeerAddress& address,
                           std::string_view message) {
   Subscribers* const subscribers = _subscriptions.find(topic);
-  if (subscribers == nullptr) return;
+  if (subscribers == nullptr) return false;
   const auto subscriber = subscribers->find(address);
-  if (subscriber == subscribers->end()) return;
+  if (subscriber == subscribers->end()) return false;
   if (!_socket.send(message, address, &_gone)) countLostRow(address, &subscriber->second);
   _socket.collectGone(&_gone);
   dropGone();
+  return true;
 }
 
 void Publisher::countLostRow(const PeerAddress& address, Subscriber* subscriber) {

@@ -29,8 +29,8 @@ class Publisher {
   // Sends the message to every subscriber of the topic.
   void publish(std::string_view topic, std::string_view message);
 
-  // Sends the message to one subscriber of the topic.
-  void publishTo(std::string_view topic, const PeerAddress& subscriber, std::string_view message);
+  // Sends the message to one subscriber of the topic. Returns false when it is none.
+  bool publishTo(std::string_view topic, const PeerAddress& subscriber, std::string_view message);
 
  private:
   void countLostRow(const PeerAddress& address, Subscriber* subscriber);

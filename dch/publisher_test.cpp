@@ -58,8 +58,9 @@ TEST_F(PublisherTest, SendsToOneSubscriberOfATopicAlone) {
   UdpClient first(noServer), second(noServer);
   _publisher.subscribe("load", first.address());
   _publisher.subscribe("load", second.address());
-  _publisher.publishTo("load", first.address(), "for the first");
-  _publisher.publishTo("disk", second.address(), "not subscribed");
+  EXPECT_TRUE(_publisher.publishTo("load", first.address(), "for the first"));
+  EXPECT_FALSE(_publisher.publishTo("disk", second.address(), "not subscribed"));
+  EXPECT_FALSE(_publisher.publishTo("load", goneClient(), "not subscribed"));
   _publisher.publish("load", "later");
   EXPECT_EQ(first.receive(), "for the first");
   EXPECT_EQ(second.receive(), "later");

@@ -89,9 +89,12 @@ class Registry {
 
   virtual bool isOnline(const SourceNames& names) const = 0;
 
-  // Calls the visitor, which changes nothing, for every source that is on line, or for those of one
-  // application. What the visitor throws comes through.
-  virtual void visitOnline(const SourceVisitor& visitor) const = 0;
+  // The source on line with the lowest handle above `handle`, null when there is none. Starting
+  // with 0 this leads through all of them.
+  virtual const OnlineSource* nextOnline(ZORA_Long handle) const = 0;
+
+  // Calls the visitor, which changes nothing, for every source of an application that is on line.
+  // What the visitor throws comes through.
   virtual void visitOnline(std::string_view application, const SourceVisitor& visitor) const = 0;
 };
 

@@ -14,6 +14,7 @@
 #include "dch/publisher.h"
 #include "dch/registry.h"
 #include "dch/status_events.h"
+#include "dch/status_snapshots.h"
 #include "zordchcl/status.h"
 
 namespace dch {
@@ -38,10 +39,11 @@ struct Outcome {
 // Reads requests, applies them and says what to answer. It sends no answers itself. One thread.
 class Requests {
  public:
-  Requests(Registry& registry, Publisher& publisher, Actions& actions, Deferrals& deferrals,
-           const EventLog& log)
+  Requests(Registry& registry, Publisher& publisher, StatusSnapshots& snapshots, Actions& actions,
+           Deferrals& deferrals, const EventLog& log)
       : _registry(registry),
         _publisher(publisher),
+        _snapshots(snapshots),
         _actions(actions),
         _deferrals(deferrals),
         _log(log) {}
@@ -84,6 +86,7 @@ class Requests {
 
   Registry& _registry;
   Publisher& _publisher;
+  StatusSnapshots& _snapshots;
   Actions& _actions;
   Deferrals& _deferrals;
   const EventLog& _log;

@@ -1,11 +1,7 @@
-#include "dch/requests.h"
-
-#include <arpa/inet.h>
+// The messages that all requests may be, and the requests of providers.
 #include <gtest/gtest.h>
 
-#include <memory>
-
-#include "dch/memory_registry.h"
+#include "dch/requests_test.h"
 #include "dch/testkit/messages.h"
 #include "tests/support/scripted_dch.h"
 #include "zordchcl/messages.h"
@@ -13,23 +9,15 @@
 namespace dch {
 namespace {
 
-using testkit::actionMessage;
-using testkit::actionResultsMessage;
-using testkit::catalogueMessage;
 using testkit::dataMessage;
-using testkit::deferralMessage;
 using testkit::hostmonRegistration;
 using testkit::offlineMessage;
 using testkit::onlineMessage;
 using testkit::registerMessage;
-using testkit::statusSubscribeMessage;
-using testkit::subscribeMessage;
 using testkit::unregisterMessage;
 using testkit::Value;
-using testkit::withdrawMessage;
 using testkit::withLengthWord;
 using Form = Answer::Form;
-using Texts = std::vector<std::string>;
 
 // Keeps nothing, like a store whose disk is full.
 class FullRegistry : public MemoryRegistry {
@@ -37,76 +25,6 @@ class FullRegistry : public MemoryRegistry {
   DCH_Status storeRow(const OnlineSource&, std::string_view) override {
     return DCH_STATUS_NOT_STORED;
   }
-};
-
-class RequestsTest : public ::testing::Test {
- protected:
-  explicit RequestsTest(std::unique_ptr<Registry> registry = std::make_unique<MemoryRegistry>())
-      : _registry(std::move(registry)) {
-    ask(registerMessage());
-  }
-
-  Outcome handle(const std::string& bytes, unsigned int connection = 0) {
-    // Exactly as long as the message, so that a sanitizer sees what is read beyond it.
-    _received = std::make_unique<char[]>(bytes.size());
-    bytes.copy(_received.get(), bytes.size());
-    IncomingMessage message;
-    message.bytes = _received.get();
-    message.received = bytes.size();
-    message.connection = connection;
-    message.hasSenderName = true;
-    message.sender.port = htons(4711);
-    const Outcome outcome = _requests.handle(message);
-    EXPECT_EQ(message.text(), bytes) << "the message was changed";
-    return outcome;
-  }
-
-  Answer ask(const std::string& bytes, unsigned int connection = 0) {
-    return handle(bytes, connection).answer;
-  }
-
-  ZORA_Long statusOf(const std::string& bytes) {
-    const Answer answer = ask(bytes);
-    EXPECT_EQ(answer.form, Form::status);
-    return answer.status;
-  }
-
-  ZORA_Long goOnline(const std::string& group = "load", const std::string& source = "host1") {
-    const Answer answer = ask(onlineMessage("HOSTMON", group, source));
-    EXPECT_EQ(answer.status, DCH_STATUS_OK);
-    return answer.handle;
-  }
-
-  void expectRefusedOnline(const std::string& bytes, DCH_Status status) {
-    const Answer answer = ask(bytes);
-    EXPECT_EQ(answer.form, Form::statusAndHandle);
-    EXPECT_EQ(answer.status, status);
-    EXPECT_EQ(answer.handle, 0);
-  }
-
-  // What status subscribers are told because of this message.
-  std::vector<std::string> eventsOf(const std::string& bytes) {
-    std::vector<std::string> texts;
-    for (const StatusEvent& event : handle(bytes).statusEvents)
-      texts.push_back(testkit::eventText(event.message));
-    return texts;
-  }
-
-  std::size_t subscriberCount(const char* group) {
-    const Subscribers* const subscribers = _subscriptions.find(topicOf("HOSTMON", group));
-    return subscribers != nullptr ? subscribers->size() : 0;
-  }
-
-  const EventLog _log{false};
-  PushSocket _socket{in_addr{htonl(INADDR_LOOPBACK)}};
-  Subscriptions _subscriptions;
-  Publisher _publisher{_subscriptions, _socket, _log};
-  std::unique_ptr<Registry> _registry;
-  ActionList _actionList{{"succeed", {"/bin/true"}}, {"last", {"/bin/sleep", "1000"}}};
-  Actions _actions{_actionList, _log};
-  Deferrals _deferrals;
-  Requests _requests{*_registry, _publisher, _actions, _deferrals, _log};
-  std::unique_ptr<char[]> _received;
 };
 
 TEST_F(RequestsTest, RegistersAndUnregisters) {
@@ -225,149 +143,6 @@ TEST_F(RequestsTest, RefusesARowThatIsTooLongToPushAtOnce) {
   EXPECT_EQ(statusOf(row), DCH_STATUS_OK);
   row = dataMessage(handle, {{"a", 'T', half}, {"a", 'T', half + 'x'}});
   EXPECT_EQ(statusOf(row), DCH_STATUS_MALFORMED);
-}
-
-TEST_F(RequestsTest, SubscribesAndWithdrawsWithoutAnAnswer) {
-  EXPECT_EQ(ask(subscribeMessage("HOSTMON", "load")).form, Form::none);
-  EXPECT_EQ(ask(subscribeMessage("HOSTMON", "load")).form, Form::none);
-  EXPECT_EQ(subscriberCount("load"), 1u);
-  EXPECT_EQ(subscriberCount("disk"), 0u);
-  EXPECT_EQ(ask(withdrawMessage("HOSTMON", "load")).form, Form::none);
-  EXPECT_EQ(subscriberCount("load"), 0u);
-}
-
-TEST_F(RequestsTest, DoesNotAnswerOrTakeAMalformedSubscription) {
-  const std::string good = subscribeMessage("HOSTMON", "load");
-  for (const auto& bad :
-       {subscribeMessage("HOSTMON", "load", 2), subscribeMessage("HOSTMON", "load", -1),
-        subscribeMessage(std::string(21, 'a'), "load"),
-        subscribeMessage("HOSTMON", std::string(33, 'a')), good + '\0',
-        good.substr(0, good.size() - 1), withLengthWord(good, 12)})
-    EXPECT_EQ(ask(bad).form, Form::none);
-  EXPECT_EQ(subscriberCount("load"), 0u);
-}
-
-TEST_F(RequestsTest, RefusesASubscriptionOnAConnectionThere) {
-  constexpr unsigned int connection = 5;
-  const Answer answer = ask(subscribeMessage("HOSTMON", "load"), connection);
-  EXPECT_EQ(answer.form, Form::status);
-  EXPECT_EQ(answer.status, DCH_STATUS_MALFORMED);
-  EXPECT_EQ(subscriberCount("load"), 0u);
-}
-
-TEST_F(RequestsTest, AnswersCatalogueQueriesWithATextAlsoForUnknownNames) {
-  ask(registerMessage("appl:OTHER,OTH;help:Some help;group:g;attr:a,N,4,why;", "OTHER", "OTH"));
-  const auto text = [&](short code, const char* name) {
-    const Answer answer = ask(catalogueMessage(code, name));
-    EXPECT_EQ(answer.form, Form::text);
-    return answer.text;
-  };
-  EXPECT_EQ(text(DCH_REQUEST_APPLICATIONS, nullptr),
-            "HOSTMON,HMN,SOCK,load disk,0\nOTHER,OTH,NODP,g,0\n");
-  EXPECT_EQ(text(DCH_REQUEST_APPLICATIONS, "OTHER"), "OTHER,OTH,NODP,g,0\n");
-  EXPECT_EQ(text(DCH_REQUEST_ATTRIBUTES, "OTHER"), "g,a,N,4,why\n");
-  EXPECT_EQ(text(DCH_REQUEST_HELP, "OTHER"), "Some help");
-  const std::string longName(4000, 'x');
-  for (const short code : {DCH_REQUEST_APPLICATIONS, DCH_REQUEST_ATTRIBUTES, DCH_REQUEST_HELP})
-    for (const char* unknown : {"", "NONE", longName.c_str()}) EXPECT_EQ(text(code, unknown), "");
-}
-
-TEST_F(RequestsTest, RefusesMalformedCatalogueQueries) {
-  for (const short code : {DCH_REQUEST_APPLICATIONS, DCH_REQUEST_ATTRIBUTES, DCH_REQUEST_HELP}) {
-    const std::string good = catalogueMessage(code, "HOSTMON");
-    EXPECT_EQ(statusOf(good + 'x'), DCH_STATUS_MALFORMED);
-    EXPECT_EQ(statusOf(withLengthWord(good.substr(0, good.size() - 1),
-                                      static_cast<std::uint32_t>(good.size() - 1))),
-              DCH_STATUS_MALFORMED);
-  }
-  EXPECT_EQ(statusOf(catalogueMessage(DCH_REQUEST_ATTRIBUTES)), DCH_STATUS_MALFORMED);
-  EXPECT_EQ(statusOf(catalogueMessage(DCH_REQUEST_HELP)), DCH_STATUS_MALFORMED);
-}
-
-TEST_F(RequestsTest, StartsAnActionAndLetsConsumersWaitForIt) {
-  EXPECT_EQ(ask(actionMessage("last", 1)).form, Form::none);
-  EXPECT_EQ(ask(actionMessage("none", 2, "parameters")).form, Form::none);
-  EXPECT_EQ(ask(actionResultsMessage(1)).form, Form::none) << "it runs";
-  EXPECT_EQ(statusOf(actionResultsMessage(2)), DCH_STATUS_UNKNOWN_ACTION);
-}
-
-TEST_F(RequestsTest, DoesNotAnswerOrCarryOutAMalformedAction) {
-  const std::string good = actionMessage("last", 1, "parameters");
-  for (std::size_t length = 5; length < good.size(); ++length) {
-    const std::string cut = good.substr(0, length);
-    // It is also whole without its parameters.
-    if (length == actionMessage("last", 1).size()) continue;
-    const auto word = static_cast<std::uint32_t>(length);
-    const Answer answer = ask(withLengthWord(cut, word));
-    EXPECT_TRUE(answer.form == Form::none || answer.status == DCH_STATUS_MALFORMED) << length;
-  }
-  EXPECT_EQ(ask(good + 'x').form, Form::none);
-  EXPECT_EQ(ask(good + 'x', 5).status, DCH_STATUS_MALFORMED) << "on a connection";
-  EXPECT_EQ(statusOf(actionResultsMessage(1)), DCH_STATUS_UNKNOWN_ACTION);
-}
-
-TEST_F(RequestsTest, RefusesMalformedQuestionsForResults) {
-  EXPECT_EQ(statusOf(actionResultsMessage(1) + 'x'), DCH_STATUS_MALFORMED);
-  EXPECT_EQ(statusOf(catalogueMessage(DCH_REQUEST_ACTION_RESULTS, "1")), DCH_STATUS_MALFORMED);
-}
-
-TEST_F(RequestsTest, KeepsDeferralsWithoutAnAnswer) {
-  EXPECT_EQ(ask(deferralMessage(5)).form, Form::none);
-  ASSERT_EQ(_deferrals.kept().size(), 1u);
-  EXPECT_EQ(_deferrals.kept().front().text(),
-            "action 5, reference 0x00001234, time 1700, key HMN, table TABLE, source host1");
-}
-
-TEST_F(RequestsTest, DoesNotAnswerOrKeepAMalformedDeferral) {
-  const std::string good = deferralMessage(5);
-  for (const std::string& bad :
-       {good + 'x', good.substr(0, good.size() - 1), withLengthWord(good, 12),
-        deferralMessage(5, std::string(4096, 'x'))})
-    EXPECT_EQ(ask(bad).form, Form::none);
-  EXPECT_TRUE(_deferrals.kept().empty());
-}
-
-TEST_F(RequestsTest, TellsStatusSubscribersOfEachChange) {
-  ask(statusSubscribeMessage());
-  EXPECT_EQ(eventsOf(onlineMessage("HOSTMON", "load", "host1")), Texts{"HOSTMON,load,host1,1015"});
-  EXPECT_EQ(eventsOf(onlineMessage("HOSTMON", "load", "host1")), Texts{}) << "no change";
-  EXPECT_EQ(eventsOf(offlineMessage(goOnline())), Texts{"HOSTMON,load,host1,1025"});
-  EXPECT_EQ(eventsOf(registerMessage()), Texts{"HOSTMON,,,1010"});
-  goOnline("disk", "host2");
-  EXPECT_EQ(eventsOf(unregisterMessage("HOSTMON")),
-            (Texts{"HOSTMON,disk,host2,1020", "HOSTMON,,,1020"}));
-}
-
-TEST_F(RequestsTest, TellsStatusSubscribersOfSourcesThatARegistrationTakesOffLine) {
-  ask(statusSubscribeMessage());
-  goOnline("load");
-  goOnline("disk");
-  EXPECT_EQ(eventsOf(registerMessage("appl:HOSTMON,HMN;group:load;attr:load1,D,16;")),
-            (Texts{"HOSTMON,disk,host1,1010", "HOSTMON,,,1010"}));
-}
-
-TEST_F(RequestsTest, TellsStatusSubscribersNothingOfRefusedRequests) {
-  ask(statusSubscribeMessage());
-  for (const auto& bad :
-       {onlineMessage("NONE", "load", "s"), onlineMessage("HOSTMON", "none", "s"),
-        offlineMessage(77), unregisterMessage("NONE"), registerMessage("appl:HOSTMON,HMN;")})
-    EXPECT_EQ(eventsOf(bad), Texts{});
-}
-
-TEST_F(RequestsTest, MakesNoStatusEventsForNobody) {
-  EXPECT_EQ(eventsOf(registerMessage()), Texts{});
-  ask(statusSubscribeMessage());
-  ask(statusSubscribeMessage(0));
-  EXPECT_EQ(eventsOf(registerMessage()), Texts{});
-}
-
-TEST_F(RequestsTest, DoesNotAnswerOrTakeAMalformedStatusSubscription) {
-  const std::string good = statusSubscribeMessage();
-  for (const auto& bad : {statusSubscribeMessage(2), statusSubscribeMessage(-1), good + '\0',
-                          good.substr(0, good.size() - 1), withLengthWord(good, 12)})
-    EXPECT_EQ(ask(bad).form, Form::none);
-  EXPECT_EQ(ask(good, 5).status, DCH_STATUS_MALFORMED) << "on a connection";
-  EXPECT_FALSE(_publisher.hasSubscribers(statusTopic));
 }
 
 TEST_F(RequestsTest, NeverAnswersAnAnswer) {

@@ -8,15 +8,18 @@
 namespace dch {
 
 Server::Server(DCHipc& endpoint, Inbox& inbox, PushSocket& pushSocket, PushSocket& answerSocket,
-               Registry& registry, const ActionList& actionList, const EventLog& log)
+               Registry& registry, const ActionList& actionList, Timer startTimer,
+               const EventLog& log)
     : _log(log),
       _inbox(inbox),
       _registry(registry),
       _pacedSender(answerSocket, log),
       _answers(endpoint, _pacedSender, log),
       _publisher(_subscriptions, pushSocket, log),
+      _snapshots(registry, _publisher),
+      _startTimer(startTimer),
       _actions(actionList, log),
-      _requests(registry, _publisher, _actions, _deferrals, log) {}
+      _requests(registry, _publisher, _snapshots, _actions, _deferrals, log) {}
 
 void Server::run() {
   for (;;) {
@@ -42,6 +45,11 @@ void Server::run() {
       case Notice::reportWanted:
         report();
         break;
+      case Notice::timeIsUp:
+        _timerRuns = false;
+        _snapshots.advance();
+        startTimerForSnapshots();
+        break;
       case Notice::stopRequested:
         return;
     }
@@ -54,6 +62,14 @@ void Server::handleMessage(const IncomingMessage& message) {
   if (outcome.source != nullptr) _publisher.publish(outcome.source->topic, message.text());
   for (const StatusEvent& event : outcome.statusEvents)
     _publisher.publish(statusTopic, event.message);
+  startTimerForSnapshots();
+}
+
+void Server::startTimerForSnapshots() {
+  // Starting it again would put it off, for ever when requests keep coming.
+  if (_timerRuns || !_snapshots.areUnderWay()) return;
+  _timerRuns = true;
+  _startTimer();
 }
 
 // Also without --verbose: it was asked for.

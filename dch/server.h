@@ -22,15 +22,19 @@ namespace dch {
 // passed in outlives it.
 class Server {
  public:
+  // Calls announceTime a moment after it was called.
+  using Timer = void (*)();
+
   // Rows and events leave through `pushSocket`, long answers through `answerSocket`.
   Server(DCHipc& endpoint, Inbox& inbox, PushSocket& pushSocket, PushSocket& answerSocket,
-         Registry& registry, const ActionList& actionList, const EventLog& log);
+         Registry& registry, const ActionList& actionList, Timer startTimer, const EventLog& log);
 
   // Serves until the endpoint is requested to stop.
   void run();
 
  private:
   void handleMessage(const IncomingMessage& message);
+  void startTimerForSnapshots();
   void report() const;
 
   const EventLog& _log;
@@ -40,6 +44,9 @@ class Server {
   Answers _answers;
   Subscriptions _subscriptions;
   Publisher _publisher;
+  StatusSnapshots _snapshots;
+  const Timer _startTimer;
+  bool _timerRuns = false;
   Actions _actions;
   Deferrals _deferrals;
   Requests _requests;

@@ -147,7 +147,7 @@ TEST_F(ZordchdHostileTest, RefusesRowsWhoseAttributesDoNotFit) {
 
 TEST_F(ZordchdHostileTest, TakesNoDatagramForANotice) {
   for (const char* notice : {"IPC-SERVER_READY", "DP-DISCONNECT", "RESEND_MESSAGE", "SERVER_STOP",
-                             "PROGRAM_ENDED", "REPORT_WANTED"})
+                             "PROGRAM_ENDED", "REPORT_WANTED", "TIME_IS_UP"})
     expectMalformed(notice);
   EXPECT_TRUE(saidReadyOnce());
 }

@@ -70,6 +70,29 @@ TEST_F(ZordchdStatusTest, TellsANewSubscriberFirstWhatIsOnLine) {
   EXPECT_EQ(nextEvent(&consumer), "HOSTMON,load,host1,1025");
 }
 
+TEST_F(ZordchdStatusTest, TellsANewSubscriberOfMoreThanItsSystemKeepsUnread) {
+  constexpr std::size_t count = 1000;
+  std::set<std::string> expected, told;
+  for (std::size_t i = 0; i < count; ++i) {
+    const std::string source = "source" + std::to_string(i);
+    goOnline("load", source);
+    expected.insert("HOSTMON,load," + source + ",1015");
+  }
+  UdpClient consumer(_server.port());
+  // It asks again when it was too slow. Whoever is sent everything at once never gets the last
+  // ones.
+  constexpr int longestGapMilliseconds = 2000, mostAttempts = 10;
+  for (int attempt = 0; attempt < mostAttempts && told.size() < count; ++attempt) {
+    consumer.send(statusSubscribeMessage());
+    while (told.size() < count) {
+      const auto event = consumer.receive(longestGapMilliseconds);
+      if (!event) break;
+      told.insert(eventText(*event));
+    }
+  }
+  EXPECT_TRUE(told == expected) << told.size();
+}
+
 TEST_F(ZordchdStatusTest, TellsNothingAfterASubscriptionIsWithdrawn) {
   UdpClient leaving(_server.port()), staying(_server.port());
   subscribe(&leaving);
