@@ -15,8 +15,6 @@ file(CONFIGURE OUTPUT ${generated}/zordchcl.h CONTENT "${content}" @ONLY)
 install(FILES ${generated}/zordchcl.h ${PROJECT_SOURCE_DIR}/zora/zora.h
   DESTINATION ${header_folder})
 
-# A program finds the library beside it, wherever the two were installed to.
-set_target_properties(zordc PROPERTIES INSTALL_RPATH "\$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
 install(TARGETS zordchd zordp zordc)
 
 install(TARGETS zord410 zord410_static EXPORT zord410Targets

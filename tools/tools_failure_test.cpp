@@ -45,7 +45,7 @@ TEST(CommandLine, VersionAndHelpAreToldOnStandardOutput) {
   EXPECT_EQ(help.exitStatus, EX_OK);
   EXPECT_EQ(help.standardError, "");
   EXPECT_THAT(help.standardOutput, HasSubstr("Usage: zordp [OPTIONS] SUBCOMMAND\n"));
-  EXPECT_THAT(help.standardOutput, HasSubstr("Example:\n  zordp send -r hostmon.reg -g load"));
+  EXPECT_THAT(help.standardOutput, HasSubstr("Example:\n  zordp send -r demo.reg -g load"));
   EXPECT_THAT(help.standardOutput, HasSubstr("76 the DCH refused a request"));
   const ProgramResult watchHelp = zordc({"watch", "-h"});
   EXPECT_EQ(watchHelp.exitStatus, EX_OK);

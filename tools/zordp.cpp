@@ -7,11 +7,11 @@ namespace {
 
 constexpr char footer[] =
     "Example:\n"
-    "  zordp send -r hostmon.reg -g load -s $(hostname) -i rows.csv\n"
+    "  zordp send -r demo.reg -g load -s $(hostname) -i demo.csv\n"
     "\n"
     "The DCH is found through ZORA_DCH_ADDR (local host) and ZORA_DCH_PORT (1919), and is waited "
     "for\n"
-    "twice ZORA_DCH_TIMEOUT seconds (30).\n"
+    "ZORA_DCH_TIMEOUT seconds (30).\n"
     "\n"
     "Exit status: 0 every row was sent, 64 wrong command line, 65 bad input, 66 a file cannot be\n"
     "read, 69 the DCH does not answer, 76 the DCH refused a request (its status is in the "
@@ -20,11 +20,11 @@ constexpr char footer[] =
 
 constexpr char sendFooter[] =
     "Example:\n"
-    "  hostmon.reg:  appl:HOSTMON,HMN; group:load; attr:load1,G,4; attr:note,T,20;\n"
-    "  rows.csv:     load1,note\n"
-    "                17,all quiet\n"
-    "                25,\n"
-    "  zordp send -r hostmon.reg -g load -s $(hostname) -i rows.csv\n"
+    "  demo.reg:  appl:DEMO,DMO; group:load; attr:load1,G,4; attr:note,T,20;\n"
+    "  demo.csv:  load1,note\n"
+    "             17,all quiet\n"
+    "             25,\n"
+    "  zordp send -r demo.reg -g load -s $(hostname) -i demo.csv\n"
     "\n"
     "csv: the first line names the attributes. An empty column is left out of its row, \"\" is an\n"
     "empty text. jsonl: an object per line, {\"load1\": 17, \"note\": \"all quiet\"}; null is left "

@@ -41,7 +41,7 @@ void* dc_waitOnDataInitialize(const char* applName, const char* attrGroup) {
     client_waitOnData = new (std::nothrow) DCHclient(1, 0);
     if (client_waitOnData == nullptr) return 1;
     TRC1_STORAGE("Allocated client_waitOnData @%p\n", TRC1_Pointer(client_waitOnData));
-    // A client whose request fails stays alive in its slot: existing programs look at it there.
+    // A client whose request fails is deliberately left alive in its slot.
     if (client_waitOnData->dc_waitOnDataInitialize(applName, attrGroup) == 0)
       handle = client_waitOnData;
     return 0;

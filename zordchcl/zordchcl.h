@@ -13,8 +13,13 @@
  *      5  no answer in time, or the read failed
  *    Any other value is the DCH's. The variable stays untouched when the library has no memory for
  *    the request.
+ *    The DCH's own are 100 malformed message, 101 unknown application, 102 unknown attribute group,
+ *    103 unknown attribute, 104 unknown handle, 105 not stored, 106 unknown action.
+ *  - Addresses that a result is written to are never null.
  *  - Every request is its own conversation over a socket borrowed from the process's pool. It waits
- *    for the answer up to ZORA_DCH_TIMEOUT seconds (30) and looks once more after that.
+ *    for the answer up to ZORA_DCH_TIMEOUT seconds (30) and looks once more after that. Answers
+ * carry no number: one that comes after its request gave up is taken for the answer to a later
+ * request over the same socket, which then seems to fail with 2 or gets the earlier one's status.
  *  - Threads: any thread may call any function at any time, but for what is said at DCH_api_init,
  *    DCH_api_destroy and the consumer handles. Block signals in threads that wait for an answer: an
  *    interrupted wait counts as a failed read.
@@ -83,7 +88,8 @@ int dp_formatData(ZORA_Long* status, char** workBuffer, ZORA_Long* size, const c
                   const void* attrValue, ZORA_Long valueSize, char attrType);
 
 /* Sends the row and waits for the DCH's status. The work buffer is freed and `*workBuffer` is null
- * afterwards, whatever happened. `dataCode` is passed to the DCH as it is. */
+ * afterwards, whether the row went out or not; only without memory for the request (the status is
+ * then untouched) both stay as they were. `dataCode` is passed to the DCH as it is. */
 int dp_data(ZORA_Long* status, ZORA_Long handle, short dataCode, char** workBuffer);
 
 /* dp_data with a read timeout in seconds (0: the default) and a number of further looks for an
@@ -115,16 +121,17 @@ void* dc_waitOnDataInitialize(const char* applName, const char* attrGroup);
 /* Waits without limit for the next row. Returns 0 with the whole message in `buffer`, its first
  * four bytes its length in network order; -1 when the wait was cancelled, and on every later call
  * that delivers data after that; 1 on failure, after which the handle is only good to be destroyed.
- * A message longer than `bufferLength` bytes is a failure, and nothing is copied. One thread at a
- * time waits on a handle. */
+ * A message longer than `bufferLength` bytes is a failure, and nothing is copied. A cancelled wait
+ * leaves the cancelling datagram in `buffer`. One thread at a time waits on a handle. */
 int dc_waitOnData(void* handle, char* buffer, short bufferLength);
 
 /* Breaks the wait that another thread has on `handle`, or the next one when there is none. Returns
  * 0, 1 on failure, -1 when the handle was cancelled before. */
 int dc_waitOnDataCancel(void* handle);
 
-/* Ends the subscription and frees the handle, whatever it returns: 0, 1 on failure, -1 after a
- * cancel. No thread may still be waiting on it. */
+/* Ends the subscription and frees the handle. Returns 0, 1 on failure, -1 after a cancel; the
+ * handle is freed with any of them, unless the locks are gone (after DCH_api_destroy). No thread
+ * may still be waiting on it. */
 int dc_waitOnDataDestroy(void* handle);
 
 /* ---- Data consumers: following provider status ---------------------------------------------- */

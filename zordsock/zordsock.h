@@ -18,8 +18,9 @@ constexpr ZORA_Long SERVER_PIECE_SIZE = 4096;  // what the server reads at a tim
 constexpr ZORA_Long MAX_SERVER_PIECES = 1024;  // reaching this many in one message ends the server
 constexpr ZORA_Long MAX_TCP_CLIENTS = 64;      // slots for stream connections
 
-// An object is used by one thread at a time, but for a server's queue and its ipcWrite, which its
-// owner uses while the receiver thread runs IPCServer.
+// An object is used by one thread at a time, but for a server's queue, its setClientAddr and its
+// ipcWrite, which its owner uses while the receiver thread runs IPCServer: that thread has no use
+// for the peer address once it has queued its first notice.
 class ipcSock : public DCHipc {
  public:
   ipcSock();  // not to be used: leaves an object in error
