@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # pkg_config_test.sh LIBRARY_FOLDER VERSION PROJECT COMPILER...: builds and runs the consumer against an
-# installed library that only pkg-config knows of, and builds the example and the README's programs.
+# installed library that only pkg-config knows of, and builds the examples and the README's programs.
 set -euo pipefail
 library_folder=$1 version=$2 project=$3
 shift 3
@@ -21,7 +21,7 @@ found=$(pkg-config --modversion zord410)
 ! grep -r -- ' -W' "$library_folder"/{cmake,pkgconfig} || fail "warning flags for users"
 
 read -ra flags < <(pkg-config --cflags --libs zord410)
-cp "$(dirname "$0")/consumer.c" "$project/examples/hostmon.c" "$scratch"
+cp "$(dirname "$0")/consumer.c" "$project"/examples/*.c "$scratch"
 # Each block of C in a file of its own: readme1.c, readme2.c.
 awk -v folder="$scratch" '/^```c$/ {file = folder "/readme" ++count ".c"; next}
   /^```$/ {file = ""} file {print > file}' "$project/README.md"
