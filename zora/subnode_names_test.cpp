@@ -317,8 +317,10 @@ TEST(GetApplKey, EndsAtALineEnd) {
   EXPECT_EQ(Key("hostA:AB\nC").text, "AB");
 }
 
-TEST(GetApplKey, MayBeginWithAColon) {
+TEST(GetApplKey, MayHoldAnyOtherDelimiter) {
   EXPECT_EQ(Key("hostA::ABC").text, ":AB");
+  EXPECT_EQ(Key("hostA:A_C00_X1").text, "A_C");
+  EXPECT_EQ(Key("hostA:A C").text, "A C");
 }
 
 TEST(GetApplKey, OfNothingButColonsLeavesTheBufferAlone) {

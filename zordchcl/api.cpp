@@ -114,13 +114,15 @@ namespace {
 // The frame of the functions without a result: they report a client that could not be made.
 template <class Request>
 void runWithClient(const TRC1_Scope& trc1Scope, Request request) {
-  bool made = false;
-  withClient([&](DCHclient& client) {
-    made = true;
-    request(client);
-    return 0;
-  });
-  if (!made) TRC1_ERROR("Error: failed to instantiate DCHclient.\n");
+  withClient(
+      [&](DCHclient& client) {
+        request(client);
+        return 0;
+      },
+      [&] {
+        TRC1_ERROR("Error: failed to instantiate DCHclient.\n");
+        return 1;
+      });
 }
 
 }  // namespace

@@ -20,13 +20,20 @@ int guarded(Request request) noexcept {
   }
 }
 
-// Runs `request` on a client made for it. Without memory for the client the result is 1.
-template <class Request>
-int withClient(Request request) noexcept {
+// Runs `request` on a client made for it. Without memory for the client the result is that of
+// `withoutClient`, which takes no argument.
+template <class Request, class WithoutClient>
+int withClient(Request request, WithoutClient withoutClient) noexcept {
   return guarded([&]() -> ZORA_Long {
     const std::unique_ptr<DCHclient> client(new (std::nothrow) DCHclient(0, 1));
-    return client != nullptr ? request(*client) : 1;
+    return client != nullptr ? request(*client) : withoutClient();
   });
+}
+
+// The same with the result 1.
+template <class Request>
+int withClient(Request request) noexcept {
+  return withClient(request, [] { return 1; });
 }
 
 // The same for the functions whose work buffer crosses the call: their client is freed only while
@@ -52,6 +59,12 @@ int withCheckedClient(const TRC1_Scope& trc1Scope, Request request,
 template <class Request>
 int withCheckedClient(const TRC1_Scope& trc1Scope, Request request) noexcept {
   return withCheckedClient(trc1Scope, request, [](const DCHclient&) {});
+}
+
+// What the data consumers' functions say without a client; the result is the caller's.
+inline ZORA_Long reportNoClient(const TRC1_Scope& trc1Scope, ZORA_Long result) {
+  TRC1_ERROR("Error: allocating DCHclient.\n");
+  return result;
 }
 
 }  // namespace zordchcl

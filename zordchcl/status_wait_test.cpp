@@ -352,6 +352,19 @@ TEST(FailedWait, ACountWithoutAMessageIsOne) {
   EXPECT_THAT(trace.texts(), ElementsAre("Error: ipcRead with wait[FOREVER] failed\n"));
 }
 
+TEST(FailedWait, OnACancelledClientReadsAndReturnsNullAllTheSame) {
+  expectTrace(waitName, [] {
+    FakedClient faked;
+    faked.client._clientError = -1;
+    faked.transport.answers = {notification("A", "g", "s", 1)};
+    EXPECT_EQ(faked.client.dc_waitForDPStatus(), nullptr);
+    EXPECT_EQ(faked.client._clientError, -1);
+    return Lines{entryLine(), waitingLine("dc_waitForDPStatus")} + sourceSeen +
+           Lines{detailLine("requestType <1>\n"), detailLine("Returning response <A,g,s,1>\n"),
+                 releasedLine(), returningNull};
+  });
+}
+
 TEST(FailedWait, MakesEveryLaterWaitReturnNullWithoutReading) {
   expectTrace(waitName, [] {
     FakedClient faked;
