@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <iostream>
 #include <memory>
-#include <optional>
 #include <sstream>
 #include <vector>
 
@@ -17,39 +16,38 @@
 #include "tools/common/printable.h"
 #include "tools/common/transport_check.h"
 #include "tools/record_writer.h"
-#include "zordchcl/zordchcl.h"
+#include "zordchcl/DCHclient.h"
 
 namespace tools {
 namespace {
 
-using Query = int (*)(ZORA_Long*, char**, const char*, short);
+using Query = ZORA_Long (DCHclient::*)(char**, const char*, ZORA_Long);
 using Record = std::vector<std::string>;
 
 constexpr char truncatedLine[] = "#truncated";
 
-// The text of the answer, nothing when it was empty. An answer that is empty and one that did not
-// come look the same to the library's caller; the time that it took tells them apart.
-std::optional<std::string> ask(Query query, const CatalogueOptions& options) {
+// The text of the answer. Asks through the client and not the exported functions: those fail alike
+// for an answer that is empty, one that does not come and a question that cannot be sent.
+std::string ask(Query query, const CatalogueOptions& options) {
   std::signal(SIGPIPE, SIG_IGN);
   checkTransport();
-  const auto start = std::chrono::steady_clock::now();
-  ZORA_Long length = 0;
-  char* answer = nullptr;
+  DCHclient client(0, 1);  // without an interrupt socket, on a pooled port
   const char* const appl = options.appl.empty() ? nullptr : options.appl.c_str();
-  const int result = query(&length, &answer, appl, options.waitSeconds);
+  const auto start = std::chrono::steady_clock::now();
+  char* answer = nullptr;
+  const ZORA_Long length = (client.*query)(&answer, appl, options.waitSeconds);
   const std::unique_ptr<char, void (*)(void*)> owned(answer, std::free);
-  if (result == 0 && answer == nullptr) throw Failure(EX_OSERR, "no memory for the answer");
-  if (result == 0) return std::string(answer, static_cast<std::size_t>(length));
-  if (std::chrono::steady_clock::now() - start >= std::chrono::seconds(options.waitSeconds))
-    throw Failure(EX_UNAVAILABLE,
-                  "no answer from the DCH in " + std::to_string(options.waitSeconds) + " s");
-  return std::nullopt;
+  if (answer != nullptr) return std::string(answer, static_cast<std::size_t>(length));
+  if (std::chrono::steady_clock::now() - start < std::chrono::seconds(options.waitSeconds))
+    throw Failure(EX_UNAVAILABLE, "the DCH could not be asked, or did not answer the question");
+  throw Failure(EX_UNAVAILABLE,
+                "no answer from the DCH in " + std::to_string(options.waitSeconds) + " s");
 }
 
 std::string askAboutOne(Query query, const CatalogueOptions& options, const char* missing) {
-  const std::optional<std::string> answer = ask(query, options);
-  if (!answer) throw Failure(EX_NOINPUT, missing + inQuotes(options.appl));
-  return *answer;
+  std::string answer = ask(query, options);
+  if (answer.empty()) throw Failure(EX_NOINPUT, missing + inQuotes(options.appl));
+  return answer;
 }
 
 // The parts of a line; the last one takes what is left, commas included.
@@ -92,22 +90,20 @@ void print(const std::string& answer, std::vector<RecordColumn> columns,
 }  // namespace
 
 int showApplications(const CatalogueOptions& options) {
-  const auto answer = options.appl.empty()
-                          ? ask(dc_getApplications, options)
-                          : askAboutOne(dc_getApplications, options, "no application ");
-  print(answer.value_or(""), {{"name"}, {"key"}, {"type"}, {"groups"}, {"online", true}},
-        options.format);
+  const Query query = &DCHclient::dc_getApplications;
+  print(options.appl.empty() ? ask(query, options) : askAboutOne(query, options, "no application "),
+        {{"name"}, {"key"}, {"type"}, {"groups"}, {"online", true}}, options.format);
   return EX_OK;
 }
 
 int showAttributes(const CatalogueOptions& options) {
-  print(askAboutOne(dc_getApplAttributes, options, "no application "),
+  print(askAboutOne(&DCHclient::dc_getApplAttributes, options, "no application "),
         {{"group"}, {"name"}, {"letter"}, {"size", true}, {"help"}}, options.format);
   return EX_OK;
 }
 
 int showHelp(const CatalogueOptions& options) {
-  std::string text = askAboutOne(dc_getApplHelp, options, "no help text for ");
+  std::string text = askAboutOne(&DCHclient::dc_getApplHelp, options, "no help text for ");
   if (text.empty() || text.back() != '\n') text += '\n';
   printLines(text);
   return EX_OK;

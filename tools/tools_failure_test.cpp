@@ -53,7 +53,7 @@ TEST(CommandLine, VersionAndHelpAreToldOnStandardOutput) {
   EXPECT_THAT(watchHelp.standardOutput, HasSubstr("Examples:\n  zordc watch HOSTMON load\n"));
   EXPECT_THAT(zordp({"send", "--help"}).standardOutput,
               HasSubstr("-r,--registration FILE (required)"));
-  EXPECT_THAT(zordc({"--help"}).standardOutput, HasSubstr("75 no row came for\n--timeout"));
+  EXPECT_THAT(zordc({"--help"}).standardOutput, HasSubstr("75 a wait ran out"));
 }
 
 TEST(CommandLine, AWrongOneIsRefusedWithTheReason) {

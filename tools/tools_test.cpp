@@ -3,9 +3,9 @@
 #include <signal.h>
 #include <sysexits.h>
 
-#include <cctype>
 #include <nlohmann/json.hpp>
 
+#include "tools/testkit/printed_times.h"
 #include "tools/testkit/tools_fixture.h"
 
 namespace tools {
@@ -15,21 +15,6 @@ using ::testing::ContainsRegex;
 using ::testing::ElementsAre;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
-
-// The times of arrival replaced by TIME, so that the rest can be compared.
-std::string withoutTimes(std::string output) {
-  constexpr std::string_view pattern = "0000-00-00T00:00:00.000Z";
-  const auto timeIsAt = [&](std::size_t at) {
-    for (std::size_t i = 0; i < pattern.size(); ++i) {
-      const char found = output[at + i];
-      if (pattern[i] == '0' ? std::isdigit(found) == 0 : found != pattern[i]) return false;
-    }
-    return true;
-  };
-  for (std::size_t at = 0; at + pattern.size() <= output.size(); ++at)
-    if (timeIsAt(at)) output.replace(at, pattern.size(), "TIME");
-  return output;
-}
 
 // The values of each line that zordc printed as JSON.
 std::vector<std::string> valuesIn(const std::string& jsonLines) {

@@ -38,7 +38,8 @@ inline ProgramResult runProgram(const std::string& path, const Arguments& argume
 // A server of its own for each test, which has subscribed consumers and sends rows of one group.
 class ToolsTest : public ::testing::Test {
  protected:
-  ToolsTest() : _server(ZORDCHD_PATH, {"--port", "0", "--verbose"}, {}) {
+  explicit ToolsTest(const Arguments& moreForServer = {})
+      : _server(ZORDCHD_PATH, serverArguments(moreForServer), {}) {
     const std::string ready = _server.waitForOutput("\n");
     _port = std::stoi(ready.substr(ready.rfind(' ')));
   }
@@ -75,10 +76,22 @@ class ToolsTest : public ::testing::Test {
     return startWatching("WEATHER", "sky", more);
   }
 
+  // What zordc does when it is run to its end without input.
+  ProgramResult zordc(const Arguments& arguments) const {
+    return runProgram(ZORDC_PATH, arguments, environment());
+  }
+
   RunningProgram _server;
   int _port = 0;
   int _subscriptions = 0;
   const TemporaryFile _registration{registrationText};
+
+ private:
+  static Arguments serverArguments(const Arguments& more) {
+    Arguments arguments{"--port", "0", "--verbose"};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return arguments;
+  }
 };
 
 }  // namespace tools
