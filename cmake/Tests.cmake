@@ -18,6 +18,8 @@ function(zord410_test name)
     zord410_warnings zord410_test_support zord410_static GTest::gmock GTest::gtest_main ${ARG_LINK})
   list(TRANSFORM ARG_WRAP PREPEND "-Wl,--wrap=")
   target_link_options(${name} PRIVATE ${ARG_WRAP})
+  # A test is built far more often than its own code is worth optimising: this halves the build.
+  target_compile_options(${name} PRIVATE -O0)
   set_target_properties(${name} PROPERTIES
     RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/test-bin)
   # Values would show as bytes, addresses among them, that differ from build to build.
