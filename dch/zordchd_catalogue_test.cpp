@@ -139,7 +139,8 @@ TEST_F(ZordchdCatalogueTest, AnswersOnAConnectionAtOnce) {
 
 TEST_F(ZordchdCatalogueTest, ServesOnWhenThoseWhoAskAreGone) {
   registerMany(4);
-  for (int i = 0; i < 200; ++i)
+  // Few: the rest of an answer goes to whoever has got the port by then.
+  for (int i = 0; i < 3; ++i)
     UdpClient(_server.port()).send(catalogueMessage(DCH_REQUEST_APPLICATIONS));
   EXPECT_EQ(ask(dc_getApplications, "APPLICATION1000"), _lines.substr(0, _lines.find('\n') + 1));
 }
