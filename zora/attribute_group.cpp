@@ -10,6 +10,8 @@
 
 namespace {
 
+constexpr int maxDigits = 5;
+
 char _checksumStr[64];
 
 }  // namespace
@@ -20,6 +22,12 @@ char* ZORA_ComputeChecksumOnAttrGroup(const char* attrGroup) {
   const auto checksum =
       static_cast<std::uint16_t>(ZOR0_ComputeCheckSum(attrGroup, std::strlen(attrGroup)));
   std::snprintf(_checksumStr, sizeof _checksumStr, "%d", checksum);
+  // Sixteen bits never take more digits; the cut is what keeps a wider sum in its place.
+  const int length = static_cast<int>(std::strlen(_checksumStr));
+  if (length > maxDigits) {
+    TRC1_DETAIL("Note: _checksumStr<%s> length=%d. Being truncated.\n", _checksumStr, length);
+    ZOR0_TruncateFromLeft(_checksumStr, length, maxDigits);
+  }
   return _checksumStr;
 }
 
