@@ -18,6 +18,7 @@
 #include <functional>
 #include <new>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "dch/testkit/server_process.h"
@@ -96,7 +97,8 @@ void sendRows(int provider, int seconds, Latencies* latencies) {
   }
 }
 
-// Runs zordc again and again until it is killed; counts the runs that were answered.
+// Runs zordc until it is killed itself; counts the runs that were answered. The pause keeps this a
+// measure of the server: programs that start without end take both cores of a small machine.
 void ask(const std::vector<const char*>& arguments, int* answered) {
   for (;;) {
     const pid_t child = startChild([&] {
@@ -107,6 +109,7 @@ void ask(const std::vector<const char*>& arguments, int* answered) {
     int outcome = 1;
     waitpid(child, &outcome, 0);
     if (outcome == 0) ++*answered;
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
   }
 }
 
@@ -145,8 +148,8 @@ Side measureBesideQuestions(int seconds, Latencies* latencies, int* answered) {
   const std::vector<const char*> applications{"zordc", "apps", nullptr};
   const std::vector<const char*> attributes{"zordc", "attrs", "APPLICATION1100", nullptr};
   std::vector<pid_t> loops;
-  for (int i = 0; i < 4; ++i)
-    loops.push_back(startChild([&, i] { ask(i < 2 ? applications : attributes, &answered[i]); }));
+  loops.push_back(startChild([&] { ask(applications, &answered[0]); }));
+  loops.push_back(startChild([&] { ask(attributes, &answered[1]); }));
   const Side side = measure(seconds, latencies);
   for (const pid_t loop : loops) {
     kill(loop, SIGKILL);
@@ -173,7 +176,7 @@ int main(int argc, char** argv) {
   inChild(registerApplications);
 
   auto* const latencies = shared<Latencies>(providers);
-  int* const answered = shared<int>(4);
+  int* const answered = shared<int>(2);
   std::vector<float> quiet, busy;
   for (int round = 0; round < rounds; ++round) {
     const Side without = measure(seconds, latencies);
@@ -185,7 +188,6 @@ int main(int argc, char** argv) {
     quiet.push_back(without.p99);
     busy.push_back(with.p99);
   }
-  std::printf("answered: %d times apps, %d times attrs\n", answered[0] + answered[1],
-              answered[2] + answered[3]);
+  std::printf("answered: %d times apps, %d times attrs\n", answered[0], answered[1]);
   std::printf("p99 with questions / without, of the medians: %.2f\n", median(busy) / median(quiet));
 }
