@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "suite/registration.h"
+#include "suite/trimmed.h"
 #include "zora/zora.h"
 
 namespace suite {
@@ -22,13 +23,6 @@ struct ClauseError {
 
 [[noreturn]] void refuse(std::string reason) {
   throw ClauseError{std::move(reason)};
-}
-
-std::string_view trimmed(std::string_view text) {
-  constexpr std::string_view blanks = " \t\r\n";
-  const std::size_t first = text.find_first_not_of(blanks);
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(blanks) - first + 1);
 }
 
 bool isControl(char character) {
