@@ -3,14 +3,13 @@
 #include <cstring>
 
 #include "suite/osv1.h"
+#include "zordsock/zordsock.h"
 
 namespace dch {
 
 namespace {
 
-constexpr std::string_view readyText = "IPC-SERVER_READY";
-constexpr std::string_view disconnectText = "DP-DISCONNECT";
-constexpr std::string_view resendText = "RESEND_MESSAGE";
+// What this program's other threads queue, beside the receive loop's own notices.
 constexpr std::string_view stopText = "SERVER_STOP";
 constexpr std::string_view endOfProgramText = "PROGRAM_ENDED";
 constexpr std::string_view reportText = "REPORT_WANTED";
@@ -32,16 +31,16 @@ Notice noticeOf(const IncomingMessage& message) {
   const std::string_view text = message.text();
   if (message.isDatagram()) {
     if (message.hasSenderName) return Notice::none;
-    if (text == readyText) return Notice::ready;
+    if (text == SERVER_NOTICE_READY) return Notice::ready;
     if (text == stopText) return Notice::stopRequested;
     if (text == endOfProgramText) return Notice::programEnded;
     if (text == reportText) return Notice::reportWanted;
     if (text == timeText) return Notice::timeIsUp;
     return Notice::none;
   }
-  if (text == disconnectText && !message.hasSenderName) return Notice::disconnected;
+  if (text == SERVER_NOTICE_DISCONNECT && !message.hasSenderName) return Notice::disconnected;
   // Such a text is never a client's whole message: its first bytes would be a much larger length.
-  if (text == resendText) return Notice::brokenMessage;
+  if (text == SERVER_NOTICE_RESEND) return Notice::brokenMessage;
   return Notice::none;
 }
 

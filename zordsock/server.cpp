@@ -23,11 +23,6 @@ namespace {
 constexpr int listenBacklog = 5;
 constexpr ZORA_Long loopEnds = 2;  // the value of _sockError that ends the loop
 
-// Notices of the loop's own, queued like messages but without a length word.
-constexpr char noticeReady[] = "IPC-SERVER_READY";
-constexpr char noticeDisconnect[] = "DP-DISCONNECT";
-constexpr char noticeResend[] = "RESEND_MESSAGE";
-
 class ReceiveLoop {
  public:
   ReceiveLoop(ipcSock& server, const TRC1_Scope& scope)
@@ -73,7 +68,7 @@ void ReceiveLoop::start() {
   } else {
     TRC1_DETAIL("listen for _sockTCP %d successful. errno=%d\n", _server._sockTCP, errno);
   }
-  queueNotice(noticeReady, _server._sockAddress, nullptr, 0);
+  queueNotice(SERVER_NOTICE_READY, _server._sockAddress, nullptr, 0);
 }
 
 void ReceiveLoop::run() {
@@ -167,11 +162,11 @@ void ReceiveLoop::serveConnection(ZORA_Long slot, int descriptor) {
     TRC1_DETAIL("_sockClientFD[%d]=%d closed TCP connection: continue...", slot, descriptor);
     ZOR0_CloseTheSocket(descriptor);
     _server._sockClientFD[slot] = 0;
-    queueNotice(noticeDisconnect, peer, nullptr, descriptor);
+    queueNotice(SERVER_NOTICE_DISCONNECT, peer, nullptr, descriptor);
   } else if (!_streamMessage.whole()) {
     TRC1_ERROR("Error: TCP received %d bytes, expected %d bytes\n", _streamMessage.totalRead(),
                _streamMessage.totalLength());
-    queueNotice(noticeResend, peer, SenderName(peer).text(), descriptor);
+    queueNotice(SERVER_NOTICE_RESEND, peer, SenderName(peer).text(), descriptor);
   } else {
     queueStreamMessage(peer, descriptor);
   }

@@ -18,6 +18,12 @@ constexpr ZORA_Long SERVER_PIECE_SIZE = 4096;  // what the server reads at a tim
 constexpr ZORA_Long MAX_SERVER_PIECES = 1024;  // reaching this many in one message ends the server
 constexpr ZORA_Long MAX_TCP_CLIENTS = 64;      // slots for stream connections
 
+// Notices that the receive loop queues like messages, but without a length word: it serves, a
+// connection is gone, a message broke off.
+constexpr char SERVER_NOTICE_READY[] = "IPC-SERVER_READY";
+constexpr char SERVER_NOTICE_DISCONNECT[] = "DP-DISCONNECT";
+constexpr char SERVER_NOTICE_RESEND[] = "RESEND_MESSAGE";
+
 // An object is used by one thread at a time, but for a server's queue, its setClientAddr and its
 // ipcWrite, which its owner uses while the receiver thread runs IPCServer: that thread has no use
 // for the peer address once it has queued its first notice.
