@@ -81,11 +81,15 @@ QueuedMessage RunningServer::start() {
 
 void RunningServer::stop() {
   if (!_result.valid()) return;
-  _endpoint._sockError = 2;
   const LoopbackSocket waker;
-  waker.sendTo(datagramPort(), "wake up");
+  const auto ends = [&] {
+    // Said again and again: an error that the loop is about to note writes over it.
+    _endpoint._sockError = 2;
+    waker.sendTo(datagramPort(), "wake up");
+    return _result.wait_for(std::chrono::milliseconds(20)) == std::future_status::ready;
+  };
   // A loop that waits for room in the queue comes to its end only when there is some.
-  while (_result.wait_for(std::chrono::milliseconds(20)) != std::future_status::ready)
+  while (!ends())
     if (_endpoint._ipcCircularBuffer->num_full != 0) next();
   _result.get();
 }
