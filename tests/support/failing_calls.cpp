@@ -28,6 +28,10 @@ Counted counted;
 std::atomic<bool> isCounting{false};
 std::atomic<int> callCount{0};
 
+// The mutex that a fault kept from being locked. Code that takes the failure for a success will
+// unlock it, which must not be made: nobody may unlock what is not locked.
+thread_local const void* refusedMutex = nullptr;
+
 bool fails(SystemCall call, const void* object) {
   if (isCounting.load(std::memory_order_acquire) && counted.call == call &&
       counted.object == object)
@@ -78,33 +82,60 @@ pid_t __real_fork();
 
 int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
                           void* (*entry)(void*), void* argument) {
+  if (isToFail(SystemCall::createThread)) return plannedError();
   if (fails(SystemCall::createThread, nullptr)) return failure.result;
   return __real_pthread_create(thread, attributes, entry, argument);
 }
 
 int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
+  if (isToFail(SystemCall::lockMutex)) {
+    refusedMutex = mutex;
+    return plannedError();
+  }
   if (fails(SystemCall::lockMutex, mutex)) return failure.result;
-  return __real_pthread_mutex_lock(mutex);
+  const int result = __real_pthread_mutex_lock(mutex);
+  if (result == 0) {
+    if (refusedMutex == mutex) refusedMutex = nullptr;
+    countLocked();
+  }
+  return result;
 }
 
 int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex) {
-  const int result = __real_pthread_mutex_unlock(mutex);
+  int result = 0;
+  if (refusedMutex == mutex) {
+    refusedMutex = nullptr;
+  } else {
+    result = __real_pthread_mutex_unlock(mutex);
+    if (result == 0) countUnlocked();
+  }
+  if (isToFail(SystemCall::unlockMutex)) return plannedError();
   return fails(SystemCall::unlockMutex, mutex) ? failure.result.load() : result;
 }
 
 int __wrap_pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex) {
+  if (isToFail(SystemCall::waitCondition)) return plannedError();
   if (fails(SystemCall::waitCondition, condition)) return failure.result;
+  lockIfRefused(mutex);
   return __real_pthread_cond_wait(condition, mutex);
 }
 
 int __wrap_pthread_cond_signal(pthread_cond_t* condition) {
+  if (isToFail(SystemCall::signalCondition)) return plannedError();
   if (fails(SystemCall::signalCondition, condition)) return failure.result;
   return __real_pthread_cond_signal(condition);
 }
 
 pid_t __wrap_fork() {
+  if (isToFail(SystemCall::fork)) return -1;
   if (fails(SystemCall::fork, nullptr)) return failure.result;
   return __real_fork();
 }
 
 }  // extern "C"
+
+void lockIfRefused(pthread_mutex_t* mutex) {
+  if (refusedMutex != mutex) return;
+  refusedMutex = nullptr;
+  if (__real_pthread_mutex_lock(mutex) == 0) countLocked();
+}

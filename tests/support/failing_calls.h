@@ -1,16 +1,10 @@
-// failing_calls.h: makes system calls of the library fail, and counts them. For programs that link
-// zord410_test_failing_calls, whose linker options put these wrappers before the real functions.
+// failing_calls.h: makes every system call of one kind fail, of the library's threads and mutexes
+// and forks, and counts them. For programs that link zord410_test_failing_calls, whose linker
+// options put these wrappers before the real functions. A single call fails by fault_plan.h.
 #ifndef TESTS_SUPPORT_FAILING_CALLS_H
 #define TESTS_SUPPORT_FAILING_CALLS_H
 
-enum class SystemCall {
-  createThread,
-  lockMutex,
-  unlockMutex,
-  waitCondition,
-  signalCondition,
-  fork
-};
+#include "tests/support/fault_plan.h"
 
 // While it lives, one call fails. One at a time.
 class FailingCall {

@@ -1,5 +1,6 @@
 // failing_memory.h: makes the allocations of the library fail, and counts allocations. For programs
-// that link zord410_test_failing_memory, which replaces operator new.
+// that link zord410_test_failing_memory, which replaces operator new. A single allocation fails by
+// fault_plan.h.
 #ifndef TESTS_SUPPORT_FAILING_MEMORY_H
 #define TESTS_SUPPORT_FAILING_MEMORY_H
 
@@ -18,7 +19,9 @@ class FailingMemory {
   static std::size_t lastRefusedBytes();
 };
 
-// The number of allocations through operator new so far, in any of its forms but the aligned ones.
+// The number of allocations through operator new so far, in any of its forms but the aligned ones,
+// and how many of them are not freed yet.
 std::size_t allocationCount();
+long liveAllocations();
 
 #endif  // TESTS_SUPPORT_FAILING_MEMORY_H
