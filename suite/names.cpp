@@ -7,6 +7,7 @@
 #include <cstring>
 #include <mutex>
 
+#include "suite/locking.h"
 #include "suite/zor0.h"
 
 namespace {
@@ -20,7 +21,8 @@ constexpr std::chrono::seconds keptSeconds{10};
 class NameCache {
  public:
   bool find(const char* name, in_addr* address) {
-    const std::lock_guard lock(_mutex);
+    const suite::Lock lock(_mutex);
+    if (!lock.isHeld()) return false;
     const Entry* entry = entryOf(name);
     if (entry == nullptr || Clock::now() >= entry->expiry) return false;
     *address = entry->address;
@@ -29,7 +31,8 @@ class NameCache {
 
   void keep(const char* name, in_addr address) {
     if (std::strlen(name) >= sizeof Entry::name) return;
-    const std::lock_guard lock(_mutex);
+    const suite::Lock lock(_mutex);
+    if (!lock.isHeld()) return;
     Entry* entry = entryOf(name);
     if (entry == nullptr) entry = oldest();
     std::strcpy(entry->name, name);

@@ -20,6 +20,8 @@
 #include <string_view>
 #include <vector>
 
+#include "suite/locking.h"
+
 // Nothing in this file is destroyed: detached threads trace while the process ends.
 
 namespace {
@@ -140,7 +142,8 @@ class Rules {
 class Configuration {
  public:
   unsigned sync(TRC1_Block* block) {
-    const std::lock_guard lock(mutex);
+    const suite::Lock lock(mutex);
+    if (!lock.isHeld()) return defaultMask;  // for this call; the next one asks again
     readEnvironmentOnce();
     enlist(block->unit);
     const unsigned flags = _rules.maskOf(*block);
@@ -151,8 +154,8 @@ class Configuration {
   }
 
   void configure(const char* rules) {
-    const std::lock_guard lock(mutex);
-    if (!_rules.set(rules)) return;
+    const suite::Lock lock(mutex);
+    if (!lock.isHeld() || !_rules.set(rules)) return;
     _isConfigured = true;
     if (++_stamp == neverSynced) ++_stamp;
     for (TRC1_Unit* unit = _units; unit != nullptr; unit = unit->nextEnlisted)
@@ -207,8 +210,8 @@ class Output {
 
  private:
   bool writeToSink(const TRC1_Record& record) {
-    const std::lock_guard lock(sinkMutex);
-    if (_sink == nullptr) return false;
+    const suite::Lock lock(sinkMutex);
+    if (!lock.isHeld() || _sink == nullptr) return false;
     _sink(_context, record);
     return true;
   }
@@ -216,7 +219,8 @@ class Output {
   int descriptor() {
     int found = _descriptor.load(std::memory_order_acquire);
     if (found != notOpen) return found;
-    const std::lock_guard lock(sinkMutex);
+    const suite::Lock lock(sinkMutex);
+    if (!lock.isHeld()) return STDERR_FILENO;
     found = _descriptor.load(std::memory_order_relaxed);
     if (found == notOpen) {
       found = openFile();
@@ -246,13 +250,16 @@ class Output {
 constinit Output output;
 
 // A child must not inherit a lock that a thread of its parent holds.
+thread_local bool isConfigurationLocked = false;
+thread_local bool isSinkLocked = false;
+
 void lockForFork() {
-  configuration.mutex.lock();
-  output.sinkMutex.lock();
+  isConfigurationLocked = suite::locked(configuration.mutex);
+  isSinkLocked = suite::locked(output.sinkMutex);
 }
 void unlockAfterFork() {
-  output.sinkMutex.unlock();
-  configuration.mutex.unlock();
+  if (isSinkLocked) output.sinkMutex.unlock();
+  if (isConfigurationLocked) configuration.mutex.unlock();
 }
 [[maybe_unused]] const int forkHandlers =
     pthread_atfork(lockForFork, unlockAfterFork, unlockAfterFork);
