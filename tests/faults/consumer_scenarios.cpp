@@ -1,0 +1,157 @@
+#include <fcntl.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "tests/faults/scenario.h"
+#include "zordchcl/DCHclient.h"
+#include "zordchcl/zordchcl.h"
+
+namespace {
+
+// ---- Rows ------------------------------------------------------------------------------------
+
+void* subscribe(const char* application) {
+  DCH_api_init();
+  void* const handle = dc_waitOnDataInitialize(application, "load");
+  if (handle == nullptr) std::abort();
+  return handle;
+}
+
+std::string waitOnDataInitialize() {
+  DCH_api_init();
+  void* const handle = tested([&] { return dc_waitOnDataInitialize("HOSTMON", "load"); });
+  if (handle == nullptr) return "no handle";
+  dc_waitOnDataDestroy(handle);
+  return "a handle";
+}
+
+std::string waitOn(void* handle) {
+  char row[256] = "";
+  const int result = tested([&] { return dc_waitOnData(handle, row, sizeof row); });
+  dc_waitOnDataDestroy(handle);
+  const bool hasRow = std::memcmp(row, "\0\0\0", 3) == 0 && row[3] != '\0';
+  return std::to_string(result) + (hasRow ? " and a message" : "");
+}
+
+std::string waitOnData() {
+  return waitOn(subscribe("HOSTMON"));
+}
+
+std::string waitOnDataThatIsCancelled() {
+  void* const handle = subscribe("SILENT");
+  if (dc_waitOnDataCancel(handle) != 0) std::abort();
+  return waitOn(handle);
+}
+
+std::string waitOnDataCancel() {
+  void* const handle = subscribe("SILENT");
+  const int result = tested([&] { return dc_waitOnDataCancel(handle); });
+  dc_waitOnDataDestroy(handle);
+  return std::to_string(result);
+}
+
+std::string waitOnDataDestroy() {
+  void* const handle = subscribe("SILENT");
+  const int descriptor = static_cast<DCHclient*>(handle)->_interruptFD;
+  const int result = tested([&] { return dc_waitOnDataDestroy(handle); });
+  // Without the lock the handle stays as it was.
+  const bool isAlive = fcntl(descriptor, F_GETFD) != -1;
+  if (isAlive) dc_waitOnDataDestroy(handle);
+  return std::to_string(result) + (isAlive ? " with the handle kept" : "");
+}
+
+// ---- Provider status -------------------------------------------------------------------------
+
+void* followStatus() {
+  DCH_api_init();
+  void* const handle = dc_waitForDPStatusInitialize();
+  if (handle == nullptr) std::abort();
+  return handle;
+}
+
+std::string waitForStatusInitialize() {
+  DCH_api_init();
+  void* const handle = tested([&] { return dc_waitForDPStatusInitialize(); });
+  if (handle == nullptr) return "no handle";
+  dc_waitForDPStatusDestroy(handle);
+  return "a handle";
+}
+
+std::string waitForStatus() {
+  void* const handle = followStatus();
+  const char* const text = tested([&] { return dc_waitForDPStatus(handle); });
+  const std::string outcome = text != nullptr ? text : "no text";
+  dc_waitForDPStatusDestroy(handle);
+  return outcome;
+}
+
+std::string waitForStatusDestroy() {
+  void* const handle = followStatus();
+  return std::to_string(tested([&] { return dc_waitForDPStatusDestroy(handle); }));
+}
+
+// ---- Catalogue -------------------------------------------------------------------------------
+
+template <auto query>
+std::string ask() {
+  ZORA_Long length = untouched;
+  char* buffer = nullptr;
+  const int result = tested([&] { return query(&length, &buffer, "HOSTMON", 1); });
+  std::string outcome = std::to_string(result) + " length " + std::to_string(length);
+  outcome += buffer != nullptr ? std::string(" ") + buffer : " without a block";
+  std::free(buffer);
+  return outcome;
+}
+
+// ---- Actions ---------------------------------------------------------------------------------
+
+std::string provideAction() {
+  return std::to_string(tested([&] {
+    return dc_provideAction(1, "owner", "node", "subnode", "restart", 4711, "service=web");
+  }));
+}
+
+std::string waitForActionResults() {
+  return std::to_string(tested([&] { return dc_waitForActionResults(4711); }));
+}
+
+std::string deferReportRequest() {
+  return std::to_string(
+      tested([&] { return dc_deferReportRequest(nullptr, 4711, 1000, "HMN", "TABLE", "host1"); }));
+}
+
+}  // namespace
+
+std::vector<Scenario> consumerScenarios() {
+  const std::vector<Failure> noHandle = {{"no handle", Silent::withoutMemory}};
+  const std::vector<Failure> failed = {{"1"}};
+  const std::string answer = "0 length 6 answer";
+  const std::vector<Failure> noAnswer = {{"1 length 0 without a block"},
+                                         {"0 length 6 without a block"}};
+  std::vector<Scenario> scenarios = {
+      {"dc_waitOnDataInitialize", waitOnDataInitialize, "a handle", noHandle},
+      {"dc_waitOnData", waitOnData, "0 and a message", failed},
+      {"dc_waitOnData_that_is_cancelled",
+       waitOnDataThatIsCancelled,
+       "-1 and a message",
+       {{"1"}, {"-1", Silent::always}}},
+      {"dc_waitOnDataCancel", waitOnDataCancel, "0", failed},
+      {"dc_waitOnDataDestroy", waitOnDataDestroy, "0", {{"1"}, {"1 with the handle kept"}}},
+      {"dc_waitForDPStatusInitialize", waitForStatusInitialize, "a handle", noHandle},
+      {"dc_waitForDPStatus", waitForStatus, "HOSTMON,load,host1,4117", {{"no text"}}},
+      {"dc_waitForDPStatusDestroy", waitForStatusDestroy, "0", failed},
+      {"dc_getApplications", ask<dc_getApplications>, answer, noAnswer},
+      {"dc_getApplAttributes", ask<dc_getApplAttributes>, answer, noAnswer},
+      {"dc_getApplHelp", ask<dc_getApplHelp>, answer, noAnswer},
+      {"dc_provideAction", provideAction, "0", failed},
+      {"dc_waitForActionResults", waitForActionResults, "7", {{"-1"}, {"1"}}},
+      {"dc_deferReportRequest", deferReportRequest, "0", failed},
+  };
+  for (Scenario& scenario : scenarios) {
+    scenario.leavesItsClient = scenario.success == "a handle";
+    scenario.mayEndProcess = true;
+  }
+  return scenarios;
+}

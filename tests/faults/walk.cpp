@@ -1,0 +1,243 @@
+#include "tests/faults/walk.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <iterator>
+#include <optional>
+#include <sstream>
+
+#include "tests/faults/fault_table.h"
+#include "tests/support/child_process.h"
+#include "tests/support/failing_memory.h"
+#include "zordsock/settings.h"
+
+// There only in a program that is built to look for leaks. It reports them on standard error.
+extern "C" [[gnu::weak]] int __lsan_do_recoverable_leak_check();
+
+namespace {
+
+// ---- In the child ----------------------------------------------------------------------------
+
+constexpr unsigned longestRunSeconds = 30;
+
+int openDescriptors() {
+  const std::filesystem::directory_iterator folder("/proc/self/fd");
+  return static_cast<int>(std::distance(begin(folder), end(folder)));
+}
+
+// The pool keeps its sockets for the life of the process.
+int pooledSockets() {
+  int count = 0;
+  for (int i = 0; zordsock::_UDPSockList != nullptr && i < zordsock::_envDCHUDPSocks; ++i)
+    if (zordsock::_UDPSockList[i].sockUDP >= 0) ++count;
+  return count;
+}
+
+// Sockets of the pool that are marked as taken, with nobody left who would give them back.
+int takenSockets() {
+  int count = 0;
+  for (int i = 0; zordsock::_UDPSockList != nullptr && i < zordsock::_envDCHUDPSocks; ++i)
+    count += zordsock::_UDPSockList[i].inUse;
+  return count;
+}
+
+struct Observed {
+  char outcome[100] = "";
+  char outcomeOfNext[100] = "";
+  bool wasReached = false;
+  int newDescriptors = 0;
+  long newAllocations = 0;
+  int mutexesHeld = 0;
+  int takenSockets = 0;
+  int pooledSockets = 0;
+  bool leaks = false;
+};
+
+bool canBeCalledAgain(const Scenario& scenario, const Fault& fault, const Observed& observed) {
+  // Settings are read once per process: one that could not be read is missing for good.
+  if (fault.call == SystemCall::getEnvironment && observed.outcome != scenario.success)
+    return false;
+  // With every socket taken for good, who comes next would wait for ever.
+  return observed.pooledSockets == 0 || observed.takenSockets < observed.pooledSockets;
+}
+
+void runInto(char (&outcome)[100], const Scenario& scenario) {
+  const std::string text = scenario.run();
+  std::snprintf(outcome, sizeof outcome, "%s", text.c_str());
+}
+
+Observed observe(const Scenario& scenario, const Fault& fault, bool looksForLeaks) {
+  Observed observed;
+  const int descriptors = openDescriptors() - pooledSockets();
+  const long allocations = liveAllocations();
+  runInto(observed.outcome, scenario);
+  observed.newAllocations = liveAllocations() - allocations;
+  observed.newDescriptors = openDescriptors() - pooledSockets() - descriptors;
+  observed.mutexesHeld = mutexesHeld();
+  observed.takenSockets = takenSockets();
+  observed.pooledSockets = pooledSockets();
+  observed.wasReached = faultHappened();
+  if (looksForLeaks && __lsan_do_recoverable_leak_check != nullptr)
+    observed.leaks = __lsan_do_recoverable_leak_check() != 0;
+  planNoFault();
+  if (canBeCalledAgain(scenario, fault, observed)) runInto(observed.outcomeOfNext, scenario);
+  return observed;
+}
+
+// ---- Between the two -------------------------------------------------------------------------
+
+void print(const Observed& observed) {
+  std::printf("%s\n%s\n%d %d %ld %d %d %d %d\n", observed.outcome, observed.outcomeOfNext,
+              observed.wasReached, observed.newDescriptors, observed.newAllocations,
+              observed.mutexesHeld, observed.takenSockets, observed.pooledSockets, observed.leaks);
+}
+
+// Nothing when the child did not come to its end.
+std::optional<Observed> observedBy(const ChildResult& child) {
+  Observed observed;
+  std::istringstream text(child.standardOutput);
+  text.getline(observed.outcome, sizeof observed.outcome);
+  text.getline(observed.outcomeOfNext, sizeof observed.outcomeOfNext);
+  text >> observed.wasReached >> observed.newDescriptors >> observed.newAllocations >>
+      observed.mutexesHeld >> observed.takenSockets >> observed.pooledSockets >> observed.leaks;
+  if (!text || child.exitStatus != EXIT_SUCCESS) return std::nullopt;
+  return observed;
+}
+
+// ---- In the test -----------------------------------------------------------------------------
+
+bool says(const ChildResult& child, const char* text) {
+  return child.standardError.find(text) != std::string::npos;
+}
+
+class Walk {
+ public:
+  Walk(const Scenario& scenario, Use use) : _scenario(scenario), _use(use) {}
+
+  int walk() {
+    if (_use == Use::later) {
+      planNoFault();
+      EXPECT_EQ(_scenario.run(), _scenario.success);
+    }
+    const std::vector<int> calls = countCalls();
+    for (int i = 0; i < systemCallCount && !::testing::Test::HasFailure(); ++i)
+      if (calls[static_cast<std::size_t>(i)] > 0) walkThrough(static_cast<SystemCall>(i));
+    return _reached;
+  }
+
+ private:
+  ChildResult runChild(const Fault& fault, bool looksForLeaks) const {
+    planFault(fault);
+    return runInChild([&] {
+      alarm(longestRunSeconds);
+      print(observe(_scenario, fault, looksForLeaks));
+      return EXIT_SUCCESS;
+    });
+  }
+
+  // How often the scenario makes each call when none fails.
+  std::vector<int> countCalls() const {
+    planNoFault();
+    const ChildResult child = runInChild([&] {
+      alarm(longestRunSeconds);
+      return _scenario.run() == _scenario.success ? EXIT_SUCCESS : EXIT_FAILURE;
+    });
+    EXPECT_EQ(child.exitStatus, EXIT_SUCCESS) << "without a fault\n" << child.standardError;
+    std::vector<int> calls;
+    for (int i = 0; i < systemCallCount; ++i)
+      calls.push_back(callsMade(static_cast<SystemCall>(i)));
+    return calls;
+  }
+
+  void walkThrough(SystemCall call) {
+    for (int number = 1; failInEveryWay(call, number); ++number) ASSERT_LT(number, 1000);
+  }
+
+  // The code takes one way whatever the error is, so one of them is enough to look for leaks, and
+  // where a walk is dear; but the first use alone opens the pool's sockets.
+  bool failInEveryWay(SystemCall call, int number) {
+    const std::vector<Failing>& failures = failuresOf(call);
+    const bool isShort = _use == Use::first && call != SystemCall::openSocket &&
+                         call != SystemCall::bindSocket && _scenario.name != "dp_cancel";
+    for (std::size_t i = 0; i < failures.size() && (i == 0 || !isShort); ++i) {
+      const Fault fault{call, number, failures[i].error, failures[i].errnoAfter};
+      const bool looksForLeaks = i == 0;
+      if (!check(fault, runChild(fault, looksForLeaks))) return false;
+      _reached += 1;
+    }
+    return true;
+  }
+
+  // Whether the fault was reached.
+  bool check(const Fault& fault, const ChildResult& child) const {
+    SCOPED_TRACE(_scenario.name + ": " + describe(fault) + "\n" + child.standardError);
+    EXPECT_EQ(child.signal, 0);
+    EXPECT_FALSE(says(child, "Sanitizer") || says(child, "runtime error"));
+    const std::optional<Observed> observed = observedBy(child);
+    if (!observed) {
+      EXPECT_TRUE(_scenario.mayEndProcess) << "the process ended";
+      EXPECT_EQ(child.exitStatus, EXIT_FAILURE);
+      EXPECT_TRUE(says(child, "Error: DCH Client cannot continue."));
+      return faultHappened();
+    }
+    checkOutcome(fault, *observed, child);
+    checkLeftovers(fault, *observed);
+    return observed->wasReached;
+  }
+
+  void checkOutcome(const Fault& fault, const Observed& observed, const ChildResult& child) const {
+    const std::string outcome = observed.outcome;
+    if (canBeCalledAgain(_scenario, fault, observed)) {
+      EXPECT_EQ(observed.outcomeOfNext, _scenario.success) << "when it was called again";
+    }
+    if (outcome == _scenario.success) return;
+    if (fault.call == SystemCall::getEnvironment && outcome == _scenario.withoutSetting) return;
+    EXPECT_TRUE(observed.wasReached) << "failed without a fault";
+    for (const Failure& failure : _scenario.failures) {
+      if (outcome != failure.outcome) continue;
+      const bool mayBeSilent =
+          failure.silent == Silent::always ||
+          (failure.silent == Silent::withoutMemory && fault.call == SystemCall::memory);
+      EXPECT_TRUE(mayBeSilent || says(child, "Error: "))
+          << "failed without an error line: " << outcome;
+      return;
+    }
+    ADD_FAILURE() << "not an outcome of this function: " << outcome;
+  }
+
+  void checkLeftovers(const Fault& fault, const Observed& observed) const {
+    EXPECT_EQ(observed.mutexesHeld, 0);
+    EXPECT_FALSE(observed.leaks);
+    // Without the pool's lock the socket cannot be given back.
+    if (fault.call != SystemCall::lockMutex) {
+      EXPECT_EQ(observed.takenSockets, 0) << "in the pool";
+    }
+    const bool hasClientLeft = _scenario.leavesItsClient && observed.outcome != _scenario.success;
+    if (hasClientLeft) {
+      // The client and its transport.
+      EXPECT_LE(observed.newDescriptors, 2);
+      if (_use == Use::later) {
+        EXPECT_LE(observed.newAllocations, 2);
+      }
+    } else {
+      EXPECT_EQ(observed.newDescriptors, 0);
+      if (_use == Use::later) {
+        EXPECT_EQ(observed.newAllocations, 0);
+      }
+    }
+  }
+
+  const Scenario& _scenario;
+  const Use _use;
+  int _reached = 0;
+};
+
+}  // namespace
+
+int walkThroughFaults(const Scenario& scenario, Use use) {
+  return Walk(scenario, use).walk();
+}
