@@ -155,8 +155,8 @@ Outcome Requests::registration(Request* request) {
   addEvent(&events, {name, {}, {}}, request->code);
   const DCH_Status status = _registry.registerApplication(parsed);
   if (status != DCH_STATUS_OK) return refused(*request, status);
-  _log.write("registered %s (key %s, type %s, %zu group(s))", parsed.applName.c_str(),
-             parsed.applKey.c_str(), parsed.type.c_str(), parsed.groups.size());
+  _log.write("registered %s (key %s, type %s, %zu group(s))", printable(parsed.applName).c_str(),
+             printable(parsed.applKey).c_str(), parsed.type.c_str(), parsed.groups.size());
   std::erase_if(events, [&](const StatusEvent& event) {
     return _registry.findOnline(event.handle) != nullptr;
   });
@@ -256,10 +256,10 @@ void Requests::addEvent(std::vector<StatusEvent>* events, const SourceNames& nam
 
 Outcome Requests::refused(const Request& request, DCH_Status status, std::string_view reason) {
   const char* const separator = reason.empty() ? "" : ": ";
-  _log.write("refused %s (0x%04x) from %s: status %d, %s%s%.*s", nameOfRequest(request.code),
+  _log.write("refused %s (0x%04x) from %s: status %d, %s%s%s", nameOfRequest(request.code),
              static_cast<unsigned>(static_cast<unsigned short>(request.code)),
              request.message.sender.text().data(), static_cast<int>(status), DCH_statusText(status),
-             separator, static_cast<int>(reason.size()), reason.data());
+             separator, printable(reason).c_str());
   return {{formOfAnswer(request.code, request.message.isDatagram()), status, 0}, nullptr, {}};
 }
 

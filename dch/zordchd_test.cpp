@@ -77,6 +77,15 @@ TEST_F(ZordchdTest, TellsWhatIsWrongWithARequestAndTellsTheOperatorToo) {
     EXPECT_TRUE(_server.waitForError(told)) << told;
 }
 
+TEST_F(ZordchdTest, EscapesInItsLogWhatARegistrationCouldDriveATerminalWith) {
+  const std::string name = "\x9bmon";
+  const std::string text = "appl:" + name + ",K\xffY;group:g;attr:a,T,4;";
+  EXPECT_EQ(statusOf(_provider.ask(registerMessage(text, name, "K\xffY"))), DCH_STATUS_OK);
+  EXPECT_TRUE(_server.waitForError("registered \\x9bmon (key K\\xffY, "));
+  EXPECT_EQ(statusOf(_provider.ask(registerMessage("appl:\x9b;"))), DCH_STATUS_MALFORMED);
+  EXPECT_TRUE(_server.waitForError("clause 1 <appl:\\x9b>: "));
+}
+
 TEST_F(ZordchdTest, AnswersRequestsOnAConnection) {
   TcpClient client(_server.port());
   EXPECT_EQ(statusOf(client.ask(registerMessage())), DCH_STATUS_OK);
