@@ -3,6 +3,7 @@
 build_packages=(
   cmake g++ libcli11-dev libcsv-dev libgmock-dev libgtest-dev ninja-build nlohmann-json3-dev pkgconf)
 test_packages=(clang-format strace)
+fuzz_packages=(clang libclang-rt-14-dev)
 packages_32bit=(g++-multilib libcsv-dev:i386 libgmock-dev:i386 libgtest-dev:i386)
 
 # install_packages NAME...: installs those of the packages that are missing; asks nothing and touches

@@ -1,0 +1,315 @@
+// make_seeds FOLDER: writes what the fuzzers start from, FOLDER/TARGET/..., and their dictionaries,
+// FOLDER/TARGET.dict. Everything is made of messages as clients and the server build them.
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "dch/testkit/messages.h"
+#include "fuzz/support/client_run.h"
+#include "suite/zorp.h"
+#include "tests/support/scripted_dch.h"
+#include "zordchcl/messages.h"
+#include "zordsock/zordsock.h"
+
+namespace {
+
+using namespace dch::testkit;
+using Seeds = std::vector<std::string>;
+
+constexpr short rowsAreSent = 1;
+constexpr char commentedRegistration[] =
+    "appl : HOSTMON , HMN ;\n type:SOCK; help:load and disks;\n"
+    "group:load; attr:load1,D,16,one minute; attr:processes , N , 4 , ;\n group:disk; "
+    "attr:name,T,32;\n";
+
+std::string byte(unsigned value) {
+  return std::string(1, static_cast<char>(value));
+}
+
+std::string number(std::size_t value) {
+  return byte(static_cast<unsigned>(value >> 8)) + byte(static_cast<unsigned>(value & 0xff));
+}
+
+// As Input::takePiece takes it.
+std::string piece(const std::string& bytes) {
+  return number(bytes.size()) + bytes;
+}
+
+std::string textAnswer(const std::string& text) {
+  return messageOf([&](DCH_MessageBuilder& message) {
+    message.addBytes(DCH_response, text.data(), static_cast<ZORA_Long>(text.size()));
+  });
+}
+
+std::string statusEventMessage(const std::string& source, short code) {
+  return messageOf([&](DCH_MessageBuilder& message) {
+    message.add(DCH_applName, "HOSTMON")
+        .add(DCH_attrGroup, "load")
+        .add(DCH_sourceName, source.c_str())
+        .add(DCH_requestType, code);
+  });
+}
+
+Seeds requests() {
+  Seeds all = {registerMessage(),
+               registerMessage(commentedRegistration),
+               onlineMessage("HOSTMON", "load", "host1"),
+               onlineMessage("HOSTMON", "disk", "host1"),
+               subscribeMessage("HOSTMON", "load"),
+               statusSubscribeMessage(),
+               dataMessage(1, {{"load1", 'D', "0.25"}, {"processes", 'N', std::string(4, '\1')}}),
+               dataMessage(2, {{"name", 'T', "sda"}}),
+               catalogueMessage(DCH_REQUEST_APPLICATIONS),
+               catalogueMessage(DCH_REQUEST_APPLICATIONS, "HOSTMON"),
+               catalogueMessage(DCH_REQUEST_ATTRIBUTES, "HOSTMON"),
+               catalogueMessage(DCH_REQUEST_HELP, "HOSTMON"),
+               actionMessage("restart", 42),
+               actionMessage("restart", 43, "now"),
+               actionResultsMessage(42),
+               deferralMessage(42),
+               withdrawMessage("HOSTMON", "load"),
+               statusSubscribeMessage(DCH_SUBSCRIPTION_STOP),
+               offlineMessage(1),
+               unregisterMessage("HOSTMON")};
+  return all;
+}
+
+Seeds answers() {
+  return {statusAnswer(0),    statusAnswer(104),
+          onlineAnswer(0, 7), textAnswer("HOSTMON,HMN,NODP,load,1\n"),
+          textAnswer(""),     statusEventMessage("host1", DCH_REQUEST_ONLINE)};
+}
+
+// ---- Clients -----------------------------------------------------------------------------------
+
+// The ways in which an answer can come; `head` stands in front of the shape.
+void addArrivals(const std::string& head, const std::string& answer, Seeds* seeds) {
+  const std::size_t half = answer.size() / 2;
+  seeds->push_back(head + byte(fuzz::SHAPE_ONE_DATAGRAM) + answer);
+  seeds->push_back(head + byte(fuzz::SHAPE_RIGHT_LENGTH) + answer);
+  seeds->push_back(head + byte(fuzz::SHAPE_SEVERAL | fuzz::SHAPE_RIGHT_LENGTH) +
+                   piece(answer.substr(0, half)) + piece(answer.substr(half)));
+}
+
+Seeds clientSeeds(const std::vector<std::string>& heads, const Seeds& messages) {
+  Seeds seeds;
+  for (const std::string& head : heads)
+    for (const std::string& message : messages) addArrivals(head, message, &seeds);
+  // More datagrams than a read takes.
+  std::string many = heads[0] + byte(fuzz::SHAPE_SEVERAL | fuzz::SHAPE_RIGHT_LENGTH);
+  for (int i = 0; i < MAX_READ_CHUNKS + 1; ++i) many += piece("\x10\x11\x12\x13\x14");
+  seeds.push_back(many);
+  // A larger datagram than a read takes.
+  seeds.push_back(heads[0] + byte(fuzz::SHAPE_RIGHT_LENGTH) +
+                  textAnswer(std::string(UDP_CHUNK_SIZE, 'x')));
+  return seeds;
+}
+
+Seeds pushedRowSeeds() {
+  const std::string row = dataMessage(1, {{"load1", 'D', "0.25"}});
+  Seeds seeds =
+      clientSeeds({number(4096), number(row.size()), number(row.size() - 1), number(0)}, {row});
+  seeds.push_back(number(64) + byte(fuzz::SHAPE_INTERRUPT) + "-TERMINATE-");
+  seeds.push_back(number(64) + byte(fuzz::SHAPE_INTERRUPT | fuzz::SHAPE_SEVERAL) +
+                  piece("-TERMINATE-") + piece(row));
+  return seeds;
+}
+
+// ---- The server --------------------------------------------------------------------------------
+
+// As fuzz/server_datagrams.cpp takes them: sender, and whether the length word is made to fit.
+Seeds datagramSeeds() {
+  constexpr unsigned rightLength = 0x80;
+  Seeds seeds;
+  std::string all, allMadeRight;
+  unsigned sender = 0;
+  for (const std::string& request : requests()) {
+    seeds.push_back(byte(0) + piece(request));
+    seeds.push_back(byte(rightLength) + piece(registerMessage()) + byte(rightLength | 1) +
+                    piece(onlineMessage("HOSTMON", "load", "host1")) + byte(rightLength | 2) +
+                    piece(request));
+    all += byte(sender) + piece(request);
+    allMadeRight += byte(rightLength | sender) + piece(request);
+    sender = (sender + 1) & 3;
+  }
+  seeds.push_back(all);
+  seeds.push_back(allMadeRight);
+  for (const std::string& answer : answers()) seeds.push_back(byte(0) + piece(answer));
+  // A larger datagram than the server reads, and texts that are notices when the server sends them.
+  seeds.push_back(byte(rightLength) + piece(textAnswer(std::string(SERVER_PIECE_SIZE, 'x'))));
+  for (const char* notice : {"IPC-SERVER_READY", "DP-DISCONNECT", "RESEND_MESSAGE", "SERVER_STOP"})
+    seeds.push_back(byte(0) + piece(notice));
+  return seeds;
+}
+
+std::string inPieces(const std::string& message, std::size_t size, unsigned connection) {
+  std::string steps;
+  for (std::size_t start = 0; start < message.size(); start += size)
+    steps += byte(connection) + piece(message.substr(start, size));
+  return steps;
+}
+
+// As fuzz/server_stream.cpp takes them: connection and what happens, and a piece.
+Seeds streamSeeds() {
+  constexpr unsigned ends = 0x04, isReset = 0x08, rightLength = 0x80;
+  Seeds seeds;
+  std::string all;
+  unsigned connection = 0;
+  for (const std::string& request : requests()) {
+    seeds.push_back(byte(rightLength) + piece(request));
+    all += byte(connection) + piece(request);
+    connection = (connection + 1) & 3;
+  }
+  seeds.push_back(all);
+  const std::string request = registerMessage();
+  for (const std::size_t size : {1u, 2u, 3u, 4u, 7u, 100u})
+    seeds.push_back(inPieces(request, size, 0) + byte(ends));
+  const std::string longMessage = textAnswer(std::string(10'000, 'x'));
+  seeds.push_back(inPieces(longMessage, SERVER_PIECE_SIZE, 1) + byte(ends | 1));
+  seeds.push_back(inPieces(longMessage, longMessage.size(), 1) + byte(ends | isReset | 1));
+  seeds.push_back(inPieces(request.substr(0, 50), 20, 2) + byte(ends | 2));
+  seeds.push_back(inPieces(request.substr(0, 50), 20, 2) + byte(ends | isReset | 2));
+  seeds.push_back(inPieces(request + request, 1000, 3) + byte(ends | 3));
+  seeds.push_back(byte(ends) + byte(ends | isReset) + byte(ends | 1));
+  seeds.push_back(byte(0) + piece("RESEND_MESSAGE") + byte(1) + piece("DP-DISCONNECT"));
+  return seeds;
+}
+
+// ---- Texts -------------------------------------------------------------------------------------
+
+Seeds settingsSeeds() {
+  const auto input = [](int item, const std::string& text, const std::string& content) {
+    return byte(static_cast<unsigned>(item + 2)) + text + '\n' + content;
+  };
+  return {input(22, "1919", ""),
+          input(22, "1919", "22=1918\n"),
+          input(3, "ZORA", "0=Y\n3=OTHER\n23=100\n"),
+          input(23, "1000", "# a comment\n22=1\n23=2\n23=3"),
+          input(2, "two", "22=1\r\n 2=x\n2=\n"),
+          input(0, "a\rb", "0=1\n"),
+          input(-1, "", "-1=x")};
+}
+
+Seeds subnodeSeeds() {
+  const auto input = [](unsigned choice, const std::string& source, const std::string& suffix) {
+    return byte(choice) + "HMN\nload\n" + source + "\n00\n" + suffix + '\n' + source + ":HMN00";
+  };
+  Seeds seeds;
+  for (const unsigned choice : {0u, 1u, 2u, 3u}) {
+    seeds.push_back(input(choice, "hostA", "X1"));
+    seeds.push_back(input(choice, std::string(30, 'h'), "X1"));
+    seeds.push_back(input(choice, std::string(40, 'h'), std::string(28, 's')));
+    seeds.push_back(input(choice, "", ""));
+    seeds.push_back(input(choice, "a:b", ":"));
+  }
+  return seeds;
+}
+
+// ---- Dictionaries ------------------------------------------------------------------------------
+
+// One entry as libFuzzer reads it.
+std::string entry(const std::string& bytes) {
+  std::string line = "\"";
+  for (const char each : bytes) {
+    char escaped[8];
+    std::snprintf(escaped, sizeof escaped, "\\x%02x", static_cast<unsigned char>(each));
+    line += escaped;
+  }
+  return line + "\"\n";
+}
+
+std::string dictionary(const Seeds& words) {
+  std::string lines;
+  for (const std::string& word : words) lines += entry(word);
+  return lines;
+}
+
+// Every field of every message, with its header.
+Seeds messageWords() {
+  Seeds words;
+  Seeds messages = requests();
+  for (const std::string& answer : answers()) messages.push_back(answer);
+  for (const std::string& message : messages) {
+    fuzz::FieldModel fields(message);
+    while (const auto field = fields.next()) {
+      constexpr std::size_t header = 6, longestWord = 40;
+      if (field->value.size() <= longestWord)
+        words.emplace_back(field->value.data() - header, header + field->value.size());
+    }
+  }
+  return words;
+}
+
+// ---- Files -------------------------------------------------------------------------------------
+
+struct Target {
+  Seeds seeds;
+  Seeds words;
+};
+
+std::map<std::string, Target> targets() {
+  Seeds messages = requests();
+  for (const std::string& answer : answers()) messages.push_back(answer);
+  const Seeds words = messageWords();
+  const std::vector<std::string> noHead = {""};
+  const std::vector<std::string> threeHeads = {byte(0), byte(1), byte(2)};
+  return {
+      {"decoder", {messages, words}},
+      {"status_answer", {clientSeeds(threeHeads, answers()), words}},
+      {"online_answer", {clientSeeds(noHead, answers()), words}},
+      {"data_answer", {clientSeeds({byte(0), byte(1), byte(7)}, answers()), words}},
+      {"catalogue_answer", {clientSeeds(threeHeads, answers()), words}},
+      {"action_result", {clientSeeds(noHead, answers()), words}},
+      {"pushed_row", {pushedRowSeeds(), words}},
+      {"status_event",
+       {clientSeeds(noHead, {statusEventMessage("host1", DCH_REQUEST_ONLINE),
+                             statusEventMessage(std::string(40, 'h'), rowsAreSent),
+                             statusEventMessage("", DCH_REQUEST_UNREGISTER)}),
+        words}},
+      {"server_datagrams", {datagramSeeds(), words}},
+      {"server_stream", {streamSeeds(), words}},
+      {"registration",
+       {{hostmonRegistration, commentedRegistration},
+        {"appl:", "type:", "help:", "group:", "attr:", "SOCK;", ",D,16;", ",N,4,", "4096", ",T,"}}},
+      {"product_settings", {settingsSeeds(), {"22=", "23=", "3=", "0=", "\n", "\r\n"}}},
+      {"trace_rules",
+       {{"0xff", "zordsock/*=0x10", "*=0,*/dp_online=255, zordsock/ipcSock::ipcRead = 0x41",
+         "nonsense", "*=zz,0x1000000000", "[a-z]*/*=1,?ord*/*=2"},
+        {"zordsock/", "zordchcl/", "ipcSock::ipcRead", "dp_online", "*", "=0x", "[!a-z]",
+         "[[:alpha:]]", "\\"}}},
+      {"subnode_names", {subnodeSeeds(), {":", "_", "\n", "HMN", ":HMN00"}}},
+  };
+}
+
+void write(const std::filesystem::path& path, const std::string& bytes) {
+  std::ofstream file(path, std::ios::binary);
+  file.exceptions(std::ios::failbit | std::ios::badbit);
+  file << bytes << std::flush;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 2) {
+    std::fprintf(stderr, "usage: make_seeds FOLDER\n");
+    return 2;
+  }
+  try {
+    const std::filesystem::path folder = argv[1];
+    for (const auto& [name, target] : targets()) {
+      std::filesystem::create_directories(folder / name);
+      int count = 0;
+      for (const std::string& seed : target.seeds)
+        write(folder / name / std::to_string(count++), seed);
+      write(folder / (name + ".dict"), dictionary(target.words));
+    }
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "make_seeds: %s\n", error.what());
+    return 1;
+  }
+  return 0;
+}

@@ -1,0 +1,108 @@
+#include "fuzz/support/answer_model.h"
+
+#include "dch/catalogue.h"
+#include "fuzz/support/field_model.h"
+#include "fuzz/support/require.h"
+#include "zordchcl/messages.h"
+
+namespace fuzz {
+
+namespace {
+
+using Form = dch::Answer::Form;
+
+// Messages that look like an answer are never answered.
+bool isAnswer(std::string_view message) {
+  if (!lengthWordIsRight(message)) return false;
+  if (FieldModel(message).next(DCH_response)) return true;
+  FieldModel fields(message);
+  return fields.next(DCH_status) && (fields.atEnd() || (fields.next(DCH_handle) && fields.atEnd()));
+}
+
+bool hasNoAnswer(short code) {
+  return code == DCH_REQUEST_DATA_SUBSCRIPTION || code == DCH_REQUEST_STATUS_SUBSCRIPTION ||
+         code == DCH_REQUEST_ACTION || code == DCH_REQUEST_DEFER_REPORT;
+}
+
+bool isCatalogueQuestion(short code) {
+  return code == DCH_REQUEST_APPLICATIONS || code == DCH_REQUEST_ATTRIBUTES ||
+         code == DCH_REQUEST_HELP;
+}
+
+bool changesStatus(short code) {
+  return code == DCH_REQUEST_REGISTER || code == DCH_REQUEST_ONLINE ||
+         code == DCH_REQUEST_OFFLINE || code == DCH_REQUEST_UNREGISTER;
+}
+
+bool isOwnStatus(ZORA_Long status) {
+  return status == DCH_STATUS_OK ||
+         (status >= DCH_STATUS_MALFORMED && status <= DCH_STATUS_UNKNOWN_ACTION);
+}
+
+Form formOf(short code, bool isDatagram) {
+  if (code == DCH_REQUEST_ONLINE) return Form::statusAndHandle;
+  return hasNoAnswer(code) && isDatagram ? Form::none : Form::status;
+}
+
+void requireNothingDone(const dch::Outcome& outcome) {
+  require(outcome.source == nullptr && outcome.statusEvents.empty(), "nothing was done");
+}
+
+void checkRefused(const dch::Answer& answer, Form form) {
+  require(answer.form == form, "the form of a refusal");
+  if (form != Form::none) require(answer.status == DCH_STATUS_MALFORMED, "a malformed message");
+}
+
+void checkAnswer(short code, bool isDatagram, const dch::Answer& answer) {
+  switch (answer.form) {
+    case Form::text:
+      require(isCatalogueQuestion(code), "a text answers a question alone");
+      require(answer.text.size() <= dch::maxCatalogueTextBytes, "a text that a client can read");
+      break;
+    case Form::statusAndHandle:
+      require(code == DCH_REQUEST_ONLINE && isOwnStatus(answer.status), "the answer to online");
+      require((answer.handle > 0) == (answer.status == DCH_STATUS_OK), "a handle, if it went well");
+      break;
+    case Form::status: {
+      constexpr ZORA_Long notStarted = 127;
+      require(isOwnStatus(answer.status) ||
+                  (code == DCH_REQUEST_ACTION_RESULTS && answer.status == notStarted),
+              "a status of the server's own");
+      require(formOf(code, isDatagram) == Form::status,
+              "a request that has a status for an answer");
+      break;
+    }
+    case Form::none:
+      require(hasNoAnswer(code), "a request without an answer");
+  }
+}
+
+}  // namespace
+
+void checkOutcome(const dch::IncomingMessage& message, const dch::Outcome& outcome) {
+  const std::string_view bytes = message.text();
+  const auto codeField = FieldModel(bytes).next(DCH_requestType);
+  if (message.isDatagram() && isAnswer(bytes)) {
+    require(outcome.answer.form == Form::none, "an answer is not answered");
+    return requireNothingDone(outcome);
+  }
+  if (!codeField) {
+    checkRefused(outcome.answer, Form::status);
+    return requireNothingDone(outcome);
+  }
+  const auto code = static_cast<short>(numberIn(*codeField, 2));
+  if (!lengthWordIsRight(bytes)) {
+    checkRefused(outcome.answer, formOf(code, message.isDatagram()));
+    return requireNothingDone(outcome);
+  }
+  checkAnswer(code, message.isDatagram(), outcome.answer);
+  const bool wentWell = outcome.answer.status == DCH_STATUS_OK;
+  require((outcome.source != nullptr) == (code == DCH_REQUEST_DATA && wentWell),
+          "a row to publish for every row that is acknowledged");
+  require(outcome.statusEvents.empty() || (changesStatus(code) && wentWell),
+          "events of what has happened");
+  for (const dch::StatusEvent& event : outcome.statusEvents)
+    require(isStatusEvent(event.message), "an event is whole");
+}
+
+}  // namespace fuzz
