@@ -1,13 +1,12 @@
 #include "bench/echo_peer.h"
 
 #include <arpa/inet.h>
-#include <signal.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <stdexcept>
+#include <string>
 
 #include "zordchcl/messages.h"
 
@@ -38,16 +37,11 @@ EchoPeer::EchoPeer() {
   auto* const address = reinterpret_cast<sockaddr*>(&_address);
   if (peer < 0 || bind(peer, address, length) != 0 || getsockname(peer, address, &length) != 0)
     throw std::runtime_error("no socket for the echo peer");
-  _child = fork();
-  if (_child < 0) throw std::runtime_error("no process for the echo peer");
-  if (_child == 0) {
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    answerForever(peer);
-  }
+  _process.emplace([peer] { answerForever(peer); });
   close(peer);
 }
 
-EchoPeer::~EchoPeer() {
-  kill(_child, SIGKILL);
-  waitpid(_child, nullptr, 0);
+void EchoPeer::becomeDch() const {
+  setenv("ZORA_DCH_ADDR", "127.0.0.1", 1);
+  setenv("ZORA_DCH_PORT", std::to_string(ntohs(_address.sin_port)).c_str(), 1);
 }

@@ -3,21 +3,22 @@
 #define BENCH_ECHO_PEER_H
 
 #include <netinet/in.h>
-#include <sys/types.h>
 
-// The child process ends with the object.
+#include <optional>
+
+#include "bench/child_process.h"
+
 class EchoPeer {
  public:
   EchoPeer();
-  ~EchoPeer();
-  EchoPeer(const EchoPeer&) = delete;
-  EchoPeer& operator=(const EchoPeer&) = delete;
 
   const sockaddr_in& address() const { return _address; }
+  // Makes it the DCH of this process and of those it starts from now on.
+  void becomeDch() const;
 
  private:
   sockaddr_in _address{};
-  pid_t _child;
+  std::optional<ChildProcess> _process;
 };
 
 #endif  // BENCH_ECHO_PEER_H

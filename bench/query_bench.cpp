@@ -5,22 +5,20 @@
 //   query_bench [ROUNDS [SECONDS]]: 5 rounds of both sides, 2 seconds a side
 #include <fcntl.h>
 #include <sys/mman.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <functional>
-#include <new>
+#include <list>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "bench/child_process.h"
 #include "dch/testkit/server_process.h"
 #include "zordchcl/zordchcl.h"
 
@@ -43,23 +41,6 @@ void require(bool good, const char* what) {
   if (good) return;
   std::fprintf(stderr, "query_bench: %s failed\n", what);
   std::exit(1);
-}
-
-pid_t startChild(const std::function<void()>& work) {
-  const pid_t parent = getpid();
-  const pid_t child = fork();
-  require(child >= 0, "fork");
-  if (child > 0) return child;
-  prctl(PR_SET_PDEATHSIG, SIGKILL);
-  if (getppid() == parent) work();
-  std::_Exit(0);
-}
-
-// A process of its own, so that the library starts anew in each provider.
-void inChild(const std::function<void()>& work) {
-  int outcome = 1;
-  waitpid(startChild(work), &outcome, 0);
-  require(outcome == 0, "a child process");
 }
 
 std::string applicationName(int number) {
@@ -101,14 +82,12 @@ void sendRows(int provider, int seconds, Latencies* latencies) {
 // measure of the server: programs that start without end take both cores of a small machine.
 void ask(const std::vector<const char*>& arguments, int* answered) {
   for (;;) {
-    const pid_t child = startChild([&] {
+    ChildProcess run([&] {
       dup2(open("/dev/null", O_WRONLY | O_CLOEXEC), STDOUT_FILENO);
       execv(ZORDC_PATH, const_cast<char* const*>(arguments.data()));
-      std::_Exit(127);
+      throw std::runtime_error("zordc cannot be started");
     });
-    int outcome = 1;
-    waitpid(child, &outcome, 0);
-    if (outcome == 0) ++*answered;
+    if (run.succeeded()) ++*answered;
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
   }
 }
@@ -128,12 +107,12 @@ struct Side {
 
 // One side of a round: all providers for that long; their rows together.
 Side measure(int seconds, Latencies* latencies) {
-  std::vector<pid_t> children;
+  std::list<ChildProcess> processes;
   for (int i = 0; i < providers; ++i) {
     latencies[i].rows = latencies[i].failures = 0;
-    children.push_back(startChild([&, i] { sendRows(i, seconds, &latencies[i]); }));
+    processes.emplace_back([&, i] { sendRows(i, seconds, &latencies[i]); });
   }
-  for (const pid_t child : children) waitpid(child, nullptr, 0);
+  for (ChildProcess& process : processes) require(process.succeeded(), "a provider");
   std::vector<float> all;
   for (int i = 0; i < providers; ++i) {
     require(latencies[i].rows > 0 && latencies[i].failures == 0, "a provider's row");
@@ -147,15 +126,9 @@ Side measure(int seconds, Latencies* latencies) {
 Side measureBesideQuestions(int seconds, Latencies* latencies, int* answered) {
   const std::vector<const char*> applications{"zordc", "apps", nullptr};
   const std::vector<const char*> attributes{"zordc", "attrs", "APPLICATION1100", nullptr};
-  std::vector<pid_t> loops;
-  loops.push_back(startChild([&] { ask(applications, &answered[0]); }));
-  loops.push_back(startChild([&] { ask(attributes, &answered[1]); }));
-  const Side side = measure(seconds, latencies);
-  for (const pid_t loop : loops) {
-    kill(loop, SIGKILL);
-    waitpid(loop, nullptr, 0);
-  }
-  return side;
+  const ChildProcess first([&] { ask(applications, &answered[0]); });
+  const ChildProcess second([&] { ask(attributes, &answered[1]); });
+  return measure(seconds, latencies);
 }
 
 float median(std::vector<float> values) {
@@ -173,7 +146,8 @@ int main(int argc, char** argv) {
   setenv("ZORA_DCH_ADDR", "127.0.0.1", 1);
   setenv("ZORA_DCH_PORT", std::to_string(server.port()).c_str(), 1);
   setenv("ZORA_DCH_TIMEOUT", "10", 1);
-  inChild(registerApplications);
+  // In a process of its own, so that the library starts anew in each provider.
+  require(ChildProcess(registerApplications).succeeded(), "registering");
 
   auto* const latencies = shared<Latencies>(providers);
   int* const answered = shared<int>(2);
