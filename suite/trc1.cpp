@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "suite/locking.h"
+#include "suite/trimmed.h"
 
 // Nothing in this file is destroyed: detached threads trace while the process ends.
 
@@ -67,13 +68,6 @@ struct Rule {
   std::string pattern;
   unsigned mask;
 };
-
-std::string_view trimmed(std::string_view text) {
-  constexpr std::string_view blanks = " \t\r\n";
-  const std::size_t first = text.find_first_not_of(blanks);
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(blanks) - first + 1);
-}
 
 bool parseMask(std::string_view text, unsigned* mask) {
   int base = 10;
@@ -196,6 +190,7 @@ class Output {
  public:
   void write(const TRC1_Record& record, const char* line, std::size_t lineLength) {
     if (_hasSink.load(std::memory_order_acquire) && writeToSink(record)) return;
+    if (_hasFilter.load(std::memory_order_acquire) && !isWanted(record)) return;
     writeAll(descriptor(), line, lineLength);
   }
 
@@ -206,6 +201,13 @@ class Output {
     _hasSink.store(sink != nullptr, std::memory_order_release);
   }
 
+  void setFilter(TRC1_Filter filter, void* context) {
+    const std::lock_guard lock(sinkMutex);
+    _filter = filter;
+    _filterContext = context;
+    _hasFilter.store(filter != nullptr, std::memory_order_release);
+  }
+
   std::mutex sinkMutex;
 
  private:
@@ -214,6 +216,11 @@ class Output {
     if (!lock.isHeld() || _sink == nullptr) return false;
     _sink(_context, record);
     return true;
+  }
+
+  bool isWanted(const TRC1_Record& record) {
+    const suite::Lock lock(sinkMutex);
+    return !lock.isHeld() || _filter == nullptr || _filter(_filterContext, record);
   }
 
   int descriptor() {
@@ -245,6 +252,9 @@ class Output {
   std::atomic<bool> _hasSink{false};
   TRC1_Sink _sink = nullptr;
   void* _context = nullptr;
+  std::atomic<bool> _hasFilter{false};
+  TRC1_Filter _filter = nullptr;
+  void* _filterContext = nullptr;
 };
 
 constinit Output output;
@@ -327,6 +337,10 @@ void TRC1_Configure(const char* rules) {
 
 void TRC1_SetSink(TRC1_Sink sink, void* context) {
   output.setSink(sink, context);
+}
+
+void TRC1_SetFilter(TRC1_Filter filter, void* context) {
+  output.setFilter(filter, context);
 }
 
 void TRC1_Printf(TRC1_Block* block, int line, const char* format, ...) {
