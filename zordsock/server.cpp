@@ -1,6 +1,7 @@
 // The server's receive loop. It runs on the receiver thread, the only one that touches the
 // connection table, and puts every whole message and every connection event into the queue.
 #include <arpa/inet.h>
+#include <poll.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -21,6 +22,7 @@ using namespace zordsock;
 namespace {
 
 constexpr int listenBacklog = 5;
+constexpr int refusalPauseMilliseconds = 100;
 constexpr ZORA_Long loopEnds = 2;  // the value of _sockError that ends the loop
 
 class ReceiveLoop {
@@ -35,6 +37,7 @@ class ReceiveLoop {
   bool wait(ZOR0_DescriptorSet* readable);
   void receiveDatagram();
   void acceptConnection();
+  void pauseForDatagrams();
   void serveConnections(fd_set* readable);
   void serveConnection(ZORA_Long slot, int descriptor);
   void queueStreamMessage(const sockaddr_in& sender, int descriptor);
@@ -127,6 +130,7 @@ void ReceiveLoop::acceptConnection() {
   const ZORA_Long slot = _server.sockGetAvailableIndex();
   if (slot < 0) {
     TRC1_ERROR("Error: Maximum of %d TCP clients has been reached.\n", MAX_TCP_CLIENTS);
+    pauseForDatagrams();
     return;
   }
   sockaddr_in& peer = _peers[static_cast<std::size_t>(slot)];
@@ -141,7 +145,16 @@ void ReceiveLoop::acceptConnection() {
     // The slot keeps the negative value: it is neither watched nor handed out again.
     TRC1_ERROR("Error: accept failed. errno=%d\n", errno);
     _server._sockError = 1;
+    pauseForDatagrams();
   }
+}
+
+// A connection that cannot be taken makes the next pass begin at once, and so the one after it: the
+// loop would turn without end, and use up a slot each time that accept fails. Datagrams end the
+// pause.
+void ReceiveLoop::pauseForDatagrams() {
+  pollfd watched{_server._sockUDP, POLLIN, 0};
+  poll(&watched, 1, refusalPauseMilliseconds);
 }
 
 void ReceiveLoop::serveConnections(fd_set* readable) {

@@ -4,6 +4,7 @@
 #include <sys/ioctl.h>
 #include <sys/resource.h>
 
+#include <chrono>
 #include <memory>
 
 #include "tests/support/loopback_socket.h"
@@ -205,6 +206,24 @@ TEST(ServerConnection, BeyondTheSixtyFourthIsNotAccepted) {
           {errorLine("Error: Maximum of 64 TCP clients has been reached.\n")});
     return trace.end(highest);
   });
+}
+
+// It keeps the listening socket readable: without a pause the loop would do nothing else.
+TEST(ServerConnection, BeyondTheSixtyFourthIsLookedAtTenTimesASecond) {
+  const std::string told = "Error: Maximum of 64 TCP clients has been reached.\n";
+  const TraceCapture trace("0,*/ipcSock::IPCServer=0x80");
+  RunningServer server;
+  server.start();
+  const auto clients = connectClients(server, 64);
+  const StreamClient oneTooMany(server.streamPort());
+  ASSERT_TRUE(trace.waitFor(told));
+  const auto start = std::chrono::steady_clock::now();
+  ASSERT_TRUE(trace.waitFor(told, 5));
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(350));
+  const LoopbackSocket sender;
+  sender.sendTo(server.datagramPort(), "datagram");
+  EXPECT_EQ(server.next().bytes, "datagram");
+  server.stop();
 }
 
 TEST(ServerConnection, InTheLastSlotIsNeverRead) {
