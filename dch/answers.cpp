@@ -22,11 +22,9 @@ constexpr std::size_t longestStatusBytes = 32;
 // answer: what has been found out about a number that somebody else may close is worth nothing.
 class ConnectionCopy {
  public:
-  explicit ConnectionCopy(unsigned int connection)
-      : _descriptor(fcntl(static_cast<int>(connection), F_DUPFD_CLOEXEC, STDERR_FILENO + 1)) {}
-  ~ConnectionCopy() {
-    if (_descriptor >= 0) close(_descriptor);
-  }
+  ConnectionCopy(unsigned int connection, const KeptDescriptor& kept)
+      : _kept(kept), _descriptor(kept.lend(static_cast<int>(connection))) {}
+  ~ConnectionCopy() { _kept.takeBack(); }
   ConnectionCopy(const ConnectionCopy&) = delete;
   ConnectionCopy& operator=(const ConnectionCopy&) = delete;
 
@@ -55,6 +53,7 @@ class ConnectionCopy {
   unsigned int descriptor() const { return static_cast<unsigned int>(_descriptor); }
 
  private:
+  const KeptDescriptor& _kept;
   const int _descriptor;
 };
 
@@ -90,7 +89,7 @@ bool Answers::sendText(const IncomingMessage& request, const std::string& text) 
   builder.addBytes(DCH_response, text.data(), textLength);
 
   if (!request.isDatagram()) {
-    const ConnectionCopy connection(request.connection);
+    const ConnectionCopy connection(request.connection, _forConnections);
     return connection.leadsTo(request.sender) && connection.sendWhole(message);
   }
   if (message.size() <= PushSocket::maxMessageBytes)
@@ -105,7 +104,7 @@ bool Answers::sendDatagram(const PeerAddress& receiver, char* message, ZORA_Long
 }
 
 bool Answers::sendOnConnection(const IncomingMessage& request, char* message, ZORA_Long length) {
-  const ConnectionCopy connection(request.connection);
+  const ConnectionCopy connection(request.connection, _forConnections);
   return connection.leadsTo(request.sender) && connection.isWritable() &&
          _endpoint.ipcWrite(message, length, connection.descriptor()) == length;
 }

@@ -6,6 +6,7 @@
 
 #include "dch/event_log.h"
 #include "dch/incoming_message.h"
+#include "dch/kept_descriptor.h"
 #include "dch/paced_sender.h"
 #include "dch/requests.h"
 #include "zordipc/zordipc.h"
@@ -16,6 +17,7 @@ namespace dch {
 // up nobody else. One of several datagrams goes to the paced sender. One thread.
 class Answers {
  public:
+  // Throws std::system_error without the two descriptors that it keeps.
   Answers(DCHipc& endpoint, PacedSender& pacedSender, const EventLog& log)
       : _endpoint(endpoint), _pacedSender(pacedSender), _log(log) {}
 
@@ -30,6 +32,7 @@ class Answers {
   DCHipc& _endpoint;
   PacedSender& _pacedSender;
   const EventLog& _log;
+  KeptDescriptor _forConnections;
   std::uint64_t _dropped = 0;
 };
 

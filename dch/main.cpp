@@ -5,6 +5,7 @@
 #include <sysexits.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -15,12 +16,15 @@
 #include <thread>
 
 #include "dch/action_list.h"
+#include "dch/descriptor_room.h"
+#include "dch/error_filter.h"
 #include "dch/event_log.h"
 #include "dch/free_port.h"
 #include "dch/memory_registry.h"
 #include "dch/options.h"
 #include "dch/push_socket.h"
 #include "dch/server.h"
+#include "dch/vanished_peers.h"
 #include "zora/zora.h"
 #include "zordsock/settings.h"
 #include "zordsock/zordsock.h"
@@ -117,6 +121,18 @@ void startTimer() {
   setitimer(ITIMER_REAL, &tenthOfASecond, nullptr);
 }
 
+// A connection that cannot be taken keeps the receive loop from serving the others.
+void makeRoomForConnections() {
+  constexpr int forTheSystem = 8;  // what its libraries open for a moment
+  const dch::DescriptorRoom room = dch::makeDescriptorRoom(MAX_TCP_CLIENTS + forTheSystem);
+  const int connections = std::max(0, room.free - forTheSystem);
+  if (connections < MAX_TCP_CLIENTS)
+    std::fprintf(stderr,
+                 "zordchd: warning: the limit on open files leaves room for %d connections, not "
+                 "%d; raise it to %d\n",
+                 connections, MAX_TCP_CLIENTS, room.limitToAsk);
+}
+
 void announce(const dch::PeerAddress& served) {
   const sockaddr_in address = served.socketAddress();
   char dotted[INET_ADDRSTRLEN] = "";
@@ -128,6 +144,7 @@ void announce(const dch::PeerAddress& served) {
 
 void serve(const dch::Options& options, const dch::ActionList& actions, const sigset_t& signals) {
   const dch::EventLog log(options.verbose);
+  dch::filterErrors();
   ipcSock& endpoint = openEndpoint();
   takeSignals(endpoint, signals, log);
   dch::Inbox inbox(endpoint);
@@ -138,6 +155,8 @@ void serve(const dch::Options& options, const dch::ActionList& actions, const si
   dch::PushSocket answerSocket(in_addr{served->address});
   dch::MemoryRegistry registry;
   dch::Server server(endpoint, inbox, pushSocket, answerSocket, registry, actions, startTimer, log);
+  dch::endConnectionsOfVanishedPeers(endpoint._sockTCP);
+  makeRoomForConnections();
   announce(*served);
   server.run();
 }

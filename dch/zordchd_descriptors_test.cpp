@@ -1,0 +1,135 @@
+// The real program with few descriptors, and at the end of them.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <time.h>
+
+#include <chrono>
+#include <filesystem>
+#include <list>
+#include <thread>
+
+#include "dch/testkit/clients.h"
+#include "dch/testkit/messages.h"
+#include "dch/testkit/server_process.h"
+#include "tools/testkit/temporary_file.h"
+#include "zordchcl/status.h"
+#include "zordsock/zordsock.h"
+
+namespace dch::testkit {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+constexpr rlim_t fewDescriptors = 40;
+
+void lowerSoftLimit() {
+  rlimit limit{};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  limit.rlim_cur = fewDescriptors;
+  setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+void lowerHardLimit() {
+  const rlimit limit{fewDescriptors, fewDescriptors};
+  setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+int countOf(const std::string& part, const std::string& text) {
+  int count = 0;
+  for (std::size_t at = 0; (at = text.find(part, at)) != std::string::npos; ++at) ++count;
+  return count;
+}
+
+bool isServed(TcpClient* client) {
+  return statusOf(client->ask(unregisterMessage("NONE"))) == DCH_STATUS_UNKNOWN_APPLICATION;
+}
+
+TEST(ZordchdDescriptorsTest, RaisesALowLimitByItself) {
+  ServerProcess server({}, lowerSoftLimit);
+  std::list<TcpClient> clients;
+  // The loop never reads from the last of its 64 places.
+  for (int i = 0; i < MAX_TCP_CLIENTS - 1; ++i)
+    EXPECT_TRUE(isServed(&clients.emplace_back(server.port()))) << i;
+  EXPECT_THAT(server.standardError(), Not(HasSubstr("warning")));
+  EXPECT_EQ(server.stop(SIGTERM), 0);
+}
+
+// As many connections as it has descriptors for.
+class AtItsLimitTest : public ::testing::Test {
+ protected:
+  AtItsLimitTest() {
+    EXPECT_TRUE(_server.waitForError("; raise it to "));
+    // Each is accepted before the next one comes: it is answered.
+    while (openDescriptors() < fewDescriptors)
+      EXPECT_TRUE(isServed(&_clients.emplace_back(_server.port()))) << _clients.size();
+  }
+  ~AtItsLimitTest() override { EXPECT_EQ(_server.stop(SIGTERM), 0) << _server.standardError(); }
+
+  // Without those beyond the limit, which it may have been started with.
+  rlim_t openDescriptors() const {
+    const std::string directory = "/proc/" + std::to_string(_server.processId()) + "/fd";
+    rlim_t count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(directory))
+      if (std::stoul(entry.path().filename()) < fewDescriptors) ++count;
+    return count;
+  }
+
+  double processorSeconds() const {
+    clockid_t clock;
+    timespec used{};
+    EXPECT_EQ(clock_getcpuclockid(_server.processId(), &clock), 0);
+    clock_gettime(clock, &used);
+    return static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) / 1e9;
+  }
+
+  void expectDatagramsAreServed() {
+    UdpClient client(_server.port());
+    EXPECT_EQ(statusOf(client.ask(registerMessage())), DCH_STATUS_OK);
+    for (int i = 0; i < 50; ++i)
+      EXPECT_TRUE(onlineAnswerOf(client.ask(onlineMessage("HOSTMON", "load", "host1"))));
+  }
+
+  const tools::TemporaryFile _actions{"succeed /bin/true\n"};
+  ServerProcess _server{{"--verbose", "--actions", _actions.path()}, lowerHardLimit};
+  std::list<TcpClient> _clients;
+};
+
+TEST_F(AtItsLimitTest, SaysSoWhenItStarts) {
+  EXPECT_THAT(_server.standardError(),
+              ::testing::ContainsRegex("zordchd: warning: the limit on open files leaves room for "
+                                       "[0-9]+ connections, not 64; raise it to [0-9]+\n"));
+}
+
+TEST_F(AtItsLimitTest, ServesTheConnectionsThatItHas) {
+  for (TcpClient& client : _clients) EXPECT_TRUE(isServed(&client));
+  expectDatagramsAreServed();
+  EXPECT_THAT(_server.standardError(), Not(HasSubstr("dropped")));
+}
+
+TEST_F(AtItsLimitTest, StartsActions) {
+  UdpClient client(_server.port());
+  client.send(actionMessage("succeed", 1));
+  EXPECT_EQ(statusOf(client.ask(actionResultsMessage(1))), 0);
+}
+
+TEST_F(AtItsLimitTest, TakesAConnectionAgainWhenOneHasEnded) {
+  _clients.pop_front();
+  EXPECT_TRUE(_server.waitForError(" closed\n"));
+  EXPECT_TRUE(isServed(&_clients.emplace_back(_server.port())));
+}
+
+TEST_F(AtItsLimitTest, SaysOnceThatAConnectionCannotBeTakenAndServesDatagramsWithoutHaste) {
+  TcpClient tooMany(_server.port());
+  EXPECT_TRUE(_server.waitForError("Error: accept failed. errno=24\n"));
+  const double before = processorSeconds();
+  std::this_thread::sleep_for(std::chrono::seconds(1));
+  EXPECT_LT(processorSeconds() - before, 0.5) << "it turns without end";
+  expectDatagramsAreServed();
+  EXPECT_EQ(countOf("Error: accept failed.", _server.standardError()), 1);
+}
+
+}  // namespace
+}  // namespace dch::testkit
