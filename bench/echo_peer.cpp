@@ -2,10 +2,8 @@
 
 #include <arpa/inet.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <cstdlib>
-#include <stdexcept>
 #include <string>
 
 #include "zordchcl/messages.h"
@@ -29,19 +27,9 @@ namespace {
 
 }  // namespace
 
-EchoPeer::EchoPeer() {
-  const int peer = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  _address.sin_family = AF_INET;
-  _address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t length = sizeof _address;
-  auto* const address = reinterpret_cast<sockaddr*>(&_address);
-  if (peer < 0 || bind(peer, address, length) != 0 || getsockname(peer, address, &length) != 0)
-    throw std::runtime_error("no socket for the echo peer");
-  _process.emplace([peer] { answerForever(peer); });
-  close(peer);
-}
+EchoPeer::EchoPeer() : _process([this] { answerForever(_socket.descriptor()); }) {}
 
 void EchoPeer::becomeDch() const {
   setenv("ZORA_DCH_ADDR", "127.0.0.1", 1);
-  setenv("ZORA_DCH_PORT", std::to_string(ntohs(_address.sin_port)).c_str(), 1);
+  setenv("ZORA_DCH_PORT", std::to_string(ntohs(address().sin_port)).c_str(), 1);
 }

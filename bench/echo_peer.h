@@ -2,23 +2,20 @@
 #ifndef BENCH_ECHO_PEER_H
 #define BENCH_ECHO_PEER_H
 
-#include <netinet/in.h>
-
-#include <optional>
-
 #include "bench/child_process.h"
+#include "bench/datagram_sockets.h"
 
 class EchoPeer {
  public:
   EchoPeer();
 
-  const sockaddr_in& address() const { return _address; }
+  const sockaddr_in& address() const { return _socket.address(); }
   // Makes it the DCH of this process and of those it starts from now on.
   void becomeDch() const;
 
  private:
-  sockaddr_in _address{};
-  std::optional<ChildProcess> _process;
+  DatagramSocket _socket;
+  ChildProcess _process;
 };
 
 #endif  // BENCH_ECHO_PEER_H

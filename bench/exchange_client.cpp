@@ -65,7 +65,15 @@ ExchangeClient::~ExchangeClient() {
 }
 
 std::chrono::nanoseconds ExchangeClient::run(int roundTrips) {
+  start(roundTrips);
+  return finish();
+}
+
+void ExchangeClient::start(int roundTrips) {
   sendAll(_commands, &roundTrips, sizeof roundTrips);
+}
+
+std::chrono::nanoseconds ExchangeClient::finish() {
   std::int64_t nanoseconds = failed;
   receiveAll(_commands, &nanoseconds, sizeof nanoseconds);
   if (nanoseconds == failed) throw std::runtime_error("a round trip failed");

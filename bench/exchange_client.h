@@ -31,6 +31,9 @@ class ExchangeClient {
 
   // The time that this many round trips take together. Throws when one fails.
   std::chrono::nanoseconds run(int roundTrips);
+  // The same in two steps, for several clients at once.
+  void start(int roundTrips);
+  std::chrono::nanoseconds finish();
 
  private:
   int _commands;  // a socket to the process

@@ -1,0 +1,68 @@
+#include "bench/row_exchanges.h"
+
+#include <sys/select.h>
+#include <sys/socket.h>
+
+#include <cstdlib>
+#include <memory>
+#include <stdexcept>
+
+#include "zordchcl/zordchcl.h"
+
+namespace {
+
+constexpr int rowAttributes = 8;
+constexpr short sampleType = 17;
+
+}  // namespace
+
+Exchange exchangeBare(const sockaddr_in& peer) {
+  const int client = socket(AF_INET, SOCK_DGRAM, 0);
+  auto row = std::make_shared<std::unique_ptr<char[]>>();
+  return {[row] { row->reset(buildRow()); },
+          [row, client, peer] {
+            sendto(client, row->get(), requestSize, 0, reinterpret_cast<const sockaddr*>(&peer),
+                   sizeof peer);
+            fd_set readable;
+            FD_ZERO(&readable);
+            FD_SET(client, &readable);
+            timeval wait{30, 0};
+            select(client + 1, &readable, nullptr, nullptr, &wait);
+            char answer[8192];
+            sockaddr_in sender;
+            socklen_t senderLength = sizeof sender;
+            return recvfrom(client, answer, sizeof answer, 0, reinterpret_cast<sockaddr*>(&sender),
+                            &senderLength) == answerSize;
+          }};
+}
+
+Exchange sendRows(ZORA_Long handle) {
+  auto row = std::make_shared<char*>(nullptr);
+  return {[row] { *row = buildRow(); },
+          [row, handle] {
+            ZORA_Long status = 1;
+            return dp_data(&status, handle, sampleType, row.get()) == 0 && status == 0;
+          }};
+}
+
+Exchange buildAndSendRows() {
+  return {[] { delete[] buildRow(); },
+          [] {
+            char* row = nullptr;
+            ZORA_Long size = 0;
+            ZORA_Long status = 1;
+            for (ZORA_Long value = 0; value < rowAttributes; ++value)
+              dp_formatData(&status, &row, &size, "attribute", &value, sizeof value, 'N');
+            return dp_data(&status, 1, sampleType, &row) == 0 && status == 0;
+          }};
+}
+
+Exchange sendRowsToServer(int port, const std::string& source) {
+  setenv("ZORA_DCH_ADDR", "127.0.0.1", 1);
+  setenv("ZORA_DCH_PORT", std::to_string(port).c_str(), 1);
+  ZORA_Long status = 1, handle = 0;
+  dp_register(&status, "appl:BENCH,BEN;group:group;attr:attr,D,96;");
+  if (status == 0) dp_online(&status, &handle, "BENCH", "group", source.c_str());
+  if (status != 0) throw std::runtime_error("the server does not take the registration");
+  return sendRows(handle);
+}

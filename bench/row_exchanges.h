@@ -1,0 +1,23 @@
+// row_exchanges.h: the exchanges that are compared: a row and its answer.
+#ifndef BENCH_ROW_EXCHANGES_H
+#define BENCH_ROW_EXCHANGES_H
+
+#include <netinet/in.h>
+
+#include <string>
+
+#include "bench/exchange_client.h"
+#include "zora/zora.h"
+
+// All but the first are for a process whose DCH is set.
+
+// Nothing but system calls. The row is built as for the library, so that the peer waits as long.
+Exchange exchangeBare(const sockaddr_in& peer);
+// dp_data with a row that stands ready.
+Exchange sendRows(ZORA_Long handle);
+// dp_formatData of 8 attributes, and dp_data.
+Exchange buildAndSendRows();
+// Goes on line at a real server first, with a source of its own; the group is "group" of "BENCH".
+Exchange sendRowsToServer(int port, const std::string& source);
+
+#endif  // BENCH_ROW_EXCHANGES_H

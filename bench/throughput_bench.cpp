@@ -1,0 +1,210 @@
+// How much goes through: rows that 8 providers send at once, datagrams that the server's half of
+// the channel takes, and rows that are pushed to 100 subscribers; each against a program of bare
+// system calls that does the same for the same clients.
+#include <sys/epoll.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <cstdlib>
+#include <list>
+#include <string>
+#include <vector>
+
+#include "bench/datagram_sockets.h"
+#include "bench/echo_peer.h"
+#include "bench/port_channel.h"
+#include "bench/row_exchanges.h"
+#include "bench/shared_count.h"
+#include "bench/sides.h"
+#include "dch/testkit/messages.h"
+#include "dch/testkit/server_process.h"
+#include "zordsock/zordsock.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int providers = 8;
+constexpr int subscribers = 100;
+// Datagrams under way to one socket, at most: with these a receive buffer of the default size has
+// room to spare, so nothing is ever lost.
+constexpr std::uint64_t window = 64;
+
+std::string row() {
+  const std::unique_ptr<char[]> bytes(buildRow());
+  return std::string(bytes.get(), requestSize);
+}
+
+// ---- 8 providers -------------------------------------------------------------------------------
+
+class Providers {
+ public:
+  explicit Providers(const std::function<Exchange(int number)>& connect) {
+    for (int i = 0; i < providers; ++i) _clients.emplace_back([&connect, i] { return connect(i); });
+  }
+
+  // `rows` of all of them together.
+  std::chrono::nanoseconds run(int rows) {
+    const auto start = Clock::now();
+    for (ExchangeClient& client : _clients) client.start(rows / providers);
+    for (ExchangeClient& client : _clients) client.finish();
+    return Clock::now() - start;
+  }
+
+ private:
+  std::list<ExchangeClient> _clients;
+};
+
+// ---- One receiver ------------------------------------------------------------------------------
+
+[[noreturn]] void countDatagrams(int descriptor, SharedCount* count) {
+  std::array<char, SERVER_PIECE_SIZE> datagram;
+  for (;;)
+    if (recvfrom(descriptor, datagram.data(), datagram.size(), 0, nullptr, nullptr) > 0)
+      count->add();
+}
+
+// What a program on the server's half of the channel does, and nothing else.
+[[noreturn]] void countMessages(const std::function<void(int)>& tellPort, SharedCount* count) {
+  setenv("ZORA_DCH_PORT", "0", 1);
+  setenv("ZOR0_PRODUCT_SPEC", "/dev/null", 1);
+  ipcSock server(SERVICE_SERVER, 0, 0);
+  char* message = nullptr;
+  ZORA_Long size = 0, addressLength = 0;
+  std::array<char, IPC_ADDRESS_SIZE> address;
+  std::array<char, IPC_NAME_SIZE> name;
+  unsigned int connection = 0;
+  const auto take = [&] {
+    server.ipc_get_data(&message, &size, address.data(), &addressLength, name.data(), &connection);
+  };
+  take();  // the notice that it is ready
+  tellPort(server.sockPortUDP());
+  for (;;) {
+    take();
+    count->add();
+  }
+}
+
+// Sends as fast as the receiver's count follows.
+std::chrono::nanoseconds sendTo(const sockaddr_in& receiver, const SharedCount& received,
+                                int datagrams) {
+  const DatagramSocket sender;
+  const std::string bytes = row();
+  const std::uint64_t before = received.value();
+  const auto start = Clock::now();
+  for (std::uint64_t sent = 0; sent < static_cast<std::uint64_t>(datagrams); ++sent) {
+    if (sent >= window) received.waitFor(before + sent - window + 1);
+    sender.sendTo(receiver, bytes);
+  }
+  received.waitFor(before + static_cast<std::uint64_t>(datagrams));
+  return Clock::now() - start;
+}
+
+// ---- 100 subscribers ---------------------------------------------------------------------------
+
+class Subscribers {
+ public:
+  Subscribers() : _sockets(subscribers) {}
+
+  const std::vector<DatagramSocket>& sockets() const { return _sockets; }
+
+  // Counts what arrives, in a process of its own.
+  void startCounting() {
+    _process.emplace([this] { count(); });
+  }
+
+  // `publish` sends one row to each.
+  std::chrono::nanoseconds run(int deliveries, const std::function<void()>& publish) {
+    const std::uint64_t before = _received.value();
+    const auto start = Clock::now();
+    for (int sent = 0; sent < deliveries; sent += subscribers) {
+      const auto underWay = window * subscribers;
+      if (static_cast<std::uint64_t>(sent) >= underWay)
+        _received.waitFor(before + static_cast<std::uint64_t>(sent) - underWay + 1);
+      publish();
+    }
+    _received.waitFor(before + static_cast<std::uint64_t>(deliveries));
+    return Clock::now() - start;
+  }
+
+ private:
+  [[noreturn]] void count() {
+    const int events = epoll_create1(EPOLL_CLOEXEC);
+    for (const DatagramSocket& socket : _sockets) {
+      epoll_event event{};
+      event.events = EPOLLIN;
+      event.data.fd = socket.descriptor();
+      epoll_ctl(events, EPOLL_CTL_ADD, socket.descriptor(), &event);
+    }
+    std::array<epoll_event, subscribers> ready;
+    std::array<char, 8192> datagram;
+    for (;;) {
+      const int count = epoll_wait(events, ready.data(), subscribers, -1);
+      for (int i = 0; i < count; ++i)
+        while (recv(ready[static_cast<std::size_t>(i)].data.fd, datagram.data(), datagram.size(),
+                    MSG_DONTWAIT) > 0)
+          _received.add();
+    }
+  }
+
+  std::vector<DatagramSocket> _sockets;
+  SharedCount _received;
+  std::optional<ChildProcess> _process;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const EchoPeer echo;
+  echo.becomeDch();
+  Providers bareProviders([](int) { return sendRows(1); });
+  const dch::testkit::ServerProcess server;
+  Providers serverProviders(
+      [&](int number) { return sendRowsToServer(server.port(), "host" + std::to_string(number)); });
+  constexpr int rowsPerTurn = 4000;
+  addSide("8 providers, bare server", rowsPerTurn,
+          [&](int rows) { return bareProviders.run(rows); });
+  addSide("8 providers, zordchd", rowsPerTurn, [&](int rows) { return serverProviders.run(rows); });
+
+  const DatagramSocket bareReceiver;
+  SharedCount bareCount, serverCount;
+  const ChildProcess bareCounting([&] { countDatagrams(bareReceiver.descriptor(), &bareCount); });
+  std::optional<ChildProcess> serverCounting;
+  const sockaddr_in serverHalf = loopbackAddress(startOnPort(
+      &serverCounting, [&](const auto& tellPort) { countMessages(tellPort, &serverCount); }));
+  constexpr int datagramsPerTurn = 10'000;
+  addSide("datagrams, bare loop", datagramsPerTurn,
+          [&](int datagrams) { return sendTo(bareReceiver.address(), bareCount, datagrams); });
+  addSide("datagrams, server half", datagramsPerTurn,
+          [&](int datagrams) { return sendTo(serverHalf, serverCount, datagrams); });
+
+  // A server of its own: the rows of the providers above are pushed to nobody.
+  const dch::testkit::ServerProcess pushServer;
+  ExchangeClient provider([&] { return sendRowsToServer(pushServer.port(), "host"); });
+  Subscribers bareSubscribers, serverSubscribers;
+  provider.run(1);  // it is on line
+  for (const DatagramSocket& socket : serverSubscribers.sockets())
+    socket.sendTo(loopbackAddress(pushServer.port()),
+                  dch::testkit::subscribeMessage("BENCH", "group"));
+  provider.run(1);  // the server has taken the subscriptions by now
+  bareSubscribers.startCounting();
+  serverSubscribers.startCounting();
+  const DatagramSocket sender;
+  const std::string bytes = row();
+  constexpr int deliveriesPerTurn = 100 * subscribers;
+  addSide("push to 100, bare loop", deliveriesPerTurn, [&](int deliveries) {
+    return bareSubscribers.run(deliveries, [&] {
+      for (const DatagramSocket& socket : bareSubscribers.sockets())
+        sender.sendTo(socket.address(), bytes);
+    });
+  });
+  addSide("push to 100, zordchd", deliveriesPerTurn, [&](int deliveries) {
+    return serverSubscribers.run(deliveries, [&] { provider.run(1); });
+  });
+
+  runSides(argc, argv,
+           {{"rows/s of 8 providers, zordchd / bare", "8 providers, bare server",
+             "8 providers, zordchd"},
+            {"datagrams/s, server half / bare", "datagrams, bare loop", "datagrams, server half"},
+            {"pushed rows/s, zordchd / bare", "push to 100, bare loop", "push to 100, zordchd"}});
+}
