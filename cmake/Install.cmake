@@ -15,7 +15,11 @@ file(CONFIGURE OUTPUT ${generated}/zordchcl.h CONTENT "${content}" @ONLY)
 install(FILES ${generated}/zordchcl.h ${PROJECT_SOURCE_DIR}/zora/zora.h
   DESTINATION ${header_folder})
 
-install(TARGETS zordchd zordp zordc)
+set(programs zordchd)
+if(ZORD410_TOOLS)
+  list(APPEND programs zordp zordc)
+endif()
+install(TARGETS ${programs})
 
 install(TARGETS zord410 zord410_static EXPORT zord410Targets
   INCLUDES DESTINATION ${header_folder})

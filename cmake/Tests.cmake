@@ -4,7 +4,17 @@
 #  WRAP            calls of these functions lead to the test's __wrap_FUNCTION
 #  RECORDS_SLEEPS  OSV1_Sleep returns at once: see tests/support/recorded_sleep.h
 #  PROPERTIES      of every test, as for set_tests_properties
-find_package(GTest REQUIRED)
+set(ZORD410_GTEST_SOURCE "" CACHE PATH
+  "Build GoogleTest from this folder, where the system has none for this build's processor")
+if(ZORD410_GTEST_SOURCE)
+  set(INSTALL_GTEST OFF)
+  add_subdirectory(${ZORD410_GTEST_SOURCE} ${PROJECT_BINARY_DIR}/googletest EXCLUDE_FROM_ALL)
+  foreach(library gmock gtest gtest_main)
+    target_compile_options(${library} PRIVATE -w) # its warnings are not ours to act on
+  endforeach()
+else()
+  find_package(GTest REQUIRED)
+endif()
 include(GoogleTest)
 
 function(zord410_test name)
@@ -19,7 +29,7 @@ function(zord410_test name)
   list(TRANSFORM ARG_WRAP PREPEND "-Wl,--wrap=")
   target_link_options(${name} PRIVATE ${ARG_WRAP})
   # A test is built far more often than its own code is worth optimising: this halves the build.
-  target_compile_options(${name} PRIVATE -O0)
+  target_compile_options(${name} PRIVATE -O0 -U_FORTIFY_SOURCE)
   # All tests read the same headers, which the first of them compiles for all. A compiler cache does
   # that by itself, and better.
   if(NOT CMAKE_CXX_COMPILER_LAUNCHER)

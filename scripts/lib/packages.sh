@@ -4,7 +4,10 @@ build_packages=(
   cmake g++ libcli11-dev libcsv-dev libgmock-dev libgtest-dev ninja-build nlohmann-json3-dev pkgconf)
 test_packages=(clang-format strace)
 fuzz_packages=(clang libclang-rt-14-dev)
-packages_32bit=(g++-multilib libcsv-dev:i386 libgmock-dev:i386 libgtest-dev:i386)
+analysis_packages=(clang-tidy cppcheck)
+coverage_packages=(gcovr)
+# The 32-bit build compiles GoogleTest itself, so that no second architecture has to be set up.
+packages_32bit=(g++-multilib googletest)
 
 # install_packages NAME...: installs those of the packages that are missing; asks nothing and touches
 # nothing when none is.
@@ -31,7 +34,6 @@ install_packages() {
   fi
 
   echo "installing ${missing[*]}"
-  [[ ${missing[*]} != *:i386* ]] || "${as_root[@]}" dpkg --add-architecture i386
   local apt_get=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -q -o DPkg::Lock::Timeout=300)
   # An index that could not be brought up to date may still do: the installation decides.
   "${apt_get[@]}" update || true

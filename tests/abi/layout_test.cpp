@@ -11,6 +11,7 @@
 #include "zordchcl/DCHclient.h"
 #include "zordipc/zordipc.h"
 #include "zordlpc/zordlpc.h"
+#include "zordsock/settings.h"
 #include "zordsock/zordsock.h"
 
 // The records have base classes and constructors; for those, offsetof is conditionally supported.
@@ -96,6 +97,12 @@ TEST(LayoutTest, QueueSlotFieldsStandInOrder) {
   EXPECT_FIELD(ipcClientSlot, clientName, 260u, 256u);
   EXPECT_FIELD(ipcClientSlot, connectedSockFD, 516u, 4u);
   EXPECT_EQ(sizeof(ipcClientSlot), 520u);
+}
+
+TEST(LayoutTest, PoolElementFieldsStandInOrder) {
+  EXPECT_FIELD(zordsock::UDPSockElement, inUse, 0u, 2u);
+  EXPECT_FIELD(zordsock::UDPSockElement, sockUDP, 4u, 4u);
+  EXPECT_EQ(sizeof(zordsock::UDPSockElement), 8u);
 }
 
 // Records which of its operations was called, with its arguments.
