@@ -55,9 +55,24 @@ void checkRegistration(const suite::Registration& registration) {
   }
 }
 
+bool isBlank(char character) {
+  return character == ' ' || character == '\t' || character == '\r' || character == '\n';
+}
+
+// Whether nothing can be left out around the separators of a text.
+bool isShortest(std::string_view text) {
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (std::string_view(":,;").find(text[i]) == std::string_view::npos) continue;
+    if (i == 0 || isBlank(text[i - 1]) || (i + 1 < text.size() && isBlank(text[i + 1])))
+      return false;
+  }
+  return text.find(",;") == std::string_view::npos;  // an attribute's empty help
+}
+
 // The shortest form of a text is a text of the same registration, and its own shortest form.
 void checkShortestForm(const suite::Registration& registration, std::string_view text) {
   require(registration.text.size() <= text.size(), "no text grows");
+  require(isShortest(registration.text), "the shortest form is short");
   suite::Registration again;
   std::string error;
   require(suite::parseRegistration(registration.text, &again, &error), "the shortest form is good");

@@ -17,6 +17,7 @@ namespace fuzz {
 namespace {
 
 constexpr std::size_t lengthWord = 4;
+constexpr int pooledSockets = 1;  // opened with the first request
 constexpr std::size_t largestRead = UDP_CHUNK_SIZE;
 
 std::deque<std::string> takeDatagrams(Input* input, unsigned shape) {
@@ -40,7 +41,7 @@ void makeLengthRight(std::deque<std::string>* datagrams) {
 
 }  // namespace
 
-ClientRun::ClientRun(Input* input) {
+ClientRun::ClientRun(Input* input) : Network(pooledSockets) {
   const unsigned shape = input->takeByte();
   _datagrams = takeDatagrams(input, shape);
   if ((shape & SHAPE_INTERRUPT) != 0) {
@@ -101,7 +102,7 @@ void setUpClient() {
   setenv("ZORA_DCH_ADDR", "127.0.0.1", 1);
   setenv("ZORA_DCH_PORT", "1919", 1);
   setenv("ZORA_DCH_TIMEOUT", "1", 1);
-  setenv("ZORA_DCH_UDP_SOCKETS_IN_POOL", "1", 1);
+  setenv("ZORA_DCH_UDP_SOCKETS_IN_POOL", std::to_string(pooledSockets).c_str(), 1);
   unsetenv("ZORA_DCH_IPCTYPE");
   unsetenv("ZORA_VERBOSE");
   traceIntoNothing();

@@ -21,8 +21,6 @@ enum class Socket : unsigned char { closed, open, openOnLoopback };
 // Above the descriptors that a fuzzer has open itself, below the size of a plain set.
 constexpr int firstDescriptor = 100;
 std::array<Socket, 16> sockets{};
-// The library's pool opens its only socket with the first request and keeps it.
-int openBefore = 0;
 
 Socket& socketOf(int descriptor) {
   require(descriptor >= firstDescriptor &&
@@ -44,14 +42,12 @@ int openCount() {
 
 }  // namespace
 
-Network::Network() {
-  openBefore = openCount();
+Network::Network(int keptSockets) : _keptSockets(keptSockets) {
   current = this;
 }
 
 Network::~Network() {
-  constexpr int pooledSockets = 1;
-  require(openCount() <= std::max(openBefore, pooledSockets), "a socket was left open");
+  require(openCount() <= _keptSockets, "a socket was left open");
   current = nullptr;
 }
 

@@ -14,8 +14,7 @@ namespace fuzz {
 // What the sockets of the process lead to while it lives. One at a time, and one thread.
 class Network {
  public:
-  Network();
-  // Every socket that was opened meanwhile has been closed, but for the sockets of the pool.
+  // Requires that every socket that was opened meanwhile has been closed.
   virtual ~Network();
   Network(const Network&) = delete;
   Network& operator=(const Network&) = delete;
@@ -34,6 +33,13 @@ class Network {
   virtual void send(std::string_view) {}
   // The next connection on a listening socket.
   virtual int accept(sockaddr_in* peer);
+
+ protected:
+  // So many sockets may stay open for as long as the process lives.
+  explicit Network(int keptSockets);
+
+ private:
+  const int _keptSockets;
 };
 
 // A new socket. Descriptors are numbers that only this network knows.

@@ -49,7 +49,8 @@ void makeLengthRight(std::string* message) {
   std::memcpy(message->data(), &word, std::min(message->size(), sizeof word));
 }
 
-ServerRun::ServerRun() : _server(noService, 0, 0), _publisher(_subscriptions, pushSocket(), _log) {
+ServerRun::ServerRun()
+    : Network(0), _server(noService, 0, 0), _publisher(_subscriptions, pushSocket(), _log) {
   _server._typeOfService = SERVICE_SERVER;  // so that its queue goes with it
   _server._sockError = 0;
   _server.ipc_new_cb();
