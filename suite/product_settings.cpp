@@ -130,31 +130,34 @@ bool copyAccess(const std::string& from, int to) {
   return fchmod(to, status.st_mode & 07777) == 0;
 }
 
-void syncFolderOf(const std::string& path) {
+std::string folderOf(const std::string& path) {
   const std::size_t slash = path.rfind('/');
-  const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-  const Descriptor descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (descriptor.isOpen()) fsync(descriptor.get());
+  return slash == std::string::npos ? "." : path.substr(0, slash + 1);
+}
+
+// Removes what was begun, and keeps errno.
+bool giveUp(const std::string& newPath) {
+  const int error = errno;
+  unlink(newPath.c_str());
+  errno = error;
+  return false;
 }
 
 // Puts a new file in the place of `path`; the caller holds the lock. Returns false with errno.
 bool replaceFile(const std::string& path, std::string_view content) {
   const std::string newPath = path + ".new";
+  // Opened while the update can still fail: without memory, for one.
+  const Descriptor folder(open(folderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   unlink(newPath.c_str());  // of a process that died here
   {
     const Descriptor file(
         open(newPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
     if (!file.isOpen()) return false;
-    if (!copyAccess(path, file.get()) || !writeWhole(file.get(), content) ||
-        fsync(file.get()) != 0) {
-      const int error = errno;
-      unlink(newPath.c_str());
-      errno = error;
-      return false;
-    }
+    if (!copyAccess(path, file.get()) || !writeWhole(file.get(), content) || fsync(file.get()) != 0)
+      return giveUp(newPath);
   }
-  if (rename(newPath.c_str(), path.c_str()) != 0) return false;
-  syncFolderOf(path);
+  if (rename(newPath.c_str(), path.c_str()) != 0) return giveUp(newPath);
+  if (folder.isOpen()) fsync(folder.get());
   return true;
 }
 
@@ -237,8 +240,8 @@ const char* ZOR0_QueryProductSpec(int item) {
     std::string& text = returnedTexts[item];
     text = std::move(*found);
     return text.c_str();
-  } catch (const std::exception&) {
-    TRC1_ERROR("Error: no memory for product setting %d\n", item);
+  } catch (const std::exception& error) {
+    TRC1_ERROR("Error: product setting %d cannot be read: %s\n", item, error.what());
     return nullptr;
   }
 }
@@ -251,8 +254,8 @@ int ZOR0_UpdateProductSpec(int item, const char* text) {
   }
   try {
     return update(trc1Scope, item, text) ? 1 : 0;
-  } catch (const std::exception&) {
-    TRC1_ERROR("Error: no memory for product setting %d\n", item);
+  } catch (const std::exception& error) {
+    TRC1_ERROR("Error: product setting %d cannot be written: %s\n", item, error.what());
     return 0;
   }
 }
