@@ -150,8 +150,11 @@ std::vector<Scenario> consumerScenarios() {
       {"dc_deferReportRequest", deferReportRequest, "0", failed},
   };
   for (Scenario& scenario : scenarios) {
-    scenario.leavesItsClient = scenario.success == "a handle";
-    scenario.mayEndProcess = true;
+    scenario.lastWords = noTransportAtAll;
+    if (scenario.success != "a handle") continue;
+    // A subscription that failed stays alive: the client, its transport and their sockets.
+    scenario.descriptorsLeft = 2;
+    scenario.allocationsLeft = 2;
   }
   return scenarios;
 }

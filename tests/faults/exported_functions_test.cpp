@@ -13,14 +13,7 @@
 #include "tests/faults/scenario.h"
 #include "tests/faults/walk.h"
 
-std::string outcomeOf(int result, ZORA_Long status) {
-  return std::to_string(result) + " status " +
-         (status == untouched ? "untouched" : std::to_string(status));
-}
-
-void PrintTo(const Scenario& scenario, std::ostream* out) {
-  *out << scenario.name;
-}
+namespace {
 
 std::vector<Scenario> everyScenario() {
   std::vector<Scenario> all;
@@ -28,8 +21,6 @@ std::vector<Scenario> everyScenario() {
     all.insert(all.end(), scenarios.begin(), scenarios.end());
   return all;
 }
-
-namespace {
 
 class ExportedFunction : public testing::TestWithParam<Scenario> {
  protected:
@@ -40,12 +31,12 @@ class ExportedFunction : public testing::TestWithParam<Scenario> {
     setenv("ZORA_DCH_UDP_SOCKETS_IN_POOL", "2", 1);
     // A time-out of one second is the one that is reported.
     setenv("ZORA_DCH_TIMEOUT", "1", 1);
-    if (needsDch()) _dch.emplace();
+    if (hasTransport()) _dch.emplace();
     GetParam().setEnvironment();
   }
 
  private:
-  static bool needsDch() { return GetParam().mayEndProcess; }
+  static bool hasTransport() { return !GetParam().lastWords.empty(); }
 
   std::optional<AnsweringDch> _dch;
 };

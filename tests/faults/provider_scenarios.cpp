@@ -150,7 +150,7 @@ std::vector<Scenario> providerScenarios() {
       {"DCH_shutdown", [] { return doneBy([] { DCH_shutdown(0); }); }, "done"},
   };
   for (Scenario& scenario : scenarios) {
-    scenario.mayEndProcess = true;
+    scenario.lastWords = noTransportAtAll;
     if (scenario.run == dpCancelThatWaits)
       scenario.setEnvironment = [] { setenv("ZORA_DCH_UDP_SOCKETS_IN_POOL", "1", 1); };
   }

@@ -19,17 +19,19 @@ struct Failure {
 };
 
 struct Scenario {
-  std::string name;  // of the function, and of the situation where there is more than one
+  // Of the function, with "_that_..." or "_with_..." behind it where it has more than one.
+  std::string name;
   // Prepares what the function needs, calls it by tested(), and gives back everything that the call
   // gave. Returns what came of it as text. It is run several times in one
   // process.
   std::string (*run)();
   std::string success;
   std::vector<Failure> failures = {};
-  // A transport that cannot be set up ends the process, with exit status 1.
-  bool mayEndProcess = false;
-  // A subscription that failed stays alive, with its two sockets.
-  bool leavesItsClient = false;
+  // What a process says that ends with exit status 1, when a fault may end it.
+  std::string lastWords = {};
+  // What a call that did not go well may leave behind by design.
+  int descriptorsLeft = 0;
+  int allocationsLeft = 0;
   // What comes of it, for good, when a setting that it reads once per process could not be read.
   std::string withoutSetting = {};
   // Settings, before the process uses the library.
@@ -49,14 +51,16 @@ auto tested(Call call) {
 // The status variable before the call.
 constexpr ZORA_Long untouched = -815;
 
+// The last words of a process that cannot set up a client's transport.
+constexpr char noTransportAtAll[] = "Error: DCH Client cannot continue.";
+
 // "0 status 5", "1 status untouched".
 std::string outcomeOf(int result, ZORA_Long status);
 
 std::vector<Scenario> providerScenarios();
 std::vector<Scenario> consumerScenarios();
 std::vector<Scenario> utilityScenarios();
-
-// All of them.
-std::vector<Scenario> everyScenario();
+std::vector<Scenario> transportScenarios();
+std::vector<Scenario> serverScenarios();
 
 #endif  // TESTS_FAULTS_SCENARIO_H

@@ -75,8 +75,16 @@ RunningServer::~RunningServer() {
 }
 
 QueuedMessage RunningServer::start() {
-  _result = std::async(std::launch::async, [this] { return _endpoint.IPCServer(); });
+  launch([this] { return _endpoint.IPCServer(); });
   return next();
+}
+
+void RunningServer::launch(const std::function<ZORA_Long()>& loop) {
+  _result = std::async(std::launch::async, loop);
+}
+
+bool RunningServer::hasEnded() const {
+  return _result.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
 }
 
 void RunningServer::stop() {

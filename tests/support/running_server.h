@@ -5,6 +5,7 @@
 
 #include <netinet/in.h>
 
+#include <functional>
 #include <future>
 #include <string>
 
@@ -37,6 +38,12 @@ class RunningServer {
 
   // Starts the loop and waits for the ready notice, which is returned.
   QueuedMessage start();
+
+  // Starts `loop`, which calls the endpoint's IPCServer, and does not wait.
+  void launch(const std::function<ZORA_Long()>& loop);
+
+  // Whether a loop that was started has ended.
+  bool hasEnded() const;
 
   // The endpoint. Its fields are the loop's own while that runs, but for the two descriptors, which
   // do not change after start().

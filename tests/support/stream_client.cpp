@@ -17,8 +17,10 @@ StreamClient::StreamClient(unsigned short port)
   socklen_t length = sizeof _address;
   if (_socket < 0 ||
       connect(_socket, reinterpret_cast<const sockaddr*>(&server), sizeof server) != 0 ||
-      getsockname(_socket, reinterpret_cast<sockaddr*>(&_address), &length) != 0)
+      getsockname(_socket, reinterpret_cast<sockaddr*>(&_address), &length) != 0) {
+    close(_socket);
     throw std::runtime_error("no connection to the server");
+  }
 }
 
 StreamClient::~StreamClient() {
