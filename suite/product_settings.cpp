@@ -7,6 +7,7 @@
 #include <cstring>
 #include <exception>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -174,11 +175,8 @@ bool lockFile(int descriptor) {
 
 // A link to the settings file stays a link: the file that it leads to is replaced.
 std::string withoutLinks(const std::string& path) {
-  char* resolved = realpath(path.c_str(), nullptr);
-  if (resolved == nullptr) return path;
-  std::string result = resolved;
-  free(resolved);
-  return result;
+  const std::unique_ptr<char, decltype(&free)> resolved(realpath(path.c_str(), nullptr), free);
+  return resolved != nullptr ? resolved.get() : path;
 }
 
 // Returns false with errno.
