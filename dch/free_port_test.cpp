@@ -5,7 +5,12 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <csignal>
+#include <string>
 #include <system_error>
+#include <thread>
+#include <utility>
 
 namespace dch {
 namespace {
@@ -26,6 +31,7 @@ class Holder {
   Holder(const Holder&) = delete;
   Holder& operator=(const Holder&) = delete;
   bool holds() const { return _holds; }
+  int descriptor() const { return _descriptor; }
 
  private:
   const int _descriptor;
@@ -51,6 +57,72 @@ TEST(FindFreePortTest, RefusesAnAddressThatThisMachineDoesNotHave) {
   in_addr documentation;
   inet_pton(AF_INET, "192.0.2.1", &documentation);
   EXPECT_THROW(findFreePort(documentation), std::system_error);
+}
+
+// A connection whose server has died: its port is nobody's, and yet it cannot be bound.
+class AbandonedConnection {
+ public:
+  explicit AbandonedConnection(unsigned short port) : _client(socket(AF_INET, SOCK_STREAM, 0)) {
+    const Holder server(SOCK_STREAM, port);
+    EXPECT_EQ(listen(server.descriptor(), 1), 0);
+    sockaddr_in address{};
+    socklen_t length = sizeof address;
+    getsockname(server.descriptor(), reinterpret_cast<sockaddr*>(&address), &length);
+    EXPECT_EQ(connect(_client, reinterpret_cast<const sockaddr*>(&address), length), 0);
+    const int connection = accept(server.descriptor(), nullptr, nullptr);
+    EXPECT_GE(connection, 0);
+    close(connection);
+  }
+  ~AbandonedConnection() { reset(); }
+  AbandonedConnection(const AbandonedConnection&) = delete;
+  AbandonedConnection& operator=(const AbandonedConnection&) = delete;
+
+  // The system forgets it at once.
+  void reset() {
+    const linger abort{1, 0};
+    setsockopt(_client, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
+    if (_client >= 0) close(std::exchange(_client, -1));
+  }
+
+ private:
+  int _client;
+};
+
+TEST(WaitForAbandonedPortTest, WaitsUntilTheSystemFreesThePort) {
+  const unsigned short port = findFreePort(loopback);
+  AbandonedConnection connection(port);
+  ASSERT_FALSE(Holder(SOCK_STREAM, port).holds());
+  std::thread later([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    connection.reset();
+  });
+  testing::internal::CaptureStderr();
+  EXPECT_TRUE(waitForAbandonedPort(loopback, port));
+  later.join();
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "zordchd: connections to an earlier server still hold port " + std::to_string(port) +
+                ": waiting until the system frees it\n");
+  EXPECT_TRUE(Holder(SOCK_STREAM, port).holds());
+}
+
+TEST(WaitForAbandonedPortTest, ASignalEndsTheWait) {
+  sigset_t terminate;
+  sigemptyset(&terminate);
+  sigaddset(&terminate, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &terminate, nullptr);
+  const unsigned short port = findFreePort(loopback);
+  const AbandonedConnection connection(port);
+  kill(getpid(), SIGTERM);
+  EXPECT_FALSE(waitForAbandonedPort(loopback, port));
+}
+
+TEST(WaitForAbandonedPortTest, DoesNotWaitForAPortThatIsFreeOrServed) {
+  const unsigned short port = findFreePort(loopback);
+  testing::internal::CaptureStderr();
+  EXPECT_TRUE(waitForAbandonedPort(loopback, port));
+  const Holder server(SOCK_STREAM, port);
+  EXPECT_TRUE(listen(server.descriptor(), 1) == 0 && waitForAbandonedPort(loopback, port));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
 }  // namespace

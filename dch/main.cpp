@@ -25,6 +25,7 @@
 #include "dch/push_socket.h"
 #include "dch/server.h"
 #include "dch/vanished_peers.h"
+#include "suite/zor0.h"
 #include "zora/zora.h"
 #include "zordsock/settings.h"
 #include "zordsock/zordsock.h"
@@ -68,6 +69,19 @@ void applyOptions(const dch::Options& options) {
     setSetting("ZORA_DCH_PORT", std::to_string(port));
   }
   if (options.instance) ZORA_SetInstanceName(options.instance->c_str());
+}
+
+// Waits for the configured port; candidate ports are not worth waiting for. Returns false when the
+// server is stopped before.
+bool waitForConfiguredPort() {
+  const char* configured = std::getenv("ZORA_DCH_PORT");
+  if (configured == nullptr) configured = ZOR0_QueryProductSpec(zordsock::itemPort);
+  const auto port = configured != nullptr ? static_cast<unsigned short>(std::atoi(configured))
+                                          : zordsock::defaultPort;
+  const bool isInstance = *ZORA_GetInstanceName() != '\0' && port == zordsock::defaultPort;
+  const bool hasCandidates =
+      isInstance || ZOR0_QueryProductSpec(zordsock::itemCandidatePorts) != nullptr;
+  return hasCandidates || dch::waitForAbandonedPort(addressToBind(), port);
 }
 
 // The endpoint is never destroyed: its receiver thread runs until the process has ended.
@@ -177,6 +191,7 @@ int main(int argc, char** argv) {
     applyOptions(options);
     // The library would only tell an error number.
     dch::PushSocket{addressToBind()};
+    if (!waitForConfiguredPort()) return EXIT_SUCCESS;
     serve(options, actions, signals);
   } catch (const dch::ActionListError& error) {
     std::fprintf(stderr, "zordchd: %s\n", error.what());
