@@ -64,8 +64,10 @@ Outcome Requests::subscription(Request* request) {
 
 void Requests::subscribe(std::string_view application, std::string_view group,
                          const PeerAddress& address) {
-  const bool hasRoom =
-      _publisher.subscribe(topicOf(application, group), address) != Subscriptions::Added::noRoom;
+  const Subscriptions::Added added = _publisher.subscribe(topicOf(application, group), address);
+  // A subscriber that hears nothing subscribes again every few seconds.
+  if (added == Subscriptions::Added::alreadyThere) return;
+  const bool hasRoom = added == Subscriptions::Added::yes;
   _log.write("%s %s to %s %s", hasRoom ? "subscribed" : "no room to subscribe",
              address.text().data(), printable(application).c_str(), printable(group).c_str());
 }

@@ -22,7 +22,8 @@ struct ActionOptions {
 
 // Asks for the action and prints its ID; with `waits`, waits for its result and prints that.
 // Returns the exit status: 0, with `waits` only for the result 0, 1 for another one, EX_TEMPFAIL
-// when none came. Throws a Failure.
+// when none came. Throws a Failure: EX_USAGE when the request is too long, EX_UNAVAILABLE when it
+// cannot be sent or nobody answers.
 int act(const ActionOptions& options);
 
 struct DeferralOptions {

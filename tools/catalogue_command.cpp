@@ -83,6 +83,7 @@ void print(const std::string& answer, std::vector<RecordColumn> columns,
   const auto writer = makeRecordWriter(format, columns);
   for (const Record& record : records)
     if (!printLines(writer->format(record))) return;
+  if (records.empty()) std::cerr << "zordc: nothing is registered\n";
   if (isTruncated)
     std::cerr << "zordc: warning: the DCH cut its answer after " << records.size() << " lines\n";
 }

@@ -92,7 +92,10 @@ TEST_F(ConsumerCommands, AppsListsTheApplicationsInEveryFormat) {
 }
 
 TEST_F(ConsumerCommands, AppsOfAnEmptyDchIsAnEmptyList) {
-  expectOutput(zordc({"apps"}), "");
+  const ProgramResult result = zordc({"apps"});
+  EXPECT_EQ(result.exitStatus, EX_OK);
+  EXPECT_EQ(result.standardOutput, "");
+  EXPECT_EQ(result.standardError, "zordc: nothing is registered\n");
 }
 
 TEST_F(ConsumerCommands, AttrsListsTheAttributesInEveryFormat) {
@@ -254,17 +257,53 @@ TEST_F(ConsumerCommands, ActMakesUpAnIdAndDoesNotWaitUnlessTold) {
 }
 
 TEST(ConsumerCommandsAlone, ActGivesUpWaitingWhenTheTimeoutIsOver) {
-  const ScriptedDch silent(never());
+  int requests = 0;
+  const ScriptedDch busy([&](const std::string&) -> std::vector<std::string> {
+    if (++requests <= 2) return {};
+    return {statusAnswer(0)};
+  });
   const ProgramResult result = runProgram(ZORDC_PATH,
                                           {"act", "x", "--node", "n", "--subnode", "s", "--owner",
                                            "o", "--id", "7", "--parms", "a b", "--wait"},
-                                          environmentFor(silent.port(), "1"));
+                                          environmentFor(busy.port(), "1"));
   EXPECT_EQ(result.exitStatus, EX_TEMPFAIL);
   EXPECT_EQ(result.standardOutput, "action 7\n");
   EXPECT_THAT(result.standardError, EndsWith("zordc: no result of action 7 came in time\n"));
-  const auto requests = silent.waitForRequests(2);
-  ASSERT_EQ(requests.size(), 2U);
-  EXPECT_THAT(requests[0], EndsWith(std::string("a b") + '\0'));
+  EXPECT_THAT(busy.requests()[0], EndsWith(std::string("a b") + '\0'));
+}
+
+TEST(ConsumerCommandsAlone, ActSaysWhenNobodyAnswers) {
+  const ProgramResult result = runProgram(
+      ZORDC_PATH, {"act", "x", "--node", "n", "--subnode", "s", "--owner", "o", "--wait"},
+      environmentFor(1, "1"));
+  EXPECT_EQ(result.exitStatus, EX_UNAVAILABLE);
+  EXPECT_THAT(result.standardError, EndsWith("zordc: the DCH does not answer\n"));
+}
+
+TEST(ConsumerCommandsAlone, ARequestThatIsTooLongIsRefusedWithTheReason) {
+  const ScriptedDch dch(never());
+  const auto act = [&](std::size_t parmsLength) {
+    return runProgram(ZORDC_PATH,
+                      {"act", "x", "--node", "n", "--subnode", "s", "--owner", "o", "--parms",
+                       std::string(parmsLength, 'p')},
+                      environmentFor(dch.port()));
+  };
+  // The numbers take 30 bytes, each text 7 and its own.
+  EXPECT_EQ(act(4027).exitStatus, EX_OK);
+  EXPECT_EQ(dch.waitForRequests(1).at(0).size(), 4096U);
+  ProgramResult result = act(4028);
+  EXPECT_EQ(result.exitStatus, EX_USAGE);
+  EXPECT_EQ(result.standardOutput, "");
+  EXPECT_EQ(result.standardError,
+            "zordc: --parms is too long: with its 4028 bytes the request has 4097, and at most "
+            "4096 fit\n");
+  result = runProgram(
+      ZORDC_PATH,
+      {"defer", "--id", "1", "--key", "K", "--table", std::string(5000, 't'), "--source", "s"},
+      environmentFor(dch.port()));
+  EXPECT_EQ(result.exitStatus, EX_USAGE);
+  EXPECT_THAT(result.standardError, StartsWith("zordc: --table is too long: "));
+  EXPECT_EQ(dch.requests().size(), 1U);
 }
 
 TEST_F(ConsumerCommands, DeferIsHandedOnWithAllThatWasTold) {

@@ -2,6 +2,7 @@
 
 #include <sysexits.h>
 
+#include <algorithm>
 #include <iostream>
 #include <utility>
 
@@ -9,15 +10,21 @@
 #include "zordchcl/zordchcl.h"
 
 namespace tools {
+namespace {
+
+constexpr std::chrono::seconds renewalInterval{5};
+
+}  // namespace
 
 DataWait::DataWait(std::string applName, std::string attrGroup,
                    std::optional<Clock::duration> quietLimit)
-    : _applName(std::move(applName)), _attrGroup(std::move(attrGroup)), _quietLimit(quietLimit) {
+    : _applName(std::move(applName)),
+      _attrGroup(std::move(attrGroup)),
+      _quietLimit(quietLimit),
+      _upkeep([this] { renew(); }, renewalInterval) {
   DCH_api_init();
   // First, so that whoever sees the subscription can end it by a signal.
-  _controlThread.emplace(
-      [this](int signal) { stop(signal == 0 ? Outcome::quiet : Outcome::signal); },
-      [this] { return deadline(); });
+  _controlThread.emplace([this](int signal) { act(signal); }, [this] { return deadline(); });
   const std::lock_guard lock(_handleMutex);
   subscribe();
 }
@@ -29,10 +36,13 @@ DataWait::~DataWait() {
 }
 
 DataWait::Outcome DataWait::next() {
-  while (_stopped == Outcome::message) {
+  while (!isStopped()) {
     const int result = dc_waitOnData(_handle, _buffer.data(), static_cast<short>(_buffer.size()));
-    if (result == 0) return Outcome::message;
-    if (_stopped != Outcome::message) break;
+    if (result == 0) {
+      _upkeep.messageCame();
+      return Outcome::message;
+    }
+    if (isStopped()) break;
     // Nobody here cancelled it: -1 came from another process's datagram, 1 is a failure. Either way
     // the handle is of no more use.
     std::cerr << "zordc: warning: the wait for rows failed, subscribing again\n";
@@ -48,6 +58,21 @@ void DataWait::subscribe() {
   if (_handle == nullptr) throw Failure(EX_UNAVAILABLE, "the subscription could not be sent");
 }
 
+void DataWait::renew() {
+  const std::lock_guard lock(_handleMutex);
+  if (_handle != nullptr) sendStartOfRows(_handle, _applName.c_str(), _attrGroup.c_str());
+}
+
+// On the control thread.
+void DataWait::act(int signal) {
+  if (signal != 0)
+    stop(Outcome::signal);
+  else if (Clock::now() >= quietDeadline())
+    stop(Outcome::quiet);
+  else
+    _upkeep.check();
+}
+
 void DataWait::stop(Outcome why) {
   const std::lock_guard lock(_handleMutex);
   _stopped = why;
@@ -55,6 +80,10 @@ void DataWait::stop(Outcome why) {
 }
 
 DataWait::Clock::time_point DataWait::deadline() const {
+  return isStopped() ? Clock::time_point::max() : std::min(quietDeadline(), _upkeep.nextCheck());
+}
+
+DataWait::Clock::time_point DataWait::quietDeadline() const {
   return _quietLimit ? _lastRow.load() + *_quietLimit : Clock::time_point::max();
 }
 

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "tools/common/control_thread.h"
+#include "tools/subscription_upkeep.h"
 
 namespace tools {
 
@@ -29,9 +30,9 @@ class DataWait {
   DataWait(const DataWait&) = delete;
   DataWait& operator=(const DataWait&) = delete;
 
-  // Waits for the next message, until a signal comes, or until no row has come for the limit. After
-  // a wait that failed it warns and subscribes again; throws a Failure (EX_UNAVAILABLE) when that
-  // cannot be done.
+  // Waits for the next message, until a signal comes, or until no row has come for the limit. Keeps
+  // the subscription alive meanwhile. After a wait that failed it warns and subscribes again;
+  // throws a Failure (EX_UNAVAILABLE) when that cannot be done.
   Outcome next();
 
   // The buffer with the message that next() got; the message's length word tells its end.
@@ -42,7 +43,11 @@ class DataWait {
 
  private:
   void subscribe();
+  void renew();
+  void act(int signal);
   void stop(Outcome why);
+  bool isStopped() const { return _stopped != Outcome::message; }
+  Clock::time_point quietDeadline() const;
   Clock::time_point deadline() const;
 
   const std::string _applName;
@@ -51,8 +56,9 @@ class DataWait {
   std::array<char, 32767> _buffer{};  // as much as a wait can be given
   std::atomic<Clock::time_point> _lastRow{Clock::now()};
   std::atomic<Outcome> _stopped{Outcome::message};  // message: goes on
-  std::mutex _handleMutex;  // held to cancel and to replace the handle, not to wait on it
+  std::mutex _handleMutex;  // held to cancel, renew and replace the handle, not to wait on it
   void* _handle = nullptr;
+  SubscriptionUpkeep _upkeep;
   std::optional<ControlThread> _controlThread;
 };
 

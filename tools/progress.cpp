@@ -9,6 +9,8 @@
 namespace tools {
 namespace {
 
+constexpr char clearLine[] = "\r\x1b[K";
+
 double rate(std::uint64_t rows, std::chrono::duration<double> time) {
   return time.count() > 0 ? static_cast<double>(rows) / time.count() : 0;
 }
@@ -25,9 +27,8 @@ std::string describeProgress(std::uint64_t rows, double rowsPerSecond, ZORA_Long
 Progress::Progress()
     : _enabled(isatty(STDERR_FILENO) == 1), _start(Clock::now()), _lastShown(_start) {}
 
-void Progress::rowSent(ZORA_Long status) {
+void Progress::rowSent() {
   ++_rows;
-  _status = status;
   tick();
 }
 
@@ -46,10 +47,13 @@ void Progress::finish() {
   std::fputc('\n', stderr);
 }
 
+void Progress::say(const std::string& text) const {
+  std::fprintf(stderr, "%szordp: %s\n", _enabled ? clearLine : "", text.c_str());
+}
+
 void Progress::show(double rowsPerSecond) {
-  constexpr char clearLine[] = "\r\x1b[K";
   std::fprintf(stderr, "%szordp: %s", clearLine,
-               describeProgress(_rows, rowsPerSecond, _status).c_str());
+               describeProgress(_rows, rowsPerSecond, DCH_STATUS_OK).c_str());
 }
 
 }  // namespace tools

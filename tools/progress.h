@@ -22,11 +22,15 @@ class Progress {
   Progress();
 
   bool enabled() const { return _enabled; }
-  void rowSent(ZORA_Long status);
+  // A row was sent and taken.
+  void rowSent();
   // Shows the line anew when it is due; there is none before the first row.
   void tick();
   // Shows the totals, with the rate of the whole run, and ends the line.
   void finish();
+
+  // Tells the user something on a line of its own.
+  void say(const std::string& text) const;
 
   std::uint64_t rows() const { return _rows; }
 
@@ -38,7 +42,6 @@ class Progress {
   bool _finished = false;
   std::uint64_t _rows = 0;
   std::uint64_t _rowsShown = 0;
-  ZORA_Long _status = 0;
   Clock::time_point _start;
   Clock::time_point _lastShown;
 };

@@ -8,18 +8,25 @@
 #include "tools/status_text.h"
 
 namespace tools {
+namespace {
 
-ProviderSession::ProviderSession(const std::string& registrationText, Names names, AtEnd atEnd)
-    : _names(std::move(names)), _atEnd(atEnd) {
-  require("registration",
-          [&](ZORA_Long* status) { return dp_register(status, registrationText.c_str()); });
-  _registered = true;
+// What a DCH answers that knew the source or its application once.
+bool isForgotten(ZORA_Long status) {
+  return status == DCH_STATUS_UNKNOWN_HANDLE || status == DCH_STATUS_UNKNOWN_APPLICATION;
+}
+
+Failure failure(const char* request, ZORA_Long status) {
+  return Failure(status == DCH_STATUS_NO_ANSWER ? EX_UNAVAILABLE : EX_PROTOCOL,
+                 std::string(request) + " failed: " + describeStatus(status));
+}
+
+}  // namespace
+
+ProviderSession::ProviderSession(std::string registrationText, Names names, AtEnd atEnd)
+    : _registrationText(std::move(registrationText)), _names(std::move(names)), _atEnd(atEnd) {
+  registerApplication();
   try {
-    require("online", [&](ZORA_Long* status) {
-      return dp_online(status, &_handle, _names.appl.c_str(), _names.group.c_str(),
-                       _names.source.c_str());
-    });
-    _online = true;
+    goOnline();
   } catch (const Failure&) {
     endQuietly();
     throw;
@@ -30,25 +37,65 @@ ProviderSession::~ProviderSession() {
   endQuietly();
 }
 
-ZORA_Long ProviderSession::send(const EncodedRow& row) {
-  char* workBuffer = nullptr;
-  ZORA_Long size = 0;
-  for (const EncodedField& field : row)
-    require("formatting a row", [&](ZORA_Long* status) {
-      return dp_formatData(status, &workBuffer, &size, field.attribute->name.c_str(),
-                           field.bytes.data(), static_cast<ZORA_Long>(field.bytes.size()),
-                           field.attribute->letter);
-    });
-  return require("sending a row",
-                 [&](ZORA_Long* status) { return dp_data(status, _handle, 0, &workBuffer); });
+ProviderSession::Answer ProviderSession::send(const EncodedRow& row) {
+  if (!_online) return startAnew();
+  const ZORA_Long status = ask([&](DCHclient& client, ZORA_Long* result) -> ZORA_Long {
+    char* workBuffer = nullptr;
+    ZORA_Long size = 0;
+    for (const EncodedField& field : row)
+      if (const ZORA_Long failed = client.dp_formatData(
+              result, &workBuffer, &size, field.attribute->name.c_str(), field.bytes.data(),
+              static_cast<ZORA_Long>(field.bytes.size()), field.attribute->letter))
+        return failed;
+    return client.dp_data(result, _handle, 0, &workBuffer);
+  });
+  if (status == DCH_STATUS_OK) return Answer::taken;
+  if (status == DCH_STATUS_NO_ANSWER) return Answer::none;
+  if (!isForgotten(status)) throw failure("sending a row", status);
+  _online = _registered = false;
+  return startAnew();
+}
+
+ProviderSession::Answer ProviderSession::startAnew() {
+  try {
+    registerApplication();
+    goOnline();
+  } catch (const Failure& failure) {
+    // A DCH that dies in between knows neither.
+    if (failure.exitStatus() != EX_UNAVAILABLE) throw;
+    return Answer::none;
+  }
+  return Answer::startedAnew;
+}
+
+void ProviderSession::registerApplication() {
+  require("registration", [&](DCHclient& client, ZORA_Long* status) {
+    return client.dp_register(status, _registrationText.c_str());
+  });
+  _registered = true;
+}
+
+void ProviderSession::goOnline() {
+  require("online", [&](DCHclient& client, ZORA_Long* status) {
+    return client.dp_online(status, &_handle, _names.appl.c_str(), _names.group.c_str(),
+                            _names.source.c_str());
+  });
+  _online = true;
 }
 
 void ProviderSession::end() {
+  const auto leave = [this](const char* name, const Request& request) {
+    const ZORA_Long status = ask(request);
+    if (status == DCH_STATUS_NO_ANSWER) _online = _registered = false;
+    if (status != DCH_STATUS_OK && !isForgotten(status)) throw failure(name, status);
+  };
   if (std::exchange(_online, false))
-    require("offline", [&](ZORA_Long* status) { return dp_offline(status, _handle); });
+    leave("offline",
+          [&](DCHclient& client, ZORA_Long* status) { return client.dp_offline(status, _handle); });
   if (std::exchange(_registered, false) && _atEnd == AtEnd::unregister)
-    require("unregistration",
-            [&](ZORA_Long* status) { return dp_unregister(status, _names.appl.c_str()); });
+    leave("unregistration", [&](DCHclient& client, ZORA_Long* status) {
+      return client.dp_unregister(status, _names.appl.c_str());
+    });
 }
 
 void ProviderSession::endQuietly() {
@@ -59,15 +106,20 @@ void ProviderSession::endQuietly() {
   }
 }
 
-ZORA_Long ProviderSession::require(const char* name, const Request& request) {
-  // What a request leaves in place when the library has no memory for it.
-  ZORA_Long status = DCH_STATUS_NO_STORAGE;
-  const int result = request(&status);
-  if (result == 0 && status == DCH_STATUS_OK) return status;
-  const bool unanswered = status == DCH_STATUS_NO_ANSWER;
-  if (unanswered) _online = _registered = false;
-  throw Failure(unanswered ? EX_UNAVAILABLE : EX_PROTOCOL,
-                std::string(name) + " failed: " + describeStatus(status));
+// The status of the request. Each one has a socket of its own: an answer that comes when nobody
+// waits for it any more must not be taken for that of a later request.
+ZORA_Long ProviderSession::ask(const Request& request) {
+  DCHclient client(0, 0);
+  ZORA_Long status = DCH_STATUS_OK;
+  const ZORA_Long result = request(client, &status);
+  return result != 0 && status == DCH_STATUS_OK ? ZORA_Long{DCH_STATUS_NO_STORAGE} : status;
+}
+
+void ProviderSession::require(const char* name, const Request& request) {
+  const ZORA_Long status = ask(request);
+  if (status == DCH_STATUS_OK) return;
+  if (status == DCH_STATUS_NO_ANSWER) _online = _registered = false;
+  throw failure(name, status);
 }
 
 }  // namespace tools

@@ -6,12 +6,13 @@
 #include <string>
 
 #include "tools/row_encoder.h"
-#include "zordchcl/zordchcl.h"
+#include "zordchcl/DCHclient.h"
 
 namespace tools {
 
 // A request that fails ends in a Failure that names the request and the status: EX_UNAVAILABLE when
-// the DCH did not answer, EX_PROTOCOL when it refused or the request failed in another way.
+// the DCH did not answer, EX_PROTOCOL when it refused or the request failed in another way. While
+// rows are sent a DCH that is away, or that has started anew, is no failure.
 class ProviderSession {
  public:
   struct Names {
@@ -22,7 +23,7 @@ class ProviderSession {
   enum class AtEnd { unregister, staysRegistered };
 
   // Registers the application and takes the source on line.
-  ProviderSession(const std::string& registrationText, Names names, AtEnd atEnd);
+  ProviderSession(std::string registrationText, Names names, AtEnd atEnd);
 
   // Ends the session as end() does when that was not called, without a word on failures. Does
   // nothing after a request that the DCH did not answer: it would only wait for it again.
@@ -30,17 +31,29 @@ class ProviderSession {
   ProviderSession(const ProviderSession&) = delete;
   ProviderSession& operator=(const ProviderSession&) = delete;
 
-  // Sends a row and waits until the DCH has it. Returns the DCH's status, which is 0.
-  ZORA_Long send(const EncodedRow& row);
+  enum class Answer {
+    taken,       // the DCH has the row
+    none,        // the DCH does not answer; it may have the row
+    startedAnew  // the DCH did not know the source; it knows it again, but does not have the row
+  };
 
-  // Takes the source off line and, unless it stays registered, unregisters the application.
+  // Sends a row and waits for the answer. A row that was not taken is to be sent again.
+  Answer send(const EncodedRow& row);
+
+  // Takes the source off line and, unless it stays registered, unregisters the application. A DCH
+  // that knows neither any more is content.
   void end();
 
  private:
-  using Request = std::function<int(ZORA_Long* status)>;
-  ZORA_Long require(const char* name, const Request& request);
+  using Request = std::function<ZORA_Long(DCHclient& client, ZORA_Long* status)>;
+  static ZORA_Long ask(const Request& request);
+  void require(const char* name, const Request& request);
+  void registerApplication();
+  void goOnline();
+  Answer startAnew();
   void endQuietly();
 
+  std::string _registrationText;
   Names _names;
   AtEnd _atEnd;
   bool _registered = false;

@@ -53,6 +53,30 @@ std::string rowCount(std::uint64_t rows) {
   return std::to_string(rows) + (rows == 1 ? " row" : " rows");
 }
 
+// Sends a row until the DCH has it, also one that dies and starts anew in the meantime. A row whose
+// answer got lost is there twice then.
+void deliver(const EncodedRow& row, InputWatch& watch, ProviderSession& session,
+             Progress& progress) {
+  using Answer = ProviderSession::Answer;
+  bool isAway = false;
+  for (;;) {
+    watch.checkSignals();
+    const Answer answer = session.send(row);
+    if (answer == Answer::none) {
+      if (!isAway) progress.say("the DCH does not answer; trying again");
+      isAway = true;
+      continue;
+    }
+    if (answer == Answer::startedAnew)
+      progress.say("the DCH has started anew: registered again");
+    else if (isAway)
+      progress.say("the DCH answers again");
+    if (answer == Answer::taken) break;
+    isAway = false;
+  }
+  progress.rowSent();
+}
+
 // Sends every row of the input, each as soon as it is there.
 void sendRows(RowReader& reader, const LineInput& input, InputWatch& watch,
               ProviderSession& session, Progress& progress) {
@@ -60,7 +84,7 @@ void sendRows(RowReader& reader, const LineInput& input, InputWatch& watch,
   while (reader.next(&row)) {
     watch.checkSignals();
     try {
-      progress.rowSent(session.send(encodeRow(row)));
+      deliver(encodeRow(row), watch, session, progress);
     } catch (const BadValue& error) {
       input.refuse(row.lineNumber, error.what());
     }

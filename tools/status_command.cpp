@@ -3,7 +3,11 @@
 #include <sysexits.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <chrono>
 #include <csignal>
+#include <optional>
+#include <set>
 #include <string_view>
 
 #include "tools/common/control_thread.h"
@@ -12,6 +16,7 @@
 #include "tools/common/transport_check.h"
 #include "tools/record_writer.h"
 #include "tools/row_writer.h"
+#include "tools/subscription_upkeep.h"
 #include "zordchcl/messages.h"
 #include "zordchcl/zordchcl.h"
 
@@ -20,24 +25,48 @@ namespace {
 
 using Record = std::vector<std::string>;
 
-// The subscription, which ends with the object.
-class StatusHandle {
+// Each renewal makes the DCH tell of all that is on line once more, so it is not done too often.
+// One that was away is told apart and asked at once.
+constexpr std::chrono::seconds renewalInterval{30};
+
+// The subscription, which ends with the object. A signal ends the process: the DCH drops a
+// subscriber that is gone.
+class StatusWait {
  public:
-  StatusHandle() : _handle(dc_waitForDPStatusInitialize()) {
+  StatusWait() : _upkeep([this] { renew(); }, renewalInterval) {
+    DCH_api_init();
+    // First, so that whoever sees the subscription can end it by a signal.
+    _controlThread.emplace(
+        [this](int signal) {
+          if (signal != 0) _exit(EX_OK);
+          _upkeep.check();
+        },
+        [this] { return _upkeep.nextCheck(); });
+    _handle = dc_waitForDPStatusInitialize();
     if (_handle == nullptr) throw Failure(EX_UNAVAILABLE, "cannot send to the DCH");
   }
-  ~StatusHandle() { dc_waitForDPStatusDestroy(_handle); }
-  StatusHandle(const StatusHandle&) = delete;
-  StatusHandle& operator=(const StatusHandle&) = delete;
+  ~StatusWait() {
+    _controlThread.reset();
+    dc_waitForDPStatusDestroy(_handle);
+  }
+  StatusWait(const StatusWait&) = delete;
+  StatusWait& operator=(const StatusWait&) = delete;
 
-  std::string next() const {
+  std::string next() {
     const char* const text = dc_waitForDPStatus(_handle);
     if (text == nullptr) throw Failure(EX_PROTOCOL, "the wait for a change of status failed");
+    _upkeep.messageCame();
     return text;
   }
 
  private:
-  void* const _handle;
+  void renew() {
+    if (void* const handle = _handle) sendStartOfStatus(handle);
+  }
+
+  std::atomic<void*> _handle{nullptr};
+  SubscriptionUpkeep _upkeep;
+  std::optional<ControlThread> _controlThread;
 };
 
 std::string changeOf(std::string_view code) {
@@ -58,22 +87,37 @@ Record parse(const std::string& text) {
           text.substr(second + 1, last - second - 1), text.substr(last + 1)};
 }
 
+// What is known to be on line: a DCH that is asked again tells of it again, which is no change.
+class OnlineSources {
+ public:
+  // Takes in an event. Returns false when it tells nothing new.
+  bool update(const Record& change) {
+    const Record source(change.begin(), change.begin() + 3);
+    if (changeOf(change[3]) == "online") return _sources.insert(source).second;
+    _sources.erase(source);
+    return true;
+  }
+
+ private:
+  std::set<Record> _sources;
+};
+
 }  // namespace
 
 int followStatus(const StatusOptions& options) {
   std::signal(SIGPIPE, SIG_IGN);
   checkTransport();
-  DCH_api_init();
-  // The DCH drops a subscriber that is gone.
-  const ControlThread control([](int) { _exit(EX_OK); });
   const auto writer = makeRecordWriter(options.format, {{"time", false, 24},
                                                         {"change", false, 12},
                                                         {"application", false, 20},
                                                         {"group", false, 12},
                                                         {"source"}});
-  const StatusHandle handle;
-  for (std::uint64_t changes = 0; !options.count || changes < *options.count; ++changes) {
-    const Record change = parse(handle.next());
+  StatusWait wait;
+  OnlineSources sources;
+  for (std::uint64_t changes = 0; !options.count || changes < *options.count;) {
+    const Record change = parse(wait.next());
+    if (!sources.update(change)) continue;
+    ++changes;
     const std::string time = formatTime(std::chrono::system_clock::now());
     if (!printLines(writer->format({time, changeOf(change[3]), change[0], change[1], change[2]})))
       break;

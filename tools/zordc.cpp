@@ -33,9 +33,10 @@ constexpr char watchFooter[] =
     "that\n"
     "are neither text nor a number of 1, 2, 4 or 8 bytes are shown as 0x and hexadecimal digits.\n"
     "\n"
-    "A subscription has no answer: without a DCH, or while nothing is sent, the wait goes on "
-    "until\n"
-    "Ctrl-C, or until --timeout ends it. The exit statuses are in zordc --help.";
+    "While nothing is sent, or the DCH does not answer, the wait goes on until Ctrl-C, or until\n"
+    "--timeout ends it. A DCH that has started anew is subscribed to again; rows that it passes "
+    "on\n"
+    "before that are missed. The exit statuses are in zordc --help.";
 
 constexpr char appsFooter[] =
     "Examples:\n"
@@ -55,7 +56,9 @@ constexpr char statusFooter[] =
     "  zordc status --format jsonl\n"
     "\n"
     "First every source that is on line is told of, then every change. Group and source are empty\n"
-    "where an application as a whole is meant.";
+    "where an application as a whole is meant. A DCH that has started anew is subscribed to "
+    "again;\n"
+    "a source that has not come back to it is not told of.";
 
 constexpr char actFooter[] =
     "Example:\n"

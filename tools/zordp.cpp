@@ -14,9 +14,9 @@ constexpr char footer[] =
     "ZORA_DCH_TIMEOUT seconds (30).\n"
     "\n"
     "Exit status: 0 every row was sent, 64 wrong command line, 65 bad input, 66 a file cannot be\n"
-    "read, 69 the DCH does not answer, 76 the DCH refused a request (its status is in the "
-    "message),\n"
-    "128 and the signal's number when a signal ended it.";
+    "read, 69 the DCH does not answer at the start or at the end, 76 the DCH refused a request "
+    "(its\n"
+    "status is in the message), 128 and the signal's number when a signal ended it.";
 
 constexpr char sendFooter[] =
     "Example:\n"
@@ -39,6 +39,11 @@ constexpr char sendFooter[] =
     "registered, as it should when other sources of it are on line; the source still goes off "
     "line,\n"
     "for nobody feeds it any more.\n"
+    "\n"
+    "A DCH that does not answer once rows are sent is asked again and again, and one that has "
+    "started\n"
+    "anew is told of the source again; no row is left out. A row whose answer got lost is sent "
+    "twice.\n"
     "\n"
     "The exit statuses are in zordp --help.";
 

@@ -40,11 +40,13 @@ ControlThread::~ControlThread() {
 }
 
 void ControlThread::run() {
-  for (bool stopped = false; !_ending; stopped = true) {
+  for (bool stopped = false; !_ending;) {
     const int signal = waitForSignal();
     if (_ending) return;
     if (stopped) _exit(128 + signal);
     _stop(signal);
+    if (signal == 0) continue;
+    stopped = true;
     _deadline = never;
   }
 }

@@ -15,10 +15,10 @@ namespace tools {
 class ControlThread {
  public:
   using Clock = std::chrono::steady_clock;
-  // What to do once, on the control thread, when SIGINT, SIGTERM or SIGHUP comes, or, with signal
-  // 0, when the deadline has passed.
+  // What to do, on the control thread, when SIGINT, SIGTERM or SIGHUP comes, and, with signal 0,
+  // whenever the deadline has passed before that.
   using Stop = std::function<void(int signal)>;
-  // Asked anew before each wait.
+  // Asked anew before each wait. It has to move when it has passed.
   using Deadline = std::function<Clock::time_point()>;
   static Clock::time_point never() { return Clock::time_point::max(); }
 

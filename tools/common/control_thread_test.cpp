@@ -23,21 +23,47 @@ TEST(ControlThread, TellsASignalToTheProcess) {
 
 TEST(ControlThread, TellsThatTheDeadlineHasPassed) {
   std::promise<int> told;
-  const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(50);
-  ControlThread thread([&](int signal) { told.set_value(signal); }, [&] { return deadline; });
+  const Clock::time_point start = Clock::now() + std::chrono::milliseconds(50);
+  Clock::time_point deadline = start;
+  ControlThread thread(
+      [&](int signal) {
+        told.set_value(signal);
+        deadline = ControlThread::never();
+      },
+      [&] { return deadline; });
   EXPECT_EQ(told.get_future().get(), 0);
-  EXPECT_GE(Clock::now(), deadline);
+  EXPECT_GE(Clock::now(), start);
+}
+
+TEST(ControlThread, TellsEachDeadlineUntilASignalComes) {
+  std::promise<int> stopped;
+  int deadlines = 0;
+  Clock::time_point deadline = Clock::now();
+  ControlThread thread(
+      [&](int signal) {
+        if (signal != 0) stopped.set_value(deadlines);
+        deadline += std::chrono::milliseconds(1);
+        if (++deadlines == 3) kill(getpid(), SIGTERM);
+      },
+      [&] { return deadlines < 3 ? deadline : ControlThread::never(); });
+  EXPECT_EQ(stopped.get_future().get(), 3);
 }
 
 TEST(ControlThread, ADeadlineThatMovedCountsAnew) {
   std::promise<void> told;
   std::vector<Clock::time_point> asked;
-  ControlThread thread([&](int) { told.set_value(); },
-                       [&] {
-                         asked.push_back(Clock::now());
-                         // Moves once, when it has nearly come.
-                         return asked[0] + std::chrono::milliseconds(asked.size() > 2 ? 90 : 30);
-                       });
+  bool isTold = false;
+  ControlThread thread(
+      [&](int) {
+        isTold = true;
+        told.set_value();
+      },
+      [&] {
+        asked.push_back(Clock::now());
+        if (isTold) return ControlThread::never();
+        // Moves once, when it has nearly come.
+        return asked[0] + std::chrono::milliseconds(asked.size() > 2 ? 90 : 30);
+      });
   told.get_future().get();
   EXPECT_GE(Clock::now() - asked[0], std::chrono::milliseconds(90));
 }

@@ -1,0 +1,179 @@
+// What the tools do when the DCH goes silent, or answers as one that has started anew.
+#include <gmock/gmock.h>
+#include <signal.h>
+#include <sysexits.h>
+
+#include <atomic>
+
+#include "tests/support/scripted_dch.h"
+#include "tools/testkit/printed_times.h"
+#include "tools/testkit/tools_fixture.h"
+#include "zordchcl/status.h"
+
+namespace tools {
+namespace {
+
+using ::testing::AllOf;
+using ::testing::ElementsAre;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+
+using Answers = std::vector<std::string>;
+
+short codeOf(const std::string& request) {
+  return static_cast<short>((static_cast<unsigned char>(request[10]) << 8) |
+                            static_cast<unsigned char>(request[11]));
+}
+
+std::vector<short> codesOf(const std::vector<std::string>& requests) {
+  std::vector<short> codes;
+  for (const std::string& request : requests) codes.push_back(codeOf(request));
+  return codes;
+}
+
+// What a DCH answers to which all is well.
+Answers done(const std::string& request) {
+  if (codeOf(request) == DCH_REQUEST_ONLINE) return {onlineAnswer(0, 1)};
+  return {statusAnswer(0)};
+}
+
+// ---- zordp ----
+
+ProgramResult send(const ScriptedDch& dch, const std::string& rows) {
+  const TemporaryFile registration(registrationText);
+  const TemporaryFile input(rows);
+  return runProgram(
+      ZORDP_PATH,
+      {"send", "-r", registration.path(), "-g", "sky", "-s", "roof", "-i", input.path()},
+      environmentFor(dch.port(), "1"));
+}
+
+TEST(SendRecovery, ADchThatForgotTheSourceIsToldAnew) {
+  int rows = 0;
+  const ScriptedDch dch([&](const std::string& request) {
+    if (codeOf(request) == DCH_REQUEST_DATA && ++rows == 2)
+      return Answers{statusAnswer(DCH_STATUS_UNKNOWN_HANDLE)};
+    return done(request);
+  });
+  const ProgramResult result = send(dch, "clouds\n1\n2\n");
+  EXPECT_EQ(result.exitStatus, EX_OK);
+  EXPECT_EQ(result.standardError, "zordp: the DCH has started anew: registered again\n");
+  const std::vector<std::string> requests = dch.requests();
+  EXPECT_THAT(codesOf(requests),
+              ElementsAre(DCH_REQUEST_REGISTER, DCH_REQUEST_ONLINE, DCH_REQUEST_DATA,
+                          DCH_REQUEST_DATA, DCH_REQUEST_REGISTER, DCH_REQUEST_ONLINE,
+                          DCH_REQUEST_DATA, DCH_REQUEST_OFFLINE, DCH_REQUEST_UNREGISTER));
+  EXPECT_EQ(requests[3], requests[6]);  // the row that was not taken
+}
+
+TEST(SendRecovery, ADchThatAnswersAgainGetsTheRowAgain) {
+  int rows = 0;
+  const ScriptedDch dch([&](const std::string& request) {
+    return codeOf(request) == DCH_REQUEST_DATA && ++rows <= 2 ? Answers{} : done(request);
+  });
+  const ProgramResult result = send(dch, "clouds\n1\n");
+  EXPECT_EQ(result.exitStatus, EX_OK);
+  // Between them stands what the library says of each wait.
+  EXPECT_THAT(result.standardError,
+              AllOf(HasSubstr("zordp: the DCH does not answer; trying again\n"),
+                    EndsWith("zordp: the DCH answers again\n")));
+  EXPECT_EQ(rows, 3);
+}
+
+TEST(SendRecovery, ASignalEndsTheTrying) {
+  const ScriptedDch dch([](const std::string& request) {
+    return codeOf(request) == DCH_REQUEST_DATA ? Answers{} : done(request);
+  });
+  const TemporaryFile registration(registrationText);
+  RunningProgram zordp(ZORDP_PATH, {"send", "-r", registration.path(), "-g", "sky", "-s", "roof"},
+                       environmentFor(dch.port(), "1"));
+  zordp.write("clouds\n1\n");
+  zordp.waitForError("zordp: the DCH does not answer; trying again\n");
+  zordp.signal(SIGTERM);
+  const ProgramResult result = zordp.finish();
+  EXPECT_EQ(result.exitStatus, 128 + SIGTERM);
+  EXPECT_THAT(result.standardError,
+              EndsWith("zordp: stopped by signal 15 (Terminated), 0 rows sent\n"));
+}
+
+TEST(SendRecovery, ALateAnswerIsNotTakenForThatOfTheNextRow) {
+  int rows = 0;
+  const ScriptedDch dch([&](const std::string& request) {
+    if (codeOf(request) != DCH_REQUEST_DATA) return done(request);
+    return ++rows == 1 ? Answers{statusAnswer(0), statusAnswer(0)} : Answers{statusAnswer(105)};
+  });
+  const ProgramResult result = send(dch, "clouds\n1\n2\n");
+  EXPECT_EQ(result.exitStatus, EX_PROTOCOL);
+  EXPECT_EQ(result.standardError,
+            "zordp: sending a row failed: status 105 (not stored); 1 row sent before\n");
+}
+
+TEST(SendRecovery, ADchThatForgotTheSourceNeedNotBeToldOfItsEnd) {
+  const ScriptedDch dch([&](const std::string& request) {
+    if (codeOf(request) == DCH_REQUEST_OFFLINE)
+      return Answers{statusAnswer(DCH_STATUS_UNKNOWN_HANDLE)};
+    if (codeOf(request) == DCH_REQUEST_UNREGISTER)
+      return Answers{statusAnswer(DCH_STATUS_UNKNOWN_APPLICATION)};
+    return done(request);
+  });
+  const ProgramResult result = send(dch, "clouds\n1\n");
+  EXPECT_EQ(result.exitStatus, EX_OK);
+  EXPECT_EQ(result.standardError, "");
+}
+
+// ---- zordc ----
+
+std::string statusEvent(short code) {
+  return messageOf([&](DCH_MessageBuilder& message) {
+    message.add(DCH_applName, "WEATHER")
+        .add(DCH_attrGroup, "sky")
+        .add(DCH_sourceName, "roof")
+        .add(DCH_requestType, code);
+  });
+}
+
+TEST(WatchRecovery, SubscribesAgainAndSaysSo) {
+  // A DCH that is away when the subscription comes, and there for the third question.
+  std::atomic<int> questions{0};
+  std::atomic<int> renewals{0};
+  const ScriptedDch dch([&](const std::string& request) {
+    if (codeOf(request) == DCH_REQUEST_HELP)
+      return ++questions >= 3 ? Answers{statusAnswer(0)} : Answers{};
+    ++renewals;
+    return Answers{};
+  });
+  RunningProgram watcher(ZORDC_PATH, {"watch", "WEATHER", "sky"}, environmentFor(dch.port()));
+  watcher.waitForError("zordc: the DCH does not answer; trying again\n");
+  watcher.waitForError("zordc: the DCH answers again: subscribed again\n");
+  watcher.signal(SIGTERM);
+  EXPECT_EQ(watcher.finish().exitStatus, EX_OK);
+  EXPECT_GE(renewals, 2);
+}
+
+TEST_F(ToolsTest, ASubscriptionThatIsRenewedIsStillOne) {
+  const auto watcher = startWatching({"-C", "2", "-F", "csv"});
+  // Longer than the silence after which it subscribes again.
+  std::this_thread::sleep_for(std::chrono::milliseconds(5500));
+  EXPECT_EQ(send("clouds\n1\n2\n").exitStatus, EX_OK);
+  const ProgramResult seen = watcher->finish();
+  EXPECT_EQ(withoutTimes(seen.standardOutput), "time,handle,clouds\nTIME,1,1\nTIME,1,2\n");
+  EXPECT_EQ(seen.standardError, "");
+}
+
+TEST(StatusRecovery, WhatIsOnLineAlreadyIsNoChange) {
+  const ScriptedDch dch(never());
+  RunningProgram status(ZORDC_PATH, {"status", "-C", "3", "-F", "csv"}, environmentFor(dch.port()));
+  dch.waitForRequests(1);
+  for (const short code :
+       {DCH_REQUEST_ONLINE, DCH_REQUEST_ONLINE, DCH_REQUEST_OFFLINE, DCH_REQUEST_ONLINE})
+    dch.push(statusEvent(code));
+  const ProgramResult seen = status.finish();
+  EXPECT_EQ(withoutTimes(seen.standardOutput),
+            "time,change,application,group,source\n"
+            "TIME,online,WEATHER,sky,roof\n"
+            "TIME,offline,WEATHER,sky,roof\n"
+            "TIME,online,WEATHER,sky,roof\n");
+}
+
+}  // namespace
+}  // namespace tools
