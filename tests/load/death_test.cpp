@@ -1,0 +1,206 @@
+// zordchd dies in the middle of its work, again and again, and is started anew on its port: whoever
+// talks to it goes on without being restarted, and says what happened.
+#include <gmock/gmock.h>
+#include <signal.h>
+#include <sys/socket.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <random>
+#include <sstream>
+#include <thread>
+
+#include "tools/testkit/tools_fixture.h"
+
+namespace {
+
+using ::testing::HasSubstr;
+using tools::ProgramResult;
+using tools::RunningProgram;
+using tools::TemporaryFile;
+
+constexpr int kills = 5;
+constexpr char registration[] = "appl:BEAT,BTT; group:beat; attr:from,T,2; attr:number,G,4;";
+
+// zordchd on a port that stays the same.
+class Server {
+ public:
+  Server() { start("0"); }
+  ~Server() { kill(); }
+
+  int port() const { return _port; }
+  void start() { start(std::to_string(_port)); }
+  void kill() {
+    _process->signal(SIGKILL);
+    _process->finish();
+  }
+
+ private:
+  void start(const std::string& port) {
+    _process.emplace(ZORDCHD_PATH, tools::Arguments{"--port", port}, tools::Environment{});
+    const std::string ready = _process->waitForOutput("\n");
+    _port = std::stoi(ready.substr(ready.rfind(' ')));
+  }
+
+  std::optional<RunningProgram> _process;
+  int _port = 0;
+};
+
+// zordp with rows that never end, numbered from 1.
+class Sender {
+ public:
+  Sender(const std::string& name, const std::string& registrationPath,
+         const tools::Environment& environment)
+      : _process(ZORDP_PATH, {"send", "-r", registrationPath, "-g", "beat", "-s", name, "--keep"},
+                 environment),
+        _feeder([this, name] { feed(name); }) {}
+  ~Sender() { stop(); }
+
+  int number() const { return _number; }
+  RunningProgram& process() { return _process; }
+
+  // Ends the rows and waits until all of them are sent.
+  ProgramResult finish() {
+    stop();
+    return _process.finish();
+  }
+
+ private:
+  void feed(const std::string& name) {
+    _process.write("from,number\n");
+    while (!_stopping) {
+      _process.write(name + "," + std::to_string(++_number) + "\n");
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+  }
+  void stop() {
+    _stopping = true;
+    if (_feeder.joinable()) _feeder.join();
+  }
+
+  std::atomic<int> _number{0};
+  std::atomic<bool> _stopping{false};
+  RunningProgram _process;
+  std::thread _feeder;
+};
+
+// The numbers of a sender's rows, in the order in which a watcher printed them.
+std::vector<int> numbersFrom(const std::string& sender, const std::string& output) {
+  std::vector<int> numbers;
+  std::istringstream lines(output.substr(0, output.rfind('\n') + 1));
+  for (std::string line; std::getline(lines, line);) {
+    const nlohmann::json values = nlohmann::json::parse(line)["values"];
+    if (values["from"] == sender) numbers.push_back(values["number"]);
+  }
+  return numbers;
+}
+
+// How often a number is not higher than the one before it.
+int repetitions(const std::vector<int>& numbers) {
+  int count = 0;
+  for (std::size_t i = 1; i < numbers.size(); ++i) count += numbers[i] <= numbers[i - 1];
+  return count;
+}
+
+int count(const std::string& text, const std::string& part) {
+  int found = 0;
+  for (std::size_t at = 0; (at = text.find(part, at)) != std::string::npos; ++at) ++found;
+  return found;
+}
+
+class Death : public ::testing::Test {
+ protected:
+  Death() { signal(SIGPIPE, SIG_IGN); }
+
+  // Waits until the watcher has shown a row of the sender that is newer than `number`.
+  static void waitForNewerRow(RunningProgram& watcher, const std::string& sender, int number) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (std::chrono::steady_clock::now() < end) {
+      const std::vector<int> numbers = numbersFrom(sender, watcher.waitForOutput(""));
+      if (!numbers.empty() && numbers.back() > number) return;
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    FAIL() << "no row of " << sender << " after " << number << " came";
+  }
+
+  void waitUntilRowsFlow() {
+    for (RunningProgram* const watcher : {&_first, &_second}) {
+      waitForNewerRow(*watcher, "a", _a.number());
+      waitForNewerRow(*watcher, "b", _b.number());
+    }
+  }
+
+  void letTheServerDieOnce() {
+    _server.kill();
+    // They find out, each by itself, before there is a server again.
+    for (Sender* const sender : {&_a, &_b})
+      sender->process().waitForError("zordp: the DCH does not answer; trying again\n");
+    for (RunningProgram* const consumer : {&_first, &_second, &_status})
+      consumer->waitForError("zordc: the DCH does not answer; trying again\n");
+    _server.start();
+    for (Sender* const sender : {&_a, &_b})
+      sender->process().waitForError("zordp: the DCH has started anew: registered again\n");
+    for (RunningProgram* const consumer : {&_first, &_second, &_status})
+      consumer->waitForError("zordc: the DCH answers again: subscribed again\n");
+  }
+
+  Server _server;
+  const tools::Environment _environment = tools::environmentFor(_server.port(), "1");
+  const TemporaryFile _registration{registration};
+  RunningProgram _first{ZORDC_PATH, {"watch", "BEAT", "beat", "-F", "jsonl"}, _environment};
+  RunningProgram _second{ZORDC_PATH, {"watch", "BEAT", "beat", "-F", "jsonl"}, _environment};
+  RunningProgram _status{ZORDC_PATH, {"status", "-F", "csv"}, _environment};
+  RunningProgram _hostmon{HOSTMON_PATH, {}, _environment};
+  Sender _a{"a", _registration.path(), _environment};
+  Sender _b{"b", _registration.path(), _environment};
+};
+
+TEST_F(Death, NobodyHasToBeRestarted) {
+  const char* const given = std::getenv("ZORD410_SEED");
+  const unsigned seed =
+      given != nullptr ? static_cast<unsigned>(std::atoi(given)) : std::random_device()();
+  std::cout << "ZORD410_SEED=" << seed << '\n';
+  std::mt19937 random(seed);
+  std::uniform_int_distribution<int> milliseconds(0, 1000);
+
+  waitUntilRowsFlow();
+  letTheServerDieOnce();
+  int hostmonStarts = 0;
+  for (int i = 1; i < kills; ++i) {
+    // In full flow, or while they are still busy with the death before.
+    if (i % 2 == 1) waitUntilRowsFlow();
+    std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds(random)));
+    hostmonStarts = count(_hostmon.waitForError(""), " is on line\n");
+    _server.kill();
+    _server.start();
+  }
+  waitUntilRowsFlow();
+  _hostmon.waitForError(" is on line\n", hostmonStarts + 1);
+
+  int resent = 0;
+  for (Sender* const sender : {&_a, &_b}) {
+    const ProgramResult sent = sender->finish();
+    EXPECT_EQ(sent.exitStatus, 0) << sent.standardError;
+    resent += count(sent.standardError, "Error: ipcRead with wait[1 second] failed\n");
+  }
+  for (RunningProgram* const watcher : {&_first, &_second}) {
+    watcher->signal(SIGTERM);
+    const ProgramResult seen = watcher->finish();
+    EXPECT_EQ(seen.exitStatus, 0) << seen.standardError;
+    // A row comes again when its answer was lost, and for no other reason.
+    EXPECT_LE(repetitions(numbersFrom("a", seen.standardOutput)) +
+                  repetitions(numbersFrom("b", seen.standardOutput)),
+              resent);
+  }
+  // Online again is no change; going off line is one.
+  EXPECT_EQ(count(_status.waitForOutput(",offline,BEAT,beat,b\n"), ",online,BEAT,beat,a\n"), 1);
+  _hostmon.signal(SIGTERM);
+  EXPECT_EQ(_hostmon.finish().exitStatus, 0);
+  _status.signal(SIGTERM);
+  EXPECT_EQ(_status.finish().exitStatus, 0);
+}
+
+}  // namespace
