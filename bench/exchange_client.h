@@ -35,6 +35,8 @@ class ExchangeClient {
   void start(int roundTrips);
   std::chrono::nanoseconds finish();
 
+  pid_t processId() const { return _process->id(); }
+
  private:
   int _commands;  // a socket to the process
   std::optional<ChildProcess> _process;

@@ -18,10 +18,10 @@ constexpr short sampleType = 17;
 
 Exchange exchangeBare(const sockaddr_in& peer) {
   const int client = socket(AF_INET, SOCK_DGRAM, 0);
-  auto row = std::make_shared<std::unique_ptr<char[]>>();
-  return {[row] { row->reset(buildRow()); },
-          [row, client, peer] {
-            sendto(client, row->get(), requestSize, 0, reinterpret_cast<const sockaddr*>(&peer),
+  return {[] { delete[] buildRow(); },
+          [client, peer] {
+            constexpr char request[requestSize] = {};
+            sendto(client, request, requestSize, 0, reinterpret_cast<const sockaddr*>(&peer),
                    sizeof peer);
             fd_set readable;
             FD_ZERO(&readable);

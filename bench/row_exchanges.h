@@ -11,7 +11,8 @@
 
 // All but the first are for a process whose DCH is set.
 
-// Nothing but system calls. The row is built as for the library, so that the peer waits as long.
+// Nothing but system calls. A row is built before each all the same, so that the peer waits as long
+// as it does for the library.
 Exchange exchangeBare(const sockaddr_in& peer);
 // dp_data with a row that stands ready.
 Exchange sendRows(ZORA_Long handle);

@@ -1,0 +1,56 @@
+// What a fresh process pays for the library: from its start over its first row to its end, against
+// a process that does the same with system calls alone.
+#include <unistd.h>
+
+#include <cstdio>
+#include <stdexcept>
+#include <string>
+
+#include "bench/echo_peer.h"
+#include "bench/sides.h"
+
+namespace {
+
+std::chrono::nanoseconds runProgram(const char* path, int times) {
+  const auto start = std::chrono::steady_clock::now();
+  for (int i = 0; i < times; ++i) {
+    ChildProcess program([path] {
+      execl(path, path, nullptr);
+      throw std::runtime_error("a program of the benchmark cannot be started");
+    });
+    if (!program.succeeded()) throw std::runtime_error("a first request failed");
+  }
+  return std::chrono::steady_clock::now() - start;
+}
+
+// In KiB: the whole resident set and what of it is the process's own.
+struct Memory {
+  int resident = 0, own = 0;
+};
+
+Memory memoryOf(const std::string& path) {
+  std::FILE* const report = popen((path + " memory").c_str(), "r");
+  if (report == nullptr) throw std::runtime_error("a program of the benchmark cannot be started");
+  Memory memory;
+  const int found =
+      std::fscanf(report, "VmRSS: %d kB RssAnon: %d kB", &memory.resident, &memory.own);
+  if (pclose(report) != 0 || found != 2) throw std::runtime_error("a first request failed");
+  return memory;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const EchoPeer echo;
+  echo.becomeDch();
+  constexpr int startsPerTurn = 5;
+  addSide("first request, bare", startsPerTurn,
+          [](int times) { return runProgram(FIRST_REQUEST_BARE_PATH, times); });
+  addSide("first request, library", startsPerTurn,
+          [](int times) { return runProgram(FIRST_REQUEST_PATH, times); });
+  runSides(argc, argv,
+           {{"first request, library / bare", "first request, library", "first request, bare"}});
+  const Memory bare = memoryOf(FIRST_REQUEST_BARE_PATH), library = memoryOf(FIRST_REQUEST_PATH);
+  std::printf("memory, library over bare: %d KiB resident, %d KiB of its own\n",
+              library.resident - bare.resident, library.own - bare.own);
+}
