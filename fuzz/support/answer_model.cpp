@@ -63,17 +63,17 @@ void checkAnswer(short code, bool isDatagram, const dch::Answer& answer) {
       require(code == DCH_REQUEST_ONLINE && isOwnStatus(answer.status), "the answer to online");
       require((answer.handle > 0) == (answer.status == DCH_STATUS_OK), "a handle, if it went well");
       break;
-    case Form::status: {
-      constexpr ZORA_Long notStarted = 127;
-      require(isOwnStatus(answer.status) ||
-                  (code == DCH_REQUEST_ACTION_RESULTS && answer.status == notStarted),
+    case Form::status:
+      // The result of an action is the exit status of a program.
+      require(isOwnStatus(answer.status) || code == DCH_REQUEST_ACTION_RESULTS,
               "a status of the server's own");
       require(formOf(code, isDatagram) == Form::status,
               "a request that has a status for an answer");
       break;
-    }
     case Form::none:
-      require(hasNoAnswer(code), "a request without an answer");
+      // Who asks for the result of an action that runs is told when it has ended.
+      require(hasNoAnswer(code) || code == DCH_REQUEST_ACTION_RESULTS,
+              "a request without an answer");
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <spawn.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -23,6 +24,26 @@ namespace {
 
 // An endpoint of this type starts no thread: the run plays the part of startup().
 constexpr short noService = 0;
+
+// Above every number that the system gives.
+constexpr pid_t firstProcess = 1'000'000'000;
+pid_t lastProcess = firstProcess;
+
+// Every other program ends, at a fourth of the times that one is asked for: requests for its result
+// come before and after. The others run until the server ends.
+int timesAsked = 0;
+
+bool hasEnded(pid_t process) {
+  return process % 2 == 0 && ++timesAsked % 4 == 0;
+}
+
+int exitStatusOf(pid_t process) {
+  return process % 128;
+}
+
+void requireStarted(pid_t process) {
+  require(process > firstProcess && process <= lastProcess, "a process of the server's own");
+}
 
 // Rows and events would leave through it; it is the only real socket, and nothing is sent on it.
 dch::PushSocket& pushSocket() {
@@ -51,6 +72,8 @@ void makeLengthRight(std::string* message) {
 
 ServerRun::ServerRun()
     : Network(0), _server(noService, 0, 0), _publisher(_subscriptions, pushSocket(), _log) {
+  lastProcess = firstProcess;
+  timesAsked = 0;
   _server._typeOfService = SERVICE_SERVER;  // so that its queue goes with it
   _server._sockError = 0;
   _server.ipc_new_cb();
@@ -106,6 +129,10 @@ void ServerRun::handle(const dch::IncomingMessage& received) {
   for (const dch::StatusEvent& event : outcome.statusEvents)
     _publisher.publish(dch::statusTopic, event.message);
   _snapshots.advance();
+  _actions.collect([](const dch::IncomingMessage& waiter, ZORA_Long) {
+    require(waiter.bytes == nullptr && waiter.received == 0,
+            "a waiter is told without its message");
+  });
 }
 
 void ServerRun::send(std::string_view message) {
@@ -135,10 +162,25 @@ ZORA_Long __wrap__ZN7ipcSock15allocateDCHportEv(ipcSock* server) {
   return 1;
 }
 
-// No program is started.
-int __wrap_posix_spawn(pid_t*, const char*, const posix_spawn_file_actions_t*,
+// Programs only seem to be started.
+int __wrap_posix_spawn(pid_t* process, const char* path, const posix_spawn_file_actions_t*,
                        const posix_spawnattr_t*, char* const*, char* const*) {
-  return ENOENT;
+  if (path == std::string_view(fuzz::brokenProgram)) return ENOENT;
+  *process = ++fuzz::lastProcess;
+  return 0;
+}
+
+pid_t __wrap_waitpid(pid_t process, int* status, int) {
+  fuzz::requireStarted(process);
+  if (!fuzz::hasEnded(process)) return 0;
+  *status = W_EXITCODE(fuzz::exitStatusOf(process), 0);
+  return process;
+}
+
+// Ends the group of a process.
+int __wrap_kill(pid_t group, int) {
+  fuzz::requireStarted(-group);
+  return 0;
 }
 
 // The event log.

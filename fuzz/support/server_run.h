@@ -19,6 +19,9 @@
 
 namespace fuzz {
 
+// A program that cannot be started; all others only seem to be.
+inline constexpr char brokenProgram[] = "/no/such/program";
+
 // The addresses that the input's clients have.
 sockaddr_in clientAddress(unsigned number);
 
@@ -64,7 +67,7 @@ class ServerRun : public Network {
   dch::Subscriptions _subscriptions;
   dch::Publisher _publisher;
   dch::StatusSnapshots _snapshots{_registry, _publisher};
-  const dch::ActionList _actionList{{"restart", {"/no/such/program"}}};
+  const dch::ActionList _actionList{{"restart", {"/bin/true"}}, {"broken", {brokenProgram}}};
   dch::Actions _actions{_actionList, _log};
   dch::Deferrals _deferrals;
   dch::Requests _requests{_registry, _publisher, _snapshots, _actions, _deferrals, _log};
