@@ -29,6 +29,10 @@ std::string addAction(std::vector<std::string> words, ActionList* actions) {
   return "";
 }
 
+std::string located(const std::string& path, int line, const std::string& error) {
+  return path + ":" + std::to_string(line) + ": " + error;
+}
+
 }  // namespace
 
 ActionList readActionList(const std::string& path) {
@@ -47,7 +51,7 @@ ActionList readActionList(std::istream& input, const std::string& path) {
       error = "the line holds a zero byte";
     else if (auto words = wordsOf(line); !words.empty())
       error = addAction(std::move(words), &actions);
-    if (!error.empty()) throw ActionListError(path + ":" + std::to_string(number) + ": " + error);
+    if (!error.empty()) throw ActionListError(located(path, number, error));
   }
   if (input.bad()) throw ActionListError(path + ": cannot be read: " + std::strerror(errno));
   return actions;

@@ -15,7 +15,7 @@ namespace dch {
 
 // Longest text whose answer, a message of this one field, a client still reads.
 constexpr std::size_t maxCatalogueTextBytes =
-    MAX_READ_CHUNKS * UDP_CHUNK_SIZE - ZOR0_LENGTH_WORD_SIZE - ZOR0_FIELD_HEADER_SIZE;
+    std::size_t{MAX_READ_CHUNKS} * UDP_CHUNK_SIZE - ZOR0_LENGTH_WORD_SIZE - ZOR0_FIELD_HEADER_SIZE;
 
 // Each answers lines that end in '\n', and nothing for an unknown application. A text that would be
 // longer than `maxBytes` is cut at a line end, and its last line is "#truncated". They may throw

@@ -68,6 +68,7 @@ class SpawnAttributes {
 
 ChildProgram::ChildProgram(const std::vector<std::string>& command) {
   std::vector<char*> arguments;
+  arguments.reserve(command.size() + 1);
   for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));
   arguments.push_back(nullptr);
   const SpawnActions actions;

@@ -190,7 +190,7 @@ int main(int argc, char** argv) {
     if (options.actionsFile) actions = dch::readActionList(*options.actionsFile);
     applyOptions(options);
     // The library would only tell an error number.
-    dch::PushSocket{addressToBind()};
+    { const dch::PushSocket trial(addressToBind()); }
     if (!waitForConfiguredPort()) return EXIT_SUCCESS;
     serve(options, actions, signals);
   } catch (const dch::ActionListError& error) {

@@ -95,7 +95,7 @@ void addCount(CLI::App* command, Count* count, const char* description) {
 
 // Adds a subcommand that makes `run` the job of the tool.
 CLI::App* addCommand(CLI::App* app, const char* name, const char* description,
-                     const char* footerText, Run* job, Run run) {
+                     const char* footerText, Run* job, const Run& run) {
   CLI::App* const command = app->add_subcommand(name, description);
   command->footer(footerText);
   command->callback([job, run] { *job = run; });

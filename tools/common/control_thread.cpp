@@ -40,7 +40,7 @@ ControlThread::~ControlThread() {
 }
 
 void ControlThread::run() {
-  for (bool stopped = false; !_ending;) {
+  for (bool stopped = false;;) {
     const int signal = waitForSignal();
     if (_ending) return;
     if (stopped) _exit(128 + signal);

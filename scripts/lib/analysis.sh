@@ -1,0 +1,19 @@
+# Sourced by scripts/test: the static checks of what is shipped.
+
+analysis_folder=build/analysis
+
+# Each prints its findings and fails when there is one.
+
+check_with_clang_tidy() {
+  # Besides the findings it prints every command line.
+  run-clang-tidy -quiet -p "$analysis_folder" -j "$(nproc)" >"$analysis_folder/clang-tidy.log" 2>&1 || {
+    grep -vE '^clang-tidy|warnings? (generated|treated as errors?)|^$' "$analysis_folder/clang-tidy.log"
+    return 1
+  }
+}
+
+check_with_cppcheck() {
+  cppcheck --quiet --error-exitcode=1 -j "$(nproc)" \
+    --project="$analysis_folder/compile_commands.json" --enable=warning,performance,portability \
+    --template='{file}:{line}: {message} [{id}]'
+}
