@@ -26,7 +26,7 @@ fail() {
 }
 wait_for() { # TEXT FILE
   for _ in {1..400}; do
-    if grep -q "$1" "$2"; then return; fi
+    if grep -qs "$1" "$2"; then return; fi
     sleep 0.05
   done
   fail "no '$1' in $2"
@@ -36,7 +36,7 @@ wait_for() { # TEXT FILE
 weather() {
   local side
   for side in "$server_side" "$client_side"; do
-    tc -n "$side" qdisc replace dev link root netem "$@" || return
+    tc -n "$side" qdisc replace dev wire root netem "$@" || return
   done
 }
 
@@ -45,13 +45,13 @@ command -v ip tc >"$work/programs" || not_run "no ip or tc here: install iproute
 for side in "$server_side" "$client_side"; do
   ip netns add "$side" || not_run "no network namespaces here"
 done
-ip -n "$server_side" link add link type veth peer name link netns "$client_side" ||
+ip -n "$server_side" link add wire type veth peer name wire netns "$client_side" ||
   not_run "no virtual links here"
-ip -n "$server_side" address add 192.0.2.1/24 dev link
-ip -n "$client_side" address add 192.0.2.2/24 dev link
+ip -n "$server_side" address add 192.0.2.1/24 dev wire
+ip -n "$client_side" address add 192.0.2.2/24 dev wire
 for side in "$server_side" "$client_side"; do
   ip -n "$side" link set lo up
-  ip -n "$side" link set link up
+  ip -n "$side" link set wire up
 done
 weather delay 1ms || not_run "this kernel has no netem (CONFIG_NET_SCH_NETEM)"
 
@@ -113,6 +113,7 @@ weather delay 1ms
 start_watching
 weather duplicate 20%
 send_rows
+((sent == 0)) || fail "zordp ended with $sent"
 finish_watching
 [[ -s $work/seen ]] || fail "no row at all"
 if grep -vxf <(seq 40) "$work/seen"; then fail "a row that was not sent"; fi
