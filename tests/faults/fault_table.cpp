@@ -70,6 +70,8 @@ std::vector<Failing> listFailures(SystemCall call) {
     case SystemCall::execute:
       return setsErrno({ENOENT, E2BIG, EACCES, EAGAIN, EFAULT, EINVAL, EIO, EISDIR, ELIBBAD, ELOOP,
                         EMFILE, ENAMETOOLONG, ENFILE, ENOEXEC, ENOMEM, ENOTDIR, EPERM, ETXTBSY});
+    case SystemCall::spawn:
+      return leavesErrno({EAGAIN, ENOMEM, EINVAL, ENOENT, EACCES, E2BIG, ENOEXEC, EMFILE});
     case SystemCall::rename:
       return setsErrno({ENOSPC, EACCES, EBUSY, EDQUOT, EEXIST, EFAULT, EINVAL, EISDIR, ELOOP,
                         EMLINK, ENAMETOOLONG, ENOENT, ENOMEM, ENOTDIR, ENOTEMPTY, EPERM, EROFS,

@@ -49,6 +49,7 @@ constexpr const char* names[] = {"allocation",
                                  "recvfrom",
                                  "fork",
                                  "execlp",
+                                 "posix_spawn",
                                  "rename",
                                  "fsync"};
 static_assert(sizeof names / sizeof *names == systemCallCount);

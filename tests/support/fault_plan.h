@@ -30,6 +30,7 @@ enum class SystemCall {
   receiveFrom,
   fork,
   execute,
+  spawn,
   rename,
   synchronize
 };
