@@ -25,13 +25,19 @@ void Actions::start(std::string_view name, ZORA_Long id) {
     keepResult(id, DCH_STATUS_NOT_STORED);
     return;
   }
+  // Its place comes first: a program that runs cannot be given up for want of memory.
+  const auto running = _running.try_emplace(id).first;
   try {
-    _running.try_emplace(id, Running{ChildProgram(listed->second), {}});
+    running->second.program.emplace(listed->second);
     forgetResult(id);
     _log.write("action %d: %s started", shownId, listed->first.c_str());
   } catch (const std::system_error& error) {
+    _running.erase(running);
     _log.write("action %d: %s cannot be started: %s", shownId, listed->first.c_str(), error.what());
     keepResult(id, ChildProgram::notStarted);
+  } catch (const std::bad_alloc&) {
+    _running.erase(running);
+    throw;
   }
 }
 
@@ -58,7 +64,7 @@ Actions::Result Actions::resultFor(const IncomingMessage& waiter, ZORA_Long id) 
 void Actions::collect(const Tell& tell) {
   for (auto next = _running.begin(); next != _running.end();) {
     const auto action = next++;
-    const auto result = action->second.program.takeResult();
+    const auto result = action->second.program->takeResult();
     if (!result) continue;
     const ZORA_Long id = action->first;
     const std::vector<IncomingMessage> waiters = std::move(action->second.waiters);

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <deque>
 #include <functional>
+#include <optional>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
@@ -52,7 +53,7 @@ class Actions {
 
  private:
   struct Running {
-    ChildProgram program;
+    std::optional<ChildProgram> program;  // there once it is started
     std::vector<IncomingMessage> waiters;
   };
 

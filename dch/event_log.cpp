@@ -6,6 +6,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <ctime>
+#include <new>
 
 namespace dch {
 
@@ -40,19 +41,31 @@ void EventLog::write(const char* format, ...) const {
   [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, line, length + 1);
 }
 
-std::string printable(std::string_view text) {
+namespace {
+
+std::string escaped(std::string_view text) {
   std::string result;
   for (const char character : text) {
     if (character >= ' ' && character <= '~') {
       result += character;
     } else {
-      char escaped[8];
-      std::snprintf(escaped, sizeof escaped, "\\x%02x",
+      char code[8];
+      std::snprintf(code, sizeof code, "\\x%02x",
                     static_cast<unsigned>(static_cast<unsigned char>(character)));
-      result += escaped;
+      result += code;
     }
   }
   return result;
+}
+
+}  // namespace
+
+std::string printable(std::string_view text) noexcept {
+  try {
+    return escaped(text);
+  } catch (const std::bad_alloc&) {
+    return "?";
+  }
 }
 
 }  // namespace dch

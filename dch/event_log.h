@@ -21,8 +21,9 @@ class EventLog {
 };
 
 // `text` for a line: bytes that are not printable ASCII become \xNN, so that what a client sends
-// cannot forge a line or drive a terminal.
-std::string printable(std::string_view text);
+// cannot forge a line or drive a terminal. Without memory it is "?": a line about something that
+// has been done must not make it look undone.
+std::string printable(std::string_view text) noexcept;
 
 }  // namespace dch
 

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <new>
 #include <string>
 #include <system_error>
 
@@ -84,8 +85,14 @@ bool PushSocket::send(std::string_view message, const PeerAddress& to,
 void PushSocket::collectGone(std::vector<PeerAddress>* gone) {
   PeerAddress receiver;
   int error;
-  while (nextError(_descriptor, &receiver, &error))
-    if (error == ECONNREFUSED) gone->push_back(receiver);
+  while (nextError(_descriptor, &receiver, &error)) {
+    if (error != ECONNREFUSED) continue;
+    try {
+      gone->push_back(receiver);
+    } catch (const std::bad_alloc&) {
+      // To throw would cost everybody the server.
+    }
+  }
 }
 
 std::uint16_t PushSocket::port() const {

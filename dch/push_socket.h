@@ -30,6 +30,7 @@ class PushSocket {
   bool send(std::string_view message, const PeerAddress& to, std::vector<PeerAddress>* gone);
 
   // Adds to `gone` the receivers that the system has found gone: nobody has their port any more.
+  // One for whom there is no memory is found again after the next datagram to it.
   void collectGone(std::vector<PeerAddress>* gone);
 
   // The local port, in host order.

@@ -1,0 +1,76 @@
+// The parts of the server without memory, where that comes after something that cannot be undone.
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cerrno>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "dch/actions.h"
+#include "dch/event_log.h"
+#include "dch/push_socket.h"
+#include "tests/support/fault_plan.h"
+#include "tests/support/loopback_socket.h"
+
+namespace dch {
+namespace {
+
+void refuseAllocation(int number) {
+  planFault({SystemCall::memory, number, ENOMEM, ENOMEM});
+}
+
+TEST(Failures, ATextForALineIsCutShortWithoutMemory) {
+  refuseAllocation(1);
+  const std::string longText(100, 'x');
+  const UnderTest underTest;
+  EXPECT_EQ(printable(longText), "?");
+  EXPECT_EQ(printable(longText), longText);
+}
+
+TEST(Failures, AnActionThatIsGivenUpLeavesNoProgram) {
+  const EventLog log(false);
+  const ActionList list{{"wait", {"/bin/sleep", "1000"}}};
+  int givenUp = 0;
+  for (int number = 1;; ++number) {
+    Actions actions(list, log);
+    refuseAllocation(number);
+    try {
+      const UnderTest underTest;
+      actions.start("wait", 1);
+    } catch (const std::bad_alloc&) {
+      ++givenUp;
+      EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "allocation " << number;
+    }
+    if (!faultHappened()) break;
+  }
+  EXPECT_GT(givenUp, 0);
+  EXPECT_GT(wait(nullptr), 0);
+}
+
+// The port of a receiver that is there no more.
+PeerAddress goneReceiver() {
+  const LoopbackSocket receiver;
+  return PeerAddress(receiver.address());
+}
+
+TEST(Failures, AReceiverThatIsGoneIsFoundAgainWhenThereWasNoMemory) {
+  PushSocket socket(in_addr{htonl(INADDR_LOOPBACK)});
+  const PeerAddress receiver = goneReceiver();
+  std::vector<PeerAddress> gone;
+  socket.send("row", receiver, &gone);
+  refuseAllocation(1);
+  {
+    const UnderTest underTest;
+    socket.collectGone(&gone);
+  }
+  EXPECT_TRUE(faultHappened());
+  EXPECT_TRUE(gone.empty());
+  socket.send("row", receiver, &gone);
+  socket.collectGone(&gone);
+  EXPECT_EQ(gone, std::vector<PeerAddress>{receiver});
+}
+
+}  // namespace
+}  // namespace dch
