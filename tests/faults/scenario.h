@@ -62,5 +62,6 @@ std::vector<Scenario> consumerScenarios();
 std::vector<Scenario> utilityScenarios();
 std::vector<Scenario> transportScenarios();
 std::vector<Scenario> serverScenarios();
+std::vector<Scenario> collectionServerScenarios();
 
 #endif  // TESTS_FAULTS_SCENARIO_H

@@ -233,5 +233,7 @@ class Walk {
 }  // namespace
 
 int walkThroughFaults(const Scenario& scenario, Use use) {
-  return Walk(scenario, use).walk();
+  const int reached = Walk(scenario, use).walk();
+  ::testing::Test::RecordProperty("faults", reached);
+  return reached;
 }

@@ -1,0 +1,269 @@
+// What the collection server does with each request.
+#include <arpa/inet.h>
+#include <sys/wait.h>
+
+#include <cstring>
+#include <functional>
+#include <thread>
+
+#include "dch/memory_registry.h"
+#include "dch/requests.h"
+#include "dch/testkit/messages.h"
+#include "tests/faults/scenario.h"
+#include "tests/support/loopback_socket.h"
+#include "zordchcl/messages.h"
+
+namespace {
+
+using namespace dch::testkit;
+using dch::Outcome;
+
+// As long as names may be: what is kept of them needs memory of its own.
+const std::string application = "HOSTMON-OF-SEVENTEEN";
+const std::string group = "load-of-the-last-fifteen-minutes";
+const std::string source = "host1.of.a.domain.of.thirty.two.";
+
+constexpr ZORA_Long actionId = 4711;
+
+std::string registration() {
+  return registerMessage("appl:" + application + ",HMN;group:" + group + ";attr:load1,D,16;",
+                         application, "HMN");
+}
+
+// The server without its sockets for requests, and one client that is subscribed to everything.
+class World {
+ public:
+  World() { _publisher.subscribe(std::string(dch::statusTopic), address()); }
+
+  // Handles a request of the client and publishes what comes of it, as the server does.
+  Outcome handle(std::string bytes) { return serve(messageWith(&bytes)); }
+
+  // The same under test.
+  Outcome handleTested(std::string bytes) {
+    const dch::IncomingMessage message = messageWith(&bytes);
+    return tested([&] { return serve(message); });
+  }
+
+  ZORA_Long goOnline() {
+    handle(registration());
+    return handle(onlineMessage(application, group, source)).answer.handle;
+  }
+
+  bool isRegistered() const { return _registry.findApplication(application).has_value(); }
+  bool isOnline() const { return _registry.isOnline({application, group, source}); }
+  std::size_t deferralCount() const { return _deferrals.kept().size(); }
+  bool isSubscribed() const { return _publisher.hasSubscribers(dch::topicOf(application, group)); }
+
+  // Forgets what the client was sent.
+  void forgetSent() const {
+    while (_client.hasDatagram()) _client.receive();
+  }
+  bool wasSentSomething() const { return _client.hasDatagram(); }
+
+  // Waits for the end of the action's program, when one was started.
+  ZORA_Long resultOfAction() {
+    dch::IncomingMessage waiter;
+    dch::Actions::Result result = _actions.resultFor(waiter, actionId);
+    while (!result.isKnown) {
+      std::this_thread::yield();
+      _actions.collect([](const dch::IncomingMessage&, ZORA_Long) {});
+      result = _actions.resultFor(waiter, actionId);
+    }
+    return result.status;
+  }
+
+ private:
+  dch::IncomingMessage messageWith(std::string* bytes) const {
+    dch::IncomingMessage message;
+    message.bytes = bytes->data();
+    message.received = bytes->size();
+    message.hasSenderName = true;
+    message.sender = address();
+    return message;
+  }
+
+  Outcome serve(const dch::IncomingMessage& message) {
+    Outcome outcome = _requests.handle(message);
+    if (outcome.source != nullptr) _publisher.publish(outcome.source->topic, message.text());
+    for (const dch::StatusEvent& event : outcome.statusEvents)
+      _publisher.publish(dch::statusTopic, event.message);
+    return outcome;
+  }
+
+  dch::PeerAddress address() const { return dch::PeerAddress(_client.address()); }
+
+  const LoopbackSocket _client;
+  const dch::EventLog _log{false};
+  dch::PushSocket _socket{in_addr{htonl(INADDR_LOOPBACK)}};
+  dch::Subscriptions _subscriptions;
+  dch::Publisher _publisher{_subscriptions, _socket, _log};
+  dch::MemoryRegistry _registry;
+  const dch::ActionList _actionList{{"succeed", {"/bin/true"}}};
+  dch::Actions _actions{_actionList, _log};
+  dch::Deferrals _deferrals;
+  dch::StatusSnapshots _snapshots{_registry, _publisher};
+  dch::Requests _requests{_registry, _publisher, _snapshots, _actions, _deferrals, _log};
+};
+
+// What a client and its followers see of one request: "0 with 1 event, EFFECT".
+std::string seen(const Outcome& outcome, const std::string& effect) {
+  return std::to_string(outcome.answer.status) + " with " +
+         std::to_string(outcome.statusEvents.size()) + " event, " + effect;
+}
+
+using Effect = std::function<std::string(World& world, const Outcome& outcome)>;
+
+// Makes the request under test. When it did not go well it is made once more: nothing may be lost
+// then that would be there had it gone well at once.
+std::string request(World& world, const std::string& bytes, const std::string& whenWell,
+                    const Effect& effect) {
+  world.forgetSent();
+  const Outcome first = world.handleTested(bytes);
+  std::string text = seen(first, effect(world, first));
+  if (text == whenWell) return text;
+  world.forgetSent();
+  const Outcome second = world.handle(bytes);
+  return text + ", then " + seen(second, effect(world, second));
+}
+
+constexpr char registered[] = "0 with 1 event, registered";
+std::string registerIt() {
+  World world;
+  return request(world, registration(), registered, [](World& after, const Outcome&) {
+    return after.isRegistered() ? "registered" : "not registered";
+  });
+}
+
+constexpr char online[] = "0 with 1 event, on line";
+std::string goOnline() {
+  World world;
+  world.handle(registration());
+  return request(
+      world, onlineMessage(application, group, source), online,
+      [](World& after, const Outcome&) { return after.isOnline() ? "on line" : "off line"; });
+}
+
+constexpr char offline[] = "0 with 1 event, off line";
+std::string goOffline() {
+  World world;
+  const ZORA_Long handle = world.goOnline();
+  return request(world, offlineMessage(handle), offline, [](World& after, const Outcome&) {
+    return after.isOnline() ? "on line" : "off line";
+  });
+}
+
+constexpr char unregistered[] = "0 with 2 event, not registered";
+std::string unregister() {
+  World world;
+  world.goOnline();
+  return request(world, unregisterMessage(application), unregistered,
+                 [](World& after, const Outcome&) {
+                   return after.isRegistered() ? "registered" : "not registered";
+                 });
+}
+
+constexpr char pushed[] = "0 with 0 event, pushed";
+std::string sendRow() {
+  World world;
+  const ZORA_Long handle = world.goOnline();
+  world.handle(subscribeMessage(application, group));
+  return request(world, dataMessage(handle, {{"load1", 'D', "0.25"}}), pushed,
+                 [](World& after, const Outcome&) {
+                   return after.wasSentSomething() ? "pushed" : "not pushed";
+                 });
+}
+
+constexpr char subscribed[] = "0 with 0 event, subscribed";
+std::string subscribe() {
+  World world;
+  return request(world, subscribeMessage(application, group), subscribed,
+                 [](World& after, const Outcome&) {
+                   return after.isSubscribed() ? "subscribed" : "not subscribed";
+                 });
+}
+
+constexpr char told[] = "0 with 0 event, told";
+std::string followStatus() {
+  World world;
+  world.goOnline();
+  return request(world, statusSubscribeMessage(), told, [](World& after, const Outcome&) {
+    return after.wasSentSomething() ? "told" : "not told";
+  });
+}
+
+std::string ask(short code, const std::string& whenWell) {
+  World world;
+  world.goOnline();
+  return request(world, catalogueMessage(code, application.c_str()), whenWell,
+                 [](World&, const Outcome& outcome) {
+                   return outcome.answer.text.empty() ? "no text" : "text";
+                 });
+}
+
+constexpr char answered[] = "0 with 0 event, text";
+std::string askForApplications() {
+  return ask(DCH_REQUEST_APPLICATIONS, answered);
+}
+std::string askForAttributes() {
+  return ask(DCH_REQUEST_ATTRIBUTES, answered);
+}
+
+constexpr char deferred[] = "0 with 0 event, kept";
+std::string defer() {
+  World world;
+  return request(world, deferralMessage(actionId, "A_TABLE_WITH_A_LONG_NAME"), deferred,
+                 [](World& after, const Outcome&) {
+                   return after.deferralCount() == 1 ? "kept" : "not kept";
+                 });
+}
+
+constexpr char actionDone[] = "0 with 0 event, result 0";
+std::string startAction() {
+  World world;
+  std::string outcome = request(world, actionMessage("succeed", actionId), actionDone,
+                                [](World& after, const Outcome&) {
+                                  return "result " + std::to_string(after.resultOfAction());
+                                });
+  // Every program that was started is gone, its remains included.
+  return outcome + (waitpid(-1, nullptr, WNOHANG) == -1 ? "" : " and a program left");
+}
+
+// One that fails at first, in one of these ways, and goes well when it is made again.
+Scenario scenarioOf(const char* name, std::string (*run)(), const char* whenWell,
+                    std::vector<const char*> outcomesOfFault) {
+  static std::vector<std::string> texts;
+  texts.reserve(100);  // they stay where they are
+  Scenario scenario{name, run, whenWell};
+  for (const char* outcome : outcomesOfFault) {
+    texts.push_back(std::string(outcome) + ", then " + whenWell);
+    scenario.failures.push_back({texts.back().c_str(), Silent::always});
+  }
+  return scenario;
+}
+
+}  // namespace
+
+std::vector<Scenario> collectionServerScenarios() {
+  return {
+      scenarioOf("registration", registerIt, registered, {"105 with 0 event, not registered"}),
+      scenarioOf("going_on_line", goOnline, online, {"105 with 0 event, off line"}),
+      scenarioOf("going_off_line", goOffline, offline, {"105 with 0 event, on line"}),
+      scenarioOf("unregistration", unregister, unregistered, {"105 with 0 event, registered"}),
+      // A row that the system does not take is lost for the subscriber, as one is on the way.
+      scenarioOf("row", sendRow, pushed,
+                 {"105 with 0 event, not pushed", "0 with 0 event, not pushed"}),
+      // These have no answer to tell it.
+      scenarioOf("subscription", subscribe, subscribed,
+                 {"0 with 0 event, not subscribed", "105 with 0 event, not subscribed"}),
+      scenarioOf("status_subscription", followStatus, told,
+                 {"0 with 0 event, not told", "105 with 0 event, not told"}),
+      scenarioOf("question_for_applications", askForApplications, answered,
+                 {"105 with 0 event, no text"}),
+      scenarioOf("question_for_attributes", askForAttributes, answered,
+                 {"105 with 0 event, no text"}),
+      scenarioOf("deferral", defer, deferred, {"105 with 0 event, not kept"}),
+      // 106: none was started; 127: its program could not be.
+      scenarioOf("action", startAction, actionDone,
+                 {"105 with 0 event, result 106", "0 with 0 event, result 127"}),
+  };
+}
