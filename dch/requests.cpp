@@ -171,13 +171,16 @@ Outcome Requests::online(Request* request) {
       !fields.readText(DCH_sourceName, DCH_MAX_SOURCE_NAME, &names.source) || !fields.atEnd())
     return refused(*request, DCH_STATUS_MALFORMED);
   Outcome outcome;
-  if (!_registry.isOnline(names)) addEvent(&outcome.statusEvents, names, request->code);
+  const bool wasOnline = _registry.isOnline(names);
+  if (!wasOnline) addEvent(&outcome.statusEvents, names, request->code);
   ZORA_Long handle = 0;
   const DCH_Status status = _registry.goOnline(names, &handle);
   if (status != DCH_STATUS_OK) return refused(*request, status);
-  _log.write("on line: %s %s %s, handle %d", printable(names.application).c_str(),
-             printable(names.group).c_str(), printable(names.source).c_str(),
-             static_cast<int>(handle));
+  // A source that sends rarely makes sure of its handle before each row.
+  if (!wasOnline)
+    _log.write("on line: %s %s %s, handle %d", printable(names.application).c_str(),
+               printable(names.group).c_str(), printable(names.source).c_str(),
+               static_cast<int>(handle));
   outcome.answer = {Answer::Form::statusAndHandle, DCH_STATUS_OK, handle};
   return outcome;
 }

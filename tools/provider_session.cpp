@@ -2,6 +2,7 @@
 
 #include <sysexits.h>
 
+#include <chrono>
 #include <utility>
 
 #include "tools/common/failure.h"
@@ -10,9 +11,13 @@
 namespace tools {
 namespace {
 
+// No server is replaced by another one in less.
+constexpr std::chrono::seconds handleLasts{1};
+
 // What a DCH answers that knew the source or its application once.
 bool isForgotten(ZORA_Long status) {
-  return status == DCH_STATUS_UNKNOWN_HANDLE || status == DCH_STATUS_UNKNOWN_APPLICATION;
+  return status == DCH_STATUS_UNKNOWN_HANDLE || status == DCH_STATUS_UNKNOWN_APPLICATION ||
+         status == DCH_STATUS_UNKNOWN_GROUP;
 }
 
 Failure failure(const char* request, ZORA_Long status) {
@@ -24,13 +29,13 @@ Failure failure(const char* request, ZORA_Long status) {
 
 ProviderSession::ProviderSession(std::string registrationText, Names names, AtEnd atEnd)
     : _registrationText(std::move(registrationText)), _names(std::move(names)), _atEnd(atEnd) {
-  registerApplication();
-  try {
-    goOnline();
-  } catch (const Failure&) {
-    endQuietly();
-    throw;
-  }
+  const ZORA_Long registration = registerApplication();
+  if (registration != DCH_STATUS_OK) throw failure("registration", registration);
+  const ZORA_Long online = goOnline();
+  if (online == DCH_STATUS_OK) return;
+  if (online != DCH_STATUS_NO_ANSWER) endQuietly();
+  _registered = false;
+  throw failure("online", online);
 }
 
 ProviderSession::~ProviderSession() {
@@ -38,7 +43,8 @@ ProviderSession::~ProviderSession() {
 }
 
 ProviderSession::Answer ProviderSession::send(const EncodedRow& row) {
-  if (!_online) return startAnew();
+  if (!handleIsFresh())
+    if (const Answer answer = renew(); answer != Answer::taken) return answer;
   const ZORA_Long status = ask([&](DCHclient& client, ZORA_Long* result) -> ZORA_Long {
     char* workBuffer = nullptr;
     ZORA_Long size = 0;
@@ -49,53 +55,76 @@ ProviderSession::Answer ProviderSession::send(const EncodedRow& row) {
         return failed;
     return client.dp_data(result, _handle, 0, &workBuffer);
   });
-  if (status == DCH_STATUS_OK) return Answer::taken;
-  if (status == DCH_STATUS_NO_ANSWER) return Answer::none;
-  if (!isForgotten(status)) throw failure("sending a row", status);
-  _online = _registered = false;
-  return startAnew();
-}
-
-ProviderSession::Answer ProviderSession::startAnew() {
-  try {
-    registerApplication();
-    goOnline();
-  } catch (const Failure& failure) {
-    // A DCH that dies in between knows neither.
-    if (failure.exitStatus() != EX_UNAVAILABLE) throw;
+  if (status == DCH_STATUS_OK) {
+    _handleConfirmed = Clock::now();
+    return Answer::taken;
+  }
+  if (status == DCH_STATUS_NO_ANSWER) {
+    _handleConfirmed.reset();
     return Answer::none;
   }
-  return Answer::startedAnew;
+  if (!isForgotten(status)) throw failure("sending a row", status);
+  return renew() == Answer::none ? Answer::none : Answer::startedAnew;
 }
 
-void ProviderSession::registerApplication() {
-  require("registration", [&](DCHclient& client, ZORA_Long* status) {
-    return client.dp_register(status, _registrationText.c_str());
+// Asks for the handle once more, which gives the same one as long as the DCH is the same.
+ProviderSession::Answer ProviderSession::renew() {
+  const ZORA_Long handleBefore = _handle;
+  ZORA_Long status = goOnline();
+  const bool isNew = isForgotten(status);
+  if (isNew) {
+    status = registerApplication();
+    if (status == DCH_STATUS_OK) status = goOnline();
+  }
+  if (status == DCH_STATUS_NO_ANSWER) return Answer::none;
+  if (status != DCH_STATUS_OK) throw failure("starting anew", status);
+  return isNew || _handle != handleBefore ? Answer::startedAnew : Answer::taken;
+}
+
+ZORA_Long ProviderSession::registerApplication() {
+  const ZORA_Long status = ask([&](DCHclient& client, ZORA_Long* result) {
+    return client.dp_register(result, _registrationText.c_str());
   });
-  _registered = true;
+  _registered = _registered || status == DCH_STATUS_OK;
+  return status;
 }
 
-void ProviderSession::goOnline() {
-  require("online", [&](DCHclient& client, ZORA_Long* status) {
-    return client.dp_online(status, &_handle, _names.appl.c_str(), _names.group.c_str(),
+ZORA_Long ProviderSession::goOnline() {
+  const ZORA_Long status = ask([&](DCHclient& client, ZORA_Long* result) {
+    return client.dp_online(result, &_handle, _names.appl.c_str(), _names.group.c_str(),
                             _names.source.c_str());
   });
-  _online = true;
+  if (status == DCH_STATUS_OK) {
+    _online = true;
+    _handleConfirmed = Clock::now();
+  }
+  return status;
+}
+
+bool ProviderSession::handleIsFresh() const {
+  return _handleConfirmed && Clock::now() - *_handleConfirmed < handleLasts;
 }
 
 void ProviderSession::end() {
-  const auto leave = [this](const char* name, const Request& request) {
-    const ZORA_Long status = ask(request);
-    if (status == DCH_STATUS_NO_ANSWER) _online = _registered = false;
-    if (status != DCH_STATUS_OK && !isForgotten(status)) throw failure(name, status);
-  };
-  if (std::exchange(_online, false))
-    leave("offline",
-          [&](DCHclient& client, ZORA_Long* status) { return client.dp_offline(status, _handle); });
+  if (std::exchange(_online, false)) {
+    ZORA_Long status = handleIsFresh() ? ZORA_Long{DCH_STATUS_OK} : goOnline();
+    _online = false;
+    if (status == DCH_STATUS_OK)
+      status = ask(
+          [&](DCHclient& client, ZORA_Long* result) { return client.dp_offline(result, _handle); });
+    requireEnd("offline", status);
+  }
   if (std::exchange(_registered, false) && _atEnd == AtEnd::unregister)
-    leave("unregistration", [&](DCHclient& client, ZORA_Long* status) {
-      return client.dp_unregister(status, _names.appl.c_str());
-    });
+    requireEnd("unregistration", ask([&](DCHclient& client, ZORA_Long* result) {
+                 return client.dp_unregister(result, _names.appl.c_str());
+               }));
+}
+
+void ProviderSession::requireEnd(const char* name, ZORA_Long status) {
+  if (status == DCH_STATUS_OK || isForgotten(status)) return;
+  // A DCH that did not answer would only be waited for again.
+  if (status == DCH_STATUS_NO_ANSWER) _registered = false;
+  throw failure(name, status);
 }
 
 void ProviderSession::endQuietly() {
@@ -113,13 +142,6 @@ ZORA_Long ProviderSession::ask(const Request& request) {
   ZORA_Long status = DCH_STATUS_OK;
   const ZORA_Long result = request(client, &status);
   return result != 0 && status == DCH_STATUS_OK ? ZORA_Long{DCH_STATUS_NO_STORAGE} : status;
-}
-
-void ProviderSession::require(const char* name, const Request& request) {
-  const ZORA_Long status = ask(request);
-  if (status == DCH_STATUS_OK) return;
-  if (status == DCH_STATUS_NO_ANSWER) _online = _registered = false;
-  throw failure(name, status);
 }
 
 }  // namespace tools

@@ -2,7 +2,9 @@
 #ifndef TOOLS_PROVIDER_SESSION_H
 #define TOOLS_PROVIDER_SESSION_H
 
+#include <chrono>
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "tools/row_encoder.h"
@@ -45,12 +47,14 @@ class ProviderSession {
   void end();
 
  private:
+  using Clock = std::chrono::steady_clock;
   using Request = std::function<ZORA_Long(DCHclient& client, ZORA_Long* status)>;
   static ZORA_Long ask(const Request& request);
-  void require(const char* name, const Request& request);
-  void registerApplication();
-  void goOnline();
-  Answer startAnew();
+  ZORA_Long registerApplication();
+  ZORA_Long goOnline();
+  Answer renew();
+  bool handleIsFresh() const;
+  void requireEnd(const char* name, ZORA_Long status);
   void endQuietly();
 
   std::string _registrationText;
@@ -59,6 +63,9 @@ class ProviderSession {
   bool _registered = false;
   bool _online = false;
   ZORA_Long _handle = 0;
+  // When the DCH was last seen to know the handle. One that has started anew may have given it to
+  // another source, whose rows ours would become: after a while it is asked for once more.
+  std::optional<Clock::time_point> _handleConfirmed;
 };
 
 }  // namespace tools

@@ -50,20 +50,59 @@ ProgramResult send(const ScriptedDch& dch, const std::string& rows) {
 
 TEST(SendRecovery, ADchThatForgotTheSourceIsToldAnew) {
   int rows = 0;
+  bool forgot = false;
   const ScriptedDch dch([&](const std::string& request) {
-    if (codeOf(request) == DCH_REQUEST_DATA && ++rows == 2)
+    if (codeOf(request) == DCH_REQUEST_DATA && ++rows == 2) {
+      forgot = true;
       return Answers{statusAnswer(DCH_STATUS_UNKNOWN_HANDLE)};
+    }
+    if (codeOf(request) == DCH_REQUEST_REGISTER) forgot = false;
+    if (codeOf(request) == DCH_REQUEST_ONLINE && forgot)
+      return Answers{onlineAnswer(DCH_STATUS_UNKNOWN_APPLICATION, 0)};
     return done(request);
   });
   const ProgramResult result = send(dch, "clouds\n1\n2\n");
   EXPECT_EQ(result.exitStatus, EX_OK);
   EXPECT_EQ(result.standardError, "zordp: the DCH has started anew: registered again\n");
   const std::vector<std::string> requests = dch.requests();
-  EXPECT_THAT(codesOf(requests),
-              ElementsAre(DCH_REQUEST_REGISTER, DCH_REQUEST_ONLINE, DCH_REQUEST_DATA,
-                          DCH_REQUEST_DATA, DCH_REQUEST_REGISTER, DCH_REQUEST_ONLINE,
-                          DCH_REQUEST_DATA, DCH_REQUEST_OFFLINE, DCH_REQUEST_UNREGISTER));
-  EXPECT_EQ(requests[3], requests[6]);  // the row that was not taken
+  EXPECT_THAT(
+      codesOf(requests),
+      ElementsAre(DCH_REQUEST_REGISTER, DCH_REQUEST_ONLINE, DCH_REQUEST_DATA, DCH_REQUEST_DATA,
+                  DCH_REQUEST_ONLINE, DCH_REQUEST_REGISTER, DCH_REQUEST_ONLINE, DCH_REQUEST_DATA,
+                  DCH_REQUEST_OFFLINE, DCH_REQUEST_UNREGISTER));
+  EXPECT_EQ(requests[3], requests[7]);  // the row that was not taken
+}
+
+// A DCH that has started anew may have given the handle to another source.
+TEST(SendRecovery, AHandleThatMayHaveBecomeAnotherSourcesIsAskedForAgain) {
+  std::atomic<ZORA_Long> handle{1};
+  std::atomic<bool> isSilent{false};
+  const ScriptedDch dch([&](const std::string& request) {
+    if (isSilent.exchange(false)) {
+      handle = 2;
+      return Answers{};
+    }
+    if (codeOf(request) == DCH_REQUEST_ONLINE) return Answers{onlineAnswer(0, handle)};
+    return Answers{statusAnswer(0)};
+  });
+  const TemporaryFile registration(registrationText);
+  RunningProgram zordp(ZORDP_PATH, {"send", "-r", registration.path(), "-g", "sky", "-s", "roof"},
+                       environmentFor(dch.port(), "1"));
+  zordp.write("clouds\n1\n");
+  dch.waitForRequests(3);
+  handle = 7;  // while it sends nothing
+  std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+  zordp.write("2\n");
+  dch.waitForRequests(5);
+  isSilent = true;  // while it waits for an answer
+  zordp.write("3\n");
+  zordp.waitForError("zordp: the DCH has started anew: registered again\n", 2);
+  EXPECT_EQ(zordp.finish().exitStatus, EX_OK);
+  std::vector<char> handles;
+  for (const std::string& request : dch.requests())
+    if (codeOf(request) == DCH_REQUEST_DATA || codeOf(request) == DCH_REQUEST_OFFLINE)
+      handles.push_back(request[21]);
+  EXPECT_THAT(handles, ElementsAre(1, 7, 7, 2, 2));
 }
 
 TEST(SendRecovery, ADchThatAnswersAgainGetsTheRowAgain) {

@@ -98,6 +98,17 @@ std::vector<int> numbersFrom(const std::string& sender, const std::string& outpu
   return numbers;
 }
 
+// The handle of a sender's last row.
+int lastHandleOf(const std::string& sender, const std::string& output) {
+  int handle = 0;
+  std::istringstream lines(output);
+  for (std::string line; std::getline(lines, line);) {
+    const nlohmann::json row = nlohmann::json::parse(line);
+    if (row["values"]["from"] == sender) handle = row["handle"];
+  }
+  return handle;
+}
+
 // How often a number is not higher than the one before it.
 int repetitions(const std::vector<int>& numbers) {
   int count = 0;
@@ -194,6 +205,8 @@ TEST_F(Death, NobodyHasToBeRestarted) {
     EXPECT_LE(repetitions(numbersFrom("a", seen.standardOutput)) +
                   repetitions(numbersFrom("b", seen.standardOutput)),
               resent);
+    // The new servers gave out the same handles, in another order perhaps.
+    EXPECT_NE(lastHandleOf("a", seen.standardOutput), lastHandleOf("b", seen.standardOutput));
   }
   // Online again is no change; going off line is one.
   EXPECT_EQ(count(_status.waitForOutput(",offline,BEAT,beat,b\n"), ",online,BEAT,beat,a\n"), 1);
