@@ -11,14 +11,6 @@ namespace {
 
 using Form = dch::Answer::Form;
 
-// Messages that look like an answer are never answered.
-bool isAnswer(std::string_view message) {
-  if (!lengthWordIsRight(message)) return false;
-  if (FieldModel(message).next(DCH_response)) return true;
-  FieldModel fields(message);
-  return fields.next(DCH_status) && (fields.atEnd() || (fields.next(DCH_handle) && fields.atEnd()));
-}
-
 bool hasNoAnswer(short code) {
   return code == DCH_REQUEST_DATA_SUBSCRIPTION || code == DCH_REQUEST_STATUS_SUBSCRIPTION ||
          code == DCH_REQUEST_ACTION || code == DCH_REQUEST_DEFER_REPORT;
@@ -78,6 +70,18 @@ void checkAnswer(short code, bool isDatagram, const dch::Answer& answer) {
 }
 
 }  // namespace
+
+bool isAnswer(std::string_view message) {
+  if (!lengthWordIsRight(message)) return false;
+  if (FieldModel(message).next(DCH_response)) return true;
+  FieldModel fields(message);
+  return fields.next(DCH_status) && (fields.atEnd() || (fields.next(DCH_handle) && fields.atEnd()));
+}
+
+bool fitsADatagram(const dch::Answer& answer) {
+  constexpr std::size_t largestDatagram = 8192, aroundText = 4 + 6;
+  return answer.form != Form::none && answer.text.size() + aroundText <= largestDatagram;
+}
 
 void checkOutcome(const dch::IncomingMessage& message, const dch::Outcome& outcome) {
   const std::string_view bytes = message.text();

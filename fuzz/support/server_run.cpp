@@ -1,12 +1,9 @@
 #include "fuzz/support/server_run.h"
 
 #include <arpa/inet.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -15,8 +12,9 @@
 #include "fuzz/support/answer_model.h"
 #include "fuzz/support/field_model.h"
 #include "fuzz/support/null_trace.h"
+#include "fuzz/support/programs.h"
 #include "fuzz/support/require.h"
-#include "suite/zor0.h"
+#include "zordchcl/messages.h"
 
 namespace fuzz {
 
@@ -25,30 +23,22 @@ namespace {
 // An endpoint of this type starts no thread: the run plays the part of startup().
 constexpr short noService = 0;
 
-// Above every number that the system gives.
-constexpr pid_t firstProcess = 1'000'000'000;
-pid_t lastProcess = firstProcess;
-
-// Every other program ends, at a fourth of the times that one is asked for: requests for its result
-// come before and after. The others run until the server ends.
-int timesAsked = 0;
-
-bool hasEnded(pid_t process) {
-  return process % 2 == 0 && ++timesAsked % 4 == 0;
-}
-
-int exitStatusOf(pid_t process) {
-  return process % 128;
-}
-
-void requireStarted(pid_t process) {
-  require(process > firstProcess && process <= lastProcess, "a process of the server's own");
-}
-
 // Rows and events would leave through it; it is the only real socket, and nothing is sent on it.
 dch::PushSocket& pushSocket() {
   static dch::PushSocket socket{in_addr{htonl(INADDR_LOOPBACK)}};
   return socket;
+}
+
+// Takes no answer of several datagrams: those would go out from a thread of their own, later.
+dch::PacedSender& pacedSender() {
+  static const dch::EventLog silent{false};
+  static dch::PacedSender sender{pushSocket(), silent, dch::PacedSender::defaultPause, 0};
+  return sender;
+}
+
+bool isRow(std::string_view message) {
+  const auto code = FieldModel(message).next(DCH_requestType);
+  return code && numberIn(*code, 2) == DCH_REQUEST_DATA;
 }
 
 bool isPrintable(char character) {
@@ -71,9 +61,11 @@ void makeLengthRight(std::string* message) {
 }
 
 ServerRun::ServerRun()
-    : Network(0), _server(noService, 0, 0), _publisher(_subscriptions, pushSocket(), _log) {
-  lastProcess = firstProcess;
-  timesAsked = 0;
+    : Network(0),
+      _server(noService, 0, 0),
+      _answers(_server, pacedSender(), _log),
+      _publisher(_subscriptions, pushSocket(), _log) {
+  forgetPrograms();
   _server._typeOfService = SERVICE_SERVER;  // so that its queue goes with it
   _server._sockError = 0;
   _server.ipc_new_cb();
@@ -111,7 +103,7 @@ void ServerRun::check(const dch::IncomingMessage& message) {
     require(message.text() == expected.bytes, "a message as it was sent");
 }
 
-// As the server's worker does, but for sending the answer.
+// As the server's worker does.
 void ServerRun::handle(const dch::IncomingMessage& received) {
   // Exactly as long as the message, so that what is read behind it is found.
   const std::unique_ptr<char[]> bytes(new char[received.received]);
@@ -121,6 +113,7 @@ void ServerRun::handle(const dch::IncomingMessage& received) {
   const dch::Outcome outcome = _requests.handle(message);
   require(message.text() == received.text(), "a message stays as it was received");
   checkOutcome(message, outcome);
+  answer(message, outcome.answer);
   if (outcome.source != nullptr) {
     require(_registry.findOnline(outcome.source->handle) == outcome.source,
             "a row is that of a source on line");
@@ -135,12 +128,24 @@ void ServerRun::handle(const dch::IncomingMessage& received) {
   });
 }
 
+void ServerRun::answer(const dch::IncomingMessage& message, const dch::Answer& answer) {
+  _isAnswering = true;
+  _answersSent = 0;
+  _answers.send(message, answer);
+  _isAnswering = false;
+  // The connections of a run lead nowhere: their answers are dropped.
+  const bool isSent = message.isDatagram() && fitsADatagram(answer);
+  require(_answersSent == (isSent ? 1 : 0), "one answer for each request that has one");
+}
+
 void ServerRun::send(std::string_view message) {
-  require(lengthWordIsRight(message), "what is pushed is as long as it says");
-  FieldModel fields(message);
-  const auto code = fields.next(DCH_requestType);
-  require(isStatusEvent(message) || (code && numberIn(*code, 2) == 0x1030),
-          "what is pushed is a row or an event");
+  require(lengthWordIsRight(message), "what is sent is as long as it says");
+  if (_isAnswering) {
+    require(isAnswer(message), "an answer is sent");
+    ++_answersSent;
+  } else {
+    require(isStatusEvent(message) || isRow(message), "what is pushed is a row or an event");
+  }
 }
 
 void setUpServer() {
@@ -160,27 +165,6 @@ ZORA_Long __wrap__ZN7ipcSock15allocateDCHportEv(ipcSock* server) {
   server->_sockUDP = fuzz::openSocket();
   server->_sockTCP = fuzz::openSocket();
   return 1;
-}
-
-// Programs only seem to be started.
-int __wrap_posix_spawn(pid_t* process, const char* path, const posix_spawn_file_actions_t*,
-                       const posix_spawnattr_t*, char* const*, char* const*) {
-  if (path == std::string_view(fuzz::brokenProgram)) return ENOENT;
-  *process = ++fuzz::lastProcess;
-  return 0;
-}
-
-pid_t __wrap_waitpid(pid_t process, int* status, int) {
-  fuzz::requireStarted(process);
-  if (!fuzz::hasEnded(process)) return 0;
-  *status = W_EXITCODE(fuzz::exitStatusOf(process), 0);
-  return process;
-}
-
-// Ends the group of a process.
-int __wrap_kill(pid_t group, int) {
-  fuzz::requireStarted(-group);
-  return 0;
 }
 
 // The event log.

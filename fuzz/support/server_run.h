@@ -7,6 +7,7 @@
 #include <string>
 
 #include "dch/actions.h"
+#include "dch/answers.h"
 #include "dch/deferrals.h"
 #include "dch/incoming_message.h"
 #include "dch/memory_registry.h"
@@ -15,12 +16,10 @@
 #include "dch/status_snapshots.h"
 #include "dch/subscriptions.h"
 #include "fuzz/support/network.h"
+#include "fuzz/support/programs.h"
 #include "zordsock/zordsock.h"
 
 namespace fuzz {
-
-// A program that cannot be started; all others only seem to be.
-inline constexpr char brokenProgram[] = "/no/such/program";
 
 // The addresses that the input's clients have.
 sockaddr_in clientAddress(unsigned number);
@@ -58,11 +57,15 @@ class ServerRun : public Network {
   void drain();
   void check(const dch::IncomingMessage& message);
   void handle(const dch::IncomingMessage& message);
+  void answer(const dch::IncomingMessage& message, const dch::Answer& answer);
 
   bool _isReady = false;  // the loop's first notice has come
+  bool _isAnswering = false;
+  int _answersSent = 0;  // to the message that is being handled
   ipcSock _server;
   dch::Inbox _inbox{_server};
   const dch::EventLog _log{true};
+  dch::Answers _answers;
   dch::MemoryRegistry _registry;
   dch::Subscriptions _subscriptions;
   dch::Publisher _publisher;
