@@ -13,6 +13,8 @@
 #include <sstream>
 #include <thread>
 
+#include "tests/support/scripted_dch.h"
+#include "tests/support/stream_client.h"
 #include "tools/testkit/tools_fixture.h"
 
 namespace {
@@ -29,7 +31,6 @@ constexpr char registration[] = "appl:BEAT,BTT; group:beat; attr:from,T,2; attr:
 class Server {
  public:
   Server() { start("0"); }
-  ~Server() { kill(); }
 
   int port() const { return _port; }
   void start() { start(std::to_string(_port)); }
@@ -45,7 +46,7 @@ class Server {
     _port = std::stoi(ready.substr(ready.rfind(' ')));
   }
 
-  std::optional<RunningProgram> _process;
+  std::optional<RunningProgram> _process;  // killed with the object
   int _port = 0;
 };
 
@@ -214,6 +215,25 @@ TEST_F(Death, NobodyHasToBeRestarted) {
   EXPECT_EQ(_hostmon.finish().exitStatus, 0);
   _status.signal(SIGTERM);
   EXPECT_EQ(_status.finish().exitStatus, 0);
+}
+
+// The system keeps the port for the connections of the one that died.
+TEST(DeathWithConnections, TheNextServerWaitsForItsPort) {
+  Server server;
+  StreamClient client(static_cast<unsigned short>(server.port()));
+  client.send(messageOf([](DCH_MessageBuilder& message) {
+    message.add(DCH_requestType, short{DCH_REQUEST_UNREGISTER}).add(DCH_applName, "NONE");
+  }));
+  ASSERT_FALSE(client.receive(1).empty());  // the connection is the server's
+  server.kill();
+  const std::string port = std::to_string(server.port());
+  RunningProgram next(ZORDCHD_PATH, {"--port", port}, {});
+  next.waitForError("zordchd: connections to an earlier server still hold port " + port +
+                    ": waiting until the system frees it\n");
+  client.breakOff();
+  next.waitForOutput("ready on 127.0.0.1 port " + port + "\n");
+  next.signal(SIGTERM);
+  EXPECT_EQ(next.finish().exitStatus, 0);
 }
 
 }  // namespace
