@@ -11,8 +11,8 @@
  *      3  null argument
  *      4  no memory, or no work buffer
  *      5  no answer in time, or the read failed
- *    Any other value is the DCH's. The variable stays untouched when the library has no memory for
- *    the request.
+ *    Any other value is the DCH's. Without memory for the request or its transport the variable
+ *    stays untouched or is 0, with the result 1.
  *    The DCH's own are 100 malformed message, 101 unknown application, 102 unknown attribute group,
  *    103 unknown attribute, 104 unknown handle, 105 not stored, 106 unknown action.
  *  - Addresses that a result is written to are never null.
@@ -88,8 +88,8 @@ int dp_formatData(ZORA_Long* status, char** workBuffer, ZORA_Long* size, const c
                   const void* attrValue, ZORA_Long valueSize, char attrType);
 
 /* Sends the row and waits for the DCH's status. The work buffer is freed and `*workBuffer` is null
- * afterwards, whether the row went out or not; only without memory for the request (the status is
- * then untouched) both stay as they were. `dataCode` is passed to the DCH as it is. */
+ * afterwards, whether the row went out or not; only without memory for the request (its status is
+ * then untouched or 0) both stay as they were. `dataCode` is passed to the DCH as it is. */
 int dp_data(ZORA_Long* status, ZORA_Long handle, short dataCode, char** workBuffer);
 
 /* dp_data with a read timeout in seconds (0: the default) and a number of further looks for an
