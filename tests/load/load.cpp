@@ -182,7 +182,10 @@ void pointLibraryTo(int port) {
 int run(double seconds) {
 #ifdef WITH_SANITIZER
   // Memory that was freed is not to be kept for long: it is zordchd's use that is looked at.
-  setenv("ASAN_OPTIONS", "quarantine_size_mb=1:thread_local_quarantine_size_kb=16", 1);
+  const char* const before = std::getenv("ASAN_OPTIONS");
+  const std::string options = before != nullptr ? std::string(before) + ":" : "";
+  setenv("ASAN_OPTIONS",
+         (options + "quarantine_size_mb=1:thread_local_quarantine_size_kb=16").c_str(), 1);
 #endif
   dch::testkit::ServerProcess server({"--verbose"});
   pointLibraryTo(server.port());
