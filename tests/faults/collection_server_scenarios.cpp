@@ -231,13 +231,9 @@ std::string startAction() {
 // One that fails at first, in one of these ways, and goes well when it is made again.
 Scenario scenarioOf(const char* name, std::string (*run)(), const char* whenWell,
                     std::vector<const char*> outcomesOfFault) {
-  static std::vector<std::string> texts;
-  texts.reserve(100);  // they stay where they are
   Scenario scenario{name, run, whenWell};
-  for (const char* outcome : outcomesOfFault) {
-    texts.push_back(std::string(outcome) + ", then " + whenWell);
-    scenario.failures.push_back({texts.back().c_str(), Silent::always});
-  }
+  for (const char* outcome : outcomesOfFault)
+    scenario.failures.push_back({std::string(outcome) + ", then " + whenWell, {}, Silent::always});
   return scenario;
 }
 

@@ -125,29 +125,78 @@ std::string deferReportRequest() {
 }  // namespace
 
 std::vector<Scenario> consumerScenarios() {
-  const std::vector<Failure> noHandle = {{"no handle", Silent::withoutMemory}};
-  const std::vector<Failure> failed = {{"1"}};
-  const std::string answer = "0 length 6 answer";
-  const std::vector<Failure> noAnswer = {{"1 length 0 without a block"},
-                                         {"0 length 6 without a block"}};
+  const std::string noTransport = "Error: ipcSock creation failed.\n";
+  const std::string noClient = "Error: allocating DCHclient.\n";
+  const std::string noAnswer = "Error: ipcRead with wait[1 second] failed\n";
+  const std::string notLocked = "Error: pthread_mutex_lock failed, rc=";
+  const std::string notUnlocked = "Error: pthread_mutex_unlock failed, rc=";
+  const auto notSent = [](const std::string& function) {
+    return "Error: writing " + function + " message to DCHserver";
+  };
+  const auto catalogue = [&](const std::string& function, std::string (*run)()) {
+    return Scenario{
+        function,
+        run,
+        "0 length 6 answer",
+        {{"1 length 0 without a block", {noClient, "Error: " + function + " failed.\n"}},
+         {"0 length 6 without a block", {"Error: allocating 7 bytes for buffer\n"}}}};
+  };
   std::vector<Scenario> scenarios = {
-      {"dc_waitOnDataInitialize", waitOnDataInitialize, "a handle", noHandle},
-      {"dc_waitOnData", waitOnData, "0 and a message", failed},
+      {"dc_waitOnDataInitialize",
+       waitOnDataInitialize,
+       "a handle",
+       {{"no handle",
+         {"Error: unable to acquire dc_waitOnDataLock\n", noTransport,
+          "Error: _interruptFD[-1]  errno=", notSent("dc_waitOnDataInitialize"), notUnlocked},
+         Silent::withoutMemory}}},
+      {"dc_waitOnData",
+       waitOnData,
+       "0 and a message",
+       {{"1",
+         {"Error: select (indefinitely) failed.\n",
+          "Error: while waiting 1 second(s) for dc_waitOnData response.\n"}}}},
       {"dc_waitOnData_that_is_cancelled",
        waitOnDataThatIsCancelled,
        "-1 and a message",
-       {{"1"}, {"-1", Silent::always}}},
-      {"dc_waitOnDataCancel", waitOnDataCancel, "0", failed},
-      {"dc_waitOnDataDestroy", waitOnDataDestroy, "0", {{"1"}, {"1 with the handle kept"}}},
-      {"dc_waitForDPStatusInitialize", waitForStatusInitialize, "a handle", noHandle},
-      {"dc_waitForDPStatus", waitForStatus, "HOSTMON,load,host1,4117", {{"no text"}}},
-      {"dc_waitForDPStatusDestroy", waitForStatusDestroy, "0", failed},
-      {"dc_getApplications", ask<dc_getApplications>, answer, noAnswer},
-      {"dc_getApplAttributes", ask<dc_getApplAttributes>, answer, noAnswer},
-      {"dc_getApplHelp", ask<dc_getApplHelp>, answer, noAnswer},
-      {"dc_provideAction", provideAction, "0", failed},
-      {"dc_waitForActionResults", waitForActionResults, "7", {{"-1"}, {"1"}}},
-      {"dc_deferReportRequest", deferReportRequest, "0", failed},
+       {{"1", {"Error: select (indefinitely) failed.\n"}}, {"-1", {}, Silent::always}}},
+      {"dc_waitOnDataCancel",
+       waitOnDataCancel,
+       "0",
+       {{"1", {"Error: SENDTO - Sent -1 bytes out of ", notLocked, notUnlocked}}}},
+      {"dc_waitOnDataDestroy",
+       waitOnDataDestroy,
+       "0",
+       {{"1", {notSent("dc_waitOnDataDestroy"), notUnlocked}},
+        {"1 with the handle kept", {notLocked}}}},
+      {"dc_waitForDPStatusInitialize",
+       waitForStatusInitialize,
+       "a handle",
+       {{"no handle",
+         {notLocked, noTransport, notSent("dc_waitForDPStatus"), notUnlocked},
+         Silent::withoutMemory}}},
+      {"dc_waitForDPStatus",
+       waitForStatus,
+       "HOSTMON,load,host1,4117",
+       {{"no text", {"Error: ipcRead with wait[FOREVER] failed\n"}}}},
+      {"dc_waitForDPStatusDestroy",
+       waitForStatusDestroy,
+       "0",
+       {{"1", {notSent("dc_waitForDPStatus")}}}},
+      catalogue("dc_getApplications", ask<dc_getApplications>),
+      catalogue("dc_getApplAttributes", ask<dc_getApplAttributes>),
+      catalogue("dc_getApplHelp", ask<dc_getApplHelp>),
+      {"dc_provideAction",
+       provideAction,
+       "0",
+       {{"1", {noClient, "Error: dc_provideAction failed.\n"}}}},
+      {"dc_waitForActionResults",
+       waitForActionResults,
+       "7",
+       {{"-1", {noTransport, notSent("dc_waitForActionResults"), noAnswer}}, {"1", {noClient}}}},
+      {"dc_deferReportRequest",
+       deferReportRequest,
+       "0",
+       {{"1", {noTransport, notSent("dc_deferReportRequest")}}}},
   };
   for (Scenario& scenario : scenarios) {
     scenario.lastWords = noTransportAtAll;

@@ -111,22 +111,22 @@ std::string doneBy(Call call) {
   return "done";
 }
 
-// Without memory for the client the caller's status variable stays as it was; without memory for
-// its transport the client answers that it failed.
-constexpr Failure noClient{"1 status untouched", Silent::withoutMemory};
-constexpr Failure noTransport{"1 status 0"};
-constexpr Failure notSent{"1 status 2"};
-constexpr Failure noAnswer{"1 status 5"};
-
 }  // namespace
 
 std::vector<Scenario> providerScenarios() {
-  const std::vector<Failure> exchange = {noClient, noTransport, notSent, noAnswer};
+  // Without memory for the client the caller's status variable stays as it was; without memory for
+  // its transport the client answers that it failed.
+  const Failure noClient{"1 status untouched", {}, Silent::withoutMemory};
+  const Failure noTransport{"1 status 0", {"Error: ipcSock creation failed.\n"}};
+  const Failure noAnswer{"1 status 5", {"Error: ipcRead with wait[1 second] failed\n"}};
+  const auto notSent = [](const std::string& function) {
+    return Failure{"1 status 2", {"Error: writing " + function + " message to DCHserver\n"}};
+  };
   const std::vector<Failure> answerAwaitedAnyhow = {noClient, noTransport, noAnswer};
   const std::vector<Failure> rowExchange = {
-      {"1 status untouched with the row kept", Silent::withoutMemory},
-      {"1 status 0 with the row kept"},
-      notSent,
+      {"1 status untouched with the row kept", {}, Silent::withoutMemory},
+      {"1 status 0 with the row kept", noTransport.lines},
+      notSent("dp_data"),
       noAnswer};
   std::vector<Scenario> scenarios = {
       {"dp_register", dpRegister, "0 status 0", answerAwaitedAnyhow},
@@ -134,11 +134,17 @@ std::vector<Scenario> providerScenarios() {
       {"dp_formatData",
        dpFormatData,
        "0 status 0 and a row",
-       {noClient, noTransport, {"1 status 4"}}},
+       {noClient, noTransport, {"1 status 4", {"Error: allocation for workBuffer failed.\n"}}}},
       {"dp_data", dpData, "0 status 0", rowExchange},
       {"dp_actionData", dpActionData, "0 status 0", rowExchange},
-      {"dp_offline", dpOffline, "0 status 0", exchange},
-      {"dp_unregister", dpUnregister, "0 status 0", exchange},
+      {"dp_offline",
+       dpOffline,
+       "0 status 0",
+       {noClient, noTransport, notSent("dp_offline"), noAnswer}},
+      {"dp_unregister",
+       dpUnregister,
+       "0 status 0",
+       {noClient, noTransport, notSent("dp_unregister"), noAnswer}},
       {"dp_cancel", dpCancel, "0 status 0", {noClient, noTransport}},
       {"dp_cancel_that_waits_for_a_socket",
        dpCancelThatWaits,

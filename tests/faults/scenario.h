@@ -9,12 +9,13 @@
 #include "tests/support/fault_plan.h"
 #include "zora/zora.h"
 
-// When a failed call keeps to itself why it failed.
+// When a failed call may keep to itself why it failed.
 enum class Silent { never, withoutMemory, always };
 
-// What may come of a call in which something failed. An error line tells why.
+// What may come of a call in which something failed.
 struct Failure {
-  const char* outcome;
+  std::string outcome;
+  std::vector<std::string> lines = {};  // one of these, or its beginning, is told in the trace
   Silent silent = Silent::never;
 };
 

@@ -163,26 +163,46 @@ std::string allocateCandidatePort() {
 }  // namespace
 
 std::vector<Scenario> transportScenarios() {
+  const std::string noLock = "Error: unable to acquire ipcCircularBuffer lock\n";
+  const std::string notWaited = "Error: pthread_cond_wait failed. rc=";
   std::vector<Scenario> scenarios = {
-      {"ipc_put_data_with_a_full_queue", putOnFullQueue, "queued", {{"dropped"}}},
-      {"ipc_get_data_with_an_empty_queue", getFromEmptyQueue, "taken", {{"nothing"}}},
-      {"ipcWrite_with_a_connection", writeOnConnection, "sent", {{"not sent"}}},
-      {"ZOR0_QueryProductSpec", querySetting, "1919", {{"no text"}}},
+      {"ipc_put_data_with_a_full_queue",
+       putOnFullQueue,
+       "queued",
+       {{"dropped", {noLock, notWaited, "Error: allocating 4096 bytes.\n"}}}},
+      {"ipc_get_data_with_an_empty_queue",
+       getFromEmptyQueue,
+       "taken",
+       {{"nothing", {noLock, notWaited, "Error: allocating 4096 bytes.\n"}}}},
+      {"ipcWrite_with_a_connection",
+       writeOnConnection,
+       "sent",
+       {{"not sent", {"] SEND - Sent -1 bytes out of "}}}},
+      {"ZOR0_QueryProductSpec",
+       querySetting,
+       "1919",
+       {{"no text", {"Error: product setting 22 cannot be read: "}}}},
   };
   Scenario update{"ZOR0_UpdateProductSpec", updateSetting, "1 3=MONITOR 22=2020 "};
-  update.failures = {{"0 3=MONITOR 22=1919 "}};
+  update.failures = {
+      {"0 3=MONITOR 22=1919 ",
+       {"Error: writing product settings <", "Error: product setting 22 cannot be written: "}}};
   // Without the path, settings are kept in memory.
   update.withoutSetting = "1 3=MONITOR 22=1919 ";
   scenarios.push_back(update);
   Scenario port{"allocateDCHport_with_candidates", allocateCandidatePort, "a port"};
-  port.failures = {{"a later port"}};
+  port.failures = {
+      {"a later port", {"Error: Could not open TCP/UDP sockets bound to ZORA DCH port 0,"}}};
   port.lastWords = "Exiting...";
   // The other socket of a candidate that could not be had stays open.
   port.descriptorsLeft = 3;
   scenarios.push_back(port);
   for (Scenario& scenario : scenarios)
     if (scenario.run == querySetting) scenario.withoutSetting = "no text";
-  Scenario start{"startup", startup, "0", {{"1"}}};
+  Scenario start{"startup", startup, "0"};
+  start.failures = {{"1",
+                     {"Error: IPCServerThread thread failed creation.\n",
+                      "Error: failed to allocate a circular buffer.\n"}}};
   start.setEnvironment = [] { unsetenv("ZORA_TRACE"); };
   scenarios.push_back(start);
   return scenarios;
