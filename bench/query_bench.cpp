@@ -21,6 +21,7 @@
 #include "bench/child_process.h"
 #include "bench/latencies.h"
 #include "bench/shared_count.h"
+#include "bench/sides.h"
 #include "dch/testkit/server_process.h"
 #include "zordchcl/zordchcl.h"
 
@@ -88,13 +89,13 @@ void ask(const std::vector<const char*>& arguments, SharedCount* answered) {
   }
 }
 
-struct Side {
+struct Percentiles {
   float p50, p99;
   std::size_t rows;
 };
 
 // One side of a round: all providers for that long; their rows together.
-Side measure(int seconds, LatenciesOfProviders* latencies) {
+Percentiles measure(int seconds, LatenciesOfProviders* latencies) {
   std::list<ChildProcess> processes;
   for (int i = 0; i < providers; ++i) {
     Latencies& own = (*latencies)[static_cast<std::size_t>(i)];
@@ -107,8 +108,8 @@ Side measure(int seconds, LatenciesOfProviders* latencies) {
   return {all.quantile(0.5), all.quantile(0.99), all.count()};
 }
 
-Side measureBesideQuestions(int seconds, LatenciesOfProviders* latencies, SharedCount* apps,
-                            SharedCount* attrs) {
+Percentiles measureBesideQuestions(int seconds, LatenciesOfProviders* latencies, SharedCount* apps,
+                                   SharedCount* attrs) {
   const std::vector<const char*> applications{"zordc", "apps", nullptr};
   const std::vector<const char*> attributes{"zordc", "attrs", "APPLICATION1100", nullptr};
   const ChildProcess first([&] { ask(applications, apps); });
@@ -138,8 +139,8 @@ int main(int argc, char** argv) {
   SharedCount apps, attrs;
   std::vector<float> quiet, busy;
   for (int round = 0; round < rounds; ++round) {
-    const Side without = measure(seconds, &*latencies);
-    const Side with = measureBesideQuestions(seconds, &*latencies, &apps, &attrs);
+    const Percentiles without = measure(seconds, &*latencies);
+    const Percentiles with = measureBesideQuestions(seconds, &*latencies, &apps, &attrs);
     std::printf(
         "without: %7zu rows, p50 %5.0f us, p99 %5.0f us   with: %7zu rows, p50 %5.0f us, p99 %5.0f "
         "us\n",
@@ -149,5 +150,6 @@ int main(int argc, char** argv) {
   }
   std::printf("answered: %d times apps, %d times attrs\n", static_cast<int>(apps.value()),
               static_cast<int>(attrs.value()));
-  std::printf("p99 with questions / without, of the medians: %.2f\n", median(busy) / median(quiet));
+  printFigure("p99 of 8 providers, with catalogue questions / without",
+              median(busy) / median(quiet));
 }

@@ -1,5 +1,7 @@
 // What a request costs: the round trip of dp_data, of a whole row, of dp_data through zordchd, of
 // the same exchange over messaging libraries, and of bare system calls.
+#include <cstdlib>
+
 #include "bench/echo_peer.h"
 #include "bench/messaging_peers.h"
 #include "bench/row_exchanges.h"
@@ -8,9 +10,16 @@
 
 namespace {
 
-void addClient(const char* name, ExchangeClient* client) {
+Side sideOf(const char* name, ExchangeClient* client) {
   constexpr int tripsPerTurn = 250;
-  addSide(name, tripsPerTurn, [client](int roundTrips) { return client->run(roundTrips); });
+  return {name, tripsPerTurn, [client](int roundTrips) { return client->run(roundTrips); }};
+}
+
+// dp_data with every trace class on, into a file.
+Exchange sendTracedRows() {
+  setenv("ZORA_TRACE", "0xff", 1);
+  setenv("ZORA_TRACE_FILE", "/dev/shm/round_trip_bench.trace", 1);
+  return sendRows(1);
 }
 
 }  // namespace
@@ -25,22 +34,23 @@ int main(int argc, char** argv) {
   ExchangeClient bare([&] { return exchangeBare(echo.address()); });
   ExchangeClient row([] { return sendRows(1); });
   ExchangeClient wholeRow(buildAndSendRows);
+  ExchangeClient tracedRow(sendTracedRows);
   ExchangeClient serverRow([&] { return sendRowsToServer(server.port(), "host"); });
   ExchangeClient zeroMqClient([&] { return zeroMq.connect(); });
   ExchangeClient nngClient([&] { return nng.connect(); });
   ExchangeClient natsClient([&] { return nats.connect(); });
-  addClient("bare", &bare);
-  addClient("dp_data", &row);
-  addClient("row of 8", &wholeRow);
-  addClient("zordchd", &serverRow);
-  addClient("ZeroMQ", &zeroMqClient);
-  addClient("nng", &nngClient);
-  addClient("NATS", &natsClient);
-  runSides(argc, argv,
-           {{"round trip, dp_data / bare", "dp_data", "bare"},
-            {"round trip, row of 8 / bare", "row of 8", "bare"},
-            {"round trip, zordchd / bare", "zordchd", "bare"},
-            {"round trip, zordchd / ZeroMQ", "zordchd", "ZeroMQ"},
-            {"round trip, zordchd / nng", "zordchd", "nng"},
-            {"round trip, zordchd / NATS", "zordchd", "NATS"}});
+  Medians medians = runSides(
+      argc, argv,
+      {sideOf("bare", &bare), sideOf("dp_data", &row), sideOf("row of 8", &wholeRow),
+       sideOf("traced", &tracedRow), sideOf("zordchd", &serverRow), sideOf("ZeroMQ", &zeroMqClient),
+       sideOf("nng", &nngClient), sideOf("NATS", &natsClient)});
+  const double bareTime = medians["bare"];
+  printFigure("round trip, bare, us", bareTime / 1000);
+  printFigure("round trip, dp_data / bare", medians["dp_data"] / bareTime);
+  printFigure("round trip, row of 8 attributes / bare", medians["row of 8"] / bareTime);
+  printFigure("round trip, zordchd / bare", medians["zordchd"] / bareTime);
+  printFigure("round trip, zordchd / ZeroMQ", medians["zordchd"] / medians["ZeroMQ"]);
+  printFigure("round trip, zordchd / nng", medians["zordchd"] / medians["nng"]);
+  printFigure("round trip, zordchd / NATS", medians["zordchd"] / medians["NATS"]);
+  printFigure("round trip, traced at 0xff / bare", medians["traced"] / bareTime);
 }

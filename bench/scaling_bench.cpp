@@ -1,7 +1,6 @@
 // What a row costs as there is more of something: sources on line, subscriptions to other groups,
 // subscribers of its own group, attributes in it. Each is measured in turns with bare round trips.
-// Prints lines "CURVE,COUNT,COST" (COST is the median, over bare) and, at the end,
-// "memory,OF,BYTES".
+// Prints lines "CURVE,COUNT,COST" (COST is the median, over bare).
 //   scaling_bench [TURNS]: 25 turns of each side at each point
 #include <unistd.h>
 
@@ -17,6 +16,7 @@
 #include "bench/echo_peer.h"
 #include "bench/process_memory.h"
 #include "bench/row_exchanges.h"
+#include "bench/sides.h"
 #include "dch/testkit/clients.h"
 #include "dch/testkit/messages.h"
 #include "dch/testkit/server_process.h"
@@ -47,10 +47,6 @@ void printPoint(const char* curve, int count, ExchangeClient* bare, ExchangeClie
   std::fflush(stdout);
 }
 
-void printMemory(const char* what, long bytes, int count) {
-  std::printf("memory,%s,%ld\n", what, bytes / count);
-}
-
 // Brings sources on line that send nothing.
 void addSources(UdpClient* client, int first, int last) {
   for (int i = first; i < last; ++i) {
@@ -72,7 +68,8 @@ void measureSources(ExchangeClient* bare) {
     online = count;
     printPoint("sources on line", count, bare, &provider);
   }
-  printMemory("zordchd per source", residentBytes(server.processId()) - before, online);
+  printFigure("memory of zordchd per source on line, bytes",
+              static_cast<double>(residentBytes(server.processId()) - before) / online);
 }
 
 void measureSubscriptions(ExchangeClient* bare) {
@@ -90,7 +87,8 @@ void measureSubscriptions(ExchangeClient* bare) {
     }
     printPoint("subscriptions to other groups", count, bare, &provider);
   }
-  printMemory("zordchd per subscription", residentBytes(server.processId()) - before, subscribed);
+  printFigure("memory of zordchd per subscription, bytes",
+              static_cast<double>(residentBytes(server.processId()) - before) / subscribed);
 }
 
 // Nobody reads: what the sockets cannot take is dropped by the system, after it was sent.

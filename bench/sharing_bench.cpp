@@ -1,7 +1,6 @@
 // What it costs to share the pool: 16 threads of a process that has 4 sockets against 4 threads
 // that have as many. All of them send rows to the same peer; the latencies include the wait for a
 // socket.
-#include <cstdio>
 #include <cstdlib>
 #include <thread>
 #include <vector>
@@ -48,8 +47,8 @@ Exchange exchangeOf(int threads, LatenciesOfThreads* latencies) {
           }};
 }
 
-void addClient(const char* name, ExchangeClient* client) {
-  addSide(name, requestsPerTurn, [client](int) { return client->run(1); });
+Side sideOf(const char* name, ExchangeClient* client) {
+  return {name, requestsPerTurn, [client](int) { return client->run(1); }};
 }
 
 }  // namespace
@@ -60,11 +59,11 @@ int main(int argc, char** argv) {
   const SharedMemory<LatenciesOfThreads> own, shared;
   ExchangeClient ownClient([&] { return exchangeOf(sockets, &*own); });
   ExchangeClient sharingClient([&] { return exchangeOf(sharingThreads, &*shared); });
-  addClient("4 threads, 4 sockets", &ownClient);
-  addClient("16 threads, 4 sockets", &sharingClient);
-  runSides(argc, argv,
-           {{"requests/s, 16 threads on 4 sockets / 4 threads", "4 threads, 4 sockets",
-             "16 threads, 4 sockets"}});
+  Medians medians = runSides(argc, argv,
+                             {sideOf("4 threads, 4 sockets", &ownClient),
+                              sideOf("16 threads, 4 sockets", &sharingClient)});
+  printFigure("requests/s, 16 threads on 4 sockets / 4 threads",
+              medians["4 threads, 4 sockets"] / medians["16 threads, 4 sockets"]);
   float worst = 0;
   for (const Latencies& latencies : *shared) {
     LatencySummary thread;
@@ -72,5 +71,5 @@ int main(int argc, char** argv) {
     const float p50 = thread.quantile(0.5), p99 = thread.quantile(0.99);
     worst = std::max(worst, p99 / p50);
   }
-  std::printf("p99 / p50 of the thread that waits the longest: %.1f\n", worst);
+  printFigure("p99 / p50 of the thread that waits the longest", worst);
 }

@@ -3,14 +3,13 @@
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
-#include <map>
+#include <cstring>
 
 namespace {
 
-constexpr int repetitions = 15;
 constexpr int turns = 20;  // in a repetition
 
-// Prints as usual and keeps the medians for the ratios.
+// Prints as usual and keeps the medians.
 class MedianReporter : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run>& runs) override {
@@ -20,38 +19,39 @@ class MedianReporter : public benchmark::ConsoleReporter {
     ConsoleReporter::ReportRuns(runs);
   }
 
-  void print(const Ratio& ratio) const {
-    std::printf("%s: %.3f\n", ratio.label.c_str(),
-                _medians.at(ratio.numerator) / _medians.at(ratio.denominator));
-  }
+  const Medians& medians() const { return _medians; }
 
  private:
-  std::map<std::string, double> _medians;
+  Medians _medians;
 };
+
+void measure(benchmark::State& state, const Side& side) {
+  for (auto _ : state)
+    state.SetIterationTime(std::chrono::duration<double>(side.run(side.operationsPerTurn)).count() /
+                           side.operationsPerTurn);
+}
 
 }  // namespace
 
-void addSide(const std::string& name, int operationsPerTurn, Run run) {
-  benchmark::RegisterBenchmark(
-      name.c_str(),
-      [=](benchmark::State& state) {
-        for (auto _ : state)
-          state.SetIterationTime(std::chrono::duration<double>(run(operationsPerTurn)).count() /
-                                 operationsPerTurn);
-      })
-      ->UseManualTime()
-      ->Iterations(turns)
-      ->Repetitions(repetitions);
-}
-
-void runSides(int argc, char** argv, const std::vector<Ratio>& ratios) {
-  std::vector<char*> arguments(argv, argv + argc);
+Medians runSides(int argc, char** argv, const std::vector<Side>& sides) {
+  const bool isQuick = argc > 1 && std::strcmp(argv[1], "--quick") == 0;
+  for (const Side& side : sides)
+    benchmark::RegisterBenchmark(side.name.c_str(),
+                                 [&side](benchmark::State& state) { measure(state, side); })
+        ->UseManualTime()
+        ->Iterations(turns)
+        ->Repetitions(isQuick ? 3 : 15);
   char interleaving[] = "--benchmark_enable_random_interleaving=true";
   char aggregates[] = "--benchmark_display_aggregates_only=true";
-  arguments.insert(arguments.begin() + 1, {interleaving, aggregates});
-  int count = static_cast<int>(arguments.size());
-  benchmark::Initialize(&count, arguments.data());
+  char plain[] = "--benchmark_color=false";
+  char* arguments[] = {argv[0], interleaving, aggregates, plain};
+  int count = 4;
+  benchmark::Initialize(&count, arguments);
   MedianReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
-  for (const Ratio& ratio : ratios) reporter.print(ratio);
+  return reporter.medians();
+}
+
+void printFigure(const char* label, double value) {
+  std::printf("= %s: %.3g\n", label, value);
 }

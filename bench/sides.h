@@ -1,27 +1,29 @@
 // sides.h: comparisons: sides that take turns in one run, because a machine's speed drifts, and the
-// ratios of their medians.
+// figures that come of them.
 #ifndef BENCH_SIDES_H
 #define BENCH_SIDES_H
 
 #include <chrono>
 #include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
-// Performs that many operations and answers how long they took.
-using Run = std::function<std::chrono::nanoseconds(int operations)>;
-
-// Adds a side; its time is shown for one operation.
-void addSide(const std::string& name, int operationsPerTurn, Run run);
-
-// Median times of two sides; as rates it is the slower side that stands first.
-struct Ratio {
-  std::string label;
-  std::string numerator;
-  std::string denominator;
+struct Side {
+  std::string name;
+  int operationsPerTurn;
+  // Performs that many operations and answers how long they took.
+  std::function<std::chrono::nanoseconds(int operations)> run;
 };
 
-// Runs all sides, with Google Benchmark's arguments, and prints the ratios.
-void runSides(int argc, char** argv, const std::vector<Ratio>& ratios);
+// By the sides' names: the median time of one operation in nanoseconds.
+using Medians = std::map<std::string, double>;
+
+// Runs the sides in turns and shows what Google Benchmark makes of them. With the argument --quick
+// it takes a fifth of the time.
+Medians runSides(int argc, char** argv, const std::vector<Side>& sides);
+
+// Prints a figure for the page of figures: "= LABEL: VALUE".
+void printFigure(const char* label, double value);
 
 #endif  // BENCH_SIDES_H

@@ -44,13 +44,14 @@ int main(int argc, char** argv) {
   const EchoPeer echo;
   echo.becomeDch();
   constexpr int startsPerTurn = 5;
-  addSide("first request, bare", startsPerTurn,
-          [](int times) { return runProgram(FIRST_REQUEST_BARE_PATH, times); });
-  addSide("first request, library", startsPerTurn,
-          [](int times) { return runProgram(FIRST_REQUEST_PATH, times); });
-  runSides(argc, argv,
-           {{"first request, library / bare", "first request, library", "first request, bare"}});
+  const auto side = [](const char* name, const char* path) -> Side {
+    return {name, startsPerTurn, [path](int times) { return runProgram(path, times); }};
+  };
+  Medians medians = runSides(
+      argc, argv, {side("bare", FIRST_REQUEST_BARE_PATH), side("library", FIRST_REQUEST_PATH)});
+  printFigure("first request of a process, library over bare, ms",
+              (medians["library"] - medians["bare"]) / 1e6);
   const Memory bare = memoryOf(FIRST_REQUEST_BARE_PATH), library = memoryOf(FIRST_REQUEST_PATH);
-  std::printf("memory, library over bare: %d KiB resident, %d KiB of its own\n",
-              library.resident - bare.resident, library.own - bare.own);
+  printFigure("memory of a client over bare, KiB", library.resident - bare.resident);
+  printFigure("memory of a client over bare, its own, KiB", library.own - bare.own);
 }

@@ -161,10 +161,6 @@ int main(int argc, char** argv) {
   const dch::testkit::ServerProcess server;
   Providers serverProviders(
       [&](int number) { return sendRowsToServer(server.port(), "host" + std::to_string(number)); });
-  constexpr int rowsPerTurn = 4000;
-  addSide("8 providers, bare server", rowsPerTurn,
-          [&](int rows) { return bareProviders.run(rows); });
-  addSide("8 providers, zordchd", rowsPerTurn, [&](int rows) { return serverProviders.run(rows); });
 
   const DatagramSocket bareReceiver;
   SharedCount bareCount, serverCount;
@@ -172,11 +168,6 @@ int main(int argc, char** argv) {
   std::optional<ChildProcess> serverCounting;
   const sockaddr_in serverHalf = loopbackAddress(startOnPort(
       &serverCounting, [&](const auto& tellPort) { countMessages(tellPort, &serverCount); }));
-  constexpr int datagramsPerTurn = 10'000;
-  addSide("datagrams, bare loop", datagramsPerTurn,
-          [&](int datagrams) { return sendTo(bareReceiver.address(), bareCount, datagrams); });
-  addSide("datagrams, server half", datagramsPerTurn,
-          [&](int datagrams) { return sendTo(serverHalf, serverCount, datagrams); });
 
   // A server of its own: the rows of the providers above are pushed to nobody.
   const dch::testkit::ServerProcess pushServer;
@@ -191,20 +182,31 @@ int main(int argc, char** argv) {
   serverSubscribers.startCounting();
   const DatagramSocket sender;
   const std::string bytes = row();
-  constexpr int deliveriesPerTurn = 100 * subscribers;
-  addSide("push to 100, bare loop", deliveriesPerTurn, [&](int deliveries) {
-    return bareSubscribers.run(deliveries, [&] {
-      for (const DatagramSocket& socket : bareSubscribers.sockets())
-        sender.sendTo(socket.address(), bytes);
-    });
-  });
-  addSide("push to 100, zordchd", deliveriesPerTurn, [&](int deliveries) {
-    return serverSubscribers.run(deliveries, [&] { provider.run(1); });
-  });
+  const auto pushBare = [&] {
+    for (const DatagramSocket& socket : bareSubscribers.sockets())
+      sender.sendTo(socket.address(), bytes);
+  };
 
-  runSides(argc, argv,
-           {{"rows/s of 8 providers, zordchd / bare", "8 providers, bare server",
-             "8 providers, zordchd"},
-            {"datagrams/s, server half / bare", "datagrams, bare loop", "datagrams, server half"},
-            {"pushed rows/s, zordchd / bare", "push to 100, bare loop", "push to 100, zordchd"}});
+  constexpr int rowsPerTurn = 4000;
+  constexpr int datagramsPerTurn = 10'000;
+  constexpr int deliveriesPerTurn = 100 * subscribers;
+  Medians medians = runSides(
+      argc, argv,
+      {{"8 providers, bare", rowsPerTurn, [&](int rows) { return bareProviders.run(rows); }},
+       {"8 providers, zordchd", rowsPerTurn, [&](int rows) { return serverProviders.run(rows); }},
+       {"datagrams, bare", datagramsPerTurn,
+        [&](int datagrams) { return sendTo(bareReceiver.address(), bareCount, datagrams); }},
+       {"datagrams, server half", datagramsPerTurn,
+        [&](int datagrams) { return sendTo(serverHalf, serverCount, datagrams); }},
+       {"push to 100, bare", deliveriesPerTurn,
+        [&](int deliveries) { return bareSubscribers.run(deliveries, pushBare); }},
+       {"push to 100, zordchd", deliveriesPerTurn, [&](int deliveries) {
+          return serverSubscribers.run(deliveries, [&] { provider.run(1); });
+        }}});
+  printFigure("rows/s of 8 providers, zordchd / bare",
+              medians["8 providers, bare"] / medians["8 providers, zordchd"]);
+  printFigure("datagrams/s, server half / bare",
+              medians["datagrams, bare"] / medians["datagrams, server half"]);
+  printFigure("rows/s pushed to 100, zordchd / bare",
+              medians["push to 100, bare"] / medians["push to 100, zordchd"]);
 }

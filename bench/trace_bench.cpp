@@ -1,12 +1,16 @@
 // What a trace point costs when its class is off, and what it costs to open a traced function.
 #include <benchmark/benchmark.h>
 
+#include "bench/sides.h"
 #include "zora/trc1.h"
 
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
 constinit TRC1_Unit trc1Unit{"bench", "ZORDB410"};
 constexpr int points = 8;
+constexpr int roundsPerTurn = 100'000;
 
 // The same steps with and without trace points. The values come from memory, as they do in real
 // code, so that the compiler can neither drop the points nor join them.
@@ -26,36 +30,37 @@ constexpr int points = 8;
 }
 
 template <class Steps>
-void measure(benchmark::State& state, Steps steps) {
-  TRC1_QUIET_FUNCTION("measure");
-  int values[points] = {};
-  for (auto _ : state) {
-    steps(trc1Scope, values);
-    benchmark::DoNotOptimize(values);
-  }
-  state.SetItemsProcessed(state.iterations() * points);
-  state.counters["per_point"] =
-      benchmark::Counter(static_cast<double>(state.iterations()) * points,
-                         benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+Side steps(const char* name, Steps round) {
+  return {name, roundsPerTurn, [round](int rounds) -> std::chrono::nanoseconds {
+            TRC1_QUIET_FUNCTION("steps");
+            int values[points] = {};
+            const auto start = Clock::now();
+            for (int i = 0; i < rounds; ++i) {
+              round(trc1Scope, values);
+              benchmark::DoNotOptimize(values);
+            }
+            return Clock::now() - start;
+          }};
 }
 
-void eightStepsWithPointsOff(benchmark::State& state) {
-  measure(state, stepsWithPoints);
-}
-void eightStepsWithoutPoints(benchmark::State& state) {
-  measure(state, stepsWithoutPoints);
-}
-
-void openTracedFunction(benchmark::State& state) {
-  for (auto _ : state) {
+std::chrono::nanoseconds openTracedFunction(int times) {
+  const auto start = Clock::now();
+  for (int i = 0; i < times; ++i) {
     TRC1_FUNCTION("openTracedFunction");
     benchmark::DoNotOptimize(trc1Scope.on(TRC1_CLASS_DETAIL));
     TRC1_LEAVE();
   }
+  return Clock::now() - start;
 }
 
-BENCHMARK(eightStepsWithPointsOff);
-BENCHMARK(eightStepsWithoutPoints);
-BENCHMARK(openTracedFunction);
-
 }  // namespace
+
+int main(int argc, char** argv) {
+  Medians medians = runSides(argc, argv,
+                             {steps("8 steps with points", stepsWithPoints),
+                              steps("8 steps", stepsWithoutPoints),
+                              {"open a function", roundsPerTurn, openTracedFunction}});
+  printFigure("a trace point that is off, ns",
+              (medians["8 steps with points"] - medians["8 steps"]) / points);
+  printFigure("opening a traced function, ns", medians["open a function"]);
+}
