@@ -12,6 +12,8 @@ constexpr int turns = 20;  // in a repetition
 // Prints as usual and keeps the medians.
 class MedianReporter : public benchmark::ConsoleReporter {
  public:
+  MedianReporter() : ConsoleReporter(OO_None) {}
+
   void ReportRuns(const std::vector<Run>& runs) override {
     for (const Run& run : runs)
       if (run.aggregate_name == "median")
@@ -43,9 +45,8 @@ Medians runSides(int argc, char** argv, const std::vector<Side>& sides) {
         ->Repetitions(isQuick ? 3 : 15);
   char interleaving[] = "--benchmark_enable_random_interleaving=true";
   char aggregates[] = "--benchmark_display_aggregates_only=true";
-  char plain[] = "--benchmark_color=false";
-  char* arguments[] = {argv[0], interleaving, aggregates, plain};
-  int count = 4;
+  char* arguments[] = {argv[0], interleaving, aggregates};
+  int count = 3;
   benchmark::Initialize(&count, arguments);
   MedianReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
