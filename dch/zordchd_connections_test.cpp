@@ -51,7 +51,7 @@ TEST_F(ZordchdConnectionsTest, APeerThatBreaksOffInAMessageIsForgotten) {
 }
 
 TEST_F(ZordchdConnectionsTest, APeerThatIsGoneBeforeItsAnswerHoldsUpNobody) {
-  for (int i = 0; i < 100; ++i) {
+  for (int i = 0; i < 30; ++i) {
     StreamClient peer(port());
     peer.send(question());
     peer.breakOff();
@@ -67,11 +67,14 @@ TEST_F(ZordchdConnectionsTest, AMessageThatStallsHoldsUpEverybodyUntilItsConnect
   EXPECT_TRUE(isAnswer(stalling->ask(question())));
   stalling->send(registerMessage().substr(0, 20));
   UdpClient client(_server.port());
-  // The part of a message may come after the first question: no later one is answered.
-  client.send(question());
-  client.receive(momentMilliseconds);
-  client.send(question());
-  EXPECT_EQ(client.receive(momentMilliseconds), std::nullopt);
+  // Questions that come before the part of a message are answered.
+  int answered = 0;
+  for (bool isHeldUp = false; !isHeldUp && answered < 10;) {
+    client.send(question());
+    isHeldUp = !client.receive(momentMilliseconds);
+    if (!isHeldUp) ++answered;
+  }
+  EXPECT_LT(answered, 10);
   stalling.reset();
   EXPECT_TRUE(isAnswer(client.receive().value_or("")));
   EXPECT_EQ(_server.stop(SIGTERM), 0);
