@@ -1,7 +1,9 @@
 // Product settings when something fails in the middle of an update.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -60,6 +62,31 @@ TEST_F(ProductSettingsFailures, AFileThatCannotBePutInPlaceLeavesNothingBehind) 
   expectUnchanged();
 }
 
+// A file may grow to this size only, while it lives.
+class FileSizeLimit {
+ public:
+  explicit FileSizeLimit(rlim_t bytes) {
+    std::signal(SIGXFSZ, SIG_IGN);
+    getrlimit(RLIMIT_FSIZE, &_before);
+    const rlimit lowered{bytes, _before.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &lowered);
+  }
+  ~FileSizeLimit() { setrlimit(RLIMIT_FSIZE, &_before); }
+  FileSizeLimit(const FileSizeLimit&) = delete;
+  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+ private:
+  rlimit _before;
+};
+
+TEST_F(ProductSettingsFailures, AFileThatCannotBeWrittenWholeIsNotPutInPlace) {
+  {
+    const FileSizeLimit limit(4);
+    EXPECT_EQ(ZOR0_UpdateProductSpec(22, "2020"), 0);
+  }
+  expectUnchanged();
+}
+
 TEST_F(ProductSettingsFailures, AFileThatCannotBeSavedIsNotPutInPlace) {
   EXPECT_EQ(updateWith({SystemCall::synchronize, 1, EIO, EIO}), 0);
   expectUnchanged();
@@ -84,6 +111,26 @@ TEST_F(ProductSettingsFailures, AnUpdateIsNotDoneWhenItIsRefusedForWantOfMemory)
     std::ofstream(path()) << "22=1919\n";
   }
   EXPECT_GT(refused, 3);
+}
+
+TEST_F(ProductSettingsFailures, AQuestionHasItsWholeAnswerOrNoneForWantOfMemory) {
+  const std::string longName(100, 'Z');
+  std::ofstream(path()) << "3=" << longName << "\n";
+  int unanswered = 0;
+  for (int number = 1;; ++number) {
+    planFault({SystemCall::memory, number, ENOMEM, ENOMEM});
+    const char* text = nullptr;
+    {
+      const UnderTest underTest;
+      text = ZOR0_QueryProductSpec(3);
+    }
+    if (!faultHappened()) break;
+    if (text == nullptr)
+      ++unanswered;
+    else
+      EXPECT_EQ(text, longName) << "allocation " << number;
+  }
+  EXPECT_GT(unanswered, 0);
 }
 
 TEST_F(ProductSettingsFailures, AnErrorLineTellsWhatFailed) {
