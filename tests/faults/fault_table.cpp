@@ -19,7 +19,7 @@ std::vector<Failing> setsErrno(std::initializer_list<int> errors) {
 // may be any, or none.
 std::vector<Failing> leavesErrno(std::initializer_list<int> errors) {
   std::vector<Failing> failures = setsErrno(errors);
-  for (const int error : errors) failures.push_back({error, 0});
+  failures.push_back({*errors.begin(), 0});
   return failures;
 }
 
