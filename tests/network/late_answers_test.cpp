@@ -145,6 +145,7 @@ TEST_F(LateAnswersTest, AnAnswerToAnotherClientIsTakenWhenItsFormFits) {
   ZORA_Long handle = noHandle;
   EXPECT_EQ(goOnline(&handle), fieldMissing) << "a status without a handle";
   EXPECT_EQ(handle, noHandle);
+  _network.setFaults(noFaults());  // it uses the other client no more
 }
 
 }  // namespace
