@@ -115,6 +115,10 @@ bool isToFail(SystemCall call) {
   return true;
 }
 
+SystemCall plannedCall() {
+  return plan().fault.call;
+}
+
 int plannedError() {
   return plan().fault.error;
 }

@@ -76,7 +76,8 @@ bool isUnderTest();
 // Counts a call of a thread under test; whether it is the one to fail. Sets errno then.
 bool isToFail(SystemCall call);
 
-// The error that the planned fault reports.
+// What the planned fault fails, and the error that it reports.
+SystemCall plannedCall();
 int plannedError();
 
 // Keeps count of the mutexes held.
