@@ -58,11 +58,15 @@ Exchange buildAndSendRows() {
 }
 
 Exchange sendRowsToServer(int port, const std::string& source) {
+  return sendRows(goOnLine(port, "appl:BENCH,BEN;group:group;attr:attr,D,96;", source));
+}
+
+ZORA_Long goOnLine(int port, const std::string& registration, const std::string& source) {
   setenv("ZORA_DCH_ADDR", "127.0.0.1", 1);
   setenv("ZORA_DCH_PORT", std::to_string(port).c_str(), 1);
   ZORA_Long status = 1, handle = 0;
-  dp_register(&status, "appl:BENCH,BEN;group:group;attr:attr,D,96;");
+  dp_register(&status, registration.c_str());
   if (status == 0) dp_online(&status, &handle, "BENCH", "group", source.c_str());
   if (status != 0) throw std::runtime_error("the server does not take the registration");
-  return sendRows(handle);
+  return handle;
 }

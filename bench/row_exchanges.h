@@ -21,4 +21,8 @@ Exchange buildAndSendRows();
 // Goes on line at a real server first, with a source of its own; the group is "group" of "BENCH".
 Exchange sendRowsToServer(int port, const std::string& source);
 
+// Makes the server at that port this process's DCH and brings a source of the group "group" of
+// "BENCH" on line. Returns its handle; throws when the server refuses.
+ZORA_Long goOnLine(int port, const std::string& registration, const std::string& source);
+
 #endif  // BENCH_ROW_EXCHANGES_H

@@ -2,12 +2,9 @@
 // subscribers of its own group, attributes in it. Each is measured in turns with bare round trips.
 // Prints lines "CURVE,COUNT,COST" (COST is the median, over bare).
 //   scaling_bench [TURNS]: 25 turns of each side at each point
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -108,14 +105,10 @@ void measureSubscribers(ExchangeClient* bare) {
 }
 
 Exchange sendRowOf(int port, int attributes) {
-  setenv("ZORA_DCH_PORT", std::to_string(port).c_str(), 1);
   std::string registration = "appl:BENCH,BEN;group:group;";
   for (int i = 0; i < maximumAttributes; ++i)
     registration += "attr:attribute" + std::to_string(i) + ",N,4;";
-  ZORA_Long status = 1, handle = 0;
-  dp_register(&status, registration.c_str());
-  if (status == 0) dp_online(&status, &handle, "BENCH", "group", "host");
-  if (status != 0) throw std::runtime_error("the server does not take the registration");
+  const ZORA_Long handle = goOnLine(port, registration, "host");
   return {[] {},
           [=] {
             char* row = nullptr;
