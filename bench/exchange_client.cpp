@@ -61,6 +61,7 @@ ExchangeClient::ExchangeClient(const std::function<Exchange()>& connect) {
 }
 
 ExchangeClient::~ExchangeClient() {
+  _process.reset();  // before it sees that nobody commands it any more, and complains
   close(_commands);
 }
 
