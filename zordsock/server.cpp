@@ -1,12 +1,14 @@
 // The server's receive loop. It runs on the receiver thread, the only one that touches the
 // connection table, and puts every whole message and every connection event into the queue.
-#include <arpa/inet.h>
+#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cerrno>
+#include <charconv>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -52,16 +54,24 @@ class ReceiveLoop {
   std::array<sockaddr_in, MAX_TCP_CLIENTS> _peers{};
 };
 
-// The dotted address of a sender.
+// The dotted address of a sender. Made for every datagram, so without inet_ntop, which formats with
+// sprintf.
 class SenderName {
  public:
   explicit SenderName(const sockaddr_in& sender) {
-    inet_ntop(AF_INET, &sender.sin_addr, _text, sizeof _text);
+    const auto bytes = std::bit_cast<std::array<unsigned char, sizeof(in_addr)>>(sender.sin_addr);
+    constexpr int digitsOfByte = 3;
+    char* end = _text;
+    for (const unsigned char byte : bytes) {
+      end = std::to_chars(end, end + digitsOfByte, byte).ptr;
+      *end++ = '.';
+    }
+    end[-1] = '\0';
   }
   const char* text() const { return _text; }
 
  private:
-  char _text[INET_ADDRSTRLEN] = "";
+  char _text[INET_ADDRSTRLEN];
 };
 
 void ReceiveLoop::start() {
