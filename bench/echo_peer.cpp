@@ -5,29 +5,55 @@
 
 #include <cstdlib>
 #include <string>
+#include <thread>
 
+#include "bench/datagram_queue.h"
 #include "zordchcl/messages.h"
 
 namespace {
 
-[[noreturn]] void answerForever(int socket) {
+std::string goodStatus() {
   char answer[64];
   DCH_MessageBuilder builder(answer, sizeof answer);
   builder.add(DCH_status, ZORA_Long{0});
-  const auto answerSize = static_cast<std::size_t>(builder.length());
+  return std::string(answer, static_cast<std::size_t>(builder.length()));
+}
+
+void sendAnswer(int socket, const std::string& answer, const sockaddr_in& receiver) {
+  sendto(socket, answer.data(), answer.size(), 0, reinterpret_cast<const sockaddr*>(&receiver),
+         sizeof receiver);
+}
+
+[[noreturn]] void answerForever(int socket) {
+  const std::string answer = goodStatus();
   char request[8192];
   for (;;) {
     sockaddr_in sender;
     socklen_t senderLength = sizeof sender;
-    auto* const senderAddress = reinterpret_cast<sockaddr*>(&sender);
-    if (recvfrom(socket, request, sizeof request, 0, senderAddress, &senderLength) > 0)
-      sendto(socket, answer, answerSize, 0, senderAddress, sizeof sender);
+    if (recvfrom(socket, request, sizeof request, 0, reinterpret_cast<sockaddr*>(&sender),
+                 &senderLength) > 0)
+      sendAnswer(socket, answer, sender);
+  }
+}
+
+[[noreturn]] void answerFromQueue(int socket) {
+  const std::string answer = goodStatus();
+  DatagramQueue queue;
+  std::thread([&] { queue.receiveFrom(socket); }).detach();
+  Datagram request;
+  for (;;) {
+    queue.take(&request);
+    sendAnswer(socket, answer, request.sender);
   }
 }
 
 }  // namespace
 
-EchoPeer::EchoPeer() : _process([this] { answerForever(_socket.descriptor()); }) {}
+EchoPeer::EchoPeer(Threads threads)
+    : _process([this, threads] {
+        if (threads == Threads::two) answerFromQueue(_socket.descriptor());
+        answerForever(_socket.descriptor());
+      }) {}
 
 void EchoPeer::becomeDch() const {
   setenv("ZORA_DCH_ADDR", "127.0.0.1", 1);

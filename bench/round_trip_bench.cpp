@@ -1,7 +1,11 @@
 // What a request costs: the round trip of dp_data, of a whole row, of dp_data through zordchd, of
-// the same exchange over messaging libraries, and of bare system calls.
+// the same exchange over messaging libraries, and of bare system calls; with both ends on one core,
+// which shows what each of them computes, and on two, which is what happens between machines.
 #include <cstdlib>
+#include <list>
+#include <string>
 
+#include "bench/cores.h"
 #include "bench/echo_peer.h"
 #include "bench/messaging_peers.h"
 #include "bench/row_exchanges.h"
@@ -10,10 +14,30 @@
 
 namespace {
 
-Side sideOf(const char* name, ExchangeClient* client) {
-  constexpr int tripsPerTurn = 250;
-  return {name, tripsPerTurn, [client](int roundTrips) { return client->run(roundTrips); }};
-}
+// The clients of all comparisons and the sides that they make.
+class Clients {
+ public:
+  // Starts one client on each core.
+  void add(const std::string& name, const std::function<Exchange()>& connect) {
+    add("one core, " + name, answeringCore, connect);
+    add("two cores, " + name, askingCore, connect);
+  }
+  const std::vector<Side>& sides() const { return _sides; }
+
+ private:
+  void add(const std::string& name, int core, const std::function<Exchange()>& connect) {
+    ExchangeClient& client = _clients.emplace_back([&] {
+      runOnCore(core);
+      return connect();
+    });
+    constexpr int tripsPerTurn = 250;
+    _sides.push_back(
+        {name, tripsPerTurn, [&client](int roundTrips) { return client.run(roundTrips); }});
+  }
+
+  std::list<ExchangeClient> _clients;
+  std::vector<Side> _sides;
+};
 
 // dp_data with every trace class on, into a file.
 Exchange sendTracedRows() {
@@ -22,35 +46,41 @@ Exchange sendTracedRows() {
   return sendRows(1);
 }
 
+void printFigures(const std::string& cores, const Medians& medians) {
+  const auto time = [&](const char* name) { return medians.at(cores + ", " + name); };
+  const auto print = [&](const char* name, double value) {
+    printFigure("round trip on " + cores + ", " + name, value);
+  };
+  print("bare, us", time("bare") / 1000);
+  print("dp_data / bare", time("dp_data") / time("bare"));
+  print("row of 8 attributes / bare", time("row of 8") / time("bare"));
+  print("zordchd / bare", time("zordchd") / time("bare"));
+  print("zordchd / ZeroMQ", time("zordchd") / time("ZeroMQ"));
+  print("zordchd / nng", time("zordchd") / time("nng"));
+  print("zordchd / NATS", time("zordchd") / time("NATS"));
+  print("traced at 0xff / bare", time("traced") / time("bare"));
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  runOnCore(answeringCore);
   const EchoPeer echo;
   echo.becomeDch();
   const dch::testkit::ServerProcess server;
   const ZeroMqPeer zeroMq;
   const NngPeer nng;
   const NatsPeer nats;
-  ExchangeClient bare([&] { return exchangeBare(echo.address()); });
-  ExchangeClient row([] { return sendRows(1); });
-  ExchangeClient wholeRow(buildAndSendRows);
-  ExchangeClient tracedRow(sendTracedRows);
-  ExchangeClient serverRow([&] { return sendRowsToServer(server.port(), "host"); });
-  ExchangeClient zeroMqClient([&] { return zeroMq.connect(); });
-  ExchangeClient nngClient([&] { return nng.connect(); });
-  ExchangeClient natsClient([&] { return nats.connect(); });
-  Medians medians = runSides(
-      argc, argv,
-      {sideOf("bare", &bare), sideOf("dp_data", &row), sideOf("row of 8", &wholeRow),
-       sideOf("traced", &tracedRow), sideOf("zordchd", &serverRow), sideOf("ZeroMQ", &zeroMqClient),
-       sideOf("nng", &nngClient), sideOf("NATS", &natsClient)});
-  const double bareTime = medians["bare"];
-  printFigure("round trip, bare, us", bareTime / 1000);
-  printFigure("round trip, dp_data / bare", medians["dp_data"] / bareTime);
-  printFigure("round trip, row of 8 attributes / bare", medians["row of 8"] / bareTime);
-  printFigure("round trip, zordchd / bare", medians["zordchd"] / bareTime);
-  printFigure("round trip, zordchd / ZeroMQ", medians["zordchd"] / medians["ZeroMQ"]);
-  printFigure("round trip, zordchd / nng", medians["zordchd"] / medians["nng"]);
-  printFigure("round trip, zordchd / NATS", medians["zordchd"] / medians["NATS"]);
-  printFigure("round trip, traced at 0xff / bare", medians["traced"] / bareTime);
+  Clients clients;
+  clients.add("bare", [&] { return exchangeBare(echo.address()); });
+  clients.add("dp_data", [] { return sendRows(1); });
+  clients.add("row of 8", buildAndSendRows);
+  clients.add("traced", sendTracedRows);
+  clients.add("zordchd", [&] { return sendRowsToServer(server.port(), "host"); });
+  clients.add("ZeroMQ", [&] { return zeroMq.connect(); });
+  clients.add("nng", [&] { return nng.connect(); });
+  clients.add("NATS", [&] { return nats.connect(); });
+  const Medians medians = runSides(argc, argv, clients.sides());
+  printFigures("two cores", medians);
+  printFigures("one core", medians);
 }

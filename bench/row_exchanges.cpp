@@ -16,24 +16,24 @@ constexpr short sampleType = 17;
 
 }  // namespace
 
+bool roundTripBare(int socket, const sockaddr_in& peer) {
+  constexpr char request[requestSize] = {};
+  sendto(socket, request, requestSize, 0, reinterpret_cast<const sockaddr*>(&peer), sizeof peer);
+  fd_set readable;
+  FD_ZERO(&readable);
+  FD_SET(socket, &readable);
+  timeval wait{30, 0};
+  select(socket + 1, &readable, nullptr, nullptr, &wait);
+  char answer[8192];
+  sockaddr_in sender;
+  socklen_t senderLength = sizeof sender;
+  return recvfrom(socket, answer, sizeof answer, 0, reinterpret_cast<sockaddr*>(&sender),
+                  &senderLength) == answerSize;
+}
+
 Exchange exchangeBare(const sockaddr_in& peer) {
   const int client = socket(AF_INET, SOCK_DGRAM, 0);
-  return {[] { delete[] buildRow(); },
-          [client, peer] {
-            constexpr char request[requestSize] = {};
-            sendto(client, request, requestSize, 0, reinterpret_cast<const sockaddr*>(&peer),
-                   sizeof peer);
-            fd_set readable;
-            FD_ZERO(&readable);
-            FD_SET(client, &readable);
-            timeval wait{30, 0};
-            select(client + 1, &readable, nullptr, nullptr, &wait);
-            char answer[8192];
-            sockaddr_in sender;
-            socklen_t senderLength = sizeof sender;
-            return recvfrom(client, answer, sizeof answer, 0, reinterpret_cast<sockaddr*>(&sender),
-                            &senderLength) == answerSize;
-          }};
+  return {[] { delete[] buildRow(); }, [client, peer] { return roundTripBare(client, peer); }};
 }
 
 Exchange sendRows(ZORA_Long handle) {

@@ -11,7 +11,9 @@
 
 // All but the first are for a process whose DCH is set.
 
-// Nothing but system calls. A row is built before each all the same, so that the peer waits as long
+// Nothing but system calls: sends as many bytes as a row has, and waits for an answer.
+bool roundTripBare(int socket, const sockaddr_in& peer);
+// The same as an exchange. A row is built before each all the same, so that the peer waits as long
 // as it does for the library.
 Exchange exchangeBare(const sockaddr_in& peer);
 // dp_data with a row that stands ready.

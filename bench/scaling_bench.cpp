@@ -1,5 +1,6 @@
 // What a row costs as there is more of something: sources on line, subscriptions to other groups,
 // subscribers of its own group, attributes in it. Each is measured in turns with bare round trips.
+// Everything is on one core, where nothing hides what is computed.
 // Prints lines "CURVE,COUNT,COST" (COST is the median, over bare).
 //   scaling_bench [TURNS]: 25 turns of each side at each point
 #include <algorithm>
@@ -9,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/cores.h"
 #include "bench/datagram_sockets.h"
 #include "bench/echo_peer.h"
 #include "bench/process_memory.h"
@@ -137,6 +139,7 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "usage: scaling_bench [TURNS]\n");
     return 64;
   }
+  runOnCore(answeringCore);
   const EchoPeer echo;
   echo.becomeDch();
   ExchangeClient bare([&] { return exchangeBare(echo.address()); });

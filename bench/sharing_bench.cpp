@@ -1,16 +1,21 @@
 // What it costs to share the pool: 16 threads of a process that has 4 sockets against 4 threads
 // that have as many. All of them send rows to the same peer; the latencies include the wait for a
-// socket.
+// socket. The same again with bare system calls and a bare pool, which is what sharing costs at
+// least.
+#include <array>
+#include <condition_variable>
 #include <cstdlib>
+#include <memory>
+#include <mutex>
 #include <thread>
 #include <vector>
 
+#include "bench/datagram_sockets.h"
 #include "bench/echo_peer.h"
-#include "bench/exchange_client.h"
 #include "bench/latencies.h"
+#include "bench/row_exchanges.h"
 #include "bench/shared_memory.h"
 #include "bench/sides.h"
-#include "zordchcl/zordchcl.h"
 
 namespace {
 
@@ -23,32 +28,76 @@ constexpr int requestsPerTurn = 4000;  // of all threads together
 
 using LatenciesOfThreads = std::array<Latencies, sharingThreads>;
 
-void sendRows(int rows, Latencies* latencies) {
+class BarePool {
+ public:
+  bool roundTrip(const sockaddr_in& peer) {
+    const DatagramSocket* const socket = take();
+    const bool good = roundTripBare(socket->descriptor(), peer);
+    giveBack(socket);
+    return good;
+  }
+
+ private:
+  const DatagramSocket* take() {
+    std::unique_lock lock(_mutex);
+    _freed.wait(lock, [this] { return !_free.empty(); });
+    const DatagramSocket* const socket = _free.back();
+    _free.pop_back();
+    return socket;
+  }
+  void giveBack(const DatagramSocket* socket) {
+    {
+      const std::lock_guard lock(_mutex);
+      _free.push_back(socket);
+    }
+    _freed.notify_one();
+  }
+
+  const std::array<DatagramSocket, sockets> _sockets;
+  std::mutex _mutex;
+  std::condition_variable _freed;
+  std::vector<const DatagramSocket*> _free{&_sockets[0], &_sockets[1], &_sockets[2], &_sockets[3]};
+};
+
+void sendRows(int rows, const Exchange& exchange, Latencies* latencies) {
   for (int i = 0; i < rows; ++i) {
-    char* row = buildRow();
-    ZORA_Long status = 1;
-    constexpr short sampleType = 17;
+    exchange.prepare();
     const auto start = Clock::now();
-    if (dp_data(&status, 1, sampleType, &row) != 0 || status != 0) std::_Exit(1);
+    if (!exchange.roundTrip()) std::_Exit(1);
     latencies->add(Microseconds(Clock::now() - start).count());
   }
 }
 
-// One round trip of this exchange is a turn of all threads.
-Exchange exchangeOf(int threads, LatenciesOfThreads* latencies) {
-  setenv("ZORA_DCH_UDP_SOCKETS_IN_POOL", std::to_string(sockets).c_str(), 1);
-  return {[] {},
-          [=] {
-            std::vector<std::jthread> running;
-            for (int i = 0; i < threads; ++i)
-              running.emplace_back(sendRows, requestsPerTurn / threads,
-                                   &(*latencies)[static_cast<std::size_t>(i)]);
-            return true;
-          }};
+// A client one round trip of which is a turn of all its threads, each of which makes an exchange of
+// its own.
+std::unique_ptr<ExchangeClient> startThreads(int threads, LatenciesOfThreads* latencies,
+                                             const std::function<Exchange()>& exchangeOfThread) {
+  return std::make_unique<ExchangeClient>([&]() -> Exchange {
+    setenv("ZORA_DCH_UDP_SOCKETS_IN_POOL", std::to_string(sockets).c_str(), 1);
+    return {[] {},
+            [=] {
+              std::vector<std::jthread> running;
+              for (int i = 0; i < threads; ++i)
+                running.emplace_back(sendRows, requestsPerTurn / threads, exchangeOfThread(),
+                                     &(*latencies)[static_cast<std::size_t>(i)]);
+              return true;
+            }};
+  });
 }
 
-Side sideOf(const char* name, ExchangeClient* client) {
-  return {name, requestsPerTurn, [client](int) { return client->run(1); }};
+Side sideOf(const char* name, ExchangeClient& client) {
+  return {name, requestsPerTurn, [&client](int) { return client.run(1); }};
+}
+
+float worstSpread(const LatenciesOfThreads& latenciesOfThreads) {
+  float worst = 0;
+  for (const Latencies& latencies : latenciesOfThreads) {
+    LatencySummary thread;
+    thread.add(latencies);
+    const float p50 = thread.quantile(0.5), p99 = thread.quantile(0.99);
+    worst = std::max(worst, p99 / p50);
+  }
+  return worst;
 }
 
 }  // namespace
@@ -56,20 +105,24 @@ Side sideOf(const char* name, ExchangeClient* client) {
 int main(int argc, char** argv) {
   const EchoPeer echo;
   echo.becomeDch();
-  const SharedMemory<LatenciesOfThreads> own, shared;
-  ExchangeClient ownClient([&] { return exchangeOf(sockets, &*own); });
-  ExchangeClient sharingClient([&] { return exchangeOf(sharingThreads, &*shared); });
-  Medians medians = runSides(argc, argv,
-                             {sideOf("4 threads, 4 sockets", &ownClient),
-                              sideOf("16 threads, 4 sockets", &sharingClient)});
+  const auto library = [] { return ::sendRows(1); };
+  const auto withBarePool = [&echo] {
+    return [&echo, pool = std::make_shared<BarePool>()]() -> Exchange {
+      return {[] { delete[] buildRow(); }, [=, &echo] { return pool->roundTrip(echo.address()); }};
+    };
+  };
+  const SharedMemory<LatenciesOfThreads> unused, shared;
+  const auto own4 = startThreads(sockets, &*unused, library);
+  const auto shared4 = startThreads(sharingThreads, &*shared, library);
+  const auto bareOwn4 = startThreads(sockets, &*unused, withBarePool());
+  const auto bareShared4 = startThreads(sharingThreads, &*unused, withBarePool());
+  Medians medians =
+      runSides(argc, argv,
+               {sideOf("4 threads", *own4), sideOf("16 threads", *shared4),
+                sideOf("4 threads, bare", *bareOwn4), sideOf("16 threads, bare", *bareShared4)});
   printFigure("requests/s, 16 threads on 4 sockets / 4 threads",
-              medians["4 threads, 4 sockets"] / medians["16 threads, 4 sockets"]);
-  float worst = 0;
-  for (const Latencies& latencies : *shared) {
-    LatencySummary thread;
-    thread.add(latencies);
-    const float p50 = thread.quantile(0.5), p99 = thread.quantile(0.99);
-    worst = std::max(worst, p99 / p50);
-  }
-  printFigure("p99 / p50 of the thread that waits the longest", worst);
+              medians["4 threads"] / medians["16 threads"]);
+  printFigure("requests/s, 16 threads on a bare pool of 4 sockets / 4 threads",
+              medians["4 threads, bare"] / medians["16 threads, bare"]);
+  printFigure("p99 / p50 of the thread that waits the longest", worstSpread(*shared));
 }

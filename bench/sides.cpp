@@ -53,6 +53,6 @@ Medians runSides(int argc, char** argv, const std::vector<Side>& sides) {
   return reporter.medians();
 }
 
-void printFigure(const char* label, double value) {
-  std::printf("= %s: %.3g\n", label, value);
+void printFigure(const std::string& label, double value) {
+  std::printf("= %s: %.3g\n", label.c_str(), value);
 }

@@ -24,6 +24,6 @@ using Medians = std::map<std::string, double>;
 Medians runSides(int argc, char** argv, const std::vector<Side>& sides);
 
 // Prints a figure for the page of figures: "= LABEL: VALUE".
-void printFigure(const char* label, double value);
+void printFigure(const std::string& label, double value);
 
 #endif  // BENCH_SIDES_H

@@ -4,12 +4,15 @@
 #include <sys/epoll.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <list>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "bench/datagram_queue.h"
 #include "bench/datagram_sockets.h"
 #include "bench/echo_peer.h"
 #include "bench/port_channel.h"
@@ -28,7 +31,7 @@ constexpr int providers = 8;
 constexpr int subscribers = 100;
 // Datagrams under way to one socket, at most: with these a receive buffer of the default size has
 // room to spare, so nothing is ever lost.
-constexpr std::uint64_t window = 64;
+constexpr int window = 64;
 
 std::string row() {
   const std::unique_ptr<char[]> bytes(buildRow());
@@ -62,6 +65,16 @@ class Providers {
   for (;;)
     if (recvfrom(descriptor, datagram.data(), datagram.size(), 0, nullptr, nullptr) > 0)
       count->add();
+}
+
+[[noreturn]] void countFromQueue(int descriptor, SharedCount* count) {
+  DatagramQueue queue;
+  std::thread([&] { queue.receiveFrom(descriptor); }).detach();
+  Datagram datagram;
+  for (;;) {
+    queue.take(&datagram);
+    count->add();
+  }
 }
 
 // What a program on the server's half of the channel does, and nothing else.
@@ -113,17 +126,17 @@ class Subscribers {
     _process.emplace([this] { count(); });
   }
 
-  // `publish` sends one row to each.
-  std::chrono::nanoseconds run(int deliveries, const std::function<void()>& publish) {
-    const std::uint64_t before = _received.value();
+  // `publish` sends that many rows to each.
+  std::chrono::nanoseconds run(int deliveries, const std::function<void(int rows)>& publish) {
+    constexpr int rowsAtOnce = window / 2;
+    constexpr std::uint64_t deliveriesAtOnce = rowsAtOnce * subscribers;
+    const std::uint64_t end = _received.value() + static_cast<std::uint64_t>(deliveries);
     const auto start = Clock::now();
-    for (int sent = 0; sent < deliveries; sent += subscribers) {
-      const auto underWay = window * subscribers;
-      if (static_cast<std::uint64_t>(sent) >= underWay)
-        _received.waitFor(before + static_cast<std::uint64_t>(sent) - underWay + 1);
-      publish();
+    for (std::uint64_t sent = _received.value(); sent < end; sent += deliveriesAtOnce) {
+      _received.waitFor(sent - std::min(sent, deliveriesAtOnce));
+      publish(rowsAtOnce);
     }
-    _received.waitFor(before + static_cast<std::uint64_t>(deliveries));
+    _received.waitFor(end);
     return Clock::now() - start;
   }
 
@@ -155,16 +168,22 @@ class Subscribers {
 }  // namespace
 
 int main(int argc, char** argv) {
+  const auto toEcho = [](int) { return sendRows(1); };
   const EchoPeer echo;
   echo.becomeDch();
-  Providers bareProviders([](int) { return sendRows(1); });
+  Providers bareProviders(toEcho);
+  const EchoPeer queueEcho(EchoPeer::Threads::two);
+  queueEcho.becomeDch();
+  Providers queueProviders(toEcho);
   const dch::testkit::ServerProcess server;
   Providers serverProviders(
       [&](int number) { return sendRowsToServer(server.port(), "host" + std::to_string(number)); });
 
-  const DatagramSocket bareReceiver;
-  SharedCount bareCount, serverCount;
+  const DatagramSocket bareReceiver, queueReceiver;
+  SharedCount bareCount, queueCount, serverCount;
   const ChildProcess bareCounting([&] { countDatagrams(bareReceiver.descriptor(), &bareCount); });
+  const ChildProcess queueCounting(
+      [&] { countFromQueue(queueReceiver.descriptor(), &queueCount); });
   std::optional<ChildProcess> serverCounting;
   const sockaddr_in serverHalf = loopbackAddress(startOnPort(
       &serverCounting, [&](const auto& tellPort) { countMessages(tellPort, &serverCount); }));
@@ -182,31 +201,39 @@ int main(int argc, char** argv) {
   serverSubscribers.startCounting();
   const DatagramSocket sender;
   const std::string bytes = row();
-  const auto pushBare = [&] {
-    for (const DatagramSocket& socket : bareSubscribers.sockets())
-      sender.sendTo(socket.address(), bytes);
+  const auto pushBare = [&](int rows) {
+    for (int row = 0; row < rows; ++row)
+      for (const DatagramSocket& socket : bareSubscribers.sockets())
+        sender.sendTo(socket.address(), bytes);
   };
 
   constexpr int rowsPerTurn = 4000;
   constexpr int datagramsPerTurn = 10'000;
-  constexpr int deliveriesPerTurn = 100 * subscribers;
+  constexpr int deliveriesPerTurn = 320 * subscribers;  // a multiple of what is sent at once
   Medians medians = runSides(
       argc, argv,
       {{"8 providers, bare", rowsPerTurn, [&](int rows) { return bareProviders.run(rows); }},
+       {"8 providers, bare queue", rowsPerTurn, [&](int rows) { return queueProviders.run(rows); }},
        {"8 providers, zordchd", rowsPerTurn, [&](int rows) { return serverProviders.run(rows); }},
        {"datagrams, bare", datagramsPerTurn,
         [&](int datagrams) { return sendTo(bareReceiver.address(), bareCount, datagrams); }},
+       {"datagrams, bare queue", datagramsPerTurn,
+        [&](int datagrams) { return sendTo(queueReceiver.address(), queueCount, datagrams); }},
        {"datagrams, server half", datagramsPerTurn,
         [&](int datagrams) { return sendTo(serverHalf, serverCount, datagrams); }},
        {"push to 100, bare", deliveriesPerTurn,
         [&](int deliveries) { return bareSubscribers.run(deliveries, pushBare); }},
        {"push to 100, zordchd", deliveriesPerTurn, [&](int deliveries) {
-          return serverSubscribers.run(deliveries, [&] { provider.run(1); });
+          return serverSubscribers.run(deliveries, [&](int rows) { provider.run(rows); });
         }}});
   printFigure("rows/s of 8 providers, zordchd / bare",
               medians["8 providers, bare"] / medians["8 providers, zordchd"]);
+  printFigure("rows/s of 8 providers, bare with a queue / bare",
+              medians["8 providers, bare"] / medians["8 providers, bare queue"]);
   printFigure("datagrams/s, server half / bare",
               medians["datagrams, bare"] / medians["datagrams, server half"]);
+  printFigure("datagrams/s, bare with a queue / bare",
+              medians["datagrams, bare"] / medians["datagrams, bare queue"]);
   printFigure("rows/s pushed to 100, zordchd / bare",
               medians["push to 100, bare"] / medians["push to 100, zordchd"]);
 }

@@ -1,0 +1,15 @@
+// cores.h: which core a side of a comparison runs on. Left to itself the system now runs both ends
+// of a round trip on one core, and now on two; where an idle core has to be woken for every message
+// that is ten times slower, so a comparison says which of the two it is.
+#ifndef BENCH_CORES_H
+#define BENCH_CORES_H
+
+// The core of those who answer, and of a client beside them.
+constexpr int answeringCore = 1;
+// The core of a client apart from them.
+constexpr int askingCore = 0;
+
+// Keeps this process, and those it starts from now on, on that core. Throws where there is none.
+void runOnCore(int core);
+
+#endif  // BENCH_CORES_H
