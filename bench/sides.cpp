@@ -7,8 +7,6 @@
 
 namespace {
 
-constexpr int turns = 20;  // in a repetition
-
 // Prints as usual and keeps the medians.
 class MedianReporter : public benchmark::ConsoleReporter {
  public:
@@ -41,7 +39,7 @@ Medians runSides(int argc, char** argv, const std::vector<Side>& sides) {
     benchmark::RegisterBenchmark(side.name.c_str(),
                                  [&side](benchmark::State& state) { measure(state, side); })
         ->UseManualTime()
-        ->Iterations(turns)
+        ->Iterations(isQuick ? 12 : 20)
         ->Repetitions(isQuick ? 3 : 15);
   char interleaving[] = "--benchmark_enable_random_interleaving=true";
   char aggregates[] = "--benchmark_display_aggregates_only=true";
@@ -54,5 +52,5 @@ Medians runSides(int argc, char** argv, const std::vector<Side>& sides) {
 }
 
 void printFigure(const std::string& label, double value) {
-  std::printf("= %s: %.3g\n", label.c_str(), value);
+  std::printf(value < 1000 ? "= %s: %.3g\n" : "= %s: %.0f\n", label.c_str(), value);
 }

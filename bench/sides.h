@@ -20,7 +20,7 @@ struct Side {
 using Medians = std::map<std::string, double>;
 
 // Runs the sides in turns and shows what Google Benchmark makes of them. With the argument --quick
-// it takes a fifth of the time.
+// it takes an eighth of the time.
 Medians runSides(int argc, char** argv, const std::vector<Side>& sides);
 
 // Prints a figure for the page of figures: "= LABEL: VALUE".

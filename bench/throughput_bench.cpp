@@ -226,14 +226,18 @@ int main(int argc, char** argv) {
        {"push to 100, zordchd", deliveriesPerTurn, [&](int deliveries) {
           return serverSubscribers.run(deliveries, [&](int rows) { provider.run(rows); });
         }}});
+  const auto perSecond = [&](const char* side) { return 1e9 / medians[side]; };
+  printFigure("rows/s of 8 providers, zordchd", perSecond("8 providers, zordchd"));
   printFigure("rows/s of 8 providers, zordchd / bare",
               medians["8 providers, bare"] / medians["8 providers, zordchd"]);
   printFigure("rows/s of 8 providers, bare with a queue / bare",
               medians["8 providers, bare"] / medians["8 providers, bare queue"]);
+  printFigure("datagrams/s, server half", perSecond("datagrams, server half"));
   printFigure("datagrams/s, server half / bare",
               medians["datagrams, bare"] / medians["datagrams, server half"]);
   printFigure("datagrams/s, bare with a queue / bare",
               medians["datagrams, bare"] / medians["datagrams, bare queue"]);
+  printFigure("rows/s pushed to 100, zordchd", perSecond("push to 100, zordchd"));
   printFigure("rows/s pushed to 100, zordchd / bare",
               medians["push to 100, bare"] / medians["push to 100, zordchd"]);
 }

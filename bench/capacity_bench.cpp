@@ -1,0 +1,103 @@
+// What one server carries: the processor time that a row takes of zordchd, when rows come as fast
+// as 8 providers can send them and when each of them sends a hundred a second; and how many rows
+// that come at the same moment are all acknowledged.
+//   capacity_bench [--quick]
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <cstring>
+#include <ctime>
+#include <list>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+#include "bench/datagram_sockets.h"
+#include "bench/row_exchanges.h"
+#include "bench/sides.h"
+#include "dch/testkit/clients.h"
+#include "dch/testkit/messages.h"
+#include "dch/testkit/server_process.h"
+
+namespace {
+
+using dch::testkit::ServerProcess;
+
+constexpr int providers = 8;
+constexpr int stepOfRows = 10;
+constexpr std::size_t valueSize = 80;  // makes the row as long as those of the other benchmarks
+
+double cpuMicroseconds(pid_t process) {
+  clockid_t clock;
+  timespec time;
+  if (clock_getcpuclockid(process, &clock) != 0 || clock_gettime(clock, &time) != 0)
+    throw std::runtime_error("the processor time of zordchd cannot be read");
+  return static_cast<double>(time.tv_sec) * 1e6 + static_cast<double>(time.tv_nsec) / 1e3;
+}
+
+// The server's processor time for a row of theirs; each pauses before each of its rows.
+double costOfRow(std::chrono::milliseconds pause, int rowsOfEach) {
+  const ServerProcess server;
+  std::list<ExchangeClient> clients;
+  for (int i = 0; i < providers; ++i)
+    clients.emplace_back([&] {
+      Exchange exchange = sendRowsToServer(server.port(), "host" + std::to_string(i));
+      exchange.prepare = [prepare = exchange.prepare, pause] {
+        std::this_thread::sleep_for(pause);
+        prepare();
+      };
+      return exchange;
+    });
+  for (ExchangeClient& client : clients) client.run(1);  // everybody is on line
+  const double before = cpuMicroseconds(server.processId());
+  for (ExchangeClient& client : clients) client.start(rowsOfEach);
+  for (ExchangeClient& client : clients) client.finish();
+  return (cpuMicroseconds(server.processId()) - before) / (providers * rowsOfEach);
+}
+
+// The row of a source that is on line now.
+std::string rowOfNewSource(int port) {
+  using namespace dch::testkit;
+  UdpClient client(port);
+  client.ask(registerMessage("appl:BENCH,BEN;group:group;attr:attr,D,96;", "BENCH", "BEN"));
+  const auto answer = onlineAnswerOf(client.ask(onlineMessage("BENCH", "group", "host")));
+  if (!answer || answer->status != 0) throw std::runtime_error("a source cannot go on line");
+  return dataMessage(answer->handle, {{"attr", 'D', std::string(valueSize, 'x')}});
+}
+
+// Sends that many rows at once; whether all are acknowledged.
+bool allAreAcknowledged(int rows, const std::string& row, const sockaddr_in& server) {
+  const DatagramSocket client;
+  const int room = 4 << 20;  // the answers must not be what is lost
+  setsockopt(client.descriptor(), SOL_SOCKET, SO_RCVBUF, &room, sizeof room);
+  for (int i = 0; i < rows; ++i) client.sendTo(server, row);
+  pollfd readable{client.descriptor(), POLLIN, 0};
+  constexpr int silenceMilliseconds = 200;
+  for (int acknowledged = 0; acknowledged < rows; ++acknowledged) {
+    char answer[64];
+    if (poll(&readable, 1, silenceMilliseconds) <= 0 ||
+        recv(client.descriptor(), answer, sizeof answer, 0) != answerSize)
+      return false;
+  }
+  return true;
+}
+
+// The largest number of rows, in steps of 10, that were all acknowledged in each of the tries.
+int rowsAtOnce(int tries) {
+  const ServerProcess server;
+  const std::string row = rowOfNewSource(server.port());
+  for (int rows = stepOfRows;; rows += stepOfRows)
+    for (int i = 0; i < tries; ++i)
+      if (!allAreAcknowledged(rows, row, loopbackAddress(server.port()))) return rows - stepOfRows;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const bool isQuick = argc > 1 && std::strcmp(argv[1], "--quick") == 0;
+  printFigure("processor time of zordchd for a row at full rate, us",
+              costOfRow(std::chrono::milliseconds(0), isQuick ? 4000 : 40'000));
+  printFigure("processor time of zordchd for a row, 100 a second from each of 8 providers, us",
+              costOfRow(std::chrono::milliseconds(10), isQuick ? 200 : 1000));
+  printFigure("rows at the same moment, all acknowledged", rowsAtOnce(isQuick ? 3 : 20));
+}
