@@ -22,7 +22,7 @@ static bool sendRow() {
   FD_ZERO(&readable);
   FD_SET(client, &readable);
   timeval wait{30, 0};
-  select(client + 1, &readable, nullptr, nullptr, &wait);
+  if (select(client + 1, &readable, nullptr, nullptr, &wait) != 1) return false;
   return recv(client, message, sizeof message, 0) > 0;
 }
 #else

@@ -148,6 +148,7 @@ int main(int argc, char** argv) {
     quiet.push_back(without.p99);
     busy.push_back(with.p99);
   }
+  require(attrs.value() > 0, "asking beside the providers");
   std::printf("answered: %d times apps, %d times attrs\n", static_cast<int>(apps.value()),
               static_cast<int>(attrs.value()));
   printFigure("p99 of 8 providers, with catalogue questions / without",

@@ -23,7 +23,7 @@ bool roundTripBare(int socket, const sockaddr_in& peer) {
   FD_ZERO(&readable);
   FD_SET(socket, &readable);
   timeval wait{30, 0};
-  select(socket + 1, &readable, nullptr, nullptr, &wait);
+  if (select(socket + 1, &readable, nullptr, nullptr, &wait) != 1) return false;
   char answer[8192];
   sockaddr_in sender;
   socklen_t senderLength = sizeof sender;
