@@ -4,12 +4,14 @@
 #ifndef BENCH_CORES_H
 #define BENCH_CORES_H
 
+// Cores are counted among those that the process may use at its start.
+
 // The core of those who answer, and of a client beside them.
 constexpr int answeringCore = 1;
 // The core of a client apart from them.
 constexpr int askingCore = 0;
 
 // Keeps this process, and those it starts from now on, on that core. Throws where there is none.
-void runOnCore(int core);
+void runOnCore(int number);
 
 #endif  // BENCH_CORES_H
