@@ -16,7 +16,6 @@ class ChildProcess {
   ChildProcess(const ChildProcess&) = delete;
   ChildProcess& operator=(const ChildProcess&) = delete;
 
-  pid_t id() const { return _id; }
   // Waits for its end; whether it ended with status 0.
   bool succeeded();
 

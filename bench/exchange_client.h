@@ -35,8 +35,6 @@ class ExchangeClient {
   void start(int roundTrips);
   std::chrono::nanoseconds finish();
 
-  pid_t processId() const { return _process->id(); }
-
  private:
   int _commands;  // a socket to the process
   std::optional<ChildProcess> _process;
