@@ -5,7 +5,6 @@
 #include <poll.h>
 #include <sys/socket.h>
 
-#include <cstring>
 #include <ctime>
 #include <list>
 #include <stdexcept>
@@ -94,10 +93,10 @@ int rowsAtOnce(int tries) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const bool isQuick = argc > 1 && std::strcmp(argv[1], "--quick") == 0;
+  const bool quick = isQuick(argc, argv);
   printFigure("processor time of zordchd for a row at full rate, us",
-              costOfRow(std::chrono::milliseconds(0), isQuick ? 4000 : 40'000));
+              costOfRow(std::chrono::milliseconds(0), quick ? 4000 : 40'000));
   printFigure("processor time of zordchd for a row, 100 a second from each of 8 providers, us",
-              costOfRow(std::chrono::milliseconds(10), isQuick ? 200 : 1000));
-  printFigure("rows at the same moment, all acknowledged", rowsAtOnce(isQuick ? 3 : 20));
+              costOfRow(std::chrono::milliseconds(10), quick ? 200 : 1000));
+  printFigure("rows at the same moment, all acknowledged", rowsAtOnce(quick ? 3 : 20));
 }

@@ -7,7 +7,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdio>
@@ -117,11 +116,6 @@ Percentiles measureBesideQuestions(int seconds, LatenciesOfProviders* latencies,
   return measure(seconds, latencies);
 }
 
-float median(std::vector<float> values) {
-  std::sort(values.begin(), values.end());
-  return values[values.size() / 2];
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -137,7 +131,7 @@ int main(int argc, char** argv) {
 
   const SharedMemory<LatenciesOfProviders> latencies;
   SharedCount apps, attrs;
-  std::vector<float> quiet, busy;
+  std::vector<double> quiet, busy;
   for (int round = 0; round < rounds; ++round) {
     const Percentiles without = measure(seconds, &*latencies);
     const Percentiles with = measureBesideQuestions(seconds, &*latencies, &apps, &attrs);

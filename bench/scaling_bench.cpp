@@ -3,7 +3,6 @@
 // Everything is on one core, where nothing hides what is computed.
 // Prints lines "CURVE,COUNT,COST" (COST is the median, over bare).
 //   scaling_bench [TURNS]: 25 turns of each side at each point
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
@@ -31,18 +30,13 @@ constexpr int maximumAttributes = 60;
 
 int turns = 25;
 
-double median(std::vector<double>* values) {
-  std::sort(values->begin(), values->end());
-  return (*values)[values->size() / 2];
-}
-
 void printPoint(const char* curve, int count, ExchangeClient* bare, ExchangeClient* client) {
   std::vector<double> bareTimes, times;
   for (int turn = 0; turn < turns; ++turn) {
     bareTimes.push_back(static_cast<double>(bare->run(tripsPerTurn).count()));
     times.push_back(static_cast<double>(client->run(tripsPerTurn).count()));
   }
-  std::printf("%s,%d,%.3f\n", curve, count, median(&times) / median(&bareTimes));
+  std::printf("%s,%d,%.3f\n", curve, count, median(times) / median(bareTimes));
   std::fflush(stdout);
 }
 

@@ -59,8 +59,8 @@ class BarePool {
   std::vector<const DatagramSocket*> _free{&_sockets[0], &_sockets[1], &_sockets[2], &_sockets[3]};
 };
 
-void sendRows(int rows, const Exchange& exchange, Latencies* latencies) {
-  for (int i = 0; i < rows; ++i) {
+void runExchanges(int count, const Exchange& exchange, Latencies* latencies) {
+  for (int i = 0; i < count; ++i) {
     exchange.prepare();
     const auto start = Clock::now();
     if (!exchange.roundTrip()) std::_Exit(1);
@@ -78,7 +78,7 @@ std::unique_ptr<ExchangeClient> startThreads(int threads, LatenciesOfThreads* la
             [=] {
               std::vector<std::jthread> running;
               for (int i = 0; i < threads; ++i)
-                running.emplace_back(sendRows, requestsPerTurn / threads, exchangeOfThread(),
+                running.emplace_back(runExchanges, requestsPerTurn / threads, exchangeOfThread(),
                                      &(*latencies)[static_cast<std::size_t>(i)]);
               return true;
             }};
@@ -105,7 +105,7 @@ float worstSpread(const LatenciesOfThreads& latenciesOfThreads) {
 int main(int argc, char** argv) {
   const EchoPeer echo;
   echo.becomeDch();
-  const auto library = [] { return ::sendRows(1); };
+  const auto library = [] { return sendRows(1); };
   const auto withBarePool = [&echo] {
     return [&echo, pool = std::make_shared<BarePool>()]() -> Exchange {
       return {[] { delete[] buildRow(); }, [=, &echo] { return pool->roundTrip(echo.address()); }};

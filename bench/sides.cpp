@@ -2,6 +2,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -33,14 +34,23 @@ void measure(benchmark::State& state, const Side& side) {
 
 }  // namespace
 
+bool isQuick(int argc, char** argv) {
+  return argc > 1 && std::strcmp(argv[1], "--quick") == 0;
+}
+
+double median(std::vector<double> values) {
+  std::sort(values.begin(), values.end());
+  return values[values.size() / 2];
+}
+
 Medians runSides(int argc, char** argv, const std::vector<Side>& sides) {
-  const bool isQuick = argc > 1 && std::strcmp(argv[1], "--quick") == 0;
+  const bool quick = isQuick(argc, argv);
   for (const Side& side : sides)
     benchmark::RegisterBenchmark(side.name.c_str(),
                                  [&side](benchmark::State& state) { measure(state, side); })
         ->UseManualTime()
-        ->Iterations(isQuick ? 12 : 20)
-        ->Repetitions(isQuick ? 3 : 15);
+        ->Iterations(quick ? 12 : 20)
+        ->Repetitions(quick ? 3 : 15);
   char interleaving[] = "--benchmark_enable_random_interleaving=true";
   char aggregates[] = "--benchmark_display_aggregates_only=true";
   char* arguments[] = {argv[0], interleaving, aggregates};

@@ -19,8 +19,14 @@ struct Side {
 // By the sides' names: the median time of one operation in nanoseconds.
 using Medians = std::map<std::string, double>;
 
-// Runs the sides in turns and shows what Google Benchmark makes of them. With the argument --quick
-// it takes an eighth of the time.
+// Whether the first argument is --quick.
+bool isQuick(int argc, char** argv);
+
+// Of at least one value.
+double median(std::vector<double> values);
+
+// Runs the sides in turns and shows what Google Benchmark makes of them; if isQuick(), in an eighth
+// of the time.
 Medians runSides(int argc, char** argv, const std::vector<Side>& sides);
 
 // Prints a figure for the page of figures: "= LABEL: VALUE".
