@@ -25,8 +25,13 @@ std::size_t wordsFor(int highest) {
 }  // namespace
 
 bool ZOR0_DescriptorSet::reset(int highest) {
+  if (highest < FD_SETSIZE) {
+    _large.clear();
+    _plain.fill(0);
+    return true;
+  }
   try {
-    _words.assign(wordsFor(highest), 0);
+    _large.assign(wordsFor(highest), 0);
   } catch (const std::bad_alloc&) {
     return false;
   }
@@ -34,13 +39,13 @@ bool ZOR0_DescriptorSet::reset(int highest) {
 }
 
 void ZOR0_DescriptorSet::add(int descriptor) {
-  if (descriptor >= 0 && wordOf(descriptor) < _words.size())
-    _words[wordOf(descriptor)] |= bitOf(descriptor);
+  if (descriptor >= 0 && wordOf(descriptor) < words().size())
+    words()[wordOf(descriptor)] |= bitOf(descriptor);
 }
 
 bool ZOR0_DescriptorSet::contains(int descriptor) const {
-  return descriptor >= 0 && wordOf(descriptor) < _words.size() &&
-         (_words[wordOf(descriptor)] & bitOf(descriptor)) != 0;
+  return descriptor >= 0 && wordOf(descriptor) < words().size() &&
+         (words()[wordOf(descriptor)] & bitOf(descriptor)) != 0;
 }
 
 void ZOR0_ClearDescriptors(fd_set* set, int highest) {

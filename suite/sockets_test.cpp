@@ -1,7 +1,6 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -159,66 +158,6 @@ TEST(CloseTheSocket, ClosesAndIgnoresWhatIsNotOpen) {
   ZOR0_CloseTheSocket(descriptor);
   EXPECT_EQ(fcntl(descriptor, F_GETFD), -1);
   ZOR0_CloseTheSocket(-999);
-}
-
-TEST(DescriptorSet, HoldsWhatWasAdded) {
-  ZOR0_DescriptorSet set;
-  ASSERT_TRUE(set.reset(100));
-  set.add(0);
-  set.add(100);
-  EXPECT_TRUE(set.contains(0));
-  EXPECT_TRUE(set.contains(100));
-  EXPECT_FALSE(set.contains(99));
-  ASSERT_TRUE(set.reset(100));
-  EXPECT_FALSE(set.contains(100));
-}
-
-TEST(DescriptorSet, IgnoresDescriptorsItHasNoRoomFor) {
-  ZOR0_DescriptorSet set;
-  ASSERT_TRUE(set.reset(10));
-  for (const int descriptor : {-1, -999, 5000, 2000000000}) {
-    set.add(descriptor);
-    EXPECT_FALSE(set.contains(descriptor));
-  }
-  ASSERT_TRUE(set.reset(-999));
-  EXPECT_FALSE(set.contains(0));
-}
-
-TEST(DescriptorSet, IsLaidOutAsTheSystemsOwn) {
-  fd_set set;
-  FD_ZERO(&set);
-  for (const int descriptor : {0, 31, 32, 63, 64, FD_SETSIZE - 1}) {
-    EXPECT_FALSE(ZOR0_HasDescriptor(&set, descriptor));
-    ZOR0_AddDescriptor(&set, descriptor);
-    EXPECT_TRUE(FD_ISSET(descriptor, &set)) << descriptor;
-    EXPECT_TRUE(ZOR0_HasDescriptor(&set, descriptor));
-  }
-  ZOR0_AddDescriptor(&set, -999);
-  EXPECT_FALSE(ZOR0_HasDescriptor(&set, -999));
-}
-
-TEST(DescriptorSet, SelectsOnADescriptorBeyondFdSetSize) {
-  constexpr int high = FD_SETSIZE + 100;
-  rlimit limit{};
-  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-  if (limit.rlim_max <= high) GTEST_SKIP() << "this process may not open so many files";
-  if (limit.rlim_cur <= high) {
-    limit.rlim_cur = high + 1;
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
-  }
-
-  const Opened receiver(SOCK_KIND_UDP, 0, ZOR0_SOCKET_LOOPBACK);
-  ASSERT_EQ(dup2(receiver.descriptor, high), high);
-  ASSERT_EQ(sendto(receiver.descriptor, "x", 1, 0,
-                   reinterpret_cast<const sockaddr*>(&receiver.address), sizeof receiver.address),
-            1);
-  ZOR0_DescriptorSet set;
-  ASSERT_TRUE(set.reset(high));
-  set.add(high);
-  timeval patience{10, 0};
-  EXPECT_EQ(select(high + 1, set.get(), nullptr, nullptr, &patience), 1);
-  EXPECT_TRUE(set.contains(high));
-  close(high);
 }
 
 }  // namespace

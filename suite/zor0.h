@@ -8,8 +8,11 @@
 #include <pthread.h>
 #include <sys/select.h>
 
+#include <array>
+#include <climits>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "zora/zora.h"
@@ -133,14 +136,23 @@ const char* ZOR0_LocalHostNameString();
 // A set for select() that has room for any descriptor, not just those below FD_SETSIZE.
 class ZOR0_DescriptorSet {
  public:
-  // Empties the set and makes room for descriptors 0 to `highest`. Returns false without memory.
+  // Empties the set and makes room for descriptors 0 to `highest`. Returns false without memory,
+  // which only descriptors from FD_SETSIZE on need.
   bool reset(int highest);
   void add(int descriptor);
   bool contains(int descriptor) const;
-  fd_set* get() { return reinterpret_cast<fd_set*>(_words.data()); }
+  fd_set* get() { return reinterpret_cast<fd_set*>(words().data()); }
 
  private:
-  std::vector<unsigned long> _words;
+  using Word = unsigned long;  // fd_set is an array of words of this size
+
+  std::span<Word> words() { return _large.empty() ? std::span<Word>(_plain) : _large; }
+  std::span<const Word> words() const {
+    return _large.empty() ? std::span<const Word>(_plain) : _large;
+  }
+
+  std::array<Word, FD_SETSIZE / (sizeof(Word) * CHAR_BIT)> _plain{};
+  std::vector<Word> _large;  // instead of the plain one, unless empty
 };
 
 // The same operations on a bare set, whose size the caller sees to: at least FD_SETSIZE bits, and
