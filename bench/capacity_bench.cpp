@@ -64,11 +64,19 @@ std::string rowOfNewSource(int port) {
   return dataMessage(answer->handle, {{"attr", 'D', std::string(valueSize, 'x')}});
 }
 
+// The answers must not be what is lost.
+void makeRoom(const DatagramSocket& client) {
+  constexpr int wanted = 4 << 20;
+  int room = 0;
+  socklen_t length = sizeof room;
+  getsockopt(client.descriptor(), SOL_SOCKET, SO_RCVBUF, &room, &length);
+  if (room < wanted) setsockopt(client.descriptor(), SOL_SOCKET, SO_RCVBUF, &wanted, sizeof wanted);
+}
+
 // Sends that many rows at once; whether all are acknowledged.
 bool allAreAcknowledged(int rows, const std::string& row, const sockaddr_in& server) {
   const DatagramSocket client;
-  const int room = 4 << 20;  // the answers must not be what is lost
-  setsockopt(client.descriptor(), SOL_SOCKET, SO_RCVBUF, &room, sizeof room);
+  makeRoom(client);
   for (int i = 0; i < rows; ++i) client.sendTo(server, row);
   pollfd readable{client.descriptor(), POLLIN, 0};
   constexpr int silenceMilliseconds = 200;

@@ -3,6 +3,8 @@
 // Everything is on one core, where nothing hides what is computed.
 // Prints lines "CURVE,COUNT,COST" (COST is the median, over bare).
 //   scaling_bench [TURNS]: 25 turns of each side at each point
+#include <sys/resource.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
@@ -91,13 +93,20 @@ void measureSubscribers(ExchangeClient* bare) {
   provider.run(1);
   std::vector<DatagramSocket> subscribers;
   const std::string subscription = dch::testkit::subscribeMessage("BENCH", "group");
-  for (const int count : {1, 3, 10, 30, 100, 300}) {
+  for (const int count : {1, 3, 10, 30, 100, 300, 1000}) {
     while (subscribers.size() < static_cast<std::size_t>(count)) {
       subscribers.emplace_back().sendTo(loopbackAddress(server.port()), subscription);
       provider.run(1);
     }
     printPoint("subscribers of the row", count, bare, &provider);
   }
+}
+
+void allowASocketForEachSubscriber() {
+  rlimit limit{};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &limit);
 }
 
 Exchange sendRowOf(int port, int attributes) {
@@ -137,6 +146,7 @@ int main(int argc, char** argv) {
   const EchoPeer echo;
   echo.becomeDch();
   ExchangeClient bare([&] { return exchangeBare(echo.address()); });
+  allowASocketForEachSubscriber();
   measureSources(&bare);
   measureSubscriptions(&bare);
   measureSubscribers(&bare);

@@ -106,7 +106,8 @@ class DCHipc {
   // Creates the queue. The outcome of this and the next three is in ipcGetError().
   void ipc_new_cb();
 
-  // Frees the queue; without one it does nothing.
+  // Frees the queue; without one it does nothing. No other thread may be in one of the next two any
+  // more: not even one whose message was taken already.
   void ipc_delete_cb();
 
   // Appends one message: `length` bytes of `data`, the sender's address (the first 256 bytes
