@@ -16,7 +16,7 @@ namespace dch::testkit {
 
 namespace {
 
-constexpr std::chrono::seconds longestWait{30};
+constexpr std::chrono::seconds longestWait{50};
 
 struct Pipe {
   Pipe() {
@@ -35,6 +35,12 @@ void becomeServer(const ServerProcess::Arguments& arguments) {
 }
 
 constexpr int cannotRun = 127;
+
+int countOf(const std::string& part, const std::string& text) {
+  int count = 0;
+  for (std::size_t at = 0; (at = text.find(part, at)) != std::string::npos; ++at) ++count;
+  return count;
+}
 
 }  // namespace
 
@@ -66,10 +72,9 @@ std::string ServerProcess::standardError() const {
   return _standardError;
 }
 
-bool ServerProcess::waitForError(const std::string& text) {
+bool ServerProcess::waitForError(const std::string& text, int times) {
   std::unique_lock lock(_mutex);
-  return _more.wait_for(lock, longestWait,
-                        [&] { return _standardError.find(text) != std::string::npos; });
+  return _more.wait_for(lock, longestWait, [&] { return countOf(text, _standardError) >= times; });
 }
 
 int ServerProcess::stop(int signal) {

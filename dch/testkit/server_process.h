@@ -31,8 +31,8 @@ class ServerProcess {
 
   std::string standardOutput() const;
   std::string standardError() const;
-  // Waits until standard error holds the text; false when it does not in time.
-  bool waitForError(const std::string& text);
+  // Waits until standard error holds the text, that many times; false when it does not in time.
+  bool waitForError(const std::string& text, int times = 1);
 
   // Sends the signal and waits; a process that does not end in time is killed. Returns the exit
   // status, or minus the signal that ended it.

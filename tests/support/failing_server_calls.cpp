@@ -55,7 +55,7 @@ int serverCallsMade(ServerCall call) {
 
 bool waitForServerCalls(ServerCall call, int number) {
   std::unique_lock lock(callsMutex);
-  return callMade.wait_for(lock, std::chrono::seconds(5),
+  return callMade.wait_for(lock, std::chrono::seconds(20),
                            [&] { return callsOf[static_cast<int>(call)].made >= number; });
 }
 

@@ -16,7 +16,7 @@ void failServerCall(ServerCall call, int number, int systemError);
 // The calls counted, those included that are still waiting.
 int serverCallsMade(ServerCall call);
 
-// Waits up to five seconds for that many calls.
+// Waits up to twenty seconds for that many calls.
 bool waitForServerCalls(ServerCall call, int number);
 
 #endif  // TESTS_SUPPORT_FAILING_SERVER_CALLS_H

@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr int longestWaitMilliseconds = 5000;
+constexpr int longestWaitMilliseconds = 20'000;
 
 sockaddr_in loopbackAddress(unsigned short port) {
   sockaddr_in address{};

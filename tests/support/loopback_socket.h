@@ -20,7 +20,7 @@ class LoopbackSocket {
   // Sends one datagram to a port of this machine.
   void sendTo(unsigned short port, const std::string& datagram) const;
 
-  // The next datagram. Waits up to five seconds for it; without one the test fails.
+  // The next datagram. Waits up to twenty seconds for it; without one the test fails.
   std::string receive() const;
 
   // Whether a datagram is there already.

@@ -27,7 +27,7 @@ short withFreePorts(short typeOfService) {
 bool waitForEntry(ipcCircularBuffer& queue) {
   timespec deadline;
   clock_gettime(CLOCK_REALTIME, &deadline);
-  deadline.tv_sec += 5;
+  deadline.tv_sec += 20;
   int code = 0;
   pthread_mutex_lock(&queue.lock);
   while (queue.num_full == 0 && code == 0)

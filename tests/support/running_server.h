@@ -23,7 +23,7 @@ struct QueuedMessage {
 // The name of a sender that gave none.
 extern const std::string blankName;
 
-// The oldest entry of a server's queue. Waits up to five seconds for it; without one the test
+// The oldest entry of a server's queue. Waits up to twenty seconds for it; without one the test
 // fails.
 QueuedMessage takeMessage(DCHipc& server);
 

@@ -69,12 +69,14 @@ void ScriptedDch::serve() {
     {
       const std::lock_guard lock(_mutex);
       _requests.push_back(request);
-      _lastSender = sender;
+      _senders.push_back(sender);
     }
     for (const std::string& answer : _script(request))
       sendto(_socket, answer.data(), answer.size(), 0, reinterpret_cast<sockaddr*>(&sender),
              sizeof sender);
-    _requestCame.notify_all();
+    const std::lock_guard lock(_mutex);
+    ++_answered;
+    _requestAnswered.notify_all();
   }
 }
 
@@ -85,15 +87,19 @@ std::vector<std::string> ScriptedDch::requests() const {
 
 std::vector<std::string> ScriptedDch::waitForRequests(std::size_t count) const {
   std::unique_lock lock(_mutex);
-  _requestCame.wait_for(lock, std::chrono::seconds(5), [&] { return _requests.size() >= count; });
+  _requestAnswered.wait_for(lock, std::chrono::seconds(20), [&] { return _answered >= count; });
   return _requests;
 }
 
 void ScriptedDch::push(const std::string& datagram) const {
+  pushTo(requests().size() - 1, datagram);
+}
+
+void ScriptedDch::pushTo(std::size_t request, const std::string& datagram) const {
   sockaddr_in receiver;
   {
     const std::lock_guard lock(_mutex);
-    receiver = _lastSender;
+    receiver = _senders.at(request);
   }
   sendto(_socket, datagram.data(), datagram.size(), 0, reinterpret_cast<sockaddr*>(&receiver),
          sizeof receiver);

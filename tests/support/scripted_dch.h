@@ -5,6 +5,7 @@
 #include <netinet/in.h>
 
 #include <condition_variable>
+#include <cstddef>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -36,11 +37,13 @@ class ScriptedDch {
 
   // All requests so far.
   std::vector<std::string> requests() const;
-  // Waits up to five seconds until `count` requests have come, and returns all so far.
+  // Waits up to twenty seconds until `count` requests have come and the script is done with them,
+  // and returns all so far.
   std::vector<std::string> waitForRequests(std::size_t count) const;
 
-  // Sends a datagram to whoever sent the last request.
+  // Sends a datagram to whoever sent the last request, or the one of that index in requests().
   void push(const std::string& datagram) const;
+  void pushTo(std::size_t request, const std::string& datagram) const;
 
  private:
   void serve();
@@ -49,9 +52,10 @@ class ScriptedDch {
   int _socket;
   int _port;
   mutable std::mutex _mutex;
-  mutable std::condition_variable _requestCame;
+  mutable std::condition_variable _requestAnswered;
   std::vector<std::string> _requests;
-  sockaddr_in _lastSender{};
+  std::vector<sockaddr_in> _senders;
+  std::size_t _answered = 0;
   std::thread _thread;
 };
 

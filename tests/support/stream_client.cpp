@@ -37,7 +37,7 @@ void StreamClient::send(const std::string& bytes) const {
 }
 
 std::string StreamClient::receive(std::size_t count) const {
-  constexpr int longestWaitMilliseconds = 5000;
+  constexpr int longestWaitMilliseconds = 20'000;
   std::string bytes;
   pollfd source{_socket, POLLIN, 0};
   while (bytes.size() < count && poll(&source, 1, longestWaitMilliseconds) > 0) {

@@ -20,8 +20,8 @@ class StreamClient {
   // Sends all of it. A server that has gone meanwhile is no failure.
   void send(const std::string& bytes) const;
 
-  // The next `count` bytes that the server sends; fewer when it closes before or after five
-  // seconds.
+  // The next `count` bytes that the server sends; fewer when it closes before or after
+  // twenty seconds.
   std::string receive(std::size_t count) const;
 
   // Ends what the server reads; the connection stays.

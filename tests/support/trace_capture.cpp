@@ -69,6 +69,6 @@ int TraceCapture::count(const std::string& text) const {
 
 bool TraceCapture::waitFor(const std::string& text, int times) const {
   std::unique_lock lock(recordsMutex);
-  return recordAdded.wait_for(lock, std::chrono::seconds(5),
+  return recordAdded.wait_for(lock, std::chrono::seconds(20),
                               [&] { return timesCaptured(text) >= times; });
 }

@@ -34,7 +34,7 @@ class TraceCapture {
   bool has(const std::string& text) const { return count(text) > 0; }
   int count(const std::string& text) const;
 
-  // Waits up to five seconds for `times` records with exactly this text.
+  // Waits up to twenty seconds for `times` records with exactly this text.
   bool waitFor(const std::string& text, int times = 1) const;
 };
 

@@ -13,7 +13,7 @@
 namespace tools {
 namespace {
 
-constexpr std::chrono::seconds longestWait{20};
+constexpr std::chrono::seconds longestWait{50};
 
 // A one-way connection: a pipe, or a terminal whose screen is read.
 struct Channel {
