@@ -34,7 +34,7 @@ class ConsumerExamples : private ActionsFile, public tools::ToolsTest {
 };
 
 TEST_F(ConsumerExamples, RowsShowsWhatComesUntilItsTimeIsOver) {
-  RunningProgram rows(ROWS_PATH, {"WEATHER", "sky", "3"}, environment());
+  RunningProgram rows(ROWS_PATH, {"WEATHER", "sky", "8"}, environment());
   _server.waitForError("zordchd: subscribed ");
   EXPECT_EQ(send("clouds\n1\n2\n").exitStatus, 0);
   rows.waitForOutput("a row of ", 2);

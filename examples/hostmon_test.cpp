@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "tests/support/scripted_dch.h"
+#include "tools/testkit/requests.h"
 #include "tools/testkit/tools_fixture.h"
 #include "zordchcl/status.h"
 
@@ -12,15 +13,11 @@ namespace {
 
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
+using tools::codeOf;
 using tools::environmentFor;
 using tools::ProgramResult;
 using tools::RunningProgram;
 using tools::runProgram;
-
-short codeOf(const std::string& request) {
-  return static_cast<short>((static_cast<unsigned char>(request[10]) << 8) |
-                            static_cast<unsigned char>(request[11]));
-}
 
 class Hostmon : public tools::ToolsTest {
  protected:

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <memory>
 
+#include "tests/support/quickest.h"
 #include "tests/support/scripted_dch.h"
 #include "tools/testkit/printed_times.h"
 #include "tools/testkit/tools_fixture.h"
@@ -201,18 +202,27 @@ TEST_F(ConsumerCommands, StatusShowsTheLifeOfAProvider) {
 
 TEST_F(ConsumerCommands, StatusShowsAChangeWithinASecond) {
   const auto status = startStatus({"-F", "jsonl"});
-  const auto sender = startSending({});
-  sender->write("clouds\n1\n");
-  _server.waitForError("on line: WEATHER sky roof");
-  auto start = std::chrono::steady_clock::now();
-  status->waitForOutput(
-      R"("change":"online","application":"WEATHER","group":"sky","source":"roof"})");
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
-  sender->closeInput();
-  _server.waitForError("off line: handle ");
-  start = std::chrono::steady_clock::now();
-  status->waitForOutput(R"("change":"offline","application":"WEATHER")");
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+  int times = 0;
+  const auto goOnAndOff = [&] {
+    ++times;
+    const auto sender = startSending({});
+    sender->write("clouds\n1\n");
+    _server.waitForError("on line: WEATHER sky roof", times);
+    const auto online = [&] {
+      status->waitForOutput(
+          R"("change":"online","application":"WEATHER","group":"sky","source":"roof"})", times);
+    };
+    const double secondsToOnline = secondsOf(online);
+    sender->closeInput();
+    _server.waitForError("off line: handle ", times);
+    const auto offline = [&] {
+      status->waitForOutput(R"("change":"offline","application":"WEATHER")", times);
+    };
+    const double secondsToOffline = secondsOf(offline);
+    sender->finish();
+    return std::max(secondsToOnline, secondsToOffline);
+  };
+  EXPECT_LT(quickest(1, goOnAndOff), 1);
 }
 
 TEST_F(ConsumerCommands, StatusBeginsWithWhatIsOnLineAndEndsAfterItsCount) {

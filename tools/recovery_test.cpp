@@ -7,6 +7,7 @@
 
 #include "tests/support/scripted_dch.h"
 #include "tools/testkit/printed_times.h"
+#include "tools/testkit/requests.h"
 #include "tools/testkit/tools_fixture.h"
 #include "zordchcl/status.h"
 
@@ -20,17 +21,6 @@ using ::testing::HasSubstr;
 
 using Answers = std::vector<std::string>;
 
-short codeOf(const std::string& request) {
-  return static_cast<short>((static_cast<unsigned char>(request[10]) << 8) |
-                            static_cast<unsigned char>(request[11]));
-}
-
-std::vector<short> codesOf(const std::vector<std::string>& requests) {
-  std::vector<short> codes;
-  for (const std::string& request : requests) codes.push_back(codeOf(request));
-  return codes;
-}
-
 // What a DCH answers to which all is well.
 Answers done(const std::string& request) {
   if (codeOf(request) == DCH_REQUEST_ONLINE) return {onlineAnswer(0, 1)};
@@ -39,13 +29,19 @@ Answers done(const std::string& request) {
 
 // ---- zordp ----
 
-ProgramResult send(const ScriptedDch& dch, const std::string& rows) {
+// The time-out of those tests that have to wait for it.
+constexpr char shortTimeoutSeconds[] = "3";
+
+ProgramResult send(const std::string& rows, const Environment& environment) {
   const TemporaryFile registration(registrationText);
   const TemporaryFile input(rows);
   return runProgram(
       ZORDP_PATH,
       {"send", "-r", registration.path(), "-g", "sky", "-s", "roof", "-i", input.path()},
-      environmentFor(dch.port(), "1"));
+      environment);
+}
+ProgramResult send(const ScriptedDch& dch, const std::string& rows) {
+  return send(rows, environmentFor(dch.port()));
 }
 
 TEST(SendRecovery, ADchThatForgotTheSourceIsToldAnew) {
@@ -64,7 +60,7 @@ TEST(SendRecovery, ADchThatForgotTheSourceIsToldAnew) {
   const ProgramResult result = send(dch, "clouds\n1\n2\n");
   EXPECT_EQ(result.exitStatus, EX_OK);
   EXPECT_EQ(result.standardError, "zordp: the DCH has started anew: registered again\n");
-  const std::vector<std::string> requests = dch.requests();
+  const Requests requests = withoutHandleChecks(dch.requests());
   EXPECT_THAT(
       codesOf(requests),
       ElementsAre(DCH_REQUEST_REGISTER, DCH_REQUEST_ONLINE, DCH_REQUEST_DATA, DCH_REQUEST_DATA,
@@ -73,12 +69,19 @@ TEST(SendRecovery, ADchThatForgotTheSourceIsToldAnew) {
   EXPECT_EQ(requests[3], requests[7]);  // the row that was not taken
 }
 
+// Waits until so many rows have come, each sending of a row counted. Returns false when they do not
+// in time.
+bool waitForRows(const ScriptedDch& dch, int count) {
+  return waitForRequests(
+      dch, count, [](const std::string& request) { return codeOf(request) == DCH_REQUEST_DATA; });
+}
+
 // A DCH that has started anew may have given the handle to another source.
 TEST(SendRecovery, AHandleThatMayHaveBecomeAnotherSourcesIsAskedForAgain) {
   std::atomic<ZORA_Long> handle{1};
   std::atomic<bool> isSilent{false};
   const ScriptedDch dch([&](const std::string& request) {
-    if (isSilent.exchange(false)) {
+    if (codeOf(request) == DCH_REQUEST_DATA && isSilent.exchange(false)) {
       handle = 2;
       return Answers{};
     }
@@ -87,13 +90,13 @@ TEST(SendRecovery, AHandleThatMayHaveBecomeAnotherSourcesIsAskedForAgain) {
   });
   const TemporaryFile registration(registrationText);
   RunningProgram zordp(ZORDP_PATH, {"send", "-r", registration.path(), "-g", "sky", "-s", "roof"},
-                       environmentFor(dch.port(), "1"));
+                       environmentFor(dch.port(), shortTimeoutSeconds));
   zordp.write("clouds\n1\n");
-  dch.waitForRequests(3);
-  handle = 7;  // while it sends nothing
-  std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+  ASSERT_TRUE(waitForRows(dch, 1));
+  handle = 7;  // while it sends nothing, for so long that it makes sure, also when it is held up
+  std::this_thread::sleep_for(std::chrono::milliseconds(3500));
   zordp.write("2\n");
-  dch.waitForRequests(5);
+  ASSERT_TRUE(waitForRows(dch, 2));
   isSilent = true;  // while it waits for an answer
   zordp.write("3\n");
   zordp.waitForError("zordp: the DCH has started anew: registered again\n", 2);
@@ -110,7 +113,7 @@ TEST(SendRecovery, ADchThatAnswersAgainGetsTheRowAgain) {
   const ScriptedDch dch([&](const std::string& request) {
     return codeOf(request) == DCH_REQUEST_DATA && ++rows <= 2 ? Answers{} : done(request);
   });
-  const ProgramResult result = send(dch, "clouds\n1\n");
+  const ProgramResult result = send("clouds\n1\n", environmentFor(dch.port(), shortTimeoutSeconds));
   EXPECT_EQ(result.exitStatus, EX_OK);
   // Between them stands what the library says of each wait.
   EXPECT_THAT(result.standardError,
@@ -125,7 +128,7 @@ TEST(SendRecovery, ASignalEndsTheTrying) {
   });
   const TemporaryFile registration(registrationText);
   RunningProgram zordp(ZORDP_PATH, {"send", "-r", registration.path(), "-g", "sky", "-s", "roof"},
-                       environmentFor(dch.port(), "1"));
+                       environmentFor(dch.port(), shortTimeoutSeconds));
   zordp.write("clouds\n1\n");
   zordp.waitForError("zordp: the DCH does not answer; trying again\n");
   zordp.signal(SIGTERM);
@@ -200,12 +203,12 @@ TEST_F(ToolsTest, ASubscriptionThatIsRenewedIsStillOne) {
 }
 
 TEST(StatusRecovery, WhatIsOnLineAlreadyIsNoChange) {
-  const ScriptedDch dch(never());
+  const ScriptedDch dch(onlyPushes());
   RunningProgram status(ZORDC_PATH, {"status", "-C", "3", "-F", "csv"}, environmentFor(dch.port()));
-  dch.waitForRequests(1);
+  ASSERT_TRUE(waitForSubscriptions(dch, 1));
   for (const short code :
        {DCH_REQUEST_ONLINE, DCH_REQUEST_ONLINE, DCH_REQUEST_OFFLINE, DCH_REQUEST_ONLINE})
-    dch.push(statusEvent(code));
+    pushToSubscriber(dch, statusEvent(code));
   const ProgramResult seen = status.finish();
   EXPECT_EQ(withoutTimes(seen.standardOutput),
             "time,change,application,group,source\n"

@@ -5,6 +5,7 @@
 #include <sysexits.h>
 
 #include "tests/support/scripted_dch.h"
+#include "tools/testkit/requests.h"
 #include "tools/testkit/tools_fixture.h"
 
 namespace tools {
@@ -149,7 +150,7 @@ TEST_F(Registration, ADchThatDoesNotAnswerIsUnavailable) {
   EXPECT_THAT(result.standardError,
               EndsWith("zordp: registration failed: status 5 (no answer from the DCH)\n"));
   // Nothing was on line or registered, as far as zordp knows: it asked for nothing else.
-  EXPECT_EQ(silent.requests().size(), 1U);
+  EXPECT_EQ(silent.waitForRequests(1).size(), 1U);
 }
 
 TEST(Watch, TheTimeoutEndsItWithoutADchToo) {
@@ -162,11 +163,6 @@ TEST(Watch, TheTimeoutEndsItWithoutADchToo) {
 
 // ---- Refusals ----
 
-short codeOf(const std::string& request) {
-  return static_cast<short>((static_cast<unsigned char>(request[10]) << 8) |
-                            static_cast<unsigned char>(request[11]));
-}
-
 // Answers well, but a request of that code with the status.
 ScriptedDch::Script refusing(short code, ZORA_Long status) {
   return [=](const std::string& request) -> std::vector<std::string> {
@@ -174,12 +170,6 @@ ScriptedDch::Script refusing(short code, ZORA_Long status) {
     if (codeOf(request) == DCH_REQUEST_ONLINE) return {onlineAnswer(answer, 1)};
     return {statusAnswer(answer)};
   };
-}
-
-std::vector<short> codesOf(const std::vector<std::string>& requests) {
-  std::vector<short> codes;
-  for (const std::string& request : requests) codes.push_back(codeOf(request));
-  return codes;
 }
 
 TEST_F(Registration, ARefusalIsToldWithItsNumberAndText) {
@@ -199,7 +189,7 @@ TEST_F(Registration, ARowThatIsRefusedEndsTheInputInGoodOrder) {
   EXPECT_EQ(result.exitStatus, EX_PROTOCOL);
   EXPECT_EQ(result.standardError,
             "zordp: sending a row failed: status 105 (not stored); 0 rows sent before\n");
-  EXPECT_EQ(codesOf(dch.requests()),
+  EXPECT_EQ(codesOf(withoutHandleChecks(dch.requests())),
             (std::vector<short>{DCH_REQUEST_REGISTER, DCH_REQUEST_ONLINE, DCH_REQUEST_DATA,
                                 DCH_REQUEST_OFFLINE, DCH_REQUEST_UNREGISTER}));
 }
@@ -216,12 +206,12 @@ std::string rowMessage(ZORA_Long handle) {
 }
 
 TEST(Watch, AMalformedMessageIsToldAndSkipped) {
-  ScriptedDch dch(never());
+  ScriptedDch dch(onlyPushes());
   RunningProgram watcher(ZORDC_PATH, {"watch", "WEATHER", "sky", "-C", "1", "-F", "csv"},
                          environmentFor(dch.port()));
-  dch.waitForRequests(1);
-  dch.push(statusAnswer(0));
-  dch.push(rowMessage(9));
+  ASSERT_TRUE(waitForSubscriptions(dch, 1));
+  pushToSubscriber(dch, statusAnswer(0));
+  pushToSubscriber(dch, rowMessage(9));
   const ProgramResult seen = watcher.finish();
   EXPECT_EQ(seen.exitStatus, EX_OK);
   EXPECT_EQ(seen.standardError,
@@ -231,14 +221,14 @@ TEST(Watch, AMalformedMessageIsToldAndSkipped) {
 }
 
 TEST(Watch, AfterAFailedWaitItSubscribesAgain) {
-  ScriptedDch dch(never());
+  ScriptedDch dch(onlyPushes());
   RunningProgram watcher(ZORDC_PATH, {"watch", "WEATHER", "sky", "-C", "1", "-F", "csv"},
                          environmentFor(dch.port()));
-  dch.waitForRequests(1);
-  dch.push(rowMessage(9) + "more than its length word says");
+  ASSERT_TRUE(waitForSubscriptions(dch, 1));
+  pushToSubscriber(dch, rowMessage(9) + "more than its length word says");
   watcher.waitForError("zordc: warning: the wait for rows failed, subscribing again\n");
-  ASSERT_EQ(dch.waitForRequests(2).size(), 2U);
-  dch.push(rowMessage(9));
+  ASSERT_TRUE(waitForSubscriptions(dch, 2));
+  pushToSubscriber(dch, rowMessage(9));
   const ProgramResult seen = watcher.finish();
   EXPECT_EQ(seen.exitStatus, EX_OK);
   EXPECT_THAT(seen.standardOutput, HasSubstr(",9,calm\n"));
