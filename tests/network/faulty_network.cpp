@@ -15,6 +15,8 @@ namespace network {
 
 namespace {
 
+constexpr std::chrono::seconds longestWait{20};
+
 sockaddr_in loopback(int port) {
   sockaddr_in address{};
   address.sin_family = AF_INET;
@@ -125,14 +127,15 @@ void FaultyNetwork::setFaults(Faults faults) {
 
 bool FaultyNetwork::waitFor(Direction direction, std::size_t count) const {
   std::unique_lock lock(_mutex);
-  return _came.wait_for(lock, std::chrono::seconds(10), [&] {
+  return _came.wait_for(lock, longestWait, [&] {
     const auto counted = _counts.find(direction);
     return counted != _counts.end() && counted->second >= count;
   });
 }
 
 void FaultyNetwork::release() {
-  const std::lock_guard lock(_mutex);
+  std::unique_lock lock(_mutex);
+  _came.wait_for(lock, longestWait, [&] { return !_held.empty(); });
   for (const OnItsWay& datagram : _held) deliver(datagram);
   _held.clear();
 }

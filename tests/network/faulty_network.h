@@ -78,10 +78,11 @@ class FaultyNetwork {
   // Replaces the faults; datagrams that are on their way stay as they are.
   void setFaults(Faults faults);
 
-  // Waits up to ten seconds until so many datagrams have come, whatever becomes of them.
+  // Waits up to twenty seconds until so many datagrams have come, whatever becomes of them.
   bool waitFor(Direction direction, std::size_t count) const;
 
   // Lets what is held arrive, in the order in which it came; it has arrived when this returns.
+  // Waits up to twenty seconds for something to hold.
   void release();
 
  private:

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <thread>
 
 #include "dch/testkit/clients.h"
 #include "dch/testkit/messages.h"
@@ -39,7 +40,7 @@ class LongAnswersTest : public NetworkTest {
     ZORA_Long length = -1;
     char* text = nullptr;
     Answer answer;
-    answer.result = dc_getApplications(&length, &text, nullptr, 5);
+    answer.result = dc_getApplications(&length, &text, nullptr, 10);
     if (text != nullptr) answer.text = std::string(text, static_cast<std::size_t>(length));
     std::free(text);
     return answer;
@@ -89,10 +90,13 @@ TEST_F(LongAnswersTest, FailWhenTheirBeginningComesTwiceAndLeaveTheirEndForTheNe
 }
 
 TEST_F(LongAnswersTest, FailWhenTheirDatagramsAreReordered) {
-  // The DCH sends them a second apart.
-  _network.setFaults(
-      faultOf(Direction::toClient, 0, {Arrival{.delay = std::chrono::milliseconds(1800)}}));
+  _network.setFaults(faultOf(Direction::toClient, 0, late));
+  std::thread release([this] {
+    EXPECT_TRUE(_network.waitFor(Direction::toClient, 2));
+    _network.release();
+  });
   expectNone(askForApplications());
+  release.join();
 }
 
 }  // namespace

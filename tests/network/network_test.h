@@ -37,6 +37,10 @@ inline constexpr Outcome answered(ZORA_Long status) {
 
 inline constexpr char registrationText[] =
     "appl:NET,NET; help:Of a test; group:rows; attr:text,D,16;";
+// Short, for it is waited out whenever an answer is lost; but an answer that is on its way comes
+// sooner, however busy the machine is.
+inline constexpr int timeoutSeconds = 3;
+
 inline constexpr ZORA_Long noHandle = 0;
 inline constexpr ZORA_Long unknownHandle = 4711;
 
@@ -76,7 +80,7 @@ class NetworkTest : public ::testing::Test {
       : _server(more), _network(_server.port(), noFaults()) {
     setenv("ZORA_DCH_ADDR", "127.0.0.1", 1);
     setenv("ZORA_DCH_PORT", std::to_string(_network.port()).c_str(), 1);
-    setTimeout(1);
+    setTimeout(timeoutSeconds);
   }
   // A server that a sanitizer finds fault with does not end with 0.
   ~NetworkTest() override { EXPECT_EQ(_server.stop(SIGTERM), 0) << _server.standardError(); }

@@ -2,7 +2,8 @@
 #include <gmock/gmock.h>
 #include <sysexits.h>
 
-#include "tests/network/faulty_network.h"
+#include "tests/network/network_test.h"
+#include "tools/testkit/requests.h"
 #include "tools/testkit/temporary_file.h"
 #include "tools/testkit/tools_fixture.h"
 #include "zordchcl/messages.h"
@@ -14,13 +15,8 @@ using ::testing::ContainsRegex;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using tools::Arguments;
+using tools::codeOf;
 using tools::ProgramResult;
-
-short codeOf(const std::string& request) {
-  constexpr std::size_t codeAt = 10;
-  return static_cast<short>(static_cast<unsigned char>(request.at(codeAt)) << 8 |
-                            static_cast<unsigned char>(request.at(codeAt + 1)));
-}
 
 // Requests with this code fare so.
 Faults faultOfRequests(short code, Arrivals arrivals) {
@@ -49,7 +45,8 @@ class NetworkToolsTest : private ActionsFile, public tools::ToolsTest {
 
  private:
   ProgramResult run(const char* program, const Arguments& arguments) const {
-    return tools::runProgram(program, arguments, tools::environmentFor(_network.port(), "1"));
+    return tools::runProgram(
+        program, arguments, tools::environmentFor(_network.port(), std::to_string(timeoutSeconds)));
   }
 };
 
