@@ -142,12 +142,12 @@ Delivery Readers::finish(const std::vector<std::uint32_t>& acknowledged) {
     rowsOf[Providers::applicationOf(static_cast<int>(source))] += acknowledged[source];
   Delivery delivery;
   for (const Reader& reader : _readers) delivery.expected += rowsOf[reader.application];
-  constexpr std::chrono::seconds longestSilence{2};
+  constexpr std::chrono::seconds longestSilence{20};
   std::uint64_t before = 0;
   auto since = std::chrono::steady_clock::now();
-  while (_received < delivery.expected &&
+  while (_received + dropped() < delivery.expected &&
          std::chrono::steady_clock::now() - since < longestSilence) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
     if (_received == before) continue;
     before = _received;
     since = std::chrono::steady_clock::now();
@@ -164,6 +164,12 @@ Delivery Readers::finish(const std::vector<std::uint32_t>& acknowledged) {
     delivery.lost += missing - std::min(missing, dropped);
   }
   return delivery;
+}
+
+std::uint64_t Readers::dropped() const {
+  std::uint64_t count = 0;
+  for (const Reader& reader : _readers) count += droppedBy(socketOf(reader.handle));
+  return count;
 }
 
 void Readers::stop() {

@@ -30,8 +30,8 @@ class Readers {
   Readers(const Readers&) = delete;
   Readers& operator=(const Readers&) = delete;
 
-  // Waits until every row that was acknowledged has come, at most until none has come for two
-  // seconds, and counts. To be called once, when no more rows are sent.
+  // Waits until every row that was acknowledged has come or was dropped, at most until none has
+  // come for twenty seconds, and counts. To be called once, when no more rows are sent.
   Delivery finish(const std::vector<std::uint32_t>& acknowledged);
 
  private:
@@ -45,6 +45,7 @@ class Readers {
 
   void run();
   void take(Reader* reader);
+  std::uint64_t dropped() const;
   void stop();
 
   std::vector<Reader> _readers;
