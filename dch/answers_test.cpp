@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -67,11 +68,11 @@ class Connection {
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
-  // Sends until the client, which does not read, and the system take no more.
+  // Sends until the client, which does not read, and the system take no more, also once what was on
+  // its way is acknowledged.
   void fill() const {
-    const std::string block(65536, 'x');
-    while (send(server, block.data(), block.size(), MSG_DONTWAIT | MSG_NOSIGNAL) > 0) {
-    }
+    constexpr int longestAcknowledgementMilliseconds = 100;
+    while (takesMore()) poll(nullptr, 0, longestAcknowledgementMilliseconds);
   }
 
   std::string receive() const {
@@ -84,6 +85,15 @@ class Connection {
   PeerAddress peer;
 
  private:
+  // Sends until nothing more is taken for now. Returns whether anything was.
+  bool takesMore() const {
+    const std::string block(65536, 'x');
+    bool hasTaken = false;
+    while (::send(server, block.data(), block.size(), MSG_DONTWAIT | MSG_NOSIGNAL) > 0)
+      hasTaken = true;
+    return hasTaken;
+  }
+
   int _client;
 };
 

@@ -5,8 +5,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <string>
 #include <system_error>
 #include <thread>
@@ -88,20 +88,52 @@ class AbandonedConnection {
   int _client;
 };
 
+// Standard error as a pipe, while the object lives.
+class StandardErrorPipe {
+ public:
+  StandardErrorPipe() : _before(dup(STDERR_FILENO)) {
+    int ends[2];
+    EXPECT_EQ(pipe(ends), 0);
+    _readEnd = ends[0];
+    dup2(ends[1], STDERR_FILENO);
+    close(ends[1]);
+  }
+  ~StandardErrorPipe() {
+    dup2(_before, STDERR_FILENO);
+    close(_before);
+    close(_readEnd);
+  }
+  StandardErrorPipe(const StandardErrorPipe&) = delete;
+  StandardErrorPipe& operator=(const StandardErrorPipe&) = delete;
+
+  // Waits for the next line.
+  std::string readLine() const {
+    std::string line;
+    char byte = 0;
+    while (!line.ends_with('\n') && read(_readEnd, &byte, 1) == 1) line += byte;
+    return line;
+  }
+
+ private:
+  const int _before;
+  int _readEnd = -1;
+};
+
 TEST(WaitForAbandonedPortTest, WaitsUntilTheSystemFreesThePort) {
   const unsigned short port = findFreePort(loopback);
   AbandonedConnection connection(port);
   ASSERT_FALSE(Holder(SOCK_STREAM, port).holds());
+  const StandardErrorPipe standardError;
+  std::string told;
   std::thread later([&] {
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    told = standardError.readLine();
     connection.reset();
   });
-  testing::internal::CaptureStderr();
   EXPECT_TRUE(waitForAbandonedPort(loopback, port));
+  std::fputs("\n", stderr);  // in case that nothing was told
   later.join();
-  EXPECT_EQ(testing::internal::GetCapturedStderr(),
-            "zordchd: connections to an earlier server still hold port " + std::to_string(port) +
-                ": waiting until the system frees it\n");
+  EXPECT_EQ(told, "zordchd: connections to an earlier server still hold port " +
+                      std::to_string(port) + ": waiting until the system frees it\n");
   EXPECT_TRUE(Holder(SOCK_STREAM, port).holds());
 }
 

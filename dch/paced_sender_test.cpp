@@ -101,7 +101,7 @@ TEST_F(PacedSenderTest, MakesRoomWhenAMessageIsSent) {
 
 TEST_F(PacedSenderTest, DropsAReceiverThatIsGone) {
   PacedSender sender(_socket, _log, longPause, 1);
-  const PeerAddress gone = UdpClient(noServer).address();
+  const PeerAddress gone = UdpClient(noServer, testkit::portToLeave()).address();
   sender.send(gone, longMessage(2, 'a'));
   UdpClient client(noServer);
   while (!sender.send(client.address(), "b")) std::this_thread::yield();

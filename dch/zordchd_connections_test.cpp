@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <chrono>
 #include <fstream>
 #include <list>
 #include <memory>
@@ -126,8 +127,14 @@ TEST_F(ZordchdConnectionsTest, AreWatchedForPeersThatVanish) {
   char ends[64];
   std::snprintf(ends, sizeof ends, ":%04X 0100007F:%04X 01 00000000:00000000 02:", _server.port(),
                 static_cast<unsigned>(ntohs(client.address().port)));
-  std::ifstream table("/proc/net/tcp");
-  const std::string connections{std::istreambuf_iterator<char>(table), {}};
+  // The answer is acknowledged a moment after it came; and a table that changes while it is read
+  // may lack a connection.
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  std::string connections;
+  while (connections.find(ends) == std::string::npos && std::chrono::steady_clock::now() < end) {
+    std::ifstream table("/proc/net/tcp");
+    connections.assign(std::istreambuf_iterator<char>(table), {});
+  }
   EXPECT_THAT(connections, HasSubstr(ends));
   EXPECT_EQ(_server.stop(SIGTERM), 0);
 }

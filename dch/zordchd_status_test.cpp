@@ -109,17 +109,17 @@ TEST_F(ZordchdStatusTest, DropsASubscriberThatIsGoneAndServesTheOthers) {
   UdpClient living(_server.port());
   PeerAddress address;
   {
-    UdpClient leaving(_server.port());
+    UdpClient leaving(_server.port(), portToLeave());
     address = leaving.address();
     subscribe(&leaving);
   }
   subscribe(&living);
-  registerHostmon();
+  // The system tells the server who is gone at once, or by the next event.
+  for (int i = 0; i < 2; ++i) registerHostmon();
   EXPECT_TRUE(_server.waitForError(std::string("subscriber ") + address.text().data() +
                                    " is gone: 1 subscription(s) dropped\n"));
   registerHostmon();
-  EXPECT_EQ(nextEvent(&living), "HOSTMON,,,1010");
-  EXPECT_EQ(nextEvent(&living), "HOSTMON,,,1010");
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(nextEvent(&living), "HOSTMON,,,1010");
 }
 
 TEST_F(ZordchdStatusTest, TellsTheLibrary) {

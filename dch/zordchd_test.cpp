@@ -155,21 +155,21 @@ TEST_F(ZordchdTest, DropsASubscriberThatIsGoneAndServesTheOthers) {
   UdpClient living(_server.port());
   PeerAddress address;
   {
-    UdpClient leaving(_server.port());
+    UdpClient leaving(_server.port(), portToLeave());
     address = leaving.address();
     subscribe(&leaving, "load");
   }
   subscribe(&living, "load");
   const ZORA_Long handle = goOnline("load");
-  sendRow(loadRow(handle, "1"));
+  // The system tells the server who is gone at once, or by the next row.
+  for (const char* row : {"1", "2"}) sendRow(loadRow(handle, row));
   EXPECT_TRUE(_server.waitForError(std::string("subscriber ") + address.text().data() +
                                    " is gone: 1 subscription(s) dropped\n"));
   // Whoever has the port now gets nothing of it: what it is sent later comes first.
   UdpClient successor(_server.port(), ntohs(address.port));
-  sendRow(loadRow(handle, "2"));
+  sendRow(loadRow(handle, "3"));
   EXPECT_EQ(statusOf(successor.ask(unregisterMessage("NONE"))), DCH_STATUS_UNKNOWN_APPLICATION);
-  EXPECT_EQ(living.receive(), loadRow(handle, "1"));
-  EXPECT_EQ(living.receive(), loadRow(handle, "2"));
+  for (const char* row : {"1", "2", "3"}) EXPECT_EQ(living.receive(), loadRow(handle, row));
 }
 
 TEST_F(ZordchdTest, ReplacingARegistrationTakesOnlySourcesOfMissingGroupsOffLine) {

@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <system_error>
 
+#include "dch/free_port.h"
+
 namespace dch::testkit {
 
 namespace {
@@ -82,6 +84,10 @@ void UdpClient::send(const std::string& bytes) {
 std::string UdpClient::ask(const std::string& bytes) {
   send(bytes);
   return receive().value_or("");
+}
+
+int portToLeave() {
+  return findFreePort({htonl(INADDR_LOOPBACK)});
 }
 
 TcpClient::TcpClient(int serverPort) : Socket(SOCK_STREAM) {

@@ -35,7 +35,8 @@ class Socket {
 
 class UdpClient : public Socket {
  public:
-  // On a port that the system gives, or on `ownPort`. Takes datagrams from anyone.
+  // On a port that the system gives, or on `ownPort`. Takes datagrams from anyone. One to which
+  // something is sent when it is gone has a port from portToLeave().
   explicit UdpClient(int serverPort, int ownPort = 0);
 
   void send(const std::string& bytes);
@@ -45,6 +46,10 @@ class UdpClient : public Socket {
  private:
   const int _serverPort;
 };
+
+// A free port of the loopback interface that the system gives to nobody: what is sent to it later
+// does not reach another test.
+int portToLeave();
 
 class TcpClient : public Socket {
  public:
