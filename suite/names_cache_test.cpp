@@ -36,10 +36,12 @@ int getaddrinfo(const char*, const char*, const addrinfo* hints, addrinfo** resu
 
 void freeaddrinfo(addrinfo*) noexcept {}
 
+// Time passes when a test lets it pass, but for a nanosecond with each look.
 int clock_gettime(clockid_t clock, timespec* now) noexcept {
-  const long result = syscall(SYS_clock_gettime, clock, now);
-  if (clock == CLOCK_MONOTONIC) now->tv_sec += clockAheadSeconds;
-  return static_cast<int>(result);
+  if (clock != CLOCK_MONOTONIC) return static_cast<int>(syscall(SYS_clock_gettime, clock, now));
+  static long looks = 0;
+  *now = {1000 + clockAheadSeconds, ++looks};
+  return 0;
 }
 
 namespace {
@@ -54,10 +56,10 @@ TEST(NameCache, AnswersForTenSeconds) {
   answer = "192.0.2.1";
   EXPECT_EQ(converted("dch.example"), "192.0.2.1");
   answer = "192.0.2.2";
-  clockAheadSeconds += 8;
+  clockAheadSeconds += 9;
   EXPECT_EQ(converted("dch.example"), "192.0.2.1");
   EXPECT_EQ(questions, 1);
-  clockAheadSeconds += 2;
+  clockAheadSeconds += 1;
   EXPECT_EQ(converted("dch.example"), "192.0.2.2");
   EXPECT_EQ(questions, 2);
 }

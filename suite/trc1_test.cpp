@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <ctime>
 
 #include "suite/trc1_test.h"
@@ -130,9 +131,11 @@ TEST(TraceRecord, StatesTheTimeInUtc) {
   setenv("TZ", "Pacific/Auckland", 1);
   tzset();
   const TraceFile file;
-  const std::time_t before = std::time(nullptr);
+  // std::time() may be a few milliseconds behind the clock that a record shows.
+  using Clock = std::chrono::system_clock;
+  const std::time_t before = Clock::to_time_t(Clock::now());
   TRC1_Printf(&dpOnline, 1, "x");
-  const std::time_t after = std::time(nullptr);
+  const std::time_t after = Clock::to_time_t(Clock::now());
   std::tm calendar{};
   ASSERT_NE(strptime(file.content().c_str(), "%Y-%m-%dT%H:%M:%S", &calendar), nullptr);
   const std::time_t stated = timegm(&calendar);
