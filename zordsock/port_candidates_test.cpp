@@ -2,13 +2,25 @@
 // by another program.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <deque>
+#include <thread>
 
 #include "zordsock/test_port.h"
 
 namespace {
 
 constexpr int defaultPort = 1919;
+
+// Takes the port. Another test may have got it from the system: that one is waited for, or it would
+// give the port back in the middle of this test.
+void take(int port, std::deque<TakenPort>* taken) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (!taken->emplace_back(port).isOwn() && std::chrono::steady_clock::now() < end) {
+    taken->pop_back();
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+}
 
 // What becomes of an instance whose candidates are all in use.
 void expectAllInUse(const char* settingsText, int tracedOffset, const std::vector<int>& candidates,
@@ -19,7 +31,7 @@ void expectAllInUse(const char* settingsText, int tracedOffset, const std::vecto
   AllocationTrace trace(defaultPort);
   trace.addInstance("inst1", "MONITOR").addOffset(tracedOffset);
   for (std::size_t i = 0; i < candidates.size(); ++i) {
-    taken.emplace_back(candidates[i]);
+    take(candidates[i], &taken);
     trace.addFailed();
     if (i < retries) trace.addRetry(candidates[i]);
   }

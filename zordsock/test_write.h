@@ -82,8 +82,9 @@ class StreamPair {
   }
 
  private:
-  // What is on its way to the peer makes room again for a moment.
-  static constexpr int settleMilliseconds = 5;
+  // What is on its way to the peer makes room again once it is acknowledged, which the peer's
+  // system puts off for up to 40 milliseconds.
+  static constexpr int settleMilliseconds = 100;
 
   bool fillOnce() {
     const std::size_t before = _filled;
