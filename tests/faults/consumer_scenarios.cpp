@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <poll.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -7,6 +8,7 @@
 #include "tests/faults/scenario.h"
 #include "zordchcl/DCHclient.h"
 #include "zordchcl/zordchcl.h"
+#include "zordsock/zordsock.h"
 
 namespace {
 
@@ -21,7 +23,8 @@ void* subscribe(const char* application) {
 
 std::string waitOnDataInitialize() {
   DCH_api_init();
-  void* const handle = tested([&] { return dc_waitOnDataInitialize("HOSTMON", "load"); });
+  // A row would come when its port is perhaps another test's.
+  void* const handle = tested([&] { return dc_waitOnDataInitialize("SILENT", "load"); });
   if (handle == nullptr) return "no handle";
   dc_waitOnDataDestroy(handle);
   return "a handle";
@@ -71,10 +74,20 @@ void* followStatus() {
   return handle;
 }
 
+// Waits for the notification that each subscription is sent, as the port may soon be another
+// test's; but not for long, for a fault may have led the subscription elsewhere.
+void awaitNotification(void* handle) {
+  constexpr int longestWaitMilliseconds = 300;
+  auto* const transport = static_cast<ipcSock*>(static_cast<DCHclient*>(handle)->_ipcClient);
+  pollfd watched{transport->sockUDP(), POLLIN, 0};
+  poll(&watched, 1, longestWaitMilliseconds);
+}
+
 std::string waitForStatusInitialize() {
   DCH_api_init();
   void* const handle = tested([&] { return dc_waitForDPStatusInitialize(); });
   if (handle == nullptr) return "no handle";
+  awaitNotification(handle);
   dc_waitForDPStatusDestroy(handle);
   return "a handle";
 }
@@ -89,6 +102,7 @@ std::string waitForStatus() {
 
 std::string waitForStatusDestroy() {
   void* const handle = followStatus();
+  awaitNotification(handle);
   return std::to_string(tested([&] { return dc_waitForDPStatusDestroy(handle); }));
 }
 
