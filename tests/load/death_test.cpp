@@ -43,6 +43,7 @@ class Server {
 
   int port() const { return _port; }
   void start() { start(std::to_string(_port)); }
+  void waitForStatusSubscriber() { _process->waitForError(" to provider status\n"); }
   void kill() {
     _process->signal(SIGKILL);
     _process->finish();
@@ -50,7 +51,8 @@ class Server {
 
  private:
   void start(const std::string& port) {
-    _process.emplace(ZORDCHD_PATH, tools::Arguments{"--port", port}, tools::Environment{});
+    _process.emplace(ZORDCHD_PATH, tools::Arguments{"--port", port, "--verbose"},
+                     tools::Environment{});
     const std::string ready = _process->waitForOutput("\n");
     _port = std::stoi(ready.substr(ready.rfind(' ')));
   }
@@ -230,6 +232,8 @@ TEST_F(Death, NobodyHasToBeRestarted) {
   }
   waitUntilRowsFlow();
   _hostmon.waitForError(" is on line\n", hostmonStarts + 1);
+  // One that was held up while the server died and came back subscribes again after half a minute.
+  _server.waitForStatusSubscriber();
 
   int resent = 0;
   for (Sender* const sender : {&_a, &_b}) {
