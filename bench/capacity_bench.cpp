@@ -14,6 +14,7 @@
 #include "bench/datagram_sockets.h"
 #include "bench/row_exchanges.h"
 #include "bench/sides.h"
+#include "dch/receive_buffer.h"
 #include "dch/testkit/clients.h"
 #include "dch/testkit/messages.h"
 #include "dch/testkit/server_process.h"
@@ -23,7 +24,7 @@ namespace {
 using dch::testkit::ServerProcess;
 
 constexpr int providers = 8;
-constexpr int stepOfRows = 10;
+constexpr int mostRowsAtOnce = 8000;   // their answers fit the client's own socket
 constexpr std::size_t valueSize = 80;  // makes the row as long as those of the other benchmarks
 
 double cpuMicroseconds(pid_t process) {
@@ -64,19 +65,10 @@ std::string rowOfNewSource(int port) {
   return dataMessage(answer->handle, {{"attr", 'D', std::string(valueSize, 'x')}});
 }
 
-// The answers must not be what is lost.
-void makeRoom(const DatagramSocket& client) {
-  constexpr int wanted = 4 << 20;
-  int room = 0;
-  socklen_t length = sizeof room;
-  getsockopt(client.descriptor(), SOL_SOCKET, SO_RCVBUF, &room, &length);
-  if (room < wanted) setsockopt(client.descriptor(), SOL_SOCKET, SO_RCVBUF, &wanted, sizeof wanted);
-}
-
 // Sends that many rows at once; whether all are acknowledged.
 bool allAreAcknowledged(int rows, const std::string& row, const sockaddr_in& server) {
   const DatagramSocket client;
-  makeRoom(client);
+  dch::enlargeReceiveBuffer(client.descriptor());  // the answers must not be what is lost
   for (int i = 0; i < rows; ++i) client.sendTo(server, row);
   pollfd readable{client.descriptor(), POLLIN, 0};
   constexpr int silenceMilliseconds = 200;
@@ -89,13 +81,18 @@ bool allAreAcknowledged(int rows, const std::string& row, const sockaddr_in& ser
   return true;
 }
 
-// The largest number of rows, in steps of 10, that were all acknowledged in each of the tries.
+// The largest of the numbers asked for, each a quarter more than the one before, of which all rows
+// were acknowledged in each of the tries.
 int rowsAtOnce(int tries) {
   const ServerProcess server;
   const std::string row = rowOfNewSource(server.port());
-  for (int rows = stepOfRows;; rows += stepOfRows)
+  int best = 0;
+  for (int rows = 100; rows <= mostRowsAtOnce; rows += rows / 4) {
     for (int i = 0; i < tries; ++i)
-      if (!allAreAcknowledged(rows, row, loopbackAddress(server.port()))) return rows - stepOfRows;
+      if (!allAreAcknowledged(rows, row, loopbackAddress(server.port()))) return best;
+    best = rows;
+  }
+  return best;
 }
 
 }  // namespace

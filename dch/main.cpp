@@ -23,6 +23,7 @@
 #include "dch/memory_registry.h"
 #include "dch/options.h"
 #include "dch/push_socket.h"
+#include "dch/receive_buffer.h"
 #include "dch/server.h"
 #include "dch/vanished_peers.h"
 #include "suite/zor0.h"
@@ -164,6 +165,7 @@ void serve(const dch::Options& options, const dch::ActionList& actions, const si
   dch::Inbox inbox(endpoint);
   const std::optional<dch::PeerAddress> served = waitUntilReady(inbox);
   if (!served) return;
+  dch::enlargeReceiveBuffer(endpoint.sockUDP());
   // Only now, so that it does not take the very port that the endpoint is to have.
   dch::PushSocket pushSocket(in_addr{served->address});
   dch::PushSocket answerSocket(in_addr{served->address});
