@@ -5,8 +5,8 @@
 namespace dch {
 
 // Makes room for some thousands of small datagrams in the buffer of `socket`, as far as the system
-// lets this process: sources that all send on the full second would lose what does not fit. A buffer
-// that is larger already stays so.
+// lets this process: sources that all send on the full second would lose what does not fit. A
+// buffer that is larger already stays so.
 void enlargeReceiveBuffer(int socket);
 
 }  // namespace dch
