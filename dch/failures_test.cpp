@@ -4,7 +4,6 @@
 #include <sys/wait.h>
 
 #include <cerrno>
-#include <chrono>
 #include <new>
 #include <string>
 #include <vector>
@@ -14,6 +13,7 @@
 #include "dch/push_socket.h"
 #include "dch/testkit/clients.h"
 #include "tests/support/fault_plan.h"
+#include "tests/support/wait_until.h"
 
 namespace dch {
 namespace {
@@ -59,11 +59,10 @@ PeerAddress goneReceiver() {
 // Lets the socket look until that is so: the system tells it at once or a moment later.
 template <class Condition>
 void collectGoneUntil(Condition isSo, PushSocket& socket, std::vector<PeerAddress>* gone) {
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-  do {
+  EXPECT_TRUE(waitUntil([&] {
     socket.collectGone(gone);
-  } while (!isSo() && std::chrono::steady_clock::now() < end);
-  EXPECT_TRUE(isSo());
+    return isSo();
+  }));
 }
 
 TEST(Failures, AReceiverThatIsGoneIsFoundAgainWhenThereWasNoMemory) {

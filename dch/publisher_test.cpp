@@ -3,9 +3,8 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
-
 #include "dch/testkit/clients.h"
+#include "tests/support/wait_until.h"
 
 namespace dch {
 namespace {
@@ -31,10 +30,10 @@ class PublisherTest : public ::testing::Test {
   // Publishes until so many subscriptions are left: that a receiver is gone the system says at once
   // or a moment later.
   void publishUntilLeft(std::size_t subscriptions) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    do {
+    waitUntil([&] {
       _publisher.publish("load", "row");
-    } while (_subscriptions.size() != subscriptions && std::chrono::steady_clock::now() < end);
+      return _subscriptions.size() == subscriptions;
+    });
     EXPECT_EQ(_subscriptions.size(), subscriptions);
   }
 
@@ -90,10 +89,10 @@ TEST_F(PublisherTest, DropsASubscriberThatIsGoneWhenItAloneIsSentSomething) {
   const PeerAddress gone = goneClient();
   _publisher.subscribe("load", gone);
   EXPECT_TRUE(_publisher.hasSubscribers("load"));
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-  do {
+  waitUntil([&] {
     _publisher.publishTo("load", gone, "row");
-  } while (_publisher.hasSubscribers("load") && std::chrono::steady_clock::now() < end);
+    return !_publisher.hasSubscribers("load");
+  });
   EXPECT_FALSE(_publisher.hasSubscribers("load"));
 }
 

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
-#include <chrono>
 #include <fstream>
 #include <list>
 #include <memory>
@@ -13,6 +12,7 @@
 #include "dch/testkit/messages.h"
 #include "dch/testkit/server_process.h"
 #include "tests/support/stream_client.h"
+#include "tests/support/wait_until.h"
 #include "zordchcl/status.h"
 #include "zordsock/zordsock.h"
 
@@ -129,12 +129,12 @@ TEST_F(ZordchdConnectionsTest, AreWatchedForPeersThatVanish) {
                 static_cast<unsigned>(ntohs(client.address().port)));
   // The answer is acknowledged a moment after it came; and a table that changes while it is read
   // may lack a connection.
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
   std::string connections;
-  while (connections.find(ends) == std::string::npos && std::chrono::steady_clock::now() < end) {
+  waitUntil([&] {
     std::ifstream table("/proc/net/tcp");
     connections.assign(std::istreambuf_iterator<char>(table), {});
-  }
+    return connections.find(ends) != std::string::npos;
+  });
   EXPECT_THAT(connections, HasSubstr(ends));
   EXPECT_EQ(_server.stop(SIGTERM), 0);
 }

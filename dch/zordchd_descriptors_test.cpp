@@ -14,6 +14,7 @@
 #include "dch/testkit/messages.h"
 #include "dch/testkit/server_process.h"
 #include "tests/support/descriptor_limit.h"
+#include "tests/support/text_count.h"
 #include "tools/testkit/temporary_file.h"
 #include "zordchcl/status.h"
 #include "zordsock/zordsock.h"
@@ -36,12 +37,6 @@ void lowerSoftLimit() {
 void lowerHardLimit() {
   const rlimit limit{fewDescriptors, fewDescriptors};
   setrlimit(RLIMIT_NOFILE, &limit);
-}
-
-int countOf(const std::string& part, const std::string& text) {
-  int count = 0;
-  for (std::size_t at = 0; (at = text.find(part, at)) != std::string::npos; ++at) ++count;
-  return count;
 }
 
 bool isServed(TcpClient* client) {

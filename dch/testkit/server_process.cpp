@@ -11,6 +11,7 @@
 #include <stdexcept>
 
 #include "tests/support/child_process.h"
+#include "tests/support/text_count.h"
 
 namespace dch::testkit {
 
@@ -35,12 +36,6 @@ void becomeServer(const ServerProcess::Arguments& arguments) {
 }
 
 constexpr int cannotRun = 127;
-
-int countOf(const std::string& part, const std::string& text) {
-  int count = 0;
-  for (std::size_t at = 0; (at = text.find(part, at)) != std::string::npos; ++at) ++count;
-  return count;
-}
 
 }  // namespace
 

@@ -16,6 +16,8 @@
 
 #include "tests/support/scripted_dch.h"
 #include "tests/support/stream_client.h"
+#include "tests/support/text_count.h"
+#include "tests/support/wait_until.h"
 #include "tools/testkit/tools_fixture.h"
 
 namespace {
@@ -136,28 +138,11 @@ bool isAway(RunningProgram& program) {
   return said.rfind(noAnswer) + 1 > placeOfLast(said, answersAgain, startedAnew);
 }
 
-// Returns false when it does not become true in time.
-template <class Condition>
-bool waitUntil(Condition condition) {
-  const auto end = std::chrono::steady_clock::now() + longestWait;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > end) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  }
-  return true;
-}
-
 // How often a number is not higher than the one before it.
 int repetitions(const std::vector<int>& numbers) {
   int count = 0;
   for (std::size_t i = 1; i < numbers.size(); ++i) count += numbers[i] <= numbers[i - 1];
   return count;
-}
-
-int count(const std::string& text, const std::string& part) {
-  int found = 0;
-  for (std::size_t at = 0; (at = text.find(part, at)) != std::string::npos; ++at) ++found;
-  return found;
 }
 
 class Death : public ::testing::Test {
@@ -166,11 +151,13 @@ class Death : public ::testing::Test {
 
   // Waits until the watcher has shown a row of the sender that is newer than `number`.
   static void waitForNewerRow(RunningProgram& watcher, const std::string& sender, int number) {
-    EXPECT_TRUE(waitUntil([&] {
-      const auto row = lastRowOf(sender, watcher.waitForOutput(""));
-      return row && (*row)["values"]["number"].get<int>() > number;
-    })) << "no row of "
-        << sender << " after " << number << " came";
+    EXPECT_TRUE(waitUntil(
+        [&] {
+          const auto row = lastRowOf(sender, watcher.waitForOutput(""));
+          return row && (*row)["values"]["number"].get<int>() > number;
+        },
+        longestWait))
+        << "no row of " << sender << " after " << number << " came";
   }
 
   void waitUntilRowsFlow() {
@@ -186,18 +173,18 @@ class Death : public ::testing::Test {
     // They find out, each by itself, before there is a server again. A machine that is held up may
     // have made them say so before.
     for (RunningProgram* const one : all)
-      EXPECT_TRUE(waitUntil([&] { return isAway(*one); })) << one->waitForError("");
+      EXPECT_TRUE(waitUntil([&] { return isAway(*one); }, longestWait)) << one->waitForError("");
     _server.start();
     for (RunningProgram* const one : all)
-      EXPECT_TRUE(waitUntil([&] { return !isAway(*one); })) << one->waitForError("");
+      EXPECT_TRUE(waitUntil([&] { return !isAway(*one); }, longestWait)) << one->waitForError("");
     // Who comes first registers the application; the other finds it known, and its own handle too
     // when it is given the same one.
-    EXPECT_TRUE(waitUntil([&] { return registrations() > 0; }));
+    EXPECT_TRUE(waitUntil([&] { return registrations() > 0; }, longestWait));
   }
 
   int registrations() {
-    return count(_a.process().waitForError(""), registeredAgain) +
-           count(_b.process().waitForError(""), registeredAgain);
+    return countOf(registeredAgain, _a.process().waitForError("")) +
+           countOf(registeredAgain, _b.process().waitForError(""));
   }
 
   Server _server;
@@ -226,7 +213,7 @@ TEST_F(Death, NobodyHasToBeRestarted) {
     // In full flow, or while they are still busy with the death before.
     if (i % 2 == 1) waitUntilRowsFlow();
     std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds(random)));
-    hostmonStarts = count(_hostmon.waitForError(""), " is on line\n");
+    hostmonStarts = countOf(" is on line\n", _hostmon.waitForError(""));
     _server.kill();
     _server.start();
   }
@@ -239,7 +226,7 @@ TEST_F(Death, NobodyHasToBeRestarted) {
   for (Sender* const sender : {&_a, &_b}) {
     const ProgramResult sent = sender->finish();
     EXPECT_EQ(sent.exitStatus, 0) << sent.standardError;
-    resent += count(sent.standardError, "Error: ipcRead with wait[1 second] failed\n");
+    resent += countOf("Error: ipcRead with wait[1 second] failed\n", sent.standardError);
   }
   for (RunningProgram* const watcher : {&_first, &_second}) {
     watcher->signal(SIGTERM);
@@ -253,7 +240,7 @@ TEST_F(Death, NobodyHasToBeRestarted) {
     EXPECT_NE(lastHandleOf("a", seen.standardOutput), lastHandleOf("b", seen.standardOutput));
   }
   // Online again is no change; going off line is one.
-  EXPECT_EQ(count(_status.waitForOutput(",offline,BEAT,beat,b\n"), ",online,BEAT,beat,a\n"), 1);
+  EXPECT_EQ(countOf(",online,BEAT,beat,a\n", _status.waitForOutput(",offline,BEAT,beat,b\n")), 1);
   _hostmon.signal(SIGTERM);
   EXPECT_EQ(_hostmon.finish().exitStatus, 0);
   _status.signal(SIGTERM);

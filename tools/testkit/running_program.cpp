@@ -10,6 +10,8 @@
 #include <chrono>
 #include <stdexcept>
 
+#include "tests/support/text_count.h"
+
 namespace tools {
 namespace {
 
@@ -48,12 +50,6 @@ std::vector<std::string> wholeEnvironment(const RunningProgram::Environment& cha
   }
   for (const auto& [name, value] : changes) whole.push_back(name + "=" + value);
   return whole;
-}
-
-int count(const std::string& text, const std::string& part) {
-  int found = 0;
-  for (std::size_t at = 0; (at = text.find(part, at)) != std::string::npos; ++at) ++found;
-  return found;
 }
 
 }  // namespace
@@ -143,7 +139,7 @@ void RunningProgram::collect(int descriptor, std::string* target) {
 
 std::string RunningProgram::waitFor(const std::string* output, const std::string& text, int times) {
   std::unique_lock lock(_mutex);
-  const auto isThere = [&] { return count(*output, text) >= times; };
+  const auto isThere = [&] { return countOf(text, *output) >= times; };
   _more.wait_for(lock, longestWait, [&] { return isThere() || _openOutputs == 0; });
   if (isThere()) return *output;
   throw std::runtime_error("no '" + text + "' in what the program wrote:\n" +
