@@ -15,7 +15,6 @@
 #include "bench/row_exchanges.h"
 #include "bench/sides.h"
 #include "dch/receive_buffer.h"
-#include "dch/testkit/clients.h"
 #include "dch/testkit/messages.h"
 #include "dch/testkit/server_process.h"
 
@@ -57,12 +56,8 @@ double costOfRow(std::chrono::milliseconds pause, int rowsOfEach) {
 
 // The row of a source that is on line now.
 std::string rowOfNewSource(int port) {
-  using namespace dch::testkit;
-  UdpClient client(port);
-  client.ask(registerMessage("appl:BENCH,BEN;group:group;attr:attr,D,96;", "BENCH", "BEN"));
-  const auto answer = onlineAnswerOf(client.ask(onlineMessage("BENCH", "group", "host")));
-  if (!answer || answer->status != 0) throw std::runtime_error("a source cannot go on line");
-  return dataMessage(answer->handle, {{"attr", 'D', std::string(valueSize, 'x')}});
+  const ZORA_Long handle = goOnLine(port, "appl:BENCH,BEN;group:group;attr:attr,D,96;", "host");
+  return dch::testkit::dataMessage(handle, {{"attr", 'D', std::string(valueSize, 'x')}});
 }
 
 // Sends that many rows at once; whether all are acknowledged.

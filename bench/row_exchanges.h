@@ -9,7 +9,7 @@
 #include "bench/exchange_client.h"
 #include "zora/zora.h"
 
-// All but the first are for a process whose DCH is set.
+// All but the bare ones are for a process whose DCH is set, or set it.
 
 // Nothing but system calls: sends as many bytes as a row has, and waits for an answer.
 bool roundTripBare(int socket, const sockaddr_in& peer);
