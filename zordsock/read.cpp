@@ -137,7 +137,10 @@ bool IncomingMessage::receiveDatagram() {
     return false;
   }
   chunk.length = _result;
-  if (_chunkCount == 0) _totalLength = ZOR0_MessageLength(bytes);
+  // A datagram without a whole length word announces nothing: the bytes that it lacks would come
+  // with the next one, and nobody would have counted what they announce.
+  if (_chunkCount == 0 && static_cast<std::size_t>(_result) >= ZOR0_LENGTH_WORD_SIZE)
+    _totalLength = ZOR0_MessageLength(bytes);
   _chunkCount += 1;
   _totalRead += static_cast<std::uint32_t>(_result);
   _triesUsed = 0;

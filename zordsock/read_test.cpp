@@ -4,6 +4,7 @@
 
 #include <thread>
 
+#include "tests/support/bytes.h"
 #include "tests/support/quickest.h"
 #include "tests/support/trace_capture.h"
 #include "zordsock/test_read.h"
@@ -174,6 +175,34 @@ TEST_F(Read, RefusesALengthBelowThatOfTheDatagram) {
 
 TEST_F(Read, RefusesALengthThatDoesNotCountItself) {
   expectRefusal({4}, 3);
+}
+
+// The bytes that the first datagram lacks of its length word are not those of the next one: the
+// joined message would say that it is longer than it is.
+TEST_F(Read, RefusesAFirstDatagramWithoutAWholeLengthWord) {
+  for (const std::string& first : {bytesOf("00"), bytesOf("00 01"), bytesOf("00 00 01")}) {
+    expectTrace("ipcSock::ipcRead", [&] {
+      send(first);
+      const ReadOutcome outcome = readFrom(endpoint, patienceSeconds);
+      EXPECT_EQ(outcome.result, -1);
+      EXPECT_FALSE(outcome.handedOver);
+      const int bytes = static_cast<int>(first.size());
+      return ReadLines(endpoint, patienceSeconds)
+          .waited(1)
+          .received(0, bytes)
+          .incomplete(0, bytes)
+          .ended(outcome);
+    });
+  }
+}
+
+TEST_F(Read, WaitsForNothingThatAShortFirstDatagramSeemsToAnnounce) {
+  send(bytesOf("00 00 01"));
+  const std::string message = sendMessage({100}, 100);
+  EXPECT_EQ(readFrom(endpoint, patienceSeconds).result, -1);
+  const ReadOutcome outcome = readFrom(endpoint, patienceSeconds);
+  ASSERT_EQ(outcome.result, 100);
+  EXPECT_EQ(outcome.message(100), message);
 }
 
 TEST_F(Read, RefusesADatagramThatEndsBeyondTheMessage) {

@@ -13,19 +13,24 @@ using namespace zordsock;
 
 ZORA_Long ipcSock::ipcWrite(void* buffer, ZORA_Long length, unsigned int connectedSockFD) {
   TRC1_FUNCTION("ipcSock::ipcWrite");
+  if (length < 0) {
+    // As an unsigned size it would reach far behind the buffer.
+    TRC1_ERROR("Error: [@%p] a message of %d bytes cannot be sent\n", TRC1_Pointer(this), length);
+    TRC1_RETURN(ZORA_Long{-1});
+  }
   const char* const message = static_cast<const char*>(buffer);
   const bool sent = connectedSockFD == 0 ? writeDatagrams(trc1Scope, message, length)
                                          : writeStream(trc1Scope, message, length, connectedSockFD);
   if (!sent) TRC1_RETURN(ZORA_Long{-1});
-  const ZORA_Long bytesSent = std::max<ZORA_Long>(length, 0);
-  TRC1_DETAIL("[@%p] Sent %d bytes out of %d\n", TRC1_Pointer(this), bytesSent, length);
+  TRC1_DETAIL("[@%p] Sent %d bytes out of %d\n", TRC1_Pointer(this), length, length);
   if (trc1Scope.on(TRC1_CLASS_DUMP)) ZOR0_PrintDump(buffer, 0, length);
-  TRC1_RETURN(bytesSent);
+  TRC1_RETURN(length);
 }
 
 bool ipcSock::writeDatagrams(const TRC1_Scope& trc1Scope, const char* message, ZORA_Long length) {
   TRC1_DETAIL("[@%p] Using Family=AF_INET, Type=UDP totalLen=%d.\n", TRC1_Pointer(this), length);
   TRC1_ADDRESS("_sockAddress set to ", &_sockAddress, _sockAddrLen);
+  if (isStrict(*this)) forgetOldAnswers(trc1Scope, *this);
   ZORA_Long sent = 0;
   while (sent < length) {
     const ZORA_Long chunk = std::min(length - sent, UDP_CHUNK_SIZE);

@@ -31,6 +31,13 @@ class WriteOnAStream : public Write {
   StreamPair connection;
 };
 
+std::vector<TraceLine> negativeLengthLines(const ipcSock& endpoint, int length) {
+  return {entryLine(),
+          errorLine(textOf("Error: [@%p] a message of %d bytes cannot be sent\n",
+                           TRC1_Pointer(&endpoint), length)),
+          exitLine(-1)};
+}
+
 // ---- Datagrams ---------------------------------------------------------------------------------
 
 TEST_F(WriteOfDatagrams, SendsASmallMessageAsOne) {
@@ -75,12 +82,13 @@ TEST_F(WriteOfDatagrams, SendsNothingOfAMessageWithoutBytes) {
   });
 }
 
-TEST_F(WriteOfDatagrams, SendsNothingForANegativeLength) {
+TEST_F(WriteOfDatagrams, FailsForANegativeLengthAndSendsNothing) {
   char byte = 'x';
-  const TraceCapture trace("0x10");
-  EXPECT_EQ(endpoint.ipcWrite(&byte, -5, 0), 0);
-  EXPECT_FALSE(dch.hasDatagram());
-  EXPECT_TRUE(trace.has(textOf("[@%p] Sent 0 bytes out of -5\n", TRC1_Pointer(&endpoint))));
+  expectTrace("ipcSock::ipcWrite", [&] {
+    EXPECT_EQ(endpoint.ipcWrite(&byte, -5, 0), -1);
+    EXPECT_FALSE(dch.hasDatagram());
+    return negativeLengthLines(endpoint, -5);
+  });
 }
 
 TEST_F(WriteOfDatagrams, GoesToTheAddressThatWasSetLast) {
@@ -142,6 +150,16 @@ TEST_F(WriteOnAStream, SendsTheWholeMessage) {
 TEST_F(WriteOnAStream, SucceedsWithAMessageWithoutBytes) {
   EXPECT_EQ(write(endpoint, "", connection.server()), 0);
   EXPECT_EQ(connection.receiveRest(), "");
+}
+
+TEST_F(WriteOnAStream, FailsForANegativeLengthAndSendsNothing) {
+  char byte = 'x';
+  expectTrace("ipcSock::ipcWrite", [&] {
+    EXPECT_EQ(endpoint.ipcWrite(&byte, -1, connection.server()), -1);
+    return negativeLengthLines(endpoint, -1);
+  });
+  EXPECT_EQ(endpoint.ipcWrite(&byte, 1, connection.server()), 1);
+  EXPECT_EQ(connection.receive(1), "x") << "nothing came before it";
 }
 
 TEST_F(WriteOnAStream, DumpsTheMessage) {
