@@ -31,12 +31,17 @@ namespace {
 constexpr int waitSeconds = 10;
 constexpr int pauseSeconds = 3;
 
-// Marks the first free element taken and returns its index, -1 when all are in use.
+// Marks the first free element taken and returns its index, -1 when all are in use. With strict
+// answers it is the next free one in turn: while the others rest, the system gives their ports to
+// nobody, and an answer that comes late finds none of ours that waits there.
 int takeFreeElement() {
+  static int turn = 0;  // guarded by _UDPSockLock
   for (int i = 0; i < _envDCHUDPSocks; ++i) {
-    if (_UDPSockList[i].inUse == 0) {
-      _UDPSockList[i].inUse = 1;
-      return i;
+    const int index = (turn + i) % _envDCHUDPSocks;
+    if (_UDPSockList[index].inUse == 0) {
+      _UDPSockList[index].inUse = 1;
+      if (_envStrictAnswers) turn = index + 1;
+      return index;
     }
   }
   return -1;

@@ -7,8 +7,10 @@
 #include <memory>
 #include <new>
 #include <optional>
+#include <utility>
 
 #include "suite/zor0.h"
+#include "zordsock/strict_answers.h"
 #include "zordsock/trace_unit.h"
 #include "zordsock/zordsock.h"
 
@@ -20,7 +22,10 @@ constexpr ZORA_Long furtherDatagramSeconds = 10;
 class IncomingMessage {
  public:
   IncomingMessage(ipcSock& endpoint, const TRC1_Scope& scope, ZORA_Long initialWait)
-      : trc1Scope(scope), _endpoint(endpoint), _waitSeconds(initialWait) {
+      : trc1Scope(scope),
+        _endpoint(endpoint),
+        _isStrict(zordsock::isStrict(endpoint)),
+        _waitSeconds(initialWait) {
     if (initialWait > 0) _timeout = timeval{initialWait, 0};
   }
 
@@ -35,12 +40,17 @@ class IncomingMessage {
   };
 
   Wait waitForDatagram();
+  bool isTimeUp() const;
+  int selectReadable(ZORA_Long descriptor);
+  Wait waitRanOut(int systemError);
   bool receiveDatagram();
+  ZORA_Long receiveInto(char* bytes, sockaddr_in* sender);
   void handOver(void** readBuffer);
   void joinChunks(void** readBuffer);
 
   const TRC1_Scope& trc1Scope;
   ipcSock& _endpoint;
+  const bool _isStrict;  // what does not come from the peer is thrown away
   std::array<Chunk, MAX_READ_CHUNKS> _chunks;
   ZORA_Long _chunkCount = 0;
   std::uint32_t _totalLength = 0;  // as the first datagram announces it
@@ -48,6 +58,7 @@ class IncomingMessage {
   ZORA_Long _result = 0;
   ZORA_Long _waitSeconds;
   ZORA_Long _triesUsed = 0;         // beyond the first, of the current wait
+  bool _strangerCame = false;       // the datagram received last was thrown away
   std::optional<timeval> _timeout;  // none waits without limit; select() counts it down
 };
 
@@ -73,8 +84,15 @@ ZORA_Long IncomingMessage::read(void** readBuffer) {
   return _result;
 }
 
+bool IncomingMessage::isTimeUp() const {
+  return _timeout && _timeout->tv_sec == 0 && _timeout->tv_usec == 0;
+}
+
 IncomingMessage::Wait IncomingMessage::waitForDatagram() {
-  if (_chunkCount > 0) {
+  // What strangers send makes no wait longer, however much it is.
+  const bool goesOn = std::exchange(_strangerCame, false);
+  if (goesOn && isTimeUp()) return waitRanOut(errno);
+  if (_chunkCount > 0 && !goesOn) {
     _waitSeconds = furtherDatagramSeconds;
     _timeout = timeval{furtherDatagramSeconds, 0};
   }
@@ -82,13 +100,7 @@ IncomingMessage::Wait IncomingMessage::waitForDatagram() {
   TRC1_DETAIL("[@%p]Waiting on SELECT: UDP[%d] Port[%d] MaxFD[%d] WaitTime[%d]\n",
               TRC1_Pointer(&_endpoint), descriptor, _endpoint.sockPortUDP(), descriptor + 1,
               _waitSeconds);
-  ZOR0_DescriptorSet readSet;
-  int count = -1;
-  if (readSet.reset(descriptor)) {
-    readSet.add(descriptor);
-    count =
-        select(descriptor + 1, readSet.get(), nullptr, nullptr, _timeout ? &*_timeout : nullptr);
-  }
+  const int count = selectReadable(descriptor);
   const int systemError = errno;
   TRC1_DETAIL("[@%p] Select returned - count=%d errno=%d\n", TRC1_Pointer(&_endpoint), count,
               systemError);
@@ -98,16 +110,26 @@ IncomingMessage::Wait IncomingMessage::waitForDatagram() {
                _waitSeconds, count, systemError);
     _result = -1;
   }
-  if (count != 0) return Wait::ready;
+  return count != 0 ? Wait::ready : waitRanOut(systemError);
+}
+
+int IncomingMessage::selectReadable(ZORA_Long descriptor) {
+  ZOR0_DescriptorSet readSet;
+  if (!readSet.reset(descriptor)) return -1;
+  readSet.add(descriptor);
+  return select(descriptor + 1, readSet.get(), nullptr, nullptr, _timeout ? &*_timeout : nullptr);
+}
+
+IncomingMessage::Wait IncomingMessage::waitRanOut(int systemError) {
   if (_triesUsed >= _endpoint.ipcGetRetryRead()) {
-    TRC1_DETAIL("select timed out - wait=%d count=%d errno=%d...not retrying\n", _waitSeconds,
-                count, systemError);
+    TRC1_DETAIL("select timed out - wait=%d count=%d errno=%d...not retrying\n", _waitSeconds, 0,
+                systemError);
     return Wait::timedOut;
   }
   // A first wait is looked at again with what is left of its time, which is nothing.
   _triesUsed += 1;
   TRC1_DETAIL("[@%p] select timed out - wait=%d count=%d errno=%d...trying again\n",
-              TRC1_Pointer(&_endpoint), _waitSeconds, count, systemError);
+              TRC1_Pointer(&_endpoint), _waitSeconds, 0, systemError);
   return Wait::retry;
 }
 
@@ -126,10 +148,13 @@ bool IncomingMessage::receiveDatagram() {
       TRC1_Pointer(bytes), UDP_CHUNK_SIZE, TRC1_Pointer(&_endpoint), _chunkCount);
   std::memset(bytes, 0, UDP_CHUNK_SIZE);
   sockaddr_in sender;
-  socklen_t senderLength = sizeof sender;
-  _result = static_cast<ZORA_Long>(recvfrom(_endpoint._sockUDP, bytes, UDP_CHUNK_SIZE, 0,
-                                            reinterpret_cast<sockaddr*>(&sender), &senderLength));
+  const ZORA_Long received = receiveInto(bytes, &sender);
   const int systemError = errno;
+  if (_isStrict && received >= 0 && !zordsock::isFromPeer(trc1Scope, _endpoint, sender, received)) {
+    _strangerCame = true;
+    return true;
+  }
+  _result = received;
   if (_result < 1) {
     TRC1_STORAGE("Deleting ipcBuffer @%p, bytesRead: %d\n", TRC1_Pointer(bytes), _result);
     chunk.bytes.reset();
@@ -148,6 +173,12 @@ bool IncomingMessage::receiveDatagram() {
               TRC1_Pointer(&_endpoint), _chunkCount, static_cast<int>(_totalLength), _result,
               static_cast<int>(_totalRead), systemError);
   return _totalLength > _totalRead;
+}
+
+ZORA_Long IncomingMessage::receiveInto(char* bytes, sockaddr_in* sender) {
+  socklen_t senderLength = sizeof *sender;
+  return static_cast<ZORA_Long>(recvfrom(_endpoint._sockUDP, bytes, UDP_CHUNK_SIZE, 0,
+                                         reinterpret_cast<sockaddr*>(sender), &senderLength));
 }
 
 void IncomingMessage::handOver(void** readBuffer) {

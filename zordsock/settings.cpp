@@ -17,6 +17,7 @@ std::atomic<unsigned short> _envPortNo{0};
 int _envDCHtimeout;
 int _envTRAPEMIT;
 int _envDCHUDPSocks;
+bool _envStrictAnswers;
 
 namespace {
 
@@ -58,6 +59,8 @@ void ipcSock::getEnvVariables() {
   _envTRAPEMIT = saysYes(trapEmit) ? 1 : 0;
   TRC1_DETAIL("_envDCHname[%s] _envPortNo[%d] _envDCHtimeout[%d] _envTRAPEMIT[%d]\n", _envDCHname,
               _envPortNo.load(), _envDCHtimeout, _envTRAPEMIT);
+  _envStrictAnswers = saysYes(OSV1_GetEnv("ZOR0_STRICT_ANSWERS", 0));
+  if (_envStrictAnswers) TRC1_DETAIL("ZOR0_STRICT_ANSWERS is on\n");
   TRC1_LEAVE();
 }
 

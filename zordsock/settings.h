@@ -29,10 +29,11 @@ extern std::atomic<short> _envVarsInit;  // 1 once the environment has been read
 extern std::atomic<int> _envDCHUDPInit;  // 1 once the pool has been built
 extern char _envDCHname[hostNameSize];   // host name or dotted address of the DCH
 extern std::atomic<unsigned short>
-    _envPortNo;              // port of the DCH; the server's allocation rewrites it
-extern int _envDCHtimeout;   // seconds
-extern int _envTRAPEMIT;     // 1 when trap emission is asked for
-extern int _envDCHUDPSocks;  // sockets in the pool
+    _envPortNo;                 // port of the DCH; the server's allocation rewrites it
+extern int _envDCHtimeout;      // seconds
+extern int _envTRAPEMIT;        // 1 when trap emission is asked for
+extern int _envDCHUDPSocks;     // sockets in the pool
+extern bool _envStrictAnswers;  // an answer is taken for its own request or not at all
 
 struct UDPSockElement {
   unsigned short inUse;  // 1 while an endpoint holds the socket; guarded by _UDPSockLock

@@ -6,6 +6,7 @@
 #include "suite/osv1.h"
 #include "suite/zor0.h"
 #include "zordsock/settings.h"
+#include "zordsock/strict_answers.h"
 #include "zordsock/trace_unit.h"
 #include "zordsock/zordsock.h"
 

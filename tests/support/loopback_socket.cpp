@@ -42,13 +42,17 @@ void LoopbackSocket::sendTo(unsigned short port, const std::string& datagram) co
   ASSERT_EQ(sent, static_cast<ssize_t>(datagram.size()));
 }
 
-std::string LoopbackSocket::receive() const {
+std::string LoopbackSocket::receive(unsigned short* senderPort) const {
   if (!waitForDatagram(longestWaitMilliseconds)) {
     ADD_FAILURE() << "no datagram came";
     return "";
   }
   std::array<char, 65536> buffer;
-  const ssize_t count = recv(_socket, buffer.data(), buffer.size(), 0);
+  sockaddr_in sender{};
+  socklen_t length = sizeof sender;
+  const ssize_t count = recvfrom(_socket, buffer.data(), buffer.size(), 0,
+                                 reinterpret_cast<sockaddr*>(&sender), &length);
+  if (senderPort != nullptr) *senderPort = ntohs(sender.sin_port);
   return std::string(buffer.data(), count > 0 ? static_cast<std::size_t>(count) : 0);
 }
 

@@ -20,8 +20,9 @@ class LoopbackSocket {
   // Sends one datagram to a port of this machine.
   void sendTo(unsigned short port, const std::string& datagram) const;
 
-  // The next datagram. Waits up to twenty seconds for it; without one the test fails.
-  std::string receive() const;
+  // The next datagram, and the port that it came from. Waits up to twenty seconds for it; without
+  // one the test fails.
+  std::string receive(unsigned short* senderPort = nullptr) const;
 
   // Whether a datagram is there already.
   bool hasDatagram() const { return waitForDatagram(0); }
