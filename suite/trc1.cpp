@@ -20,6 +20,7 @@
 #include <string_view>
 #include <vector>
 
+#include "suite/cancellation.h"
 #include "suite/locking.h"
 #include "suite/trimmed.h"
 
@@ -294,6 +295,8 @@ std::size_t formatPrefix(char* out, std::size_t size, const TRC1_Block& block, i
 }
 
 void writeRecord(const TRC1_Block& block, int line, const char* format, std::va_list arguments) {
+  // A traced function may hold what only its next line gives back.
+  const suite::CancellationOff cancellationOff;
   constexpr std::size_t usualSize = 1024;
   constexpr std::size_t maxPrefix = 512;
   char usual[usualSize];

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "suite/cancellation.h"
 #include "zordchcl/DCHclient.h"
 #include "zordchcl/trace_unit.h"
 #include "zordsock/zordsock.h"
@@ -88,6 +89,7 @@ void DCHclient::waitForRow(const TRC1_Scope& trc1Scope, char* buffer, short buff
   if (readable.reset(highest)) {
     readable.add(rows);
     readable.add(_interruptFD);
+    const suite::CancellationPoint cancellationPoint;
     count = select(highest + 1, readable.get(), nullptr, nullptr, nullptr);
   }
   if (count < 0) {

@@ -1,21 +1,27 @@
-// frame.h: what the exported functions have in common: a client of their own for one request, and
-// no exception that goes past them.
+// frame.h: what the exported functions have in common: a client of their own for one request, no
+// exception that goes past them, and a thread that is cancelled nowhere but in a wait.
 #ifndef ZORDCHCL_FRAME_H
 #define ZORDCHCL_FRAME_H
 
+#include <exception>
 #include <memory>
 #include <new>
 
+#include "suite/cancellation.h"
 #include "zordchcl/DCHclient.h"
 
 namespace zordchcl {
 
-// Runs `request`, a call that takes no argument and returns a number; an exception becomes 1.
+// Runs `request`, a call that takes no argument and returns a number; an exception becomes 1. What
+// unwinds a cancelled thread looks like one, but is none of the language's, and must not be
+// stopped: so nothing here is noexcept.
 template <class Request>
-int guarded(Request request) noexcept {
+int guarded(Request request) {
+  const suite::CancellationOff cancellationOff;
   try {
     return static_cast<int>(request());
   } catch (...) {
+    if (std::current_exception() == nullptr) throw;
     return 1;
   }
 }
@@ -23,7 +29,7 @@ int guarded(Request request) noexcept {
 // Runs `request` on a client made for it. Without memory for the client the result is that of
 // `withoutClient`, which takes no argument.
 template <class Request, class WithoutClient>
-int withClient(Request request, WithoutClient withoutClient) noexcept {
+int withClient(Request request, WithoutClient withoutClient) {
   return guarded([&]() -> ZORA_Long {
     const std::unique_ptr<DCHclient> client(new (std::nothrow) DCHclient(0, 1));
     return client != nullptr ? request(*client) : withoutClient();
@@ -32,7 +38,7 @@ int withClient(Request request, WithoutClient withoutClient) noexcept {
 
 // The same with the result 1.
 template <class Request>
-int withClient(Request request) noexcept {
+int withClient(Request request) {
   return withClient(request, [] { return 1; });
 }
 
@@ -40,8 +46,7 @@ int withClient(Request request) noexcept {
 // its address is still good, so that a caller's overrun does not turn into a second fault here.
 // `beforeDelete` is called with a client that is about to be freed.
 template <class Request, class BeforeDelete>
-int withCheckedClient(const TRC1_Scope& trc1Scope, Request request,
-                      BeforeDelete beforeDelete) noexcept {
+int withCheckedClient(const TRC1_Scope& trc1Scope, Request request, BeforeDelete beforeDelete) {
   return guarded([&]() -> ZORA_Long {
     std::unique_ptr<DCHclient> client(new (std::nothrow) DCHclient(0, 1));
     if (client == nullptr) return 1;
@@ -57,7 +62,7 @@ int withCheckedClient(const TRC1_Scope& trc1Scope, Request request,
 }
 
 template <class Request>
-int withCheckedClient(const TRC1_Scope& trc1Scope, Request request) noexcept {
+int withCheckedClient(const TRC1_Scope& trc1Scope, Request request) {
   return withCheckedClient(trc1Scope, request, [](const DCHclient&) {});
 }
 

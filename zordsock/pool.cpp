@@ -3,6 +3,7 @@
 #include <ctime>
 #include <new>
 
+#include "suite/cancellation.h"
 #include "suite/osv1.h"
 #include "suite/zor0.h"
 #include "zordsock/settings.h"
@@ -46,6 +47,23 @@ int takeFreeElement() {
   }
   return -1;
 }
+
+int waitUntil(const timespec& deadline) {
+  const suite::CancellationPoint cancellationPoint;
+  return pthread_cond_timedwait(&_UDPSockCond, &_UDPSockLock, &deadline);
+}
+
+// The pool's lock, which is held already. A thread that is cancelled while it waits gives it back.
+class PoolLock {
+ public:
+  explicit PoolLock(ipcSock* owner) : _owner(owner) {}
+  ~PoolLock() { ZORA_ReleaseLock(&_UDPSockLock, _owner); }
+  PoolLock(const PoolLock&) = delete;
+  PoolLock& operator=(const PoolLock&) = delete;
+
+ private:
+  ipcSock* const _owner;
+};
 
 }  // namespace
 
@@ -98,16 +116,17 @@ ZORA_Long ipcSock::allocateIPC() {
   }
   TRC1_FLOW("_UDPSockLock[@%p] taken.\n", TRC1_Pointer(&_UDPSockLock));
   ZORA_Long descriptor = NO_SOCKET;
-  for (;;) {
-    const int index = takeFreeElement();
-    if (index >= 0) {
-      descriptor = _UDPSockList[index].sockUDP;
-      TRC1_DETAIL("[%d] UDP Socket %d is available\n", index, descriptor);
-      break;
-    }
-    if (!waitForFreeElement(trc1Scope)) break;
+  {
+    const PoolLock lock(this);
+    do {
+      const int index = takeFreeElement();
+      if (index >= 0) {
+        descriptor = _UDPSockList[index].sockUDP;
+        TRC1_DETAIL("[%d] UDP Socket %d is available\n", index, descriptor);
+        break;
+      }
+    } while (waitForFreeElement(trc1Scope));
   }
-  ZORA_ReleaseLock(&_UDPSockLock, this);
   TRC1_RETURN(descriptor);
 }
 
@@ -115,7 +134,7 @@ bool ipcSock::waitForFreeElement(const TRC1_Scope& trc1Scope) {
   TRC1_DETAIL("No UDP sockets available yet. Waiting on signal.\n");
   const timespec deadline{std::time(nullptr) + waitSeconds, 0};
   errno = 0;  // what it holds afterwards decides, so nothing older may
-  const int code = pthread_cond_timedwait(&_UDPSockCond, &_UDPSockLock, &deadline);
+  const int code = waitUntil(deadline);
   if (code == 0) {
     TRC1_DETAIL("Signal received that UDP socket has become available.\n");
     return true;

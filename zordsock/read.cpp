@@ -9,6 +9,7 @@
 #include <optional>
 #include <utility>
 
+#include "suite/cancellation.h"
 #include "suite/zor0.h"
 #include "zordsock/strict_answers.h"
 #include "zordsock/trace_unit.h"
@@ -29,6 +30,15 @@ class IncomingMessage {
     if (initialWait > 0) _timeout = timeval{initialWait, 0};
   }
 
+  // The answer that a cancelled thread does not wait for any more is not for the pooled socket's
+  // next user.
+  ~IncomingMessage() {
+    if (!_isEnded && _endpoint._useFromSockPool != 0)
+      zordsock::forgetOldAnswers(trc1Scope, _endpoint);
+  }
+  IncomingMessage(const IncomingMessage&) = delete;
+  IncomingMessage& operator=(const IncomingMessage&) = delete;
+
   ZORA_Long read(void** readBuffer);
 
  private:
@@ -39,6 +49,7 @@ class IncomingMessage {
     ZORA_Long length = 0;
   };
 
+  void collect(void** readBuffer);
   Wait waitForDatagram();
   bool isTimeUp() const;
   int selectReadable(ZORA_Long descriptor);
@@ -50,7 +61,8 @@ class IncomingMessage {
 
   const TRC1_Scope& trc1Scope;
   ipcSock& _endpoint;
-  const bool _isStrict;  // what does not come from the peer is thrown away
+  const bool _isStrict;   // what does not come from the peer is thrown away
+  bool _isEnded = false;  // stays false when the thread is cancelled in a wait
   std::array<Chunk, MAX_READ_CHUNKS> _chunks;
   ZORA_Long _chunkCount = 0;
   std::uint32_t _totalLength = 0;  // as the first datagram announces it
@@ -67,6 +79,12 @@ std::unique_ptr<char[]> allocateBytes(std::size_t size) {
 }
 
 ZORA_Long IncomingMessage::read(void** readBuffer) {
+  collect(readBuffer);
+  _isEnded = true;
+  return _result;
+}
+
+void IncomingMessage::collect(void** readBuffer) {
   bool more = true;
   while (more) {
     if (_chunkCount == MAX_READ_CHUNKS) {
@@ -76,12 +94,11 @@ ZORA_Long IncomingMessage::read(void** readBuffer) {
       break;
     }
     const Wait wait = waitForDatagram();
-    if (wait == Wait::timedOut) return _result;
+    if (wait == Wait::timedOut) return;
     if (wait == Wait::ready) more = receiveDatagram();
   }
   handOver(readBuffer);
   TRC1_DETAIL("*readBuffer set to <@%p>", *readBuffer);
-  return _result;
 }
 
 bool IncomingMessage::isTimeUp() const {
@@ -117,6 +134,7 @@ int IncomingMessage::selectReadable(ZORA_Long descriptor) {
   ZOR0_DescriptorSet readSet;
   if (!readSet.reset(descriptor)) return -1;
   readSet.add(descriptor);
+  const suite::CancellationPoint cancellationPoint;
   return select(descriptor + 1, readSet.get(), nullptr, nullptr, _timeout ? &*_timeout : nullptr);
 }
 
@@ -177,6 +195,7 @@ bool IncomingMessage::receiveDatagram() {
 
 ZORA_Long IncomingMessage::receiveInto(char* bytes, sockaddr_in* sender) {
   socklen_t senderLength = sizeof *sender;
+  const suite::CancellationPoint cancellationPoint;
   return static_cast<ZORA_Long>(recvfrom(_endpoint._sockUDP, bytes, UDP_CHUNK_SIZE, 0,
                                          reinterpret_cast<sockaddr*>(sender), &senderLength));
 }
