@@ -31,7 +31,7 @@ DataWait::DataWait(std::string applName, std::string attrGroup,
 
 DataWait::~DataWait() {
   _controlThread.reset();
-  if (_handle != nullptr) dc_waitOnDataDestroy(_handle);
+  unsubscribe();
   DCH_api_destroy();
 }
 
@@ -47,7 +47,7 @@ DataWait::Outcome DataWait::next() {
     // the handle is of no more use.
     std::cerr << "zordc: warning: the wait for rows failed, subscribing again\n";
     const std::lock_guard lock(_handleMutex);
-    dc_waitOnDataDestroy(std::exchange(_handle, nullptr));
+    unsubscribe();
     subscribe();
   }
   return _stopped;
@@ -56,11 +56,17 @@ DataWait::Outcome DataWait::next() {
 void DataWait::subscribe() {
   _handle = dc_waitOnDataInitialize(_applName.c_str(), _attrGroup.c_str());
   if (_handle == nullptr) throw Failure(EX_UNAVAILABLE, "the subscription could not be sent");
+  _sender.emplace(_handle);
+}
+
+void DataWait::unsubscribe() {
+  _sender.reset();
+  if (_handle != nullptr) dc_waitOnDataDestroy(std::exchange(_handle, nullptr));
 }
 
 void DataWait::renew() {
   const std::lock_guard lock(_handleMutex);
-  if (_handle != nullptr) sendStartOfRows(_handle, _applName.c_str(), _attrGroup.c_str());
+  if (_sender) _sender->startRows(_applName, _attrGroup);
 }
 
 // On the control thread.

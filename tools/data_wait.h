@@ -11,6 +11,7 @@
 #include <string>
 
 #include "tools/common/control_thread.h"
+#include "tools/subscription_sender.h"
 #include "tools/subscription_upkeep.h"
 
 namespace tools {
@@ -43,6 +44,7 @@ class DataWait {
 
  private:
   void subscribe();
+  void unsubscribe();
   void renew();
   void act(int signal);
   void stop(Outcome why);
@@ -58,6 +60,7 @@ class DataWait {
   std::atomic<Outcome> _stopped{Outcome::message};  // message: goes on
   std::mutex _handleMutex;  // held to cancel, renew and replace the handle, not to wait on it
   void* _handle = nullptr;
+  std::optional<SubscriptionSender> _sender;  // of the handle
   SubscriptionUpkeep _upkeep;
   std::optional<ControlThread> _controlThread;
 };

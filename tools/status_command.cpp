@@ -3,9 +3,9 @@
 #include <sysexits.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <chrono>
 #include <csignal>
+#include <mutex>
 #include <optional>
 #include <set>
 #include <string_view>
@@ -16,6 +16,7 @@
 #include "tools/common/transport_check.h"
 #include "tools/record_writer.h"
 #include "tools/row_writer.h"
+#include "tools/subscription_sender.h"
 #include "tools/subscription_upkeep.h"
 #include "zordchcl/messages.h"
 #include "zordchcl/zordchcl.h"
@@ -44,9 +45,12 @@ class StatusWait {
         [this] { return _upkeep.nextCheck(); });
     _handle = dc_waitForDPStatusInitialize();
     if (_handle == nullptr) throw Failure(EX_UNAVAILABLE, "cannot send to the DCH");
+    const std::lock_guard lock(_senderMutex);
+    _sender.emplace(_handle);
   }
   ~StatusWait() {
     _controlThread.reset();
+    _sender.reset();
     dc_waitForDPStatusDestroy(_handle);
   }
   StatusWait(const StatusWait&) = delete;
@@ -61,10 +65,13 @@ class StatusWait {
 
  private:
   void renew() {
-    if (void* const handle = _handle) sendStartOfStatus(handle);
+    const std::lock_guard lock(_senderMutex);
+    if (_sender) _sender->startStatus();
   }
 
-  std::atomic<void*> _handle{nullptr};
+  void* _handle = nullptr;
+  std::mutex _senderMutex;  // the control thread is there first
+  std::optional<SubscriptionSender> _sender;
   SubscriptionUpkeep _upkeep;
   std::optional<ControlThread> _controlThread;
 };

@@ -4,8 +4,6 @@
 #include <iostream>
 #include <utility>
 
-#include "zordchcl/DCHclient.h"
-
 namespace tools {
 namespace {
 
@@ -13,11 +11,6 @@ namespace {
 constexpr std::chrono::seconds checkInterval{1};
 // One that is busy may leave a question for later.
 constexpr int questionsUntilAway = 2;
-
-void send(void* handle, char* request, const DCH_MessageBuilder& built) {
-  // One that cannot be sent now is sent again at the next check.
-  static_cast<DCHclient*>(handle)->_ipcClient->ipcWrite(request, built.length(), 0);
-}
 
 }  // namespace
 
@@ -56,24 +49,6 @@ void SubscriptionUpkeep::dchAnswers() {
   if (_unanswered >= questionsUntilAway)
     std::cerr << "zordc: the DCH answers again: subscribed again\n";
   _unanswered = 0;
-}
-
-void sendStartOfRows(void* handle, const char* applName, const char* attrGroup) {
-  char request[128];  // both names at their longest fit
-  DCH_MessageBuilder message(request, sizeof request);
-  message.add(DCH_requestType, short{DCH_REQUEST_DATA_SUBSCRIPTION})
-      .add(DCH_applName, applName)
-      .add(DCH_attrGroup, attrGroup)
-      .add(DCH_status, ZORA_Long{DCH_SUBSCRIPTION_START});
-  send(handle, request, message);
-}
-
-void sendStartOfStatus(void* handle) {
-  char request[32];
-  DCH_MessageBuilder message(request, sizeof request);
-  message.add(DCH_requestType, short{DCH_REQUEST_STATUS_SUBSCRIPTION})
-      .add(DCH_status, ZORA_Long{DCH_SUBSCRIPTION_START});
-  send(handle, request, message);
 }
 
 }  // namespace tools

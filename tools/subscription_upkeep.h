@@ -47,12 +47,6 @@ class SubscriptionUpkeep {
   int _unanswered = 0;  // questions in a row
 };
 
-// Sends a subscription again on the socket of a handle of dc_waitOnDataInitialize or
-// dc_waitForDPStatusInitialize, which may be waited on at the same time: the request is built
-// outside of it.
-void sendStartOfRows(void* handle, const char* applName, const char* attrGroup);
-void sendStartOfStatus(void* handle);
-
 }  // namespace tools
 
 #endif  // TOOLS_SUBSCRIPTION_UPKEEP_H
