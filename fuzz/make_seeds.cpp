@@ -89,13 +89,19 @@ Seeds answers() {
 
 // ---- Clients -----------------------------------------------------------------------------------
 
+// What stands in front of bytes that come in pieces of these sizes, the rest in one more.
+std::string cut(const std::vector<std::size_t>& sizes) {
+  std::string cuts = byte(static_cast<unsigned>(sizes.size()));
+  for (const std::size_t size : sizes) cuts += number(size);
+  return cuts;
+}
+
 // The ways in which an answer can come; `head` stands in front of the shape.
 void addArrivals(const std::string& head, const std::string& answer, Seeds* seeds) {
-  const std::size_t half = answer.size() / 2;
   seeds->push_back(head + byte(fuzz::SHAPE_ONE_DATAGRAM) + answer);
   seeds->push_back(head + byte(fuzz::SHAPE_RIGHT_LENGTH) + answer);
-  seeds->push_back(head + byte(fuzz::SHAPE_SEVERAL | fuzz::SHAPE_RIGHT_LENGTH) +
-                   piece(answer.substr(0, half)) + piece(answer.substr(half)));
+  seeds->push_back(head + byte(fuzz::SHAPE_CUT | fuzz::SHAPE_RIGHT_LENGTH) +
+                   cut({answer.size() / 2}) + answer);
 }
 
 Seeds clientSeeds(const std::vector<std::string>& heads, const Seeds& messages) {
@@ -103,9 +109,11 @@ Seeds clientSeeds(const std::vector<std::string>& heads, const Seeds& messages) 
   for (const std::string& head : heads)
     for (const std::string& message : messages) addArrivals(head, message, &seeds);
   // More datagrams than a read takes.
-  std::string many = heads[0] + byte(fuzz::SHAPE_SEVERAL | fuzz::SHAPE_RIGHT_LENGTH);
-  for (int i = 0; i < MAX_READ_CHUNKS + 1; ++i) many += piece("\x10\x11\x12\x13\x14");
-  seeds.push_back(many);
+  seeds.push_back(heads[0] + byte(fuzz::SHAPE_CUT | fuzz::SHAPE_RIGHT_LENGTH) +
+                  cut(std::vector<std::size_t>(MAX_READ_CHUNKS + 1, 5)));
+  // A length word in two pieces, of a message as long as it says.
+  seeds.push_back(heads[0] + byte(fuzz::SHAPE_CUT | fuzz::SHAPE_RIGHT_SIZE) + cut({2}) +
+                  std::string("\0\1\0\0", 4) + textAnswer("HOSTMON").substr(4));
   // A larger datagram than a read takes.
   seeds.push_back(heads[0] + byte(fuzz::SHAPE_RIGHT_LENGTH) +
                   textAnswer(std::string(UDP_CHUNK_SIZE, 'x')));
@@ -117,8 +125,9 @@ Seeds pushedRowSeeds() {
   Seeds seeds =
       clientSeeds({number(4096), number(row.size()), number(row.size() - 1), number(0)}, {row});
   seeds.push_back(number(64) + byte(fuzz::SHAPE_INTERRUPT) + "-TERMINATE-");
-  seeds.push_back(number(64) + byte(fuzz::SHAPE_INTERRUPT | fuzz::SHAPE_SEVERAL) +
-                  piece("-TERMINATE-") + piece(row));
+  const std::string interrupt = "-TERMINATE-";
+  seeds.push_back(number(64) + byte(fuzz::SHAPE_INTERRUPT | fuzz::SHAPE_CUT) +
+                  cut({interrupt.size()}) + interrupt + row);
   return seeds;
 }
 

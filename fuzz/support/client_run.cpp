@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <vector>
 
 #include "fuzz/support/null_trace.h"
 #include "fuzz/support/require.h"
@@ -20,23 +21,46 @@ constexpr std::size_t lengthWord = 4;
 constexpr int pooledSockets = 1;  // opened with the first request
 constexpr std::size_t largestRead = UDP_CHUNK_SIZE;
 
-std::deque<std::string> takeDatagrams(Input* input, unsigned shape) {
-  std::deque<std::string> datagrams;
-  if ((shape & SHAPE_SEVERAL) == 0) {
-    datagrams.emplace_back(input->takeRest());
-  } else {
-    do datagrams.emplace_back(input->takePiece());
-    while (!input->atEnd());
+// Pieces of the sizes that the input asks for, empty ones among them, as far as its bytes go and
+// with zeroes from there on; what is left of the bytes is the last one.
+std::deque<std::string> takePieces(Input* input) {
+  constexpr unsigned mostPieces = MAX_READ_CHUNKS + 2;
+  constexpr std::size_t mostBytes = UDP_CHUNK_SIZE + 8;
+  std::vector<std::size_t> sizes(input->takeByte() % mostPieces);
+  for (std::size_t& size : sizes) size = input->takeNumber() % mostBytes;
+  std::deque<std::string> pieces;
+  for (const std::size_t size : sizes) {
+    pieces.emplace_back(input->takeBytes(size));
+    pieces.back().resize(size);
   }
-  return datagrams;
+  if (pieces.empty() || !input->atEnd()) pieces.emplace_back(input->takeRest());
+  return pieces;
+}
+
+std::deque<std::string> takeDatagrams(Input* input, unsigned shape) {
+  if ((shape & SHAPE_CUT) != 0) return takePieces(input);
+  return {std::string(input->takeRest())};
+}
+
+std::size_t sizeOf(const std::deque<std::string>& datagrams) {
+  std::size_t total = 0;
+  for (const std::string& datagram : datagrams) total += std::min(datagram.size(), largestRead);
+  return total;
 }
 
 void makeLengthRight(std::deque<std::string>* datagrams) {
-  std::size_t total = 0;
-  for (const std::string& datagram : *datagrams) total += std::min(datagram.size(), largestRead);
-  const std::uint32_t word = htonl(static_cast<std::uint32_t>(total));
+  const std::uint32_t word = htonl(static_cast<std::uint32_t>(sizeOf(*datagrams)));
   std::string& first = datagrams->front();
   std::memcpy(first.data(), &word, std::min(first.size(), sizeof word));
+}
+
+void makeSizeRight(std::deque<std::string>* datagrams) {
+  std::string first = datagrams->front().substr(0, lengthWord);
+  first.resize(lengthWord);
+  const std::size_t announced = numberIn(first, lengthWord);
+  if (announced > MAX_READ_CHUNKS * largestRead) return;
+  while (sizeOf(*datagrams) < announced)
+    datagrams->emplace_back(std::min(announced - sizeOf(*datagrams), largestRead), '\0');
 }
 
 }  // namespace
@@ -48,7 +72,9 @@ ClientRun::ClientRun(Input* input) : Network(pooledSockets) {
     _interrupt = _datagrams.front();
     _datagrams.pop_front();
   }
-  if ((shape & SHAPE_RIGHT_LENGTH) != 0 && !_datagrams.empty()) makeLengthRight(&_datagrams);
+  if (_datagrams.empty()) return;
+  if ((shape & SHAPE_RIGHT_SIZE) != 0) makeSizeRight(&_datagrams);
+  if ((shape & SHAPE_RIGHT_LENGTH) != 0) makeLengthRight(&_datagrams);
 }
 
 std::optional<std::string> ClientRun::message() const {
@@ -58,7 +84,11 @@ std::optional<std::string> ClientRun::message() const {
   for (const std::string& datagram : _datagrams) {
     // An empty datagram ends a read, and so does one too many.
     if (datagram.empty() || count++ == MAX_READ_CHUNKS) return std::nullopt;
-    if (message.empty()) stated = numberIn(datagram, lengthWord);
+    if (message.empty()) {
+      // A first datagram without a whole length word is no message, whatever comes after it.
+      if (datagram.size() < lengthWord) return std::nullopt;
+      stated = numberIn(datagram, lengthWord);
+    }
     message += datagram.substr(0, largestRead);
     if (stated <= message.size()) break;
   }
@@ -79,9 +109,8 @@ ssize_t ClientRun::receive(int descriptor, char* bytes, std::size_t capacity, so
   }
   const std::string& datagram = _datagrams[_received++];
   const std::size_t count = datagram.copy(bytes, capacity);
-  // Nothing behind the datagram is to be looked at, but for a length word that did not come whole.
-  const std::size_t used = std::max(count, lengthWord);
-  if (count > 0 && used < capacity) ASAN_POISON_MEMORY_REGION(bytes + used, capacity - used);
+  // Nothing behind the datagram is to be looked at.
+  if (count > 0 && count < capacity) ASAN_POISON_MEMORY_REGION(bytes + count, capacity - count);
   return static_cast<ssize_t>(count);
 }
 

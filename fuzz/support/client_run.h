@@ -18,9 +18,10 @@ constexpr ZORA_Long untouched = 4711;
 // How the datagrams stand in an input; its first byte is the sum of these.
 enum ClientShape : unsigned {
   SHAPE_ONE_DATAGRAM = 0,  // the rest of the input is one datagram
-  SHAPE_SEVERAL = 1,       // pieces, each with its length in front
-  SHAPE_RIGHT_LENGTH = 2,  // the length word of the message is made to fit
+  SHAPE_CUT = 1,           // it is cut: how many pieces, how long each is, then the bytes
+  SHAPE_RIGHT_LENGTH = 2,  // what the first datagram has of the length word is made to fit
   SHAPE_INTERRUPT = 4,     // the interrupt socket gets the first datagram instead
+  SHAPE_RIGHT_SIZE = 8,    // zeroes follow, up to the length that the first datagram announces
 };
 
 // The network of one client: its socket has the datagrams of an input to read, and no more.
