@@ -334,6 +334,22 @@ TEST(GetApplKey, OfNothingButColonsLeavesTheBufferAlone) {
   }
 }
 
+// A source is looked for behind the colons in front, and the key then as far from the beginning of
+// the name as if there were none.
+TEST(GetApplKey, OfANameThatBeginsWithAColonIsOfNoUse) {
+  for (const char* name : {":hostA:ABC00", ":ABC00"}) {
+    const Key key(name);
+    EXPECT_EQ(key.result, 1) << name;
+    EXPECT_EQ(key.text, "old");
+  }
+  for (const char* name : {"::hostA:ABC00", ":::hostA:ABC00", "::ABC00"}) {
+    const Key key(name);
+    EXPECT_EQ(key.result, 0) << name;
+    EXPECT_NE(key.text, "ABC");
+    EXPECT_NE(key.text, "old");
+  }
+}
+
 TEST(GetApplKey, OfANullArgumentIsAnError) {
   expectTrace("ZORA_GetApplKeyFromSubNodeName", [] {
     EXPECT_EQ(Key(nullptr).result, 1);

@@ -27,7 +27,8 @@ enum { IPC_TYPE_SOCKET = 1, IPC_TYPE_LPC = 2 };
 
 enum { ZORA_DP_TYPE_COUNT = 12 };
 
-/* The four-letter names of the data-provider types, index 0 to 11. */
+/* The four-letter names of the data-provider types, index 0 to 11: APIS APPC ASFS FILE HTTP JDBC
+ * ODBC POST SNMP SOCK WBEM NODP. */
 extern const char* const ZORA_DPTypeNames[ZORA_DP_TYPE_COUNT];
 
 /* The debug level that ZORA_VERBOSE asks for: 1 when its first character is 'Y', 2 when it is 'D',
@@ -52,12 +53,18 @@ void* ZORA_GetEnvVarsInitLock(void);
 int ZORA_GetIPCtype(void);
 
 /* Starts `program` (at most 253 characters) as a child process with no arguments: from the current
- * directory, else along PATH. Returns the child's process id, or -1 when there is no child.
- * It returns 0 in the child when neither could be run: the caller must end that process. */
+ * directory, else along PATH. Returns the child's process id, or -1 when there is no child. The
+ * child is the caller's, who waits for its end (waitpid): nothing here does.
+ * It returns 0 in the child when neither could be run. The caller must end that process, and with
+ * _exit: exit would write out once more what the parent has not written yet. */
 int ZORA_StartDPprocess(const char* program);
 
 /* Keeps `name` as the instance name of the process: leading blanks are skipped and at most 20
- * characters are kept. Null empties it. To be called before other threads read the name. */
+ * characters are kept. Null empties it. To be called before other threads read the name.
+ *
+ * The name makes a server of the process one of several on its machine: when its port is 1919, it
+ * takes the first free candidate port instead. Nothing else depends on it, and nobody else sees
+ * it. */
 void ZORA_SetInstanceName(const char* name);
 
 /* The instance name, which may be empty. The library's own buffer: do not free or write it. */
@@ -72,10 +79,10 @@ enum { ZORA_MAX_SUBNODE_NAME = 32, ZORA_MAX_UNTOUCHED_NAME = 70, ZORA_APPL_KEY_L
  * `applName` is expected to be the 3-character application key and `RR` to have 2 characters: RR
  * counts as 2 whatever its length, so a longer one makes the name longer than the limit by as much.
  * Of `srcName` and `attrGroup` the first 32 characters count. `subnodeName` has room for
- * ZORA_MAX_SUBNODE_NAME characters, those by which RR is longer than 2, and the zero.
+ * ZORA_MAX_SUBNODE_NAME - 2 + strlen(RR) + 1 bytes: 33 with an RR of 2 characters.
  *
- * Where `subnodeNameUntouched` is not null it has room for ZORA_MAX_UNTOUCHED_NAME characters and
- * the zero, and receives "srcName:applNameattrGroupRR" with the source name as it was given.
+ * Where `subnodeNameUntouched` is not null it has room for ZORA_MAX_UNTOUCHED_NAME + 1 bytes, and
+ * receives "srcName:applNameattrGroupRR" with the source name as it was given.
  *
  * Returns 0, or 1 when the untouched name would be too long, or when no cut of the source name
  * makes the subnode name short enough; `subnodeName` is then not written. Any thread may call. */
@@ -84,15 +91,18 @@ int ZORA_SetSubnodeName(const char* applName, const char* attrGroup, const char*
                         const char* subnodeSuffix);
 
 /* The source name in a subnode name (of which the first 70 characters count): the text before the
- * first colon, at most 32 characters of it; colons in front are skipped. Null when the name is
- * null, has no colon or has nothing but colons. The result is a static buffer that the next call,
- * from any thread, overwrites. */
+ * first colon, at most 32 characters of it; colons in front are skipped, and what is behind them
+ * may then end without one. Null when the name is null, has no colon or has nothing but colons. The
+ * result is a static buffer that the next call, from any thread, overwrites. */
 char* ZORA_GetSrcNameFromSubNodeName(const char* subnodeName);
 
 /* Writes the application key of a subnode name (of which the first 32 characters count), the 3
- * characters behind the first colon, and a zero to `applKey`, which has room for 4. Returns 0, or 1
- * when an argument is null, the name has no colon, or nothing stands behind it. A name of nothing
- * but colons gives 0 and leaves `applKey` as it was. Any thread may call. */
+ * characters behind the first colon, and a zero to `applKey`, which has room for 4. Where fewer
+ * stand there, up to the end or a line end, the key is shorter. Returns 0, or 1 when an argument is
+ * null, the name has no colon, or nothing stands behind it. A name of nothing but colons gives 0
+ * and leaves `applKey` as it was. Any other name that begins with a colon has no key to be had:
+ * with one colon in front the result is 1, with more it is 0 and what is written is of no use. Any
+ * thread may call. */
 int ZORA_GetApplKeyFromSubNodeName(const char* subnodeName, char* applKey);
 
 /* The checksum of an attribute-group definition as decimal text: the low 16 bits of its CRC-32. The
