@@ -1,70 +1,74 @@
 #!/usr/bin/env bash
-# operations_test.sh DOCUMENT SOURCE_DIR ZORDCHD ZORDP ZORDC: does what the page on running the channel
-# shows, and compares what comes out with the page. Times, ports and the version may differ.
-set -euo pipefail
-document=$1 source_dir=$2 zordchd=$3 zordp=$4 zordc=$5
-work=$(mktemp -d)
-server= watcher=
+# operations_test.sh PAGE SOURCE_DIR ZORDCHD ZORDP ZORDC: does what the page on running the channel shows,
+# and compares what comes out with the page. Times, numbers of processes and source lines, ports and the
+# version may differ.
+page=$1 source_dir=$2 zordchd=$3 zordp=$4 zordc=$5
+. "$(dirname "$0")/page.sh"
+cd "$work"
 
-clean_up() {
-  for process in $watcher $server; do kill "$process" 2>/dev/null && wait "$process" || true; done
-  rm -rf "$work"
-}
-trap clean_up EXIT
-
-# The block that follows a marker.
-block() { # MARKER
-  awk -v marker="<!-- $1 -->" '
-    $0 == marker { wanted = 1; next }
-    wanted && $0 == "```" { if (inside++) exit; next }
-    inside' "$document"
-}
 without_what_differs() {
   sed -E 's/^[0-9T:.-]+Z /TIME /; s/127\.0\.0\.1:[0-9]+/CLIENT/; s/ port [0-9]+$/ port PORT/
-    s/^(zordchd) [0-9.]+:/\1 VERSION:/'
+    s/^(zordchd) [0-9.]+:/\1 VERSION:/; s/^TIME [0-9.]+ (ZORD410 [A-Za-z:]+):[0-9]+ /TIME THREAD \1:LINE /'
 }
 expect_block() { # NAME FILE
-  diff <(block "output: $1" | without_what_differs) <(without_what_differs <"$2") ||
-    { echo "the page shows another '$1'" && exit 1; }
+  diff <(blocks "output: $1" '' | without_what_differs) <(without_what_differs <"$2") ||
+    fail "the page shows another '$1'"
   echo "as on the page: $1"
-}
-wait_for() { # TEXT FILE
-  for _ in {1..400}; do
-    if grep -qs "$1" "$2"; then return; fi
-    sleep 0.05
-  done
-  echo "no '$1' came; the server said:" && cat "$work/ready" "$work/log" && exit 1
 }
 send_demo() {
   "$zordp" send --registration "$source_dir/examples/demo.reg" --group load --source web1 \
     --input "$source_dir/examples/demo.csv" "$@"
 }
 
-block 'file: actions.conf' >"$work/actions.conf"
-"$zordchd" --port 0 --verbose --actions "$work/actions.conf" >"$work/ready" 2>"$work/log" &
-server=$!
-wait_for 'ready on' "$work/ready"
-expect_block ready "$work/ready"
-ZORA_DCH_PORT=$(sed 's/.* port //' "$work/ready")
-export ZORA_DCH_PORT
+blocks 'file: actions.conf' '' >actions.conf
+start_server "$zordchd" --actions actions.conf
+expect_block ready ready
 
-"$zordc" watch DEMO load >"$work/rows" &
+"$zordc" watch DEMO load >rows &
 watcher=$!
-wait_for 'subscribed' "$work/log"
+running+=("$watcher")
+wait_for 'subscribed' log
 send_demo
-wait_for 'unregistered' "$work/log"
-grep 'Z zordchd: ' "$work/log" >"$work/events"
-expect_block events "$work/events"
+wait_for 'unregistered' log
+grep 'Z zordchd: ' log >events
+expect_block events events
 
 send_demo --keep
 "$zordc" defer --id 42 --key DMO --table LOAD --source web1 --time 1795267340
-wait_for 'deferred' "$work/log"
+wait_for 'deferred' log
 kill -USR1 "$server"
-wait_for '^  action 42' "$work/log"
-grep -v '^20' "$work/log" >"$work/state"
-expect_block state "$work/state"
+wait_for '^  action 42' log
+grep -v '^20' log >state
+expect_block state state
 
-"$zordc" apps >"$work/apps"
-expect_block apps "$work/apps"
-"$zordc" act restart --node web1 --subnode web1:HMN00 --owner me --id 7 --wait >"$work/action"
-expect_block action "$work/action"
+"$zordc" apps >apps
+expect_block apps apps
+"$zordc" act restart --node web1 --subnode web1:HMN00 --owner me --id 7 --wait >action
+expect_block action action
+
+printf abc >"/dev/tcp/127.0.0.1/$ZORA_DCH_PORT"
+wait_for 'Error: TCP received' log
+grep ' ZORD410 ' log >trace
+expect_block trace trace
+end TERM "$watcher" || [[ $? == 143 ]]
+end TERM "$server"
+
+# An instance leaves its port and its distance to those that have the same file.
+export ZOR0_PRODUCT_SPEC=$work/settings
+unset ZORA_DCH_PORT
+"$zordchd" --instance one >ready 2>log &
+server=$!
+running+=("$server")
+wait_for ' ready on ' ready
+port=$(sed 's/.* port //' ready)
+((port % 1000 == 219 && port >= 49219 && port <= 58219)) || fail "the instance took port $port"
+blocks 'output: settings' '' | sed "s/49219/$port/; s/23=1000/23=$((port - 48219))/" |
+  diff - settings || fail "the page shows other settings"
+"$zordc" apps # finds it
+for options in '--instance two' ''; do
+  status=0
+  "$zordchd" $options >second 2>&1 || status=$?
+  ((status == 1)) || fail "zordchd $options ended with $status"
+  wait_for "ZORA DCH port $port" second
+done
+end TERM "$server"

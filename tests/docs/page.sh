@@ -22,8 +22,10 @@ blocks() {
 
 # wait_for TEXT FILE [TIMES]: until so many lines of the file hold the text.
 wait_for() {
+  local found
   for _ in {1..400}; do
-    if (($(grep -cs -- "$1" "$2") >= ${3-1})); then return; fi
+    found=$(grep -cs -- "$1" "$2") || true
+    if ((${found:-0} >= ${3-1})); then return; fi
     sleep 0.05
   done
   tail -n 100 "$work"/*
