@@ -15,6 +15,7 @@
 #include "tests/support/leaks_on_purpose.h"
 #include "tests/support/scripted_dch.h"
 #include "zora/trc1.h"
+#include "zordchcl/status.h"
 #include "zordchcl/zordchcl.h"
 
 namespace {
@@ -36,6 +37,22 @@ class Statements : public testing::Test {
     DCH_api_init();
   }
 };
+
+// A header or a page with each comment on one line.
+std::string withoutLineEnds(const std::string& path) {
+  std::ostringstream file;
+  file << std::ifstream(SOURCE_DIRECTORY + path).rdbuf();
+  return std::regex_replace(file.str(), std::regex("\n \\* *"), " ");
+}
+
+TEST_F(Statements, TheDchsStatusesAreThoseOfTheHeader) {
+  const std::string header = withoutLineEnds("/zordchcl/zordchcl.h");
+  for (const DCH_StatusEntry& status : DCH_statusTable) {
+    if (status.number < DCH_STATUS_MALFORMED) continue;
+    const std::string told = " " + std::to_string(status.number) + " " + status.text;
+    EXPECT_NE(header.find(told), std::string::npos) << told;
+  }
+}
 
 // ---- Registration texts ------------------------------------------------------------------------
 
@@ -80,16 +97,14 @@ TEST_F(Statements, ThoseOfARegistrationsClausesAreItsLimits) {
     EXPECT_FALSE(isGood(text("n", "g", std::string("a,") + other + ",2"))) << other;
 }
 
-TEST_F(Statements, TheTypesAreThoseOfTheHeader) {
-  std::ostringstream file;
-  file << std::ifstream(SOURCE_DIRECTORY "/zora/zora.h").rdbuf();
-  const std::string header = std::regex_replace(file.str(), std::regex("\n \\*"), "");
+TEST_F(Statements, TheTypesAreThoseOfTheHeaderAndTheGuide) {
   std::string names;
   for (const char* const name : ZORA_DPTypeNames) {
     EXPECT_TRUE(isGood(std::string("appl:A,KEY;type:") + name + ";group:g;attr:a,A,4;"));
     names += std::string(" ") + name;
   }
-  EXPECT_NE(header.find(":" + names + ". */"), std::string::npos) << names;
+  EXPECT_NE(withoutLineEnds("/zora/zora.h").find(":" + names + ". */"), std::string::npos) << names;
+  EXPECT_NE(withoutLineEnds("/docs/guide.md").find("one of" + names + " |"), std::string::npos);
 }
 
 // ---- Subscriptions -----------------------------------------------------------------------------

@@ -1,15 +1,20 @@
-// The dumps in docs/protocol.md are what the library sends. To bring the document up to date after
-// a change of the protocol, run this test with ZORD410_UPDATE_DOCUMENTS=1 in its environment.
+// The dumps and tables in docs/protocol.md are those of the library. To bring the dumps up to date
+// after a change of the protocol, run this test with ZORD410_UPDATE_DOCUMENTS=1 in its environment.
 #include <gtest/gtest.h>
 
 #include <cctype>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <map>
+#include <regex>
 #include <set>
 #include <sstream>
 
+#include "suite/zor0.h"
 #include "tests/docs/protocol_examples.h"
+#include "zordchcl/status.h"
 
 namespace {
 
@@ -84,6 +89,50 @@ TEST(ProtocolDocument, ShowsEveryMessageAsTheLibrarySendsIt) {
   if (std::getenv("ZORD410_UPDATE_DOCUMENTS") != nullptr)
     std::ofstream(PROTOCOL_DOCUMENT) << regenerated.text;
   EXPECT_EQ(document, regenerated.text);
+}
+
+const char* nameOf(ZOR0_FieldLayout layout) {
+  switch (layout) {
+    case ZOR0_FieldLayout::fixed16:
+      return "16-bit";
+    case ZOR0_FieldLayout::fixed32:
+      return "32-bit";
+    case ZOR0_FieldLayout::text:
+      return "text";
+    case ZOR0_FieldLayout::bytes:
+      return "bytes";
+    case ZOR0_FieldLayout::attributeValue:
+      return "attribute value";
+    default:
+      return "";
+  }
+}
+
+TEST(ProtocolDocument, HasEveryFieldTypeWithItsLayout) {
+  static const std::regex row(R"(\n\| (\d+) \(0x([0-9a-f]+)\) \| `DCH_\w+` \| ([^|,]*)[ ,])");
+  const std::string document = read(PROTOCOL_DOCUMENT);
+  std::map<int, std::string> shown;
+  for (std::sregex_iterator match(document.begin(), document.end(), row), end; match != end;
+       ++match) {
+    const int code = std::stoi((*match)[1]);
+    EXPECT_EQ(std::stoi((*match)[2], nullptr, 16), code);
+    shown[code] = (*match)[3];
+  }
+  std::map<int, std::string> known;
+  for (int code = SHRT_MIN; code <= SHRT_MAX; ++code) {
+    const ZOR0_FieldLayout layout = ZOR0_LayoutOfField(static_cast<short>(code));
+    if (layout != ZOR0_FieldLayout::unknown) known[code] = nameOf(layout);
+  }
+  EXPECT_EQ(shown, known);
+}
+
+TEST(ProtocolDocument, HasEveryStatusOfTheDch) {
+  const std::string document = read(PROTOCOL_DOCUMENT);
+  for (const DCH_StatusEntry& status : DCH_statusTable) {
+    const std::string row = "\n| " + std::to_string(status.number) + " | " + status.text + " |\n";
+    const bool travels = status.number == DCH_STATUS_OK || status.number >= DCH_STATUS_MALFORMED;
+    EXPECT_EQ(document.find(row) != std::string::npos, travels) << row;
+  }
 }
 
 }  // namespace
