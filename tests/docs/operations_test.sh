@@ -56,11 +56,11 @@ end TERM "$server"
 # An instance leaves its port and its distance to those that have the same file.
 export ZOR0_PRODUCT_SPEC=$work/settings
 unset ZORA_DCH_PORT
-"$zordchd" --instance one >ready 2>log &
+"$zordchd" --instance one >instance 2>&1 &
 server=$!
 running+=("$server")
-wait_for ' ready on ' ready
-port=$(sed 's/.* port //' ready)
+wait_for ' ready on ' instance
+port=$(sed -n 's/.* ready on .* port //p' instance)
 ((port % 1000 == 219 && port >= 49219 && port <= 58219)) || fail "the instance took port $port"
 blocks 'output: settings' '' | sed "s/49219/$port/; s/23=1000/23=$((port - 48219))/" |
   diff - settings || fail "the page shows other settings"

@@ -45,7 +45,9 @@ end() {
 
 # start_server ZORDCHD [OPTION...]: on a free port that clients then find, with its log in $work/log.
 start_server() {
+  # Emptied here: what an earlier server said must not be taken for this one's.
   : >"$work/log"
+  : >"$work/ready"
   "$1" --port 0 --verbose "${@:2}" >"$work/ready" 2>>"$work/log" &
   server=$!
   running+=("$server")
