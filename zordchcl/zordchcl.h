@@ -51,13 +51,13 @@ enum {
 
 /* ---- The library ---------------------------------------------------------------------------- */
 
-/* Makes the locks of the consumer functions. To be called once per process, before any other thread
- * uses the library; further calls do nothing. Providers may go without. */
+/* Makes the locks of the consumers' subscriptions. To be called once per process, before any other
+ * thread uses the library; further calls do nothing. Programs without subscriptions need none. */
 void DCH_api_init(void);
 
 /* Ends the life of those locks, for good: a later DCH_api_init does not bring them back. To be
- * called at the end of the process, when no other thread uses a consumer function and every handle
- * is destroyed. A lock that is gone counts as held while errno is 0, so that dc_waitOnDataDestroy
+ * called at the end of the process, when no other thread uses a subscription and every handle is
+ * destroyed. A lock that is gone counts as held while errno is 0, so that dc_waitOnDataDestroy
  * still frees its handle; otherwise it counts as failed, and the handle stays. */
 void DCH_api_destroy(void);
 
