@@ -54,7 +54,6 @@ end TERM "$watcher" || [[ $? == 143 ]]
 end TERM "$server"
 
 # An instance leaves its port and its distance to those that have the same file.
-export ZOR0_PRODUCT_SPEC=$work/settings
 unset ZORA_DCH_PORT
 "$zordchd" --instance one >instance 2>&1 &
 server=$!

@@ -6,6 +6,10 @@ work=$(mktemp -d)
 running=()
 trap 'kill -- "${running[@]}" 2>/dev/null || true; rm -rf "$work"' EXIT
 
+# What this machine is set to does not count, nor is it changed.
+unset "${!ZORA_@}" "${!ZOR0_@}"
+export ZOR0_PRODUCT_SPEC=$work/settings
+
 fail() {
   echo "failed: $*"
   exit 1
@@ -28,7 +32,7 @@ wait_for() {
     if ((${found:-0} >= ${3-1})); then return; fi
     sleep 0.05
   done
-  tail -n 100 "$work"/*
+  tail -n 100 $(grep -Il "" "$work"/*)
   fail "no '$1' in $2"
 }
 
