@@ -168,7 +168,8 @@ void serve(const dch::Options& options, const dch::ActionList& actions, const si
   dch::enlargeReceiveBuffer(endpoint.sockUDP());
   // Only now, so that it does not take the very port that the endpoint is to have.
   dch::PushSocket pushSocket(in_addr{served->address});
-  dch::PushSocket answerSocket(in_addr{served->address});
+  // A client may take answers from the port that it asked only.
+  dch::PushSocket answerSocket(endpoint.sockUDP());
   dch::MemoryRegistry registry;
   dch::Server server(endpoint, inbox, pushSocket, answerSocket, registry, actions, startTimer, log);
   dch::endConnectionsOfVanishedPeers(endpoint._sockTCP);

@@ -1,5 +1,6 @@
 #include "dch/push_socket.h"
 
+#include <fcntl.h>
 #include <linux/errqueue.h>
 #include <netinet/ip.h>
 #include <sys/socket.h>
@@ -65,6 +66,10 @@ PushSocket::PushSocket(in_addr address)
     close(_descriptor);
     throw;
   }
+}
+
+PushSocket::PushSocket(int descriptor) : _descriptor(fcntl(descriptor, F_DUPFD_CLOEXEC, 0)) {
+  if (_descriptor < 0) fail("cannot share a socket");
 }
 
 PushSocket::~PushSocket() {

@@ -21,6 +21,9 @@ class PushSocket {
 
   // Binds to a free port of `address`. Throws std::system_error.
   explicit PushSocket(in_addr address);
+  // Sends from the port of another socket, which stays its owner's: receivers see the same sender.
+  // Who is gone is not told then. Throws std::system_error.
+  explicit PushSocket(int descriptor);
   ~PushSocket();
   PushSocket(const PushSocket&) = delete;
   PushSocket& operator=(const PushSocket&) = delete;

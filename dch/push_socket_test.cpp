@@ -3,11 +3,14 @@
 #include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <memory>
 #include <system_error>
 
 #include "dch/testkit/clients.h"
+#include "suite/zor0.h"
 #include "tests/support/wait_until.h"
 
 namespace dch {
@@ -48,6 +51,22 @@ TEST(PushSocketTest, SendsTheMessageAsItIsFromAPortOfItsOwn) {
   EXPECT_EQ(receiver.receive(), message);
   EXPECT_GT(socket.port(), 0);
   EXPECT_THAT(gone, IsEmpty());
+}
+
+TEST(PushSocketTest, SendsFromThePortOfAnotherSocket) {
+  const int server = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  const sockaddr_in any{.sin_family = AF_INET, .sin_port = 0, .sin_addr = loopback, .sin_zero = {}};
+  ASSERT_EQ(bind(server, reinterpret_cast<const sockaddr*>(&any), sizeof any), 0);
+  std::vector<PeerAddress> gone;
+  {
+    PushSocket shared(server);
+    EXPECT_EQ(shared.port(), ZOR0_RetrieveSockPort(server));
+    UdpClient receiver(noServer);
+    EXPECT_TRUE(shared.send("answer", receiver.address(), &gone));
+    EXPECT_EQ(receiver.receive(), "answer");
+  }
+  EXPECT_GT(ZOR0_RetrieveSockPort(server), 0) << "it stays its owner's";
+  close(server);
 }
 
 TEST(PushSocketTest, TellsWhoIsGone) {

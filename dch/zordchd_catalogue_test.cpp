@@ -93,6 +93,14 @@ TEST_F(ZordchdCatalogueTest, GivesTheLibraryAnAnswerOfSeveralDatagrams) {
   EXPECT_TRUE(ask(dc_getApplications, nullptr) == _lines);
 }
 
+// Such a client takes only what comes from the port that it asked.
+TEST_F(ZordchdCatalogueTest, GivesAStrictClientAnAnswerOfSeveralDatagrams) {
+  setenv("ZOR0_STRICT_ANSWERS", "Y", 1);
+  registerMany(2);
+  ASSERT_GT(_lines.size(), 8192u);
+  EXPECT_TRUE(ask(dc_getApplications, nullptr) == _lines);
+}
+
 TEST_F(ZordchdCatalogueTest, CutsAnAnswerThatIsLongerThanTheLibraryReads) {
   registerMany(20);
   ASSERT_GT(_lines.size(), 131072u);
