@@ -21,10 +21,14 @@
  *    for the answer up to ZORA_DCH_TIMEOUT seconds (30), then up to 20 seconds for each further
  *    datagram of a long one. Answers carry no number: one that comes after its request gave up is
  *    taken for the answer to a later request over the same socket, which then seems to fail with 1
- *    or 2, or gets the earlier one's status.
+ *    or 2, or gets the earlier one's status. ZOR0_STRICT_ANSWERS=Y in the environment prevents it.
  *  - Threads: any thread may call any function at any time, but for what is said at DCH_api_init,
  *    DCH_api_destroy and the consumer handles. Block signals in threads that wait for an answer: an
  *    interrupted wait counts as a failed read.
+ *  - A thread may be cancelled (pthread_cancel) while it is in any function: it ends in a wait and
+ *    nowhere else, gives back what it holds, and its request may have been done or not. A handle on
+ *    which it waited stays good. The cancel type has to be deferred, as it is unless a program
+ *    changes it.
  *  - Texts are zero-terminated bytes and stay the caller's. Nothing is kept after the call returns,
  *    unless its comment says so.
  *  - No function throws. What went wrong is told in the trace. A process whose transport cannot be
@@ -185,8 +189,8 @@ void* dc_waitForDPStatusInitialize(void);
  * code of the request that caused the change (4112 registration, 4117 on line, 4133 off line, 4128
  * unregistration). The text is the library's: do not free it, and copy it before any thread calls
  * again on any handle. Returns null on failure, which any datagram that is no such change is
- * counted as; the handle is then only good to be destroyed, and a new one to be made. A wait cannot
- * be cancelled: give it a thread of its own. */
+ * counted as; the handle is then only good to be destroyed, and a new one to be made. No call
+ * breaks a wait: give it a thread of its own, which can be cancelled. */
 char* dc_waitForDPStatus(void* handle);
 
 /* Ends the subscription and frees the handle, whatever it returns: 0, or 1 on failure. No thread
