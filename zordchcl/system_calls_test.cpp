@@ -1,4 +1,5 @@
-// A request costs three system calls: send, wait, receive. In particular it asks no resolver.
+// A request costs three system calls: send, wait, receive. In particular it asks no resolver. With
+// strict answers it leaves its old port and empties its socket before.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -68,12 +69,16 @@ std::vector<std::string> callsBetweenMarks(const std::string& trace) {
   return between;
 }
 
-void expectThreeCalls() {
+const auto waiting = AnyOf("select", "pselect6", "_newselect", "pselect6_time64");
+
+std::vector<std::string> callsOfARow() {
   const ChildResult result = runUnderStrace(SYSTEM_CALLS_PROGRAM);
-  ASSERT_EQ(result.exitStatus, 0) << result.standardError;
-  EXPECT_THAT(callsBetweenMarks(result.standardOutput),
-              ElementsAre("sendto", AnyOf("select", "pselect6", "_newselect", "pselect6_time64"),
-                          "recvfrom"));
+  EXPECT_EQ(result.exitStatus, 0) << result.standardError;
+  return callsBetweenMarks(result.standardOutput);
+}
+
+void expectThreeCalls() {
+  EXPECT_THAT(callsOfARow(), ElementsAre("sendto", waiting, "recvfrom"));
 }
 
 class SystemCalls : public testing::Test {
@@ -98,6 +103,11 @@ TEST_F(SystemCalls, ARequestToLocalhostMakesThree) {
 TEST_F(SystemCalls, ARequestToTheDefaultHostMakesThree) {
   unsetenv("ZORA_DCH_ADDR");
   expectThreeCalls();
+}
+
+TEST_F(SystemCalls, ARequestWithStrictAnswersMakesTwoMore) {
+  setenv("ZOR0_STRICT_ANSWERS", "Y", 1);
+  EXPECT_THAT(callsOfARow(), ElementsAre("connect", "recvfrom", "sendto", waiting, "recvfrom"));
 }
 
 }  // namespace
