@@ -1,4 +1,4 @@
-#include "zora/zora.h"
+#include "suite/interface_types.h"
 
-const char* const ZORA_DPTypeNames[ZORA_DP_TYPE_COUNT] = {
-    "APIS", "APPC", "ASFS", "FILE", "HTTP", "JDBC", "ODBC", "POST", "SNMP", "SOCK", "WBEM", "NODP"};
+const char* const ZORA_DPTypeNames[] = {"APIS", "APPC", "ASFS", "FILE", "HTTP", "JDBC",
+                                        "ODBC", "POST", "SNMP", "SOCK", "WBEM", "NODP"};

@@ -11,9 +11,9 @@
 #include <cerrno>
 #include <string>
 
+#include "suite/trc1.h"
 #include "suite/zor0.h"
 #include "tests/support/failing_calls.h"
-#include "zora/trc1.h"
 #include "zora/zora.h"
 
 namespace {

@@ -2,9 +2,9 @@
 #include <charconv>
 #include <utility>
 
+#include "suite/interface_types.h"
 #include "suite/registration.h"
 #include "suite/trimmed.h"
-#include "zora/zora.h"
 
 namespace suite {
 namespace {

@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "suite/zor0.h"
+#include "zora/zora.h"
 
 namespace {
 

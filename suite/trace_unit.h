@@ -2,7 +2,7 @@
 #ifndef SUITE_TRACE_UNIT_H
 #define SUITE_TRACE_UNIT_H
 
-#include "zora/trc1.h"
+#include "suite/trc1.h"
 
 namespace suite {
 inline constinit TRC1_Unit traceUnit{"suite", "ZORS410"};

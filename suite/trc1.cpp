@@ -1,4 +1,4 @@
-#include "zora/trc1.h"
+#include "suite/trc1.h"
 
 #include <fcntl.h>
 #include <fnmatch.h>

@@ -5,7 +5,7 @@
 #include <new>
 #include <string>
 
-#include "zora/trc1.h"
+#include "suite/trc1.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "zora/trc1.h"
+#include "suite/trc1.h"
 
 // The functions that the tests trace from.
 inline constinit TRC1_Unit sock{"zordsock", "ZORD410"};

@@ -15,7 +15,7 @@
 #include <span>
 #include <vector>
 
-#include "zora/zora.h"
+#include "suite/interface_types.h"
 
 // ---- Message fields ------------------------------------------------------------------------
 //

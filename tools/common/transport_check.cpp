@@ -8,6 +8,7 @@
 #include "suite/zor0.h"
 #include "tools/common/failure.h"
 #include "tools/common/printable.h"
+#include "zora/zora.h"
 
 namespace tools {
 
