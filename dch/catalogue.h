@@ -8,7 +8,7 @@
 #include <string_view>
 
 #include "dch/registry.h"
-#include "suite/zor0.h"
+#include "suite/fields.h"
 #include "zordsock/zordsock.h"
 
 namespace dch {

@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <string_view>
 
-#include "suite/zor0.h"
+#include "suite/fields.h"
 
 namespace dch {
 

@@ -26,7 +26,7 @@
 #include "dch/receive_buffer.h"
 #include "dch/server.h"
 #include "dch/vanished_peers.h"
-#include "suite/zor0.h"
+#include "suite/product_settings.h"
 #include "zora/zora.h"
 #include "zordsock/settings.h"
 #include "zordsock/zordsock.h"

@@ -12,7 +12,7 @@
 #include <string>
 #include <system_error>
 
-#include "suite/zor0.h"
+#include "suite/sockets.h"
 
 namespace dch {
 

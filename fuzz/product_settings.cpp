@@ -13,7 +13,7 @@
 #include "fuzz/support/input.h"
 #include "fuzz/support/null_trace.h"
 #include "fuzz/support/require.h"
-#include "suite/zor0.h"
+#include "suite/product_settings.h"
 
 using namespace fuzz;
 

@@ -1,8 +1,8 @@
+#include "suite/descriptor_set.h"
+
 #include <algorithm>
 #include <climits>
 #include <new>
-
-#include "suite/zor0.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 
 #include <cerrno>
 
-#include "suite/zor0.h"
+#include "suite/descriptor_set.h"
 #include "tests/support/fault_plan.h"
 
 namespace {

@@ -1,5 +1,6 @@
+#include "suite/dump.h"
+
 #include "suite/trace_unit.h"
-#include "suite/zor0.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "suite/zor0.h"
+#include "suite/dump.h"
 #include "tests/support/trace_capture.h"
 
 namespace {

@@ -1,8 +1,8 @@
+#include "suite/fields.h"
+
 #include <arpa/inet.h>
 
 #include <cstring>
-
-#include "suite/zor0.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "suite/zor0.h"
+#include "suite/fields.h"
 
 namespace {
 

@@ -11,8 +11,8 @@
 #include <cerrno>
 #include <string>
 
+#include "suite/names.h"
 #include "suite/trc1.h"
-#include "suite/zor0.h"
 #include "tests/support/failing_calls.h"
 #include "zora/zora.h"
 

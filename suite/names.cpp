@@ -1,3 +1,5 @@
+#include "suite/names.h"
+
 #include <arpa/inet.h>
 #include <netdb.h>
 #include <strings.h>
@@ -8,7 +10,6 @@
 #include <mutex>
 
 #include "suite/locking.h"
-#include "suite/zor0.h"
 
 namespace {
 

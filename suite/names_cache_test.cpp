@@ -8,7 +8,7 @@
 #include <ctime>
 #include <string>
 
-#include "suite/zor0.h"
+#include "suite/names.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <thread>
 #include <vector>
 
-#include "suite/zor0.h"
+#include "suite/names.h"
 
 namespace {
 

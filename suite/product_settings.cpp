@@ -1,3 +1,5 @@
+#include "suite/product_settings.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -15,7 +17,6 @@
 
 #include "suite/osv1.h"
 #include "suite/trace_unit.h"
-#include "suite/zor0.h"
 
 namespace {
 

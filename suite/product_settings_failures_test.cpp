@@ -11,7 +11,7 @@
 #include <sstream>
 #include <string>
 
-#include "suite/zor0.h"
+#include "suite/product_settings.h"
 #include "tests/support/fault_plan.h"
 
 namespace {

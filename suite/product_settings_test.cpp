@@ -13,7 +13,7 @@
 #include <string>
 #include <thread>
 
-#include "suite/zor0.h"
+#include "suite/product_settings.h"
 #include "tests/support/trace_capture.h"
 
 namespace {

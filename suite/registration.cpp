@@ -4,8 +4,8 @@
 #include <exception>
 #include <vector>
 
+#include "suite/fields.h"
 #include "suite/trace_unit.h"
-#include "suite/zor0.h"
 #include "suite/zorp.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include <cstring>
 #include <thread>
 
-#include "suite/zor0.h"
+#include "suite/fields.h"
 #include "suite/zorp.h"
 #include "tests/support/trace_capture.h"
 

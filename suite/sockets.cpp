@@ -1,3 +1,5 @@
+#include "suite/sockets.h"
+
 #include <arpa/inet.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -6,7 +8,6 @@
 
 #include "suite/osv1.h"
 #include "suite/trace_unit.h"
-#include "suite/zor0.h"
 
 namespace {
 

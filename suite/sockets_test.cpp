@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <cstdlib>
 
-#include "suite/zor0.h"
+#include "suite/sockets.h"
 
 namespace {
 

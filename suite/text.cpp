@@ -1,7 +1,7 @@
+#include "suite/text.h"
+
 #include <array>
 #include <cstring>
-
-#include "suite/zor0.h"
 
 void ZOR0_TruncateFromLeft(char* text, int length, int keep) {
   if (text == nullptr || keep >= length) return;

@@ -4,7 +4,7 @@
 #include <string>
 #include <thread>
 
-#include "suite/zor0.h"
+#include "suite/text.h"
 #include "zora/zora.h"
 
 namespace {

@@ -1,6 +1,6 @@
-#include <csignal>
+#include "suite/threads.h"
 
-#include "suite/zor0.h"
+#include <csignal>
 
 int ZOR0_InitializeMutex(pthread_mutex_t* mutex) {
   return pthread_mutex_init(mutex, nullptr);

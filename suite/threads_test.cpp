@@ -7,7 +7,7 @@
 #include <future>
 
 #include "suite/osv1.h"
-#include "suite/zor0.h"
+#include "suite/threads.h"
 #include "tests/support/quickest.h"
 
 namespace {

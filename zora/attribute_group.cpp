@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "suite/zor0.h"
+#include "suite/text.h"
 #include "zora/trace_unit.h"
 #include "zora/zora.h"
 

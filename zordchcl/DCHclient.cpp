@@ -4,6 +4,7 @@
 #include <new>
 
 #include "suite/osv1.h"
+#include "suite/sockets.h"
 #include "zordchcl/trace_unit.h"
 #include "zordlpc/zordlpc.h"
 #include "zordsock/zordsock.h"

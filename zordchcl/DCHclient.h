@@ -6,6 +6,8 @@
 #ifndef ZORDCHCL_DCHCLIENT_H
 #define ZORDCHCL_DCHCLIENT_H
 
+#include <netinet/in.h>
+
 #include <atomic>
 
 #include "zora/trc1.h"

@@ -1,4 +1,5 @@
 // The exported functions that manage the library, and those of the data providers.
+#include "suite/threads.h"
 #include "zordchcl/frame.h"
 #include "zordchcl/locks.h"
 #include "zordchcl/trace_unit.h"

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <vector>
 
+#include "suite/text.h"
 #include "tests/support/failing_memory.h"
 #include "tests/support/scripted_dch.h"
 #include "tests/support/trace_capture.h"

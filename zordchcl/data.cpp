@@ -6,6 +6,7 @@
 #include <cstring>
 #include <new>
 
+#include "suite/dump.h"
 #include "zordchcl/DCHclient.h"
 #include "zordchcl/trace_unit.h"
 

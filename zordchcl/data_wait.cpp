@@ -6,6 +6,9 @@
 #include <cstring>
 
 #include "suite/cancellation.h"
+#include "suite/descriptor_set.h"
+#include "suite/dump.h"
+#include "suite/names.h"
 #include "zordchcl/DCHclient.h"
 #include "zordchcl/trace_unit.h"
 #include "zordsock/zordsock.h"

@@ -10,7 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "suite/zor0.h"
+#include "suite/descriptor_set.h"
+#include "suite/names.h"
 #include "zordchcl/DCHclient.h"
 #include "zordchcl/test_client.h"
 #include "zordsock/zordsock.h"

@@ -8,6 +8,7 @@
 #include <new>
 
 #include "suite/cancellation.h"
+#include "suite/text.h"
 #include "zordchcl/DCHclient.h"
 
 namespace zordchcl {

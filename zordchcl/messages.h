@@ -23,7 +23,7 @@
 
 #include <cstddef>
 
-#include "suite/zor0.h"
+#include "suite/fields.h"
 
 // Request codes: the value of DCH_requestType. 0x10.. are the providers', 0x20.. the consumers'.
 enum DCH_RequestCode : short {

@@ -1,6 +1,7 @@
 // The steps that all requests share. They trace on behalf of the request that runs them.
 #include <cstring>
 
+#include "suite/dump.h"
 #include "zordchcl/DCHclient.h"
 #include "zordchcl/trace_unit.h"
 

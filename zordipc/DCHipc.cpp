@@ -1,4 +1,4 @@
-#include "suite/zor0.h"
+#include "suite/threads.h"
 #include "zordipc/trace_unit.h"
 #include "zordipc/zordipc.h"
 

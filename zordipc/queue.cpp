@@ -7,7 +7,7 @@
 #include <cstring>
 #include <new>
 
-#include "suite/zor0.h"
+#include "suite/threads.h"
 #include "zordipc/trace_unit.h"
 #include "zordipc/zordipc.h"
 

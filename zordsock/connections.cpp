@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "suite/zor0.h"
+#include "suite/descriptor_set.h"
 #include "zordsock/trace_unit.h"
 #include "zordsock/zordsock.h"
 

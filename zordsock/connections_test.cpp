@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <vector>
 
-#include "suite/zor0.h"
+#include "suite/descriptor_set.h"
 #include "tests/support/trace_lines.h"
 #include "zordsock/zordsock.h"
 

@@ -3,7 +3,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "suite/zor0.h"
+#include "suite/names.h"
+#include "suite/sockets.h"
 #include "zordsock/settings.h"
 #include "zordsock/trace_unit.h"
 #include "zordsock/zordsock.h"

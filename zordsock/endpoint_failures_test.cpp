@@ -4,6 +4,7 @@
 
 #include <cerrno>
 
+#include "suite/names.h"
 #include "tests/support/failing_calls.h"
 #include "tests/support/trace_capture.h"
 #include "tests/support/trace_lines.h"

@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 
+#include "suite/sockets.h"
 #include "tests/support/scripted_dch.h"
 #include "tests/support/trace_capture.h"
 #include "tests/support/trace_lines.h"

@@ -5,7 +5,8 @@
 
 #include "suite/cancellation.h"
 #include "suite/osv1.h"
-#include "suite/zor0.h"
+#include "suite/sockets.h"
+#include "suite/threads.h"
 #include "zordsock/settings.h"
 #include "zordsock/trace_unit.h"
 #include "zordsock/zordsock.h"

@@ -4,6 +4,7 @@
 #include <memory>
 #include <thread>
 
+#include "suite/sockets.h"
 #include "tests/support/trace_capture.h"
 #include "zordsock/test_pool.h"
 #include "zordsock/test_read.h"

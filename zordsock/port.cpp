@@ -8,7 +8,8 @@
 #include <string>
 
 #include "suite/osv1.h"
-#include "suite/zor0.h"
+#include "suite/product_settings.h"
+#include "suite/sockets.h"
 #include "zordsock/settings.h"
 #include "zordsock/trace_unit.h"
 #include "zordsock/zordsock.h"

@@ -10,7 +10,8 @@
 #include <utility>
 
 #include "suite/cancellation.h"
-#include "suite/zor0.h"
+#include "suite/descriptor_set.h"
+#include "suite/fields.h"
 #include "zordsock/strict_answers.h"
 #include "zordsock/trace_unit.h"
 #include "zordsock/zordsock.h"

@@ -7,6 +7,8 @@
 #include <deque>
 #include <optional>
 
+#include "suite/descriptor_set.h"
+#include "suite/sockets.h"
 #include "tests/support/failing_memory.h"
 #include "zordsock/test_read.h"
 

@@ -4,6 +4,7 @@
 
 #include <thread>
 
+#include "suite/sockets.h"
 #include "tests/support/bytes.h"
 #include "tests/support/quickest.h"
 #include "tests/support/trace_capture.h"

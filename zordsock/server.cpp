@@ -13,8 +13,9 @@
 #include <memory>
 #include <new>
 
+#include "suite/descriptor_set.h"
 #include "suite/osv1.h"
-#include "suite/zor0.h"
+#include "suite/sockets.h"
 #include "zordsock/stream_message.h"
 #include "zordsock/trace_unit.h"
 #include "zordsock/zordsock.h"

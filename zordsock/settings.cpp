@@ -3,8 +3,9 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "suite/names.h"
 #include "suite/osv1.h"
-#include "suite/zor0.h"
+#include "suite/product_settings.h"
 #include "zordsock/trace_unit.h"
 #include "zordsock/zordsock.h"
 

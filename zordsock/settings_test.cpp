@@ -4,7 +4,6 @@
 
 #include <fstream>
 
-#include "suite/zor0.h"
 #include "tests/support/trace_capture.h"
 #include "tests/support/trace_lines.h"
 #include "zordsock/test_endpoint.h"

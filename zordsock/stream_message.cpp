@@ -6,8 +6,10 @@
 #include <cstring>
 #include <new>
 
+#include "suite/descriptor_set.h"
+#include "suite/dump.h"
+#include "suite/fields.h"
 #include "suite/osv1.h"
-#include "suite/zor0.h"
 #include "zordsock/trace_unit.h"
 
 namespace zordsock {

@@ -11,7 +11,7 @@
 #include <iterator>
 #include <string>
 
-#include "suite/zor0.h"
+#include "suite/sockets.h"
 #include "tests/support/loopback_socket.h"
 #include "zordsock/settings.h"
 #include "zordsock/zordsock.h"

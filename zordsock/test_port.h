@@ -17,7 +17,7 @@
 #include <string>
 #include <vector>
 
-#include "suite/zor0.h"
+#include "suite/product_settings.h"
 #include "tests/support/recorded_sleep.h"
 #include "tests/support/trace_lines.h"
 #include "zordsock/settings.h"

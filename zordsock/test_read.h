@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "suite/sockets.h"
 #include "tests/support/trace_lines.h"
 #include "zordsock/test_endpoint.h"
 

@@ -3,8 +3,9 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "suite/descriptor_set.h"
+#include "suite/dump.h"
 #include "suite/osv1.h"
-#include "suite/zor0.h"
 #include "zordsock/settings.h"
 #include "zordsock/strict_answers.h"
 #include "zordsock/trace_unit.h"

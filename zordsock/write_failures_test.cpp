@@ -6,6 +6,7 @@
 #include <functional>
 #include <optional>
 
+#include "suite/descriptor_set.h"
 #include "tests/support/recorded_sleep.h"
 #include "zordsock/test_write.h"
 

@@ -7,7 +7,7 @@
 #include <optional>
 #include <string_view>
 
-#include "suite/zor0.h"
+#include "suite/fields.h"
 
 namespace fuzz {
 

@@ -8,7 +8,7 @@
 #include <cerrno>
 
 #include "fuzz/support/require.h"
-#include "suite/zor0.h"
+#include "suite/sockets.h"
 
 namespace fuzz {
 

@@ -12,7 +12,7 @@
 #include <set>
 #include <sstream>
 
-#include "suite/zor0.h"
+#include "suite/fields.h"
 #include "tests/docs/protocol_examples.h"
 #include "zordchcl/status.h"
 

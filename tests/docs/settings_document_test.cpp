@@ -13,7 +13,7 @@
 #include <sstream>
 #include <string>
 
-#include "suite/zor0.h"
+#include "suite/sockets.h"
 #include "tests/support/child_process.h"
 #include "tests/support/trace_capture.h"
 #include "zordchcl/zordchcl.h"

@@ -12,7 +12,7 @@
 #include <string>
 #include <thread>
 
-#include "suite/zor0.h"
+#include "suite/product_settings.h"
 #include "tests/faults/scenario.h"
 #include "tests/faults/temporary_settings.h"
 #include "tests/support/running_server.h"

@@ -8,7 +8,7 @@
 #include <map>
 #include <random>
 
-#include "suite/zor0.h"
+#include "suite/sockets.h"
 #include "tests/support/scripted_dch.h"
 #include "tests/support/stepped_dch.h"
 #include "zordchcl/zordchcl.h"

@@ -9,7 +9,7 @@
 #include <ctime>
 #include <memory>
 
-#include "suite/zor0.h"
+#include "suite/sockets.h"
 #include "tests/support/loopback_socket.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "suite/zor0.h"
+#include "suite/names.h"
 #include "tools/common/failure.h"
 #include "tools/common/printable.h"
 #include "zora/zora.h"
