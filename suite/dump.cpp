@@ -4,6 +4,7 @@
 
 namespace {
 
+constexpr char digits[] = "0123456789abcdef";
 constexpr int bytesPerLine = 16;
 
 // "00 00 00 12 ...  |....|", the hexadecimal part always as wide as that of a full line.
@@ -12,7 +13,6 @@ struct DumpLine {
   char characters[bytesPerLine + 1];
 
   DumpLine(const unsigned char* bytes, int count) {
-    constexpr char digits[] = "0123456789abcdef";
     char* hex = hexadecimal;
     char* character = characters;
     for (int i = 0; i < bytesPerLine; ++i) {
@@ -42,4 +42,18 @@ void ZOR0_PrintDump(const void* buffer, int offset, int length) {
                 line.characters);
     if (left <= bytesPerLine) break;  // `done` never passes INT_MAX
   }
+}
+
+void TRC1_PrintAddress(TRC1_Block* block, int line, const char* label, const void* address,
+                       int length) {
+  constexpr int maxLength = 256;  // the longest address that a slot of the server's queue keeps
+  char hexadecimal[2 * maxLength + 1];
+  const auto* bytes = static_cast<const unsigned char*>(address);
+  char* out = hexadecimal;
+  for (int i = 0; bytes != nullptr && i < length && i < maxLength; ++i) {
+    *out++ = digits[bytes[i] >> 4];
+    *out++ = digits[bytes[i] & 0xF];
+  }
+  *out = '\0';
+  TRC1_Printf(block, line, "%s: clientAddr <%d<%s>>\n", label, length, hexadecimal);
 }

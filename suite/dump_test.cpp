@@ -4,6 +4,7 @@
 #include <string>
 
 #include "suite/dump.h"
+#include "suite/trc1_test.h"
 #include "tests/support/trace_capture.h"
 
 namespace {
@@ -47,6 +48,24 @@ TEST(Dump, IsForWhoeverAskedWhateverItsOwnRule) {
   const TraceCapture trace("zordsock/*=0xff,suite/*=0");
   ZOR0_PrintDump("abc", 0, 3);
   EXPECT_EQ(trace.texts().size(), 1u);
+}
+
+TEST(TraceAddress, ShowsTheBytesInHexadecimal) {
+  const Sink sink;
+  const unsigned char bytes[] = {0x02, 0x00, 0x07, 0x7F, 0xAB};
+  TRC1_PrintAddress(&ipcRead, 1, "label", bytes, 5);
+  TRC1_PrintAddress(&ipcRead, 1, "label", bytes, 0);
+  TRC1_PrintAddress(&ipcRead, 1, "label", nullptr, 16);
+  EXPECT_THAT(sink.texts, ElementsAre("label: clientAddr <5<0200077fab>>\n",
+                                      "label: clientAddr <0<>>\n", "label: clientAddr <16<>>\n"));
+}
+
+TEST(TraceAddress, ReadsNoFurtherThanAnAddressReaches) {
+  const Sink sink;
+  const std::string bytes(256, '\x11');  // as many as the server's queue keeps of one
+  TRC1_PrintAddress(&ipcRead, 1, "label", bytes.data(), 1000000);
+  EXPECT_EQ(sink.texts.at(0),
+            "label: clientAddr <1000000<" + std::string(2 * bytes.size(), '1') + ">>\n");
 }
 
 }  // namespace

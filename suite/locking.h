@@ -3,6 +3,8 @@
 #ifndef SUITE_LOCKING_H
 #define SUITE_LOCKING_H
 
+#include <pthread.h>
+
 #include <mutex>
 #include <system_error>
 
@@ -33,6 +35,22 @@ class Lock {
  private:
   std::mutex& _mutex;
   const bool _isHeld;
+};
+
+// Keeps the mutex locked while the process forks: a child must not inherit a lock that a thread of
+// its parent holds, and that no thread of its own would release. One for each such mutex.
+template <std::mutex& mutex>
+class HeldWhileForking {
+ public:
+  HeldWhileForking() noexcept { pthread_atfork(lock, unlock, unlock); }
+
+ private:
+  static void lock() noexcept { _isHeld = locked(mutex); }
+  static void unlock() noexcept {
+    if (_isHeld) mutex.unlock();
+  }
+
+  static inline thread_local bool _isHeld = false;
 };
 
 }  // namespace suite
