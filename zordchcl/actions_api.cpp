@@ -1,5 +1,5 @@
 // The exported functions for actions and for the deferral of reports.
-#include "zordchcl/frame.h"
+#include "zordchcl/request_scope.h"
 #include "zordchcl/trace_unit.h"
 #include "zordchcl/zordchcl.h"
 

@@ -1,4 +1,4 @@
-// The exported functions for actions and deferral: what the caller gets, and the frame around the
+// The exported functions for actions and deferral: what the caller gets, and the scope around the
 // request.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 // The exported functions that manage the library, and those of the data providers.
 #include "suite/threads.h"
-#include "zordchcl/frame.h"
 #include "zordchcl/locks.h"
+#include "zordchcl/request_scope.h"
 #include "zordchcl/trace_unit.h"
 #include "zordchcl/zordchcl.h"
 
@@ -112,7 +112,7 @@ int dp_cancel(ZORA_Long* status, ZORA_Long handle) {
 
 namespace {
 
-// The frame of the functions without a result: they report a client that could not be made.
+// The scope of the functions without a result: they report a client that could not be made.
 template <class Request>
 void runWithClient(const TRC1_Scope& trc1Scope, Request request) {
   withClient(

@@ -1,4 +1,5 @@
-// The frame of the exported functions without memory, and with a client whose address went bad.
+// The request scope of the exported functions without memory, and with a client whose address went
+// bad.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-// The exported functions of the library and of the providers: their frame and the locks.
+// The exported functions of the library and of the providers: their scope and the locks.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -97,7 +97,7 @@ TEST(ProviderApi, RequestsOfManyThreadsDoNotMix) {
   EXPECT_THAT(dch.requests(), SizeIs(8 * 50));
 }
 
-// ---- The frame -------------------------------------------------------------------------------
+// ---- The scope -------------------------------------------------------------------------------
 
 struct Framed {
   const char* function;
@@ -139,7 +139,7 @@ const Framed framed[] = {
      }},
 };
 
-TEST(Frame, TracesEntryAndExitWithTheResult) {
+TEST(RequestScope, TracesEntryAndExitWithTheResult) {
   const ScriptedDch dch(answerWell);
   for (const Framed& one : framed) {
     expectTrace(one.function, [&] {
@@ -153,7 +153,7 @@ TEST(Frame, TracesEntryAndExitWithTheResult) {
   });
 }
 
-TEST(Frame, TracesAFailureAsTheResult) {
+TEST(RequestScope, TracesAFailureAsTheResult) {
   const ScriptedDch dch(always(bytesOf("00000000")));  // no read succeeds
   for (const Framed& one : framed) {
     if (one.function == std::string("dp_cancel")) continue;  // reads nothing
@@ -164,7 +164,7 @@ TEST(Frame, TracesAFailureAsTheResult) {
   }
 }
 
-TEST(Frame, MakesAClientForEachCallAndFreesIt) {
+TEST(RequestScope, MakesAClientForEachCallAndFreesIt) {
   const ScriptedDch dch(answerWell);
   for (const Framed& one : framed) {
     const TraceCapture trace("*/DCHclient::*DCHclient=0x40");
@@ -175,7 +175,7 @@ TEST(Frame, MakesAClientForEachCallAndFreesIt) {
   }
 }
 
-TEST(Frame, ActionDataTellsOfTheDeletion) {
+TEST(RequestScope, ActionDataTellsOfTheDeletion) {
   const ScriptedDch dch(answerWell);
   expectTrace("dp_actionData", [] {
     ZORA_Long status = untouched;
@@ -185,7 +185,7 @@ TEST(Frame, ActionDataTellsOfTheDeletion) {
   });
 }
 
-TEST(Frame, CancelSendsNothing) {
+TEST(RequestScope, CancelSendsNothing) {
   const ScriptedDch dch(answerWell);
   ZORA_Long status = untouched;
   EXPECT_EQ(dp_cancel(&status, 815), 0);
@@ -193,7 +193,7 @@ TEST(Frame, CancelSendsNothing) {
   EXPECT_THAT(dch.requests(), IsEmpty());
 }
 
-TEST(Frame, ShutdownTracesNothingOfItsOwn) {
+TEST(RequestScope, ShutdownTracesNothingOfItsOwn) {
   const ScriptedDch dch(answerWell);
   const TraceCapture trace("0xff");
   DCH_shutdown(3);

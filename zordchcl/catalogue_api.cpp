@@ -1,7 +1,7 @@
 // The exported functions of the catalogue.
 #include <cstdlib>
 
-#include "zordchcl/frame.h"
+#include "zordchcl/request_scope.h"
 #include "zordchcl/trace_unit.h"
 #include "zordchcl/zordchcl.h"
 

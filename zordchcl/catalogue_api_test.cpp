@@ -1,4 +1,4 @@
-// The exported catalogue functions: what the caller gets, and the frame around the query.
+// The exported catalogue functions: what the caller gets, and the scope around the query.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

@@ -3,8 +3,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "zordchcl/frame.h"
 #include "zordchcl/locks.h"
+#include "zordchcl/request_scope.h"
 #include "zordchcl/trace_unit.h"
 #include "zordchcl/zordchcl.h"
 

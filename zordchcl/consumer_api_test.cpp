@@ -1,4 +1,4 @@
-// The consumers' exported functions: their handles, their frame, waits that other threads break.
+// The consumers' exported functions: their handles, their scope, waits that other threads break.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-// The exported functions of a status subscription: their handles, their frame, the text that all
+// The exported functions of a status subscription: their handles, their scope, the text that all
 // callers share.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -170,7 +170,7 @@ TEST_F(StatusApi, DatagramsThatAreNoMessagesFailTheWait) {
   }
 }
 
-// ---- The frame -------------------------------------------------------------------------------
+// ---- The scope -------------------------------------------------------------------------------
 
 TEST_F(StatusApi, InitializeTracesItsEntryButNoExit) {
   expectTrace("dc_waitForDPStatusInitialize", [&] {

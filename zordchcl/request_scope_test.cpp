@@ -1,5 +1,5 @@
-// The frame of the exported functions stops what their callers could not catch.
-#include "zordchcl/frame.h"
+// The scope of a request stops what the callers of the exported functions could not catch.
+#include "zordchcl/request_scope.h"
 
 #include <gtest/gtest.h>
 
@@ -8,15 +8,15 @@
 namespace zordchcl {
 namespace {
 
-TEST(Frame, AnExceptionBecomesAFailure) {
+TEST(RequestScope, AnExceptionBecomesAFailure) {
   EXPECT_EQ(guarded([]() -> ZORA_Long { throw std::runtime_error("no caller can catch it"); }), 1);
 }
 
-TEST(Frame, WhateverIsThrownBecomesAFailure) {
+TEST(RequestScope, WhateverIsThrownBecomesAFailure) {
   EXPECT_EQ(guarded([]() -> ZORA_Long { throw 0; }), 1);
 }
 
-TEST(Frame, ANumberIsPassedOn) {
+TEST(RequestScope, ANumberIsPassedOn) {
   EXPECT_EQ(guarded([] { return ZORA_Long{-7}; }), -7);
 }
 

@@ -1,7 +1,7 @@
-// frame.h: what the exported functions have in common: a client of their own for one request, no
-// exception that goes past them, and a thread that is cancelled nowhere but in a wait.
-#ifndef ZORDCHCL_FRAME_H
-#define ZORDCHCL_FRAME_H
+// request_scope.h: what the exported functions have in common: a client of their own for one
+// request, no exception that goes past them, and a thread that is cancelled nowhere but in a wait.
+#ifndef ZORDCHCL_REQUEST_SCOPE_H
+#define ZORDCHCL_REQUEST_SCOPE_H
 
 #include <exception>
 #include <memory>
@@ -75,4 +75,4 @@ inline ZORA_Long reportNoClient(const TRC1_Scope& trc1Scope, ZORA_Long result) {
 
 }  // namespace zordchcl
 
-#endif  // ZORDCHCL_FRAME_H
+#endif  // ZORDCHCL_REQUEST_SCOPE_H

@@ -9,7 +9,7 @@
 
 #include "tests/support/loopback_socket.h"
 #include "tests/support/trace_capture.h"
-#include "zordsock/test_server.h"
+#include "zordsock/test_receive_loop.h"
 
 namespace {
 

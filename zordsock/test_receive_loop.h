@@ -1,7 +1,7 @@
-// test_server.h: what the tests of the receive loop share: the lines that its passes write, and
-// the comparison of what it queues.
-#ifndef ZORDSOCK_TEST_SERVER_H
-#define ZORDSOCK_TEST_SERVER_H
+// test_receive_loop.h: what the tests of the receive loop share: the lines that its passes write,
+// and the comparison of what it queues.
+#ifndef ZORDSOCK_TEST_RECEIVE_LOOP_H
+#define ZORDSOCK_TEST_RECEIVE_LOOP_H
 
 #include <gtest/gtest.h>
 
@@ -117,4 +117,4 @@ inline void expectQueued(const QueuedMessage& message, const std::string& bytes,
   EXPECT_EQ(message.descriptor, static_cast<unsigned>(descriptor));
 }
 
-#endif  // ZORDSOCK_TEST_SERVER_H
+#endif  // ZORDSOCK_TEST_RECEIVE_LOOP_H

@@ -7,7 +7,7 @@
 #include <random>
 
 #include "tests/support/loopback_socket.h"
-#include "zordsock/test_server.h"
+#include "zordsock/test_receive_loop.h"
 
 namespace {
 
