@@ -26,8 +26,8 @@
 #include "dch/receive_buffer.h"
 #include "dch/server.h"
 #include "dch/vanished_peers.h"
-#include "suite/product_settings.h"
 #include "zora/zora.h"
+#include "zordsock/port_choice.h"
 #include "zordsock/settings.h"
 #include "zordsock/zordsock.h"
 
@@ -75,14 +75,9 @@ void applyOptions(const dch::Options& options) {
 // Waits for the configured port; candidate ports are not worth waiting for. Returns false when the
 // server is stopped before.
 bool waitForConfiguredPort() {
-  const char* configured = std::getenv("ZORA_DCH_PORT");
-  if (configured == nullptr) configured = ZOR0_QueryProductSpec(zordsock::itemPort);
-  const auto port = configured != nullptr ? static_cast<unsigned short>(std::atoi(configured))
-                                          : zordsock::defaultPort;
-  const bool isInstance = *ZORA_GetInstanceName() != '\0' && port == zordsock::defaultPort;
-  const bool hasCandidates =
-      isInstance || ZOR0_QueryProductSpec(zordsock::itemCandidatePorts) != nullptr;
-  return hasCandidates || dch::waitForAbandonedPort(addressToBind(), port);
+  const zordsock::PortRule rule =
+      zordsock::readPortRule(zordsock::configuredPort(std::getenv("ZORA_DCH_PORT")));
+  return rule.hasCandidates() || dch::waitForAbandonedPort(addressToBind(), rule.configuredPort);
 }
 
 // The endpoint is never destroyed: its receiver thread runs until the process has ended.

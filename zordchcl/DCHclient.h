@@ -3,6 +3,9 @@
 // The exported functions create one per call; a consumer's subscription keeps one across calls.
 // Every request method reports through the caller's status variable, where it has one, and returns
 // the error latch. The fields are a binary interface: their order stays.
+//
+// A request waits for its answer in read(), for _DCHtimeout or _ipcReadTimeout seconds; the wait
+// itself, and what 0 means, is ipcRead, in zordsock/read.cpp for sockets.
 #ifndef ZORDCHCL_DCHCLIENT_H
 #define ZORDCHCL_DCHCLIENT_H
 
@@ -83,8 +86,8 @@ class DCHclient {
   char _applName[DCH_MAX_APPL_NAME + 1];     // of a data subscription
   char _attrGroup[DCH_MAX_ATTR_GROUP + 1];   // of a data subscription
   ZORA_Long _interruptFD;                    // NO_SOCKET when there is none
-  ZORA_Long _DCHtimeout;                     // seconds
-  ZORA_Long _ipcReadTimeout;                 // seconds
+  ZORA_Long _DCHtimeout;                     // seconds: ZORA_DCH_TIMEOUT
+  ZORA_Long _ipcReadTimeout;                 // seconds, for the answers to data
   // 0 clear; above 0 set, which stops every later request; -1 after a cancelled wait.
   std::atomic<ZORA_Long> _clientError;
   ZORA_Long _interruptPort;

@@ -5,7 +5,7 @@
 
 #include "suite/names.h"
 #include "suite/osv1.h"
-#include "suite/product_settings.h"
+#include "zordsock/port_choice.h"
 #include "zordsock/trace_unit.h"
 #include "zordsock/zordsock.h"
 
@@ -38,7 +38,7 @@ using namespace zordsock;
 void ipcSock::getEnvVariables() {
   TRC1_FUNCTION("ipcSock::getEnvVariables");
   const char* const address = OSV1_GetEnv("ZORA_DCH_ADDR", 0);
-  const char* port = OSV1_GetEnv("ZORA_DCH_PORT", 0);
+  const char* const port = OSV1_GetEnv("ZORA_DCH_PORT", 0);
   const char* const timeout = OSV1_GetEnv("ZORA_DCH_TIMEOUT", 0);
   const char* const trapEmit = OSV1_GetEnv("ZORA_DCH_TRAPEMIT", 0);
   const char* const poolSockets = OSV1_GetEnv("ZORA_DCH_UDP_SOCKETS_IN_POOL", 0);
@@ -52,8 +52,7 @@ void ipcSock::getEnvVariables() {
     TRC1_ERROR("Error: ZOR0_LocalHostNameString failed.\n");
     _sockError = 1;
   }
-  if (port == nullptr) port = ZOR0_QueryProductSpec(itemPort);
-  _envPortNo = static_cast<unsigned short>(decimalOr(port, defaultPort));
+  _envPortNo = configuredPort(port);
   TRC1_DETAIL("Assigned DCH port number to %d\n", _envPortNo.load());
   _envDCHtimeout = decimalOr(timeout, defaultTimeoutSeconds);
   _envDCHUDPSocks = decimalOr(poolSockets, defaultPoolSockets);

@@ -1,4 +1,5 @@
-// settings.h: the transport's process-wide settings and its pool of datagram sockets.
+// settings.h: the transport's process-wide settings and its pool of datagram sockets. Which port a
+// server takes is decided in port_choice.h; for how long a request waits, in DCHclient::read().
 //
 // The settings are read once, under the env-vars init lock, and every endpoint takes that lock
 // before it uses them. What is read without it is atomic.
