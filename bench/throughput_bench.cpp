@@ -21,6 +21,7 @@
 #include "bench/sides.h"
 #include "dch/testkit/messages.h"
 #include "dch/testkit/server_process.h"
+#include "suite/fields.h"
 #include "zordsock/zordsock.h"
 
 namespace {
@@ -61,7 +62,7 @@ class Providers {
 // ---- One receiver ------------------------------------------------------------------------------
 
 [[noreturn]] void countDatagrams(int descriptor, SharedCount* count) {
-  std::array<char, SERVER_PIECE_SIZE> datagram;
+  std::array<char, ZOR0_MAX_REQUEST_SIZE> datagram;
   for (;;)
     if (recvfrom(descriptor, datagram.data(), datagram.size(), 0, nullptr, nullptr) > 0)
       count->add();

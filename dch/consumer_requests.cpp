@@ -138,7 +138,7 @@ Outcome Requests::deferral(Request* request) {
   Deferral deferral;
   std::string_view key, table, source;
   // Many are kept, so none may be larger than a datagram that the server reads.
-  if (anyLength > ZORP_MAX_MESSAGE_SIZE || !fields.readLong(DCH_actionID, &deferral.actionId) ||
+  if (anyLength > ZOR0_MAX_REQUEST_SIZE || !fields.readLong(DCH_actionID, &deferral.actionId) ||
       !fields.readLong(DCH_peltaObject, &deferral.peltaObject) ||
       !fields.readLong(DCH_currentTime, &deferral.currentTime) ||
       !fields.readText(DCH_applKey, anyLength, &key) ||

@@ -11,7 +11,6 @@ namespace dch {
 
 namespace {
 
-constexpr std::size_t applKeyLength = 3;
 // No registered name is longer, so a longer one is simply not found.
 constexpr std::size_t maxAttributeName = PushSocket::maxMessageBytes;
 constexpr short noRequestCode = 0;
@@ -139,9 +138,9 @@ Outcome Requests::dispatch(Request* request) {
 Outcome Requests::registration(Request* request) {
   FieldReader& fields = request->fields;
   std::string_view name, key, text;
-  if (request->message.received > ZORP_MAX_MESSAGE_SIZE ||
+  if (request->message.received > ZOR0_MAX_REQUEST_SIZE ||
       !fields.readText(DCH_applName, DCH_MAX_APPL_NAME, &name) ||
-      !fields.readText(DCH_applKey, applKeyLength, &key) || !fields.readResponse(&text) ||
+      !fields.readText(DCH_applKey, ZORA_APPL_KEY_LENGTH, &key) || !fields.readResponse(&text) ||
       !fields.atEnd())
     return refused(*request, DCH_STATUS_MALFORMED);
 

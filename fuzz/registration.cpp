@@ -35,7 +35,8 @@ void checkAttribute(const suite::RegisteredAttribute& attribute) {
   require(isName(attribute.name, 32), "an attribute's name");
   require(std::string_view("ACGLNDRTIS").find(attribute.letter) != std::string_view::npos,
           "an attribute's letter");
-  require(attribute.size >= 1 && attribute.size <= 4096, "an attribute's size");
+  require(attribute.size >= 1 && attribute.size <= suite::largestAttributeSize,
+          "an attribute's size");
   require(isText(attribute.help), "an attribute's help");
 }
 
@@ -85,7 +86,7 @@ void checkShortestForm(const suite::Registration& registration, std::string_view
 
 void checkMessage(const suite::Registration& registration, const char* message) {
   const std::string_view bytes(message, ZOR0_MessageLength(message));
-  require(bytes.size() <= ZORP_MAX_MESSAGE_SIZE, "a message that the server reads whole");
+  require(bytes.size() <= ZOR0_MAX_REQUEST_SIZE, "a message that the server reads whole");
   FieldModel fields(bytes);
   const auto code = fields.next(DCH_requestType);
   require(code && numberIn(*code, 2) == 0x1010, "the request's code");
@@ -128,7 +129,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t cou
   if (text.find('\0') != std::string::npos) return 0;
   char* message = nullptr;
   const int result = ZORP_ConstructDPregisterBuffer(text.c_str(), &message);
-  require(result == (isGood && messageSize(registration) <= ZORP_MAX_MESSAGE_SIZE ? 1 : 0),
+  require(result == (isGood && messageSize(registration) <= ZOR0_MAX_REQUEST_SIZE ? 1 : 0),
           "a message for every good text that is not too long");
   require((message != nullptr) == (result == 1), "a message only then");
   if (message != nullptr) checkMessage(registration, message);

@@ -17,6 +17,9 @@
 constexpr std::size_t ZOR0_LENGTH_WORD_SIZE = 4;
 constexpr std::size_t ZOR0_FIELD_HEADER_SIZE = 6;
 
+// Largest message to the DCH in bytes: it reads no more of a datagram.
+constexpr int ZOR0_MAX_REQUEST_SIZE = 4096;
+
 // Field type codes.
 enum ZOR0_FieldType : short {
   DCH_requestType = 16,

@@ -20,7 +20,6 @@
 
 namespace {
 
-constexpr int productNameItem = 3;
 constexpr char defaultProductName[] = "ZORA";
 constexpr char defaultPath[] = "/var/lib/zord410/product.spec";
 constexpr mode_t newFileMode = 0644;
@@ -212,7 +211,7 @@ std::optional<std::string> query(const TRC1_Scope& trc1Scope, int item) {
     else
       found = settingIn(content, item);
   }
-  if (!found && item == productNameItem) found = defaultProductName;
+  if (!found && item == ZOR0_ITEM_PRODUCT_NAME) found = defaultProductName;
   return found;
 }
 

@@ -7,7 +7,9 @@
 #ifndef SUITE_PRODUCT_SETTINGS_H
 #define SUITE_PRODUCT_SETTINGS_H
 
-// The text of a setting, or null when it has none; item 3, the product name, is "ZORA" by default.
+constexpr int ZOR0_ITEM_PRODUCT_NAME = 3;
+
+// The text of a setting, or null when it has none; the product name is "ZORA" by default.
 // Valid until the calling thread asks for the same item again.
 const char* ZOR0_QueryProductSpec(int item);
 

@@ -10,8 +10,6 @@
 
 namespace {
 
-constexpr short registrationRequest = 0x1010;
-
 // Appends fields to a message whose room was measured before.
 class MessageWriter {
  public:
@@ -34,7 +32,7 @@ class MessageWriter {
 std::vector<char> buildMessage(const suite::Registration& registration) {
   std::vector<char> message;
   MessageWriter writer(&message);
-  writer.add(DCH_requestType, &registrationRequest);
+  writer.add(DCH_requestType, &ZORP_REGISTRATION_REQUEST);
   writer.add(DCH_applName, registration.applName.c_str());
   writer.add(DCH_applKey, registration.applKey.c_str());
   writer.add(DCH_response, registration.text.data(), registration.text.size());
@@ -59,9 +57,9 @@ int ZORP_ConstructDPregisterBuffer(const char* registration, char** message) {
       return 0;
     }
     std::vector<char> built = buildMessage(parsed);
-    if (built.size() > ZORP_MAX_MESSAGE_SIZE) {
+    if (built.size() > ZOR0_MAX_REQUEST_SIZE) {
       TRC1_ERROR("Error: registration message of %zu bytes is over %d bytes\n", built.size(),
-                 ZORP_MAX_MESSAGE_SIZE);
+                 ZOR0_MAX_REQUEST_SIZE);
       return 0;
     }
     lastMessage.swap(built);

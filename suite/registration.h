@@ -3,16 +3,22 @@
 #ifndef SUITE_REGISTRATION_H
 #define SUITE_REGISTRATION_H
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace suite {
 
+constexpr std::size_t longestApplName = 20;
+constexpr std::size_t applKeyLength = 3;
+constexpr std::size_t longestName = 32;     // of a group or an attribute
+constexpr int largestAttributeSize = 4096;  // in bytes
+
 struct RegisteredAttribute {
   std::string name;
   char letter;       // one of A C G L N D R T I S
-  int size;          // the value's largest size in bytes, 1 to 4096
+  int size;          // the value's largest size in bytes, 1 to largestAttributeSize
   std::string help;  // may be empty
 };
 

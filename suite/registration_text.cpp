@@ -9,10 +9,6 @@
 namespace suite {
 namespace {
 
-constexpr std::size_t maxApplName = 20;
-constexpr std::size_t applKeyLength = 3;
-constexpr std::size_t maxName = 32;
-constexpr int maxValueSize = 4096;
 constexpr std::string_view attributeLetters = "ACGLNDRTIS";
 constexpr std::string_view delimiters = ",:;'\"";
 
@@ -117,7 +113,7 @@ class Reader {
  private:
   void takeAppl(const Clause& clause) {
     clause.requireParts(2, 2, "name and key");
-    _result.applName = nameOf(clause.parts[0], maxApplName, "application name");
+    _result.applName = nameOf(clause.parts[0], longestApplName, "application name");
     _result.applKey = nameOf(clause.parts[1], applKeyLength, "application key");
     if (_result.applKey.size() != applKeyLength)
       refuse("application key of " + std::to_string(_result.applKey.size()) +
@@ -143,7 +139,7 @@ class Reader {
     if (lastGroupIsEmpty())
       refuse("the group before it, " + _result.groups.back().name + ", has no attribute");
     clause.requireParts(1, 1, "one name");
-    std::string name = nameOf(clause.parts[0], maxName, "group name");
+    std::string name = nameOf(clause.parts[0], longestName, "group name");
     requireNew(_result.groups, name, "group");
     _result.groups.push_back({std::move(name), {}});
   }
@@ -153,7 +149,7 @@ class Reader {
     clause->requireParts(3, 4, "name, letter, size and help");
     std::vector<RegisteredAttribute>& attributes = _result.groups.back().attributes;
     RegisteredAttribute attribute;
-    attribute.name = nameOf(clause->parts[0], maxName, "attribute name");
+    attribute.name = nameOf(clause->parts[0], longestName, "attribute name");
     requireNew(attributes, attribute.name, "attribute");
     const std::string_view letter = clause->parts[1];
     if (letter.size() != 1 || attributeLetters.find(letter) == std::string_view::npos)
@@ -169,8 +165,8 @@ class Reader {
     int size = 0;
     const char* end = part.data() + part.size();
     const auto [stopped, error] = std::from_chars(part.data(), end, size);
-    if (error != std::errc() || stopped != end || size < 1 || size > maxValueSize)
-      refuse("size is not a number from 1 to " + std::to_string(maxValueSize));
+    if (error != std::errc() || stopped != end || size < 1 || size > largestAttributeSize)
+      refuse("size is not a number from 1 to " + std::to_string(largestAttributeSize));
     return size;
   }
 

@@ -44,14 +44,14 @@ void checkLength(std::size_t numberFields, const std::vector<Text>& texts) {
   constexpr std::size_t forEachText = ZOR0_FIELD_HEADER_SIZE + 1;  // with the terminating zero
   std::size_t length = ZOR0_LENGTH_WORD_SIZE + numberFields;
   for (const Text& text : texts) length += forEachText + text.value.size();
-  if (length <= DCH_MESSAGE_BUFFER_SIZE) return;
+  if (length <= ZOR0_MAX_REQUEST_SIZE) return;
   const Text& longest = *std::max_element(
       texts.begin(), texts.end(),
       [](const Text& left, const Text& right) { return left.value.size() < right.value.size(); });
   throw Failure(EX_USAGE, std::string(longest.name) + " is too long: with its " +
                               std::to_string(longest.value.size()) + " bytes the request has " +
                               std::to_string(length) + ", and at most " +
-                              std::to_string(DCH_MESSAGE_BUFFER_SIZE) + " fit");
+                              std::to_string(ZOR0_MAX_REQUEST_SIZE) + " fit");
 }
 
 std::string describeResult(ZORA_Long result) {

@@ -9,11 +9,11 @@
 
 namespace {
 
-constexpr std::size_t maxSubnodeName = 32;
-constexpr std::size_t maxUntouchedName = 69;  // without the colon
-constexpr std::size_t maxPartLength = 32;     // of a source name or an attribute group
-constexpr std::size_t maxParsedName = 70;
-constexpr std::size_t keyLength = 3;
+constexpr std::size_t maxSubnodeName = ZORA_MAX_SUBNODE_NAME;
+constexpr std::size_t maxUntouchedName = ZORA_MAX_UNTOUCHED_NAME - 1;  // without the colon
+constexpr std::size_t maxPartLength = 32;  // of a source name or an attribute group
+constexpr std::size_t maxParsedName = ZORA_MAX_UNTOUCHED_NAME;
+constexpr std::size_t keyLength = ZORA_APPL_KEY_LENGTH;
 constexpr std::size_t suffixLength = 2;  // what RR counts as, whatever its length
 
 char SourceName[maxPartLength + 1];
@@ -25,17 +25,13 @@ struct ZeroPaddedCopy {
   char text[size + 1] = {};
 };
 
-bool isSet(const char* text) {
-  return text != nullptr;
-}
-
 }  // namespace
 
 int ZORA_SetSubnodeName(const char* applName, const char* attrGroup, const char* srcName,
                         const char* RR, char* subnodeName, char* subnodeNameUntouched,
                         const char* subnodeSuffix) {
   TRC1_QUIET_FUNCTION("ZORA_SetSubnodeName");
-  if (isSet(subnodeSuffix))
+  if (subnodeSuffix != nullptr)
     TRC1_DETAIL("applName<%s> srcName<%s> attrGroup<%s> RR<%s> subnodeSuffix<%s>\n", applName,
                 srcName, attrGroup, RR, subnodeSuffix);
   else
@@ -46,7 +42,7 @@ int ZORA_SetSubnodeName(const char* applName, const char* attrGroup, const char*
   const std::size_t sourceLength = std::strlen(source.text);
   const std::size_t applLength = std::strlen(applName);
 
-  if (isSet(subnodeNameUntouched)) {
+  if (subnodeNameUntouched != nullptr) {
     const std::size_t groupLength = std::strlen(group.text);
     const std::size_t rrLength = std::strlen(RR);
     const std::size_t total = sourceLength + applLength + groupLength + rrLength + suffixLength;
@@ -60,9 +56,10 @@ int ZORA_SetSubnodeName(const char* applName, const char* attrGroup, const char*
   }
 
   // The colon, and the underscore before a suffix, count too.
-  const std::size_t needed = isSet(subnodeSuffix) ? sourceLength + 1 + applLength + suffixLength +
-                                                        1 + std::strlen(subnodeSuffix)
-                                                  : sourceLength + 1 + applLength + suffixLength;
+  const std::size_t needed =
+      subnodeSuffix != nullptr
+          ? sourceLength + 1 + applLength + suffixLength + 1 + std::strlen(subnodeSuffix)
+          : sourceLength + 1 + applLength + suffixLength;
   if (needed > maxSubnodeName) {
     const std::size_t excess = needed - maxSubnodeName;
     if (excess > sourceLength) {
@@ -77,11 +74,11 @@ int ZORA_SetSubnodeName(const char* applName, const char* attrGroup, const char*
     ZOR0_TruncateFromLeft(source.text, length, available);
     TRC1_DETAIL("sourceName truncated. New name <%s>\n", source.text);
   }
-  if (isSet(subnodeSuffix))
+  if (subnodeSuffix != nullptr)
     std::sprintf(subnodeName, "%s:%s%s_%s", source.text, applName, RR, subnodeSuffix);
   else
     std::sprintf(subnodeName, "%s:%s%s", source.text, applName, RR);
-  if (isSet(subnodeNameUntouched))
+  if (subnodeNameUntouched != nullptr)
     TRC1_DETAIL("subnodeName<%s> subnodeNameUntouched<%s>\n", subnodeName, subnodeNameUntouched);
   else
     TRC1_DETAIL("subnodeName<%s> subnodeNameUntouched[NULL]\n", subnodeName);

@@ -19,8 +19,6 @@
 #include "zordchcl/zordchcl.h"
 #include "zordipc/zordipc.h"
 
-constexpr int DCH_MESSAGE_BUFFER_SIZE = 4096;
-
 struct DCH_CatalogueQuery;
 
 // An object is used by one thread at a time, but for dc_waitOnDataCancel, which another thread
@@ -82,12 +80,12 @@ class DCHclient {
   ZORA_Long _clientIpcType;  // as ZORA_GetIPCtype answered
   DCHipc* _ipcClient;        // the transport, owned
   char* _readBuffer;         // the response last read, owned while a request handles it
-  char _msgBuffer[DCH_MESSAGE_BUFFER_SIZE];  // where requests are built
-  char _applName[DCH_MAX_APPL_NAME + 1];     // of a data subscription
-  char _attrGroup[DCH_MAX_ATTR_GROUP + 1];   // of a data subscription
-  ZORA_Long _interruptFD;                    // NO_SOCKET when there is none
-  ZORA_Long _DCHtimeout;                     // seconds: ZORA_DCH_TIMEOUT
-  ZORA_Long _ipcReadTimeout;                 // seconds, for the answers to data
+  char _msgBuffer[ZOR0_MAX_REQUEST_SIZE];   // where requests are built
+  char _applName[DCH_MAX_APPL_NAME + 1];    // of a data subscription
+  char _attrGroup[DCH_MAX_ATTR_GROUP + 1];  // of a data subscription
+  ZORA_Long _interruptFD;                   // NO_SOCKET when there is none
+  ZORA_Long _DCHtimeout;                    // seconds: ZORA_DCH_TIMEOUT
+  ZORA_Long _ipcReadTimeout;                // seconds, for the answers to data
   // 0 clear; above 0 set, which stops every later request; -1 after a cancelled wait.
   std::atomic<ZORA_Long> _clientError;
   ZORA_Long _interruptPort;

@@ -1,9 +1,16 @@
 // A provider's life: registration, on line, off line, unregistration.
 #include <cstring>
 
+#include "suite/registration.h"
 #include "suite/zorp.h"
 #include "zordchcl/DCHclient.h"
 #include "zordchcl/trace_unit.h"
+
+// What the interface says of names and rows is what registrations and the DCH go by.
+static_assert(DCH_MAX_APPL_NAME == suite::longestApplName);
+static_assert(DCH_MAX_ATTR_GROUP == suite::longestName);
+static_assert(ZORA_APPL_KEY_LENGTH == suite::applKeyLength);
+static_assert(DCH_WORK_BUFFER_SIZE <= ZOR0_MAX_REQUEST_SIZE);
 
 ZORA_Long DCHclient::dp_register(ZORA_Long* status, const char* registration) {
   TRC1_FUNCTION("DCHclient::dp_register");

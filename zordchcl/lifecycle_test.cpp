@@ -220,7 +220,7 @@ TEST(Unregister, ChecksNoLength) {
   faked.transport.answers = {statusAnswer(0)};
   ZORA_Long status = untouched;
   EXPECT_EQ(faked.client.dp_unregister(&status, letters(4077).c_str()), 0);
-  EXPECT_EQ(faked.transport.written.at(0).size(), std::size_t{DCH_MESSAGE_BUFFER_SIZE});
+  EXPECT_EQ(faked.transport.written.at(0).size(), std::size_t{ZOR0_MAX_REQUEST_SIZE});
 }
 
 TEST(Unregister, ANameThatDoesNotFitTheMessageIsRefused) {

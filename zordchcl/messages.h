@@ -24,10 +24,11 @@
 #include <cstddef>
 
 #include "suite/fields.h"
+#include "suite/zorp.h"
 
 // Request codes: the value of DCH_requestType. 0x10.. are the providers', 0x20.. the consumers'.
 enum DCH_RequestCode : short {
-  DCH_REQUEST_REGISTER = 0x1010,
+  DCH_REQUEST_REGISTER = ZORP_REGISTRATION_REQUEST,
   DCH_REQUEST_ONLINE = 0x1015,
   DCH_REQUEST_UNREGISTER = 0x1020,
   DCH_REQUEST_OFFLINE = 0x1025,

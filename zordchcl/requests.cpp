@@ -38,7 +38,7 @@ bool DCHclient::write(const TRC1_Scope& trc1Scope, const char* request, char* me
 bool DCHclient::reportUnlessFits(const TRC1_Scope& trc1Scope, const char* request,
                                  const DCH_MessageBuilder& message) {
   if (message.fits()) return true;
-  TRC1_ERROR("Error: %s message is longer than %d bytes\n", request, DCH_MESSAGE_BUFFER_SIZE);
+  TRC1_ERROR("Error: %s message is longer than %d bytes\n", request, ZOR0_MAX_REQUEST_SIZE);
   fail();
   return false;
 }

@@ -24,24 +24,23 @@ enum DCH_Status : ZORA_Long {
 
 struct DCH_StatusEntry {
   ZORA_Long number;
-  const char* name;
   const char* text;
 };
 
 inline constexpr DCH_StatusEntry DCH_statusTable[] = {
-    {DCH_STATUS_OK, "OK", "done"},
-    {DCH_STATUS_BAD_ARGUMENT, "BAD_ARGUMENT", "bad argument, or no status in the answer"},
-    {DCH_STATUS_MISSING_FIELD, "MISSING_FIELD", "not sent whole, or a field missing in the answer"},
-    {DCH_STATUS_NULL_ARGUMENT, "NULL_ARGUMENT", "a required text is null"},
-    {DCH_STATUS_NO_STORAGE, "NO_STORAGE", "no memory, or no work buffer"},
-    {DCH_STATUS_NO_ANSWER, "NO_ANSWER", "no answer from the DCH"},
-    {DCH_STATUS_MALFORMED, "MALFORMED", "malformed message"},
-    {DCH_STATUS_UNKNOWN_APPLICATION, "UNKNOWN_APPLICATION", "unknown application"},
-    {DCH_STATUS_UNKNOWN_GROUP, "UNKNOWN_GROUP", "unknown attribute group"},
-    {DCH_STATUS_UNKNOWN_ATTRIBUTE, "UNKNOWN_ATTRIBUTE", "unknown attribute"},
-    {DCH_STATUS_UNKNOWN_HANDLE, "UNKNOWN_HANDLE", "unknown handle"},
-    {DCH_STATUS_NOT_STORED, "NOT_STORED", "not stored"},
-    {DCH_STATUS_UNKNOWN_ACTION, "UNKNOWN_ACTION", "unknown action"},
+    {DCH_STATUS_OK, "done"},
+    {DCH_STATUS_BAD_ARGUMENT, "bad argument, or no status in the answer"},
+    {DCH_STATUS_MISSING_FIELD, "not sent whole, or a field missing in the answer"},
+    {DCH_STATUS_NULL_ARGUMENT, "a required text is null"},
+    {DCH_STATUS_NO_STORAGE, "no memory, or no work buffer"},
+    {DCH_STATUS_NO_ANSWER, "no answer from the DCH"},
+    {DCH_STATUS_MALFORMED, "malformed message"},
+    {DCH_STATUS_UNKNOWN_APPLICATION, "unknown application"},
+    {DCH_STATUS_UNKNOWN_GROUP, "unknown attribute group"},
+    {DCH_STATUS_UNKNOWN_ATTRIBUTE, "unknown attribute"},
+    {DCH_STATUS_UNKNOWN_HANDLE, "unknown handle"},
+    {DCH_STATUS_NOT_STORED, "not stored"},
+    {DCH_STATUS_UNKNOWN_ACTION, "unknown action"},
 };
 
 // The text of a status; a value that no table row has is "unknown status".

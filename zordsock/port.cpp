@@ -23,7 +23,7 @@ class PortAllocation : private PortChoiceSteps {
   PortAllocation(ipcSock& server, const TRC1_Scope& scope)
       : trc1Scope(scope),
         _server(server),
-        _product(ZOR0_QueryProductSpec(itemProductName)),
+        _product(ZOR0_QueryProductSpec(ZOR0_ITEM_PRODUCT_NAME)),
         _rule{_envPortNo, false, ZOR0_QueryProductSpec(itemCandidatePorts) != nullptr} {}
 
   void allocate();

@@ -14,6 +14,7 @@
 #include <new>
 
 #include "suite/descriptor_set.h"
+#include "suite/fields.h"
 #include "suite/osv1.h"
 #include "suite/sockets.h"
 #include "zordsock/stream_message.h"
@@ -50,7 +51,7 @@ class ReceiveLoop {
   const TRC1_Scope& trc1Scope;
   ipcSock& _server;
   StreamMessage _streamMessage;
-  std::array<char, SERVER_PIECE_SIZE> _datagram;
+  std::array<char, ZOR0_MAX_REQUEST_SIZE> _datagram;
   // Who is behind each connection: receiving on a stream does not tell.
   std::array<sockaddr_in, MAX_TCP_CLIENTS> _peers{};
 };

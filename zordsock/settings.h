@@ -20,17 +20,15 @@ constexpr int defaultPoolSockets = 32;
 constexpr int hostNameSize = 256;
 
 // Items of the product settings.
-constexpr int itemCandidatePorts =
-    0;  // when it has a value, candidate ports start at the given port
-constexpr int itemProductName = 3;
+constexpr int itemCandidatePorts = 0;  // with a value, candidates start at the configured port
 constexpr int itemPort = 22;
 constexpr int itemPortOffset = 23;
 
 extern std::atomic<short> _envVarsInit;  // 1 once the environment has been read
 extern std::atomic<int> _envDCHUDPInit;  // 1 once the pool has been built
 extern char _envDCHname[hostNameSize];   // host name or dotted address of the DCH
-extern std::atomic<unsigned short>
-    _envPortNo;                 // port of the DCH; the server's allocation rewrites it
+// The port of the DCH; the server's allocation rewrites it.
+extern std::atomic<unsigned short> _envPortNo;
 extern int _envDCHtimeout;      // seconds
 extern int _envTRAPEMIT;        // 1 when trap emission is asked for
 extern int _envDCHUDPSocks;     // sockets in the pool

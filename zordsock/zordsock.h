@@ -14,7 +14,7 @@
 constexpr ZORA_Long NO_SOCKET = -999;       // a descriptor that is not open
 constexpr ZORA_Long UDP_CHUNK_SIZE = 8192;  // largest datagram sent or received
 constexpr ZORA_Long MAX_READ_CHUNKS = 16;   // datagrams in the largest message that ipcRead takes
-constexpr ZORA_Long SERVER_PIECE_SIZE = 4096;  // what the server reads at a time
+constexpr ZORA_Long SERVER_PIECE_SIZE = 4096;  // what the server reads of a stream at a time
 constexpr ZORA_Long MAX_SERVER_PIECES = 1024;  // reaching this many in one message ends the server
 constexpr ZORA_Long MAX_TCP_CLIENTS = 64;      // slots for stream connections
 
