@@ -25,7 +25,10 @@ void restoreNetworkOrder(short type, void* value) {
       std::memcpy(value, &number, sizeof number);
       break;
     }
-    default:
+    case ZOR0_FieldLayout::text:
+    case ZOR0_FieldLayout::bytes:
+    case ZOR0_FieldLayout::attributeValue:
+    case ZOR0_FieldLayout::unknown:
       break;
   }
 }

@@ -32,7 +32,7 @@ bool isAnswer(const IncomingMessage& message) {
 }
 
 const char* nameOfRequest(short code) {
-  switch (code) {
+  switch (static_cast<DCH_RequestCode>(code)) {
     case DCH_REQUEST_REGISTER:
       return "register";
     case DCH_REQUEST_ONLINE:
@@ -59,23 +59,30 @@ const char* nameOfRequest(short code) {
       return "action results";
     case DCH_REQUEST_DEFER_REPORT:
       return "deferral";
-    default:
-      return "unknown request";
   }
+  return "unknown request";
 }
 
 // These requests have no answer. Over datagrams their sender would take one for something else that
 // it waits for.
 Answer::Form formOfAnswer(short code, bool isDatagram) {
-  if (code == DCH_REQUEST_ONLINE) return Answer::Form::statusAndHandle;
-  switch (code) {
+  switch (static_cast<DCH_RequestCode>(code)) {
+    case DCH_REQUEST_ONLINE:
+      return Answer::Form::statusAndHandle;
     case DCH_REQUEST_DATA_SUBSCRIPTION:
     case DCH_REQUEST_STATUS_SUBSCRIPTION:
     case DCH_REQUEST_ACTION:
     case DCH_REQUEST_DEFER_REPORT:
       if (isDatagram) return Answer::Form::none;
       break;
-    default:
+    case DCH_REQUEST_REGISTER:
+    case DCH_REQUEST_UNREGISTER:
+    case DCH_REQUEST_OFFLINE:
+    case DCH_REQUEST_DATA:
+    case DCH_REQUEST_APPLICATIONS:
+    case DCH_REQUEST_HELP:
+    case DCH_REQUEST_ATTRIBUTES:
+    case DCH_REQUEST_ACTION_RESULTS:
       break;
   }
   return Answer::Form::status;
@@ -105,7 +112,7 @@ Outcome Requests::handle(const IncomingMessage& message) {
 }
 
 Outcome Requests::dispatch(Request* request) {
-  switch (request->code) {
+  switch (static_cast<DCH_RequestCode>(request->code)) {
     case DCH_REQUEST_REGISTER:
       return registration(request);
     case DCH_REQUEST_ONLINE:
@@ -130,9 +137,8 @@ Outcome Requests::dispatch(Request* request) {
       return actionResults(request);
     case DCH_REQUEST_DEFER_REPORT:
       return deferral(request);
-    default:
-      return refused(*request, DCH_STATUS_MALFORMED);
   }
+  return refused(*request, DCH_STATUS_MALFORMED);
 }
 
 Outcome Requests::registration(Request* request) {

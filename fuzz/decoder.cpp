@@ -64,9 +64,10 @@ bool encode(const Field& field, DCH_MessageBuilder* message) {
     case ZOR0_FieldLayout::attributeValue:
       message->addAttributeValue(value + 1, size - 1, *value);
       return true;
-    default:
-      return false;
+    case ZOR0_FieldLayout::unknown:
+      break;
   }
+  return false;
 }
 
 void checkEncoder(const std::vector<Field>& fields, std::string_view message) {

@@ -73,7 +73,7 @@ bool isWellFormed(ZOR0_FieldLayout layout, const char* value, std::size_t count)
 }  // namespace
 
 ZOR0_FieldLayout ZOR0_LayoutOfField(short type) {
-  switch (type) {
+  switch (static_cast<ZOR0_FieldType>(type)) {
     case DCH_requestType:
     case DCH_dataCode:
     case DCH_actionType:
@@ -98,9 +98,8 @@ ZOR0_FieldLayout ZOR0_LayoutOfField(short type) {
       return ZOR0_FieldLayout::bytes;
     case DCH_attrValue:
       return ZOR0_FieldLayout::attributeValue;
-    default:
-      return ZOR0_FieldLayout::unknown;
   }
+  return ZOR0_FieldLayout::unknown;
 }
 
 std::size_t ZOR0_FieldSize(short type, const void* value, ZORA_Long length) {
@@ -129,7 +128,9 @@ ZORA_Long ZOR0_FormatDataField(void* message, void* position, short type, const 
       *out = attrType != nullptr ? *attrType : '\0';
       if (size > 1) std::memcpy(out + 1, value, size - 1);
       break;
-    default:
+    case ZOR0_FieldLayout::text:
+    case ZOR0_FieldLayout::bytes:
+    case ZOR0_FieldLayout::unknown:
       if (value == nullptr)
         std::memset(out, 0, size);
       else
@@ -184,7 +185,9 @@ short ZOR0_ExtractDataField(ZOR0_FieldCursor* cursor, void** value, ZORA_Long* l
       ++start;
       --size;
       break;
-    default:
+    case ZOR0_FieldLayout::text:
+    case ZOR0_FieldLayout::bytes:
+    case ZOR0_FieldLayout::unknown:
       break;
   }
   *value = start;

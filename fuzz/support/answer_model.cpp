@@ -11,19 +11,30 @@ namespace {
 
 using Form = dch::Answer::Form;
 
-bool hasNoAnswer(short code) {
-  return code == DCH_REQUEST_DATA_SUBSCRIPTION || code == DCH_REQUEST_STATUS_SUBSCRIPTION ||
-         code == DCH_REQUEST_ACTION || code == DCH_REQUEST_DEFER_REPORT;
-}
+enum class Kind { statusChange, row, question, unanswered, poll, unknown };
 
-bool isCatalogueQuestion(short code) {
-  return code == DCH_REQUEST_APPLICATIONS || code == DCH_REQUEST_ATTRIBUTES ||
-         code == DCH_REQUEST_HELP;
-}
-
-bool changesStatus(short code) {
-  return code == DCH_REQUEST_REGISTER || code == DCH_REQUEST_ONLINE ||
-         code == DCH_REQUEST_OFFLINE || code == DCH_REQUEST_UNREGISTER;
+Kind kindOf(short code) {
+  switch (static_cast<DCH_RequestCode>(code)) {
+    case DCH_REQUEST_REGISTER:
+    case DCH_REQUEST_ONLINE:
+    case DCH_REQUEST_OFFLINE:
+    case DCH_REQUEST_UNREGISTER:
+      return Kind::statusChange;
+    case DCH_REQUEST_DATA:
+      return Kind::row;
+    case DCH_REQUEST_APPLICATIONS:
+    case DCH_REQUEST_ATTRIBUTES:
+    case DCH_REQUEST_HELP:
+      return Kind::question;
+    case DCH_REQUEST_DATA_SUBSCRIPTION:
+    case DCH_REQUEST_STATUS_SUBSCRIPTION:
+    case DCH_REQUEST_ACTION:
+    case DCH_REQUEST_DEFER_REPORT:
+      return Kind::unanswered;
+    case DCH_REQUEST_ACTION_RESULTS:
+      return Kind::poll;
+  }
+  return Kind::unknown;
 }
 
 bool isOwnStatus(ZORA_Long status) {
@@ -33,7 +44,7 @@ bool isOwnStatus(ZORA_Long status) {
 
 Form formOf(short code, bool isDatagram) {
   if (code == DCH_REQUEST_ONLINE) return Form::statusAndHandle;
-  return hasNoAnswer(code) && isDatagram ? Form::none : Form::status;
+  return kindOf(code) == Kind::unanswered && isDatagram ? Form::none : Form::status;
 }
 
 void requireNothingDone(const dch::Outcome& outcome) {
@@ -48,7 +59,7 @@ void checkRefused(const dch::Answer& answer, Form form) {
 void checkAnswer(short code, bool isDatagram, const dch::Answer& answer) {
   switch (answer.form) {
     case Form::text:
-      require(isCatalogueQuestion(code), "a text answers a question alone");
+      require(kindOf(code) == Kind::question, "a text answers a question alone");
       require(answer.text.size() <= dch::maxCatalogueTextBytes, "a text that a client can read");
       break;
     case Form::statusAndHandle:
@@ -64,7 +75,7 @@ void checkAnswer(short code, bool isDatagram, const dch::Answer& answer) {
       break;
     case Form::none:
       // Who asks for the result of an action that runs is told when it has ended.
-      require(hasNoAnswer(code) || code == DCH_REQUEST_ACTION_RESULTS,
+      require(kindOf(code) == Kind::unanswered || kindOf(code) == Kind::poll,
               "a request without an answer");
   }
 }
@@ -103,7 +114,7 @@ void checkOutcome(const dch::IncomingMessage& message, const dch::Outcome& outco
   const bool wentWell = outcome.answer.status == DCH_STATUS_OK;
   require((outcome.source != nullptr) == (code == DCH_REQUEST_DATA && wentWell),
           "a row to publish for every row that is acknowledged");
-  require(outcome.statusEvents.empty() || (changesStatus(code) && wentWell),
+  require(outcome.statusEvents.empty() || (kindOf(code) == Kind::statusChange && wentWell),
           "events of what has happened");
   for (const dch::StatusEvent& event : outcome.statusEvents)
     require(isStatusEvent(event.message), "an event is whole");

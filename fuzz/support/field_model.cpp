@@ -11,7 +11,7 @@ constexpr std::size_t fieldHeader = 6;
 
 // Whether these bytes can be the value of a field of this type.
 bool isValue(std::uint16_t type, std::string_view bytes) {
-  switch (type) {
+  switch (static_cast<ZOR0_FieldType>(type)) {
     case DCH_requestType:
     case DCH_dataCode:
     case DCH_actionType:
@@ -34,9 +34,10 @@ bool isValue(std::uint16_t type, std::string_view bytes) {
       return bytes.find('\0') != std::string_view::npos;
     case DCH_attrValue:
       return !bytes.empty();
-    default:
-      return true;
+    case DCH_response:
+      break;
   }
+  return true;
 }
 
 }  // namespace
