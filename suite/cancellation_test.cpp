@@ -27,31 +27,13 @@ TEST(Cancellation, IsOffUntilTheOutermostObjectIsGone) {
   EXPECT_TRUE(canBeCancelled());
 }
 
-TEST(Cancellation, IsPossibleAtAPoint) {
-  const CancellationOff outer;
-  const CancellationOff inner;
-  {
-    const CancellationPoint point;
-    EXPECT_TRUE(canBeCancelled());
-    const CancellationOff within;
-    EXPECT_FALSE(canBeCancelled());
-  }
-  EXPECT_FALSE(canBeCancelled());
-}
-
-TEST(Cancellation, IsNotAllowedToAThreadThatDidNotAllowIt) {
+TEST(Cancellation, StaysOffForAThreadThatDidNotAllowIt) {
   pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
   {
     const CancellationOff off;
-    const CancellationPoint point;
     EXPECT_FALSE(canBeCancelled());
   }
   EXPECT_FALSE(canBeCancelled());
-}
-
-TEST(Cancellation, StaysAsItIsAtAPointWithoutAnObject) {
-  const CancellationPoint point;
-  EXPECT_TRUE(canBeCancelled());
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <mutex>
 
+#include "suite/cancellation.h"
 #include "suite/locking.h"
 
 namespace {
@@ -68,6 +69,7 @@ class NameCache {
 constinit NameCache nameCache;
 
 bool askResolver(const char* name, in_addr* address) {
+  const suite::CancellationOff cancellationOff;  // the answer would not be freed
   addrinfo hints{};
   hints.ai_family = AF_INET;
   hints.ai_socktype = SOCK_DGRAM;

@@ -15,6 +15,7 @@
 #include <string>
 #include <string_view>
 
+#include "suite/cancellation.h"
 #include "suite/osv1.h"
 #include "suite/trace_unit.h"
 
@@ -231,6 +232,7 @@ bool update(const TRC1_Scope& trc1Scope, int item, const char* text) {
 
 const char* ZOR0_QueryProductSpec(int item) {
   TRC1_QUIET_FUNCTION("ZOR0_QueryProductSpec");
+  const suite::CancellationOff cancellationOff;
   try {
     static thread_local std::map<int, std::string> returnedTexts;
     std::optional<std::string> found = query(trc1Scope, item);
@@ -246,6 +248,7 @@ const char* ZOR0_QueryProductSpec(int item) {
 
 int ZOR0_UpdateProductSpec(int item, const char* text) {
   TRC1_QUIET_FUNCTION("ZOR0_UpdateProductSpec");
+  const suite::CancellationOff cancellationOff;
   if (text == nullptr || std::strpbrk(text, "\r\n") != nullptr) {
     TRC1_ERROR("Error: product setting %d: the text is NULL or holds a line end\n", item);
     return 0;

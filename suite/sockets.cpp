@@ -6,6 +6,7 @@
 
 #include <cerrno>
 
+#include "suite/cancellation.h"
 #include "suite/osv1.h"
 #include "suite/trace_unit.h"
 
@@ -54,7 +55,7 @@ int openSocket(int kind, unsigned short portInNetworkOrder, int flag, sockaddr_i
   const int descriptor = socket(AF_INET, type | SOCK_CLOEXEC, 0);
   *error = descriptor < 0 ? errno : bindSocket(descriptor, type, flag, address);
   if (*error == 0 || descriptor < 0) return descriptor;
-  close(descriptor);
+  ZOR0_CloseTheSocket(descriptor);
   return -1;
 }
 
@@ -80,5 +81,7 @@ unsigned short ZOR0_RetrieveSockPort(int descriptor) {
 }
 
 void ZOR0_CloseTheSocket(int descriptor) {
-  if (descriptor >= 0) close(descriptor);
+  if (descriptor < 0) return;
+  const suite::CancellationOff cancellationOff;
+  close(descriptor);
 }

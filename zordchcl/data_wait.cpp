@@ -92,7 +92,6 @@ void DCHclient::waitForRow(const TRC1_Scope& trc1Scope, char* buffer, short buff
   if (readable.reset(highest)) {
     readable.add(rows);
     readable.add(_interruptFD);
-    const suite::CancellationPoint cancellationPoint;
     count = select(highest + 1, readable.get(), nullptr, nullptr, nullptr);
   }
   if (count < 0) {
@@ -162,6 +161,7 @@ bool DCHclient::interruptAddress(const TRC1_Scope& trc1Scope, sockaddr_in* addre
 
 bool DCHclient::sendInterrupt(const TRC1_Scope& trc1Scope, const sockaddr_in& address,
                               bool isDumped) {
+  const suite::CancellationOff cancellationOff;  // the caller holds a lock
   std::memset(_msgBuffer, 0, sizeof _msgBuffer);
   DCH_MessageBuilder message(_msgBuffer, sizeof _msgBuffer);
   message.add(DCH_sourceName, DCH_TERMINATE_TEXT);

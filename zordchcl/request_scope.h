@@ -7,7 +7,6 @@
 #include <memory>
 #include <new>
 
-#include "suite/cancellation.h"
 #include "suite/text.h"
 #include "zordchcl/DCHclient.h"
 
@@ -18,7 +17,6 @@ namespace zordchcl {
 // stopped: so nothing here is noexcept.
 template <class Request>
 int guarded(Request request) {
-  const suite::CancellationOff cancellationOff;
   try {
     return static_cast<int>(request());
   } catch (...) {

@@ -49,11 +49,6 @@ int takeFreeElement() {
   return -1;
 }
 
-int waitUntil(const timespec& deadline) {
-  const suite::CancellationPoint cancellationPoint;
-  return pthread_cond_timedwait(&_UDPSockCond, &_UDPSockLock, &deadline);
-}
-
 // The pool's lock, which is held already. A thread that is cancelled while it waits gives it back.
 class PoolLock {
  public:
@@ -135,7 +130,7 @@ bool ipcSock::waitForFreeElement(const TRC1_Scope& trc1Scope) {
   TRC1_DETAIL("No UDP sockets available yet. Waiting on signal.\n");
   const timespec deadline{std::time(nullptr) + waitSeconds, 0};
   errno = 0;  // what it holds afterwards decides, so nothing older may
-  const int code = waitUntil(deadline);
+  const int code = pthread_cond_timedwait(&_UDPSockCond, &_UDPSockLock, &deadline);
   if (code == 0) {
     TRC1_DETAIL("Signal received that UDP socket has become available.\n");
     return true;
@@ -146,6 +141,7 @@ bool ipcSock::waitForFreeElement(const TRC1_Scope& trc1Scope) {
   }
   TRC1_DETAIL("Wait timeout on UDP sock pool - errno=%d\n", errno);
   if (ZORA_ReleaseLock(&_UDPSockLock, this) == 0) {
+    const suite::CancellationOff cancellationOff;  // the lock is not there to be given back
     OSV1_Sleep(pauseSeconds);
     if (ZORA_GetLock(&_UDPSockLock, this) != 0) TRC1_ERROR("Error: unable to re-acquire lock\n");
   }

@@ -9,7 +9,6 @@
 #include <optional>
 #include <utility>
 
-#include "suite/cancellation.h"
 #include "suite/descriptor_set.h"
 #include "suite/fields.h"
 #include "zordsock/strict_answers.h"
@@ -135,7 +134,6 @@ int IncomingMessage::selectReadable(ZORA_Long descriptor) {
   ZOR0_DescriptorSet readSet;
   if (!readSet.reset(descriptor)) return -1;
   readSet.add(descriptor);
-  const suite::CancellationPoint cancellationPoint;
   return select(descriptor + 1, readSet.get(), nullptr, nullptr, _timeout ? &*_timeout : nullptr);
 }
 
@@ -196,7 +194,6 @@ bool IncomingMessage::receiveDatagram() {
 
 ZORA_Long IncomingMessage::receiveInto(char* bytes, sockaddr_in* sender) {
   socklen_t senderLength = sizeof *sender;
-  const suite::CancellationPoint cancellationPoint;
   return static_cast<ZORA_Long>(recvfrom(_endpoint._sockUDP, bytes, UDP_CHUNK_SIZE, 0,
                                          reinterpret_cast<sockaddr*>(sender), &senderLength));
 }
