@@ -3,7 +3,8 @@
 # the library reads its environment once per process.
 #  WRAP            calls of these functions lead to the test's __wrap_FUNCTION
 #  RECORDS_SLEEPS  OSV1_Sleep returns at once: see tests/support/recorded_sleep.h
-#  PROPERTIES      of every test, as for set_tests_properties
+#  PROPERTIES      of every test, as for set_tests_properties; those that take many seconds have a
+#                  COST, which lets them start first
 set(ZORD410_GTEST_SOURCE "" CACHE PATH
   "Build GoogleTest from this folder, where the system has none for this build's processor")
 if(ZORD410_GTEST_SOURCE)
