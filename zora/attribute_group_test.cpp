@@ -2,14 +2,11 @@
 
 #include <cstring>
 #include <string>
-#include <vector>
 
 #include "tests/support/trace_lines.h"
 #include "zora/zora.h"
 
 namespace {
-
-using Lines = std::vector<TraceLine>;
 
 TEST(Checksum, IsTheLowHalfOfTheCrcInDecimal) {
   EXPECT_STREQ(ZORA_ComputeChecksumOnAttrGroup("123456789"), "14630");  // CRC 0xCBF43926

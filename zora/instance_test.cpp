@@ -100,7 +100,7 @@ TEST(GetInstanceName, ShowsNothingWithoutAName) {
   ZORA_SetInstanceName(nullptr);
   expectTrace("ZORA_GetInstanceName", [] {
     ZORA_GetInstanceName();
-    return std::vector<TraceLine>{};
+    return Lines{};
   });
 }
 

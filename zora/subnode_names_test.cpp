@@ -10,8 +10,6 @@
 
 namespace {
 
-using Lines = std::vector<TraceLine>;
-
 constexpr char unwritten[] = "unwritten";
 
 std::string letters(std::size_t count) {
@@ -205,7 +203,7 @@ TEST(GetSrcName, IsWhatStandsBeforeTheFirstColon) {
     return Lines{
         entryLine(),
         flowLine("subnodeName<hostA:ABC00_X:1>\n"),
-        {TRC1_CLASS_EVENTS, "<<Exit: hostA>>\n"},
+        eventLine("<<Exit: hostA>>\n"),
     };
   });
 }

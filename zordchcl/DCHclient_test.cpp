@@ -44,7 +44,7 @@ TEST(Construction, TakesAPooledSocketAndTheTransportsTimeout) {
     EXPECT_EQ(client._readBuffer, nullptr);
     EXPECT_EQ(static_cast<ipcSock*>(client._ipcClient)->_useFromSockPool, 1);
     EXPECT_EQ(client._ipcClient->ipcTypeOfService(), SERVICE_UDP_CLIENT);
-    return std::vector<TraceLine>{
+    return Lines{
         entryLine(),
         detailLine("Allocated _ipcClient @{address}\n"),
         detailLine("_DCHtimeout=7 _ipcReadTimeout=7\n"),
@@ -63,7 +63,7 @@ TEST(Construction, OpensTheInterruptSocketOnTheLoopbackInterface) {
     EXPECT_EQ(static_cast<ipcSock*>(client._ipcClient)->_useFromSockPool, 0);
     EXPECT_EQ(client._DCHtimeout, 30);
     const int descriptor = client._interruptFD;
-    return std::vector<TraceLine>{
+    return Lines{
         entryLine(),
         detailLine("Allocated _ipcClient @{address}\n"),
         storageLine(textOf("_interruptFD socket[%d] bound to port[%d]\n", descriptor,
@@ -93,7 +93,7 @@ TEST(Construction, OverLocalProcedureCallsSetsNoTimeout) {
     EXPECT_EQ(client._DCHtimeout, 0);
     EXPECT_EQ(client._ipcReadTimeout, 0);
     EXPECT_EQ(client._interruptFD, NO_SOCKET);
-    return std::vector<TraceLine>{
+    return Lines{
         entryLine(),
         detailLine("Allocated _ipcClient @{address}\n"),
         detailLine("Allocated DCH Client object @{address}, _interruptFD[-999]\n"),
@@ -110,7 +110,7 @@ TEST(Construction, AnUnopenedInterruptSocketSetsTheLatch) {
     EXPECT_EQ(client._clientError, 1);
     EXPECT_EQ(client._interruptFD, NO_SOCKET);
     EXPECT_EQ(client.dc_waitOnDataInitialize("A", "g"), 1);
-    return std::vector<TraceLine>{
+    return Lines{
         entryLine(),
         detailLine("Allocated _ipcClient @{address}\n"),
         errorLine("Error: _interruptFD[-1]  errno=24\n"),
@@ -197,7 +197,7 @@ TEST(Destruction, GivesThePooledSocketBack) {
     const ZORA_Long descriptor = static_cast<ipcSock*>(client._ipcClient)->sockUDP();
     EXPECT_TRUE(pooled == 0 || pooled == descriptor);
     pooled = descriptor;
-    return std::vector<TraceLine>{
+    return Lines{
         entryLine(),
         detailLine("Deleting _ipcClient @{address}, _interruptFD[-999]\n"),
         detailLine("Deleting DCH Client object @{address}\n"),
@@ -210,7 +210,7 @@ TEST(Destruction, GivesThePooledSocketBack) {
 TEST(Destruction, ClosesTheInterruptSocket) {
   expectTrace(destructorName, [] {
     const DCHclient client(1, 0);
-    return std::vector<TraceLine>{
+    return Lines{
         entryLine(),
         detailLine(textOf("Closing socket[%d]\n", static_cast<int>(client._interruptFD))),
         detailLine(textOf("Deleting _ipcClient @{address}, _interruptFD[%d]\n",
@@ -234,7 +234,7 @@ TEST(Destruction, OverLocalProcedureCallsSaysThatItIsUnfinished) {
   setenv("ZORA_DCH_IPCTYPE", "2", 1);
   expectTrace(destructorName, [] {
     const DCHclient client(0, 1);
-    return std::vector<TraceLine>{
+    return Lines{
         entryLine(),
         errorLine("FINISH ME UP!!!!"),
         detailLine("Deleting _ipcClient @{address}\n"),
@@ -255,7 +255,7 @@ TEST(Destruction, WithAnUnknownTypeLeavesTheTransportAlone) {
     EXPECT_EQ(transport->releaseIPC(), 0);
     transport->ipcSock::~ipcSock();
     ::operator delete(transport);
-    return std::vector<TraceLine>{
+    return Lines{
         entryLine(),
         errorLine("Error: Unrecognized IPC type 7\n"),
         detailLine("Deleting DCH Client object @{address}\n"),

@@ -1,7 +1,6 @@
 // A row without memory for its work buffer.
 #include <gtest/gtest.h>
 
-#include <vector>
 
 #include "tests/support/failing_memory.h"
 #include "tests/support/fake_transport.h"
@@ -24,7 +23,7 @@ TEST(RowWithoutMemory, IsStatusFour) {
     EXPECT_EQ(row, nullptr);
     EXPECT_EQ(size, 0);
     EXPECT_EQ(faked.client._clientError, 1);
-    return std::vector<TraceLine>{
+    return Lines{
         entryLine(),
         detailLine("workBuffer: [(nil)]\n"),
         detailLine("size      : [900]\n"),

@@ -13,7 +13,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 const std::string oneAttribute = "0050 00000002 'a' 00 0051 00000002 'Dv'";
-const TraceLine released = releaseLine();
+const TraceLine released = releasedLine();
 const TraceLine freed = storageLine("Deleting workBuffer @{address}\n");
 const Lines rowWritten = {
     entryLine(),

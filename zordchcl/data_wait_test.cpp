@@ -11,7 +11,7 @@ namespace {
 
 using testing::IsEmpty;
 
-const TraceLine released = releaseLine();
+const TraceLine released = releasedLine();
 const TraceLine dataReady = detailLine("[@{address}] dc_waitOnData data ready.\n");
 
 // ---- Subscribing -----------------------------------------------------------------------------

@@ -63,7 +63,7 @@ void expectOnlyTheLatch(const Request& request, ZORA_Long latch) {
     EXPECT_EQ(faked.client._clientError, latch);
     EXPECT_THAT(faked.transport.written, IsEmpty());
     EXPECT_THAT(faked.transport.waits, IsEmpty());
-    return std::vector<TraceLine>{entryLine(), exitLine(latch)};
+    return Lines{entryLine(), exitLine(latch)};
   });
 }
 
@@ -92,7 +92,7 @@ TEST(Latch, StopsTheShutdownRequestToo) {
     FakedClient faked;
     faked.client._clientError = 1;
     faked.client.shutdown(0);
-    return std::vector<TraceLine>{entryLine(), exitLine()};
+    return Lines{entryLine(), exitLine()};
   });
 }
 

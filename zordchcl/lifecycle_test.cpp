@@ -15,7 +15,7 @@ using testing::IsEmpty;
 constexpr char registration[] = "appl:HOSTMON,HMN;group:load;attr:load1,D,16;";
 constexpr int registrationSize = 86;
 
-const TraceLine released = releaseLine();
+const TraceLine released = releasedLine();
 
 // ---- dp_register -----------------------------------------------------------------------------
 
@@ -37,7 +37,8 @@ TEST(Register, TellsTheAnsweredStatus) {
     const TraceLine told = detailLine(textOf("status <%d>\n", static_cast<int>(status)));
     expectOutcome(
         "dp_register", registers, {{statusAnswer(status)}, {}},
-        {0, status, registerWritten + Lines{waiting("dp_register"), told, released, exitLine(0)}});
+        {0, status,
+         registerWritten + Lines{waitingLine("dp_register"), told, released, exitLine(0)}});
   }
 }
 
@@ -54,7 +55,7 @@ TEST(Register, DumpsTheMessageBehindItsHeading) {
 }
 
 TEST(Register, ABadTextStillWaitsAndEndsWithTheAnsweredStatus) {
-  const Lines begun{entryLine(), badText, waiting("dp_register")};
+  const Lines begun{entryLine(), badText, waitingLine("dp_register")};
   expectOutcome("dp_register", registersBadText, {{statusAnswer(101)}, {}},
                 {1, 101, begun + Lines{detailLine("status <101>\n"), released, exitLine(1)}});
   expectOutcome("dp_register", registersBadText, {{}, {}}, {1, 5, begun + Lines{exitLine(1)}});
@@ -77,7 +78,7 @@ TEST(Register, ANullTextIsABadText) {
 }
 
 TEST(Register, AFailedWriteStillWaitsAndEndsWithTheAnsweredStatus) {
-  const Lines begun = registerWritten + Lines{registerUnwritten, waiting("dp_register")};
+  const Lines begun = registerWritten + Lines{registerUnwritten, waitingLine("dp_register")};
   for (const ZORA_Long count : {-1, 0, registrationSize - 1}) {
     expectOutcome("dp_register", registers, {{statusAnswer(0)}, count},
                   {1, 0, begun + Lines{detailLine("status <0>\n"), released, exitLine(1)}});
@@ -92,7 +93,7 @@ TEST(Register, TheReasonIsTheStatusUntilTheAnswerReplacesIt) {
 }
 
 TEST(Register, AFailedReadIsToldWhenTheTimeoutIsOneSecond) {
-  const Lines begun = registerWritten + Lines{waiting("dp_register")};
+  const Lines begun = registerWritten + Lines{waitingLine("dp_register")};
   for (const ZORA_Long timeout : {30, 2, 0, -1})
     expectOutcome("dp_register", registers, {{}, {}, timeout}, {1, 5, begun + Lines{exitLine(1)}});
   expectOutcome(
@@ -101,7 +102,7 @@ TEST(Register, AFailedReadIsToldWhenTheTimeoutIsOneSecond) {
 }
 
 TEST(Register, AnAnswerWithoutAStatusIsStatusTwo) {
-  const Lines begun = registerWritten + Lines{waiting("dp_register")};
+  const Lines begun = registerWritten + Lines{waitingLine("dp_register")};
   expectOutcome("dp_register", registers, {{wrongAnswer()}, {}},
                 {1, 2,
                  begun + Lines{errorLine("Error: dataType of DCH_status missing: 32\n"), released,
@@ -147,8 +148,8 @@ TEST_P(Plain, TellsTheAnsweredStatus) {
     const TraceLine told = detailLine(textOf(" returnStatus=%d\n", static_cast<int>(status)));
     expect({{statusAnswer(status)}, {}},
            {0, status,
-            begun() + Lines{waiting(name()), detailLine("Getting Status info.\n"), told, released,
-                            exitLine(0)}});
+            begun() + Lines{waitingLine(name()), detailLine("Getting Status info.\n"), told,
+                            released, exitLine(0)}});
   }
 }
 
@@ -167,7 +168,7 @@ TEST_P(Plain, AFailedWriteIsStatusTwoWithoutAWait) {
 }
 
 TEST_P(Plain, AFailedReadIsToldWhenTheTimeoutIsOneSecond) {
-  const Lines waited = begun() + Lines{waiting(name())};
+  const Lines waited = begun() + Lines{waitingLine(name())};
   expect({{}, {}, 30}, {1, 5, waited + Lines{exitLine(1)}});
   expect({{}, {}, 1},
          {1, 5,
@@ -175,7 +176,7 @@ TEST_P(Plain, AFailedReadIsToldWhenTheTimeoutIsOneSecond) {
 }
 
 TEST_P(Plain, AnAnswerWithoutAStatusIsStatusOne) {
-  const Lines waited = begun() + Lines{waiting(name()), detailLine("Getting Status info.\n")};
+  const Lines waited = begun() + Lines{waitingLine(name()), detailLine("Getting Status info.\n")};
   expect({{wrongAnswer()}, {}},
          {1, 1,
           waited + Lines{errorLine("Error: dataType of DCH_status missing: 32\n"), released,

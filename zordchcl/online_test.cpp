@@ -10,7 +10,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-const TraceLine released = releaseLine();
+const TraceLine released = releasedLine();
 
 Call goesOnline(const char* applName, const char* attrGroup, const char* sourceName) {
   return [=](DCHclient& client, ZORA_Long* status, ZORA_Long* handle) {
@@ -22,15 +22,15 @@ const Call goesOnlineWell = goesOnline("HOSTMON", "load", "host1");
 const Lines onlineWritten = written("dp_online", 49);
 
 TEST(Online, TellsStatusAndHandle) {
-  const Lines told{waiting("dp_online"), detailLine("status <0>\n"), detailLine("handle <815>\n"),
-                   released, exitLine(0)};
+  const Lines told{waitingLine("dp_online"), detailLine("status <0>\n"),
+                   detailLine("handle <815>\n"), released, exitLine(0)};
   expectOutcome("dp_online", goesOnlineWell, {{onlineAnswer(0, 815)}, {}},
                 {0, 0, onlineWritten + told, 815});
 }
 
 TEST(Online, ReadsTheHandleWhateverTheStatus) {
-  const Lines told{waiting("dp_online"), detailLine("status <102>\n"), detailLine("handle <-3>\n"),
-                   released, exitLine(0)};
+  const Lines told{waitingLine("dp_online"), detailLine("status <102>\n"),
+                   detailLine("handle <-3>\n"), released, exitLine(0)};
   expectOutcome("dp_online", goesOnlineWell, {{onlineAnswer(102, -3)}, {}},
                 {0, 102, onlineWritten + told, -3});
 }
@@ -58,7 +58,7 @@ TEST(Online, EmptyNamesAreSent) {
 }
 
 void expectRefusedOnline(const Call& call, const TraceLine& reason) {
-  const Lines begun{entryLine(), reason, waiting("dp_online")};
+  const Lines begun{entryLine(), reason, waitingLine("dp_online")};
   expectOutcome("dp_online", call, {{}, {}}, {1, 5, begun + Lines{exitLine(1)}});
   // The answer is read all the same; its handle is not, because the latch is set.
   expectOutcome("dp_online", call, {{onlineAnswer(0, 815)}, {}},
@@ -97,7 +97,7 @@ TEST(Online, ATooLongNameSendsNothingButWaits) {
 TEST(Online, AFailedWriteStillWaitsAndEndsWithTheAnsweredStatus) {
   const Lines begun =
       onlineWritten +
-      Lines{errorLine("Error: writing dp_online message to DCHserver\n"), waiting("dp_online")};
+      Lines{errorLine("Error: writing dp_online message to DCHserver\n"), waitingLine("dp_online")};
   for (const ZORA_Long count : {-1, 0, 48}) {
     expectOutcome("dp_online", goesOnlineWell, {{onlineAnswer(7, 815)}, count},
                   {1, 7, begun + Lines{detailLine("status <7>\n"), released, exitLine(1)}});
@@ -113,7 +113,7 @@ TEST(Online, TheReasonIsTheStatusUntilTheAnswerReplacesIt) {
 }
 
 TEST(Online, AFailedReadIsToldWhenTheTimeoutIsOneSecond) {
-  const Lines begun = onlineWritten + Lines{waiting("dp_online")};
+  const Lines begun = onlineWritten + Lines{waitingLine("dp_online")};
   expectOutcome("dp_online", goesOnlineWell, {{}, {}, 30}, {1, 5, begun + Lines{exitLine(1)}});
   expectOutcome(
       "dp_online", goesOnlineWell, {{}, {}, 1},
@@ -121,14 +121,14 @@ TEST(Online, AFailedReadIsToldWhenTheTimeoutIsOneSecond) {
 }
 
 TEST(Online, AnAnswerWithoutAStatusIsStatusTwo) {
-  const Lines told{waiting("dp_online"), errorLine("Error: dataType of DCH_status missing: 32\n"),
-                   released, exitLine(1)};
+  const Lines told{waitingLine("dp_online"),
+                   errorLine("Error: dataType of DCH_status missing: 32\n"), released, exitLine(1)};
   expectOutcome("dp_online", goesOnlineWell, {{wrongAnswer()}, {}}, {1, 2, onlineWritten + told});
 }
 
 TEST(Online, AnAnswerWithoutAHandleIsStatusTwoAfterTheStatusWasTold) {
   const auto told = [](int type) {
-    return Lines{waiting("dp_online"), detailLine("status <9>\n"),
+    return Lines{waitingLine("dp_online"), detailLine("status <9>\n"),
                  errorLine(textOf("Error: dataType of DCH_handle missing: %d\n", type)), released,
                  exitLine(1)};
   };
@@ -144,8 +144,9 @@ TEST(Online, AHandleBeforeTheStatusIsOutOfOrder) {
   const std::string turned = messageOf([](DCH_MessageBuilder& message) {
     message.add(DCH_handle, ZORA_Long{1}).add(DCH_status, ZORA_Long{0});
   });
-  const Lines told{waiting("dp_online"), errorLine("Error: dataType of DCH_status missing: 128\n"),
-                   released, exitLine(1)};
+  const Lines told{waitingLine("dp_online"),
+                   errorLine("Error: dataType of DCH_status missing: 128\n"), released,
+                   exitLine(1)};
   expectOutcome("dp_online", goesOnlineWell, {{turned}, {}}, {1, 2, onlineWritten + told});
 }
 

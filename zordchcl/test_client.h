@@ -3,32 +3,13 @@
 #define ZORDCHCL_TEST_CLIENT_H
 
 #include <string>
-#include <utility>
-#include <vector>
 
 #include "tests/support/bytes.h"
-#include "tests/support/trace_lines.h"
+#include "zordchcl/test_lines.h"
 #include "zordchcl/zordchcl.h"
 
 // What a variable holds until a request writes to it.
 constexpr ZORA_Long untouched = 4711;
-
-using Lines = std::vector<TraceLine>;
-
-inline Lines operator+(Lines lines, const Lines& more) {
-  lines.insert(lines.end(), more.begin(), more.end());
-  return lines;
-}
-
-// The heading of a dump; its bytes are not traced by the function itself.
-inline TraceLine dumpLine(std::string text) {
-  return {TRC1_CLASS_DUMP, std::move(text)};
-}
-
-// The line that tells that an answer was freed.
-inline TraceLine releaseLine() {
-  return storageLine("Deleting _readBuffer<@{address}>\n");
-}
 
 inline std::string letters(std::size_t count) {
   return std::string(count, 'n');

@@ -3,24 +3,8 @@
 #define ZORDCHCL_TEST_LINES_H
 
 #include <string>
-#include <vector>
 
 #include "tests/support/trace_lines.h"
-
-using Lines = std::vector<TraceLine>;
-
-inline Lines operator+(Lines lines, const Lines& more) {
-  lines.insert(lines.end(), more.begin(), more.end());
-  return lines;
-}
-
-inline TraceLine dumpLine(std::string text) {
-  return {TRC1_CLASS_DUMP, std::move(text)};
-}
-
-inline TraceLine eventLine(std::string text) {
-  return {TRC1_CLASS_EVENTS, std::move(text)};
-}
 
 // What stands before the write of a message of `length` bytes.
 inline Lines writingLines(const std::string& request, int length) {
@@ -36,6 +20,7 @@ inline TraceLine waitingLine(const std::string& request) {
   return detailLine("[@{address}] Waiting for " + request + " response.\n");
 }
 
+// The line that tells that an answer was freed.
 inline TraceLine releasedLine() {
   return storageLine("Deleting _readBuffer<@{address}>\n");
 }

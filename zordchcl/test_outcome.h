@@ -14,15 +14,7 @@
 
 // The beginning of every request that gets as far as being written.
 inline Lines written(const std::string& request, int length) {
-  return {
-      entryLine(),
-      dumpLine(textOf("DUMP[%d] of %s request.\n", length, request.c_str())),
-      detailLine(textOf("Writing %s message. %d bytes\n", request.c_str(), length)),
-  };
-}
-
-inline TraceLine waiting(const std::string& request) {
-  return detailLine("[@{address}] Waiting for " + request + " response.\n");
+  return Lines{entryLine()} + writingLines(request, length);
 }
 
 // What one request does, given how its write and its read end.

@@ -266,7 +266,7 @@ TEST(ReceiverThread, EndsWithALineInPlaceOfTheExitEvent) {
     TestTransport server(SERVICE_SERVER);
     EXPECT_EQ(IPCServerThread(static_cast<DCHipc*>(&server)), nullptr);
     EXPECT_EQ(server.ipcGetError(), 0);
-    return std::vector{entryLine(), TraceLine{TRC1_CLASS_EVENTS, "Returning NULL\n"}};
+    return std::vector{entryLine(), eventLine("Returning NULL\n")};
   });
 }
 
@@ -279,7 +279,7 @@ TEST(ReceiverThread, ReportsAReceiveLoopThatCannotStart) {
     return std::vector{
         entryLine(),
         errorLine("Error: IPCServer initialization failure, cannot continue processing.\n"),
-        TraceLine{TRC1_CLASS_EVENTS, "Returning NULL\n"}};
+        eventLine("Returning NULL\n")};
   });
 }
 

@@ -14,8 +14,6 @@
 
 namespace {
 
-using Lines = std::vector<TraceLine>;
-
 constexpr std::chrono::seconds patience{20};
 constexpr int someError = 4711;
 constexpr char waitingForMessage[] = "Waiting for circular buffers to be populated.\n";

@@ -9,8 +9,6 @@
 
 namespace {
 
-using Lines = std::vector<TraceLine>;
-
 constexpr char shownSenderAddress[] = "02001f900a141e280000000000000000";
 
 TraceLine allocatedSlotLine(const void* slotBuffer, int size) {

@@ -9,8 +9,6 @@
 
 namespace {
 
-using Lines = std::vector<TraceLine>;
-
 TEST(LocalTransport, IsReadyAtOnce) {
   for (const short service : {SERVICE_CLIENT, SERVICE_UDP_CLIENT}) {
     const ipcLPC transport(service, nullptr, 0);

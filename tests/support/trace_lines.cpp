@@ -64,8 +64,7 @@ MATCHER_P(IsLine, pattern, "is " + testing::PrintToString(pattern)) {
   return matches(arg, pattern);
 }
 
-std::vector<testing::Matcher<std::string>> matchersOf(const std::vector<TraceLine>& lines,
-                                                      unsigned mask) {
+std::vector<testing::Matcher<std::string>> matchersOf(const Lines& lines, unsigned mask) {
   std::vector<testing::Matcher<std::string>> matchers;
   for (const TraceLine& line : lines)
     if ((line.traceClass & mask) != 0) matchers.push_back(IsLine(line.text));
@@ -100,8 +99,7 @@ std::vector<std::string> textsIn(const std::string& output) {
 }
 
 void expectTraceAndExitWith(unsigned mask, const std::string& function,
-                            const std::function<void()>& scenario,
-                            const std::vector<TraceLine>& lines) {
+                            const std::function<void()>& scenario, const Lines& lines) {
   const ChildResult child = runInChild([&] {
     TRC1_SetSink(sendToParent, const_cast<std::string*>(&function));
     TRC1_Configure(textOf("0x%x", mask).c_str());
@@ -140,16 +138,24 @@ TraceLine flowLine(std::string text) {
   return {TRC1_CLASS_FLOW, std::move(text)};
 }
 
+TraceLine eventLine(std::string text) {
+  return {TRC1_CLASS_EVENTS, std::move(text)};
+}
+
+TraceLine dumpLine(std::string text) {
+  return {TRC1_CLASS_DUMP, std::move(text)};
+}
+
 TraceLine entryLine() {
-  return {TRC1_CLASS_EVENTS, "<<Entry>>\n"};
+  return eventLine("<<Entry>>\n");
 }
 
 TraceLine exitLine() {
-  return {TRC1_CLASS_EVENTS, "<<Exit>>\n"};
+  return eventLine("<<Exit>>\n");
 }
 
 TraceLine exitLine(long long value) {
-  return {TRC1_CLASS_EVENTS, textOf("<<Exit: %lld>>\n", value)};
+  return eventLine(textOf("<<Exit: %lld>>\n", value));
 }
 
 void expectTrace(const std::string& function, const TracedScenario& scenario) {
@@ -158,7 +164,7 @@ void expectTrace(const std::string& function, const TracedScenario& scenario) {
 }
 
 void expectTraceAndExit(const std::string& function, const std::function<void()>& scenario,
-                        const std::vector<TraceLine>& lines) {
+                        const Lines& lines) {
   expectTraceAndExitWith(allClasses, function, scenario, lines);
   for (const unsigned mask : singleClasses) expectTraceAndExitWith(mask, function, scenario, lines);
   expectTraceAndExitWith(0, function, scenario, lines);

@@ -15,6 +15,13 @@ struct TraceLine {
   std::string text;
 };
 
+using Lines = std::vector<TraceLine>;
+
+inline Lines operator+(Lines lines, const Lines& more) {
+  lines.insert(lines.end(), more.begin(), more.end());
+  return lines;
+}
+
 // The text that a trace point with this format and these arguments writes.
 [[gnu::format(printf, 1, 2)]] std::string textOf(const char* format, ...);
 
@@ -22,12 +29,15 @@ TraceLine errorLine(std::string text);
 TraceLine detailLine(std::string text);
 TraceLine storageLine(std::string text);
 TraceLine flowLine(std::string text);
+TraceLine eventLine(std::string text);
+// The heading of a dump; its bytes are not traced by the function itself.
+TraceLine dumpLine(std::string text);
 TraceLine entryLine();
 TraceLine exitLine();
 TraceLine exitLine(long long value);
 
 // Does what is to be traced and returns the lines that it must have written.
-using TracedScenario = std::function<std::vector<TraceLine>()>;
+using TracedScenario = std::function<Lines()>;
 
 // Runs `scenario` with all trace classes on and with each class alone. Each time the records of
 // `function` must be its lines, in order: all of them, or those of the one class.
@@ -36,6 +46,6 @@ void expectTrace(const std::string& function, const TracedScenario& scenario);
 // The same for a scenario that ends its process, and also with all classes off. It runs in a child
 // each time, which must end with exit status 1 after exactly `lines`.
 void expectTraceAndExit(const std::string& function, const std::function<void()>& scenario,
-                        const std::vector<TraceLine>& lines);
+                        const Lines& lines);
 
 #endif  // TESTS_SUPPORT_TRACE_LINES_H
