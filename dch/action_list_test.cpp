@@ -7,14 +7,14 @@
 namespace dch {
 namespace {
 
-ActionList read(const std::string& text) {
+ActionList listOf(const std::string& text) {
   std::istringstream input(text);
   return readActionList(input, "actions.conf");
 }
 
 std::string errorOf(const std::string& text) {
   try {
-    read(text);
+    listOf(text);
     return "no error";
   } catch (const ActionListError& error) {
     return error.what();
@@ -22,7 +22,7 @@ std::string errorOf(const std::string& text) {
 }
 
 TEST(ActionListTest, ReadsNamesProgramsAndArguments) {
-  const ActionList actions = read(
+  const ActionList actions = listOf(
       "# what consumers may start\n"
       "\n"
       "restart /usr/bin/systemctl restart  some.service\n"
@@ -36,8 +36,8 @@ TEST(ActionListTest, ReadsNamesProgramsAndArguments) {
 }
 
 TEST(ActionListTest, IsEmptyWithoutLines) {
-  EXPECT_TRUE(read("").empty());
-  EXPECT_TRUE(read("# nothing\n").empty());
+  EXPECT_TRUE(listOf("").empty());
+  EXPECT_TRUE(listOf("# nothing\n").empty());
 }
 
 TEST(ActionListTest, SaysWhichLineIsWrongAndWhy) {

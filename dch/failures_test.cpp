@@ -52,8 +52,7 @@ TEST(Failures, AnActionThatIsGivenUpLeavesNoProgram) {
 
 // The port of a receiver that is there no more.
 PeerAddress goneReceiver() {
-  constexpr int noServer = 9;
-  return testkit::UdpClient(noServer, testkit::portToLeave()).address();
+  return testkit::UdpClient(testkit::noServer, testkit::portToLeave()).address();
 }
 
 // Lets the socket look until that is so: the system tells it at once or a moment later.

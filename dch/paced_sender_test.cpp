@@ -10,9 +10,9 @@
 namespace dch {
 namespace {
 
+using testkit::noServer;
 using testkit::UdpClient;
 
-constexpr int noServer = 9;
 constexpr std::size_t datagramBytes = PushSocket::maxMessageBytes;
 constexpr std::chrono::milliseconds shortPause{1};
 // As good as no end: what waits for it is never sent.

@@ -11,9 +11,8 @@ namespace {
 
 using ::testing::internal::CaptureStderr;
 using ::testing::internal::GetCapturedStderr;
+using testkit::noServer;
 using testkit::UdpClient;
-
-constexpr int noServer = 9;
 
 class PublisherTest : public ::testing::Test {
  protected:

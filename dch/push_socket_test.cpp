@@ -18,10 +18,10 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using testkit::noServer;
 using testkit::UdpClient;
 
-constexpr int noServer = 9;
-const in_addr loopback{htonl(INADDR_LOOPBACK)};
+const in_addr loopbackAddress{htonl(INADDR_LOOPBACK)};
 
 PeerAddress goneClient() {
   return UdpClient(noServer, testkit::portToLeave()).address();
@@ -43,7 +43,7 @@ PeerAddress broadcastAddress() {
 }
 
 TEST(PushSocketTest, SendsTheMessageAsItIsFromAPortOfItsOwn) {
-  PushSocket socket(loopback);
+  PushSocket socket(loopbackAddress);
   UdpClient receiver(noServer);
   std::vector<PeerAddress> gone;
   const std::string message(PushSocket::maxMessageBytes, 'x');
@@ -55,7 +55,8 @@ TEST(PushSocketTest, SendsTheMessageAsItIsFromAPortOfItsOwn) {
 
 TEST(PushSocketTest, SendsFromThePortOfAnotherSocket) {
   const int server = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  const sockaddr_in any{.sin_family = AF_INET, .sin_port = 0, .sin_addr = loopback, .sin_zero = {}};
+  const sockaddr_in any{
+      .sin_family = AF_INET, .sin_port = 0, .sin_addr = loopbackAddress, .sin_zero = {}};
   ASSERT_EQ(bind(server, reinterpret_cast<const sockaddr*>(&any), sizeof any), 0);
   std::vector<PeerAddress> gone;
   {
@@ -70,7 +71,7 @@ TEST(PushSocketTest, SendsFromThePortOfAnotherSocket) {
 }
 
 TEST(PushSocketTest, TellsWhoIsGone) {
-  PushSocket socket(loopback);
+  PushSocket socket(loopbackAddress);
   const PeerAddress missing = goneClient();
   std::vector<PeerAddress> gone;
   EXPECT_TRUE(socket.send("row", missing, &gone));
@@ -79,7 +80,7 @@ TEST(PushSocketTest, TellsWhoIsGone) {
 }
 
 TEST(PushSocketTest, DoesNotLetTheNextReceiverLoseARowBecauseTheLastOneIsGone) {
-  PushSocket socket(loopback);
+  PushSocket socket(loopbackAddress);
   const PeerAddress missing = goneClient();
   UdpClient receiver(noServer);
   std::vector<PeerAddress> gone;
@@ -91,7 +92,7 @@ TEST(PushSocketTest, DoesNotLetTheNextReceiverLoseARowBecauseTheLastOneIsGone) {
 }
 
 TEST(PushSocketTest, SaysWhenADatagramCannotBeSent) {
-  PushSocket socket(loopback);
+  PushSocket socket(loopbackAddress);
   std::vector<PeerAddress> gone;
   EXPECT_FALSE(socket.send("row", broadcastAddress(), &gone));
   EXPECT_THAT(gone, IsEmpty());

@@ -11,6 +11,7 @@
 namespace dch {
 namespace {
 
+using testkit::noServer;
 using testkit::ServerProcess;
 using testkit::UdpClient;
 
@@ -32,8 +33,6 @@ class PatientClient : public UdpClient {
   }
   void enlarge() const { enlargeReceiveBuffer(_descriptor); }
 };
-
-constexpr int noServer = 9;
 
 TEST(ReceiveBuffer, GrowsAndDoesNotShrink) {
   const PatientClient client(noServer);

@@ -11,9 +11,8 @@
 namespace dch {
 namespace {
 
+using testkit::noServer;
 using testkit::UdpClient;
-
-constexpr int noServer = 9;
 
 class StatusSnapshotsTest : public ::testing::Test {
  protected:

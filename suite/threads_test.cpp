@@ -83,12 +83,12 @@ TEST(Locks, AreReadyAfterInitialisation) {
   EXPECT_EQ(pthread_mutex_destroy(&mutex), 0);
 }
 
-using Clock = std::chrono::steady_clock;
+using Steady = std::chrono::steady_clock;
 
 TEST(Sleep, CountsSeconds) {
-  const Clock::time_point start = Clock::now();
+  const Steady::time_point start = Steady::now();
   OSV1_Sleep(1);
-  EXPECT_GE(Clock::now() - start, std::chrono::seconds(1));
+  EXPECT_GE(Steady::now() - start, std::chrono::seconds(1));
 }
 
 TEST(Sleep, OfNothingOrLessReturnsAtOnce) {
@@ -106,10 +106,10 @@ TEST(Sleep, IsNotShortenedByASignal) {
   action.sa_handler = [](int) { alarms = alarms + 1; };
   sigaction(SIGALRM, &action, nullptr);
   const itimerval soon{{0, 0}, {0, 100000}};
-  const Clock::time_point start = Clock::now();
+  const Steady::time_point start = Steady::now();
   setitimer(ITIMER_REAL, &soon, nullptr);
   OSV1_Sleep(1);
-  EXPECT_GE(Clock::now() - start, std::chrono::seconds(1));
+  EXPECT_GE(Steady::now() - start, std::chrono::seconds(1));
   EXPECT_EQ(alarms, 1);
 }
 

@@ -13,7 +13,7 @@ using Form = InputField::Form;
 const suite::RegisteredAttribute number{"load1", 'G', 2, ""};
 const suite::RegisteredAttribute note{"note", 'T', 4096, ""};
 
-std::string refusal(const std::vector<InputField>& fields) {
+std::string rowRefusal(const std::vector<InputField>& fields) {
   try {
     encodeRow({1, fields});
     return "";
@@ -32,20 +32,20 @@ TEST(RowEncoder, EncodesEveryFieldInItsPlace) {
 }
 
 TEST(RowEncoder, NamesTheAttributeOfABadValue) {
-  EXPECT_EQ(refusal({{&note, Form::csv, "x"}, {&number, Form::csv, "x"}}),
+  EXPECT_EQ(rowRefusal({{&note, Form::csv, "x"}, {&number, Form::csv, "x"}}),
             "attribute 'load1': 'x' is not a whole number");
 }
 
 TEST(RowEncoder, JsonTellsNumbersFromTexts) {
-  EXPECT_EQ(refusal({{&number, Form::jsonText, "1"}}),
+  EXPECT_EQ(rowRefusal({{&number, Form::jsonText, "1"}}),
             "attribute 'load1': a text where a number is expected");
-  EXPECT_EQ(refusal({{&note, Form::jsonNumber, "1"}}),
+  EXPECT_EQ(rowRefusal({{&note, Form::jsonNumber, "1"}}),
             "attribute 'note': a number where a text is expected");
-  EXPECT_EQ(refusal({{&number, Form::jsonNumber, "1"}, {&note, Form::jsonText, "1"}}), "");
+  EXPECT_EQ(rowRefusal({{&number, Form::jsonNumber, "1"}, {&note, Form::jsonText, "1"}}), "");
 }
 
 TEST(RowEncoder, ARowNeedsAValue) {
-  EXPECT_EQ(refusal({}), "the row has no value");
+  EXPECT_EQ(rowRefusal({}), "the row has no value");
 }
 
 // The message around one text: 30 bytes of header, the attribute's name and value with their field
@@ -53,8 +53,8 @@ TEST(RowEncoder, ARowNeedsAValue) {
 TEST(RowEncoder, ARowFillsAMessageToItsLastByteAndNoFurther) {
   const std::size_t around = 30 + (6 + 5) + (6 + 1 + 1);
   const std::string fits(DCH_WORK_BUFFER_SIZE - around, 'x');
-  EXPECT_EQ(refusal({{&note, Form::csv, fits}}), "");
-  EXPECT_EQ(refusal({{&note, Form::csv, fits + "x"}}),
+  EXPECT_EQ(rowRefusal({{&note, Form::csv, fits}}), "");
+  EXPECT_EQ(rowRefusal({{&note, Form::csv, fits + "x"}}),
             "the row takes 4097 bytes as a message, which holds 4096");
 
   // The library agrees.

@@ -8,7 +8,7 @@
 namespace tools {
 namespace {
 
-PushedValue number(const char* name, std::int64_t value) {
+PushedValue numberValue(const char* name, std::int64_t value) {
   return {name, {DecodedValue::Kind::number, value, std::to_string(value)}};
 }
 PushedValue text(const char* name, const char* value) {
@@ -19,36 +19,37 @@ PushedValue text(const char* name, const char* value) {
 
 TEST(TableWriter, AlignsColumnsUnderTheirNames) {
   const auto writer = makeTableWriter(0);
-  EXPECT_EQ(writer->format("12:00:00", {7, {number("load1", 17), text("note", "calm")}}),
+  EXPECT_EQ(writer->format("12:00:00", {7, {numberValue("load1", 17), text("note", "calm")}}),
             "TIME      HANDLE     load1  note\n"
             "12:00:00       7        17  calm\n");
-  EXPECT_EQ(writer->format("12:00:01", {7, {number("load1", -2500), text("note", "")}}),
+  EXPECT_EQ(writer->format("12:00:01", {7, {numberValue("load1", -2500), text("note", "")}}),
             "12:00:01       7     -2500\n");
 }
 
 TEST(TableWriter, RepeatsTheHeaderWhenTheAttributesChange) {
   const auto writer = makeTableWriter(0);
-  writer->format("12:00:00", {7, {number("load1", 17)}});
-  EXPECT_EQ(writer->format("12:00:01", {7, {number("load5", 1)}}),
+  writer->format("12:00:00", {7, {numberValue("load1", 17)}});
+  EXPECT_EQ(writer->format("12:00:01", {7, {numberValue("load5", 1)}}),
             "TIME      HANDLE     load5\n"
             "12:00:01       7         1\n");
 }
 
 TEST(TableWriter, WidensAColumnUnderANewHeaderButNotWithoutEnd) {
   const auto writer = makeTableWriter(0);
-  writer->format("12:00:00", {7, {text("note", "calm"), number("load1", 1)}});
-  EXPECT_EQ(writer->format("12:00:01", {7, {text("note", "rather busy"), number("load1", 2)}}),
+  writer->format("12:00:00", {7, {text("note", "calm"), numberValue("load1", 1)}});
+  EXPECT_EQ(writer->format("12:00:01", {7, {text("note", "rather busy"), numberValue("load1", 2)}}),
             "TIME      HANDLE  note            load1\n"
             "12:00:01       7  rather busy         2\n");
   const std::string longText(60, 'x');
-  writer->format("12:00:02", {7, {text("note", longText.c_str()), number("load1", 2)}});
-  EXPECT_EQ(writer->format("12:00:03", {7, {text("note", longText.c_str()), number("load1", 2)}}),
-            "12:00:03       7  " + longText + "         2\n");
+  writer->format("12:00:02", {7, {text("note", longText.c_str()), numberValue("load1", 2)}});
+  EXPECT_EQ(
+      writer->format("12:00:03", {7, {text("note", longText.c_str()), numberValue("load1", 2)}}),
+      "12:00:03       7  " + longText + "         2\n");
 }
 
 TEST(TableWriter, RepeatsTheHeaderAfterAScreenful) {
   const auto writer = makeTableWriter(3);
-  const PushedRow row{7, {number("load1", 17)}};
+  const PushedRow row{7, {numberValue("load1", 17)}};
   const std::string line = "12:00:00       7        17\n";
   const std::string header = "TIME      HANDLE     load1\n";
   EXPECT_EQ(writer->format("12:00:00", row), header + line);
@@ -74,10 +75,11 @@ TEST(TableWriter, AlignsByColumnsNotByBytes) {
 
 TEST(CsvWriter, BeginsWithTheNames) {
   const auto writer = makeCsvWriter();
-  EXPECT_EQ(writer->format("T1", {7, {number("load1", -17), text("note", "calm")}}),
+  EXPECT_EQ(writer->format("T1", {7, {numberValue("load1", -17), text("note", "calm")}}),
             "time,handle,load1,note\n"
             "T1,7,-17,calm\n");
-  EXPECT_EQ(writer->format("T2", {8, {number("load1", 1), text("note", "busy")}}), "T2,8,1,busy\n");
+  EXPECT_EQ(writer->format("T2", {8, {numberValue("load1", 1), text("note", "busy")}}),
+            "T2,8,1,busy\n");
 }
 
 TEST(CsvWriter, QuotesWhatWouldBeReadOtherwise) {
@@ -90,8 +92,8 @@ TEST(CsvWriter, QuotesWhatWouldBeReadOtherwise) {
 
 TEST(CsvWriter, StartsANewBlockWhenTheAttributesChange) {
   const auto writer = makeCsvWriter();
-  writer->format("T1", {7, {number("load1", 1)}});
-  EXPECT_EQ(writer->format("T2", {7, {number("load5", 2)}}),
+  writer->format("T1", {7, {numberValue("load1", 1)}});
+  EXPECT_EQ(writer->format("T2", {7, {numberValue("load5", 2)}}),
             "\n"
             "time,handle,load5\n"
             "T2,7,2\n");
@@ -100,13 +102,13 @@ TEST(CsvWriter, StartsANewBlockWhenTheAttributesChange) {
 // ---- JSON lines ----
 
 TEST(JsonLinesWriter, IsAnObjectPerLineWithTheAttributesInTheirOrder) {
-  EXPECT_EQ(makeJsonLinesWriter()->format("T1", {7, {number("z", -17), text("a", "b\"c\n")}}),
+  EXPECT_EQ(makeJsonLinesWriter()->format("T1", {7, {numberValue("z", -17), text("a", "b\"c\n")}}),
             "{\"time\":\"T1\",\"handle\":7,\"values\":{\"z\":-17,\"a\":\"b\\\"c\\n\"}}\n");
 }
 
 TEST(JsonLinesWriter, NumbersOf64BitsAreExact) {
   const std::string line = makeJsonLinesWriter()->format(
-      "T1", {7, {number("big", INT64_MAX), number("low", INT64_MIN)}});
+      "T1", {7, {numberValue("big", INT64_MAX), numberValue("low", INT64_MIN)}});
   const auto values = nlohmann::json::parse(line)["values"];
   EXPECT_EQ(values["big"].get<std::int64_t>(), INT64_MAX);
   EXPECT_EQ(values["low"].get<std::int64_t>(), INT64_MIN);

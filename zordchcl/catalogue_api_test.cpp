@@ -16,7 +16,7 @@ using testing::ElementsAre;
 
 using Records = std::vector<std::pair<std::string, std::string>>;
 
-constexpr char destructorName[] = "DCHclient::~DCHclient";
+constexpr char endOfClient[] = "DCHclient::~DCHclient";
 
 // What a caller gets. Its variables hold something else before.
 struct Reply {
@@ -164,7 +164,7 @@ Records linesAroundTheEnd(const Query& query, unsigned mask) {
   { const Reply reply(query); }
   Records lines;
   for (const CapturedRecord& record : trace.records())
-    if (record.function == query.name || record.function == destructorName)
+    if (record.function == query.name || record.function == endOfClient)
       lines.emplace_back(record.function, record.text);
   return lines;
 }
@@ -175,7 +175,7 @@ TEST(CatalogueApi, ShowsTheAnswerOnceTheClientIsGone) {
     const Records lines = linesAroundTheEnd(query, TRC1_CLASS_DETAIL);
     ASSERT_GT(lines.size(), 1u);
     EXPECT_EQ(lines.back(), std::make_pair(query.name, std::string("buffer[1][x]\n")));
-    EXPECT_EQ(lines.front().first, destructorName);
+    EXPECT_EQ(lines.front().first, endOfClient);
   }
 }
 
@@ -185,7 +185,7 @@ TEST(CatalogueApi, ReportsAFailureBeforeTheClientIsGone) {
     const Records lines = linesAroundTheEnd(query, TRC1_CLASS_ERROR | TRC1_CLASS_DETAIL);
     ASSERT_GT(lines.size(), 1u);
     EXPECT_EQ(lines.front(), std::make_pair(query.name, failedLine(query).text));
-    EXPECT_EQ(lines.back().first, destructorName);
+    EXPECT_EQ(lines.back().first, endOfClient);
   }
 }
 

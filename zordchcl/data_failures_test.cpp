@@ -1,7 +1,6 @@
 // A row without memory for its work buffer.
 #include <gtest/gtest.h>
 
-
 #include "tests/support/failing_memory.h"
 #include "tests/support/fake_transport.h"
 #include "tests/support/trace_lines.h"

@@ -13,7 +13,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 const std::string oneAttribute = "0050 00000002 'a' 00 0051 00000002 'Dv'";
-const TraceLine released = releasedLine();
 const TraceLine freed = storageLine("Deleting workBuffer @{address}\n");
 const Lines rowWritten = {
     entryLine(),
@@ -26,14 +25,14 @@ TraceLine waiting(int seconds) {
       textOf("[@{address}] Waiting for dp_data response, timeout: %d seconds\n", seconds));
 }
 
-struct Ends {
+struct SendEnds {
   std::deque<std::string> answers;
   std::optional<ZORA_Long> writeResult;
   ZORA_Long timeout = 30;
 };
 
 // Sends a row and expects that its buffer is freed whatever happens.
-void expectSent(const Ends& ends, ZORA_Long result, ZORA_Long status, const Lines& trace) {
+void expectSent(const SendEnds& ends, ZORA_Long result, ZORA_Long status, const Lines& trace) {
   expectTrace("DCHclient::dp_data", [&] {
     FakedClient faked;
     faked.transport.answers = ends.answers;
@@ -62,7 +61,7 @@ TEST(SendData, TellsTheAnsweredStatus) {
         {{statusAnswer(status)}, {}}, 0, status,
         rowWritten + Lines{freed, waiting(30), detailLine("Getting Status info.\n"),
                            detailLine(textOf(" returnStatus=%d\n", static_cast<int>(status))),
-                           released, exitLine(0)});
+                           releasedLine(), exitLine(0)});
 }
 
 TEST(SendData, AFailedWriteIsStatusTwoWithoutAWait) {
@@ -104,10 +103,10 @@ TEST(SendData, AFailedReadIsToldWhenTheReadTimeoutIsOneSecond) {
 TEST(SendData, AnAnswerWithoutAStatusIsStatusOne) {
   const Lines waited = rowWritten + Lines{freed, waiting(30), detailLine("Getting Status info.\n")};
   expectSent({{wrongAnswer()}, {}}, 1, 1,
-             waited + Lines{errorLine("Error: dataType of DCH_status missing: 32\n"), released,
-                            exitLine(1)});
+             waited + Lines{errorLine("Error: dataType of DCH_status missing: 32\n"),
+                            releasedLine(), exitLine(1)});
   expectSent({{emptyAnswer()}, {}}, 1, 1,
-             waited + Lines{errorLine("Error: dataType of DCH_status missing: 0\n"), released,
+             waited + Lines{errorLine("Error: dataType of DCH_status missing: 0\n"), releasedLine(),
                             exitLine(1)});
 }
 

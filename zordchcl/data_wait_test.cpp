@@ -11,7 +11,6 @@ namespace {
 
 using testing::IsEmpty;
 
-const TraceLine released = releasedLine();
 const TraceLine dataReady = detailLine("[@{address}] dc_waitOnData data ready.\n");
 
 // ---- Subscribing -----------------------------------------------------------------------------
@@ -107,7 +106,7 @@ TEST(Wait, DeliversTheWholeMessage) {
     EXPECT_EQ(subscription.wait(150), 0);
     EXPECT_EQ(subscription.received(), row + std::string(50, '#'));
     EXPECT_EQ(subscription.client._readBuffer, nullptr);
-    return subscription.waitBegun() + Lines{dataReady, released, exitLine(0)};
+    return subscription.waitBegun() + Lines{dataReady, releasedLine(), exitLine(0)};
   });
 }
 
@@ -150,8 +149,9 @@ TEST(Wait, ABufferOneByteTooSmallGetsNothing) {
     EXPECT_EQ(subscription.wait(63), 1);
     EXPECT_EQ(subscription.received(), std::string(63, '#'));
     EXPECT_EQ(subscription.client._readBuffer, nullptr);
-    return subscription.waitBegun() +
-           Lines{dataReady, errorLine("Error: buflen=63 > bytesRead=64.\n"), released, exitLine(1)};
+    return subscription.waitBegun() + Lines{dataReady,
+                                            errorLine("Error: buflen=63 > bytesRead=64.\n"),
+                                            releasedLine(), exitLine(1)};
   });
 }
 
@@ -182,7 +182,7 @@ TEST(Wait, AMessageOfSeveralDatagramsIsBoundedByItsWholeLength) {
     EXPECT_EQ(subscription.received(), std::string(8000, '#'));
     return subscription.waitBegun() + Lines{dataReady,
                                             errorLine("Error: buflen=8000 > bytesRead=8292.\n"),
-                                            released, exitLine(1)};
+                                            releasedLine(), exitLine(1)};
   });
 }
 

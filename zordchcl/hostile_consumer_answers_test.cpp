@@ -19,7 +19,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr int rounds = 5000;
+constexpr int consumerRounds = 5000;
 
 // A message with up to three changes; its length word is right, as the transport demands.
 std::string hostile(AnswerGenerator& generator, const std::string& valid) {
@@ -60,15 +60,15 @@ std::string missing(const char* name, short type) {
 
 // The generator is of use only while it leads everywhere.
 void expectBothEnds(int successes) {
-  EXPECT_GT(successes, rounds / 10);
-  EXPECT_LT(successes, rounds - rounds / 10);
+  EXPECT_GT(successes, consumerRounds / 10);
+  EXPECT_LT(successes, consumerRounds - consumerRounds / 10);
 }
 
 TEST(HostileConsumerAnswer, OfTheCatalogueIsHandedOverAsItIsOrNotAtAll) {
   AnswerGenerator generator(20260202);
   const TraceCapture trace("0,*/DCHclient::*=0x80");
   int successes = 0;
-  for (int round = 0; round < rounds; ++round) {
+  for (int round = 0; round < consumerRounds; ++round) {
     const std::string answer = hostile(generator, answerOf("HOSTMON,HMN,SOCK,load,1\n"));
     SCOPED_TRACE(testing::PrintToString(answer.substr(0, 60)));
     const Field field = fieldAt(answer, 4);
@@ -98,7 +98,7 @@ TEST(HostileConsumerAnswer, ForActionResultsIsAStatusOrNone) {
   AnswerGenerator generator(20260203);
   const TraceCapture trace("0,*/DCHclient::*=0x80");
   int successes = 0;
-  for (int round = 0; round < rounds; ++round) {
+  for (int round = 0; round < consumerRounds; ++round) {
     const std::string answer = hostile(generator, statusAnswer(42));
     SCOPED_TRACE(testing::PrintToString(answer.substr(0, 60)));
     const Field field = fieldAt(answer, 4);
@@ -120,12 +120,12 @@ TEST(HostileConsumerAnswer, ForActionResultsIsAStatusOrNone) {
 
 // ---- Notifications ---------------------------------------------------------------------------
 
-struct Outcome {
+struct TextOutcome {
   std::string text;
   std::string error;  // instead of the text
 };
 
-Outcome outcomeOf(const std::string& notification) {
+TextOutcome outcomeOf(const std::string& notification) {
   struct Expected {
     short type;
     const char* name;
@@ -134,7 +134,7 @@ Outcome outcomeOf(const std::string& notification) {
   const Expected names[] = {{DCH_applName, "DCH_applName", 20},
                             {DCH_attrGroup, "DCH_attrGroup", 32},
                             {DCH_sourceName, "DCH_sourceName", 32}};
-  Outcome outcome;
+  TextOutcome outcome;
   std::size_t position = 4;
   for (const Expected& expected : names) {
     const Field field = fieldAt(notification, position);
@@ -152,7 +152,7 @@ TEST(HostileNotification, BecomesItsTextOrNull) {
   AnswerGenerator generator(20260204);
   const TraceCapture trace("0,*/DCHclient::*=0x80");
   int successes = 0;
-  for (int round = 0; round < rounds; ++round) {
+  for (int round = 0; round < consumerRounds; ++round) {
     const std::string notification =
         hostile(generator, messageOf([&](DCH_MessageBuilder& message) {
                   message.add(DCH_applName, std::string(generator.below(24), 'A').c_str())
@@ -161,7 +161,7 @@ TEST(HostileNotification, BecomesItsTextOrNull) {
                       .add(DCH_requestType, static_cast<short>(generator.below(65536)));
                 }));
     SCOPED_TRACE(testing::PrintToString(notification.substr(0, 150)));
-    const Outcome expected = outcomeOf(notification);
+    const TextOutcome expected = outcomeOf(notification);
     TraceCapture::forget();
     FakedClient faked;
     faked.transport.answers = {notification};

@@ -18,13 +18,13 @@ struct Request {
   std::function<ZORA_Long(DCHclient&, ZORA_Long* status)> make;
 };
 
-char row[DCH_WORK_BUFFER_SIZE];
+char latchRow[DCH_WORK_BUFFER_SIZE];
 
 std::vector<Request> allRequests() {
   static ZORA_Long handle;
   static ZORA_Long size;
   static char* buffer;
-  buffer = row;
+  buffer = latchRow;
   return {
       {"dp_register", [](auto& client, auto status) { return client.dp_register(status, "appl"); }},
       {"dp_online",

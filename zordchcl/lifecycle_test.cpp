@@ -15,8 +15,6 @@ using testing::IsEmpty;
 constexpr char registration[] = "appl:HOSTMON,HMN;group:load;attr:load1,D,16;";
 constexpr int registrationSize = 86;
 
-const TraceLine released = releasedLine();
-
 // ---- dp_register -----------------------------------------------------------------------------
 
 const Call registers = [](DCHclient& client, ZORA_Long* status, ZORA_Long*) {
@@ -38,7 +36,7 @@ TEST(Register, TellsTheAnsweredStatus) {
     expectOutcome(
         "dp_register", registers, {{statusAnswer(status)}, {}},
         {0, status,
-         registerWritten + Lines{waitingLine("dp_register"), told, released, exitLine(0)}});
+         registerWritten + Lines{waitingLine("dp_register"), told, releasedLine(), exitLine(0)}});
   }
 }
 
@@ -57,7 +55,7 @@ TEST(Register, DumpsTheMessageBehindItsHeading) {
 TEST(Register, ABadTextStillWaitsAndEndsWithTheAnsweredStatus) {
   const Lines begun{entryLine(), badText, waitingLine("dp_register")};
   expectOutcome("dp_register", registersBadText, {{statusAnswer(101)}, {}},
-                {1, 101, begun + Lines{detailLine("status <101>\n"), released, exitLine(1)}});
+                {1, 101, begun + Lines{detailLine("status <101>\n"), releasedLine(), exitLine(1)}});
   expectOutcome("dp_register", registersBadText, {{}, {}}, {1, 5, begun + Lines{exitLine(1)}});
 }
 
@@ -81,7 +79,7 @@ TEST(Register, AFailedWriteStillWaitsAndEndsWithTheAnsweredStatus) {
   const Lines begun = registerWritten + Lines{registerUnwritten, waitingLine("dp_register")};
   for (const ZORA_Long count : {-1, 0, registrationSize - 1}) {
     expectOutcome("dp_register", registers, {{statusAnswer(0)}, count},
-                  {1, 0, begun + Lines{detailLine("status <0>\n"), released, exitLine(1)}});
+                  {1, 0, begun + Lines{detailLine("status <0>\n"), releasedLine(), exitLine(1)}});
     expectOutcome("dp_register", registers, {{}, count}, {1, 5, begun + Lines{exitLine(1)}});
   }
 }
@@ -105,12 +103,12 @@ TEST(Register, AnAnswerWithoutAStatusIsStatusTwo) {
   const Lines begun = registerWritten + Lines{waitingLine("dp_register")};
   expectOutcome("dp_register", registers, {{wrongAnswer()}, {}},
                 {1, 2,
-                 begun + Lines{errorLine("Error: dataType of DCH_status missing: 32\n"), released,
-                               exitLine(1)}});
+                 begun + Lines{errorLine("Error: dataType of DCH_status missing: 32\n"),
+                               releasedLine(), exitLine(1)}});
   expectOutcome("dp_register", registers, {{emptyAnswer()}, {}},
                 {1, 2,
-                 begun + Lines{errorLine("Error: dataType of DCH_status missing: 0\n"), released,
-                               exitLine(1)}});
+                 begun + Lines{errorLine("Error: dataType of DCH_status missing: 0\n"),
+                               releasedLine(), exitLine(1)}});
 }
 
 // ---- dp_offline and dp_unregister ------------------------------------------------------------
@@ -149,7 +147,7 @@ TEST_P(Plain, TellsTheAnsweredStatus) {
     expect({{statusAnswer(status)}, {}},
            {0, status,
             begun() + Lines{waitingLine(name()), detailLine("Getting Status info.\n"), told,
-                            released, exitLine(0)}});
+                            releasedLine(), exitLine(0)}});
   }
 }
 
@@ -179,11 +177,11 @@ TEST_P(Plain, AnAnswerWithoutAStatusIsStatusOne) {
   const Lines waited = begun() + Lines{waitingLine(name()), detailLine("Getting Status info.\n")};
   expect({{wrongAnswer()}, {}},
          {1, 1,
-          waited + Lines{errorLine("Error: dataType of DCH_status missing: 32\n"), released,
+          waited + Lines{errorLine("Error: dataType of DCH_status missing: 32\n"), releasedLine(),
                          exitLine(1)}});
   expect({{emptyAnswer()}, {}},
          {1, 1,
-          waited + Lines{errorLine("Error: dataType of DCH_status missing: 0\n"), released,
+          waited + Lines{errorLine("Error: dataType of DCH_status missing: 0\n"), releasedLine(),
                          exitLine(1)}});
 }
 

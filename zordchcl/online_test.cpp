@@ -10,8 +10,6 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-const TraceLine released = releasedLine();
-
 Call goesOnline(const char* applName, const char* attrGroup, const char* sourceName) {
   return [=](DCHclient& client, ZORA_Long* status, ZORA_Long* handle) {
     return client.dp_online(status, handle, applName, attrGroup, sourceName);
@@ -23,14 +21,14 @@ const Lines onlineWritten = written("dp_online", 49);
 
 TEST(Online, TellsStatusAndHandle) {
   const Lines told{waitingLine("dp_online"), detailLine("status <0>\n"),
-                   detailLine("handle <815>\n"), released, exitLine(0)};
+                   detailLine("handle <815>\n"), releasedLine(), exitLine(0)};
   expectOutcome("dp_online", goesOnlineWell, {{onlineAnswer(0, 815)}, {}},
                 {0, 0, onlineWritten + told, 815});
 }
 
 TEST(Online, ReadsTheHandleWhateverTheStatus) {
   const Lines told{waitingLine("dp_online"), detailLine("status <102>\n"),
-                   detailLine("handle <-3>\n"), released, exitLine(0)};
+                   detailLine("handle <-3>\n"), releasedLine(), exitLine(0)};
   expectOutcome("dp_online", goesOnlineWell, {{onlineAnswer(102, -3)}, {}},
                 {0, 102, onlineWritten + told, -3});
 }
@@ -62,7 +60,7 @@ void expectRefusedOnline(const Call& call, const TraceLine& reason) {
   expectOutcome("dp_online", call, {{}, {}}, {1, 5, begun + Lines{exitLine(1)}});
   // The answer is read all the same; its handle is not, because the latch is set.
   expectOutcome("dp_online", call, {{onlineAnswer(0, 815)}, {}},
-                {1, 0, begun + Lines{detailLine("status <0>\n"), released, exitLine(1)}});
+                {1, 0, begun + Lines{detailLine("status <0>\n"), releasedLine(), exitLine(1)}});
   FakedClient faked;
   ZORA_Long status = untouched;
   ZORA_Long handle = untouched;
@@ -100,7 +98,7 @@ TEST(Online, AFailedWriteStillWaitsAndEndsWithTheAnsweredStatus) {
       Lines{errorLine("Error: writing dp_online message to DCHserver\n"), waitingLine("dp_online")};
   for (const ZORA_Long count : {-1, 0, 48}) {
     expectOutcome("dp_online", goesOnlineWell, {{onlineAnswer(7, 815)}, count},
-                  {1, 7, begun + Lines{detailLine("status <7>\n"), released, exitLine(1)}});
+                  {1, 7, begun + Lines{detailLine("status <7>\n"), releasedLine(), exitLine(1)}});
     expectOutcome("dp_online", goesOnlineWell, {{}, count}, {1, 5, begun + Lines{exitLine(1)}});
   }
 }
@@ -122,15 +120,16 @@ TEST(Online, AFailedReadIsToldWhenTheTimeoutIsOneSecond) {
 
 TEST(Online, AnAnswerWithoutAStatusIsStatusTwo) {
   const Lines told{waitingLine("dp_online"),
-                   errorLine("Error: dataType of DCH_status missing: 32\n"), released, exitLine(1)};
+                   errorLine("Error: dataType of DCH_status missing: 32\n"), releasedLine(),
+                   exitLine(1)};
   expectOutcome("dp_online", goesOnlineWell, {{wrongAnswer()}, {}}, {1, 2, onlineWritten + told});
 }
 
 TEST(Online, AnAnswerWithoutAHandleIsStatusTwoAfterTheStatusWasTold) {
   const auto told = [](int type) {
     return Lines{waitingLine("dp_online"), detailLine("status <9>\n"),
-                 errorLine(textOf("Error: dataType of DCH_handle missing: %d\n", type)), released,
-                 exitLine(1)};
+                 errorLine(textOf("Error: dataType of DCH_handle missing: %d\n", type)),
+                 releasedLine(), exitLine(1)};
   };
   expectOutcome("dp_online", goesOnlineWell, {{statusAnswer(9)}, {}},
                 {1, 2, onlineWritten + told(0)});
@@ -145,7 +144,7 @@ TEST(Online, AHandleBeforeTheStatusIsOutOfOrder) {
     message.add(DCH_handle, ZORA_Long{1}).add(DCH_status, ZORA_Long{0});
   });
   const Lines told{waitingLine("dp_online"),
-                   errorLine("Error: dataType of DCH_status missing: 128\n"), released,
+                   errorLine("Error: dataType of DCH_status missing: 128\n"), releasedLine(),
                    exitLine(1)};
   expectOutcome("dp_online", goesOnlineWell, {{turned}, {}}, {1, 2, onlineWritten + told});
 }

@@ -18,9 +18,8 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-const std::string start = bytesOf("00000016 0010 00000002 2070 0011 00000004 00000001");
-const std::string stop = bytesOf("00000016 0010 00000002 2070 0011 00000004 00000000");
-const TraceLine returningNull = eventLine("Returning NULL\n");
+const std::string subscription = bytesOf("00000016 0010 00000002 2070 0011 00000004 00000001");
+const std::string withdrawal = bytesOf("00000016 0010 00000002 2070 0011 00000004 00000000");
 
 std::string notificationOf(const char* sourceName) {
   return messageOf([&](DCH_MessageBuilder& message) {
@@ -77,7 +76,7 @@ TEST_F(StatusApi, AHandleLivesFromStartToStop) {
   EXPECT_STREQ(waitFor(handle, notificationOf("one")), "HOSTMON,load,one,4117");
   EXPECT_STREQ(waitFor(handle, notificationOf("two")), "HOSTMON,load,two,4117");
   EXPECT_EQ(destroy(handle), 0);
-  EXPECT_THAT(dch.requests(), ElementsAre(start, stop));
+  EXPECT_THAT(dch.requests(), ElementsAre(subscription, withdrawal));
 }
 
 TEST_F(StatusApi, AHandleHasASocketOfItsOwnAndNoInterrupt) {
@@ -137,7 +136,7 @@ TEST_F(StatusApi, ANullHandleGivesNullAndAClearedBuffer) {
   EXPECT_NE(wholeBuffer(text), clearedBuffer);
   expectTrace("dc_waitForDPStatus", [] {
     EXPECT_EQ(dc_waitForDPStatus(nullptr), nullptr);
-    return Lines{entryLine(), returningNull};
+    return Lines{entryLine(), returningNullLine()};
   });
   EXPECT_EQ(wholeBuffer(text), clearedBuffer);
   EXPECT_EQ(destroy(handle), 0);
@@ -150,7 +149,7 @@ TEST_F(StatusApi, AFailedWaitClearsTheBufferAndEndsTheHandlesUse) {
   EXPECT_EQ(wholeBuffer(text), clearedBuffer);
   EXPECT_EQ(waitFor(handle, notificationOf("hostB")), nullptr) << "at once, unread";
   EXPECT_EQ(destroy(handle), 1);
-  EXPECT_THAT(dch.requests(), ElementsAre(start)) << "no withdrawal is sent";
+  EXPECT_THAT(dch.requests(), ElementsAre(subscription)) << "no withdrawal is sent";
 }
 
 TEST_F(StatusApi, DatagramsThatAreNoMessagesFailTheWait) {
@@ -201,7 +200,7 @@ TEST_F(StatusApi, AFailedWaitTracesNoExit) {
     void* const handle = subscribe();
     waitFor(handle, statusAnswer(0));
     destroy(handle);
-    return Lines{entryLine(), returningNull};
+    return Lines{entryLine(), returningNullLine()};
   });
 }
 

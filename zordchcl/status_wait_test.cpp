@@ -18,7 +18,6 @@ constexpr char initializeName[] = "DCHclient::dc_waitForDPStatusInitialize";
 constexpr char waitName[] = "DCHclient::dc_waitForDPStatus";
 constexpr char destroyName[] = "DCHclient::dc_waitForDPStatusDestroy";
 
-const TraceLine returningNull = eventLine("Returning NULL\n");
 const TraceLine writeError = errorLine("Error: writing dc_waitForDPStatus message to DCHserver\n");
 
 // ---- Subscribing and withdrawing -------------------------------------------------------------
@@ -271,7 +270,7 @@ void expectMissing(const std::string& fields, const Lines& seen, const char* nam
     EXPECT_EQ(faked.client._readBuffer, nullptr);
     return Lines{entryLine(), waitingLine("dc_waitForDPStatus")} + seen +
            Lines{errorLine(textOf("Error: dataType of %s missing: %d\n", name, type)),
-                 releasedLine(), returningNull};
+                 releasedLine(), returningNullLine()};
   });
 }
 
@@ -337,7 +336,7 @@ TEST(FailedWait, ReturnsNull) {
           entryLine(),
           waitingLine("dc_waitForDPStatus"),
           errorLine("Error: ipcRead with wait[FOREVER] failed\n"),
-          returningNull,
+          returningNullLine(),
       };
     });
   }
@@ -361,7 +360,7 @@ TEST(FailedWait, OnACancelledClientReadsAndReturnsNullAllTheSame) {
     EXPECT_EQ(faked.client._clientError, -1);
     return Lines{entryLine(), waitingLine("dc_waitForDPStatus")} + sourceSeen +
            Lines{detailLine("requestType <1>\n"), detailLine("Returning response <A,g,s,1>\n"),
-                 releasedLine(), returningNull};
+                 releasedLine(), returningNullLine()};
   });
 }
 
@@ -372,7 +371,7 @@ TEST(FailedWait, MakesEveryLaterWaitReturnNullWithoutReading) {
     faked.transport.answers = {notification("A", "g", "s", 1)};
     EXPECT_EQ(faked.client.dc_waitForDPStatus(), nullptr);
     EXPECT_THAT(faked.transport.waits, IsEmpty());
-    return Lines{entryLine(), returningNull};
+    return Lines{entryLine(), returningNullLine()};
   });
   FakedClient faked;
   faked.transport.answers = {messageWith(""), notification("A", "g", "s", 1)};

@@ -25,4 +25,9 @@ inline TraceLine releasedLine() {
   return storageLine("Deleting _readBuffer<@{address}>\n");
 }
 
+// What an Initialize says that fails.
+inline TraceLine returningNullLine() {
+  return eventLine("Returning NULL\n");
+}
+
 #endif  // ZORDCHCL_TEST_LINES_H

@@ -14,9 +14,7 @@
 
 namespace {
 
-constexpr std::chrono::seconds patience{20};
 constexpr int someError = 4711;
-constexpr char waitingForMessage[] = "Waiting for circular buffers to be populated.\n";
 constexpr char shownSender[] = ": clientAddr <16<02001f900a141e280000000000000000>>\n";
 
 void putWithoutMemory(TestQueue& queue, const std::string& message) {
@@ -120,7 +118,7 @@ TEST(PutWithoutMemory, WakesTheConsumerAllTheSame) {
   putWithoutMemory(queue, "lost");
   EXPECT_TRUE(trace.waitFor(waitingForMessage, 2));
   queue.put("hello");
-  ASSERT_EQ(get.wait_for(patience), std::future_status::ready);
+  ASSERT_EQ(get.wait_for(longestWait), std::future_status::ready);
   EXPECT_STREQ(queue.buffer, "hello");
 }
 

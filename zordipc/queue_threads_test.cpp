@@ -12,10 +12,8 @@
 
 namespace {
 
-constexpr std::chrono::seconds patience{20};
 constexpr std::chrono::seconds now{0};
 constexpr char waitingForRoom[] = "Waiting for circular buffers to be freed.\n";
-constexpr char waitingForMessage[] = "Waiting for circular buffers to be populated.\n";
 
 bool isDone(const std::future<void>& operation, std::chrono::seconds wait) {
   return operation.wait_for(wait) == std::future_status::ready;
@@ -38,7 +36,7 @@ TEST(FullQueue, HoldsFourMessagesAndBlocksTheFifth) {
   EXPECT_EQ(queue.record().data[4], nullptr);
 
   queue.get();
-  ASSERT_TRUE(isDone(fifth, patience));
+  ASSERT_TRUE(isDone(fifth, longestWait));
   EXPECT_EQ(queue.record().start_idx, 1);
   EXPECT_EQ(queue.record().num_full, 4);
   // In the slot that stayed unused: four after the one that was the oldest.
@@ -62,7 +60,7 @@ TEST(FullQueue, GoesOnWaitingWhenItIsWokenForNothing) {
   ASSERT_TRUE(trace.waitFor(waitingForRoom, 2));
   EXPECT_FALSE(isDone(fifth, now));
   queue.get();
-  EXPECT_TRUE(isDone(fifth, patience));
+  EXPECT_TRUE(isDone(fifth, longestWait));
 }
 
 TEST(EmptyQueue, BlocksTheConsumerUntilAMessageComes) {
@@ -72,7 +70,7 @@ TEST(EmptyQueue, BlocksTheConsumerUntilAMessageComes) {
   ASSERT_TRUE(trace.waitFor(waitingForMessage));
   EXPECT_FALSE(isDone(get, now));
   queue.put("hello");
-  ASSERT_TRUE(isDone(get, patience));
+  ASSERT_TRUE(isDone(get, longestWait));
   EXPECT_STREQ(queue.buffer, "hello");
   EXPECT_EQ(trace.count(waitingForMessage), 1);
 }
@@ -88,7 +86,7 @@ TEST(EmptyQueue, GoesOnWaitingWhenItIsWokenForNothing) {
   ASSERT_TRUE(trace.waitFor(waitingForMessage, 2));
   EXPECT_FALSE(isDone(get, now));
   queue.put("hello");
-  EXPECT_TRUE(isDone(get, patience));
+  EXPECT_TRUE(isDone(get, longestWait));
 }
 
 // ---- Many messages ---------------------------------------------------------------------------

@@ -3,10 +3,17 @@
 #define ZORDIPC_TEST_QUEUE_H
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <string>
 
 #include "zordipc/test_transport.h"
+
+// For what has to come.
+constexpr std::chrono::seconds longestWait{20};
+
+// What a reader of an empty queue says before it waits.
+constexpr char waitingForMessage[] = "Waiting for circular buffers to be populated.\n";
 
 constexpr char senderName[] = "10.20.30.40";
 // As long as the address of a socket.

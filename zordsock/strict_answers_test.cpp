@@ -15,7 +15,7 @@ namespace {
 
 using testing::ElementsAre;
 
-constexpr int patienceSeconds = 20;
+constexpr int answerSeconds = 20;
 
 class StrictAnswers : public testing::Test {
  protected:
@@ -54,7 +54,7 @@ TEST_F(StrictAnswers, WhatLiesInTheSocketIsThrownAwayBeforeARequest) {
   EXPECT_TRUE(trace.has(thrownAwayLine(endpoint, 20, dch)));
   EXPECT_TRUE(trace.has(thrownAwayLine(endpoint, 21, dch)));
   answer(endpoint, 30);
-  EXPECT_EQ(readFrom(endpoint, patienceSeconds).result, 30);
+  EXPECT_EQ(readFrom(endpoint, answerSeconds).result, 30);
 }
 
 // The system may give the same port again, but not each time.
@@ -79,7 +79,7 @@ TEST_F(StrictAnswers, WhatAStrangerSendsIsNoAnswer) {
                     messageBytes(size, static_cast<unsigned>(size)));
   answer(endpoint, 30);
   const TraceCapture trace("*/ipcSock::ipcRead=0x10");
-  EXPECT_EQ(readFrom(endpoint, patienceSeconds).result, 30);
+  EXPECT_EQ(readFrom(endpoint, answerSeconds).result, 30);
   for (const int size : {20, 0, 3})
     EXPECT_TRUE(trace.has(thrownAwayLine(endpoint, size, stranger)));
 }
@@ -94,7 +94,7 @@ TEST_F(StrictAnswers, AStrangerDoesNotSpoilAMessageOfSeveralDatagrams) {
   const LoopbackSocket stranger;
   stranger.sendTo(port, messageBytes(40, 40));
   dch.sendTo(port, message.substr(60));
-  const ReadOutcome outcome = readFrom(endpoint, patienceSeconds);
+  const ReadOutcome outcome = readFrom(endpoint, answerSeconds);
   ASSERT_EQ(outcome.result, 40);
   EXPECT_EQ(outcome.message(100), message);
 }
@@ -144,10 +144,10 @@ TEST_F(StrictAnswers, TheSocketOfASubscriptionKeepsItsPortAndWhatLiesInIt) {
   answer(endpoint, 20);
   request(endpoint);
   EXPECT_EQ(portOf(endpoint), port);
-  EXPECT_EQ(readFrom(endpoint, patienceSeconds).result, 20);
+  EXPECT_EQ(readFrom(endpoint, answerSeconds).result, 20);
   const LoopbackSocket other;
   other.sendTo(static_cast<unsigned short>(port), messageBytes(21, 21));
-  EXPECT_EQ(readFrom(endpoint, patienceSeconds).result, 21);
+  EXPECT_EQ(readFrom(endpoint, answerSeconds).result, 21);
 }
 
 TEST_F(StrictAnswers, AreSaidWhenTheSettingsAreRead) {
@@ -167,7 +167,7 @@ TEST_F(StrictAnswers, AreOffUnlessTheyAreAskedFor) {
   request(endpoint);
   EXPECT_EQ(portOf(endpoint), port);
   answer(endpoint, 30);
-  EXPECT_EQ(readFrom(endpoint, patienceSeconds).result, 20) << "the answer to the first request";
+  EXPECT_EQ(readFrom(endpoint, answerSeconds).result, 20) << "the answer to the first request";
   EXPECT_FALSE(trace.has("ZOR0_STRICT_ANSWERS is on\n"));
 }
 

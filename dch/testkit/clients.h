@@ -33,6 +33,9 @@ class Socket {
   int _descriptor;
 };
 
+// For a client that only receives: nothing is sent to its server.
+constexpr int noServer = 9;
+
 class UdpClient : public Socket {
  public:
   // On a port that the system gives, or on `ownPort`. Takes datagrams from anyone. One to which

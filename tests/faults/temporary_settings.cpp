@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr char name[] = "product.spec";
+constexpr char fileName[] = "product.spec";
 constexpr char lockName[] = "product.spec.lock";
 
 }  // namespace
@@ -16,7 +16,7 @@ constexpr char lockName[] = "product.spec.lock";
 TemporarySettings::TemporarySettings(const std::string& content)
     : _folder(std::filesystem::temp_directory_path() / "settings_XXXXXX") {
   if (mkdtemp(_folder.data()) == nullptr) throw std::runtime_error("no folder for the settings");
-  const std::string path = _folder + "/" + name;
+  const std::string path = _folder + "/" + fileName;
   std::ofstream(path) << content;
   setenv("ZOR0_PRODUCT_SPEC", path.c_str(), 1);
 }
@@ -28,12 +28,12 @@ TemporarySettings::~TemporarySettings() {
 
 std::string TemporarySettings::content() const {
   std::ostringstream text;
-  text << std::ifstream(_folder + "/" + name).rdbuf();
+  text << std::ifstream(_folder + "/" + fileName).rdbuf();
   return text.str();
 }
 
 bool TemporarySettings::hasLeftovers() const {
   for (const auto& entry : std::filesystem::directory_iterator(_folder))
-    if (entry.path().filename() != name && entry.path().filename() != lockName) return true;
+    if (entry.path().filename() != fileName && entry.path().filename() != lockName) return true;
   return false;
 }
