@@ -1,8 +1,9 @@
-# zord410_test(NAME SOURCES... [LINK LIBRARIES...] [WRAP FUNCTIONS...] [RECORDS_SLEEPS]
-# [PROPERTIES ...]): a GoogleTest program whose tests each run in a process of their own, because
-# the library reads its environment once per process.
+# zord410_test(NAME SOURCES... [LINK LIBRARIES...] [WRAP FUNCTIONS...] [RECORDS_SLEEPS] [PASSES_TIME]
+# [PROPERTIES ...]): a GoogleTest program whose tests each run in a process of their own, because the
+# library reads its environment once per process.
 #  WRAP            calls of these functions lead to the test's __wrap_FUNCTION
 #  RECORDS_SLEEPS  OSV1_Sleep returns at once: see tests/support/recorded_sleep.h
+#  PASSES_TIME     std::chrono::steady_clock can be put forward: see tests/support/passing_time.h
 #  PROPERTIES      of every test, as for set_tests_properties; those that take many seconds have a
 #                  COST, which lets them start first
 set(ZORD410_GTEST_SOURCE "" CACHE PATH
@@ -19,10 +20,14 @@ endif()
 include(GoogleTest)
 
 function(zord410_test name)
-  cmake_parse_arguments(ARG "RECORDS_SLEEPS" "" "LINK;WRAP;PROPERTIES" ${ARGN})
+  cmake_parse_arguments(ARG "RECORDS_SLEEPS;PASSES_TIME" "" "LINK;WRAP;PROPERTIES" ${ARGN})
   if(ARG_RECORDS_SLEEPS)
     list(APPEND ARG_WRAP _Z10OSV1_Sleepi)
     list(APPEND ARG_UNPARSED_ARGUMENTS ${PROJECT_SOURCE_DIR}/tests/support/recorded_sleep.cpp)
+  endif()
+  if(ARG_PASSES_TIME)
+    list(APPEND ARG_WRAP _ZNSt6chrono3_V212steady_clock3nowEv)
+    list(APPEND ARG_UNPARSED_ARGUMENTS ${PROJECT_SOURCE_DIR}/tests/support/passing_time.cpp)
   endif()
   if(CMAKE_CXX_FLAGS MATCHES "--coverage")
     list(APPEND ARG_WRAP _exit)

@@ -93,19 +93,15 @@ TEST(SendRecovery, AHandleThatMayHaveBecomeAnotherSourcesIsAskedForAgain) {
                        environmentFor(dch.port(), shortTimeoutSeconds));
   zordp.write("clouds\n1\n");
   ASSERT_TRUE(waitForRows(dch, 1));
-  handle = 7;  // while it sends nothing, for so long that it makes sure, also when it is held up
-  std::this_thread::sleep_for(std::chrono::milliseconds(3500));
-  zordp.write("2\n");
-  ASSERT_TRUE(waitForRows(dch, 2));
   isSilent = true;  // while it waits for an answer
-  zordp.write("3\n");
-  zordp.waitForError("zordp: the DCH has started anew: registered again\n", 2);
+  zordp.write("2\n");
+  zordp.waitForError("zordp: the DCH has started anew: registered again\n");
   EXPECT_EQ(zordp.finish().exitStatus, EX_OK);
   std::vector<char> handles;
   for (const std::string& request : dch.requests())
     if (codeOf(request) == DCH_REQUEST_DATA || codeOf(request) == DCH_REQUEST_OFFLINE)
       handles.push_back(request[21]);
-  EXPECT_THAT(handles, ElementsAre(1, 7, 7, 2, 2));
+  EXPECT_THAT(handles, ElementsAre(1, 1, 2, 2));
 }
 
 TEST(SendRecovery, ADchThatAnswersAgainGetsTheRowAgain) {
@@ -190,16 +186,6 @@ TEST(WatchRecovery, SubscribesAgainAndSaysSo) {
   watcher.signal(SIGTERM);
   EXPECT_EQ(watcher.finish().exitStatus, EX_OK);
   EXPECT_GE(renewals, 2);
-}
-
-TEST_F(ToolsTest, ASubscriptionThatIsRenewedIsStillOne) {
-  const auto watcher = startWatching({"-C", "2", "-F", "csv"});
-  // Longer than the silence after which it subscribes again.
-  std::this_thread::sleep_for(std::chrono::milliseconds(5500));
-  EXPECT_EQ(send("clouds\n1\n2\n").exitStatus, EX_OK);
-  const ProgramResult seen = watcher->finish();
-  EXPECT_EQ(withoutTimes(seen.standardOutput), "time,handle,clouds\nTIME,1,1\nTIME,1,2\n");
-  EXPECT_EQ(seen.standardError, "");
 }
 
 TEST(StatusRecovery, WhatIsOnLineAlreadyIsNoChange) {

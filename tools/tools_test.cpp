@@ -189,22 +189,6 @@ TEST_F(ToolsTest, TheWatchEndsWhenNoRowComes) {
   _server.waitForError("zordchd: withdrew ");
 }
 
-TEST_F(ToolsTest, EveryRowGivesTheWatchNewTime) {
-  const auto sender = startSending({});
-  sender->write("clouds\n");
-  _server.waitForError("on line: WEATHER sky roof");
-  // Three rows that come in more than the time that the watch has for one.
-  const auto watcher = startWatching({"-C", "3", "-W", "5", "-F", "jsonl"});
-  const auto start = std::chrono::steady_clock::now();
-  for (int row = 1; row <= 3; ++row) {
-    if (row > 1) std::this_thread::sleep_for(std::chrono::milliseconds(2600));
-    sender->write(std::to_string(row) + "\n");
-    watcher->waitForOutput("{\"clouds\":" + std::to_string(row) + "}");
-  }
-  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
-  EXPECT_EQ(watcher->finish().exitStatus, EX_OK);
-}
-
 TEST_F(ToolsTest, AReaderThatIsGoneEndsTheWatch) {
   const std::string pipeline = std::string(ZORDC_PATH) +
                                " watch WEATHER sky | { exec <&-; echo gone >&2; };"
