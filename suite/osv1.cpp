@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <ctime>
 
+#include "suite/cancellation.h"
+
 const char* OSV1_GetEnv(const char* name, [[maybe_unused]] int reserved) {
   return std::getenv(name);
 }
@@ -20,6 +22,7 @@ void OSV1_Sleep(int seconds) {
 }
 
 void OSV1_EndProcess(int pauseSeconds) {
+  const suite::CancellationOff cancellationOff;  // the process ends, not the thread
   std::fflush(stderr);
   std::fflush(stdout);
   OSV1_Sleep(pauseSeconds);

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <mutex>
 
+#include "suite/cancellation.h"
 #include "suite/locking.h"
 
 // Nothing in this file is destroyed: detached threads trace while the process ends.
@@ -106,6 +107,7 @@ constinit Output output;
 }  // namespace
 
 void suite::complain(const char* format, ...) {
+  const CancellationOff cancellationOff;  // what is complained of is said once
   char line[512];
   std::va_list arguments;
   va_start(arguments, format);

@@ -11,8 +11,10 @@
 #include <functional>
 #include <memory>
 #include <random>
+#include <stdexcept>
 #include <vector>
 
+#include "tests/support/child_process.h"
 #include "tests/support/scripted_dch.h"
 #include "tests/support/trace_capture.h"
 #include "zora/trc1.h"
@@ -210,6 +212,39 @@ TEST_F(Cancellation, DoesNotHappenAtATraceLine) {
   });
   EXPECT_TRUE(thread.endsCancelled()) << "in the wait";
   EXPECT_EQ(dch.waitForRequests(2).size(), 2U) << "the request went out before";
+}
+
+// A thread that handles an exception may be cancelled too.
+TEST_F(Cancellation, OfAThreadThatHandlesAnExceptionEndsThatThreadOnly) {
+  const Thread thread([] {
+    try {
+      throw std::runtime_error("the program's own");
+    } catch (const std::runtime_error&) {
+      ZORA_Long status = 0;
+      dp_offline(&status, 815);
+    }
+  });
+  dch.waitForRequests(2);
+  thread.cancel();
+  EXPECT_TRUE(thread.endsCancelled());
+  dchAnswers = true;
+  EXPECT_EQ(registeredStatus(), 0);
+}
+
+// The process ends with the status that it would have ended with.
+TEST(CancellationOfTheEnd, DoesNotKeepAProcessAliveThatCannotGoOn) {
+  const ChildResult child = runInChild(
+      [] {
+        const Thread thread([] {
+          ZORA_Long status = 0;
+          dp_offline(&status, 815);
+        });
+        thread.cancel();
+        thread.endsCancelled();
+        return 77;
+      },
+      {{"ZORA_DCH_ADDR", "no such host"}});
+  EXPECT_EQ(child.exitStatus, 1);
 }
 
 TEST_F(Cancellation, IsNotForAThreadThatDoesNotAllowIt) {

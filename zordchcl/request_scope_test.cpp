@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <new>
 #include <stdexcept>
 
 namespace zordchcl {
@@ -12,8 +13,8 @@ TEST(RequestScope, AnExceptionBecomesAFailure) {
   EXPECT_EQ(guarded([]() -> ZORA_Long { throw std::runtime_error("no caller can catch it"); }), 1);
 }
 
-TEST(RequestScope, WhateverIsThrownBecomesAFailure) {
-  EXPECT_EQ(guarded([]() -> ZORA_Long { throw 0; }), 1);
+TEST(RequestScope, WantOfMemoryBecomesAFailure) {
+  EXPECT_EQ(guarded([]() -> ZORA_Long { throw std::bad_alloc(); }), 1);
 }
 
 TEST(RequestScope, ANumberIsPassedOn) {
