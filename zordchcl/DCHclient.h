@@ -105,9 +105,8 @@ class DCHclient {
 
   // Starts a request in _msgBuffer.
   DCH_MessageBuilder newRequest(DCH_RequestCode code);
-  // Reports a request that has no room in _msgBuffer and sets the latch.
-  bool reportUnlessFits(const TRC1_Scope& trc1Scope, const char* request,
-                        const DCH_MessageBuilder& message);
+  // Reports a request that is larger than its buffer and sets the latch.
+  bool reportUnlessFits(const TRC1_Scope& trc1Scope, const char* request, bool fits);
   // Under the dump class: the heading, with the length and the name, and the message.
   void traceDump(const TRC1_Scope& trc1Scope, const char* headingFormat, const char* request,
                  const char* message, ZORA_Long length);

@@ -51,7 +51,7 @@ ZORA_Long DCHclient::dc_provideAction(short actionType, const char* actionOwner,
       .add(DCH_actionName, actionName)
       .add(DCH_actionID, actionID);
   if (actionParms != nullptr) request.add(DCH_actionParms, actionParms);
-  if (reportUnlessFits(trc1Scope, "dc_provideAction", request))
+  if (reportUnlessFits(trc1Scope, "dc_provideAction", request.fits()))
     writeOrReport(trc1Scope, "dc_provideAction", _msgBuffer, request.length());
   TRC1_RETURN(latch());
 }
@@ -99,7 +99,7 @@ ZORA_Long DCHclient::dc_deferReportRequest(void* peltaObject, ZORA_Long actionID
       .add(DCH_applKey, applKey)
       .add(DCH_tableName, tableName)
       .add(DCH_sourceName, sourceName);
-  if (!reportUnlessFits(trc1Scope, "dc_deferReportRequest", request)) TRC1_RETURN(latch());
+  if (!reportUnlessFits(trc1Scope, "dc_deferReportRequest", request.fits())) TRC1_RETURN(latch());
   traceDump(trc1Scope, "DUMP[%d] of %s:", "dc_deferReportRequest", _msgBuffer, request.length());
   TRC1_DETAIL("Writing dc_deferReportRequest message. %d bytes", request.length());
   if (!transmit(_msgBuffer, request.length())) {

@@ -63,7 +63,7 @@ ZORA_Long DCHclient::queryCatalogue(const TRC1_Scope& trc1Scope, const DCH_Catal
   DCH_MessageBuilder request(_msgBuffer, sizeof _msgBuffer);
   request.add(DCH_requestType, short{query.code});
   if (query.alwaysNamesApplication || applName != nullptr) request.add(DCH_applName, applName);
-  if (!reportUnlessFits(trc1Scope, query.name, request) ||
+  if (!reportUnlessFits(trc1Scope, query.name, request.fits()) ||
       !writeOrReport(trc1Scope, query.name, _msgBuffer, request.length()))
     return 0;
 

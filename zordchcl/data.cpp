@@ -128,8 +128,10 @@ ZORA_Long DCHclient::dp_data(ZORA_Long* status, ZORA_Long handle, short dataCode
   if (failed()) TRC1_RETURN(latch());
   if (*workBuffer != nullptr) {
     stamp(*workBuffer, handle, dataCode);
-    if (!writeOrReport(trc1Scope, "dp_data", *workBuffer,
-                       static_cast<ZORA_Long>(ZOR0_MessageLength(*workBuffer))))
+    // The length comes back from the caller: behind the buffer there is nothing to be sent.
+    const std::uint32_t length = ZOR0_MessageLength(*workBuffer);
+    if (!reportUnlessFits(trc1Scope, "dp_data", length <= DCH_WORK_BUFFER_SIZE) ||
+        !writeOrReport(trc1Scope, "dp_data", *workBuffer, static_cast<ZORA_Long>(length)))
       *status = DCH_STATUS_MISSING_FIELD;
     TRC1_STORAGE("Deleting workBuffer @%p\n", TRC1_Pointer(*workBuffer));
     delete[] * workBuffer;

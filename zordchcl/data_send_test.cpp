@@ -1,6 +1,9 @@
 // Rows, stamped, sent and answered: every outcome with its status, its result and its whole trace.
+#include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <cstring>
 
 #include "tests/support/fake_transport.h"
 #include "tests/support/scripted_dch.h"
@@ -129,6 +132,24 @@ TEST(SendData, NegativeHandlesAndCodesAreStampedAsTheyAre) {
   row.send(faked.client, -2, -3);
   EXPECT_EQ(faked.transport.written.at(0).substr(18, 4), bytesOf("fffffffe"));
   EXPECT_EQ(faked.transport.written.at(0).substr(28, 2), bytesOf("fffd"));
+}
+
+// Behind the buffer there is other memory.
+TEST(SendData, OfMoreThanItsBufferHoldsIsNotSent) {
+  for (const std::uint32_t length : {4097u, 8192u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu}) {
+    SCOPED_TRACE(length);
+    FakedClient faked;
+    Row row;
+    row.add(faked.client, "a", "v", 1, 'D');
+    const std::uint32_t word = htonl(length);
+    std::memcpy(row.buffer, &word, sizeof word);
+    const TraceCapture trace("0x84");
+    EXPECT_EQ(row.send(faked.client, 1, 2), 1);
+    EXPECT_EQ(row.status, 2);
+    EXPECT_EQ(row.buffer, nullptr);
+    EXPECT_THAT(faked.transport.written, IsEmpty());
+    EXPECT_THAT(trace.texts(), ElementsAre("Error: dp_data message is longer than 4096 bytes\n"));
+  }
 }
 
 }  // namespace

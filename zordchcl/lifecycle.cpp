@@ -112,7 +112,7 @@ ZORA_Long DCHclient::dp_unregister(ZORA_Long* status, const char* applName) {
 
 void DCHclient::sendForStatus(const TRC1_Scope& trc1Scope, const char* request,
                               const DCH_MessageBuilder& message, ZORA_Long* status) {
-  if (!reportUnlessFits(trc1Scope, request, message)) {
+  if (!reportUnlessFits(trc1Scope, request, message.fits())) {
     *status = DCH_STATUS_BAD_ARGUMENT;
   } else if (!writeOrReport(trc1Scope, request, _msgBuffer, message.length())) {
     *status = DCH_STATUS_MISSING_FIELD;

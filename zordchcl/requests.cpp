@@ -35,9 +35,8 @@ bool DCHclient::write(const TRC1_Scope& trc1Scope, const char* request, char* me
   return transmit(message, length);
 }
 
-bool DCHclient::reportUnlessFits(const TRC1_Scope& trc1Scope, const char* request,
-                                 const DCH_MessageBuilder& message) {
-  if (message.fits()) return true;
+bool DCHclient::reportUnlessFits(const TRC1_Scope& trc1Scope, const char* request, bool fits) {
+  if (fits) return true;
   TRC1_ERROR("Error: %s message is longer than %d bytes\n", request, ZOR0_MAX_REQUEST_SIZE);
   fail();
   return false;
