@@ -2,6 +2,7 @@
 
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <new>
@@ -32,6 +33,21 @@ void StreamMessage::receive(int descriptor) {
   _wasReset = false;
   while (waitForPiece(descriptor) && receivePiece(descriptor)) {
   }
+  // What the first piece lacked of its length word counted as zero until here.
+  if (_pieceCount > 1 && static_cast<std::size_t>(_pieces[0].length) < ZOR0_LENGTH_WORD_SIZE)
+    _totalLength = static_cast<ZORA_Long>(joinedLengthWord());
+}
+
+std::uint32_t StreamMessage::joinedLengthWord() const {
+  char word[ZOR0_LENGTH_WORD_SIZE] = {};
+  std::size_t known = 0;
+  for (ZORA_Long i = 0; i < _pieceCount && known < sizeof word; ++i) {
+    const Piece& piece = _pieces[static_cast<std::size_t>(i)];
+    const std::size_t count = std::min(sizeof word - known, static_cast<std::size_t>(piece.length));
+    std::memcpy(word + known, i == 0 ? _firstPiece.data() : piece.bytes.get(), count);
+    known += count;
+  }
+  return ZOR0_MessageLength(word);
 }
 
 bool StreamMessage::waitForPiece(int descriptor) {

@@ -3,6 +3,7 @@
 #define ZORDSOCK_STREAM_MESSAGE_H
 
 #include <array>
+#include <cstdint>
 #include <memory>
 
 #include "zora/trc1.h"
@@ -42,6 +43,7 @@ class StreamMessage {
 
   bool waitForPiece(int descriptor);
   bool receivePiece(int descriptor);
+  std::uint32_t joinedLengthWord() const;
   char* newPiece();
   void dropPiece(ZORA_Long bytesRead);
 
@@ -50,7 +52,7 @@ class StreamMessage {
   std::array<char, SERVER_PIECE_SIZE> _firstPiece;
   std::array<Piece, MAX_SERVER_PIECES> _pieces;
   ZORA_Long _pieceCount = 0;
-  ZORA_Long _totalLength = 0;  // as the first piece announces it
+  ZORA_Long _totalLength = 0;  // as the length word announces it
   ZORA_Long _totalRead = 0;
   bool _wasReset = false;
 };

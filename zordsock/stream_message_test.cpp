@@ -124,6 +124,17 @@ TEST(StreamMessage, WhoseFirstPieceIsShorterThanTheLengthWordIsNotWhole) {
   expectNeitherWholeNorGone(readPieces({std::string("\0\0\3", 3)}), 0x300, 3);
 }
 
+// It is as long as the first piece seems to say, but not as long as it says.
+TEST(StreamMessage, WhoseLengthWordComesInPiecesIsWholeWhenTheJoinedOneIsRight) {
+  const std::string right = wholeMessage(0x300);
+  expectWhole(readPieces({right.substr(0, 3), right.substr(3)}), right, 2);
+  std::string wrong = right;
+  wrong[3] = '\xFF';
+  expectNeitherWholeNorGone(readPieces({wrong.substr(0, 3), wrong.substr(3)}), 0x3FF, 0x300);
+  expectNeitherWholeNorGone(readPieces({wrong.substr(0, 3), wrong.substr(3, 1), wrong.substr(4)}),
+                            0x3FF, 0x300);
+}
+
 TEST(StreamMessage, ThatEndsShortIsNotWhole) {
   expectNeitherWholeNorGone(readPieces({messageBytes(3000, 5000)}), 5000, 3000);
 }
