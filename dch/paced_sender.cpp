@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <new>
 #include <utility>
+#include <vector>
 
 namespace dch {
 
@@ -18,8 +19,6 @@ PacedSender::~PacedSender() = default;
 
 bool PacedSender::send(const PeerAddress& receiver, std::string message) {
   const std::lock_guard lock(_mutex);
-  // What is known about an earlier owner of the same port must not hit the new one.
-  dropGone();
   _transfers.remove_if([&](const Transfer& other) { return other.receiver == receiver; });
   if (_transfers.size() >= _capacity) return false;
   try {
@@ -29,6 +28,13 @@ bool PacedSender::send(const PeerAddress& receiver, std::string message) {
   }
   _changed.notify_one();
   return true;
+}
+
+void PacedSender::giveUp(const PeerAddress& receiver) {
+  const std::lock_guard lock(_mutex);
+  const auto count =
+      _transfers.remove_if([&](const Transfer& other) { return other.receiver == receiver; });
+  if (count > 0) _log.write("answer to %s given up: it sent something", receiver.text().data());
 }
 
 void PacedSender::run(const std::stop_token& stop) {
@@ -61,7 +67,8 @@ PacedSender::Transfers::iterator PacedSender::nextDue() {
 void PacedSender::sendDatagram(Transfers::iterator transfer) {
   const std::string_view rest = std::string_view(transfer->message).substr(transfer->sent);
   const std::string_view datagram = rest.substr(0, PushSocket::maxMessageBytes);
-  if (_socket.send(datagram, transfer->receiver, &_gone)) {
+  std::vector<PeerAddress> gone;  // the server's own socket tells of nobody
+  if (_socket.send(datagram, transfer->receiver, &gone)) {
     transfer->sent += datagram.size();
     transfer->due = Clock::now() + _pause;
   } else {
@@ -69,17 +76,6 @@ void PacedSender::sendDatagram(Transfers::iterator transfer) {
     transfer->sent = transfer->message.size();
   }
   if (transfer->sent == transfer->message.size()) _transfers.erase(transfer);
-  dropGone();
-}
-
-void PacedSender::dropGone() {
-  _socket.collectGone(&_gone);
-  for (const PeerAddress& address : _gone) {
-    const auto count = _transfers.remove_if(
-        [&](const Transfer& transfer) { return transfer.receiver == address; });
-    if (count > 0) _log.write("answer to %s given up: it is gone", address.text().data());
-  }
-  _gone.clear();
 }
 
 }  // namespace dch

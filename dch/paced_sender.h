@@ -11,7 +11,6 @@
 #include <stop_token>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "dch/event_log.h"
 #include "dch/peer_address.h"
@@ -20,8 +19,7 @@
 namespace dch {
 
 // Sends from a thread of its own. Several messages are under way at a time, each with its own
-// pauses. One whose receiver is gone, or that the system does not take, is given up. Any thread may
-// use it.
+// pauses. One that the system does not take is given up. Any thread may use it.
 class PacedSender {
  public:
   static constexpr std::size_t defaultCapacity = 64;
@@ -42,6 +40,10 @@ class PacedSender {
   // memory.
   bool send(const PeerAddress& receiver, std::string message);
 
+  // Gives up what is under way to a receiver: it has sent something, so it does not wait for the
+  // rest any more, or it is a new client on the port of one that is gone.
+  void giveUp(const PeerAddress& receiver);
+
  private:
   using Clock = std::chrono::steady_clock;
 
@@ -56,7 +58,6 @@ class PacedSender {
   void run(const std::stop_token& stop);
   Transfers::iterator nextDue();
   void sendDatagram(Transfers::iterator transfer);
-  void dropGone();
 
   PushSocket& _socket;
   const EventLog& _log;
@@ -66,7 +67,6 @@ class PacedSender {
   std::mutex _mutex;  // guards what follows and the socket
   std::condition_variable_any _changed;
   Transfers _transfers;
-  std::vector<PeerAddress> _gone;
 
   std::jthread _thread;  // last: it ends before what it uses
 };

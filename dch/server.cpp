@@ -57,6 +57,7 @@ void Server::run() {
 }
 
 void Server::handleMessage(const IncomingMessage& message) {
+  if (message.isDatagram()) _pacedSender.giveUp(message.sender);
   const Outcome outcome = _requests.handle(message);
   _answers.send(message, outcome.answer);
   if (outcome.source != nullptr) _publisher.publish(outcome.source->topic, message.text());

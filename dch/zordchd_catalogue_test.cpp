@@ -133,6 +133,15 @@ TEST_F(ZordchdCatalogueTest, AnswersAProviderWhileALongAnswerIsUnderWay) {
   EXPECT_TRUE(textOf(answer) == _lines + "HOSTMON,HMN,SOCK,load disk,1\n");
 }
 
+// It has given up, or it is another client on the port of one that is gone.
+TEST_F(ZordchdCatalogueTest, SendsNoMoreOfALongAnswerToAClientThatAsksSomethingElse) {
+  registerMany(4);
+  UdpClient consumer(_server.port());
+  EXPECT_EQ(consumer.ask(catalogueMessage(DCH_REQUEST_APPLICATIONS)).size(), 8192u);
+  EXPECT_EQ(statusOf(consumer.ask(offlineMessage(4711))), DCH_STATUS_UNKNOWN_HANDLE);
+  EXPECT_TRUE(_server.waitForError("given up: it sent something"));
+}
+
 TEST_F(ZordchdCatalogueTest, AnswersOnAConnectionAtOnce) {
   registerMany(20);
   TcpClient client(_server.port());
