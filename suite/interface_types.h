@@ -4,9 +4,12 @@
 #define SUITE_INTERFACE_TYPES_H
 
 #include <climits>
-#include <type_traits>
 
-using ZORA_Long = std::conditional_t<LONG_MAX == 2147483647L, long, int>;
+#if LONG_MAX == 2147483647L
+using ZORA_Long = long;
+#else
+using ZORA_Long = int;
+#endif
 
 // The four-letter names of the data-provider types.
 extern "C" const char* const ZORA_DPTypeNames[12];
