@@ -21,13 +21,15 @@
  *    for the answer up to ZORA_DCH_TIMEOUT seconds (30), then up to 20 seconds for each further
  *    datagram of a long one. Answers carry no number: one that comes after its request gave up is
  *    taken for the answer to a later request over the same socket, which then seems to fail with 1
- *    or 2, or gets the earlier one's status. ZOR0_STRICT_ANSWERS=Y in the environment prevents it.
+ *    or 2, or gets the earlier one's status. ZOR0_STRICT_ANSWERS=Y in the environment prevents it,
+ *    but for one in 28,000 of the answers that are later than the requests of the whole pool.
  *  - Threads: any thread may call any function at any time, but for what is said at DCH_api_init,
  *    DCH_api_destroy and the consumer handles. Block signals in threads that wait for an answer: an
  *    interrupted wait counts as a failed read.
  *  - A thread may be cancelled (pthread_cancel) while it is in any function: it ends in a wait and
- *    nowhere else, gives back what it holds, and its request may have been done or not. A handle on
- *    which it waited stays good. The cancel type has to be deferred, as it is unless a program
+ *    nowhere else, gives back what it holds, and its request may have been done or not; a row that
+ *    waited for a pooled socket is still the caller's. A handle on which it waited stays good,
+ *    unless a message was half there. The cancel type has to be deferred, as it is unless a program
  *    changes it.
  *  - Texts are zero-terminated bytes and stay the caller's. Nothing is kept after the call returns,
  *    unless its comment says so.

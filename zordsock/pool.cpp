@@ -8,6 +8,7 @@
 #include "suite/sockets.h"
 #include "suite/threads.h"
 #include "zordsock/settings.h"
+#include "zordsock/strict_answers.h"
 #include "zordsock/trace_unit.h"
 #include "zordsock/zordsock.h"
 
@@ -122,6 +123,10 @@ ZORA_Long ipcSock::allocateIPC() {
         break;
       }
     } while (waitForFreeElement(trc1Scope));
+  }
+  if (isStrict(*this) && descriptor >= 0) {
+    const suite::CancellationOff cancellationOff;  // the socket is not yet there to be given back
+    forgetOldAnswers(trc1Scope, *this, descriptor);
   }
   TRC1_RETURN(descriptor);
 }

@@ -2,8 +2,10 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <cstring>
+#include <ctime>
 #include <memory>
 #include <new>
 #include <optional>
@@ -34,7 +36,7 @@ class IncomingMessage {
   // next user.
   ~IncomingMessage() {
     if (!_isEnded && _endpoint._useFromSockPool != 0)
-      zordsock::forgetOldAnswers(trc1Scope, _endpoint);
+      zordsock::forgetOldAnswers(trc1Scope, _endpoint, _endpoint._sockUDP);
   }
   IncomingMessage(const IncomingMessage&) = delete;
   IncomingMessage& operator=(const IncomingMessage&) = delete;
@@ -42,6 +44,7 @@ class IncomingMessage {
   ZORA_Long read(void** readBuffer);
 
  private:
+  using Clock = std::chrono::steady_clock;
   enum class Wait { ready, retry, timedOut };
 
   struct Chunk {
@@ -51,7 +54,8 @@ class IncomingMessage {
 
   void collect(void** readBuffer);
   Wait waitForDatagram();
-  bool isTimeUp() const;
+  void setDeadline();
+  bool isTimeUp();
   int selectReadable(ZORA_Long descriptor);
   Wait waitRanOut(int systemError);
   bool receiveDatagram();
@@ -71,6 +75,7 @@ class IncomingMessage {
   ZORA_Long _waitSeconds;
   ZORA_Long _triesUsed = 0;         // beyond the first, of the current wait
   bool _strangerCame = false;       // the datagram received last was thrown away
+  Clock::time_point _deadline;      // of the current wait, where strangers may come
   std::optional<timeval> _timeout;  // none waits without limit; select() counts it down
 };
 
@@ -101,18 +106,31 @@ void IncomingMessage::collect(void** readBuffer) {
   TRC1_DETAIL("*readBuffer set to <@%p>", *readBuffer);
 }
 
-bool IncomingMessage::isTimeUp() const {
-  return _timeout && _timeout->tv_sec == 0 && _timeout->tv_usec == 0;
+void IncomingMessage::setDeadline() {
+  if (!_timeout) return;
+  _deadline = Clock::now() + std::chrono::seconds(_timeout->tv_sec) +
+              std::chrono::microseconds(_timeout->tv_usec);
+}
+
+// What strangers send makes no wait longer: what it takes to throw it away counts too, which
+// select() does not see.
+bool IncomingMessage::isTimeUp() {
+  if (!_timeout) return false;
+  const auto left = std::chrono::duration_cast<std::chrono::microseconds>(_deadline - Clock::now());
+  if (left.count() <= 0) return true;
+  _timeout = timeval{static_cast<std::time_t>(left.count() / 1'000'000),
+                     static_cast<suseconds_t>(left.count() % 1'000'000)};
+  return false;
 }
 
 IncomingMessage::Wait IncomingMessage::waitForDatagram() {
-  // What strangers send makes no wait longer, however much it is.
   const bool goesOn = std::exchange(_strangerCame, false);
   if (goesOn && isTimeUp()) return waitRanOut(errno);
   if (_chunkCount > 0 && !goesOn) {
     _waitSeconds = furtherDatagramSeconds;
     _timeout = timeval{furtherDatagramSeconds, 0};
   }
+  if (_isStrict && !goesOn) setDeadline();
   const ZORA_Long descriptor = _endpoint._sockUDP;
   TRC1_DETAIL("[@%p]Waiting on SELECT: UDP[%d] Port[%d] MaxFD[%d] WaitTime[%d]\n",
               TRC1_Pointer(&_endpoint), descriptor, _endpoint.sockPortUDP(), descriptor + 1,

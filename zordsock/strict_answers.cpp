@@ -1,10 +1,13 @@
 #include "zordsock/strict_answers.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <cerrno>
 
+#include "suite/sockets.h"
 #include "zordsock/settings.h"
 #include "zordsock/trace_unit.h"
 
@@ -20,6 +23,25 @@ void traceThrownAway(const TRC1_Scope& trc1Scope, const ipcSock& endpoint,
               TRC1_Pointer(&endpoint), length, dotted, ntohs(sender.sin_port));
 }
 
+void empty(const TRC1_Scope& trc1Scope, const ipcSock& endpoint, ZORA_Long descriptor) {
+  char bytes[UDP_CHUNK_SIZE];
+  sockaddr_in sender = {};
+  socklen_t senderLength = sizeof sender;
+  ssize_t length;
+  while ((length = recvfrom(descriptor, bytes, sizeof bytes, MSG_DONTWAIT,
+                            reinterpret_cast<sockaddr*>(&sender), &senderLength)) >= 0)
+    traceThrownAway(trc1Scope, endpoint, sender, static_cast<ZORA_Long>(length));
+}
+
+// The descriptor stays: others know the pooled socket by it.
+bool replaceSocket(ZORA_Long descriptor) {
+  const int fresh = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  if (fresh < 0) return false;
+  const bool isReplaced = dup3(fresh, descriptor, O_CLOEXEC) >= 0;
+  ZOR0_CloseTheSocket(fresh);
+  return isReplaced;
+}
+
 }  // namespace
 
 bool isStrict(const ipcSock& endpoint) {
@@ -27,26 +49,26 @@ bool isStrict(const ipcSock& endpoint) {
          endpoint.ipcTypeOfService() == SERVICE_UDP_CLIENT;
 }
 
-void forgetOldAnswers(const TRC1_Scope& trc1Scope, const ipcSock& endpoint) {
+void forgetOldAnswers(const TRC1_Scope& trc1Scope, const ipcSock& endpoint, ZORA_Long descriptor) {
   const int errorBefore = errno;
-  // The port goes first: once the socket is empty nothing new comes in.
-  const sockaddr nowhere = {.sa_family = AF_UNSPEC, .sa_data = {}};
-  connect(endpoint._sockUDP, &nowhere, sizeof nowhere);
-  char bytes[UDP_CHUNK_SIZE];
-  sockaddr_in sender = {};
-  socklen_t senderLength = sizeof sender;
-  ssize_t length;
-  while ((length = recvfrom(endpoint._sockUDP, bytes, sizeof bytes, MSG_DONTWAIT,
-                            reinterpret_cast<sockaddr*>(&sender), &senderLength)) >= 0)
-    traceThrownAway(trc1Scope, endpoint, sender, static_cast<ZORA_Long>(length));
+  if (trc1Scope.on(TRC1_CLASS_DETAIL)) empty(trc1Scope, endpoint, descriptor);
+  // To leave the port and empty the socket is not enough: a sender that has found the socket before
+  // may deliver to it after.
+  if (!replaceSocket(descriptor)) {
+    const sockaddr nowhere = {.sa_family = AF_UNSPEC, .sa_data = {}};
+    static_cast<void>(connect(descriptor, &nowhere, sizeof nowhere));  // or it was unbound
+    empty(trc1Scope, endpoint, descriptor);
+  }
   errno = errorBefore;
 }
 
 bool isFromPeer(const TRC1_Scope& trc1Scope, const ipcSock& endpoint, const sockaddr_in& sender,
                 ZORA_Long length) {
   const sockaddr_in& peer = endpoint._sockAddress;
-  if (sender.sin_port == peer.sin_port && sender.sin_addr.s_addr == peer.sin_addr.s_addr)
-    return true;
+  // What is sent to no address in particular goes to this machine.
+  const in_addr_t address =
+      peer.sin_addr.s_addr != htonl(INADDR_ANY) ? peer.sin_addr.s_addr : htonl(INADDR_LOOPBACK);
+  if (sender.sin_port == peer.sin_port && sender.sin_addr.s_addr == address) return true;
   traceThrownAway(trc1Scope, endpoint, sender, length);
   return false;
 }

@@ -12,10 +12,10 @@ namespace zordsock {
 // ZOR0_STRICT_ANSWERS asks for it.
 bool isStrict(const ipcSock& endpoint);
 
-// Makes the endpoint's datagram socket deaf to what was sent to it so far: throws away what lies in
-// it, and gives up its port, so that what is still on its way arrives nowhere. The next message
-// goes out from another port. Not for a socket to which rows are pushed. Keeps errno.
-void forgetOldAnswers(const TRC1_Scope& trc1Scope, const ipcSock& endpoint);
+// Puts a new socket in the place of a pooled one: what lies in that is thrown away, and what is
+// still on its way arrives nowhere. The next message goes out from another port. Without a
+// descriptor for the new one it empties the old one and gives up its port. Keeps errno.
+void forgetOldAnswers(const TRC1_Scope& trc1Scope, const ipcSock& endpoint, ZORA_Long descriptor);
 
 // Whether a datagram of `length` bytes from `sender` comes from the endpoint's peer; traces it when
 // not, because it is thrown away then.

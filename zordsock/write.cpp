@@ -7,6 +7,7 @@
 #include "suite/descriptor_set.h"
 #include "suite/dump.h"
 #include "suite/osv1.h"
+#include "suite/sockets.h"
 #include "zordsock/settings.h"
 #include "zordsock/strict_answers.h"
 #include "zordsock/trace_unit.h"
@@ -35,7 +36,9 @@ bool ipcSock::writeDatagrams(const TRC1_Scope& trc1Scope, const char* message, Z
   TRC1_ADDRESS("_sockAddress set to ", &_sockAddress, _sockAddrLen);
   // Nobody would wait for the answer to a message that went out just before.
   const suite::CancellationOff cancellationOff;
-  if (isStrict(*this)) forgetOldAnswers(trc1Scope, *this);
+  // The pool hands it out without a port: it has one when it has sent before.
+  if (isStrict(*this) && ZOR0_RetrieveSockPort(_sockUDP) != 0)
+    forgetOldAnswers(trc1Scope, *this, _sockUDP);
   ZORA_Long sent = 0;
   while (sent < length) {
     const ZORA_Long chunk = std::min(length - sent, UDP_CHUNK_SIZE);
