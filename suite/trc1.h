@@ -61,22 +61,25 @@ struct TRC1_Record {
 
 using TRC1_Sink = void (*)(void* context, const TRC1_Record& record);
 
+// All that a trace point calls is cold: the compiler keeps such calls, and what they pass, out of
+// the way of the code that runs while they are off.
+
 // Brings the block's cache up to date and returns the class flags of its function.
-unsigned TRC1_Sync(TRC1_Block* block);
+[[gnu::cold]] unsigned TRC1_Sync(TRC1_Block* block);
 
 // Writes one formatted record, attributed to the block's function and `line`.
-[[gnu::format(printf, 3, 4)]] void TRC1_Printf(TRC1_Block* block, int line, const char* format,
-                                               ...);
+[[gnu::cold, gnu::format(printf, 3, 4)]] void TRC1_Printf(TRC1_Block* block, int line,
+                                                          const char* format, ...);
 
 // Writes "LABEL: clientAddr <LENGTH<BYTES>>\n" with the bytes of a socket address in hexadecimal.
-void TRC1_PrintAddress(TRC1_Block* block, int line, const char* label, const void* address,
-                       int length);
+[[gnu::cold]] void TRC1_PrintAddress(TRC1_Block* block, int line, const char* label,
+                                     const void* address, int length);
 
 // Records an entry, an exit without a value, or an exit with a value.
-void TRC1_Event(TRC1_Block* block, int line, TRC1_EventKind kind);
-void TRC1_Event(TRC1_Block* block, int line, TRC1_EventKind kind, long long value);
-void TRC1_Event(TRC1_Block* block, int line, TRC1_EventKind kind, const char* value);
-void TRC1_Event(TRC1_Block* block, int line, TRC1_EventKind kind, const void* value);
+[[gnu::cold]] void TRC1_Event(TRC1_Block* block, int line, TRC1_EventKind kind);
+[[gnu::cold]] void TRC1_Event(TRC1_Block* block, int line, TRC1_EventKind kind, long long value);
+[[gnu::cold]] void TRC1_Event(TRC1_Block* block, int line, TRC1_EventKind kind, const char* value);
+[[gnu::cold]] void TRC1_Event(TRC1_Block* block, int line, TRC1_EventKind kind, const void* value);
 
 // Replaces the rules: comma-separated PATTERN=MASK, PATTERN a shell glob over "unit/function", a
 // rule without a pattern for all functions, the last match wins; masks are decimal or 0x. Where no
