@@ -50,8 +50,8 @@ void traceAttributeValue(const TRC1_Scope& trc1Scope, const void* value, ZORA_Lo
 
 bool hasRoom(std::size_t used, const char* attrName, const void* attrValue, ZORA_Long valueSize) {
   return used <= DCH_WORK_BUFFER_SIZE &&
-         ZOR0_FieldSize(DCH_attrName, attrName, 0) +
-                 ZOR0_FieldSize(DCH_attrValue, attrValue, valueSize) <=
+         suite::fieldSize(DCH_attrName, attrName, 0) +
+                 suite::fieldSize(DCH_attrValue, attrValue, valueSize) <=
              DCH_WORK_BUFFER_SIZE - used;
 }
 

@@ -23,7 +23,7 @@
 
 #include <cstddef>
 
-#include "suite/fields.h"
+#include "suite/field_writing.h"
 #include "suite/zorp.h"
 
 // Request codes: the value of DCH_requestType. 0x10.. are the providers', 0x20.. the consumers'.
@@ -82,11 +82,14 @@ class DCH_MessageBuilder {
  private:
   DCH_MessageBuilder& append(short type, const void* value, ZORA_Long length,
                              const char* attrType) {
-    if (_fits && ZOR0_FieldSize(type, value, length) <= _capacity - _used)
-      _used += static_cast<std::size_t>(
-          ZOR0_FormatDataField(_buffer, _buffer + _used, type, value, length, attrType));
-    else
+    const std::size_t size = suite::fieldSize(type, value, length);
+    if (!_fits || size > _capacity - _used) {
       _fits = false;
+    } else if (size != 0) {  // a type that is not known adds nothing
+      suite::writeField(_buffer + _used, size, type, value, attrType);
+      _used += size;
+      suite::storeMessageLength(_buffer, _used);
+    }
     return *this;
   }
 
