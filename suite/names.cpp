@@ -82,8 +82,28 @@ bool askResolver(const char* name, in_addr* address) {
   return true;
 }
 
+// Every request asks for the same address: to compare it with the last one is a tenth of reading
+// it.
+bool readDotted(const char* name, in_addr* address) {
+  struct Read {
+    char name[INET_ADDRSTRLEN];
+    in_addr address;
+  };
+  static constinit thread_local Read last{};
+  if (std::strcmp(name, last.name) == 0) {
+    *address = last.address;
+    return true;
+  }
+  if (inet_pton(AF_INET, name, address) != 1) return false;
+  if (std::strlen(name) < sizeof last.name) {
+    std::strcpy(last.name, name);
+    last.address = *address;
+  }
+  return true;
+}
+
 bool resolve(const char* name, in_addr* address) {
-  if (inet_pton(AF_INET, name, address) == 1) return true;
+  if (readDotted(name, address)) return true;
   if (strcasecmp(name, ZOR0_LocalHostNameString()) == 0) {
     address->s_addr = htonl(INADDR_LOOPBACK);
     return true;
