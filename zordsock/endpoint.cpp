@@ -37,9 +37,9 @@ ipcSock::ipcSock(short typeOfService, ZORA_Long connectTo, ZORA_Long useFromSock
     TRC1_FLOW("Releasing EnvVars Init Lock. [@%p]\n", initLock);
     ZORA_ReleaseLock(initLock, this);
   }
-  _sockError = startup(nullptr, connectTo);
+  setSockError(startup(nullptr, connectTo));
   if (_sockError != 0) TRC1_ERROR("Error: startup failed. _sockError=%d\n", _sockError.load());
-  _sockError = ipcGetError();
+  setSockError(ipcGetError());
   if (_sockError != 0) TRC1_ERROR("Error: _sockError=%d\n", _sockError.load());
   TRC1_LEAVE();
 }
@@ -67,7 +67,7 @@ ipcSock::~ipcSock() {
 
 ZORA_Long ipcSock::IPCClient(void*, ZORA_Long connectTo, ZORA_Long typeOfService) {
   TRC1_FUNCTION("ipcSock::IPCClient");
-  _sockError = 0;
+  setSockError(0);
   TRC1_STORAGE("DCHName[%s] DCHPort[%d] connectTo[%d] typeOfServer[%d]\n", _envDCHname,
                _envPortNo.load(), connectTo, typeOfService);
   if (connectTo != 0)
@@ -99,7 +99,7 @@ void ipcSock::openForPeer(const TRC1_Scope& trc1Scope, ZORA_Long typeOfService) 
   _sockUDP = allocateIPC();
   if (_sockUDP < 0) {
     TRC1_ERROR("Error: _sockUDP[%d]  errno=%d\n", _sockUDP, errno);
-    _sockError = 1;
+    setSockError(1);
   } else if (typeOfService != SERVICE_UDP_CLIENT) {
     setClientAddr(nullptr, 0);
     openSocket(trc1Scope, SOCK_KIND_TCP, &_sockTCP, "_sockTCP");
@@ -108,7 +108,7 @@ void ipcSock::openForPeer(const TRC1_Scope& trc1Scope, ZORA_Long typeOfService) 
   TRC1_DETAIL("Using DCH port number: %d\n", _envPortNo.load());
   if (ZOR0_ConvertNameToAddr(_envDCHname, _envPortNo, &_sockAddress) == 0) {
     TRC1_ERROR("Error: ZOR0_ConvertNameToAddr failed for[%s]\n", _envDCHname);
-    _sockError = 1;
+    setSockError(1);
   }
 }
 
@@ -118,7 +118,7 @@ bool ipcSock::openSocket(const TRC1_Scope& trc1Scope, int kind, ZORA_Long* descr
   *descriptor = ZOR0_OpenLocalSocket(kind, 0, &_sockAddress, ZOR0_SOCKET_PLAIN, &systemError);
   if (*descriptor >= 0) return true;
   TRC1_ERROR("Error: %s[%d]  errno=%d\n", name, *descriptor, systemError);
-  _sockError = 1;
+  setSockError(1);
   return false;
 }
 

@@ -74,7 +74,7 @@ void ipcSock::buildPool(const TRC1_Scope& trc1Scope) {
     _UDPSockList = new (std::nothrow) UDPSockElement[static_cast<std::size_t>(_envDCHUDPSocks)];
   if (_UDPSockList == nullptr) {
     TRC1_ERROR("Error: allocation of %d UDPSockElement failed\n", _envDCHUDPSocks);
-    _sockError = 1;
+    setSockError(1);
     return;
   }
   TRC1_STORAGE("Allocated _UDPSockList @%p\n", TRC1_Pointer(_UDPSockList));

@@ -79,7 +79,7 @@ class SenderName {
 void ReceiveLoop::start() {
   if (listen(_server._sockTCP, listenBacklog) != 0) {
     TRC1_ERROR("Error: listen for _sockTCP failed. errno=%d\n", errno);
-    _server._sockError = 1;
+    _server.setSockError(1);
   } else {
     TRC1_DETAIL("listen for _sockTCP %d successful. errno=%d\n", _server._sockTCP, errno);
   }
@@ -90,7 +90,7 @@ void ReceiveLoop::run() {
   ZOR0_DescriptorSet readable;
   while (_server._sockError < loopEnds) {
     if (!wait(&readable)) {
-      _server._sockError = loopEnds;
+      _server.setSockError(loopEnds);
       break;
     }
     // One kind of socket a pass: datagrams first, then a new connection, then the connections.
@@ -133,7 +133,7 @@ void ReceiveLoop::receiveDatagram() {
     _server.ipc_put_data(bytesRead, buffer, &sender, sizeof sender, SenderName(sender).text(), 0);
   } else {
     TRC1_ERROR("Error: UDP - recvfrom failed. bytesRead <%d>, sockerr <%d>\n", bytesRead, errno);
-    _server._sockError = 1;
+    _server.setSockError(1);
   }
 }
 
@@ -156,7 +156,7 @@ void ReceiveLoop::acceptConnection() {
   } else {
     // The slot keeps the negative value: it is neither watched nor handed out again.
     TRC1_ERROR("Error: accept failed. errno=%d\n", errno);
-    _server._sockError = 1;
+    _server.setSockError(1);
     pauseForDatagrams();
   }
 }

@@ -50,7 +50,7 @@ void ipcSock::getEnvVariables() {
     std::strncpy(_envDCHname, host, sizeof _envDCHname - 1);
   } else {
     TRC1_ERROR("Error: ZOR0_LocalHostNameString failed.\n");
-    _sockError = 1;
+    setSockError(1);
   }
   _envPortNo = configuredPort(port);
   TRC1_DETAIL("Assigned DCH port number to %d\n", _envPortNo.load());

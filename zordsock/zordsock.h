@@ -57,6 +57,7 @@ class ipcSock : public DCHipc {
   unsigned short sockPortTCP();
   unsigned short sockPortUDP();
   ZORA_Long sockUDP() const { return _sockUDP; }
+  void setSockError(ZORA_Long error) { _sockError.store(error, std::memory_order_relaxed); }
 
   // Binds the server's two sockets to the DCH's port, or to a candidate port. Returns 1; a port
   // that cannot be had ends the process.
