@@ -20,8 +20,8 @@ int leadingNumber(const void* value, ZORA_Long valueSize) {
   return static_cast<int>(number);
 }
 
-void traceAttributeValue(const TRC1_Scope& trc1Scope, const void* value, ZORA_Long valueSize,
-                         char attrType) {
+[[gnu::cold]] void traceAttributeValue(const TRC1_Scope& trc1Scope, const void* value,
+                                       ZORA_Long valueSize, char attrType) {
   if (value == nullptr) return;  // a row takes it as no bytes; the trace must not look behind it
   switch (attrType) {
     case 'A':
@@ -76,7 +76,8 @@ ZORA_Long DCHclient::dp_formatData(ZORA_Long* status, char** workBuffer, ZORA_Lo
   TRC1_DETAIL("attrName  : [%s]\n", attrName);
   TRC1_DETAIL("valueSize : [%d]\n", valueSize);
   if (valueSize <= 0) TRC1_RETURN(latch());
-  traceAttributeValue(trc1Scope, attrValue, valueSize, attrType);
+  if (trc1Scope.on(TRC1_CLASS_DETAIL)) [[unlikely]]
+    traceAttributeValue(trc1Scope, attrValue, valueSize, attrType);
   const bool isEmpty = *workBuffer == nullptr || *size == 0;
   const std::size_t used = isEmpty ? DCH_DATA_ATTRIBUTES_OFFSET : static_cast<std::size_t>(*size);
   if (!hasRoom(used, attrName, attrValue, valueSize)) {
