@@ -106,10 +106,10 @@ TEST_F(PacedSenderTest, GivesUpWhatIsUnderWayToOneReceiver) {
   sender.send(second.address(), longMessage(2, 'b'));
   EXPECT_EQ(first.receive(), std::string(datagramBytes, 'a'));
   sender.giveUp(first.address());
-  UdpClient third(noServer);
-  EXPECT_TRUE(sender.send(third.address(), "c")) << "there is room again";
-  EXPECT_FALSE(sender.send(first.address(), "d")) << "for one";
-  EXPECT_EQ(third.receive(), "c");
+  UdpClient third(noServer), fourth(noServer);
+  EXPECT_TRUE(sender.send(third.address(), longMessage(2, 'c'))) << "there is room again";
+  EXPECT_EQ(third.receive(), std::string(datagramBytes, 'c'));
+  EXPECT_FALSE(sender.send(fourth.address(), "d")) << "for one: the second is still under way";
 }
 
 TEST_F(PacedSenderTest, GivesUpWhatTheSystemDoesNotTake) {
