@@ -23,7 +23,10 @@ void traceThrownAway(const TRC1_Scope& trc1Scope, const ipcSock& endpoint,
               TRC1_Pointer(&endpoint), length, dotted, ntohs(sender.sin_port));
 }
 
-void empty(const TRC1_Scope& trc1Scope, const ipcSock& endpoint, ZORA_Long descriptor) {
+// The port goes first: nothing new comes in, so it ends, whatever strangers send.
+void emptySocket(const TRC1_Scope& trc1Scope, const ipcSock& endpoint, ZORA_Long descriptor) {
+  const sockaddr nowhere = {.sa_family = AF_UNSPEC, .sa_data = {}};
+  static_cast<void>(connect(descriptor, &nowhere, sizeof nowhere));  // or it had no port
   char bytes[UDP_CHUNK_SIZE];
   sockaddr_in sender = {};
   socklen_t senderLength = sizeof sender;
@@ -51,14 +54,9 @@ bool isStrict(const ipcSock& endpoint) {
 
 void forgetOldAnswers(const TRC1_Scope& trc1Scope, const ipcSock& endpoint, ZORA_Long descriptor) {
   const int errorBefore = errno;
-  if (trc1Scope.on(TRC1_CLASS_DETAIL)) empty(trc1Scope, endpoint, descriptor);
-  // To leave the port and empty the socket is not enough: a sender that has found the socket before
-  // may deliver to it after.
-  if (!replaceSocket(descriptor)) {
-    const sockaddr nowhere = {.sa_family = AF_UNSPEC, .sa_data = {}};
-    static_cast<void>(connect(descriptor, &nowhere, sizeof nowhere));  // or it was unbound
-    empty(trc1Scope, endpoint, descriptor);
-  }
+  if (trc1Scope.on(TRC1_CLASS_DETAIL)) emptySocket(trc1Scope, endpoint, descriptor);
+  // To empty the socket is not enough: a sender that has found it before may deliver to it after.
+  if (!replaceSocket(descriptor)) emptySocket(trc1Scope, endpoint, descriptor);
   errno = errorBefore;
 }
 
