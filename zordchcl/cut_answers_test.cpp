@@ -223,7 +223,7 @@ Outcome waitForStatus(SteppedDch& dch) {
 
 const std::string pushedRow = messageOf([](DCH_MessageBuilder& row) {
   row.add(DCH_requestType, short{DCH_REQUEST_DATA})
-      .add(DCH_handle, 815)
+      .add(DCH_handle, ZORA_Long{815})
       .add(DCH_dataCode, short{1});
 });
 const std::string statusEvent = messageOf([](DCH_MessageBuilder& event) {
