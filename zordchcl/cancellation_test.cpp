@@ -7,7 +7,6 @@
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
-#include <filesystem>
 #include <functional>
 #include <memory>
 #include <random>
@@ -19,7 +18,7 @@
 #include "tests/support/trace_capture.h"
 #include "zora/trc1.h"
 #include "zordchcl/zordchcl.h"
-#include "zordsock/settings.h"
+#include "zordsock/test_endpoint.h"
 
 namespace {
 
@@ -49,11 +48,6 @@ class Thread {
   pthread_t _thread{};
 };
 
-std::ptrdiff_t openDescriptors() {
-  const std::filesystem::directory_iterator all("/proc/self/fd");
-  return std::distance(begin(all), end(all));
-}
-
 int freePooledSockets() {
   int count = 0;
   for (int i = 0; i < poolSockets; ++i) count += zordsock::_UDPSockList[i].inUse == 0;
@@ -82,7 +76,7 @@ class Cancellation : public testing::Test {
   void cancelAThousandTimesIn(const std::function<void()>& wait) {
     std::mt19937 random(20261121);
     std::uniform_int_distribution<> microseconds(0, 300);
-    const std::ptrdiff_t descriptors = openDescriptors();
+    const long descriptors = openDescriptors();
     for (int i = 0; i < cancellations; ++i) {
       const Thread thread(wait);
       const auto end =

@@ -19,6 +19,7 @@
 #include "tests/support/stepped_dch.h"
 #include "tests/support/trace_capture.h"
 #include "zordchcl/DCHclient.h"
+#include "zordchcl/test_answers.h"
 #include "zordchcl/zordchcl.h"
 #include "zordsock/settings.h"
 #include "zordsock/zordsock.h"
@@ -55,9 +56,7 @@ struct Exchange {
 
 std::string onWire(ZORA_Long number) {
   std::string bytes(4, '\0');
-  for (int i = 0; i < 4; ++i)
-    bytes[static_cast<std::size_t>(i)] =
-        static_cast<char>(static_cast<std::uint32_t>(number) >> (24 - 8 * i));
+  putNumber(&bytes, 0, bytes.size(), static_cast<std::uint32_t>(number));
   return bytes;
 }
 

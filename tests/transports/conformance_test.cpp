@@ -49,7 +49,7 @@ TYPED_TEST_SUITE(Conformance, Transports);
 // ---- Construction ------------------------------------------------------------------------------
 
 TYPED_TEST(Conformance, AClientIsReadyWhenItIsMade) {
-  const Peer peer;
+  const DchSocket peer;
   for (const short service : {SERVICE_CLIENT, SERVICE_UDP_CLIENT}) {
     const auto client = TypeParam::open(service);
     EXPECT_EQ(client->ipcGetError(), 0);
@@ -60,7 +60,7 @@ TYPED_TEST(Conformance, AClientIsReadyWhenItIsMade) {
 }
 
 TYPED_TEST(Conformance, AnUnknownTypeOfServiceIsAnError) {
-  const Peer peer;
+  const DchSocket peer;
   EXPECT_EQ(TypeParam::open(0)->ipcGetError(), 1);
   EXPECT_EQ(TypeParam::open(4)->ipcGetError(), 1);
 }
@@ -71,7 +71,7 @@ TYPED_TEST(Conformance, AnObjectWithoutAServiceIsInError) {
 }
 
 TYPED_TEST(Conformance, AClientCanBeOpenedAgain) {
-  const Peer peer;
+  const DchSocket peer;
   const auto client = TypeParam::open(SERVICE_UDP_CLIENT);
   client->releaseIPC();
   if constexpr (TypeParam::carriesMessages) ZOR0_CloseTheSocket(client->sockUDP());
@@ -81,20 +81,20 @@ TYPED_TEST(Conformance, AClientCanBeOpenedAgain) {
 // ---- Settings ----------------------------------------------------------------------------------
 
 TYPED_TEST(Conformance, TheWaitIsThirtySeconds) {
-  const Peer peer;
+  const DchSocket peer;
   unsetenv("ZORA_DCH_TIMEOUT");
   EXPECT_EQ(TypeParam::open(SERVICE_UDP_CLIENT)->DCHtimeout(), 30);
 }
 
 TYPED_TEST(Conformance, TheWaitIsAsSetWhereItCanBeSet) {
-  const Peer peer;
+  const DchSocket peer;
   setenv("ZORA_DCH_TIMEOUT", "7", 1);
   EXPECT_EQ(TypeParam::open(SERVICE_UDP_CLIENT)->DCHtimeout(),
             TypeParam::hasASettingForItsWait ? 7 : 30);
 }
 
 TYPED_TEST(Conformance, TheRetryIsKeptAsItIsSet) {
-  const Peer peer;
+  const DchSocket peer;
   const auto client = TypeParam::open(SERVICE_UDP_CLIENT);
   client->ipcSetRetryRead(3);
   EXPECT_EQ(client->ipcGetRetryRead(), 3);
@@ -105,21 +105,21 @@ TYPED_TEST(Conformance, TheRetryIsKeptAsItIsSet) {
 // ---- A client's messages -----------------------------------------------------------------------
 
 TYPED_TEST(Conformance, WhatIsWrittenArrivesWhereMessagesAreCarried) {
-  const Peer peer;
+  const DchSocket peer;
   const auto client = TypeParam::open(SERVICE_UDP_CLIENT);
   EXPECT_EQ(this->write(*client, message), this->countOf(message));
   this->expectArrival(peer, message);
 }
 
 TYPED_TEST(Conformance, AMessageWithoutBytesIsNothing) {
-  const Peer peer;
+  const DchSocket peer;
   const auto client = TypeParam::open(SERVICE_UDP_CLIENT);
   EXPECT_EQ(this->write(*client, ""), 0);
   EXPECT_FALSE(peer.hasDatagram());
 }
 
 TYPED_TEST(Conformance, ANegativeLengthIsNeverSent) {
-  const Peer peer;
+  const DchSocket peer;
   const auto client = TypeParam::open(SERVICE_UDP_CLIENT);
   char byte = 'x';
   EXPECT_EQ(client->ipcWrite(&byte, -1, 0), TypeParam::negativeLengthResult);
@@ -127,7 +127,7 @@ TYPED_TEST(Conformance, ANegativeLengthIsNeverSent) {
 }
 
 TYPED_TEST(Conformance, APeerAddressCanBeSet) {
-  const Peer peer;
+  const DchSocket peer;
   const auto client = TypeParam::open(SERVICE_UDP_CLIENT);
   const LoopbackSocket other;
   sockaddr_in address = other.address();
@@ -138,7 +138,7 @@ TYPED_TEST(Conformance, APeerAddressCanBeSet) {
 }
 
 TYPED_TEST(Conformance, AnAnswerIsReadWholeWhereMessagesAreCarried) {
-  const Peer peer;
+  const DchSocket peer;
   const auto client = TypeParam::open(SERVICE_UDP_CLIENT);
   if (TypeParam::carriesMessages) peer.sendTo(TypeParam::portOf(*client), message);
   char untouched = 0;
@@ -154,7 +154,7 @@ TYPED_TEST(Conformance, AnAnswerIsReadWholeWhereMessagesAreCarried) {
 }
 
 TYPED_TEST(Conformance, SilenceIsNoMessage) {
-  const Peer peer;
+  const DchSocket peer;
   const auto client = TypeParam::open(SERVICE_UDP_CLIENT);
   client->ipcSetRetryRead(0);
   char untouched = 0;
@@ -164,7 +164,7 @@ TYPED_TEST(Conformance, SilenceIsNoMessage) {
 }
 
 TYPED_TEST(Conformance, AnEndpointOutsideOfThePoolCanBeHadAndGivenBack) {
-  const Peer peer;
+  const DchSocket peer;
   const auto client = TypeParam::open(SERVICE_UDP_CLIENT);
   const ZORA_Long descriptor = client->allocateIPC();
   EXPECT_GE(descriptor, 0);

@@ -2,26 +2,13 @@
 #ifndef TESTS_TRANSPORTS_TRANSPORTS_H
 #define TESTS_TRANSPORTS_TRANSPORTS_H
 
-#include <cstdlib>
 #include <memory>
-#include <string>
 
-#include "tests/support/loopback_socket.h"
 #include "tests/support/running_server.h"
 #include "zordlpc/zordlpc.h"
-#include "zordsock/zordsock.h"
+#include "zordsock/test_endpoint.h"
 
 namespace transports {
-
-// The process's DCH, for the transports that look for one. It has to be there before the first
-// endpoint.
-class Peer : public LoopbackSocket {
- public:
-  Peer() {
-    setenv("ZORA_DCH_ADDR", "127.0.0.1", 1);
-    setenv("ZORA_DCH_PORT", std::to_string(port()).c_str(), 1);
-  }
-};
 
 struct Sockets {
   using Endpoint = ipcSock;
