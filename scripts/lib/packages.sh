@@ -1,7 +1,8 @@
 # Sourced by the scripts that build: the Debian packages they need, and how to get them.
 
+# The presets build with ninja; `cmake -S . -B B` alone takes make.
 build_packages=(
-  cmake g++ libcli11-dev libcsv-dev libgmock-dev libgtest-dev ninja-build nlohmann-json3-dev pkgconf)
+  cmake g++ libcli11-dev libcsv-dev libgmock-dev libgtest-dev make ninja-build nlohmann-json3-dev pkgconf)
 test_packages=(clang-format strace)
 fuzz_packages=(clang libclang-rt-14-dev)
 analysis_packages=(clang-tidy cppcheck)
