@@ -22,7 +22,7 @@
  *    datagram of a long one. Answers carry no number: one that comes after its request gave up is
  *    taken for the answer to a later request over the same socket, which then seems to fail with 1
  *    or 2, or gets the earlier one's status. ZOR0_STRICT_ANSWERS=Y in the environment prevents it,
- *    but for one in 28,000 of the answers that are later than the requests of the whole pool.
+ *    but for answers later than the requests of the whole pool: one in 28,000 per waiting request.
  *  - Threads: any thread may call any function at any time, but for what is said at DCH_api_init,
  *    DCH_api_destroy and the consumer handles. Block signals in threads that wait for an answer: an
  *    interrupted wait counts as a failed read.
