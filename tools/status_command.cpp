@@ -5,10 +5,12 @@
 
 #include <chrono>
 #include <csignal>
+#include <iostream>
 #include <mutex>
 #include <optional>
 #include <set>
 #include <string_view>
+#include <utility>
 
 #include "tools/common/control_thread.h"
 #include "tools/common/failure.h"
@@ -43,27 +45,39 @@ class StatusWait {
           _upkeep.check();
         },
         [this] { return _upkeep.nextCheck(); });
-    _handle = dc_waitForDPStatusInitialize();
-    if (_handle == nullptr) throw Failure(EX_UNAVAILABLE, "cannot send to the DCH");
-    const std::lock_guard lock(_senderMutex);
-    _sender.emplace(_handle);
+    subscribe();
   }
   ~StatusWait() {
     _controlThread.reset();
-    _sender.reset();
-    dc_waitForDPStatusDestroy(_handle);
+    unsubscribe();
   }
   StatusWait(const StatusWait&) = delete;
   StatusWait& operator=(const StatusWait&) = delete;
 
   std::string next() {
-    const char* const text = dc_waitForDPStatus(_handle);
-    if (text == nullptr) throw Failure(EX_PROTOCOL, "the wait for a change of status failed");
+    const char* text;
+    while ((text = dc_waitForDPStatus(_handle)) == nullptr) {
+      // One datagram that is no change is enough, whoever sent it.
+      std::cerr << "zordc: warning: the wait for a change of status failed, subscribing again\n";
+      unsubscribe();
+      subscribe();
+    }
     _upkeep.messageCame();
     return text;
   }
 
  private:
+  void subscribe() {
+    const std::lock_guard lock(_senderMutex);
+    _handle = dc_waitForDPStatusInitialize();
+    if (_handle == nullptr) throw Failure(EX_UNAVAILABLE, "cannot send to the DCH");
+    _sender.emplace(_handle);
+  }
+  void unsubscribe() {
+    const std::lock_guard lock(_senderMutex);
+    _sender.reset();
+    if (_handle != nullptr) dc_waitForDPStatusDestroy(std::exchange(_handle, nullptr));
+  }
   void renew() {
     const std::lock_guard lock(_senderMutex);
     if (_sender) _sender->startStatus();

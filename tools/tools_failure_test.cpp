@@ -4,6 +4,8 @@
 #include <signal.h>
 #include <sysexits.h>
 
+#include <utility>
+
 #include "tests/support/scripted_dch.h"
 #include "tools/testkit/requests.h"
 #include "tools/testkit/tools_fixture.h"
@@ -232,6 +234,28 @@ TEST(Watch, AfterAFailedWaitItSubscribesAgain) {
   const ProgramResult seen = watcher.finish();
   EXPECT_EQ(seen.exitStatus, EX_OK);
   EXPECT_THAT(seen.standardOutput, HasSubstr(",9,calm\n"));
+}
+
+TEST(Status, AfterAFailedWaitItSubscribesAgain) {
+  const std::string event = messageOf([](DCH_MessageBuilder& message) {
+    message.add(DCH_applName, "WEATHER")
+        .add(DCH_attrGroup, "sky")
+        .add(DCH_sourceName, "roof")
+        .add(DCH_requestType, short{DCH_REQUEST_ONLINE});
+  });
+  // The first subscription gets what is no change, every later one a change.
+  bool isFirst = true;
+  ScriptedDch dch([&](const std::string& request) -> std::vector<std::string> {
+    if (isSubscription(request) && !std::exchange(isFirst, false)) return {event};
+    return {statusAnswer(0)};
+  });
+  const ProgramResult result =
+      zordc({"status", "-C", "1", "-F", "csv"}, environmentFor(dch.port()));
+  EXPECT_EQ(result.exitStatus, EX_OK);
+  EXPECT_THAT(
+      result.standardError,
+      HasSubstr("zordc: warning: the wait for a change of status failed, subscribing again\n"));
+  EXPECT_THAT(result.standardOutput, HasSubstr(",online,WEATHER,sky,roof\n"));
 }
 
 }  // namespace
