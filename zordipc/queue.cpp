@@ -27,6 +27,12 @@ void copyZeroPadded(char* target, ZORA_Long capacity, const void* source, ZORA_L
   if (length > 0) std::memcpy(target, source, static_cast<std::size_t>(length));
 }
 
+// The lock orders the two counts; that they are atomic is for the trace alone, which reads them
+// without it.
+void changeUnderLock(std::atomic<ZORA_Long>& count, ZORA_Long value) {
+  count.store(value, std::memory_order_relaxed);
+}
+
 // Smallest capacity, in whole steps above `capacity`, that is strictly larger than `length`.
 ZORA_Long grownCapacity(ZORA_Long capacity, ZORA_Long length) {
   do capacity += IPC_BUFFER_STEP;
@@ -215,7 +221,7 @@ void DCHipc::storeSender(const TRC1_Scope& trc1Scope, ZORA_Long index, const voi
     std::memset(slot.clientName, ' ', nameLength);
   slot.clientName[nameLength] = '\0';
   slot.connectedSockFD = connectedSockFD;
-  _ipcCircularBuffer->num_full += 1;
+  changeUnderLock(_ipcCircularBuffer->num_full, _ipcCircularBuffer->num_full + 1);
 }
 
 bool DCHipc::takeMessage(const TRC1_Scope& trc1Scope, char** buffer, ZORA_Long* bufferSize) {
@@ -273,8 +279,8 @@ bool DCHipc::takeSender(const TRC1_Scope& trc1Scope, void* clientAddr, ZORA_Long
   TRC1_ADDRESS("clientAddr set to ", clientAddr, *clientAddrLen);
   *connectedSockFD = slot.connectedSockFD;
   TRC1_DETAIL("connectedSockFD set to <%d>\n", static_cast<int>(*connectedSockFD));
-  queue.start_idx = (queue.start_idx + 1) % IPC_QSIZE;
-  queue.num_full -= 1;
+  changeUnderLock(queue.start_idx, (queue.start_idx + 1) % IPC_QSIZE);
+  changeUnderLock(queue.num_full, queue.num_full - 1);
   TRC1_DETAIL("Exit: start_idx=%d and num_full=%d\n", queue.start_idx.load(),
               queue.num_full.load());
   return true;
