@@ -12,18 +12,25 @@ namespace {
 // The scan ends before the last slot, which is handed out and watched but never read.
 constexpr ZORA_Long scannedSlots = MAX_TCP_CLIENTS - 1;
 
+// 0 when there is none. Asked at every datagram: a loop like this runs over many slots at a time.
+ZORA_Long highestConnection(const ipcSock& server) {
+  ZORA_Long highest = 0;
+  for (const ZORA_Long descriptor : server._sockClientFD) highest = std::max(highest, descriptor);
+  return highest;
+}
+
 }  // namespace
 
 ZORA_Long ipcSock::sockSetSelectReadMask(fd_set* readMask) {
   TRC1_FUNCTION("ipcSock::sockSetSelectReadMask");
-  const ZORA_Long highestConnection =
-      *std::max_element(std::begin(_sockClientFD), std::end(_sockClientFD));
-  ZOR0_ClearDescriptors(readMask, std::max({_sockTCP, _sockUDP, highestConnection}));
+  const ZORA_Long connections = highestConnection(*this);
+  ZOR0_ClearDescriptors(readMask, std::max({_sockTCP, _sockUDP, connections}));
   ZOR0_AddDescriptor(readMask, _sockTCP);
   ZOR0_AddDescriptor(readMask, _sockUDP);
   TRC1_DETAIL("_sockTCP[%d] and _sockUDP[%d] mask set.\n", _sockTCP, _sockUDP);
   ZORA_Long highest = std::max(_sockTCP, _sockUDP);
-  for (ZORA_Long slot = 0; slot < MAX_TCP_CLIENTS; ++slot) {
+  const ZORA_Long slots = connections > 0 ? MAX_TCP_CLIENTS : 0;
+  for (ZORA_Long slot = 0; slot < slots; ++slot) {
     const ZORA_Long descriptor = _sockClientFD[slot];
     if (descriptor <= 0) continue;
     ZOR0_AddDescriptor(readMask, descriptor);

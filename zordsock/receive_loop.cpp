@@ -29,6 +29,25 @@ constexpr int listenBacklog = 5;
 constexpr int refusalPauseMilliseconds = 100;
 constexpr ZORA_Long loopEnds = 2;  // the value of _sockError that ends the loop
 
+// Whether to look for another datagram without waiting. Where each comes alone the look is in vain:
+// after one such look it is tried again, after each further one twice as many datagrams go by
+// first.
+class Looks {
+ public:
+  bool isDue() { return _datagramsToPass == 0 || --_datagramsToPass == 0; }
+  void hasFound() { _pause = shortestPause; }
+  void hasFailed() {
+    _datagramsToPass = _pause;
+    _pause = std::min(2 * _pause, longestPause);
+  }
+
+ private:
+  static constexpr int shortestPause = 1, longestPause = 64;
+
+  int _datagramsToPass = 0;
+  int _pause = shortestPause;
+};
+
 class ReceiveLoop {
  public:
   ReceiveLoop(ipcSock& server, const TRC1_Scope& scope)
@@ -38,8 +57,11 @@ class ReceiveLoop {
   void run();
 
  private:
-  bool wait(ZOR0_DescriptorSet* readable);
-  void receiveDatagram();
+  enum class Received { datagram, failure, nothing };
+
+  ZORA_Long watchAll(ZOR0_DescriptorSet* readable);
+  bool wait(ZOR0_DescriptorSet* readable, ZORA_Long limit);
+  Received receiveDatagram(int flags);
   void acceptConnection();
   void pauseForDatagrams();
   void serveConnections(fd_set* readable);
@@ -88,14 +110,28 @@ void ReceiveLoop::start() {
 
 void ReceiveLoop::run() {
   ZOR0_DescriptorSet readable;
+  Looks looks;
+  bool moreMayBeThere = false;
   while (_server._sockError < loopEnds) {
-    if (!wait(&readable)) {
+    const ZORA_Long limit = watchAll(&readable);
+    // Datagrams come in bursts, and select() costs more than to receive one: behind a datagram the
+    // next is looked for at once. With details traced each pass waits, and so says what came of it.
+    if (moreMayBeThere && !trc1Scope.on(TRC1_CLASS_DETAIL) && looks.isDue()) {
+      const Received received = receiveDatagram(MSG_DONTWAIT);
+      moreMayBeThere = received == Received::datagram;
+      if (received != Received::nothing) {
+        looks.hasFound();
+        continue;
+      }
+      looks.hasFailed();
+    }
+    if (!wait(&readable, limit)) {
       _server.setSockError(loopEnds);
       break;
     }
     // One kind of socket a pass: datagrams first, then a new connection, then the connections.
     if (readable.contains(_server._sockUDP))
-      receiveDatagram();
+      moreMayBeThere = receiveDatagram(0) == Received::datagram;
     else if (readable.contains(_server._sockTCP))
       acceptConnection();
     else
@@ -103,38 +139,44 @@ void ReceiveLoop::run() {
   }
 }
 
-bool ReceiveLoop::wait(ZOR0_DescriptorSet* readable) {
+// Returns the first argument of select(), 0 without memory.
+ZORA_Long ReceiveLoop::watchAll(ZOR0_DescriptorSet* readable) {
   ZORA_Long highest = std::max(_server._sockUDP, _server._sockTCP);
   for (const ZORA_Long descriptor : _server._sockClientFD) highest = std::max(highest, descriptor);
-  int count = -1;
-  if (readable->reset(highest)) {
-    const ZORA_Long limit = _server.sockSetSelectReadMask(readable->get());
-    TRC1_DETAIL("[@%p]Waiting on SELECT: UDP[%d] TCP[%d] MaxFD[%d]", TRC1_Pointer(&_server),
-                _server._sockUDP, _server._sockTCP, limit);
-    count = select(limit, readable->get(), nullptr, nullptr, nullptr);
-  }
+  if (!readable->reset(highest)) return 0;
+  const ZORA_Long limit = _server.sockSetSelectReadMask(readable->get());
+  TRC1_DETAIL("[@%p]Waiting on SELECT: UDP[%d] TCP[%d] MaxFD[%d]", TRC1_Pointer(&_server),
+              _server._sockUDP, _server._sockTCP, limit);
+  return limit;
+}
+
+bool ReceiveLoop::wait(ZOR0_DescriptorSet* readable, ZORA_Long limit) {
+  const int count = limit > 0 ? select(limit, readable->get(), nullptr, nullptr, nullptr) : -1;
   if (count < 1) TRC1_ERROR("Error: select failed. <%d>\n", errno);
   return count >= 1;
 }
 
-void ReceiveLoop::receiveDatagram() {
+// There is only nothing where it does not wait for a datagram.
+ReceiveLoop::Received ReceiveLoop::receiveDatagram(int flags) {
   char* const buffer = _datagram.data();
+  // Nothing is to be cleared: what is queued ends where the datagram ends.
   TRC1_DETAIL("_sockUDP[%d] SET for reading, clearing workBuffer @%p\n", _server._sockUDP,
               TRC1_Pointer(buffer));
-  std::memset(buffer, 0, _datagram.size());
   sockaddr_in sender{};
   socklen_t senderLength = sizeof sender;
   const auto bytesRead =
-      static_cast<ZORA_Long>(recvfrom(_server._sockUDP, buffer, _datagram.size(), 0,
+      static_cast<ZORA_Long>(recvfrom(_server._sockUDP, buffer, _datagram.size(), flags,
                                       reinterpret_cast<sockaddr*>(&sender), &senderLength));
+  if (bytesRead < 0 && flags == MSG_DONTWAIT && errno == EAGAIN) return Received::nothing;
   TRC1_DETAIL("UDP: bytesRead=%d, errno=%d\n", bytesRead, errno);
-  if (bytesRead > 0) {
-    TRC1_ADDRESS("sockClientAddr set to", &sender, sizeof sender);
-    _server.ipc_put_data(bytesRead, buffer, &sender, sizeof sender, SenderName(sender).text(), 0);
-  } else {
+  if (bytesRead <= 0) {
     TRC1_ERROR("Error: UDP - recvfrom failed. bytesRead <%d>, sockerr <%d>\n", bytesRead, errno);
     _server.setSockError(1);
+    return Received::failure;
   }
+  TRC1_ADDRESS("sockClientAddr set to", &sender, sizeof sender);
+  _server.ipc_put_data(bytesRead, buffer, &sender, sizeof sender, SenderName(sender).text(), 0);
+  return Received::datagram;
 }
 
 void ReceiveLoop::acceptConnection() {
