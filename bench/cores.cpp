@@ -27,3 +27,7 @@ void runOnCore(int number) {
   if (core == CPU_SETSIZE || sched_setaffinity(0, sizeof cores, &cores) != 0)
     throw std::runtime_error("this benchmark needs two cores");
 }
+
+OnCore::~OnCore() {
+  sched_setaffinity(0, sizeof allowedAtStart, &allowedAtStart);
+}

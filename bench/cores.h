@@ -14,4 +14,13 @@ constexpr int askingCore = 0;
 // Keeps this process, and those it starts from now on, on that core. Throws where there is none.
 void runOnCore(int number);
 
+// The same for the calling thread while it lives; then it may use the cores of the start again.
+class OnCore {
+ public:
+  explicit OnCore(int number) { runOnCore(number); }
+  ~OnCore();
+  OnCore(const OnCore&) = delete;
+  OnCore& operator=(const OnCore&) = delete;
+};
+
 #endif  // BENCH_CORES_H

@@ -3,7 +3,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <memory>
 #include <stdexcept>
 
 #include "zordchcl/zordchcl.h"
@@ -46,6 +48,13 @@ char* buildRow() {
   dp_formatData(&status, &row, &size, "attr", value, sizeof value - 1, 'D');
   if (size != requestSize) throw std::logic_error("the row has another size");
   return row;
+}
+
+char* copyRow() {
+  static const std::unique_ptr<const char[]> row(buildRow());
+  auto* const copy = new char[DCH_WORK_BUFFER_SIZE];
+  std::copy_n(row.get(), static_cast<std::size_t>(DCH_WORK_BUFFER_SIZE), copy);
+  return copy;
 }
 
 ExchangeClient::ExchangeClient(const std::function<Exchange()>& connect) {

@@ -15,6 +15,8 @@ constexpr int answerSize = 14;
 
 // The row, from dp_formatData; whoever gets it frees it with delete[].
 char* buildRow();
+// A copy of a row that was built once: no request of the library is made for it.
+char* copyRow();
 
 // `roundTrip` is measured and answers whether it went well; `prepare` comes before each, and is
 // not.

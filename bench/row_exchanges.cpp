@@ -36,9 +36,9 @@ Exchange exchangeBare(const sockaddr_in& peer) {
   return {[] { delete[] buildRow(); }, [client, peer] { return roundTripBare(client, peer); }};
 }
 
-Exchange sendRows(ZORA_Long handle) {
+Exchange sendRows(ZORA_Long handle, char* (*makeRow)()) {
   auto row = std::make_shared<char*>(nullptr);
-  return {[row] { *row = buildRow(); },
+  return {[row, makeRow] { *row = makeRow(); },
           [row, handle] {
             ZORA_Long status = 1;
             return dp_data(&status, handle, sampleType, row.get()) == 0 && status == 0;

@@ -16,8 +16,8 @@ bool roundTripBare(int socket, const sockaddr_in& peer);
 // The same as an exchange. A row is built before each all the same, so that the peer waits as long
 // as it does for the library.
 Exchange exchangeBare(const sockaddr_in& peer);
-// dp_data with a row that stands ready.
-Exchange sendRows(ZORA_Long handle);
+// dp_data with a row that stands ready, made by `makeRow`.
+Exchange sendRows(ZORA_Long handle, char* (*makeRow)() = buildRow);
 // dp_formatData of 8 attributes, and dp_data.
 Exchange buildAndSendRows();
 // Goes on line at a real server first, with a source of its own; the group is "group" of "BENCH".

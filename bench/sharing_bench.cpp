@@ -1,8 +1,13 @@
 // What it costs to share the pool: 16 threads of a process that has 4 sockets against 4 threads
 // that have as many. All of them send rows to the same peer; the latencies include the wait for a
 // socket. The same again with bare system calls and a bare pool, which is what sharing costs at
-// least.
+// least; and the 16 threads with everything on one core, where nothing hides the work.
+//
+// Rows are copies of one: dp_formatData takes a socket of the pool too, and then a row of the
+// library would wait for two where a bare one waits for one.
+#include <algorithm>
 #include <array>
+#include <chrono>
 #include <condition_variable>
 #include <cstdlib>
 #include <memory>
@@ -10,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include "bench/cores.h"
 #include "bench/datagram_sockets.h"
 #include "bench/echo_peer.h"
 #include "bench/latencies.h"
@@ -28,35 +34,41 @@ constexpr int requestsPerTurn = 4000;  // of all threads together
 
 using LatenciesOfThreads = std::array<Latencies, sharingThreads>;
 
+// A pool of the library's form: the lowest free socket, a wait with a limit, and whoever gives a
+// socket back wakes one thread after it has released the lock.
 class BarePool {
  public:
   bool roundTrip(const sockaddr_in& peer) {
-    const DatagramSocket* const socket = take();
-    const bool good = roundTripBare(socket->descriptor(), peer);
-    giveBack(socket);
+    const std::size_t index = take();
+    const bool good = roundTripBare(_sockets[index].descriptor(), peer);
+    giveBack(index);
     return good;
   }
 
  private:
-  const DatagramSocket* take() {
+  std::size_t take() {
     std::unique_lock lock(_mutex);
-    _freed.wait(lock, [this] { return !_free.empty(); });
-    const DatagramSocket* const socket = _free.back();
-    _free.pop_back();
-    return socket;
+    for (;;) {
+      const auto free = std::find(_isInUse.begin(), _isInUse.end(), false);
+      if (free != _isInUse.end()) {
+        *free = true;
+        return static_cast<std::size_t>(free - _isInUse.begin());
+      }
+      _freed.wait_until(lock, std::chrono::system_clock::now() + std::chrono::seconds(10));
+    }
   }
-  void giveBack(const DatagramSocket* socket) {
+  void giveBack(std::size_t index) {
     {
       const std::lock_guard lock(_mutex);
-      _free.push_back(socket);
+      _isInUse[index] = false;
     }
     _freed.notify_one();
   }
 
   const std::array<DatagramSocket, sockets> _sockets;
+  std::array<bool, sockets> _isInUse{};
   std::mutex _mutex;
   std::condition_variable _freed;
-  std::vector<const DatagramSocket*> _free{&_sockets[0], &_sockets[1], &_sockets[2], &_sockets[3]};
 };
 
 void runExchanges(int count, const Exchange& exchange, Latencies* latencies) {
@@ -89,6 +101,17 @@ Side sideOf(const char* name, ExchangeClient& client) {
   return {name, requestsPerTurn, [&client](int) { return client.run(1); }};
 }
 
+Exchange copiedRows() {
+  return sendRows(1, copyRow);
+}
+
+// For threads that share a pool.
+std::function<Exchange()> withBarePool(const EchoPeer& echo) {
+  return [&echo, pool = std::make_shared<BarePool>()]() -> Exchange {
+    return {[] { delete[] copyRow(); }, [&echo, pool] { return pool->roundTrip(echo.address()); }};
+  };
+}
+
 // How much longer the slowest hundredth of the slowest thread takes than half of all requests do.
 float worstSpread(const LatenciesOfThreads& latenciesOfThreads) {
   LatencySummary all;
@@ -107,24 +130,27 @@ float worstSpread(const LatenciesOfThreads& latenciesOfThreads) {
 int main(int argc, char** argv) {
   const EchoPeer echo;
   echo.becomeDch();
-  const auto library = [] { return sendRows(1); };
-  const auto withBarePool = [&echo] {
-    return [&echo, pool = std::make_shared<BarePool>()]() -> Exchange {
-      return {[] { delete[] buildRow(); }, [=, &echo] { return pool->roundTrip(echo.address()); }};
-    };
-  };
   const SharedMemory<LatenciesOfThreads> unused, shared;
-  const auto own4 = startThreads(sockets, &*unused, library);
-  const auto shared4 = startThreads(sharingThreads, &*shared, library);
-  const auto bareOwn4 = startThreads(sockets, &*unused, withBarePool());
-  const auto bareShared4 = startThreads(sharingThreads, &*unused, withBarePool());
+  const auto own4 = startThreads(sockets, &*unused, copiedRows);
+  const auto shared4 = startThreads(sharingThreads, &*shared, copiedRows);
+  const auto bareOwn4 = startThreads(sockets, &*unused, withBarePool(echo));
+  const auto bareShared4 = startThreads(sharingThreads, &*unused, withBarePool(echo));
+  runOnCore(answeringCore);
+  const EchoPeer coreEcho;
+  coreEcho.becomeDch();
+  const auto coreShared4 = startThreads(sharingThreads, &*unused, copiedRows);
+  const auto coreBareShared4 = startThreads(sharingThreads, &*unused, withBarePool(coreEcho));
   Medians medians =
       runSides(argc, argv,
                {sideOf("4 threads", *own4), sideOf("16 threads", *shared4),
-                sideOf("4 threads, bare", *bareOwn4), sideOf("16 threads, bare", *bareShared4)});
+                sideOf("4 threads, bare", *bareOwn4), sideOf("16 threads, bare", *bareShared4),
+                sideOf("16 threads on one core", *coreShared4),
+                sideOf("16 threads on one core, bare", *coreBareShared4)});
   printFigure("requests/s, 16 threads on 4 sockets / 4 threads",
               medians["4 threads"] / medians["16 threads"]);
   printFigure("requests/s, 16 threads on a bare pool of 4 sockets / 4 threads",
               medians["4 threads, bare"] / medians["16 threads, bare"]);
+  printFigure("requests/s on one core, 16 threads on 4 sockets / on a bare pool of 4",
+              medians["16 threads on one core, bare"] / medians["16 threads on one core"]);
   printFigure("p99 of the slowest of the 16 threads / p50 of all", worstSpread(*shared));
 }

@@ -1,6 +1,7 @@
 // How much goes through: rows that 8 providers send at once, datagrams that the server's half of
 // the channel takes, and rows that are pushed to 100 subscribers; each against a program of bare
-// system calls that does the same for the same clients.
+// system calls that does the same for the same clients. What the server's half takes is measured
+// with everything on one core too: there nothing hides the work.
 #include <sys/epoll.h>
 #include <sys/socket.h>
 
@@ -12,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "bench/cores.h"
 #include "bench/datagram_queue.h"
 #include "bench/datagram_sockets.h"
 #include "bench/echo_peer.h"
@@ -189,6 +191,24 @@ int main(int argc, char** argv) {
   const sockaddr_in serverHalf = loopbackAddress(startOnPort(
       &serverCounting, [&](const auto& tellPort) { countMessages(tellPort, &serverCount); }));
 
+  const DatagramSocket coreQueueReceiver;
+  SharedCount coreQueueCount, coreServerCount;
+  std::optional<ChildProcess> coreQueueCounting, coreServerCounting;
+  sockaddr_in coreServerHalf;
+  {
+    const OnCore oneCore(answeringCore);
+    coreQueueCounting.emplace(
+        [&] { countFromQueue(coreQueueReceiver.descriptor(), &coreQueueCount); });
+    coreServerHalf = loopbackAddress(startOnPort(&coreServerCounting, [&](const auto& tellPort) {
+      countMessages(tellPort, &coreServerCount);
+    }));
+  }
+  const auto sendOnOneCore = [](const sockaddr_in& receiver, const SharedCount& received,
+                                int datagrams) {
+    const OnCore oneCore(answeringCore);
+    return sendTo(receiver, received, datagrams);
+  };
+
   // A server of its own: the rows of the providers above are pushed to nobody.
   const dch::testkit::ServerProcess pushServer;
   ExchangeClient provider([&] { return sendRowsToServer(pushServer.port(), "host"); });
@@ -222,6 +242,12 @@ int main(int argc, char** argv) {
         [&](int datagrams) { return sendTo(queueReceiver.address(), queueCount, datagrams); }},
        {"datagrams, server half", datagramsPerTurn,
         [&](int datagrams) { return sendTo(serverHalf, serverCount, datagrams); }},
+       {"datagrams on one core, bare queue", datagramsPerTurn,
+        [&](int datagrams) {
+          return sendOnOneCore(coreQueueReceiver.address(), coreQueueCount, datagrams);
+        }},
+       {"datagrams on one core, server half", datagramsPerTurn,
+        [&](int datagrams) { return sendOnOneCore(coreServerHalf, coreServerCount, datagrams); }},
        {"push to 100, bare", deliveriesPerTurn,
         [&](int deliveries) { return bareSubscribers.run(deliveries, pushBare); }},
        {"push to 100, zordchd", deliveriesPerTurn, [&](int deliveries) {
@@ -238,6 +264,9 @@ int main(int argc, char** argv) {
               medians["datagrams, bare"] / medians["datagrams, server half"]);
   printFigure("datagrams/s, bare with a queue / bare",
               medians["datagrams, bare"] / medians["datagrams, bare queue"]);
+  printFigure(
+      "datagrams/s on one core, server half / bare with a queue",
+      medians["datagrams on one core, bare queue"] / medians["datagrams on one core, server half"]);
   printFigure("rows/s pushed to 100, zordchd", perSecond("push to 100, zordchd"));
   printFigure("rows/s pushed to 100, zordchd / bare",
               medians["push to 100, bare"] / medians["push to 100, zordchd"]);
