@@ -167,7 +167,9 @@ ReceiveLoop::Received ReceiveLoop::receiveDatagram(int flags) {
   const auto bytesRead =
       static_cast<ZORA_Long>(recvfrom(_server._sockUDP, buffer, _datagram.size(), flags,
                                       reinterpret_cast<sockaddr*>(&sender), &senderLength));
-  if (bytesRead < 0 && flags == MSG_DONTWAIT && errno == EAGAIN) return Received::nothing;
+  // Of a socket that is none any more select() tells.
+  if (bytesRead < 0 && flags == MSG_DONTWAIT && (errno == EAGAIN || errno == EBADF))
+    return Received::nothing;
   TRC1_DETAIL("UDP: bytesRead=%d, errno=%d\n", bytesRead, errno);
   if (bytesRead <= 0) {
     TRC1_ERROR("Error: UDP - recvfrom failed. bytesRead <%d>, sockerr <%d>\n", bytesRead, errno);
