@@ -2,8 +2,8 @@
 #ifndef BENCH_ECHO_PEER_H
 #define BENCH_ECHO_PEER_H
 
-#include "bench/child_process.h"
 #include "bench/datagram_sockets.h"
+#include "bench/worker.h"
 
 class EchoPeer {
  public:
@@ -18,7 +18,7 @@ class EchoPeer {
 
  private:
   DatagramSocket _socket;
-  ChildProcess _process;
+  Worker _process;
 };
 
 #endif  // BENCH_ECHO_PEER_H

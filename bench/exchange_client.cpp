@@ -8,6 +8,7 @@
 #include <memory>
 #include <stdexcept>
 
+#include "bench/port_channel.h"
 #include "zordchcl/zordchcl.h"
 
 namespace {

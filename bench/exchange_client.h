@@ -7,7 +7,7 @@
 #include <functional>
 #include <optional>
 
-#include "bench/child_process.h"
+#include "bench/worker.h"
 
 // What is exchanged everywhere: a row of one attribute, and an answer that is a status.
 constexpr int requestSize = 128;
@@ -39,7 +39,7 @@ class ExchangeClient {
 
  private:
   int _commands;  // a socket to the process
-  std::optional<ChildProcess> _process;
+  std::optional<Worker> _process;
 };
 
 #endif  // BENCH_EXCHANGE_CLIENT_H

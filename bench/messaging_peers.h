@@ -6,8 +6,8 @@
 #include <optional>
 #include <string>
 
-#include "bench/child_process.h"
 #include "bench/exchange_client.h"
+#include "bench/worker.h"
 
 // Each runs the answering side, and what that needs, while the object lives; connect() is for the
 // process that asks.
@@ -20,7 +20,7 @@ class ZeroMqPeer {
 
  private:
   int _port = 0;
-  std::optional<ChildProcess> _process;
+  std::optional<Worker> _process;
 };
 
 // The req and rep protocols over TCP.
@@ -31,7 +31,7 @@ class NngPeer {
 
  private:
   int _port = 0;
-  std::optional<ChildProcess> _process;
+  std::optional<Worker> _process;
 };
 
 // Request and reply through a nats-server, every message sent at once.
@@ -42,8 +42,8 @@ class NatsPeer {
 
  private:
   std::string _url;
-  std::optional<ChildProcess> _server;
-  std::optional<ChildProcess> _process;
+  std::optional<Process> _server;
+  std::optional<Worker> _process;
 };
 
 #endif  // BENCH_MESSAGING_PEERS_H

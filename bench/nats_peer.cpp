@@ -1,10 +1,5 @@
 #include <nats/nats.h>
-#include <unistd.h>
 
-#include <array>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <stdexcept>
 
 #include "bench/messaging_peers.h"
@@ -30,26 +25,12 @@ natsConnection* openConnection(const std::string& url) {
   return connection;
 }
 
-// Starts nats-server and reads the port that it has got from its log.
-void runServer(const std::function<void(int)>& tellPort) {
-  int log[2];
-  if (pipe(log) != 0) throw std::runtime_error("no pipe for the log of nats-server");
-  const ChildProcess server([&] {
-    dup2(log[1], STDERR_FILENO);
-    execlp("nats-server", "nats-server", "--addr", "127.0.0.1", "--port", "-1", nullptr);
-    throw std::runtime_error("nats-server cannot be started");
-  });
-  close(log[1]);
-  std::FILE* const lines = fdopen(log[0], "r");
-  static const char listening[] = "client connections on 127.0.0.1:";
-  std::array<char, 1024> line;
-  bool told = false;
-  while (std::fgets(line.data(), line.size(), lines) != nullptr) {
-    const char* const found = std::strstr(line.data(), listening);
-    if (found == nullptr || told) continue;
-    tellPort(std::atoi(found + std::strlen(listening)));
-    told = true;
-  }
+// The port that nats-server has got, from its log.
+std::string portOf(Process* server) {
+  static const std::string listening = "client connections on 127.0.0.1:";
+  const std::string log = server->waitForError("Server is ready");
+  const std::size_t port = log.find(listening) + listening.size();
+  return log.substr(port, log.find('\n', port) - port);
 }
 
 [[noreturn]] void answer(const std::string& url, const std::function<void(int)>& tellReady) {
@@ -71,7 +52,8 @@ void runServer(const std::function<void(int)>& tellPort) {
 }  // namespace
 
 NatsPeer::NatsPeer() {
-  _url = "nats://127.0.0.1:" + std::to_string(startOnPort(&_server, runServer));
+  _server.emplace("nats-server", Process::Arguments{"--addr", "127.0.0.1", "--port", "-1"});
+  _url = "nats://127.0.0.1:" + portOf(&*_server);
   startOnPort(&_process, [this](const auto& tellReady) { answer(_url, tellReady); });
 }
 

@@ -17,10 +17,10 @@
 #include <thread>
 #include <vector>
 
-#include "bench/child_process.h"
 #include "bench/latencies.h"
 #include "bench/shared_count.h"
 #include "bench/sides.h"
+#include "bench/worker.h"
 #include "dch/testkit/server_process.h"
 #include "zordchcl/zordchcl.h"
 
@@ -76,14 +76,9 @@ void sendRows(int provider, int seconds, Latencies* latencies) {
 
 // Runs zordc until it is killed itself; counts the runs that were answered. The pause keeps this a
 // measure of the server: programs that start without end take both cores of a small machine.
-void ask(const std::vector<const char*>& arguments, SharedCount* answered) {
+void ask(const Process::Arguments& arguments, SharedCount* answered) {
   for (;;) {
-    ChildProcess run([&] {
-      dup2(open("/dev/null", O_WRONLY | O_CLOEXEC), STDOUT_FILENO);
-      execv(ZORDC_PATH, const_cast<char* const*>(arguments.data()));
-      throw std::runtime_error("zordc cannot be started");
-    });
-    if (run.succeeded()) answered->add();
+    if (Process(ZORDC_PATH, arguments).finish().exitStatus == 0) answered->add();
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
   }
 }
@@ -95,13 +90,13 @@ struct Percentiles {
 
 // One side of a round: all providers for that long; their rows together.
 Percentiles measure(int seconds, LatenciesOfProviders* latencies) {
-  std::list<ChildProcess> processes;
+  std::list<Worker> processes;
   for (int i = 0; i < providers; ++i) {
     Latencies& own = (*latencies)[static_cast<std::size_t>(i)];
     own.count = 0;
     processes.emplace_back([&own, i, seconds] { sendRows(i, seconds, &own); });
   }
-  for (ChildProcess& process : processes) require(process.succeeded(), "a provider");
+  for (Worker& process : processes) require(process.succeeded(), "a provider");
   LatencySummary all;
   for (const Latencies& own : *latencies) all.add(own);
   return {all.quantile(0.5), all.quantile(0.99), all.count()};
@@ -109,10 +104,8 @@ Percentiles measure(int seconds, LatenciesOfProviders* latencies) {
 
 Percentiles measureBesideQuestions(int seconds, LatenciesOfProviders* latencies, SharedCount* apps,
                                    SharedCount* attrs) {
-  const std::vector<const char*> applications{"zordc", "apps", nullptr};
-  const std::vector<const char*> attributes{"zordc", "attrs", "APPLICATION1100", nullptr};
-  const ChildProcess first([&] { ask(applications, apps); });
-  const ChildProcess second([&] { ask(attributes, attrs); });
+  const Worker first([&] { ask({"apps"}, apps); });
+  const Worker second([&] { ask({"attrs", "APPLICATION1100"}, attrs); });
   return measure(seconds, latencies);
 }
 
@@ -127,7 +120,7 @@ int main(int argc, char** argv) {
   setenv("ZORA_DCH_PORT", std::to_string(server.port()).c_str(), 1);
   setenv("ZORA_DCH_TIMEOUT", "10", 1);
   // In a process of its own, so that the library starts anew in each provider.
-  require(ChildProcess(registerApplications).succeeded(), "registering");
+  require(Worker(registerApplications).succeeded(), "registering");
 
   const SharedMemory<LatenciesOfProviders> latencies;
   SharedCount apps, attrs;

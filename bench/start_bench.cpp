@@ -1,7 +1,5 @@
 // What a fresh process pays for the library: from its start over its first row to its end, against
 // a process that does the same with system calls alone.
-#include <unistd.h>
-
 #include <cstdio>
 #include <stdexcept>
 #include <string>
@@ -14,11 +12,8 @@ namespace {
 std::chrono::nanoseconds runProgram(const char* path, int times) {
   const auto start = std::chrono::steady_clock::now();
   for (int i = 0; i < times; ++i) {
-    ChildProcess program([path] {
-      execl(path, path, nullptr);
-      throw std::runtime_error("a program of the benchmark cannot be started");
-    });
-    if (!program.succeeded()) throw std::runtime_error("a first request failed");
+    Process program(path, {}, {}, Process::Output::inherited);
+    if (program.finish().exitStatus != 0) throw std::runtime_error("a first request failed");
   }
   return std::chrono::steady_clock::now() - start;
 }
@@ -29,12 +24,11 @@ struct Memory {
 };
 
 Memory memoryOf(const std::string& path) {
-  std::FILE* const report = popen((path + " memory").c_str(), "r");
-  if (report == nullptr) throw std::runtime_error("a program of the benchmark cannot be started");
+  const ProcessResult report = Process(path, {"memory"}).finish();
   Memory memory;
-  const int found =
-      std::fscanf(report, "VmRSS: %d kB RssAnon: %d kB", &memory.resident, &memory.own);
-  if (pclose(report) != 0 || found != 2) throw std::runtime_error("a first request failed");
+  const int found = std::sscanf(report.standardOutput.c_str(), "VmRSS: %d kB RssAnon: %d kB",
+                                &memory.resident, &memory.own);
+  if (report.exitStatus != 0 || found != 2) throw std::runtime_error("a first request failed");
   return memory;
 }
 

@@ -165,7 +165,7 @@ class Subscribers {
 
   std::vector<DatagramSocket> _sockets;
   SharedCount _received;
-  std::optional<ChildProcess> _process;
+  std::optional<Worker> _process;
 };
 
 }  // namespace
@@ -184,16 +184,15 @@ int main(int argc, char** argv) {
 
   const DatagramSocket bareReceiver, queueReceiver;
   SharedCount bareCount, queueCount, serverCount;
-  const ChildProcess bareCounting([&] { countDatagrams(bareReceiver.descriptor(), &bareCount); });
-  const ChildProcess queueCounting(
-      [&] { countFromQueue(queueReceiver.descriptor(), &queueCount); });
-  std::optional<ChildProcess> serverCounting;
+  const Worker bareCounting([&] { countDatagrams(bareReceiver.descriptor(), &bareCount); });
+  const Worker queueCounting([&] { countFromQueue(queueReceiver.descriptor(), &queueCount); });
+  std::optional<Worker> serverCounting;
   const sockaddr_in serverHalf = loopbackAddress(startOnPort(
       &serverCounting, [&](const auto& tellPort) { countMessages(tellPort, &serverCount); }));
 
   const DatagramSocket coreQueueReceiver;
   SharedCount coreQueueCount, coreServerCount;
-  std::optional<ChildProcess> coreQueueCounting, coreServerCounting;
+  std::optional<Worker> coreQueueCounting, coreServerCounting;
   sockaddr_in coreServerHalf;
   {
     const OnCore oneCore(answeringCore);

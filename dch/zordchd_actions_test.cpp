@@ -194,12 +194,12 @@ TEST(ZordchdWithoutActionsTest, RefusesAWrongListOfThem) {
   const Directory directory;
   const std::string list = directory.path / "actions.conf";
   std::ofstream(list) << "good /bin/true\nbad true\n";
-  const RunResult wrong = runServer({"--actions", list});
+  const ProcessResult wrong = runServer({"--actions", list});
   EXPECT_EQ(wrong.exitStatus, 78);
   EXPECT_EQ(wrong.standardOutput, "");
   EXPECT_EQ(wrong.standardError,
             "zordchd: " + list + ":2: program 'true' is not an absolute path\n");
-  const RunResult missing = runServer({"--actions", "/nowhere/actions.conf"});
+  const ProcessResult missing = runServer({"--actions", "/nowhere/actions.conf"});
   EXPECT_EQ(missing.exitStatus, 78);
   EXPECT_EQ(missing.standardError, "zordchd: /nowhere/actions.conf: No such file or directory\n");
 }

@@ -18,7 +18,7 @@ using ::testing::StartsWith;
 
 TEST(ZordchdCommandLineTest, PrintsHelpWithAnExample) {
   for (const char* option : {"-h", "--help"}) {
-    const RunResult result = runServer({option});
+    const ProcessResult result = runServer({option});
     EXPECT_EQ(result.exitStatus, 0);
     for (const char* text : {"--port", "--bind", "--instance", "--actions", "--verbose", "Example"})
       EXPECT_THAT(result.standardOutput, HasSubstr(text));
@@ -28,7 +28,7 @@ TEST(ZordchdCommandLineTest, PrintsHelpWithAnExample) {
 
 TEST(ZordchdCommandLineTest, PrintsItsVersion) {
   for (const char* option : {"-V", "--version"}) {
-    const RunResult result = runServer({option});
+    const ProcessResult result = runServer({option});
     EXPECT_EQ(result.exitStatus, 0);
     EXPECT_THAT(result.standardOutput, MatchesRegex("zordchd [0-9]+\\.[0-9]+\\.[0-9]+\n"));
   }
@@ -37,7 +37,7 @@ TEST(ZordchdCommandLineTest, PrintsItsVersion) {
 TEST(ZordchdCommandLineTest, RefusesAWrongCommandLine) {
   for (const ServerProcess::Arguments& arguments :
        {ServerProcess::Arguments{"--port", "65536"}, {"--bind", "nowhere"}, {"--what"}}) {
-    const RunResult result = runServer(arguments);
+    const ProcessResult result = runServer(arguments);
     EXPECT_EQ(result.exitStatus, EX_USAGE);
     EXPECT_EQ(result.standardOutput, "");
     EXPECT_THAT(result.standardError, StartsWith("zordchd: "));
@@ -80,7 +80,7 @@ TEST(ZordchdCommandLineTest, ServesWithoutStandardInput) {
 
 TEST(ZordchdCommandLineTest, SaysWhyItCannotHaveAPortThatIsInUse) {
   ServerProcess server;
-  const RunResult second = runServer({"--port", std::to_string(server.port())});
+  const ProcessResult second = runServer({"--port", std::to_string(server.port())});
   EXPECT_EQ(second.exitStatus, 1);
   EXPECT_EQ(second.standardOutput, "");
   EXPECT_THAT(second.standardError, HasSubstr("DCH port " + std::to_string(server.port())));
@@ -90,7 +90,7 @@ TEST(ZordchdCommandLineTest, SaysWhyItCannotHaveAPortThatIsInUse) {
 
 TEST(ZordchdCommandLineTest, SaysWhyItCannotHaveAnAddressThatTheMachineDoesNotHave) {
   for (const char* port : {"0", "1919"}) {
-    const RunResult result = runServer({"--port", port, "--bind", "192.0.2.1"});
+    const ProcessResult result = runServer({"--port", port, "--bind", "192.0.2.1"});
     EXPECT_EQ(result.exitStatus, 1);
     EXPECT_THAT(result.standardError, HasSubstr("192.0.2.1"));
     EXPECT_THAT(result.standardError, HasSubstr("Cannot assign requested address"));
@@ -98,7 +98,7 @@ TEST(ZordchdCommandLineTest, SaysWhyItCannotHaveAnAddressThatTheMachineDoesNotHa
 }
 
 TEST(ZordchdCommandLineTest, RefusesAConfiguredPortThatIsNoNumber) {
-  const RunResult result = runServer({}, {{"ZORA_DCH_PORT", "web"}});
+  const ProcessResult result = runServer({}, {{"ZORA_DCH_PORT", "web"}});
   EXPECT_EQ(result.exitStatus, 1);
   EXPECT_THAT(result.standardError, HasSubstr("port"));
 }

@@ -8,8 +8,6 @@ namespace {
 
 using ::testing::HasSubstr;
 using tools::Arguments;
-using tools::ProgramResult;
-using tools::RunningProgram;
 using tools::runProgram;
 
 struct ActionsFile {
@@ -20,12 +18,12 @@ class ConsumerExamples : private ActionsFile, public tools::ToolsTest {
  protected:
   ConsumerExamples() : ToolsTest({"--actions", actions.path()}) {}
 
-  ProgramResult run(const char* path, const Arguments& arguments = {}) const {
+  ProcessResult run(const char* path, const Arguments& arguments = {}) const {
     return runProgram(path, arguments, environment());
   }
 
   // WEATHER, on line at roof until it is finished.
-  std::unique_ptr<RunningProgram> startProvider() {
+  std::unique_ptr<Process> startProvider() {
     auto sender = startSending({});
     sender->write("clouds\n1\n");
     _server.waitForError("on line: WEATHER sky roof");
@@ -34,21 +32,21 @@ class ConsumerExamples : private ActionsFile, public tools::ToolsTest {
 };
 
 TEST_F(ConsumerExamples, RowsShowsWhatComesUntilItsTimeIsOver) {
-  RunningProgram rows(ROWS_PATH, {"WEATHER", "sky", "8"}, environment());
+  Process rows(ROWS_PATH, {"WEATHER", "sky", "8"}, environment());
   _server.waitForError("zordchd: subscribed ");
   EXPECT_EQ(send("clouds\n1\n2\n").exitStatus, 0);
   rows.waitForOutput("a row of ", 2);
-  const ProgramResult seen = rows.finish();
+  const ProcessResult seen = rows.finish();
   EXPECT_EQ(seen.exitStatus, 0);
   EXPECT_EQ(seen.standardError, "");
   _server.waitForError("zordchd: withdrew ");
 }
 
 TEST_F(ConsumerExamples, ChangesShowsAsManyAsItIsTold) {
-  RunningProgram changes(CHANGES_PATH, {"4"}, environment());
+  Process changes(CHANGES_PATH, {"4"}, environment());
   _server.waitForError(" to provider status\n");
   EXPECT_EQ(send("clouds\n1\n").exitStatus, 0);
-  const ProgramResult seen = changes.finish();
+  const ProcessResult seen = changes.finish();
   EXPECT_EQ(seen.exitStatus, 0);
   EXPECT_EQ(seen.standardError, "");
   const auto withCode = [](const char* text, int code) { return text + std::to_string(code); };
@@ -60,10 +58,10 @@ TEST_F(ConsumerExamples, ChangesShowsAsManyAsItIsTold) {
 
 TEST_F(ConsumerExamples, CatalogueShowsWhatTheDchKnows) {
   const auto provider = startProvider();
-  const ProgramResult all = run(CATALOGUE_PATH);
+  const ProcessResult all = run(CATALOGUE_PATH);
   EXPECT_EQ(all.exitStatus, 0);
   EXPECT_EQ(all.standardOutput, "applications:\nWEATHER,WTH,SOCK,sky odd,1\n\n");
-  const ProgramResult one = run(CATALOGUE_PATH, {"WEATHER"});
+  const ProcessResult one = run(CATALOGUE_PATH, {"WEATHER"});
   EXPECT_EQ(one.exitStatus, 0);
   EXPECT_EQ(one.standardOutput,
             "attributes:\n"
@@ -72,16 +70,16 @@ TEST_F(ConsumerExamples, CatalogueShowsWhatTheDchKnows) {
 }
 
 TEST_F(ConsumerExamples, CatalogueTellsWhenThereIsNothing) {
-  const ProgramResult all = run(CATALOGUE_PATH);
+  const ProcessResult all = run(CATALOGUE_PATH);
   EXPECT_EQ(all.exitStatus, 1);
   EXPECT_EQ(all.standardOutput, "applications: none\n");
-  const ProgramResult one = run(CATALOGUE_PATH, {"NONE"});
+  const ProcessResult one = run(CATALOGUE_PATH, {"NONE"});
   EXPECT_EQ(one.exitStatus, 0);
   EXPECT_EQ(one.standardOutput, "attributes: none\nhelp: none\n");
 }
 
 TEST_F(ConsumerExamples, ActionDefersTheReportAndShowsTheResult) {
-  ProgramResult result = run(ACTION_PATH, {"succeed", "hostA", "hostA:HMN00", "me", "7"});
+  ProcessResult result = run(ACTION_PATH, {"succeed", "hostA", "hostA:HMN00", "me", "7"});
   EXPECT_EQ(result.exitStatus, 0);
   EXPECT_EQ(result.standardOutput, "action 7: result 0\n");
   const std::string events = _server.waitForError("deferred: action 7, ");
@@ -93,7 +91,7 @@ TEST_F(ConsumerExamples, ActionDefersTheReportAndShowsTheResult) {
 
 TEST(ConsumerExamplesAlone, TellHowTheyAreUsed) {
   const auto refusal = [](const char* path, const Arguments& arguments) {
-    const ProgramResult result = runProgram(path, arguments, {});
+    const ProcessResult result = runProgram(path, arguments, {});
     EXPECT_EQ(result.exitStatus, 64);
     EXPECT_EQ(result.standardOutput, "");
     return result.standardError;

@@ -15,13 +15,11 @@ using ::testing::HasSubstr;
 using ::testing::StartsWith;
 using tools::codeOf;
 using tools::environmentFor;
-using tools::ProgramResult;
-using tools::RunningProgram;
 using tools::runProgram;
 
 class Hostmon : public tools::ToolsTest {
  protected:
-  ProgramResult run(const tools::Arguments& arguments) const {
+  ProcessResult run(const tools::Arguments& arguments) const {
     return runProgram(HOSTMON_PATH, arguments, environment());
   }
 };
@@ -52,7 +50,7 @@ TEST_F(Hostmon, ItsRowsArriveInAllGroups) {
 
 TEST_F(Hostmon, ASignalEndsItInGoodOrder) {
   for (const int signal : {SIGINT, SIGTERM}) {
-    RunningProgram hostmon(HOSTMON_PATH, {}, environment());
+    Process hostmon(HOSTMON_PATH, {}, environment());
     hostmon.waitForError(" is on line\n");
     hostmon.signal(signal);
     EXPECT_EQ(hostmon.finish().exitStatus, 0);
@@ -69,7 +67,7 @@ TEST(HostmonAlone, RegistersAgainWhenTheDchHasForgottenIt) {
     forgotten = true;
     return {statusAnswer(DCH_STATUS_UNKNOWN_HANDLE)};
   });
-  const ProgramResult result = runProgram(HOSTMON_PATH, {"-c", "1"}, environmentFor(dch.port()));
+  const ProcessResult result = runProgram(HOSTMON_PATH, {"-c", "1"}, environmentFor(dch.port()));
   EXPECT_EQ(result.exitStatus, 0);
   EXPECT_THAT(result.standardError,
               HasSubstr("hostmon: sending a row: the DCH does not know us any more (status 104)\n"
@@ -87,7 +85,7 @@ TEST(HostmonAlone, KeepsTryingWhileTheDchDoesNotAnswer) {
     if (codeOf(request) == DCH_REQUEST_ONLINE) return {onlineAnswer(0, 1)};
     return {statusAnswer(0)};
   });
-  const ProgramResult result =
+  const ProcessResult result =
       runProgram(HOSTMON_PATH, {"-c", "1"}, environmentFor(dch.port(), "1"));
   EXPECT_EQ(result.exitStatus, 0);
   EXPECT_THAT(result.standardError,
@@ -96,17 +94,17 @@ TEST(HostmonAlone, KeepsTryingWhileTheDchDoesNotAnswer) {
 }
 
 TEST(HostmonAlone, TellsHowItIsUsed) {
-  const ProgramResult help = runProgram(HOSTMON_PATH, {"--help"}, {});
+  const ProcessResult help = runProgram(HOSTMON_PATH, {"--help"}, {});
   EXPECT_EQ(help.exitStatus, 0);
   EXPECT_THAT(help.standardOutput, StartsWith("Usage: hostmon [--interval SECONDS] [--count N]\n"));
   for (const char* wrong : {"0", "-1", "x", "", "99999999999"}) {
-    const ProgramResult result = runProgram(HOSTMON_PATH, {"--count", wrong}, {});
+    const ProcessResult result = runProgram(HOSTMON_PATH, {"--count", wrong}, {});
     EXPECT_EQ(result.exitStatus, 64) << wrong;
     EXPECT_EQ(result.standardError, "hostmon: --count wants a number from 1 to 2147483647, not '" +
                                         std::string(wrong) + "'\n");
   }
   EXPECT_EQ(runProgram(HOSTMON_PATH, {"--nonsense"}, {}).exitStatus, 64);
-  const ProgramResult extra = runProgram(HOSTMON_PATH, {"5"}, {});
+  const ProcessResult extra = runProgram(HOSTMON_PATH, {"5"}, {});
   EXPECT_EQ(extra.exitStatus, 64);
   EXPECT_EQ(extra.standardError, "hostmon: unexpected argument '5'\n");
 }

@@ -44,21 +44,21 @@ class ConsumerCommands : private ActionsFile, public ToolsTest {
       _sender->write("clouds\n1\n");
       test->_server.waitForError("on line: WEATHER sky roof");
     }
-    ProgramResult finish() { return _sender->finish(); }
+    ProcessResult finish() { return _sender->finish(); }
 
    private:
-    const std::unique_ptr<RunningProgram> _sender;
+    const std::unique_ptr<Process> _sender;
   };
 
-  std::unique_ptr<RunningProgram> startStatus(const Arguments& more = {}) {
+  std::unique_ptr<Process> startStatus(const Arguments& more = {}) {
     Arguments arguments{"status"};
     arguments.insert(arguments.end(), more.begin(), more.end());
-    auto status = std::make_unique<RunningProgram>(ZORDC_PATH, arguments, environment());
+    auto status = std::make_unique<Process>(ZORDC_PATH, arguments, environment());
     _server.waitForError(" to provider status\n", ++_statusSubscriptions);
     return status;
   }
 
-  ProgramResult act(const std::string& action, const Arguments& more = {}) const {
+  ProcessResult act(const std::string& action, const Arguments& more = {}) const {
     Arguments arguments{"act",       action,        "--node",  "hostA",
                         "--subnode", "hostA:HMN00", "--owner", "me"};
     arguments.insert(arguments.end(), more.begin(), more.end());
@@ -69,7 +69,7 @@ class ConsumerCommands : private ActionsFile, public ToolsTest {
   int _statusSubscriptions = 0;
 };
 
-void expectOutput(const ProgramResult& result, const std::string& output) {
+void expectOutput(const ProcessResult& result, const std::string& output) {
   EXPECT_EQ(result.exitStatus, EX_OK);
   EXPECT_EQ(result.standardOutput, output);
   EXPECT_EQ(result.standardError, "");
@@ -93,7 +93,7 @@ TEST_F(ConsumerCommands, AppsListsTheApplicationsInEveryFormat) {
 }
 
 TEST_F(ConsumerCommands, AppsOfAnEmptyDchIsAnEmptyList) {
-  const ProgramResult result = zordc({"apps"});
+  const ProcessResult result = zordc({"apps"});
   EXPECT_EQ(result.exitStatus, EX_OK);
   EXPECT_EQ(result.standardOutput, "");
   EXPECT_EQ(result.standardError, "zordc: nothing is registered\n");
@@ -108,11 +108,11 @@ TEST_F(ConsumerCommands, AttrsListsTheAttributesInEveryFormat) {
                "sky    rain    C          8\n"
                "sky    small   I          2\n"
                "odd    size3   G          3\n");
-  const ProgramResult csv = zordc({"attrs", "WEATHER", "-F", "csv"});
+  const ProcessResult csv = zordc({"attrs", "WEATHER", "-F", "csv"});
   EXPECT_EQ(csv.exitStatus, EX_OK);
   EXPECT_THAT(csv.standardOutput,
               StartsWith("group,name,letter,size,help\nsky,clouds,G,4,eighths\nsky,note,T,20,"));
-  const ProgramResult jsonLines = zordc({"attrs", "WEATHER", "-F", "jsonl"});
+  const ProcessResult jsonLines = zordc({"attrs", "WEATHER", "-F", "jsonl"});
   EXPECT_EQ(jsonLines.exitStatus, EX_OK);
   EXPECT_THAT(jsonLines.standardOutput,
               StartsWith(R"({"group":"sky","name":"clouds","letter":"G","size":4,"help":"eighths"})"
@@ -126,7 +126,7 @@ TEST_F(ConsumerCommands, HelpPrintsTheTextOfTheApplication) {
 
 TEST_F(ConsumerCommands, AnUnknownApplicationIsToldApartFromNoAnswer) {
   const auto refusal = [this](const Arguments& arguments) {
-    const ProgramResult result = zordc(arguments);
+    const ProcessResult result = zordc(arguments);
     EXPECT_EQ(result.exitStatus, EX_NOINPUT);
     EXPECT_EQ(result.standardOutput, "");
     return result.standardError;
@@ -142,7 +142,7 @@ TEST(ConsumerCommandsAlone, WithoutADchAQuestionEndsAfterItsWait) {
     Arguments arguments = question;
     arguments.insert(arguments.end(), {"-W", "1"});
     const auto start = std::chrono::steady_clock::now();
-    const ProgramResult result = runProgram(ZORDC_PATH, arguments, environmentFor(silent.port()));
+    const ProcessResult result = runProgram(ZORDC_PATH, arguments, environmentFor(silent.port()));
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
     EXPECT_EQ(result.exitStatus, EX_UNAVAILABLE);
     EXPECT_EQ(result.standardOutput, "");
@@ -153,7 +153,7 @@ TEST(ConsumerCommandsAlone, WithoutADchAQuestionEndsAfterItsWait) {
 TEST(ConsumerCommandsAlone, AQuestionThatCannotBeSentIsNoEmptyAnswer) {
   constexpr int noPort = 0;  // the system refuses to send there
   for (const Arguments& question : {Arguments{"apps"}, {"attrs", "A"}, {"help", "A"}}) {
-    const ProgramResult result = runProgram(ZORDC_PATH, question, environmentFor(noPort));
+    const ProcessResult result = runProgram(ZORDC_PATH, question, environmentFor(noPort));
     EXPECT_EQ(result.exitStatus, EX_UNAVAILABLE);
     EXPECT_EQ(result.standardOutput, "");
     EXPECT_THAT(result.standardError,
@@ -163,7 +163,7 @@ TEST(ConsumerCommandsAlone, AQuestionThatCannotBeSentIsNoEmptyAnswer) {
 
 TEST(ConsumerCommandsAlone, AnAnswerThatWasCutIsWarnedAbout) {
   const ScriptedDch dch(always(answerOf("A,AAA,SOCK,g,1\nB,BBB,SOCK,g h,0\n#truncated\n")));
-  const ProgramResult result =
+  const ProcessResult result =
       runProgram(ZORDC_PATH, {"apps", "-F", "csv"}, environmentFor(dch.port()));
   EXPECT_EQ(result.exitStatus, EX_OK);
   EXPECT_EQ(result.standardOutput,
@@ -183,7 +183,7 @@ TEST_F(ConsumerCommands, StatusShowsTheLifeOfAProvider) {
   const auto status = startStatus({"-C", "4"});
   const auto csv = startStatus({"-C", "4", "-F", "csv"});
   EXPECT_EQ(send("clouds\n1\n").exitStatus, EX_OK);
-  const ProgramResult seen = status->finish();
+  const ProcessResult seen = status->finish();
   EXPECT_EQ(seen.exitStatus, EX_OK);
   EXPECT_EQ(seen.standardError, "");
   EXPECT_EQ(withoutTimes(seen.standardOutput),
@@ -228,7 +228,7 @@ TEST_F(ConsumerCommands, StatusShowsAChangeWithinASecond) {
 TEST_F(ConsumerCommands, StatusBeginsWithWhatIsOnLineAndEndsAfterItsCount) {
   const Provider provider(this);
   const auto status = startStatus({"-C", "1", "-F", "csv"});
-  const ProgramResult seen = status->finish();
+  const ProcessResult seen = status->finish();
   EXPECT_EQ(seen.exitStatus, EX_OK);
   EXPECT_EQ(withoutTimes(seen.standardOutput),
             "time,change,application,group,source\nTIME,online,WEATHER,sky,roof\n");
@@ -239,7 +239,7 @@ TEST_F(ConsumerCommands, ASignalEndsStatusWithZero) {
   for (const int signal : {SIGINT, SIGTERM}) {
     const auto status = startStatus();
     status->signal(signal);
-    const ProgramResult seen = status->finish();
+    const ProcessResult seen = status->finish();
     EXPECT_EQ(seen.exitStatus, EX_OK);
     EXPECT_EQ(seen.standardOutput + seen.standardError, "");
   }
@@ -249,7 +249,7 @@ TEST_F(ConsumerCommands, ASignalEndsStatusWithZero) {
 
 TEST_F(ConsumerCommands, ActWithWaitPrintsTheResultAndTellsIt) {
   expectOutput(act("succeed", {"--wait", "--id", "7"}), "action 7\nresult 0\n");
-  ProgramResult result = act("fail", {"--wait", "--id", "8"});
+  ProcessResult result = act("fail", {"--wait", "--id", "8"});
   EXPECT_EQ(result.exitStatus, 1);
   EXPECT_EQ(result.standardOutput, "action 8\nresult 1\n");
   result = act("unlisted", {"--wait", "--id", "9"});
@@ -258,7 +258,7 @@ TEST_F(ConsumerCommands, ActWithWaitPrintsTheResultAndTellsIt) {
 }
 
 TEST_F(ConsumerCommands, ActMakesUpAnIdAndDoesNotWaitUnlessTold) {
-  const ProgramResult result = act("fail");
+  const ProcessResult result = act("fail");
   EXPECT_EQ(result.exitStatus, EX_OK);
   EXPECT_THAT(result.standardOutput, MatchesRegex("action [1-9][0-9]*\n"));
   std::string id = result.standardOutput;
@@ -272,7 +272,7 @@ TEST(ConsumerCommandsAlone, ActGivesUpWaitingWhenTheTimeoutIsOver) {
     if (++requests <= 2) return {};
     return {statusAnswer(0)};
   });
-  const ProgramResult result = runProgram(ZORDC_PATH,
+  const ProcessResult result = runProgram(ZORDC_PATH,
                                           {"act", "x", "--node", "n", "--subnode", "s", "--owner",
                                            "o", "--id", "7", "--parms", "a b", "--wait"},
                                           environmentFor(busy.port(), "1"));
@@ -283,7 +283,7 @@ TEST(ConsumerCommandsAlone, ActGivesUpWaitingWhenTheTimeoutIsOver) {
 }
 
 TEST(ConsumerCommandsAlone, ActSaysWhenNobodyAnswers) {
-  const ProgramResult result = runProgram(
+  const ProcessResult result = runProgram(
       ZORDC_PATH, {"act", "x", "--node", "n", "--subnode", "s", "--owner", "o", "--wait"},
       environmentFor(1, "1"));
   EXPECT_EQ(result.exitStatus, EX_UNAVAILABLE);
@@ -301,7 +301,7 @@ TEST(ConsumerCommandsAlone, ARequestThatIsTooLongIsRefusedWithTheReason) {
   // The numbers take 30 bytes, each text 7 and its own.
   EXPECT_EQ(act(4027).exitStatus, EX_OK);
   EXPECT_EQ(dch.waitForRequests(1).at(0).size(), 4096U);
-  ProgramResult result = act(4028);
+  ProcessResult result = act(4028);
   EXPECT_EQ(result.exitStatus, EX_USAGE);
   EXPECT_EQ(result.standardOutput, "");
   EXPECT_EQ(result.standardError,
@@ -331,7 +331,7 @@ TEST(ConsumerCommandsAlone, ARequestThatCannotBeSentIsUnavailable) {
        {Arguments{"act", "x", "--node", "n", "--subnode", "s", "--owner", "o"},
         {"defer", "--id", "1", "--key", "K", "--table", "T", "--source", "s"},
         {"status"}}) {
-    const ProgramResult result = runProgram(ZORDC_PATH, arguments, environmentFor(noPort));
+    const ProcessResult result = runProgram(ZORDC_PATH, arguments, environmentFor(noPort));
     EXPECT_EQ(result.exitStatus, EX_UNAVAILABLE) << arguments[0];
     EXPECT_EQ(result.standardOutput, "");
     EXPECT_THAT(result.standardError, EndsWith("zordc: cannot send to the DCH\n"));
@@ -342,7 +342,7 @@ TEST(ConsumerCommandsAlone, ARequestThatCannotBeSentIsUnavailable) {
 
 TEST(ConsumerCommandsAlone, AWrongCommandLineIsRefusedWithTheReason) {
   const auto refusal = [](const Arguments& arguments) {
-    const ProgramResult result = runProgram(ZORDC_PATH, arguments, environmentFor(1));
+    const ProcessResult result = runProgram(ZORDC_PATH, arguments, environmentFor(1));
     EXPECT_EQ(result.exitStatus, EX_USAGE);
     EXPECT_EQ(result.standardOutput, "");
     return result.standardError;

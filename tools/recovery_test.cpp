@@ -32,7 +32,7 @@ Answers done(const std::string& request) {
 // The time-out of those tests that have to wait for it.
 constexpr char shortTimeoutSeconds[] = "3";
 
-ProgramResult send(const std::string& rows, const Environment& environment) {
+ProcessResult send(const std::string& rows, const Environment& environment) {
   const TemporaryFile registration(registrationText);
   const TemporaryFile input(rows);
   return runProgram(
@@ -40,7 +40,7 @@ ProgramResult send(const std::string& rows, const Environment& environment) {
       {"send", "-r", registration.path(), "-g", "sky", "-s", "roof", "-i", input.path()},
       environment);
 }
-ProgramResult send(const ScriptedDch& dch, const std::string& rows) {
+ProcessResult send(const ScriptedDch& dch, const std::string& rows) {
   return send(rows, environmentFor(dch.port()));
 }
 
@@ -57,7 +57,7 @@ TEST(SendRecovery, ADchThatForgotTheSourceIsToldAnew) {
       return Answers{onlineAnswer(DCH_STATUS_UNKNOWN_APPLICATION, 0)};
     return done(request);
   });
-  const ProgramResult result = send(dch, "clouds\n1\n2\n");
+  const ProcessResult result = send(dch, "clouds\n1\n2\n");
   EXPECT_EQ(result.exitStatus, EX_OK);
   EXPECT_EQ(result.standardError, "zordp: the DCH has started anew: registered again\n");
   const Requests requests = withoutHandleChecks(dch.requests());
@@ -89,8 +89,8 @@ TEST(SendRecovery, AHandleThatMayHaveBecomeAnotherSourcesIsAskedForAgain) {
     return Answers{statusAnswer(0)};
   });
   const TemporaryFile registration(registrationText);
-  RunningProgram zordp(ZORDP_PATH, {"send", "-r", registration.path(), "-g", "sky", "-s", "roof"},
-                       environmentFor(dch.port(), shortTimeoutSeconds));
+  Process zordp(ZORDP_PATH, {"send", "-r", registration.path(), "-g", "sky", "-s", "roof"},
+                environmentFor(dch.port(), shortTimeoutSeconds));
   zordp.write("clouds\n1\n");
   ASSERT_TRUE(waitForRows(dch, 1));
   isSilent = true;  // while it waits for an answer
@@ -109,7 +109,7 @@ TEST(SendRecovery, ADchThatAnswersAgainGetsTheRowAgain) {
   const ScriptedDch dch([&](const std::string& request) {
     return codeOf(request) == DCH_REQUEST_DATA && ++rows <= 2 ? Answers{} : done(request);
   });
-  const ProgramResult result = send("clouds\n1\n", environmentFor(dch.port(), shortTimeoutSeconds));
+  const ProcessResult result = send("clouds\n1\n", environmentFor(dch.port(), shortTimeoutSeconds));
   EXPECT_EQ(result.exitStatus, EX_OK);
   // Between them stands what the library says of each wait.
   EXPECT_THAT(result.standardError,
@@ -123,12 +123,12 @@ TEST(SendRecovery, ASignalEndsTheTrying) {
     return codeOf(request) == DCH_REQUEST_DATA ? Answers{} : done(request);
   });
   const TemporaryFile registration(registrationText);
-  RunningProgram zordp(ZORDP_PATH, {"send", "-r", registration.path(), "-g", "sky", "-s", "roof"},
-                       environmentFor(dch.port(), shortTimeoutSeconds));
+  Process zordp(ZORDP_PATH, {"send", "-r", registration.path(), "-g", "sky", "-s", "roof"},
+                environmentFor(dch.port(), shortTimeoutSeconds));
   zordp.write("clouds\n1\n");
   zordp.waitForError("zordp: the DCH does not answer; trying again\n");
   zordp.signal(SIGTERM);
-  const ProgramResult result = zordp.finish();
+  const ProcessResult result = zordp.finish();
   EXPECT_EQ(result.exitStatus, 128 + SIGTERM);
   EXPECT_THAT(result.standardError,
               EndsWith("zordp: stopped by signal 15 (Terminated), 0 rows sent\n"));
@@ -140,7 +140,7 @@ TEST(SendRecovery, ALateAnswerIsNotTakenForThatOfTheNextRow) {
     if (codeOf(request) != DCH_REQUEST_DATA) return done(request);
     return ++rows == 1 ? Answers{statusAnswer(0), statusAnswer(0)} : Answers{statusAnswer(105)};
   });
-  const ProgramResult result = send(dch, "clouds\n1\n2\n");
+  const ProcessResult result = send(dch, "clouds\n1\n2\n");
   EXPECT_EQ(result.exitStatus, EX_PROTOCOL);
   EXPECT_EQ(result.standardError,
             "zordp: sending a row failed: status 105 (not stored); 1 row sent before\n");
@@ -154,7 +154,7 @@ TEST(SendRecovery, ADchThatForgotTheSourceNeedNotBeToldOfItsEnd) {
       return Answers{statusAnswer(DCH_STATUS_UNKNOWN_APPLICATION)};
     return done(request);
   });
-  const ProgramResult result = send(dch, "clouds\n1\n");
+  const ProcessResult result = send(dch, "clouds\n1\n");
   EXPECT_EQ(result.exitStatus, EX_OK);
   EXPECT_EQ(result.standardError, "");
 }
@@ -180,7 +180,7 @@ TEST(WatchRecovery, SubscribesAgainAndSaysSo) {
     ++renewals;
     return Answers{};
   });
-  RunningProgram watcher(ZORDC_PATH, {"watch", "WEATHER", "sky"}, environmentFor(dch.port()));
+  Process watcher(ZORDC_PATH, {"watch", "WEATHER", "sky"}, environmentFor(dch.port()));
   watcher.waitForError("zordc: the DCH does not answer; trying again\n");
   watcher.waitForError("zordc: the DCH answers again: subscribed again\n");
   watcher.signal(SIGTERM);
@@ -190,12 +190,12 @@ TEST(WatchRecovery, SubscribesAgainAndSaysSo) {
 
 TEST(StatusRecovery, WhatIsOnLineAlreadyIsNoChange) {
   const ScriptedDch dch(onlyPushes());
-  RunningProgram status(ZORDC_PATH, {"status", "-C", "3", "-F", "csv"}, environmentFor(dch.port()));
+  Process status(ZORDC_PATH, {"status", "-C", "3", "-F", "csv"}, environmentFor(dch.port()));
   ASSERT_TRUE(waitForSubscriptions(dch, 1));
   for (const short code :
        {DCH_REQUEST_ONLINE, DCH_REQUEST_ONLINE, DCH_REQUEST_OFFLINE, DCH_REQUEST_ONLINE})
     pushToSubscriber(dch, statusEvent(code));
-  const ProgramResult seen = status.finish();
+  const ProcessResult seen = status.finish();
   EXPECT_EQ(withoutTimes(seen.standardOutput),
             "time,change,application,group,source\n"
             "TIME,online,WEATHER,sky,roof\n"

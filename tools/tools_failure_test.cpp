@@ -20,10 +20,10 @@ using ::testing::StartsWith;
 // Nothing of what follows gets as far as asking the DCH, unless a test names another environment.
 const Environment nobody = environmentFor(1);
 
-ProgramResult zordp(const Arguments& arguments, const Environment& environment = nobody) {
+ProcessResult zordp(const Arguments& arguments, const Environment& environment = nobody) {
   return runProgram(ZORDP_PATH, arguments, environment);
 }
-ProgramResult zordc(const Arguments& arguments, const Environment& environment = nobody) {
+ProcessResult zordc(const Arguments& arguments, const Environment& environment = nobody) {
   return runProgram(ZORDC_PATH, arguments, environment);
 }
 
@@ -44,13 +44,13 @@ TEST(CommandLine, VersionAndHelpAreToldOnStandardOutput) {
     EXPECT_EQ(zordp({option}).standardOutput, "zordp 4.1.0\n");
     EXPECT_EQ(zordc({option}).standardOutput, "zordc 4.1.0\n");
   }
-  const ProgramResult help = zordp({"--help"});
+  const ProcessResult help = zordp({"--help"});
   EXPECT_EQ(help.exitStatus, EX_OK);
   EXPECT_EQ(help.standardError, "");
   EXPECT_THAT(help.standardOutput, HasSubstr("Usage: zordp [OPTIONS] SUBCOMMAND\n"));
   EXPECT_THAT(help.standardOutput, HasSubstr("Example:\n  zordp send -r demo.reg -g load"));
   EXPECT_THAT(help.standardOutput, HasSubstr("76 the DCH refused a request"));
-  const ProgramResult watchHelp = zordc({"watch", "-h"});
+  const ProcessResult watchHelp = zordc({"watch", "-h"});
   EXPECT_EQ(watchHelp.exitStatus, EX_OK);
   EXPECT_THAT(watchHelp.standardOutput, HasSubstr("Usage: zordc watch [OPTIONS] APPL GROUP\n"));
   EXPECT_THAT(watchHelp.standardOutput, HasSubstr("Examples:\n  zordc watch HOSTMON load\n"));
@@ -60,7 +60,7 @@ TEST(CommandLine, VersionAndHelpAreToldOnStandardOutput) {
 }
 
 TEST(CommandLine, AWrongOneIsRefusedWithTheReason) {
-  const auto refusal = [](const ProgramResult& result) {
+  const auto refusal = [](const ProcessResult& result) {
     EXPECT_EQ(result.exitStatus, EX_USAGE);
     EXPECT_EQ(result.standardOutput, "");
     return result.standardError;
@@ -88,7 +88,7 @@ TEST(CommandLine, AWrongOneIsRefusedWithTheReason) {
 }
 
 TEST_F(Registration, AGroupThatItDoesNotHaveIsRefused) {
-  const ProgramResult result = zordp({"send", "-r", _registration.path(), "-g", "see", "-s", "x"});
+  const ProcessResult result = zordp({"send", "-r", _registration.path(), "-g", "see", "-s", "x"});
   EXPECT_EQ(result.exitStatus, EX_USAGE);
   EXPECT_EQ(result.standardError,
             "zordp: " + _registration.path() + " has no group 'see', it has: sky, odd\n");
@@ -97,7 +97,7 @@ TEST_F(Registration, AGroupThatItDoesNotHaveIsRefused) {
 // ---- Files ----
 
 TEST_F(Registration, FilesThatCannotBeReadAreNamed) {
-  ProgramResult result = zordp({"send", "-r", "/nowhere/a.reg", "-g", "sky", "-s", "x"});
+  ProcessResult result = zordp({"send", "-r", "/nowhere/a.reg", "-g", "sky", "-s", "x"});
   EXPECT_EQ(result.exitStatus, EX_NOINPUT);
   EXPECT_EQ(result.standardError, "zordp: cannot open /nowhere/a.reg: No such file or directory\n");
   result = zordp({"send", "-r", "/", "-g", "sky", "-s", "x"});
@@ -111,14 +111,14 @@ TEST_F(Registration, FilesThatCannotBeReadAreNamed) {
 
 TEST_F(Registration, ATextThatBreaksARuleIsRefusedWithItsClause) {
   const TemporaryFile wrong("appl:WEATHER,WTH; group:sky; attr:clouds,Q,4;");
-  const ProgramResult result = zordp({"send", "-r", wrong.path(), "-g", "sky", "-s", "x"});
+  const ProcessResult result = zordp({"send", "-r", wrong.path(), "-g", "sky", "-s", "x"});
   EXPECT_EQ(result.exitStatus, EX_DATAERR);
   EXPECT_THAT(result.standardError, StartsWith("zordp: " + wrong.path() + ": clause 3 "));
   EXPECT_THAT(result.standardError, HasSubstr("attr:clouds,Q,4"));
 }
 
 TEST_F(Registration, ANumberOfAnotherSizeIsRefused) {
-  const ProgramResult result = zordp({"send", "-r", _registration.path(), "-g", "odd", "-s", "x"});
+  const ProcessResult result = zordp({"send", "-r", _registration.path(), "-g", "odd", "-s", "x"});
   EXPECT_EQ(result.exitStatus, EX_DATAERR);
   EXPECT_EQ(result.standardError, "zordp: " + _registration.path() +
                                       ": attribute 'size3': a number of letter G has size 2, 4 or "
@@ -130,7 +130,7 @@ TEST_F(Registration, ANumberOfAnotherSizeIsRefused) {
 TEST_F(Registration, SettingsThatLeadNowhereAreRefused) {
   Environment unknownHost = nobody;
   unknownHost["ZORA_DCH_ADDR"] = "no.such.host.invalid";
-  for (const ProgramResult& result :
+  for (const ProcessResult& result :
        {zordp(sendArguments(), unknownHost), zordc({"watch", "a", "g"}, unknownHost)}) {
     EXPECT_EQ(result.exitStatus, EX_UNAVAILABLE);
     EXPECT_THAT(result.standardError,
@@ -138,7 +138,7 @@ TEST_F(Registration, SettingsThatLeadNowhereAreRefused) {
   }
   Environment otherTransport = nobody;
   otherTransport["ZORA_DCH_IPCTYPE"] = "2";
-  for (const ProgramResult& result :
+  for (const ProcessResult& result :
        {zordp(sendArguments(), otherTransport), zordc({"watch", "a", "g"}, otherTransport)}) {
     EXPECT_EQ(result.exitStatus, EX_UNAVAILABLE);
     EXPECT_THAT(result.standardError, HasSubstr("ZORA_DCH_IPCTYPE is 2, but"));
@@ -147,7 +147,7 @@ TEST_F(Registration, SettingsThatLeadNowhereAreRefused) {
 
 TEST_F(Registration, ADchThatDoesNotAnswerIsUnavailable) {
   ScriptedDch silent(never());
-  const ProgramResult result = zordp(sendArguments(), environmentFor(silent.port(), "1"));
+  const ProcessResult result = zordp(sendArguments(), environmentFor(silent.port(), "1"));
   EXPECT_EQ(result.exitStatus, EX_UNAVAILABLE);
   EXPECT_THAT(result.standardError,
               EndsWith("zordp: registration failed: status 5 (no answer from the DCH)\n"));
@@ -157,7 +157,7 @@ TEST_F(Registration, ADchThatDoesNotAnswerIsUnavailable) {
 
 TEST(Watch, TheTimeoutEndsItWithoutADchToo) {
   ScriptedDch silent(never());
-  const ProgramResult result =
+  const ProcessResult result =
       zordc({"watch", "WEATHER", "sky", "-W", "0.1"}, environmentFor(silent.port()));
   EXPECT_EQ(result.exitStatus, EX_TEMPFAIL);
   EXPECT_EQ(silent.waitForRequests(2).size(), 2U);  // start and stop
@@ -176,7 +176,7 @@ ScriptedDch::Script refusing(short code, ZORA_Long status) {
 
 TEST_F(Registration, ARefusalIsToldWithItsNumberAndText) {
   ScriptedDch dch(refusing(DCH_REQUEST_ONLINE, 102));
-  const ProgramResult result = zordp(sendArguments(), environmentFor(dch.port()));
+  const ProcessResult result = zordp(sendArguments(), environmentFor(dch.port()));
   EXPECT_EQ(result.exitStatus, EX_PROTOCOL);
   EXPECT_EQ(result.standardError, "zordp: online failed: status 102 (unknown attribute group)\n");
   EXPECT_EQ(codesOf(dch.requests()),
@@ -186,7 +186,7 @@ TEST_F(Registration, ARefusalIsToldWithItsNumberAndText) {
 TEST_F(Registration, ARowThatIsRefusedEndsTheInputInGoodOrder) {
   ScriptedDch dch(refusing(DCH_REQUEST_DATA, 105));
   const TemporaryFile rows("clouds\n1\n2\n");
-  const ProgramResult result =
+  const ProcessResult result =
       zordp(sendArguments({"-i", rows.path()}), environmentFor(dch.port()));
   EXPECT_EQ(result.exitStatus, EX_PROTOCOL);
   EXPECT_EQ(result.standardError,
@@ -209,12 +209,12 @@ std::string rowMessage(ZORA_Long handle) {
 
 TEST(Watch, AMalformedMessageIsToldAndSkipped) {
   ScriptedDch dch(onlyPushes());
-  RunningProgram watcher(ZORDC_PATH, {"watch", "WEATHER", "sky", "-C", "1", "-F", "csv"},
-                         environmentFor(dch.port()));
+  Process watcher(ZORDC_PATH, {"watch", "WEATHER", "sky", "-C", "1", "-F", "csv"},
+                  environmentFor(dch.port()));
   ASSERT_TRUE(waitForSubscriptions(dch, 1));
   pushToSubscriber(dch, statusAnswer(0));
   pushToSubscriber(dch, rowMessage(9));
-  const ProgramResult seen = watcher.finish();
+  const ProcessResult seen = watcher.finish();
   EXPECT_EQ(seen.exitStatus, EX_OK);
   EXPECT_EQ(seen.standardError,
             "zordc: warning: a malformed message was skipped: field 1: DCH_requestType expected, "
@@ -224,14 +224,14 @@ TEST(Watch, AMalformedMessageIsToldAndSkipped) {
 
 TEST(Watch, AfterAFailedWaitItSubscribesAgain) {
   ScriptedDch dch(onlyPushes());
-  RunningProgram watcher(ZORDC_PATH, {"watch", "WEATHER", "sky", "-C", "1", "-F", "csv"},
-                         environmentFor(dch.port()));
+  Process watcher(ZORDC_PATH, {"watch", "WEATHER", "sky", "-C", "1", "-F", "csv"},
+                  environmentFor(dch.port()));
   ASSERT_TRUE(waitForSubscriptions(dch, 1));
   pushToSubscriber(dch, rowMessage(9) + "more than its length word says");
   watcher.waitForError("zordc: warning: the wait for rows failed, subscribing again\n");
   ASSERT_TRUE(waitForSubscriptions(dch, 2));
   pushToSubscriber(dch, rowMessage(9));
-  const ProgramResult seen = watcher.finish();
+  const ProcessResult seen = watcher.finish();
   EXPECT_EQ(seen.exitStatus, EX_OK);
   EXPECT_THAT(seen.standardOutput, HasSubstr(",9,calm\n"));
 }
@@ -249,7 +249,7 @@ TEST(Status, AfterAFailedWaitItSubscribesAgain) {
     if (isSubscription(request) && !std::exchange(isFirst, false)) return {event};
     return {statusAnswer(0)};
   });
-  const ProgramResult result =
+  const ProcessResult result =
       zordc({"status", "-C", "1", "-F", "csv"}, environmentFor(dch.port()));
   EXPECT_EQ(result.exitStatus, EX_OK);
   EXPECT_THAT(

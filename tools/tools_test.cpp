@@ -29,7 +29,7 @@ TEST_F(ToolsTest, RowsArriveInEveryFormat) {
   const auto table = startWatching({"-C", "3"});
   const auto csv = startWatching({"-C", "3", "-F", "csv"});
   const auto jsonLines = startWatching({"-C", "3", "--format", "jsonl"});
-  const ProgramResult sent = send(
+  const ProcessResult sent = send(
       "clouds,note\n"
       "8,\"grey, \"\"wet\"\"\"\n"
       "-2147483648,\n"
@@ -38,7 +38,7 @@ TEST_F(ToolsTest, RowsArriveInEveryFormat) {
   EXPECT_EQ(sent.standardOutput, "");
   EXPECT_EQ(sent.standardError, "");
 
-  ProgramResult seen = table->finish();
+  ProcessResult seen = table->finish();
   EXPECT_EQ(seen.exitStatus, EX_OK);
   EXPECT_EQ(withoutTimes(seen.standardOutput),
             "TIME                      HANDLE    clouds  note\n"
@@ -102,7 +102,7 @@ TEST_F(ToolsTest, StandardInputIsReadWhenNoInputIsNamed) {
 TEST_F(ToolsTest, ABadRowEndsTheInputAndIsNotSentAtAll) {
   const auto watcher = startWatching({"-C", "2", "-F", "jsonl"});
   const TemporaryFile input("clouds,small\n1,2\n3,40000\n5,6\n");
-  const ProgramResult sent = startSending({"-i", input.path()})->finish();
+  const ProcessResult sent = startSending({"-i", input.path()})->finish();
   EXPECT_EQ(sent.exitStatus, EX_DATAERR);
   EXPECT_EQ(sent.standardError, "zordp: " + input.path() +
                                     ":3: attribute 'small': 40000 is out of range, -32768 to 32767;"
@@ -118,7 +118,7 @@ TEST_F(ToolsTest, BadInputIsToldWithItsPlaceAndReason) {
   const auto refusal = [this](std::string_view rows, const std::string& format) {
     const auto sender = startSending({"-F", format});
     sender->write(std::string(rows));
-    const ProgramResult sent = sender->finish();
+    const ProcessResult sent = sender->finish();
     EXPECT_EQ(sent.exitStatus, EX_DATAERR) << rows;
     return sent.standardError;
   };
@@ -159,7 +159,7 @@ TEST_F(ToolsTest, SignalsEndTheWatchInGoodOrder) {
   for (const int signal : {SIGINT, SIGTERM}) {
     const auto watcher = startWatching({});
     watcher->signal(signal);
-    const ProgramResult seen = watcher->finish();
+    const ProcessResult seen = watcher->finish();
     EXPECT_EQ(seen.exitStatus, EX_OK);
     EXPECT_EQ(seen.standardOutput + seen.standardError, "");
     _server.waitForError("zordchd: withdrew ", _subscriptions);
@@ -173,7 +173,7 @@ TEST_F(ToolsTest, ASignalEndsTheSendingInGoodOrder) {
   EXPECT_EQ(watcher->finish().exitStatus, EX_OK);
   sender->signal(SIGINT);
   _server.waitForError("unregistered WEATHER");
-  const ProgramResult sent = sender->finish();
+  const ProcessResult sent = sender->finish();
   EXPECT_EQ(sent.exitStatus, 128 + SIGINT);
   EXPECT_EQ(sent.standardError, "zordp: stopped by signal 2 (Interrupt), 1 row sent\n");
 }
@@ -181,7 +181,7 @@ TEST_F(ToolsTest, ASignalEndsTheSendingInGoodOrder) {
 TEST_F(ToolsTest, TheWatchEndsWhenNoRowComes) {
   const auto start = std::chrono::steady_clock::now();
   const auto watcher = startWatching({"-W", "0.3"});
-  const ProgramResult seen = watcher->finish();
+  const ProcessResult seen = watcher->finish();
   EXPECT_EQ(seen.exitStatus, EX_TEMPFAIL);
   EXPECT_EQ(seen.standardOutput, "");
   EXPECT_EQ(seen.standardError, "zordc: no row came for 0.3 s\n");
@@ -193,11 +193,11 @@ TEST_F(ToolsTest, AReaderThatIsGoneEndsTheWatch) {
   const std::string pipeline = std::string(ZORDC_PATH) +
                                " watch WEATHER sky | { exec <&-; echo gone >&2; };"
                                " exit ${PIPESTATUS[0]}";
-  RunningProgram shell("/bin/bash", {"-c", pipeline}, environment());
+  Process shell("/bin/bash", {"-c", pipeline}, environment());
   shell.waitForError("gone\n");
   _server.waitForError("zordchd: subscribed ");
   EXPECT_EQ(send("clouds\n1\n").exitStatus, EX_OK);
-  const ProgramResult seen = shell.finish();
+  const ProcessResult seen = shell.finish();
   EXPECT_EQ(seen.exitStatus, EX_OK);
   EXPECT_EQ(seen.standardError, "gone\n");
 }
@@ -209,19 +209,19 @@ TEST_F(ToolsTest, ATableCannotSteerTheTerminal) {
 }
 
 TEST_F(ToolsTest, ATerminalShowsTheProgress) {
-  const auto sender = startSending({}, ErrorTo::terminal);
+  const auto sender = startSending({}, Output::errorOnTerminal);
   sender->write("clouds\n1\n2\n");
   // The line is written anew while nothing happens.
   sender->waitForError("\r\x1b[Kzordp: 2 rows, ");
   sender->write("3\n");
-  const ProgramResult sent = sender->finish();
+  const ProcessResult sent = sender->finish();
   EXPECT_EQ(sent.exitStatus, EX_OK);
   EXPECT_THAT(sent.standardError, ContainsRegex("\r\x1b\\[Kzordp: 3 rows, [0-9.]+ rows/s, "
                                                 "status 0 \\(done\\)\r\n$"));
 }
 
 TEST_F(ToolsTest, AnErrorOnATerminalStandsOnALineOfItsOwn) {
-  const auto sender = startSending({}, ErrorTo::terminal);
+  const auto sender = startSending({}, Output::errorOnTerminal);
   sender->write("clouds\n1\nx\n");
   EXPECT_THAT(sender->finish().standardError,
               HasSubstr("status 0 (done)\r\nzordp: standard input:3: attribute 'clouds'"));

@@ -4,7 +4,7 @@
 #include <thread>
 #include <vector>
 
-#include "tests/support/child_process.h"
+#include "tests/support/process.h"
 #include "tests/support/trace_capture.h"
 #include "zora/zora.h"
 

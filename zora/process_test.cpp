@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/child_process.h"
 #include "tests/support/failing_calls.h"
+#include "tests/support/process.h"
 #include "tests/support/trace_capture.h"
 #include "tests/support/trace_lines.h"
 #include "zora/zora.h"
@@ -154,7 +154,7 @@ TEST(StartDPprocess, TellsTheParentOfSuccessEvenForAMissingProgram) {
 // to the fork are among them.
 std::vector<std::string> childsTexts(const char* rules) {
   const std::string separator = "|";
-  const ChildResult result = runInChild([&] {
+  const ProcessResult result = runInChild([&] {
     const TraceCapture trace(rules);
     const int child = ZORA_StartDPprocess(missing);
     if (child != 0) return statusOf(child);

@@ -8,9 +8,9 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "tests/support/child_process.h"
 #include "tests/support/descriptor_limit.h"
 #include "tests/support/fake_transport.h"
+#include "tests/support/process.h"
 #include "tests/support/scripted_dch.h"
 #include "tests/support/trace_capture.h"
 #include "tests/support/trace_lines.h"
@@ -124,7 +124,7 @@ TEST(Construction, AnUnopenedInterruptSocketSetsTheLatch) {
 // ---- Ends of the process ---------------------------------------------------------------------
 
 // The child leaves a text in the buffer of standard output, which the end must not lose.
-ChildResult constructInChild(const std::map<std::string, std::string>& environment) {
+ProcessResult constructInChild(const std::map<std::string, std::string>& environment) {
   return runInChild(
       [] {
         std::fputs("kept", stdout);
@@ -134,7 +134,7 @@ ChildResult constructInChild(const std::map<std::string, std::string>& environme
       environment);
 }
 
-void expectEndAfterASecond(const ChildResult& child) {
+void expectEndAfterASecond(const ProcessResult& child) {
   EXPECT_EQ(child.exitStatus, 1);
   EXPECT_EQ(child.standardOutput, "kept");
   EXPECT_GE(child.seconds, 1.0);
@@ -142,19 +142,19 @@ void expectEndAfterASecond(const ChildResult& child) {
 }
 
 TEST(FatalEnd, AnUnknownIpcTypeEndsTheProcess) {
-  const ChildResult child = constructInChild({{"ZORA_DCH_IPCTYPE", "7"}});
+  const ProcessResult child = constructInChild({{"ZORA_DCH_IPCTYPE", "7"}});
   expectEndAfterASecond(child);
   EXPECT_THAT(child.standardError, EndsWith(" Error: Unrecognized IPC type 7, exiting...\n"));
 }
 
 TEST(FatalEnd, AnIpcTypeThatIsNoNumberEndsTheProcess) {
-  const ChildResult child = constructInChild({{"ZORA_DCH_IPCTYPE", "sockets"}});
+  const ProcessResult child = constructInChild({{"ZORA_DCH_IPCTYPE", "sockets"}});
   expectEndAfterASecond(child);
   EXPECT_THAT(child.standardError, EndsWith(" Error: Unrecognized IPC type 0, exiting...\n"));
 }
 
 TEST(FatalEnd, AnUnknownHostEndsTheProcess) {
-  const ChildResult child = constructInChild({{"ZORA_DCH_ADDR", "no such host"}});
+  const ProcessResult child = constructInChild({{"ZORA_DCH_ADDR", "no such host"}});
   expectEndAfterASecond(child);
   EXPECT_THAT(
       child.standardError,
@@ -162,7 +162,7 @@ TEST(FatalEnd, AnUnknownHostEndsTheProcess) {
 }
 
 TEST(FatalEnd, ATransportWithoutASocketEndsTheProcess) {
-  const ChildResult child = runInChild([] {
+  const ProcessResult child = runInChild([] {
     std::fputs("kept", stdout);
     { const DCHclient first(1, 0); }  // sanitizers need descriptors to look at a type once
     // Static: it ends before what a sanitizer does at the end of a process.
@@ -178,7 +178,7 @@ TEST(FatalEnd, ATransportWithoutASocketEndsTheProcess) {
 
 TEST(FatalEnd, IsReportedUnderTheErrorClassAlone) {
   for (const char* ipcType : {"7", "1"}) {
-    const ChildResult child = constructInChild(
+    const ProcessResult child = constructInChild(
         {{"ZORA_DCH_IPCTYPE", ipcType}, {"ZORA_DCH_ADDR", "no such host"}, {"ZORA_TRACE", "0x57"}});
     expectEndAfterASecond(child);
     EXPECT_THAT(child.standardError, Not(testing::HasSubstr("Error:"))) << ipcType;

@@ -13,7 +13,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "tests/support/child_process.h"
+#include "tests/support/process.h"
 #include "tests/support/scripted_dch.h"
 #include "tests/support/trace_capture.h"
 #include "zora/trc1.h"
@@ -227,7 +227,7 @@ TEST_F(Cancellation, OfAThreadThatHandlesAnExceptionEndsThatThreadOnly) {
 
 // The process ends with the status that it would have ended with.
 TEST(CancellationOfTheEnd, DoesNotKeepAProcessAliveThatCannotGoOn) {
-  const ChildResult child = runInChild(
+  const ProcessResult child = runInChild(
       [] {
         const Thread thread([] {
           ZORA_Long status = 0;

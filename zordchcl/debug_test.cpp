@@ -6,7 +6,7 @@
 #include <thread>
 #include <vector>
 
-#include "tests/support/child_process.h"
+#include "tests/support/process.h"
 #include "tests/support/trace_capture.h"
 #include "tests/support/trace_lines.h"
 #include "zora/zora.h"

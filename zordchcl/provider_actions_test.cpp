@@ -3,8 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tests/support/child_process.h"
 #include "tests/support/fake_transport.h"
+#include "tests/support/process.h"
 #include "tests/support/scripted_dch.h"
 #include "tests/support/trace_capture.h"
 #include "zordchcl/test_lines.h"
@@ -114,7 +114,7 @@ TEST(ReservedFunction, GivesItsPooledSocketBack) {
 
 TEST(ReservedFunction, EndsTheProcessOverAnUnknownIpcType) {
   for (const EntryPoint& entryPoint : allEntryPoints) {
-    const ChildResult child = runInChild(
+    const ProcessResult child = runInChild(
         [&] {
           entryPoint.call();
           return 77;

@@ -2,14 +2,13 @@
 // strict answers it gets a new socket before.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <sstream>
 #include <string>
 #include <vector>
 
-#include "tests/support/child_process.h"
+#include "tests/support/process.h"
 #include "tests/support/scripted_dch.h"
 
 namespace {
@@ -17,19 +16,17 @@ namespace {
 using testing::AnyOf;
 using testing::ElementsAre;
 
-ChildResult runUnderStrace(const char* program) {
-  return runInChild([&] {
-    // Sanitizers that look for leaks would trace the process themselves.
-    setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
-    execlp("strace", "strace", "-f", "-o", "/dev/stdout", program, nullptr);
-    return 127;
-  });
+ProcessResult runUnderStrace(const char* program) {
+  // Sanitizers that look for leaks would trace the process themselves.
+  return Process("strace", {"-f", "-o", "/dev/stdout", program},
+                 {{"ASAN_OPTIONS", "detect_leaks=0"}})
+      .finish();
 }
 
 // "" when programs can be traced here.
 std::string whyNotTraceable() {
-  const ChildResult result = runUnderStrace("/bin/true");
-  if (result.exitStatus == 127) return "strace is not installed";
+  const ProcessResult result = runUnderStrace("/bin/true");
+  if (result.exitStatus == Process::notFound) return "strace is not installed";
   return result.exitStatus == 0 ? "" : "strace cannot trace: " + result.standardError;
 }
 
@@ -72,7 +69,7 @@ std::vector<std::string> callsBetweenMarks(const std::string& trace) {
 const auto waiting = AnyOf("select", "pselect6", "_newselect", "pselect6_time64");
 
 std::vector<std::string> callsOfARow() {
-  const ChildResult result = runUnderStrace(SYSTEM_CALLS_PROGRAM);
+  const ProcessResult result = runUnderStrace(SYSTEM_CALLS_PROGRAM);
   EXPECT_EQ(result.exitStatus, 0) << result.standardError;
   return callsBetweenMarks(result.standardOutput);
 }

@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "tests/support/child_process.h"
 #include "tests/support/failing_memory.h"
+#include "tests/support/process.h"
 #include "tests/support/running_server.h"
 #include "tests/support/stream_client.h"
 #include "zordsock/test_endpoint.h"
@@ -38,7 +38,7 @@ int sendWhenThereIsNoMemory() {
   waitForTheEnd();
 }
 
-ChildResult runWithTrace(const char* rules, const std::function<int()>& body) {
+ProcessResult runWithTrace(const char* rules, const std::function<int()>& body) {
   return runInChild([&] {
     TRC1_Configure(rules);
     return body();
@@ -46,7 +46,7 @@ ChildResult runWithTrace(const char* rules, const std::function<int()>& body) {
 }
 
 TEST(ServerExit, AMessageOfTooManyPiecesEndsTheProcess) {
-  const ChildResult child = runWithTrace("0x80", sendTooLongAMessage);
+  const ProcessResult child = runWithTrace("0x80", sendTooLongAMessage);
   EXPECT_EQ(child.exitStatus, 1);
   EXPECT_THAT(child.standardError,
               ContainsRegex("ipcSock::IPCServer:[0-9]+ Error: ipcBufCount 1024 exceeded allowed "
@@ -54,7 +54,7 @@ TEST(ServerExit, AMessageOfTooManyPiecesEndsTheProcess) {
 }
 
 TEST(ServerExit, WithoutMemoryForAPieceTheProcessEnds) {
-  const ChildResult child = runWithTrace("0x80", sendWhenThereIsNoMemory);
+  const ProcessResult child = runWithTrace("0x80", sendWhenThereIsNoMemory);
   EXPECT_EQ(child.exitStatus, 1);
   EXPECT_THAT(child.standardError,
               ContainsRegex("ipcSock::IPCServer:[0-9]+ Error: allocating 4096 bytes for ipcBuffer, "
@@ -63,7 +63,7 @@ TEST(ServerExit, WithoutMemoryForAPieceTheProcessEnds) {
 
 TEST(ServerExit, IsTheSameWithoutAWordWhenErrorsAreNotTraced) {
   for (const auto& body : {sendTooLongAMessage, sendWhenThereIsNoMemory}) {
-    const ChildResult child = runWithTrace("0", body);
+    const ProcessResult child = runWithTrace("0", body);
     EXPECT_EQ(child.exitStatus, 1);
     EXPECT_THAT(child.standardError, IsEmpty());
   }

@@ -4,9 +4,9 @@
 
 #include <future>
 
-#include "tests/support/child_process.h"
 #include "tests/support/failing_memory.h"
 #include "tests/support/loopback_socket.h"
+#include "tests/support/process.h"
 #include "tests/support/trace_capture.h"
 #include "zordsock/test_receive_loop.h"
 
@@ -111,7 +111,7 @@ TEST(ServerFailures, AFailedSelectEndsTheThreadInError) {
 }
 
 TEST(ServerFailures, WithoutMemoryForTheLoopTheProcessEnds) {
-  const ChildResult child = runInChild([] {
+  const ProcessResult child = runInChild([] {
     RunningServer server;
     const FailingMemory noMemory;
     server.endpoint().IPCServer();

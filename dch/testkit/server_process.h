@@ -2,35 +2,25 @@
 #ifndef DCH_TESTKIT_SERVER_PROCESS_H
 #define DCH_TESTKIT_SERVER_PROCESS_H
 
-#include <sys/types.h>
-
-#include <condition_variable>
-#include <map>
-#include <mutex>
 #include <string>
-#include <thread>
-#include <vector>
+
+#include "tests/support/process.h"
 
 namespace dch::testkit {
 
 class ServerProcess {
  public:
-  using Arguments = std::vector<std::string>;
-  using Environment = std::map<std::string, std::string>;
+  using Arguments = Process::Arguments;
 
   // Starts zordchd on a free port, after `prepare` in the new process, and waits until it is ready.
   // Throws std::runtime_error, with what it wrote, when it is not ready in time.
   explicit ServerProcess(const Arguments& moreArguments = {}, void (*prepare)() = nullptr);
-  // Ends it the hard way when it still runs.
-  ~ServerProcess();
-  ServerProcess(const ServerProcess&) = delete;
-  ServerProcess& operator=(const ServerProcess&) = delete;
 
   int port() const { return _port; }
-  pid_t processId() const { return _processId; }
+  pid_t processId() const { return _process.id(); }
 
-  std::string standardOutput() const;
-  std::string standardError() const;
+  std::string standardOutput() const { return _process.standardOutput(); }
+  std::string standardError() const { return _process.standardError(); }
   // Waits until standard error holds the text, that many times; false when it does not in time.
   bool waitForError(const std::string& text, int times = 1);
 
@@ -39,29 +29,13 @@ class ServerProcess {
   int stop(int signal);
 
  private:
-  void start(const Arguments& arguments, void (*prepare)());
-  void collect(int descriptor, std::string* target);
-  int wait();
-
-  mutable std::mutex _mutex;
-  std::condition_variable _more;
-  std::string _standardOutput;
-  std::string _standardError;
-  int _openOutputs = 2;
-  std::thread _outputReader;
-  std::thread _errorReader;
-  pid_t _processId = -1;
-  int _port = 0;
+  Process _process;
+  int _port;
 };
 
-// Runs zordchd to its end and collects its exit status and what it writes.
-struct RunResult {
-  int exitStatus;
-  std::string standardOutput;
-  std::string standardError;
-};
-RunResult runServer(const ServerProcess::Arguments& arguments,
-                    const ServerProcess::Environment& environment = {});
+// Runs zordchd to its end.
+ProcessResult runServer(const ServerProcess::Arguments& arguments,
+                        const Process::Environment& environment = {});
 
 }  // namespace dch::testkit
 

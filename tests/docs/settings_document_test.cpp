@@ -14,7 +14,7 @@
 #include <string>
 
 #include "suite/sockets.h"
-#include "tests/support/child_process.h"
+#include "tests/support/process.h"
 #include "tests/support/trace_capture.h"
 #include "zordchcl/zordchcl.h"
 
@@ -133,7 +133,7 @@ TEST_F(Defaults, OfServersIsTheAddressOfTheTable) {
 }
 
 TEST_F(Defaults, OfTheTraceAreErrorsOnStandardError) {
-  const ChildResult result = runInChild([] {
+  const ProcessResult result = runInChild([] {
     makeClient();
     ZORA_GetLock(nullptr, nullptr);
     return 0;

@@ -2,9 +2,6 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
-#include <signal.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -80,11 +77,9 @@ std::vector<std::string> answersTo(const std::string& request) {
 }
 
 [[noreturn]] void serve(int portEnd) {
-  prctl(PR_SET_PDEATHSIG, SIGKILL);  // with the test
   const ScriptedDch dch(answersTo);
   const int port = dch.port();
   if (write(portEnd, &port, sizeof port) != sizeof port) _exit(EXIT_FAILURE);
-  close(portEnd);
   for (;;) pause();
 }
 
@@ -93,9 +88,8 @@ std::vector<std::string> answersTo(const std::string& request) {
 AnsweringDch::AnsweringDch() {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe for the DCH");
-  _process = fork();
-  if (_process < 0) throw std::runtime_error("no process for the DCH");
-  if (_process == 0) serve(ends[1]);
+  _process.emplace([&]() -> int { serve(ends[1]); }, Process::Environment{},
+                   Process::Output::inherited);
   close(ends[1]);
   int port = 0;
   const bool isServing = read(ends[0], &port, sizeof port) == sizeof port;
@@ -103,9 +97,4 @@ AnsweringDch::AnsweringDch() {
   if (!isServing) throw std::runtime_error("the DCH does not serve");
   setenv("ZORA_DCH_ADDR", "127.0.0.1", 1);
   setenv("ZORA_DCH_PORT", std::to_string(port).c_str(), 1);
-}
-
-AnsweringDch::~AnsweringDch() {
-  kill(_process, SIGKILL);
-  waitpid(_process, nullptr, 0);
 }

@@ -3,18 +3,17 @@
 #ifndef TESTS_FAULTS_ANSWERING_DCH_H
 #define TESTS_FAULTS_ANSWERING_DCH_H
 
-#include <sys/types.h>
+#include <optional>
+
+#include "tests/support/process.h"
 
 // Runs until it is destroyed or its process ends. Points ZORA_DCH_ADDR and ZORA_DCH_PORT there.
 class AnsweringDch {
  public:
   AnsweringDch();
-  ~AnsweringDch();
-  AnsweringDch(const AnsweringDch&) = delete;
-  AnsweringDch& operator=(const AnsweringDch&) = delete;
 
  private:
-  pid_t _process;
+  std::optional<Process> _process;
 };
 
 #endif  // TESTS_FAULTS_ANSWERING_DCH_H

@@ -12,8 +12,8 @@
 #include <sstream>
 
 #include "tests/faults/fault_table.h"
-#include "tests/support/child_process.h"
 #include "tests/support/failing_memory.h"
+#include "tests/support/process.h"
 #include "zordsock/settings.h"
 
 // There only in a program that is built to look for leaks. It reports them on standard error.
@@ -105,7 +105,7 @@ void print(const Observed& observed) {
 }
 
 // Nothing when the child did not come to its end.
-std::optional<Observed> observedBy(const ChildResult& child) {
+std::optional<Observed> observedBy(const ProcessResult& child) {
   Observed observed;
   std::istringstream text(child.standardOutput);
   text.getline(observed.outcome, sizeof observed.outcome);
@@ -118,7 +118,7 @@ std::optional<Observed> observedBy(const ChildResult& child) {
 
 // ---- In the test -----------------------------------------------------------------------------
 
-bool says(const ChildResult& child, const std::string& text) {
+bool says(const ProcessResult& child, const std::string& text) {
   return child.standardError.find(text) != std::string::npos;
 }
 
@@ -138,7 +138,7 @@ class Walk {
   }
 
  private:
-  ChildResult runChild(const Fault& fault, bool looksForLeaks) const {
+  ProcessResult runChild(const Fault& fault, bool looksForLeaks) const {
     planFault(fault);
     return runInChild([&] {
       alarm(longestRunSeconds);
@@ -150,7 +150,7 @@ class Walk {
   // How often the scenario makes each call when none fails.
   std::vector<int> countCalls() const {
     planNoFault();
-    const ChildResult child = runInChild([&] {
+    const ProcessResult child = runInChild([&] {
       alarm(longestRunSeconds);
       return _scenario.run() == _scenario.success ? EXIT_SUCCESS : EXIT_FAILURE;
     });
@@ -181,9 +181,9 @@ class Walk {
   }
 
   // Whether the fault was reached.
-  bool check(const Fault& fault, const ChildResult& child) const {
+  bool check(const Fault& fault, const ProcessResult& child) const {
     SCOPED_TRACE(_scenario.name + ": " + describe(fault) + "\n" + child.standardError);
-    EXPECT_EQ(child.signal, 0);
+    EXPECT_GE(child.exitStatus, 0) << "a signal ended it";
     EXPECT_FALSE(says(child, "Sanitizer") || says(child, "runtime error"));
     const std::optional<Observed> observed = observedBy(child);
     if (!observed) {
@@ -197,7 +197,8 @@ class Walk {
     return observed->wasReached;
   }
 
-  void checkOutcome(const Fault& fault, const Observed& observed, const ChildResult& child) const {
+  void checkOutcome(const Fault& fault, const Observed& observed,
+                    const ProcessResult& child) const {
     const std::string outcome = observed.outcome;
     if (canBeCalledAgain(_scenario, fault, observed)) {
       EXPECT_EQ(observed.outcomeOfNext, _scenario.success) << "when it was called again";

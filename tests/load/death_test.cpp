@@ -23,8 +23,6 @@
 namespace {
 
 using ::testing::HasSubstr;
-using tools::ProgramResult;
-using tools::RunningProgram;
 using tools::TemporaryFile;
 
 constexpr int kills = 5;
@@ -59,7 +57,7 @@ class Server {
     _port = std::stoi(ready.substr(ready.rfind(' ')));
   }
 
-  std::optional<RunningProgram> _process;  // killed with the object
+  std::optional<Process> _process;  // killed with the object
   int _port = 0;
 };
 
@@ -74,10 +72,10 @@ class Sender {
   ~Sender() { stop(); }
 
   int number() const { return _number; }
-  RunningProgram& process() { return _process; }
+  Process& process() { return _process; }
 
   // Ends the rows and waits until all of them are sent.
-  ProgramResult finish() {
+  ProcessResult finish() {
     stop();
     return _process.finish();
   }
@@ -97,7 +95,7 @@ class Sender {
 
   std::atomic<int> _number{0};
   std::atomic<bool> _stopping{false};
-  RunningProgram _process;
+  Process _process;
   std::thread _feeder;
 };
 
@@ -133,7 +131,7 @@ std::size_t placeOfLast(const std::string& said, const char* one, const char* ot
 }
 
 // Whether the program is without a DCH, by what it said last.
-bool isAway(RunningProgram& program) {
+bool isAway(Process& program) {
   const std::string said = program.waitForError("");
   return said.rfind(noAnswer) + 1 > placeOfLast(said, answersAgain, startedAnew);
 }
@@ -150,7 +148,7 @@ class Death : public ::testing::Test {
   Death() { signal(SIGPIPE, SIG_IGN); }
 
   // Waits until the watcher has shown a row of the sender that is newer than `number`.
-  static void waitForNewerRow(RunningProgram& watcher, const std::string& sender, int number) {
+  static void waitForNewerRow(Process& watcher, const std::string& sender, int number) {
     EXPECT_TRUE(waitUntil(
         [&] {
           const auto row = lastRowOf(sender, watcher.waitForOutput(""));
@@ -161,21 +159,21 @@ class Death : public ::testing::Test {
   }
 
   void waitUntilRowsFlow() {
-    for (RunningProgram* const watcher : {&_first, &_second}) {
+    for (Process* const watcher : {&_first, &_second}) {
       waitForNewerRow(*watcher, "a", _a.number());
       waitForNewerRow(*watcher, "b", _b.number());
     }
   }
 
   void letTheServerDieOnce() {
-    RunningProgram* const all[] = {&_a.process(), &_b.process(), &_first, &_second, &_status};
+    Process* const all[] = {&_a.process(), &_b.process(), &_first, &_second, &_status};
     _server.kill();
     // They find out, each by itself, before there is a server again. A machine that is held up may
     // have made them say so before.
-    for (RunningProgram* const one : all)
+    for (Process* const one : all)
       EXPECT_TRUE(waitUntil([&] { return isAway(*one); }, longestWait)) << one->waitForError("");
     _server.start();
-    for (RunningProgram* const one : all)
+    for (Process* const one : all)
       EXPECT_TRUE(waitUntil([&] { return !isAway(*one); }, longestWait)) << one->waitForError("");
     // Who comes first registers the application; the other finds it known, and its own handle too
     // when it is given the same one.
@@ -190,10 +188,10 @@ class Death : public ::testing::Test {
   Server _server;
   const tools::Environment _environment = tools::environmentFor(_server.port(), "1");
   const TemporaryFile _registration{registration};
-  RunningProgram _first{ZORDC_PATH, {"watch", "BEAT", "beat", "-F", "jsonl"}, _environment};
-  RunningProgram _second{ZORDC_PATH, {"watch", "BEAT", "beat", "-F", "jsonl"}, _environment};
-  RunningProgram _status{ZORDC_PATH, {"status", "-F", "csv"}, _environment};
-  RunningProgram _hostmon{HOSTMON_PATH, {}, _environment};
+  Process _first{ZORDC_PATH, {"watch", "BEAT", "beat", "-F", "jsonl"}, _environment};
+  Process _second{ZORDC_PATH, {"watch", "BEAT", "beat", "-F", "jsonl"}, _environment};
+  Process _status{ZORDC_PATH, {"status", "-F", "csv"}, _environment};
+  Process _hostmon{HOSTMON_PATH, {}, _environment};
   Sender _a{"a", _registration.path(), _environment};
   Sender _b{"b", _registration.path(), _environment};
 };
@@ -224,13 +222,13 @@ TEST_F(Death, NobodyHasToBeRestarted) {
 
   int resent = 0;
   for (Sender* const sender : {&_a, &_b}) {
-    const ProgramResult sent = sender->finish();
+    const ProcessResult sent = sender->finish();
     EXPECT_EQ(sent.exitStatus, 0) << sent.standardError;
     resent += countOf("Error: ipcRead with wait[1 second] failed\n", sent.standardError);
   }
-  for (RunningProgram* const watcher : {&_first, &_second}) {
+  for (Process* const watcher : {&_first, &_second}) {
     watcher->signal(SIGTERM);
-    const ProgramResult seen = watcher->finish();
+    const ProcessResult seen = watcher->finish();
     EXPECT_EQ(seen.exitStatus, 0) << seen.standardError;
     // A row comes again when its answer was lost, and for no other reason.
     EXPECT_LE(repetitions(numbersFrom("a", seen.standardOutput)) +
@@ -257,7 +255,7 @@ TEST(DeathWithConnections, TheNextServerWaitsForItsPort) {
   ASSERT_FALSE(client.receive(1).empty());  // the connection is the server's
   server.kill();
   const std::string port = std::to_string(server.port());
-  RunningProgram next(ZORDCHD_PATH, {"--port", port}, {});
+  Process next(ZORDCHD_PATH, {"--port", port}, {});
   next.waitForError("zordchd: connections to an earlier server still hold port " + port +
                     ": waiting until the system frees it\n");
   client.breakOff();

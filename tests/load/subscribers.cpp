@@ -1,12 +1,8 @@
 #include "tests/load/subscribers.h"
 
-#include <fcntl.h>
 #include <linux/sock_diag.h>
-#include <signal.h>
-#include <spawn.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -177,34 +173,9 @@ void Readers::stop() {
   if (_thread.joinable()) _thread.join();
 }
 
-DeafSubscribers::DeafSubscribers(int count) {
-  int ends[2];
-  if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("pipe2 failed");
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
-  std::string program = "/proc/self/exe";
-  std::string option = "--deaf";
-  std::string number = std::to_string(count);
-  char* const arguments[] = {program.data(), option.data(), number.data(), nullptr};
-  const int failed =
-      posix_spawn(&_processId, program.c_str(), &actions, nullptr, arguments, environ);
-  posix_spawn_file_actions_destroy(&actions);
-  close(ends[1]);
-  if (failed != 0) _processId = -1;
-  char ready = 0;
-  const bool isReady = failed == 0 && read(ends[0], &ready, 1) == 1;
-  close(ends[0]);
-  if (isReady) return;
-  kill();
-  throw std::runtime_error("the deaf subscribers could not subscribe");
-}
-
-void DeafSubscribers::kill() {
-  if (_processId <= 0) return;
-  ::kill(_processId, SIGKILL);
-  waitpid(_processId, nullptr, 0);
-  _processId = -1;
+DeafSubscribers::DeafSubscribers(int count)
+    : _process("/proc/self/exe", {"--deaf", std::to_string(count)}) {
+  _process.waitForOutput(".");
 }
 
 int DeafSubscribers::beDeaf(int count) {

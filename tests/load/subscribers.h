@@ -2,12 +2,12 @@
 #ifndef TESTS_LOAD_SUBSCRIBERS_H
 #define TESTS_LOAD_SUBSCRIBERS_H
 
-#include <sys/types.h>
-
 #include <atomic>
 #include <cstdint>
 #include <thread>
 #include <vector>
+
+#include "tests/support/process.h"
 
 namespace load {
 
@@ -62,17 +62,12 @@ class DeafSubscribers {
  public:
   // Returns when the DCH knows all of them. Throws std::runtime_error.
   explicit DeafSubscribers(int count);
-  ~DeafSubscribers() { kill(); }
-  DeafSubscribers(const DeafSubscribers&) = delete;
-  DeafSubscribers& operator=(const DeafSubscribers&) = delete;
-
-  void kill();
 
   // What that process does: returns only when it could not subscribe.
   static int beDeaf(int count);
 
  private:
-  pid_t _processId = -1;
+  Process _process;
 };
 
 }  // namespace load

@@ -101,7 +101,7 @@ TEST_F(LateAnswersTest, AnotherProcessIsNotShifted) {
   leaveALateAnswer();
   const tools::TemporaryFile registration(registrationText);
   const tools::TemporaryFile rows("text\nsunny\n");
-  const tools::ProgramResult sent = tools::runProgram(
+  const ProcessResult sent = tools::runProgram(
       ZORDP_PATH,
       {"send", "-r", registration.path(), "-g", "rows", "-s", "host1", "-i", rows.path()},
       tools::environmentFor(_network.port()));

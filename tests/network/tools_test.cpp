@@ -16,7 +16,6 @@ using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using tools::Arguments;
 using tools::codeOf;
-using tools::ProgramResult;
 
 // Requests with this code fare so.
 Faults faultOfRequests(short code, Arrivals arrivals) {
@@ -34,17 +33,17 @@ class NetworkToolsTest : private ActionsFile, public tools::ToolsTest {
  protected:
   NetworkToolsTest() : tools::ToolsTest({"--actions", actions.path()}) {}
 
-  ProgramResult zordp(std::string_view rows) const {
+  ProcessResult zordp(std::string_view rows) const {
     const tools::TemporaryFile input(rows);
     return run(ZORDP_PATH,
                {"send", "-r", _registration.path(), "-g", "sky", "-s", "roof", "-i", input.path()});
   }
-  ProgramResult zordc(const Arguments& arguments) const { return run(ZORDC_PATH, arguments); }
+  ProcessResult zordc(const Arguments& arguments) const { return run(ZORDC_PATH, arguments); }
 
   FaultyNetwork _network{_port, noFaults()};
 
  private:
-  ProgramResult run(const char* program, const Arguments& arguments) const {
+  ProcessResult run(const char* program, const Arguments& arguments) const {
     return tools::runProgram(
         program, arguments, tools::environmentFor(_network.port(), std::to_string(timeoutSeconds)));
   }
@@ -52,7 +51,7 @@ class NetworkToolsTest : private ActionsFile, public tools::ToolsTest {
 
 TEST_F(NetworkToolsTest, ALostRegistrationIsAnUnavailableDch) {
   _network.setFaults(faultOfRequests(DCH_REQUEST_REGISTER, lost));
-  const ProgramResult result = zordp("clouds\n1\n");
+  const ProcessResult result = zordp("clouds\n1\n");
   EXPECT_EQ(result.exitStatus, EX_UNAVAILABLE);
   EXPECT_THAT(result.standardError, HasSubstr("status 5 (no answer from the DCH)"));
 }
@@ -64,7 +63,7 @@ TEST_F(NetworkToolsTest, ARowThatIsLostIsSentAgain) {
       return once;
     return ++rows == 2 ? lost : once;
   });
-  const ProgramResult result = zordp("clouds\n1\n2\n3\n");
+  const ProcessResult result = zordp("clouds\n1\n2\n3\n");
   EXPECT_EQ(result.exitStatus, EX_OK);
   EXPECT_THAT(result.standardError, HasSubstr("zordp: the DCH does not answer; trying again\n"));
   EXPECT_THAT(result.standardError, HasSubstr("zordp: the DCH answers again\n"));
@@ -75,21 +74,21 @@ TEST_F(NetworkToolsTest, ARowWhoseAnswerIsLostComesTwice) {
   const auto watcher = startWatching({"--count", "3", "--format", "csv"});
   // The third one: those to registration and online come before.
   _network.setFaults(faultOf(Direction::toClient, 2, lost));
-  const ProgramResult result = zordp("clouds\n1\n2\n");
+  const ProcessResult result = zordp("clouds\n1\n2\n");
   EXPECT_EQ(result.exitStatus, EX_OK);
   EXPECT_THAT(watcher->finish().standardOutput, ContainsRegex(",1\n[^\n]*,1\n[^\n]*,2\n$"));
 }
 
 TEST_F(NetworkToolsTest, ALostQuestionIsToldWithHowLongItWaited) {
   _network.setFaults(faultOfAll(Direction::toDch, lost));
-  const ProgramResult result = zordc({"apps", "-W", "1"});
+  const ProcessResult result = zordc({"apps", "-W", "1"});
   EXPECT_EQ(result.exitStatus, EX_UNAVAILABLE);
   EXPECT_THAT(result.standardError, EndsWith("zordc: no answer from the DCH in 1 s\n"));
 }
 
 TEST_F(NetworkToolsTest, ALostSubscriptionIsToldByTheTimeoutOfWatch) {
   _network.setFaults(faultOfAll(Direction::toDch, lost));
-  const ProgramResult result = zordc({"watch", "WEATHER", "sky", "-W", "0.5"});
+  const ProcessResult result = zordc({"watch", "WEATHER", "sky", "-W", "0.5"});
   EXPECT_EQ(result.exitStatus, EX_TEMPFAIL);
   EXPECT_THAT(result.standardError, EndsWith("zordc: no row came for 0.5 s\n"));
 }
@@ -99,21 +98,21 @@ const Arguments actAndWait{"act",     "succeed", "--node", "n", "--subnode", "s"
 
 TEST_F(NetworkToolsTest, AnActionWhoseRequestIsLostIsUnknown) {
   _network.setFaults(faultOfRequests(DCH_REQUEST_ACTION, lost));
-  const ProgramResult result = zordc(actAndWait);
+  const ProcessResult result = zordc(actAndWait);
   EXPECT_EQ(result.exitStatus, 1);
   EXPECT_EQ(result.standardOutput, "action 7\nresult 106 (unknown action)\n");
 }
 
 TEST_F(NetworkToolsTest, AResultThatIsLostIsTold) {
   _network.setFaults(faultOf(Direction::toClient, 0, lost));
-  const ProgramResult result = zordc(actAndWait);
+  const ProcessResult result = zordc(actAndWait);
   EXPECT_EQ(result.exitStatus, EX_TEMPFAIL);
   EXPECT_THAT(result.standardError, EndsWith("zordc: no result of action 7 came in time\n"));
 }
 
 TEST_F(NetworkToolsTest, ADchThatIsOutOfReachIsToldFromAnActionThatTakesLong) {
   _network.setFaults(faultOfAll(Direction::toClient, lost));
-  const ProgramResult result = zordc(actAndWait);
+  const ProcessResult result = zordc(actAndWait);
   EXPECT_EQ(result.exitStatus, EX_UNAVAILABLE);
   EXPECT_THAT(result.standardError, EndsWith("zordc: the DCH does not answer\n"));
   _server.waitForError("action 7 ended with 0\n");

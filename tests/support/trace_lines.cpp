@@ -7,7 +7,7 @@
 #include <cstdarg>
 #include <cstdio>
 
-#include "tests/support/child_process.h"
+#include "tests/support/process.h"
 #include "tests/support/trace_capture.h"
 
 namespace {
@@ -100,7 +100,7 @@ std::vector<std::string> textsIn(const std::string& output) {
 
 void expectTraceAndExitWith(unsigned mask, const std::string& function,
                             const std::function<void()>& scenario, const Lines& lines) {
-  const ChildResult child = runInChild([&] {
+  const ProcessResult child = runInChild([&] {
     TRC1_SetSink(sendToParent, const_cast<std::string*>(&function));
     TRC1_Configure(textOf("0x%x", mask).c_str());
     scenario();

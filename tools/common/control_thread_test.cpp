@@ -7,7 +7,7 @@
 #include <future>
 #include <vector>
 
-#include "tests/support/child_process.h"
+#include "tests/support/process.h"
 
 namespace tools {
 namespace {
@@ -77,7 +77,7 @@ TEST(ControlThread, EndsWithoutHavingBeenToldAnything) {
 }
 
 TEST(ControlThread, ASecondSignalEndsTheProcess) {
-  const ChildResult child = runInChild([] {
+  const ProcessResult child = runInChild([] {
     std::promise<void> told;
     ControlThread thread([&](int) { told.set_value(); });
     kill(getpid(), SIGINT);

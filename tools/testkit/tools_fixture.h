@@ -8,13 +8,13 @@
 #include <string>
 #include <string_view>
 
-#include "tools/testkit/running_program.h"
+#include "tests/support/process.h"
 #include "tools/testkit/temporary_file.h"
 
 namespace tools {
 
-using Arguments = RunningProgram::Arguments;
-using Environment = RunningProgram::Environment;
+using Arguments = Process::Arguments;
+using Environment = Process::Environment;
 
 inline constexpr char registrationText[] =
     "appl:WEATHER,WTH; type:SOCK; help:What the sky does;\n"
@@ -30,9 +30,9 @@ inline Environment environmentFor(int port, const std::string& timeoutSeconds = 
 }
 
 // Runs a program to its end without input.
-inline ProgramResult runProgram(const std::string& path, const Arguments& arguments,
+inline ProcessResult runProgram(const std::string& path, const Arguments& arguments,
                                 const Environment& environment) {
-  return RunningProgram(path, arguments, environment).finish();
+  return Process(path, arguments, environment).finish();
 }
 
 // A server of its own for each test, which has subscribed consumers and sends rows of one group.
@@ -50,38 +50,38 @@ class ToolsTest : public ::testing::Test {
 
   Environment environment() const { return environmentFor(_port); }
 
-  using ErrorTo = RunningProgram::ErrorTo;
-  std::unique_ptr<RunningProgram> startSending(const Arguments& more,
-                                               ErrorTo errorTo = ErrorTo::pipe) const {
+  using Output = Process::Output;
+  std::unique_ptr<Process> startSending(const Arguments& more,
+                                        Output output = Output::captured) const {
     Arguments arguments{"send", "-r", _registration.path(), "-g", "sky", "-s", "roof"};
     arguments.insert(arguments.end(), more.begin(), more.end());
-    return std::make_unique<RunningProgram>(ZORDP_PATH, arguments, environment(), errorTo);
+    return std::make_unique<Process>(ZORDP_PATH, arguments, environment(), output);
   }
 
-  ProgramResult send(std::string_view rows, const std::string& format = "csv") const {
+  ProcessResult send(std::string_view rows, const std::string& format = "csv") const {
     const TemporaryFile input(rows);
     return startSending({"-i", input.path(), "-F", format})->finish();
   }
 
   // A consumer that the server knows when this returns.
-  std::unique_ptr<RunningProgram> startWatching(const std::string& appl, const std::string& group,
-                                                const Arguments& more) {
+  std::unique_ptr<Process> startWatching(const std::string& appl, const std::string& group,
+                                         const Arguments& more) {
     Arguments arguments{"watch", appl, group};
     arguments.insert(arguments.end(), more.begin(), more.end());
-    auto watcher = std::make_unique<RunningProgram>(ZORDC_PATH, arguments, environment());
+    auto watcher = std::make_unique<Process>(ZORDC_PATH, arguments, environment());
     _server.waitForError("zordchd: subscribed ", ++_subscriptions);
     return watcher;
   }
-  std::unique_ptr<RunningProgram> startWatching(const Arguments& more) {
+  std::unique_ptr<Process> startWatching(const Arguments& more) {
     return startWatching("WEATHER", "sky", more);
   }
 
   // What zordc does when it is run to its end without input.
-  ProgramResult zordc(const Arguments& arguments) const {
+  ProcessResult zordc(const Arguments& arguments) const {
     return runProgram(ZORDC_PATH, arguments, environment());
   }
 
-  RunningProgram _server;
+  Process _server;
   int _port = 0;
   int _subscriptions = 0;
   const TemporaryFile _registration{registrationText};
