@@ -12,7 +12,7 @@
 #include "dch/event_log.h"
 #include "dch/push_socket.h"
 #include "dch/testkit/clients.h"
-#include "tests/support/fault_plan.h"
+#include "tests/support/failing_calls.h"
 #include "tests/support/wait_until.h"
 
 namespace dch {

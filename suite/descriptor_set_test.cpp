@@ -6,7 +6,7 @@
 #include <cerrno>
 
 #include "suite/descriptor_set.h"
-#include "tests/support/fault_plan.h"
+#include "tests/support/failing_calls.h"
 
 namespace {
 

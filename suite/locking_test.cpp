@@ -25,7 +25,7 @@ constinit TRC1_Block block{"function", 8, 1, &unit, {}, {}};
 
 // While it lives, no mutex can be locked.
 class NoLocks {
-  FailingCall _failing{SystemCall::lockMutex, nullptr, EAGAIN, EAGAIN};
+  FailingCall _failing{{SystemCall::lockMutex}, EAGAIN};
 };
 
 TEST(Lock, TellsThatItIsNotHeldAndLetsGoOfNothing) {

@@ -12,7 +12,7 @@
 #include <string>
 
 #include "suite/product_settings.h"
-#include "tests/support/fault_plan.h"
+#include "tests/support/failing_calls.h"
 
 namespace {
 

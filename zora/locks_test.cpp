@@ -30,13 +30,13 @@ bool isTaken() {
 }
 
 int getLockFailing(int code, int systemError) {
-  const FailingCall failing(SystemCall::lockMutex, &mutex, code, systemError);
+  const FailingCall failing({SystemCall::lockMutex, &mutex}, code, systemError);
   return ZORA_GetLock(&mutex, tag);
 }
 
 int releaseLockFailing(int code, int systemError) {
   pthread_mutex_lock(&mutex);
-  const FailingCall failing(SystemCall::unlockMutex, &mutex, code, systemError);
+  const FailingCall failing({SystemCall::unlockMutex, &mutex}, code, systemError);
   return ZORA_ReleaseLock(&mutex, tag);
 }
 

@@ -185,7 +185,7 @@ TEST(StartDPprocess, ReturnsZeroInTheChildOfAMissingProgram) {
 
 TEST(StartDPprocess, ReportsAFailedFork) {
   expectTrace("ZORA_StartDPprocess", [] {
-    const FailingCall failing(SystemCall::fork, nullptr, -1, EAGAIN);
+    const FailingCall failing({SystemCall::fork}, EAGAIN);
     EXPECT_EQ(ZORA_StartDPprocess("provider"), -1);
     return std::vector{entryLine(), errorLine(textOf("Error: fork failed: errno=%d\n", EAGAIN)),
                        exitLine(-1)};

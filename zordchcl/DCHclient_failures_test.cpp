@@ -7,7 +7,7 @@
 #include <optional>
 #include <vector>
 
-#include "tests/support/failing_memory.h"
+#include "tests/support/failing_calls.h"
 #include "tests/support/trace_capture.h"
 #include "zordchcl/test_client.h"
 #include "zordlpc/zordlpc.h"
@@ -16,7 +16,7 @@
 namespace {
 
 void makeWithoutMemory(std::optional<DCHclient>* client) {
-  const FailingMemory noMemory;
+  const NoMemory noMemory;
   client->emplace(1, 0);
 }
 
@@ -24,7 +24,7 @@ TEST(ClientWithoutTransport, IsReportedAndLatched) {
   expectTrace("DCHclient::DCHclient", [] {
     std::optional<DCHclient> client;
     makeWithoutMemory(&client);
-    EXPECT_EQ(FailingMemory::lastRefusedBytes(), sizeof(ipcSock));
+    EXPECT_EQ(NoMemory::lastRefusedBytes(), sizeof(ipcSock));
     EXPECT_EQ(client->_ipcClient, nullptr);
     EXPECT_EQ(client->_clientError, 1);
     EXPECT_EQ(client->_interruptFD, NO_SOCKET);
@@ -61,7 +61,7 @@ TEST(ClientWithoutTransport, OverLocalProcedureCallsIsLatchedToo) {
   expectTrace("DCHclient::DCHclient", [] {
     std::optional<DCHclient> client;
     makeWithoutMemory(&client);
-    EXPECT_EQ(FailingMemory::lastRefusedBytes(), sizeof(ipcLPC));
+    EXPECT_EQ(NoMemory::lastRefusedBytes(), sizeof(ipcLPC));
     EXPECT_EQ(client->_clientError, 1);
     return Lines{
         entryLine(),

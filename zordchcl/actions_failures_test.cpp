@@ -2,7 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tests/support/failing_memory.h"
+#include "tests/support/failing_calls.h"
 #include "tests/support/scripted_dch.h"
 #include "zordchcl/test_lines.h"
 #include "zordchcl/zordchcl.h"
@@ -16,7 +16,7 @@ void expectWithoutClient(const std::string& function, const std::function<void()
                          const Lines& lines) {
   const ScriptedDch dch(never());
   expectTrace(function, [&] {
-    const FailingMemory failing;
+    const NoMemory failing;
     call();
     return lines;
   });

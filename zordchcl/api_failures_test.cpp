@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "suite/text.h"
-#include "tests/support/failing_memory.h"
+#include "tests/support/failing_calls.h"
 #include "tests/support/scripted_dch.h"
 #include "tests/support/trace_capture.h"
 #include "zordchcl/DCHclient.h"
@@ -75,10 +75,10 @@ void expectNoClient(const Function& function) {
   const TraceCapture trace("0xff");
   int result = 99;
   {
-    const FailingMemory noMemory;
+    const NoMemory noMemory;
     result = function.call(arguments);
   }
-  EXPECT_EQ(FailingMemory::lastRefusedBytes(), sizeof(DCHclient));
+  EXPECT_EQ(NoMemory::lastRefusedBytes(), sizeof(DCHclient));
   EXPECT_EQ(result, 1) << function.name;
   EXPECT_EQ(arguments.status, untouched) << function.name;
   EXPECT_EQ(arguments.handle, untouched) << function.name;
@@ -96,19 +96,19 @@ TEST(WithoutMemory, EveryProviderFunctionFailsAndLeavesItsArgumentsAlone) {
 TEST(WithoutMemory, ShutdownDoesNothing) {
   const TraceCapture trace("0xff");
   {
-    const FailingMemory noMemory;
+    const NoMemory noMemory;
     DCH_shutdown(0);
   }
-  EXPECT_EQ(FailingMemory::lastRefusedBytes(), sizeof(DCHclient));
+  EXPECT_EQ(NoMemory::lastRefusedBytes(), sizeof(DCHclient));
   EXPECT_THAT(trace.texts(), IsEmpty());
 }
 
 TEST(WithoutMemory, ASubscriptionGivesNoHandle) {
   DCH_api_init();
   expectTrace("dc_waitOnDataInitialize", [] {
-    const FailingMemory noMemory;
+    const NoMemory noMemory;
     EXPECT_EQ(dc_waitOnDataInitialize("HOSTMON", "load"), nullptr);
-    EXPECT_EQ(FailingMemory::lastRefusedBytes(), sizeof(DCHclient));
+    EXPECT_EQ(NoMemory::lastRefusedBytes(), sizeof(DCHclient));
     return Lines{entryLine()};
   });
 }

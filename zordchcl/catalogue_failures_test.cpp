@@ -2,37 +2,18 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <cstdlib>
+#include <cerrno>
 
-#include "tests/support/failing_memory.h"
+#include "tests/support/failing_calls.h"
 #include "tests/support/fake_transport.h"
 #include "zordchcl/test_catalogue.h"
 
 namespace {
 
-std::atomic<bool> hasBlocks{true};
-
 // While it lives, there is no block for an answer.
-struct WithoutBlocks {
-  WithoutBlocks() { hasBlocks = false; }
-  ~WithoutBlocks() { hasBlocks = true; }
+class WithoutBlocks {
+  FailingCall _failing{{SystemCall::cMemory}, ENOMEM};
 };
-
-}  // namespace
-
-extern "C" {
-
-void* __real_calloc(std::size_t count, std::size_t size);
-void* __wrap_calloc(std::size_t count, std::size_t size);
-
-void* __wrap_calloc(std::size_t count, std::size_t size) {
-  return hasBlocks ? __real_calloc(count, size) : nullptr;
-}
-
-}  // extern "C"
-
-namespace {
 
 using testing::IsEmpty;
 
@@ -93,7 +74,7 @@ TEST(WithoutAClient, TheQueryFailsAndSendsNothing) {
       ZORA_Long length = 4711;
       char before[] = "before";
       char* buffer = before;
-      const FailingMemory failing;
+      const NoMemory failing;
       EXPECT_EQ(query.call(&length, &buffer, "HOSTMON", wait), 1);
       EXPECT_EQ(length, 0);
       EXPECT_EQ(buffer, nullptr);

@@ -30,7 +30,7 @@ class FailingLocks : public testing::Test {
   FailingLocks() : dch(never()) { DCH_api_init(); }
 
   static FailingCall failing(SystemCall call, const pthread_mutex_t& lock) {
-    return FailingCall(call, &lock, EINVAL, EINVAL);
+    return FailingCall({call, &lock}, EINVAL);
   }
 
   const ScriptedDch dch;

@@ -1,7 +1,7 @@
 // A row without memory for its work buffer.
 #include <gtest/gtest.h>
 
-#include "tests/support/failing_memory.h"
+#include "tests/support/failing_calls.h"
 #include "tests/support/fake_transport.h"
 #include "tests/support/trace_lines.h"
 
@@ -14,10 +14,10 @@ TEST(RowWithoutMemory, IsStatusFour) {
     char* row = nullptr;
     ZORA_Long size = 900;
     {
-      const FailingMemory noMemory;
+      const NoMemory noMemory;
       EXPECT_EQ(faked.client.dp_formatData(&status, &row, &size, "load1", "0.25", 4, 'D'), 1);
     }
-    EXPECT_EQ(FailingMemory::lastRefusedBytes(), std::size_t{DCH_WORK_BUFFER_SIZE});
+    EXPECT_EQ(NoMemory::lastRefusedBytes(), std::size_t{DCH_WORK_BUFFER_SIZE});
     EXPECT_EQ(status, 4);
     EXPECT_EQ(row, nullptr);
     EXPECT_EQ(size, 0);

@@ -1,8 +1,6 @@
 // A data wait, and its cancelling, when the system's calls and the host's name fail.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/select.h>
-#include <sys/socket.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -12,6 +10,7 @@
 
 #include "suite/descriptor_set.h"
 #include "suite/names.h"
+#include "tests/support/failing_calls.h"
 #include "zordchcl/DCHclient.h"
 #include "zordchcl/test_client.h"
 #include "zordsock/zordsock.h"
@@ -19,26 +18,12 @@
 namespace {
 
 // What stands in for a call; while empty, the real call is made.
-std::function<int(int, fd_set*, fd_set*, fd_set*, timeval*)> selectInstead;
-std::function<ssize_t(std::size_t)> sendtoInstead;
 std::function<const char*()> localHostNameInstead;
 std::function<int(const char*, int, sockaddr_in*)> convertNameInstead;
 
 }  // namespace
 
 extern "C" {
-
-int __real_select(int, fd_set*, fd_set*, fd_set*, timeval*);
-int __wrap_select(int count, fd_set* readSet, fd_set* writeSet, fd_set* otherSet, timeval* limit) {
-  return (selectInstead ? selectInstead : __real_select)(count, readSet, writeSet, otherSet, limit);
-}
-
-ssize_t __real_sendto(int, const void*, std::size_t, int, const sockaddr*, socklen_t);
-ssize_t __wrap_sendto(int descriptor, const void* bytes, std::size_t length, int flags,
-                      const sockaddr* address, socklen_t addressLength) {
-  if (sendtoInstead) return sendtoInstead(length);
-  return __real_sendto(descriptor, bytes, length, flags, address, addressLength);
-}
 
 const char* __real__Z24ZOR0_LocalHostNameStringv();
 const char* __wrap__Z24ZOR0_LocalHostNameStringv() {
@@ -61,10 +46,15 @@ namespace {
 class Waiter {
  public:
   ~Waiter() {
-    selectInstead = nullptr;
-    sendtoInstead = nullptr;
+    standIns = {};
     localHostNameInstead = nullptr;
     convertNameInstead = nullptr;
+  }
+
+  // From now on this "sends" every datagram.
+  static void sendBy(const std::function<ssize_t(std::size_t length)>& send) {
+    standIns.sendTo = [send](int, const void*, std::size_t length, int, const sockaddr*,
+                             socklen_t) { return send(length); };
   }
 
   ZORA_Long socket() const { return static_cast<ipcSock*>(client._ipcClient)->sockUDP(); }
@@ -97,7 +87,7 @@ TEST(FailingWait, ASelectThatFailsIsAFailure) {
   for (const int systemError : {EINTR, EBADF, ENOMEM}) {
     expectTrace("DCHclient::dc_waitOnData", [&] {
       Waiter waiter;
-      selectInstead = [&](int, fd_set*, fd_set*, fd_set*, timeval*) {
+      standIns.select = [&](int, fd_set*, fd_set*, fd_set*, timeval*) {
         errno = systemError;
         return -1;
       };
@@ -113,7 +103,7 @@ TEST(FailingWait, ASelectThatNamesNoDescriptorIsAFailure) {
   for (const int count : {0, 1}) {
     expectTrace("DCHclient::dc_waitOnData", [&] {
       Waiter waiter;
-      selectInstead = [&](int, fd_set* readSet, fd_set*, fd_set*, timeval*) {
+      standIns.select = [&](int, fd_set* readSet, fd_set*, fd_set*, timeval*) {
         ZOR0_ClearDescriptors(readSet, 0);
         return count;
       };
@@ -127,8 +117,8 @@ TEST(FailingWait, ASelectThatNamesNoDescriptorIsAFailure) {
 TEST(FailingWait, WaitsForBothSocketsToBecomeReadableWithoutLimit) {
   Waiter waiter;
   int asked = 0;
-  selectInstead = [&](int count, fd_set* readSet, fd_set* writeSet, fd_set* otherSet,
-                      timeval* limit) {
+  standIns.select = [&](int count, fd_set* readSet, fd_set* writeSet, fd_set* otherSet,
+                        timeval* limit) {
     asked += 1;
     EXPECT_EQ(count, std::max(waiter.socket(), waiter.client._interruptFD) + 1);
     for (int descriptor = 0; descriptor < count; ++descriptor)
@@ -147,10 +137,10 @@ TEST(FailingCancel, ADatagramThatIsNotSentWholeIsAFailure) {
   for (const int sent : {-1, 0, 5, 21}) {
     expectTrace("DCHclient::dc_waitOnDataCancel", [&] {
       Waiter waiter;
-      sendtoInstead = [&](std::size_t length) {
+      Waiter::sendBy([&](std::size_t length) {
         EXPECT_EQ(length, 22u);
         return ssize_t{sent};
-      };
+      });
       EXPECT_EQ(waiter.client.dc_waitOnDataCancel(), 1);
       return Lines{entryLine(), waiter.addressLine(),
                    errorLine(textOf("Error: SENDTO - Sent %d bytes out of 22\n", sent)),
@@ -162,10 +152,10 @@ TEST(FailingCancel, ADatagramThatIsNotSentWholeIsAFailure) {
 TEST(FirstCancel, AnswersZeroEvenWhenTheWaitEndsBeforeItReturns) {
   expectTrace("DCHclient::dc_waitOnDataCancel", [] {
     Waiter waiter;
-    sendtoInstead = [&](std::size_t length) {
+    Waiter::sendBy([&](std::size_t length) {
       waiter.client._clientError = -1;  // as the waiting thread does
       return static_cast<ssize_t>(length);
-    };
+    });
     EXPECT_EQ(waiter.client.dc_waitOnDataCancel(), 0);
     EXPECT_EQ(waiter.client._clientError, -1);
     return Lines{entryLine(), waiter.addressLine(),
@@ -176,7 +166,7 @@ TEST(FirstCancel, AnswersZeroEvenWhenTheWaitEndsBeforeItReturns) {
 TEST(FailingCancel, AfterACancelledWaitIsAFailureToo) {
   Waiter waiter;
   waiter.client._clientError = -1;
-  sendtoInstead = [](std::size_t) { return ssize_t{-1}; };
+  Waiter::sendBy([](std::size_t) { return ssize_t{-1}; });
   EXPECT_EQ(waiter.client.dc_waitOnDataCancel(), 1);
 }
 
@@ -184,10 +174,10 @@ TEST(FailingCancel, WithoutAHostNameReportsBothSteps) {
   expectTrace("DCHclient::dc_waitOnDataCancel", [] {
     Waiter waiter;
     localHostNameInstead = [] { return nullptr; };
-    sendtoInstead = [](std::size_t) {
+    Waiter::sendBy([](std::size_t) {
       ADD_FAILURE() << "nothing is to be sent";
       return ssize_t{-1};
-    };
+    });
     EXPECT_EQ(waiter.client.dc_waitOnDataCancel(), 1);
     return Lines{entryLine(), errorLine("Error: ZOR0_LocalHostNameString failed.\n"),
                  errorLine("Error: ZOR0_ConvertNameToAddr failed for[]\n"), exitLine(1)};
@@ -201,10 +191,10 @@ TEST(FailingCancel, WithoutAHostNameSendsNothingEvenToAnAddress) {
     convertNameInstead = [](const char*, int port, sockaddr_in* address) {
       return __real__Z22ZOR0_ConvertNameToAddrPKciP11sockaddr_in("127.0.0.1", port, address);
     };
-    sendtoInstead = [](std::size_t) {
+    Waiter::sendBy([](std::size_t) {
       ADD_FAILURE() << "nothing is to be sent";
       return ssize_t{-1};
-    };
+    });
     EXPECT_EQ(waiter.client.dc_waitOnDataCancel(), 1);
     return Lines{entryLine(), errorLine("Error: ZOR0_LocalHostNameString failed.\n"),
                  waiter.addressLine(), exitLine(1)};

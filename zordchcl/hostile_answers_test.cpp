@@ -3,7 +3,6 @@
 // for, worked out here apart from the library, and never in a look behind a message.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/select.h>
 
 #include <algorithm>
 #include <atomic>
@@ -12,6 +11,7 @@
 #include <optional>
 
 #include "tests/support/bytes.h"
+#include "tests/support/failing_calls.h"
 #include "tests/support/scripted_dch.h"
 #include "tests/support/trace_capture.h"
 #include "zordchcl/test_answers.h"
@@ -21,23 +21,22 @@ namespace {
 
 std::atomic<int> furtherWaits{0};
 
-}  // namespace
-
 // A read waits ten seconds for the next datagram of a message. None ever comes here but those that
 // are there already, so that wait may end at once.
-extern "C" int __real_select(int, fd_set*, fd_set*, fd_set*, timeval*);
-extern "C" int __wrap_select(int count, fd_set* readSet, fd_set* writeSet, fd_set* otherSet,
-                             timeval* limit);
-extern "C" int __wrap_select(int count, fd_set* readSet, fd_set* writeSet, fd_set* otherSet,
-                             timeval* limit) {
-  if (limit != nullptr && limit->tv_sec == 10) {
-    furtherWaits += 1;
-    *limit = {};
+class FurtherWaits : public testing::Environment {
+  void SetUp() override {
+    standIns.select = [](int count, fd_set* readSet, fd_set* writeSet, fd_set* otherSet,
+                         timeval* limit) {
+      if (limit != nullptr && limit->tv_sec == 10) {
+        furtherWaits += 1;
+        *limit = {};
+      }
+      return __real_select(count, readSet, writeSet, otherSet, limit);
+    };
   }
-  return __real_select(count, readSet, writeSet, otherSet, limit);
-}
+};
 
-namespace {
+const auto* const ofAllTests = testing::AddGlobalTestEnvironment(new FurtherWaits);
 
 using testing::ElementsAre;
 using testing::IsEmpty;

@@ -6,7 +6,6 @@
 #include <cstdlib>
 
 #include "tests/support/failing_calls.h"
-#include "tests/support/failing_memory.h"
 #include "tests/support/scripted_dch.h"
 #include "tests/support/trace_capture.h"
 #include "zordchcl/locks.h"
@@ -39,7 +38,7 @@ class FailedInitialize : public testing::Test {
 
 TEST_F(FailedInitialize, WithoutItsLockSaysAndSendsNothing) {
   expectTrace(function, [] {
-    const FailingCall failing(SystemCall::lockMutex, &_dc_waitForDPStatusLock, EINVAL, EINVAL);
+    const FailingCall failing({SystemCall::lockMutex, &_dc_waitForDPStatusLock}, EINVAL);
     EXPECT_EQ(dc_waitForDPStatusInitialize(), nullptr);
     return Lines{entryLine()};
   });
@@ -50,7 +49,7 @@ TEST_F(FailedInitialize, WithoutItsLockSaysAndSendsNothing) {
 TEST_F(FailedInitialize, NeedsNoOtherLock) {
   for (pthread_mutex_t* other :
        {&zordchcl::_dc_waitOnDataLock, &zordchcl::_dc_waitOnDataCancelLock}) {
-    const FailingCall failing(SystemCall::lockMutex, other, EINVAL, EINVAL);
+    const FailingCall failing({SystemCall::lockMutex, other}, EINVAL);
     expectAnotherWorks();
   }
 }
@@ -58,7 +57,7 @@ TEST_F(FailedInitialize, NeedsNoOtherLock) {
 TEST_F(FailedInitialize, OfItsLockReturnsNullAfterSending) {
   const TraceCapture trace;
   {
-    const FailingCall failing(SystemCall::unlockMutex, &_dc_waitForDPStatusLock, EPERM, EPERM);
+    const FailingCall failing({SystemCall::unlockMutex, &_dc_waitForDPStatusLock}, EPERM);
     EXPECT_EQ(dc_waitForDPStatusInitialize(), nullptr);
   }
   EXPECT_THAT(dch.waitForRequests(1), SizeIs(1));
@@ -68,7 +67,7 @@ TEST_F(FailedInitialize, OfItsLockReturnsNullAfterSending) {
 
 TEST_F(FailedInitialize, WithoutMemorySaysAndSendsNothing) {
   expectTrace(function, [] {
-    const FailingMemory failing;
+    const NoMemory failing;
     EXPECT_EQ(dc_waitForDPStatusInitialize(), nullptr);
     return Lines{entryLine()};
   });
@@ -78,7 +77,7 @@ TEST_F(FailedInitialize, WithoutMemorySaysAndSendsNothing) {
 
 TEST_F(FailedInitialize, WaitAndDestroyTakeNoLock) {
   void* const handle = dc_waitForDPStatusInitialize();
-  const FailingCall failing(SystemCall::lockMutex, &_dc_waitForDPStatusLock, EINVAL, EINVAL);
+  const FailingCall failing({SystemCall::lockMutex, &_dc_waitForDPStatusLock}, EINVAL);
   dch.waitForRequests(1);
   dch.push(statusAnswer(0));
   EXPECT_EQ(dc_waitForDPStatus(handle), nullptr);

@@ -6,7 +6,6 @@
 #include <future>
 
 #include "tests/support/failing_calls.h"
-#include "tests/support/failing_memory.h"
 #include "tests/support/trace_capture.h"
 #include "tests/support/trace_lines.h"
 #include "zordipc/test_transport.h"
@@ -214,7 +213,7 @@ TEST(ServerStart, MakesTheQueueBeforeTheThread) {
 
 TEST(ServerStart, FailsWithoutAThread) {
   expectTrace("DCHipc::startup", [] {
-    const FailingCall failing(SystemCall::createThread, nullptr, EAGAIN, 0);
+    const FailingCall failing({SystemCall::createThread}, EAGAIN, 0);
     TestTransport server(SERVICE_SERVER);
     EXPECT_EQ(server.startup(nullptr, 0), 1);
     EXPECT_EQ(server.ipcGetError(), 1);
@@ -227,7 +226,7 @@ TEST(ServerStart, RunsTheReceiverThreadEvenWithoutAQueue) {
   expectTrace("DCHipc::startup", [] {
     StartedServer& server = newServer();
     {
-      const FailingMemory failing;
+      const NoMemory failing;
       EXPECT_EQ(server.transport.startup(nullptr, 0), 1);
     }
     EXPECT_EQ(server.transport.ipcGetError(), 1);
@@ -251,7 +250,7 @@ TEST(ServerStart, FailsWithoutAQueueHoweverQuickTheThreadIs) {
   TRC1_Configure("0,*/DCHipc::startup=0x02");
   TRC1_SetSink([](void*, const TRC1_Record&) { dropped.wait_for(patience); }, nullptr);
   {
-    const FailingMemory failing;
+    const NoMemory failing;
     EXPECT_EQ(server.transport.startup(nullptr, 0), 1);
   }
   EXPECT_EQ(dropped.wait_for(std::chrono::seconds(0)), std::future_status::ready);

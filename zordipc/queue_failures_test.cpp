@@ -7,7 +7,6 @@
 #include <string>
 
 #include "tests/support/failing_calls.h"
-#include "tests/support/failing_memory.h"
 #include "tests/support/trace_capture.h"
 #include "tests/support/trace_lines.h"
 #include "zordipc/test_queue.h"
@@ -18,12 +17,12 @@ constexpr int someError = 4711;
 constexpr char shownSender[] = ": clientAddr <16<02001f900a141e280000000000000000>>\n";
 
 void putWithoutMemory(TestQueue& queue, const std::string& message) {
-  const FailingMemory failing;
+  const NoMemory failing;
   queue.put(message);
 }
 
 void getWithoutMemory(TestQueue& queue) {
-  const FailingMemory failing;
+  const NoMemory failing;
   queue.get();
 }
 
@@ -38,7 +37,7 @@ TEST(NewQueueWithoutMemory, IsMissing) {
   expectTrace("DCHipc::ipc_new_cb", [] {
     TestTransport server(SERVICE_SERVER);
     {
-      const FailingMemory failing;
+      const NoMemory failing;
       server.ipc_new_cb();
     }
     EXPECT_EQ(server.ipcGetError(), 1);
@@ -55,7 +54,7 @@ TEST(PutWithoutMemory, StoresNothingInANewSlot) {
       TestQueue queue;
       const std::string message(size, 'm');
       putWithoutMemory(queue, message);
-      EXPECT_EQ(FailingMemory::lastRefusedBytes(), size < 4096 ? 4096 : size + 1);
+      EXPECT_EQ(NoMemory::lastRefusedBytes(), size < 4096 ? 4096 : size + 1);
       EXPECT_EQ(queue.ipcGetError(), 0);
       EXPECT_EQ(queue.record().num_full, 0);
       EXPECT_EQ(queue.record().data[0], nullptr);
@@ -73,7 +72,7 @@ TEST(PutWithoutMemory, LosesTheBufferThatWasToGrow) {
     TraceCapture::forget();
     const std::string message(9000, 'm');
     putWithoutMemory(queue, message);
-    EXPECT_EQ(FailingMemory::lastRefusedBytes(), 12288u);
+    EXPECT_EQ(NoMemory::lastRefusedBytes(), 12288u);
     EXPECT_EQ(queue.ipcGetError(), 0);
     EXPECT_EQ(queue.record().num_full, 0);
     EXPECT_EQ(queue.record().data[0], nullptr);
@@ -198,8 +197,8 @@ TEST(SteadyFlow, AllocatesNothing) {
 TEST(PutWithoutTheLock, StoresNothingAndDoesNotUnlock) {
   expectTrace("DCHipc::ipc_put_data", [] {
     TestQueue queue;
-    const CallCounter unlocks(SystemCall::unlockMutex, &queue.record().lock);
-    const FailingCall failing(SystemCall::lockMutex, &queue.record().lock, EINVAL, someError);
+    const CallCounter unlocks({SystemCall::unlockMutex, &queue.record().lock});
+    const FailingCall failing({SystemCall::lockMutex, &queue.record().lock}, EINVAL, someError);
     queue.put("hello");
     EXPECT_EQ(unlocks.count(), 0);
     EXPECT_EQ(queue.ipcGetError(), 1);
@@ -213,8 +212,8 @@ TEST(GetWithoutTheLock, TakesNothingAndDoesNotUnlock) {
   expectTrace("DCHipc::ipc_get_data", [] {
     TestQueue queue;
     queue.put("hello");
-    const CallCounter unlocks(SystemCall::unlockMutex, &queue.record().lock);
-    const FailingCall failing(SystemCall::lockMutex, &queue.record().lock, EINVAL, someError);
+    const CallCounter unlocks({SystemCall::unlockMutex, &queue.record().lock});
+    const FailingCall failing({SystemCall::lockMutex, &queue.record().lock}, EINVAL, someError);
     queue.get();
     EXPECT_EQ(unlocks.count(), 0);
     EXPECT_EQ(queue.ipcGetError(), 1);
@@ -227,7 +226,7 @@ TEST(GetWithoutTheLock, TakesNothingAndDoesNotUnlock) {
 TEST(QueueLock, IsTakenInTheNameOfTheEndpoint) {
   TestQueue queue;
   const TraceCapture trace("0x80");
-  const FailingCall failing(SystemCall::lockMutex, &queue.record().lock, EINVAL, someError);
+  const FailingCall failing({SystemCall::lockMutex, &queue.record().lock}, EINVAL, someError);
   queue.put("hello");
   queue.get();
   const std::string error = textOf("Error: pthread_mutex_lock failed, rc=%d errno=4711 [@%p]\n",
@@ -237,7 +236,7 @@ TEST(QueueLock, IsTakenInTheNameOfTheEndpoint) {
 
 TEST(PutWithAFailedUnlock, ReportsItsErrno) {
   TestQueue queue;
-  const FailingCall failing(SystemCall::unlockMutex, &queue.record().lock, EPERM, someError);
+  const FailingCall failing({SystemCall::unlockMutex, &queue.record().lock}, EPERM, someError);
   queue.put("hello");
   EXPECT_EQ(queue.ipcGetError(), someError);
   EXPECT_EQ(queue.record().num_full, 1);
@@ -246,7 +245,7 @@ TEST(PutWithAFailedUnlock, ReportsItsErrno) {
 TEST(GetWithAFailedUnlock, ReportsOne) {
   TestQueue queue;
   queue.put("hello");
-  const FailingCall failing(SystemCall::unlockMutex, &queue.record().lock, EPERM, someError);
+  const FailingCall failing({SystemCall::unlockMutex, &queue.record().lock}, EPERM, someError);
   queue.get();
   EXPECT_EQ(queue.ipcGetError(), 1);
   EXPECT_STREQ(queue.buffer, "hello");
@@ -267,8 +266,8 @@ TEST(PutWithAFailedWait, StoresNothingAndWakesNobody) {
     TestQueue queue;
     for (int i = 0; i < 4; ++i) queue.put("queued");
     TraceCapture::forget();
-    const CallCounter signals(SystemCall::signalCondition, &queue.record().notEmpty);
-    const FailingCall failing(SystemCall::waitCondition, &queue.record().notFull, EINVAL,
+    const CallCounter signals({SystemCall::signalCondition, &queue.record().notEmpty});
+    const FailingCall failing({SystemCall::waitCondition, &queue.record().notFull}, EINVAL,
                               someError);
     queue.put("hello");
     EXPECT_EQ(signals.count(), 0);
@@ -286,8 +285,8 @@ TEST(PutWithAFailedWait, StoresNothingAndWakesNobody) {
 TEST(GetWithAFailedWait, TakesNothingAndWakesNobody) {
   expectTrace("DCHipc::ipc_get_data", [] {
     TestQueue queue;
-    const CallCounter signals(SystemCall::signalCondition, &queue.record().notFull);
-    const FailingCall failing(SystemCall::waitCondition, &queue.record().notEmpty, EINVAL,
+    const CallCounter signals({SystemCall::signalCondition, &queue.record().notFull});
+    const FailingCall failing({SystemCall::waitCondition, &queue.record().notEmpty}, EINVAL,
                               someError);
     queue.get();
     EXPECT_EQ(signals.count(), 0);
@@ -306,7 +305,7 @@ TEST(PutWithAFailedSignal, StoresTheMessageAndSaysSo) {
     TestQueue queue;
     for (int slot = 0; slot < 5; ++slot) queue.pass("first");
     TraceCapture::forget();
-    const FailingCall failing(SystemCall::signalCondition, &queue.record().notEmpty, EINVAL,
+    const FailingCall failing({SystemCall::signalCondition, &queue.record().notEmpty}, EINVAL,
                               someError);
     const std::string message = "hello";
     queue.put(message);
@@ -328,7 +327,7 @@ TEST(GetWithAFailedSignal, TakesTheMessageAndReportsOne) {
   expectTrace("DCHipc::ipc_get_data", [] {
     TestQueue queue;
     queue.put("hello", senderName, 17);
-    const FailingCall failing(SystemCall::signalCondition, &queue.record().notFull, EINVAL,
+    const FailingCall failing({SystemCall::signalCondition, &queue.record().notFull}, EINVAL,
                               someError);
     queue.get();
     EXPECT_EQ(queue.ipcGetError(), 1);
@@ -353,13 +352,13 @@ TEST(GetWithAFailedSignal, TakesTheMessageAndReportsOne) {
 TEST(Signals, WakeOneWaiterForEachMessage) {
   TestQueue queue;
   {
-    const CallCounter signals(SystemCall::signalCondition, &queue.record().notEmpty);
+    const CallCounter signals({SystemCall::signalCondition, &queue.record().notEmpty});
     queue.put("hello");
     EXPECT_EQ(signals.count(), 1);
     putWithoutMemory(queue, "lost");
     EXPECT_EQ(signals.count(), 2);
   }
-  const CallCounter signals(SystemCall::signalCondition, &queue.record().notFull);
+  const CallCounter signals({SystemCall::signalCondition, &queue.record().notFull});
   queue.get();
   EXPECT_EQ(signals.count(), 1);
 }

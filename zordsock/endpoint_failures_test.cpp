@@ -8,7 +8,6 @@
 #include "tests/support/failing_calls.h"
 #include "tests/support/trace_capture.h"
 #include "tests/support/trace_lines.h"
-#include "zordsock/refused_sockets.h"
 #include "zordsock/test_endpoint.h"
 
 using namespace zordsock;
@@ -39,7 +38,7 @@ TraceLine openingLine(const DchSocket& dch, int connectTo, int service) {
 
 TEST(EndpointWithoutDatagramSocket, Fails) {
   const DchSocket dch;
-  const RefusedSockets refused(SOCK_DGRAM);
+  const FailingCall refused({.kind = SystemCall::openSocket, .socketType = SOCK_DGRAM}, ENOBUFS);
   expectTrace("ipcSock::IPCClient", [&] {
     const ipcSock endpoint(SERVICE_CLIENT, 0, 0);
     EXPECT_EQ(endpoint.ipcGetError(), 1);
@@ -52,7 +51,7 @@ TEST(EndpointWithoutDatagramSocket, Fails) {
 
 TEST(EndpointWithoutDatagramSocket, DoesNotOpenTheStreamSocketToConnectEither) {
   const DchSocket dch;
-  const RefusedSockets refused(SOCK_DGRAM);
+  const FailingCall refused({.kind = SystemCall::openSocket, .socketType = SOCK_DGRAM}, ENOBUFS);
   expectTrace("ipcSock::IPCClient", [&] {
     const ipcSock endpoint(SERVICE_UDP_CLIENT, 1, 0);
     EXPECT_EQ(endpoint.ipcGetError(), 1);
@@ -65,7 +64,7 @@ TEST(EndpointWithoutDatagramSocket, DoesNotOpenTheStreamSocketToConnectEither) {
 
 TEST(EndpointWithoutStreamSocket, Fails) {
   const DchSocket dch;
-  const RefusedSockets refused(SOCK_STREAM);
+  const FailingCall refused({.kind = SystemCall::openSocket, .socketType = SOCK_STREAM}, ENOBUFS);
   expectTrace("ipcSock::IPCClient", [&] {
     const ipcSock endpoint(SERVICE_CLIENT, 0, 0);
     EXPECT_EQ(endpoint.ipcGetError(), 1);
@@ -77,7 +76,7 @@ TEST(EndpointWithoutStreamSocket, Fails) {
 
 TEST(EndpointWithoutStreamSocket, FailsToConnect) {
   const DchSocket dch;
-  const RefusedSockets refused(SOCK_STREAM);
+  const FailingCall refused({.kind = SystemCall::openSocket, .socketType = SOCK_STREAM}, ENOBUFS);
   expectTrace("ipcSock::IPCClient", [&] {
     const ipcSock endpoint(SERVICE_UDP_CLIENT, 1, 0);
     EXPECT_EQ(endpoint.ipcGetError(), 1);
@@ -89,7 +88,7 @@ TEST(EndpointWithoutStreamSocket, FailsToConnect) {
 
 TEST(EndpointWithoutStreamSocket, IsOfNoConcernToADatagramEndpoint) {
   const DchSocket dch;
-  const RefusedSockets refused(SOCK_STREAM);
+  const FailingCall refused({.kind = SystemCall::openSocket, .socketType = SOCK_STREAM}, ENOBUFS);
   EXPECT_EQ(ipcSock(SERVICE_UDP_CLIENT, 0, 0).ipcGetError(), 0);
 }
 
@@ -97,7 +96,7 @@ TEST(EndpointWithoutStreamSocket, IsOfNoConcernToADatagramEndpoint) {
 
 TEST(EndpointWithoutTheInitLock, IsOpenedWithTheSettingsAsTheyAre) {
   const DchSocket dch;
-  const FailingCall noLock(SystemCall::lockMutex, ZORA_GetEnvVarsInitLock(), EINVAL, EINVAL);
+  const FailingCall noLock({SystemCall::lockMutex, ZORA_GetEnvVarsInitLock()}, EINVAL);
   const TraceCapture trace("zordsock/*=0x81,zora/*=0");
   const ipcSock endpoint(SERVICE_UDP_CLIENT, 1, 0);
   EXPECT_EQ(endpoint.ipcGetError(), 0);
@@ -115,7 +114,7 @@ TEST(EndpointWithoutTheInitLock, DoesNotReleaseItForWhoHoldsIt) {
   auto* const lock = static_cast<pthread_mutex_t*>(ZORA_GetEnvVarsInitLock());
   pthread_mutex_lock(lock);
   {
-    const FailingCall noLock(SystemCall::lockMutex, lock, EINVAL, EINVAL);
+    const FailingCall noLock({SystemCall::lockMutex, lock}, EINVAL);
     const TraceCapture trace("0x80");
     const ipcSock endpoint(SERVICE_UDP_CLIENT, 1, 0);
     EXPECT_THAT(trace.texts(), testing::ElementsAre(textOf(
@@ -128,7 +127,7 @@ TEST(EndpointWithoutTheInitLock, DoesNotReleaseItForWhoHoldsIt) {
 
 TEST(EndpointWithoutTheInitLock, FailsOnAFirstCallForLackOfAName) {
   const DchSocket dch;
-  const FailingCall noLock(SystemCall::lockMutex, ZORA_GetEnvVarsInitLock(), EINVAL, EINVAL);
+  const FailingCall noLock({SystemCall::lockMutex, ZORA_GetEnvVarsInitLock()}, EINVAL);
   const TraceCapture trace("0x80");
   const ipcSock endpoint(SERVICE_UDP_CLIENT, 0, 0);
   EXPECT_EQ(endpoint.ipcGetError(), 1);

@@ -9,37 +9,13 @@
 #include <optional>
 
 #include "tests/support/failing_calls.h"
-#include "tests/support/failing_memory.h"
 #include "tests/support/recorded_sleep.h"
 #include "tests/support/trace_capture.h"
-#include "zordsock/refused_sockets.h"
 #include "zordsock/test_pool.h"
 
 using namespace zordsock;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-namespace {
-
-// What the waits for a free element do, one after the other.
-std::vector<std::function<int()>> waits;
-std::size_t waitsMade = 0;
-std::time_t allocationStart = 0;
-
-}  // namespace
-
-extern "C" int __wrap_pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
-                                             const timespec* deadline);
-extern "C" int __wrap_pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
-                                             const timespec* deadline) {
-  EXPECT_EQ(condition, &_UDPSockCond);
-  EXPECT_EQ(mutex, &_UDPSockLock);
-  // Ten seconds from some moment between the start and now.
-  EXPECT_GE(deadline->tv_sec, allocationStart + 10);
-  EXPECT_LE(deadline->tv_sec, std::time(nullptr) + 10);
-  EXPECT_EQ(deadline->tv_nsec, 0);
-  return waits.at(waitsMade++)();
-}
 
 namespace {
 
@@ -60,15 +36,24 @@ TraceLine timeoutLine(int systemError = 0) {
 class FullPool : public testing::Test {
  protected:
   // Asks for a socket during whose waits things go as told.
-  ZORA_Long allocate(std::vector<std::function<int()>> script) {
+  ZORA_Long allocate(const std::vector<std::function<int()>>& script) {
     _UDPSockList[0].inUse = 1;
-    waits = std::move(script);
-    waitsMade = 0;
+    std::size_t waitsMade = 0;
+    const std::time_t start = std::time(nullptr);
+    standIns.timedWait = [&](pthread_cond_t* condition, pthread_mutex_t* mutex,
+                             const timespec* deadline) {
+      EXPECT_EQ(condition, &_UDPSockCond);
+      EXPECT_EQ(mutex, &_UDPSockLock);
+      // Ten seconds from some moment between the start and now.
+      EXPECT_GE(deadline->tv_sec, start + 10);
+      EXPECT_LE(deadline->tv_sec, std::time(nullptr) + 10);
+      EXPECT_EQ(deadline->tv_nsec, 0);
+      return script.at(waitsMade++)();
+    };
     clearRecordedSleeps();
-    allocationStart = std::time(nullptr);
     errno = EBADF;  // of an older call, which must not decide
     const ZORA_Long result = endpoint.allocateIPC();
-    EXPECT_EQ(waitsMade, waits.size());
+    EXPECT_EQ(waitsMade, script.size());
     EXPECT_EQ(pthread_mutex_trylock(&_UDPSockLock), 0);
     pthread_mutex_unlock(&_UDPSockLock);
     return result;
@@ -154,7 +139,7 @@ TEST_F(FullPool, IsNotPausedForWithoutReleasingTheLock) {
   std::optional<FailingCall> failing;
   expectTrace("ipcSock::allocateIPC", [&] {
     EXPECT_EQ(allocate({[&] {
-                          failing.emplace(SystemCall::unlockMutex, &_UDPSockLock, EPERM, EPERM);
+                          failing.emplace(Calls{SystemCall::unlockMutex, &_UDPSockLock}, EPERM);
                           return ETIMEDOUT;
                         },
                         [&] {
@@ -173,7 +158,7 @@ TEST_F(FullPool, IsLookedAtAgainEvenWithoutTheLock) {
   std::optional<FailingCall> failing;
   expectTrace("ipcSock::allocateIPC", [&] {
     EXPECT_EQ(allocate({[&] {
-                          failing.emplace(SystemCall::lockMutex, &_UDPSockLock, EINVAL, EINVAL);
+                          failing.emplace(Calls{SystemCall::lockMutex, &_UDPSockLock}, EINVAL);
                           return ETIMEDOUT;
                         },
                         [&] {
@@ -192,7 +177,7 @@ TEST_F(FullPool, IsLookedAtAgainEvenWithoutTheLock) {
 
 TEST_F(FullPool, CannotBeBorrowedFromWithoutTheLock) {
   _UDPSockList[0].inUse = 0;
-  const FailingCall failing(SystemCall::lockMutex, &_UDPSockLock, EINVAL, EDEADLK);
+  const FailingCall failing({SystemCall::lockMutex, &_UDPSockLock}, EINVAL, EDEADLK);
   expectTrace("ipcSock::allocateIPC", [&] {
     EXPECT_EQ(endpoint.allocateIPC(), -999);
     EXPECT_EQ(_UDPSockList[0].inUse, 0);
@@ -204,7 +189,7 @@ TEST_F(FullPool, CannotBeBorrowedFromWithoutTheLock) {
 }
 
 TEST_F(FullPool, CannotBeGivenBackToWithoutTheLock) {
-  const FailingCall failing(SystemCall::lockMutex, &_UDPSockLock, EINVAL, EDEADLK);
+  const FailingCall failing({SystemCall::lockMutex, &_UDPSockLock}, EINVAL, EDEADLK);
   expectTrace("ipcSock::releaseIPC", [&] {
     EXPECT_EQ(endpoint.releaseIPC(), 1);
     EXPECT_EQ(_UDPSockList[0].inUse, 1);
@@ -215,7 +200,7 @@ TEST_F(FullPool, CannotBeGivenBackToWithoutTheLock) {
 }
 
 TEST_F(FullPool, FreesTheSocketEvenIfTheWaitersCannotBeSignalled) {
-  const FailingCall failing(SystemCall::signalCondition, &_UDPSockCond, EINVAL, EPERM);
+  const FailingCall failing({SystemCall::signalCondition, &_UDPSockCond}, EINVAL, EPERM);
   expectTrace("ipcSock::releaseIPC", [&] {
     _UDPSockList[0].inUse = 1;
     EXPECT_EQ(endpoint.releaseIPC(), 1);
@@ -229,7 +214,7 @@ TEST_F(FullPool, FreesTheSocketEvenIfTheWaitersCannotBeSignalled) {
 }
 
 TEST_F(FullPool, TakesAFailedUnlockForDone) {
-  const FailingCall failing(SystemCall::unlockMutex, &_UDPSockLock, EPERM, EPERM);
+  const FailingCall failing({SystemCall::unlockMutex, &_UDPSockLock}, EPERM);
   EXPECT_EQ(endpoint.releaseIPC(), 0);
   EXPECT_EQ(_UDPSockList[0].inUse, 0);
 }
@@ -259,7 +244,8 @@ TEST(PoolWithoutSockets, KeepsTheElementsWhoseSocketCouldNotBeOpened) {
   const DchSocket dch;
   setPoolSize(3);
   const TraceCapture trace("0x80");
-  const RefusedSockets refused(SOCK_DGRAM, 1);
+  const FailingCall refused({.kind = SystemCall::openSocket, .socketType = SOCK_DGRAM, .first = 2},
+                            ENOBUFS);
   const Borrower borrower;
   EXPECT_EQ(borrower.endpoint.ipcGetError(), 0);
   const std::string line = textOf("Error: _UDPSockList[i].sockUDP[-1]  errno=%d\n", ENOBUFS);
@@ -271,7 +257,8 @@ TEST(PoolWithoutSockets, KeepsTheElementsWhoseSocketCouldNotBeOpened) {
 TEST(PoolWithoutSockets, TakesAnElementBackFromTheEndpointThatFailedWithIt) {
   const DchSocket dch;
   setPoolSize(2);
-  const RefusedSockets refused(SOCK_DGRAM, 1);
+  const FailingCall refused({.kind = SystemCall::openSocket, .socketType = SOCK_DGRAM, .first = 2},
+                            ENOBUFS);
   const Borrower borrower;
   expectTrace("ipcSock::releaseIPC", [] {
     ipcSock failed(SERVICE_UDP_CLIENT, 0, 1);
@@ -287,7 +274,8 @@ TEST(PoolWithoutSockets, TakesAnElementBackFromTheEndpointThatFailedWithIt) {
 TEST(PoolWithoutSockets, MakesAnEndpointFail) {
   const DchSocket dch;
   setPoolSize(2);
-  const RefusedSockets refused(SOCK_DGRAM, 1);
+  const FailingCall refused({.kind = SystemCall::openSocket, .socketType = SOCK_DGRAM, .first = 2},
+                            ENOBUFS);
   const Borrower borrower;
   expectTrace("ipcSock::IPCClient", [&] {
     errno = 0;
@@ -308,7 +296,7 @@ TEST(PoolWithoutMemory, ServesNobody) {
   const ipcSock readsEnvironment(SERVICE_UDP_CLIENT, 0, 0);
   expectTrace("ipcSock::ipcSock", [] {
     forgetPool(32);
-    const FailingMemory noMemory;
+    const NoMemory noMemory;
     const ipcSock endpoint(SERVICE_UDP_CLIENT, 0, 1);
     EXPECT_EQ(endpoint.ipcGetError(), 1);
     EXPECT_EQ(endpoint.sockUDP(), -999);

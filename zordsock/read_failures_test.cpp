@@ -1,71 +1,24 @@
-// Reads whose waits run out, whose select() fails, or that find no memory. A wrapped select() lets
-// a wait run out at once.
+// Reads whose waits run out, whose select() fails, or that find no memory.
 #include <gmock/gmock.h>
-#include <sys/select.h>
-#include <sys/socket.h>
-
 #include <deque>
 #include <optional>
 
 #include "suite/descriptor_set.h"
 #include "suite/sockets.h"
-#include "tests/support/failing_memory.h"
+#include "tests/support/failing_calls.h"
 #include "zordsock/test_read.h"
 
 namespace {
 
 enum class Wait { real, runsOut, isInterrupted, findsMemory };
 
-// What the next calls of select() do; none left: the real one. And the seconds each was given.
-std::deque<Wait> waits;
-std::vector<long> secondsGiven;
 constexpr long withoutLimit = -1;
 
 bool hasMemoryForSet = true;
-std::optional<FailingMemory> noMemory;
-int datagramsUntilMemoryRunsOut = 0;  // 0: never
 
 }  // namespace
 
 extern "C" {
-
-int __real_select(int count, fd_set* readable, fd_set* writable, fd_set* failed, timeval* timeout);
-int __wrap_select(int count, fd_set* readable, fd_set* writable, fd_set* failed, timeval* timeout);
-int __wrap_select(int count, fd_set* readable, fd_set* writable, fd_set* failed, timeval* timeout) {
-  secondsGiven.push_back(timeout != nullptr ? static_cast<long>(timeout->tv_sec) : withoutLimit);
-  Wait wait = Wait::real;
-  if (!waits.empty()) {
-    wait = waits.front();
-    waits.pop_front();
-  }
-  switch (wait) {
-    case Wait::runsOut:
-      EXPECT_NE(timeout, nullptr);
-      *timeout = timeval{0, 0};
-      return 0;
-    case Wait::isInterrupted:
-      errno = EINTR;
-      return -1;
-    case Wait::findsMemory:
-      noMemory.reset();
-      break;
-    case Wait::real:
-      break;
-  }
-  return __real_select(count, readable, writable, failed, timeout);
-}
-
-ssize_t __real_recvfrom(int socket, void* buffer, size_t size, int flags, sockaddr* sender,
-                        socklen_t* senderLength);
-ssize_t __wrap_recvfrom(int socket, void* buffer, size_t size, int flags, sockaddr* sender,
-                        socklen_t* senderLength);
-ssize_t __wrap_recvfrom(int socket, void* buffer, size_t size, int flags, sockaddr* sender,
-                        socklen_t* senderLength) {
-  EXPECT_EQ(size, 8192U);
-  EXPECT_EQ(*senderLength, 16U);
-  if (datagramsUntilMemoryRunsOut > 0 && --datagramsUntilMemoryRunsOut == 0) noMemory.emplace();
-  return __real_recvfrom(socket, buffer, size, flags, sender, senderLength);
-}
 
 // bool ZOR0_DescriptorSet::reset(int)
 bool __real__ZN18ZOR0_DescriptorSet5resetEi(ZOR0_DescriptorSet* set, int highest);
@@ -86,6 +39,43 @@ constexpr int waitSeconds = 5;
 
 class FailingRead : public testing::Test {
  protected:
+  FailingRead() {
+    standIns.select = [this](int count, fd_set* readable, fd_set* writable, fd_set* failed,
+                             timeval* timeout) {
+      secondsGiven.push_back(timeout != nullptr ? static_cast<long>(timeout->tv_sec)
+                                                : withoutLimit);
+      switch (nextWait()) {
+        case Wait::runsOut:
+          EXPECT_NE(timeout, nullptr);
+          *timeout = timeval{0, 0};
+          return 0;
+        case Wait::isInterrupted:
+          errno = EINTR;
+          return -1;
+        case Wait::findsMemory:
+          noMemory.reset();
+          break;
+        case Wait::real:
+          break;
+      }
+      return __real_select(count, readable, writable, failed, timeout);
+    };
+    standIns.receiveFrom = [this](int socket, void* buffer, std::size_t size, int flags,
+                                  sockaddr* sender, socklen_t* senderLength) {
+      EXPECT_EQ(size, 8192U);
+      EXPECT_EQ(*senderLength, 16U);
+      if (datagramsUntilMemoryRunsOut > 0 && --datagramsUntilMemoryRunsOut == 0) noMemory.emplace();
+      return __real_recvfrom(socket, buffer, size, flags, sender, senderLength);
+    };
+  }
+
+  Wait nextWait() {
+    if (waits.empty()) return Wait::real;
+    const Wait next = waits.front();
+    waits.pop_front();
+    return next;
+  }
+
   void send(const std::string& datagram) {
     dch.sendTo(ZOR0_RetrieveSockPort(endpoint.sockUDP()), datagram);
   }
@@ -97,7 +87,7 @@ class FailingRead : public testing::Test {
     return readFrom(endpoint, initialWait);
   }
 
-  static void expectNothing(const ReadOutcome& outcome, ZORA_Long result) {
+  void expectNothing(const ReadOutcome& outcome, ZORA_Long result) const {
     EXPECT_EQ(outcome.result, result);
     EXPECT_FALSE(outcome.handedOver);
     EXPECT_TRUE(waits.empty());
@@ -105,6 +95,11 @@ class FailingRead : public testing::Test {
 
   ReadLines lines() { return ReadLines(endpoint, waitSeconds); }
 
+  // What the next calls of select() do; none left: the real one. And the seconds each was given.
+  std::deque<Wait> waits;
+  std::vector<long> secondsGiven;
+  std::optional<NoMemory> noMemory;
+  int datagramsUntilMemoryRunsOut = 0;  // 0: never
   DchSocket dch;
   ipcSock endpoint{SERVICE_UDP_CLIENT, 0, 0};
 };
@@ -276,7 +271,7 @@ TEST_F(FailingRead, FailsWhenThereIsNoMemoryToJoinAMessage) {
     const ReadOutcome outcome = read({});
     noMemory.reset();
     expectNothing(outcome, -1);
-    EXPECT_EQ(FailingMemory::lastRefusedBytes(), 24U);
+    EXPECT_EQ(NoMemory::lastRefusedBytes(), 24U);
     return lines()
         .waited(1)
         .received(24, 12)

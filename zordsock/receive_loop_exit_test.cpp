@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "tests/support/failing_memory.h"
+#include "tests/support/failing_calls.h"
 #include "tests/support/process.h"
 #include "tests/support/running_server.h"
 #include "tests/support/stream_client.h"
@@ -33,7 +33,7 @@ int sendWhenThereIsNoMemory() {
   RunningServer server;
   server.start();
   const StreamClient client(server.streamPort());
-  const FailingMemory noMemory;
+  const NoMemory noMemory;
   client.send(messageBytes(5000, 5000));
   waitForTheEnd();
 }

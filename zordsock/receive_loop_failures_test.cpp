@@ -4,7 +4,7 @@
 
 #include <future>
 
-#include "tests/support/failing_memory.h"
+#include "tests/support/failing_calls.h"
 #include "tests/support/loopback_socket.h"
 #include "tests/support/process.h"
 #include "tests/support/trace_capture.h"
@@ -12,13 +12,11 @@
 
 namespace {
 
-constexpr char loopName[] = "ipcSock::IPCServer";
-
 // A socket that does not listen is readable at once, and nothing can be accepted from it.
 TEST(ServerFailures, AFailedListenIsReportedAndTheLoopRuns) {
   expectTrace(loopName, [] {
-    endAtWait(3);
-    failServerCall(ServerCall::listen, 1, EADDRINUSE);
+    const FailingCall end = endAtWait(3);
+    const FailingCall failing(nthCall(SystemCall::listenOnSocket, 1), EADDRINUSE);
     RunningServer server;
     expectQueued(server.start(), "IPC-SERVER_READY", server.endpoint()._sockAddress, 0, blankName);
     EXPECT_EQ(server.waitForEnd(), 2);
@@ -34,8 +32,7 @@ TEST(ServerFailures, AFailedListenIsReportedAndTheLoopRuns) {
 // The queue is full, so the loop stops before its first pass, in which accept would fail too.
 TEST(ServerFailures, AFailedListenLeavesAnError) {
   const TraceCapture trace("0,*/DCHipc::ipc_put_data=0x10");
-  countServerCalls();
-  failServerCall(ServerCall::listen, 1, EADDRINUSE);
+  const FailingCall failing(nthCall(SystemCall::listenOnSocket, 1), EADDRINUSE);
   RunningServer server;
   ipcSock& endpoint = server.endpoint();
   for (int i = 0; i < 4; ++i)
@@ -51,8 +48,7 @@ TEST(ServerFailures, AFailedListenLeavesAnError) {
 
 TEST(ServerFailures, AfterAFailedListenDatagramsAreStillReceived) {
   TRC1_Configure("0");
-  countServerCalls();
-  failServerCall(ServerCall::listen, 1, EADDRINUSE);
+  const FailingCall failing(nthCall(SystemCall::listenOnSocket, 1), EADDRINUSE);
   RunningServer server;
   server.start();
   const LoopbackSocket client;
@@ -65,8 +61,8 @@ TEST(ServerFailures, AfterAFailedListenDatagramsAreStillReceived) {
 
 TEST(ServerFailures, AFailedAcceptIsReportedAndItsSlotStaysTaken) {
   expectTrace(loopName, [] {
-    endAtWait(3);
-    failServerCall(ServerCall::accept, 1, EMFILE);
+    const FailingCall end = endAtWait(3);
+    const FailingCall failing(nthCall(SystemCall::acceptConnection, 1), EMFILE);
     RunningServer server;
     server.start();
     const StreamClient client(server.streamPort());
@@ -85,8 +81,7 @@ TEST(ServerFailures, AFailedAcceptIsReportedAndItsSlotStaysTaken) {
 }
 
 TEST(ServerFailures, AFailedAcceptLeavesAnErrorThatDoesNotEndTheLoop) {
-  countServerCalls();
-  failServerCall(ServerCall::accept, 1, EMFILE);
+  const FailingCall failing(nthCall(SystemCall::acceptConnection, 1), EMFILE);
   RunningServer server;
   server.start();
   const StreamClient client(server.streamPort());
@@ -97,7 +92,7 @@ TEST(ServerFailures, AFailedAcceptLeavesAnErrorThatDoesNotEndTheLoop) {
 
 TEST(ServerFailures, AFailedSelectEndsTheThreadInError) {
   expectTrace("IPCServerThread", [] {
-    endAtWait(1);
+    const FailingCall end = endAtWait(1);
     RunningServer server;
     EXPECT_EQ(IPCServerThread(&server.endpoint()), nullptr);
     EXPECT_EQ(server.endpoint()._sockError, 2);
@@ -113,7 +108,7 @@ TEST(ServerFailures, AFailedSelectEndsTheThreadInError) {
 TEST(ServerFailures, WithoutMemoryForTheLoopTheProcessEnds) {
   const ProcessResult child = runInChild([] {
     RunningServer server;
-    const FailingMemory noMemory;
+    const NoMemory noMemory;
     server.endpoint().IPCServer();
     return 0;
   });

@@ -11,13 +11,12 @@
 
 namespace {
 
-constexpr char loopName[] = "ipcSock::IPCServer";
 constexpr char disconnect[] = "DP-DISCONNECT";
 constexpr char resend[] = "RESEND_MESSAGE";
 
 TEST(ServerStream, QueuesAMessageOfOnePieceAsItCame) {
   expectTrace(loopName, [] {
-    endAtWait(4);
+    const FailingCall end = endAtWait(4);
     RunningServer server;
     server.start();
     const StreamClient client(server.streamPort());
@@ -40,7 +39,7 @@ TEST(ServerStream, QueuesAMessageOfOnePieceAsItCame) {
 
 TEST(ServerStream, QueuesAMessageOfThreePiecesOnce) {
   expectTrace(loopName, [] {
-    endAtWait(6);
+    const FailingCall end = endAtWait(6);
     RunningServer server;
     server.start();
     const StreamClient client(server.streamPort());
@@ -76,7 +75,7 @@ TEST(ServerStream, QueuesAMessageOfThreePiecesOnce) {
 
 TEST(ServerStream, QueuesADisconnectWhenThePeerCloses) {
   expectTrace(loopName, [] {
-    endAtWait(4);
+    const FailingCall end = endAtWait(4);
     RunningServer server;
     server.start();
     auto client = std::make_unique<StreamClient>(server.streamPort());
@@ -103,7 +102,7 @@ TEST(ServerStream, QueuesADisconnectWhenThePeerCloses) {
 
 TEST(ServerStream, QueuesADisconnectWhenThePeerResets) {
   expectTrace(loopName, [] {
-    endAtWait(4);
+    const FailingCall end = endAtWait(4);
     RunningServer server;
     server.start();
     StreamClient client(server.streamPort());
@@ -128,12 +127,12 @@ TEST(ServerStream, QueuesADisconnectWhenThePeerResets) {
 // The reset comes while the loop waits for the second piece.
 TEST(ServerStream, DropsAMessageInWhichThePeerResets) {
   expectTrace(loopName, [] {
-    endAtWait(5);
+    const FailingCall end = endAtWait(5);
     RunningServer server;
     server.start();
     StreamClient client(server.streamPort());
     client.send(messageBytes(3000, 5000));
-    EXPECT_TRUE(waitForServerCalls(ServerCall::select, 4));
+    EXPECT_TRUE(end.waitFor(4));
     client.breakOff();
     const QueuedMessage notice = server.next();
     EXPECT_EQ(server.waitForEnd(), 2);
@@ -155,7 +154,7 @@ TEST(ServerStream, DropsAMessageInWhichThePeerResets) {
 
 TEST(ServerStream, AsksForAMessageThatEndedShortAndKeepsTheConnection) {
   expectTrace(loopName, [] {
-    endAtWait(5);
+    const FailingCall end = endAtWait(5);
     RunningServer server;
     server.start();
     const StreamClient client(server.streamPort());
@@ -195,7 +194,7 @@ TEST(ServerStream, DisconnectsAfterAShortMessageInAPassOfItsOwn) {
 
 TEST(ServerStream, AsksAgainWhenTwoMessagesComeAtOnce) {
   expectTrace(loopName, [] {
-    endAtWait(4);
+    const FailingCall end = endAtWait(4);
     RunningServer server;
     server.start();
     const StreamClient client(server.streamPort());
@@ -216,16 +215,16 @@ TEST(ServerStream, AsksAgainWhenTwoMessagesComeAtOnce) {
 }
 
 TEST(ServerStream, GivesAFreedSlotToTheNextConnection) {
-  endAtWait(6);
+  const FailingCall end = endAtWait(6);
   RunningServer server;
   server.start();
   auto first = std::make_unique<StreamClient>(server.streamPort());
-  ASSERT_TRUE(waitForServerCalls(ServerCall::select, 2));
+  ASSERT_TRUE(end.waitFor(2));
   const StreamClient second(server.streamPort());
-  ASSERT_TRUE(waitForServerCalls(ServerCall::select, 3));
+  ASSERT_TRUE(end.waitFor(3));
   first.reset();
   EXPECT_EQ(server.next().bytes, disconnect);
-  ASSERT_TRUE(waitForServerCalls(ServerCall::select, 5));
+  ASSERT_TRUE(end.waitFor(5));
   const StreamClient third(server.streamPort());
   server.waitForEnd();
   const ZORA_Long* const connections = server.endpoint()._sockClientFD;
@@ -249,13 +248,13 @@ TEST(ServerStream, NamesThePeerOfEachConnection) {
 
 // Nothing is taken from the queue before all is sent, so one pass finds both connections readable.
 TEST(ServerStream, ServesTheReadableConnectionsInTheOrderOfTheirSlots) {
-  countServerCalls();
+  const CallCounter accepts({SystemCall::acceptConnection});
   RunningServer server;
   server.start();
   const StreamClient one(server.streamPort());
   const StreamClient other(server.streamPort());
   const LoopbackSocket sender;
-  ASSERT_TRUE(waitForServerCalls(ServerCall::accept, 2));
+  ASSERT_TRUE(accepts.waitFor(2));
   for (int i = 0; i < 5; ++i) sender.sendTo(server.datagramPort(), "datagram");
   other.send(messageBytes(9, 9));
   one.send(messageBytes(8, 8));
@@ -265,7 +264,7 @@ TEST(ServerStream, ServesTheReadableConnectionsInTheOrderOfTheirSlots) {
 }
 
 TEST(ServerStream, ServesNothingElseWhileAMessageIsIncomplete) {
-  countServerCalls();
+  const CallCounter waits({SystemCall::select});
   RunningServer server;
   server.start();
   const StreamClient client(server.streamPort());
@@ -273,7 +272,7 @@ TEST(ServerStream, ServesNothingElseWhileAMessageIsIncomplete) {
   const std::string message = messageBytes(8, 8);
   client.send(message.substr(0, 5));
   // The waits: for the connection, for its first bytes, and for two pieces.
-  ASSERT_TRUE(waitForServerCalls(ServerCall::select, 4));
+  ASSERT_TRUE(waits.waitFor(4));
   sender.sendTo(server.datagramPort(), "datagram");
   client.send(message.substr(5));
   EXPECT_EQ(server.next().bytes, message);

@@ -13,15 +13,14 @@
 
 namespace {
 
-constexpr char loopName[] = "ipcSock::IPCServer";
-
 // Connects so many clients, each after the one before it is accepted, so that none waits for room
 // in the backlog.
-std::vector<std::unique_ptr<StreamClient>> connectClients(RunningServer& server, int count) {
+std::vector<std::unique_ptr<StreamClient>> connectClients(RunningServer& server,
+                                                          const CallCounter& waits, int count) {
   std::vector<std::unique_ptr<StreamClient>> clients;
   for (int i = 1; i <= count; ++i) {
     clients.push_back(std::make_unique<StreamClient>(server.streamPort()));
-    EXPECT_TRUE(waitForServerCalls(ServerCall::select, i + 1));
+    EXPECT_TRUE(waits.waitFor(i + 1));
   }
   return clients;
 }
@@ -37,7 +36,7 @@ TEST(ServerStart, QueuesTheReadyNotice) {
 
 TEST(ServerStart, FreesEverySlotAndListens) {
   expectTrace(loopName, [] {
-    endAtWait(1);
+    const FailingCall end = endAtWait(1);
     RunningServer server;
     for (ZORA_Long& connection : server.endpoint()._sockClientFD) connection = -7;
     server.start();
@@ -49,28 +48,28 @@ TEST(ServerStart, FreesEverySlotAndListens) {
 
 TEST(ServerStart, WithTheErrorThatEndsTheLoopWaitsForNothing) {
   expectTrace(loopName, [] {
-    endAtWait(1);
+    const FailingCall end = endAtWait(1);
     RunningServer server;
     server.endpoint()._sockError = 2;
     EXPECT_EQ(server.start().bytes, "IPC-SERVER_READY");
     EXPECT_EQ(server.waitForEnd(), 2);
-    EXPECT_EQ(serverCallsMade(ServerCall::select), 0);
+    EXPECT_EQ(end.count(), 0);
     return LoopTrace(server).endWithoutWait();
   });
 }
 
 TEST(ServerStart, KeepsAnErrorThatDoesNotEndTheLoop) {
-  endAtWait(1);
+  const FailingCall end = endAtWait(1);
   RunningServer server;
   server.endpoint()._sockError = 1;
   server.start();
   EXPECT_EQ(server.waitForEnd(), 2);
-  EXPECT_EQ(serverCallsMade(ServerCall::select), 1);
+  EXPECT_EQ(end.count(), 1);
 }
 
 TEST(ServerDatagram, IsQueuedWithItsSender) {
   expectTrace(loopName, [] {
-    endAtWait(2);
+    const FailingCall end = endAtWait(2);
     RunningServer server;
     server.start();
     const LoopbackSocket client;
@@ -87,7 +86,7 @@ TEST(ServerDatagram, IsQueuedWithItsSender) {
 // there.
 TEST(ServerDatagram, OfABurstIsReceivedWithoutAWaitOfItsOwn) {
   TRC1_Configure("0");
-  countServerCalls();
+  const CallCounter waits({SystemCall::select});
   RunningServer server;
   server.start();
   const LoopbackSocket client;
@@ -99,7 +98,7 @@ TEST(ServerDatagram, OfABurstIsReceivedWithoutAWaitOfItsOwn) {
   for (int i = 0; i < burst; ++i)
     expectQueued(server.next(), "number " + std::to_string(i), client.address(), 0);
   EXPECT_EQ(server.next().bytes, messageBytes(8, 8));
-  EXPECT_LT(serverCallsMade(ServerCall::select), burst / 2);
+  EXPECT_LT(waits.count(), burst / 2);
 }
 
 TEST(ServerDatagram, OfABurstWithoutBytesIsReportedAndDropped) {
@@ -139,7 +138,7 @@ TEST(ServerDatagram, IsCutAt4096Bytes) {
 
 TEST(ServerDatagram, WithoutBytesIsReportedAndDropped) {
   expectTrace(loopName, [] {
-    endAtWait(3);
+    const FailingCall end = endAtWait(3);
     RunningServer server;
     server.start();
     const LoopbackSocket client;
@@ -171,10 +170,10 @@ TEST(ServerDatagram, WithoutBytesLeavesAnErrorThatDoesNotEndTheLoop) {
 
 TEST(ServerConnection, IsAcceptedIntoTheFirstFreeSlot) {
   expectTrace(loopName, [] {
-    endAtWait(3);
+    const FailingCall end = endAtWait(3);
     RunningServer server;
     server.start();
-    const auto clients = connectClients(server, 2);
+    const auto clients = connectClients(server, end, 2);
     EXPECT_EQ(server.waitForEnd(), 2);
     const ZORA_Long* const connections = server.endpoint()._sockClientFD;
     EXPECT_TRUE(isOpen(connections[0]) && isOpen(connections[1]));
@@ -190,7 +189,7 @@ TEST(ServerConnection, IsAcceptedIntoTheFirstFreeSlot) {
 }
 
 TEST(ServerConnection, IsCloseOnExec) {
-  endAtWait(2);
+  const FailingCall end = endAtWait(2);
   RunningServer server;
   server.start();
   const StreamClient client(server.streamPort());
@@ -204,7 +203,7 @@ TEST(ServerConnection, IsCloseOnExec) {
 TEST(ServerConnection, WaitsWhileThereIsADatagram) {
   using testing::HasSubstr;
   const TraceCapture trace("0x10");
-  endAtWait(8);
+  const FailingCall end = endAtWait(8);
   RunningServer server;
   server.start();
   const LoopbackSocket sender;
@@ -226,13 +225,14 @@ TEST(ServerConnection, WaitsWhileThereIsADatagram) {
 
 TEST(ServerConnection, BeyondTheSixtyFourthIsNotAccepted) {
   expectTrace(loopName, [] {
-    endAtWait(68);
+    const FailingCall end = endAtWait(68);
+    const CallCounter accepts({SystemCall::acceptConnection});
     RunningServer server;
     server.start();
-    const auto clients = connectClients(server, 64);
+    const auto clients = connectClients(server, end, 64);
     const StreamClient oneTooMany(server.streamPort());
     EXPECT_EQ(server.waitForEnd(), 2);
-    EXPECT_EQ(serverCallsMade(ServerCall::accept), 64);
+    EXPECT_EQ(accepts.count(), 64);
     const ZORA_Long* const connections = server.endpoint()._sockClientFD;
     LoopTrace trace(server);
     ZORA_Long highest = 0;
@@ -252,9 +252,10 @@ TEST(ServerConnection, BeyondTheSixtyFourthIsNotAccepted) {
 TEST(ServerConnection, BeyondTheSixtyFourthIsLookedAtTenTimesASecond) {
   const std::string told = "Error: Maximum of 64 TCP clients has been reached.\n";
   const TraceCapture trace("0,*/ipcSock::IPCServer=0x80");
+  const CallCounter waits({SystemCall::select});
   RunningServer server;
   server.start();
-  const auto clients = connectClients(server, 64);
+  const auto clients = connectClients(server, waits, 64);
   const StreamClient oneTooMany(server.streamPort());
   ASSERT_TRUE(trace.waitFor(told));
   const auto start = std::chrono::steady_clock::now();
@@ -268,9 +269,10 @@ TEST(ServerConnection, BeyondTheSixtyFourthIsLookedAtTenTimesASecond) {
 
 TEST(ServerConnection, InTheLastSlotIsNeverRead) {
   const TraceCapture trace("0,*/ipcSock::IPCServer=0x10");
+  const CallCounter waits({SystemCall::select});
   RunningServer server;
   server.start();
-  const auto clients = connectClients(server, 64);
+  const auto clients = connectClients(server, waits, 64);
   clients[63]->send(messageBytes(8, 8));
   clients[62]->send(messageBytes(9, 9));
   EXPECT_EQ(server.next().bytes, messageBytes(9, 9));

@@ -6,8 +6,7 @@
 #include <thread>
 #include <vector>
 
-#include "tests/support/failing_memory.h"
-#include "tests/support/failing_server_calls.h"
+#include "tests/support/failing_calls.h"
 #include "tests/support/trace_lines.h"
 #include "zordsock/test_endpoint.h"
 #include "zordsock/test_stream_message.h"
@@ -98,7 +97,7 @@ TEST(StreamMessageFailures, WithoutMemoryForAPieceTheProcessEnds) {
         connection.discardUnread();  // of the run before
         connection.send(messageBytes(8, 10));
         connection.send("ab");
-        const FailingMemory noMemory;
+        const NoMemory noMemory;
         readMessage(connection.serverEnd(), expectNothing);
       },
       lines);
@@ -121,7 +120,7 @@ TEST(StreamMessageFailures, WithoutMemoryForTheWholeMessageTheProcessEnds) {
         connection.send(messageBytes(8, 10));
         connection.send("ab");
         readMessage(connection.serverEnd(), [](const StreamMessage& message) {
-          const FailingMemory noMemory;
+          const NoMemory noMemory;
           message.join();
         });
       },
@@ -131,8 +130,7 @@ TEST(StreamMessageFailures, WithoutMemoryForTheWholeMessageTheProcessEnds) {
 TEST(StreamMessageFailures, AFailedFirstWaitIsTheEndOfTheConnection) {
   expectTrace("ipcSock::IPCServer", [] {
     const PieceConnection connection;
-    countServerCalls();
-    failServerCall(ServerCall::select, 1, EBADF);
+    const FailingCall failing(nthCall(SystemCall::select, 1), EBADF);
     readMessage(connection.serverEnd(),
                 [](const StreamMessage& message) { EXPECT_TRUE(message.peerGone()); });
     return std::vector<TraceLine>{
@@ -145,8 +143,7 @@ TEST(StreamMessageFailures, AFailedFirstWaitIsTheEndOfTheConnection) {
 TEST(StreamMessageFailures, AFailedFurtherWaitLeavesTheMessageShort) {
   expectTrace("ipcSock::IPCServer", [] {
     const PieceConnection connection;
-    countServerCalls();
-    failServerCall(ServerCall::select, 2, EINTR);
+    const FailingCall failing(nthCall(SystemCall::select, 2), EINTR);
     connection.send(messageBytes(8, 10));
     readMessage(connection.serverEnd(), [](const StreamMessage& message) {
       EXPECT_FALSE(message.peerGone());

@@ -12,16 +12,18 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/failing_server_calls.h"
+#include "tests/support/failing_calls.h"
 #include "tests/support/running_server.h"
 #include "tests/support/stream_client.h"
 #include "tests/support/trace_lines.h"
 #include "zordsock/test_endpoint.h"
 
+// The function that is traced.
+constexpr char loopName[] = "ipcSock::IPCServer";
+
 // Ends the loop of the next server when it waits for the `pass`th time, in a pass or for a piece.
-inline void endAtWait(int pass) {
-  countServerCalls();
-  failServerCall(ServerCall::select, pass, EBADF);
+[[nodiscard]] inline FailingCall endAtWait(int pass) {
+  return {nthCall(SystemCall::select, pass), EBADF};
 }
 
 // The trace of a loop that endAtWait() ends. Start and end are its own; the test adds the passes.

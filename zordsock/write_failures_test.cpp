@@ -1,47 +1,14 @@
 // Writes with pauses, with datagrams that are refused, and with waits that are scripted.
 #include <gmock/gmock.h>
-#include <sys/select.h>
 
 #include <cerrno>
 #include <functional>
 #include <optional>
 
 #include "suite/descriptor_set.h"
+#include "tests/support/failing_calls.h"
 #include "tests/support/recorded_sleep.h"
 #include "zordsock/test_write.h"
-
-namespace {
-
-int datagramsUntilFailure = 0;  // 0: none fails
-std::function<int(fd_set*, timeval*)> waitUntilWritable;
-
-}  // namespace
-
-extern "C" {
-
-ssize_t __real_sendto(int socket, const void* bytes, size_t size, int flags,
-                      const sockaddr* receiver, socklen_t receiverLength);
-ssize_t __wrap_sendto(int socket, const void* bytes, size_t size, int flags,
-                      const sockaddr* receiver, socklen_t receiverLength);
-ssize_t __wrap_sendto(int socket, const void* bytes, size_t size, int flags,
-                      const sockaddr* receiver, socklen_t receiverLength) {
-  EXPECT_EQ(flags, 0);
-  EXPECT_EQ(receiverLength, 16U);
-  if (datagramsUntilFailure > 0 && --datagramsUntilFailure == 0) {
-    errno = ENOBUFS;
-    return -1;
-  }
-  return __real_sendto(socket, bytes, size, flags, receiver, receiverLength);
-}
-
-int __wrap_select(int count, fd_set* readable, fd_set* writable, fd_set* failed, timeval* timeout);
-int __wrap_select(int, fd_set* readable, fd_set* writable, fd_set* failed, timeval* timeout) {
-  EXPECT_EQ(readable, nullptr);
-  EXPECT_EQ(failed, nullptr);
-  return waitUntilWritable(writable, timeout);
-}
-
-}  // extern "C"
 
 namespace {
 
@@ -49,12 +16,26 @@ using testing::ElementsAre;
 
 class PausingWrite : public testing::Test {
  protected:
+  PausingWrite() {
+    standIns.sendTo = [this](int socket, const void* bytes, std::size_t size, int flags,
+                             const sockaddr* receiver, socklen_t receiverLength) -> ssize_t {
+      EXPECT_EQ(flags, 0);
+      EXPECT_EQ(receiverLength, 16U);
+      if (++datagrams != refused)
+        return __real_sendto(socket, bytes, size, flags, receiver, receiverLength);
+      errno = ENOBUFS;
+      return -1;
+    };
+  }
+
   // The line after a pause.
   TraceLine sentLine(int sent, int remaining) {
     return flowLine(
         textOf("[@%p] Sent<%d> Remaining<%d>\n", TRC1_Pointer(&endpoint), sent, remaining));
   }
 
+  int datagrams = 0;
+  int refused = 0;  // the number of the datagram that is; 0 for none
   DchSocket dch;
   ipcSock endpoint{SERVICE_UDP_CLIENT, 0, 0};
 };
@@ -87,7 +68,7 @@ TEST_F(PausingWrite, StopsAtADatagramThatIsRefused) {
   expectTrace("ipcSock::ipcWrite", [&] {
     clearRecordedSleeps();
     const std::string message = messageBytes(20000, 20000);
-    datagramsUntilFailure = 2;
+    refused = datagrams + 2;
     EXPECT_EQ(write(endpoint, message), -1);
     EXPECT_THAT(recordedSleeps(), ElementsAre(1));
     EXPECT_EQ(dch.receive(), message.substr(0, 8192));
@@ -106,6 +87,12 @@ class WaitingWrite : public testing::Test {
     setenv("ZORA_DCH_TIMEOUT", "7", 1);
     endpoint.emplace(SERVICE_CLIENT, 0, 0);
     connection.fill();
+    standIns.select = [this](int, fd_set* readable, fd_set* writable, fd_set* failed,
+                             timeval* timeout) {
+      EXPECT_EQ(readable, nullptr);
+      EXPECT_EQ(failed, nullptr);
+      return waitUntilWritable(writable, timeout);
+    };
   }
 
   std::vector<TraceLine> waitingLines() {
@@ -117,6 +104,7 @@ class WaitingWrite : public testing::Test {
   DchSocket dch;
   StreamPair connection;
   std::optional<ipcSock> endpoint;
+  std::function<int(fd_set*, timeval*)> waitUntilWritable;
 };
 
 TEST_F(WaitingWrite, SendsTheWholeMessageOnceTheWaitIsOver) {

@@ -26,6 +26,7 @@ std::vector<Failing> leavesErrno(std::initializer_list<int> errors) {
 std::vector<Failing> listFailures(SystemCall call) {
   switch (call) {
     case SystemCall::memory:
+    case SystemCall::cMemory:
       return setsErrno({ENOMEM});
     case SystemCall::getEnvironment:
       return {{0, 0}};  // it answers null, which is no error

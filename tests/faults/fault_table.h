@@ -4,7 +4,7 @@
 
 #include <vector>
 
-#include "tests/support/fault_plan.h"
+#include "tests/support/failing_calls.h"
 
 struct Failing {
   int error;       // what the call reports

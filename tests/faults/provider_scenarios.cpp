@@ -5,7 +5,7 @@
 #include <thread>
 
 #include "tests/faults/scenario.h"
-#include "tests/support/fault_plan.h"
+#include "tests/support/failing_calls.h"
 #include "tests/support/scripted_dch.h"
 #include "zordchcl/zordchcl.h"
 #include "zordsock/zordsock.h"

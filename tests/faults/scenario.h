@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/fault_plan.h"
+#include "tests/support/failing_calls.h"
 #include "zora/zora.h"
 
 // When a failed call may keep to itself why it failed.

@@ -12,7 +12,7 @@
 #include <sstream>
 
 #include "tests/faults/fault_table.h"
-#include "tests/support/failing_memory.h"
+#include "tests/support/failing_calls.h"
 #include "tests/support/process.h"
 #include "zordsock/settings.h"
 

@@ -1,141 +1,212 @@
 #include "tests/support/failing_calls.h"
 
-#include <pthread.h>
-#include <sys/types.h>
+#include <sys/mman.h>
 
 #include <atomic>
 #include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include "tests/support/wait_until.h"
+#include "tests/support/wrapped_calls.h"
 
 namespace {
 
+// ---- Calls of any thread -----------------------------------------------------------------------
+
 // Atomic, because threads of a test that have no part in it make such calls all the time.
+struct Watch {
+  std::atomic<bool> isTaken{false};
+  std::atomic<bool> isActive{false};
+  std::atomic<SystemCall> kind{};
+  std::atomic<const void*> object{};
+  std::atomic<int> socketType{};
+  std::atomic<int> first{};
+  std::atomic<int> last{};
+  std::atomic<bool> fails{};
+  std::atomic<int> error{};
+  std::atomic<int> errnoAfter{};
+  std::atomic<int> made{};
 
-struct Failure {
-  std::atomic<SystemCall> call;
-  std::atomic<const void*> object;
-  std::atomic<int> result;
-  std::atomic<int> systemError;
+  bool covers(SystemCall call, const void* onObject, int ofSocketType) const {
+    return isActive.load(std::memory_order_acquire) && kind == call &&
+           (object == nullptr || object == onObject) &&
+           (socketType == 0 || socketType == ofSocketType);
+  }
 };
 
-struct Counted {
-  std::atomic<SystemCall> call;
-  std::atomic<const void*> object;
-};
+Watch watches[4];
 
-Failure failure;
-std::atomic<bool> isFailing{false};
-Counted counted;
-std::atomic<bool> isCounting{false};
-std::atomic<int> callCount{0};
-
-// The mutex that a fault kept from being locked. Code that takes the failure for a success will
-// unlock it, which must not be made: nobody may unlock what is not locked.
-thread_local const void* refusedMutex = nullptr;
-
-bool fails(SystemCall call, const void* object) {
-  if (isCounting.load(std::memory_order_acquire) && counted.call == call &&
-      counted.object == object)
-    callCount.fetch_add(1);
-  if (!isFailing.load(std::memory_order_acquire) || failure.call != call) return false;
-  if (failure.object != nullptr && failure.object != object) return false;
-  errno = failure.systemError;
-  return true;
+int freePlace() {
+  for (int place = 0; place < static_cast<int>(std::size(watches)); ++place)
+    if (!watches[place].isTaken.exchange(true)) return place;
+  std::abort();
 }
+
+// ---- One call of a thread under test -----------------------------------------------------------
+
+// In memory that forked processes share, so that what fails in a child is known in its parent.
+struct Plan {
+  std::atomic<bool> isSet{false};
+  std::atomic<bool> hasHappened{false};
+  std::atomic<int> made[systemCallCount] = {};
+  Fault fault{};
+};
+
+Plan& plan() {
+  static Plan* const shared = [] {
+    void* const memory =
+        mmap(nullptr, sizeof(Plan), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED) std::abort();
+    return new (memory) Plan;
+  }();
+  return *shared;
+}
+
+thread_local int underTest = 0;
+std::atomic<int> held{0};
+
+constexpr const char* names[] = {"allocation",
+                                 "malloc",
+                                 "getenv",
+                                 "pthread_mutex_lock",
+                                 "pthread_mutex_unlock",
+                                 "pthread_cond_wait",
+                                 "pthread_cond_timedwait",
+                                 "pthread_cond_signal",
+                                 "pthread_create",
+                                 "socket",
+                                 "bind",
+                                 "listen",
+                                 "accept",
+                                 "select",
+                                 "sendto",
+                                 "send",
+                                 "recvfrom",
+                                 "fork",
+                                 "execlp",
+                                 "posix_spawn",
+                                 "rename",
+                                 "fsync"};
+static_assert(std::size(names) == systemCallCount);
 
 }  // namespace
 
-FailingCall::FailingCall(SystemCall call, const void* object, int result, int systemError) {
-  failure.call = call;
-  failure.object = object;
-  failure.result = result;
-  failure.systemError = systemError;
-  isFailing.store(true, std::memory_order_release);
+const char* nameOf(SystemCall call) {
+  return names[static_cast<int>(call)];
 }
 
-FailingCall::~FailingCall() {
-  isFailing.store(false, std::memory_order_release);
-}
+CallCounter::CallCounter(const Calls& calls) : CallCounter(calls, false, 0, 0) {}
 
-CallCounter::CallCounter(SystemCall call, const void* object) {
-  counted.call = call;
-  counted.object = object;
-  callCount = 0;
-  isCounting.store(true, std::memory_order_release);
+CallCounter::CallCounter(const Calls& calls, bool fail, int error, int errnoAfter)
+    : _place(freePlace()) {
+  Watch& watch = watches[_place];
+  watch.kind = calls.kind;
+  watch.object = calls.object;
+  watch.socketType = calls.socketType;
+  watch.first = calls.first;
+  watch.last = calls.last;
+  watch.fails = fail;
+  watch.error = error;
+  watch.errnoAfter = errnoAfter;
+  watch.made = 0;
+  watch.isActive.store(true, std::memory_order_release);
 }
 
 CallCounter::~CallCounter() {
-  isCounting.store(false, std::memory_order_release);
+  watches[_place].isActive.store(false, std::memory_order_release);
+  watches[_place].isTaken = false;
 }
 
 int CallCounter::count() const {
-  return callCount;
+  return watches[_place].made;
 }
 
-extern "C" {
-
-int __real_pthread_create(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
-int __real_pthread_mutex_lock(pthread_mutex_t*);
-int __real_pthread_mutex_unlock(pthread_mutex_t*);
-int __real_pthread_cond_wait(pthread_cond_t*, pthread_mutex_t*);
-int __real_pthread_cond_signal(pthread_cond_t*);
-pid_t __real_fork();
-
-int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
-                          void* (*entry)(void*), void* argument) {
-  if (isToFail(SystemCall::createThread)) return plannedError();
-  if (fails(SystemCall::createThread, nullptr)) return failure.result;
-  return __real_pthread_create(thread, attributes, entry, argument);
+bool CallCounter::waitFor(int calls) const {
+  return waitUntil([&] { return count() >= calls; });
 }
 
-int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
-  if (isToFail(SystemCall::lockMutex)) {
-    refusedMutex = mutex;
-    return plannedError();
+NoMemory::NoMemory() : FailingCall({SystemCall::memory}, ENOMEM, 0) {}
+
+std::string describe(const Fault& fault) {
+  std::string text = std::string(nameOf(fault.call)) + " number " + std::to_string(fault.number);
+  if (fault.error != 0)
+    text += " with error " + std::to_string(fault.error) + " (" + std::strerror(fault.error) +
+            "), errno " + std::to_string(fault.errnoAfter);
+  return text;
+}
+
+void planNoFault() {
+  plan().isSet = false;
+  plan().hasHappened = false;
+  for (auto& count : plan().made) count = 0;
+}
+
+void planFault(const Fault& fault) {
+  planNoFault();
+  plan().fault = fault;
+  plan().isSet = true;
+}
+
+bool faultHappened() {
+  return plan().hasHappened;
+}
+
+int callsMade(SystemCall call) {
+  return plan().made[static_cast<int>(call)];
+}
+
+int mutexesHeld() {
+  return held;
+}
+
+UnderTest::UnderTest() {
+  plan();  // not in the middle of what is tested
+  ++underTest;
+}
+
+UnderTest::~UnderTest() {
+  --underTest;
+}
+
+// ---- For the wrappers --------------------------------------------------------------------------
+
+std::optional<int> failureOf(SystemCall call, const void* object, int socketType) {
+  if (isPlannedToFail(call)) return plan().fault.error;
+  std::optional<int> failure;
+  for (Watch& watch : watches) {
+    if (!watch.covers(call, object, socketType)) continue;
+    const int number = ++watch.made;
+    if (!watch.fails || number < watch.first || number > watch.last) continue;
+    failure = watch.error;
+    errno = watch.errnoAfter;
   }
-  if (fails(SystemCall::lockMutex, mutex)) return failure.result;
-  const int result = __real_pthread_mutex_lock(mutex);
-  if (result == 0) {
-    if (refusedMutex == mutex) refusedMutex = nullptr;
-    countLocked();
-  }
-  return result;
+  return failure;
 }
 
-int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex) {
-  int result = 0;
-  if (refusedMutex == mutex) {
-    refusedMutex = nullptr;
-  } else {
-    result = __real_pthread_mutex_unlock(mutex);
-    if (result == 0) countUnlocked();
-  }
-  if (isToFail(SystemCall::unlockMutex)) return plannedError();
-  return fails(SystemCall::unlockMutex, mutex) ? failure.result.load() : result;
+bool isPlannedToFail(SystemCall call) {
+  if (!isUnderTest()) return false;
+  const int number = ++plan().made[static_cast<int>(call)];
+  const Fault& fault = plan().fault;
+  if (!plan().isSet || fault.call != call || fault.number != number) return false;
+  plan().hasHappened = true;
+  errno = fault.errnoAfter;
+  return true;
 }
 
-int __wrap_pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex) {
-  if (isToFail(SystemCall::waitCondition)) return plannedError();
-  if (fails(SystemCall::waitCondition, condition)) return failure.result;
-  lockIfRefused(mutex);
-  return __real_pthread_cond_wait(condition, mutex);
+bool isUnderTest() {
+  return underTest > 0;
 }
 
-int __wrap_pthread_cond_signal(pthread_cond_t* condition) {
-  if (isToFail(SystemCall::signalCondition)) return plannedError();
-  if (fails(SystemCall::signalCondition, condition)) return failure.result;
-  return __real_pthread_cond_signal(condition);
+SystemCall plannedCall() {
+  return plan().fault.call;
 }
 
-pid_t __wrap_fork() {
-  if (isToFail(SystemCall::fork)) return -1;
-  if (fails(SystemCall::fork, nullptr)) return failure.result;
-  return __real_fork();
+void countLocked() {
+  ++held;
 }
 
-}  // extern "C"
-
-void lockIfRefused(pthread_mutex_t* mutex) {
-  if (refusedMutex != mutex) return;
-  refusedMutex = nullptr;
-  if (__real_pthread_mutex_lock(mutex) == 0) countLocked();
+void countUnlocked() {
+  --held;
 }

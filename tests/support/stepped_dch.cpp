@@ -5,43 +5,23 @@
 #include <cstdlib>
 #include <utility>
 
-namespace {
-
-SteppedDch* current = nullptr;
-
-}  // namespace
-
-extern "C" {
-
-int __real_select(int, fd_set*, fd_set*, fd_set*, timeval*);
-int __wrap_select(int count, fd_set* readSet, fd_set* writeSet, fd_set* otherSet, timeval* limit);
-
-int __wrap_select(int count, fd_set* readSet, fd_set* writeSet, fd_set* otherSet, timeval* limit) {
-  return current != nullptr ? current->select(count, readSet, writeSet, otherSet)
-                            : __real_select(count, readSet, writeSet, otherSet, limit);
-}
-
-ssize_t __real_recvfrom(int, void*, size_t, int, sockaddr*, socklen_t*);
-ssize_t __wrap_recvfrom(int descriptor, void* bytes, size_t capacity, int flags, sockaddr* sender,
-                        socklen_t* length);
-
-ssize_t __wrap_recvfrom(int descriptor, void* bytes, size_t capacity, int flags, sockaddr* sender,
-                        socklen_t* length) {
-  const ssize_t count = __real_recvfrom(descriptor, bytes, capacity, flags, sender, length);
-  if (current != nullptr && count >= 0) current->received(descriptor);
-  return count;
-}
-
-}  // extern "C"
+#include "tests/support/failing_calls.h"
 
 SteppedDch::SteppedDch(Script script) : _script(std::move(script)) {
   setenv("ZORA_DCH_ADDR", "127.0.0.1", 1);
   setenv("ZORA_DCH_PORT", std::to_string(_socket.port()).c_str(), 1);
-  current = this;
+  standIns.select = [this](int count, fd_set* readSet, fd_set* writeSet, fd_set* otherSet,
+                           timeval*) { return select(count, readSet, writeSet, otherSet); };
+  standIns.receiveFrom = [this](int descriptor, void* bytes, std::size_t capacity, int flags,
+                                sockaddr* sender, socklen_t* length) {
+    const ssize_t count = __real_recvfrom(descriptor, bytes, capacity, flags, sender, length);
+    if (count >= 0) received(descriptor);
+    return count;
+  };
 }
 
 SteppedDch::~SteppedDch() {
-  current = nullptr;
+  standIns = {};
 }
 
 void SteppedDch::expectRequest() {

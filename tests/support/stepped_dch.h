@@ -12,7 +12,7 @@
 
 #include "tests/support/loopback_socket.h"
 
-// One at a time. Programs that use it wrap select() and recvfrom().
+// One at a time. For programs that link zord410_test_failing_calls.
 class SteppedDch {
  public:
   struct Datagram {
@@ -40,11 +40,11 @@ class SteppedDch {
   // Takes what the library has not read of the last answer out of its socket.
   void throwAwayUnread(int descriptor);
 
+ private:
   // In place of the library's waits; and what they lead to.
   int select(int count, fd_set* readSet, fd_set* writeSet, fd_set* otherSet);
   void received(int descriptor);
 
- private:
   const Script _script;
   const LoopbackSocket _socket;
   bool _requestIsComing = false;

@@ -8,7 +8,7 @@
 // Looks again and again until the condition holds. Returns false when it does not in time.
 template <class Condition>
 bool waitUntil(Condition condition, std::chrono::seconds longestWait = std::chrono::seconds(20)) {
-  constexpr std::chrono::milliseconds pause{20};
+  constexpr std::chrono::milliseconds pause{2};
   const auto end = std::chrono::steady_clock::now() + longestWait;
   while (!condition()) {
     if (std::chrono::steady_clock::now() > end) return false;
