@@ -11,12 +11,12 @@
 #include <string>
 #include <thread>
 
-#include "bench/datagram_sockets.h"
 #include "bench/row_exchanges.h"
 #include "bench/sides.h"
 #include "dch/receive_buffer.h"
 #include "dch/testkit/messages.h"
 #include "dch/testkit/server_process.h"
+#include "tests/support/sockets.h"
 
 namespace {
 

@@ -2,8 +2,8 @@
 #ifndef BENCH_ECHO_PEER_H
 #define BENCH_ECHO_PEER_H
 
-#include "bench/datagram_sockets.h"
 #include "bench/worker.h"
+#include "tests/support/sockets.h"
 
 class EchoPeer {
  public:
@@ -12,7 +12,7 @@ class EchoPeer {
   enum class Threads { one, two };
   explicit EchoPeer(Threads threads = Threads::one);
 
-  const sockaddr_in& address() const { return _socket.address(); }
+  sockaddr_in address() const { return _socket.address(); }
   // Makes it the DCH of this process and of those it starts from now on.
   void becomeDch() const;
 

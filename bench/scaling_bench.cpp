@@ -12,7 +12,6 @@
 #include <vector>
 
 #include "bench/cores.h"
-#include "bench/datagram_sockets.h"
 #include "bench/echo_peer.h"
 #include "bench/process_memory.h"
 #include "bench/row_exchanges.h"
@@ -20,6 +19,7 @@
 #include "dch/testkit/clients.h"
 #include "dch/testkit/messages.h"
 #include "dch/testkit/server_process.h"
+#include "tests/support/sockets.h"
 #include "zordchcl/zordchcl.h"
 
 namespace {

@@ -16,12 +16,12 @@
 #include <vector>
 
 #include "bench/cores.h"
-#include "bench/datagram_sockets.h"
 #include "bench/echo_peer.h"
 #include "bench/latencies.h"
 #include "bench/row_exchanges.h"
 #include "bench/shared_memory.h"
 #include "bench/sides.h"
+#include "tests/support/sockets.h"
 
 namespace {
 

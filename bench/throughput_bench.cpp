@@ -15,7 +15,6 @@
 
 #include "bench/cores.h"
 #include "bench/datagram_queue.h"
-#include "bench/datagram_sockets.h"
 #include "bench/echo_peer.h"
 #include "bench/port_channel.h"
 #include "bench/row_exchanges.h"
@@ -24,6 +23,7 @@
 #include "dch/testkit/messages.h"
 #include "dch/testkit/server_process.h"
 #include "suite/fields.h"
+#include "tests/support/sockets.h"
 #include "zordsock/zordsock.h"
 
 namespace {

@@ -43,67 +43,17 @@ class RecordingEndpoint : public DCHipc {
   PeerAddress receiver;
 };
 
-// Both ends of a stream connection on the loopback interface.
-class Connection {
- public:
-  Connection() {
-    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    socklen_t length = sizeof address;
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address);
-    listen(listener, 1);
-    getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length);
-    _client = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    connect(_client, reinterpret_cast<const sockaddr*>(&address), sizeof address);
-    server = accept4(listener, reinterpret_cast<sockaddr*>(&address), &length, SOCK_CLOEXEC);
-    peer = PeerAddress(address);
-    close(listener);
-  }
-  ~Connection() {
-    close(server);
-    close(_client);
-  }
-  Connection(const Connection&) = delete;
-  Connection& operator=(const Connection&) = delete;
-
-  // Sends until the client, which does not read, and the system take no more, also once what was on
-  // its way is acknowledged.
-  void fill() const {
-    constexpr int longestAcknowledgementMilliseconds = 100;
-    while (takesMore()) poll(nullptr, 0, longestAcknowledgementMilliseconds);
-  }
-
-  std::string receive() const {
-    char buffer[65536];
-    const ssize_t count = recv(_client, buffer, sizeof buffer, 0);
-    return {buffer, static_cast<std::size_t>(std::max<ssize_t>(count, 0))};
-  }
-
-  int server;
-  PeerAddress peer;
-
- private:
-  // Sends until nothing more is taken for now. Returns whether anything was.
-  bool takesMore() const {
-    const std::string block(65536, 'x');
-    bool hasTaken = false;
-    while (::send(server, block.data(), block.size(), MSG_DONTWAIT | MSG_NOSIGNAL) > 0)
-      hasTaken = true;
-    return hasTaken;
-  }
-
-  int _client;
-};
-
 class AnswersTest : public ::testing::Test {
  protected:
-  static IncomingMessage requestOn(const Connection& connection) {
+  static IncomingMessage requestOn(const StreamPair& connection) {
     IncomingMessage request;
-    request.connection = static_cast<unsigned int>(connection.server);
-    request.sender = connection.peer;
+    request.connection = connection.server();
+    request.sender = PeerAddress(connection.client().address());
     return request;
+  }
+
+  static std::string receivedOn(const StreamPair& connection) {
+    return connection.client().tryReceive().value_or("");
   }
 
   const EventLog _log{false};
@@ -123,9 +73,9 @@ TEST_F(AnswersTest, GoesBackToTheSenderOfADatagram) {
 }
 
 TEST_F(AnswersTest, GoesBackOnTheConnectionOfItsRequest) {
-  const Connection connection;
+  const StreamPair connection;
   _answers.send(requestOn(connection), {Form::status, DCH_STATUS_UNKNOWN_HANDLE, 0});
-  EXPECT_EQ(testkit::statusOf(connection.receive()), DCH_STATUS_UNKNOWN_HANDLE);
+  EXPECT_EQ(testkit::statusOf(receivedOn(connection)), DCH_STATUS_UNKNOWN_HANDLE);
 }
 
 TEST_F(AnswersTest, IsNotSentWhenThereIsNone) {
@@ -134,14 +84,14 @@ TEST_F(AnswersTest, IsNotSentWhenThereIsNone) {
 }
 
 TEST_F(AnswersTest, IsDroppedWhenTheClientDoesNotRead) {
-  const Connection connection;
+  StreamPair connection;
   connection.fill();
   _answers.send(requestOn(connection), {Form::status, DCH_STATUS_OK, 0});
   EXPECT_EQ(_endpoint.writes, 0);
 }
 
 TEST_F(AnswersTest, IsDroppedWhenTheDescriptorIsAnotherClientsByNow) {
-  const Connection connection;
+  const StreamPair connection;
   IncomingMessage request = requestOn(connection);
   ++request.sender.port;
   _answers.send(request, {Form::status, DCH_STATUS_OK, 0});
@@ -184,19 +134,19 @@ TEST_F(AnswersTest, PacesALongerTextAsideTheEndpoint) {
 }
 
 TEST_F(AnswersTest, SendsATextOnAConnectionInOnePiece) {
-  const Connection connection;
+  const StreamPair connection;
   _answers.send(requestOn(connection), textAnswer(100'000));
   std::string received;
-  while (received.size() < 100'010) received += connection.receive();
+  while (received.size() < 100'010) received += receivedOn(connection);
   EXPECT_EQ(testkit::textOf(received), std::string(100'000, 'x'));
 }
 
 TEST_F(AnswersTest, ShutsAConnectionDownThatDoesNotTakeAllOfAText) {
-  const Connection connection;
+  StreamPair connection;
   connection.fill();
   _answers.send(requestOn(connection), textAnswer(100'000));
   // The end comes behind what the client had not read.
-  while (!connection.receive().empty()) {
+  while (!receivedOn(connection).empty()) {
   }
 }
 

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/scripted_dch.h"
+#include "tests/support/messages.h"
 #include "zordchcl/messages.h"
 
 namespace dch {

@@ -19,19 +19,19 @@ using testkit::UdpClient;
 class PatientClient : public UdpClient {
  public:
   explicit PatientClient(int serverPort) : UdpClient(serverPort) {
-    enlargeReceiveBuffer(_descriptor);
+    enlargeReceiveBuffer(descriptor());
   }
 
   int receiveBufferBytes() const {
     int bytes = 0;
     socklen_t length = sizeof bytes;
-    EXPECT_EQ(getsockopt(_descriptor, SOL_SOCKET, SO_RCVBUF, &bytes, &length), 0);
+    EXPECT_EQ(getsockopt(descriptor(), SOL_SOCKET, SO_RCVBUF, &bytes, &length), 0);
     return bytes;
   }
   void setReceiveBuffer(int bytes) const {
-    EXPECT_EQ(setsockopt(_descriptor, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes), 0);
+    EXPECT_EQ(setsockopt(descriptor(), SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes), 0);
   }
-  void enlarge() const { enlargeReceiveBuffer(_descriptor); }
+  void enlarge() const { enlargeReceiveBuffer(descriptor()); }
 };
 
 TEST(ReceiveBuffer, GrowsAndDoesNotShrink) {

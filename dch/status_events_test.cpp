@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "dch/testkit/messages.h"
-#include "tests/support/scripted_dch.h"
+#include "tests/support/messages.h"
 #include "zordchcl/messages.h"
 
 namespace dch {

@@ -10,7 +10,7 @@
 #include "dch/testkit/clients.h"
 #include "dch/testkit/messages.h"
 #include "dch/testkit/server_process.h"
-#include "tests/support/scripted_dch.h"
+#include "tests/support/messages.h"
 #include "zordchcl/messages.h"
 #include "zordchcl/status.h"
 
@@ -169,7 +169,7 @@ TEST_F(ZordchdHostileTest, TakesNoTextOnAConnectionForANotice) {
     client.send(notice);
     // Its first bytes are a length that never comes; the connection may be closed before the
     // answer.
-    client.endSending();
+    client.finishSending();
     const std::string answer = client.receive().value_or("no answer and no end");
     EXPECT_TRUE(answer.empty() || statusOf(answer) == DCH_STATUS_MALFORMED) << notice;
   }
@@ -231,7 +231,7 @@ TEST_F(ZordchdHostileTest, ServesOnAfterGarbageOnConnections) {
     TcpClient client(_server.port());
     client.send(i % 2 == 0 ? garbage : raw(garbage));
     // Waits until the server is done with it: not many connections can wait to be accepted.
-    client.endSending();
+    client.finishSending();
     EXPECT_TRUE(client.receive());
   }
 }

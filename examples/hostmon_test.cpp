@@ -13,7 +13,6 @@ namespace {
 
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
-using tools::codeOf;
 using tools::environmentFor;
 using tools::runProgram;
 
@@ -62,8 +61,8 @@ TEST_F(Hostmon, ASignalEndsItInGoodOrder) {
 TEST(HostmonAlone, RegistersAgainWhenTheDchHasForgottenIt) {
   bool forgotten = false;
   ScriptedDch dch([&](const std::string& request) -> std::vector<std::string> {
-    if (codeOf(request) == DCH_REQUEST_ONLINE) return {onlineAnswer(0, 1)};
-    if (codeOf(request) != DCH_REQUEST_DATA || forgotten) return {statusAnswer(0)};
+    if (requestCode(request) == DCH_REQUEST_ONLINE) return {onlineAnswer(0, 1)};
+    if (requestCode(request) != DCH_REQUEST_DATA || forgotten) return {statusAnswer(0)};
     forgotten = true;
     return {statusAnswer(DCH_STATUS_UNKNOWN_HANDLE)};
   });
@@ -74,7 +73,7 @@ TEST(HostmonAlone, RegistersAgainWhenTheDchHasForgottenIt) {
                         "hostmon: registering again in 1 s\n"));
   int registrations = 0;
   for (const std::string& request : dch.requests())
-    registrations += codeOf(request) == DCH_REQUEST_REGISTER;
+    registrations += requestCode(request) == DCH_REQUEST_REGISTER;
   EXPECT_EQ(registrations, 2);
 }
 
@@ -82,7 +81,7 @@ TEST(HostmonAlone, KeepsTryingWhileTheDchDoesNotAnswer) {
   int requests = 0;
   ScriptedDch dch([&](const std::string& request) -> std::vector<std::string> {
     if (++requests <= 2) return {};
-    if (codeOf(request) == DCH_REQUEST_ONLINE) return {onlineAnswer(0, 1)};
+    if (requestCode(request) == DCH_REQUEST_ONLINE) return {onlineAnswer(0, 1)};
     return {statusAnswer(0)};
   });
   const ProcessResult result =

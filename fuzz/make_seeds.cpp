@@ -11,7 +11,7 @@
 #include "dch/testkit/messages.h"
 #include "fuzz/support/client_run.h"
 #include "suite/zorp.h"
-#include "tests/support/scripted_dch.h"
+#include "tests/support/messages.h"
 #include "zordchcl/messages.h"
 #include "zordsock/zordsock.h"
 

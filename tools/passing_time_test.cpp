@@ -30,8 +30,8 @@ using testing::ElementsAre;
 TEST(PassingTime, AHandleThatMayHaveBecomeAnotherSourcesIsAskedForAgain) {
   std::atomic<ZORA_Long> handle{1};
   const ScriptedDch dch([&](const std::string& request) {
-    return std::vector{codeOf(request) == DCH_REQUEST_ONLINE ? onlineAnswer(0, handle)
-                                                             : statusAnswer(0)};
+    return std::vector{requestCode(request) == DCH_REQUEST_ONLINE ? onlineAnswer(0, handle)
+                                                                  : statusAnswer(0)};
   });
   ProviderSession session("appl:WEATHER,WTH; type:SOCK; group:sky; attr:note,T,20;",
                           {"WEATHER", "sky", "roof"}, ProviderSession::AtEnd::unregister);
@@ -45,7 +45,7 @@ TEST(PassingTime, AHandleThatMayHaveBecomeAnotherSourcesIsAskedForAgain) {
   session.end();
   std::vector<char> handles;
   for (const std::string& request : dch.requests())
-    if (codeOf(request) == DCH_REQUEST_DATA || codeOf(request) == DCH_REQUEST_OFFLINE)
+    if (requestCode(request) == DCH_REQUEST_DATA || requestCode(request) == DCH_REQUEST_OFFLINE)
       handles.push_back(request[21]);
   EXPECT_THAT(handles, ElementsAre(1, 7, 7));
 }
@@ -82,7 +82,7 @@ TEST(PassingTime, ASubscriptionIsRenewedAfterASilence) {
 // Whether somebody who looks after the time has done so, with the time as it is now.
 bool looksAgain(const ScriptedDch& dch) {
   const auto isQuestion = [](const std::string& request) {
-    return codeOf(request) == DCH_REQUEST_HELP;
+    return requestCode(request) == DCH_REQUEST_HELP;
   };
   const Requests before = dch.requests();
   // One that is on its way may be of before.

@@ -23,7 +23,7 @@ using Answers = std::vector<std::string>;
 
 // What a DCH answers to which all is well.
 Answers done(const std::string& request) {
-  if (codeOf(request) == DCH_REQUEST_ONLINE) return {onlineAnswer(0, 1)};
+  if (requestCode(request) == DCH_REQUEST_ONLINE) return {onlineAnswer(0, 1)};
   return {statusAnswer(0)};
 }
 
@@ -48,12 +48,12 @@ TEST(SendRecovery, ADchThatForgotTheSourceIsToldAnew) {
   int rows = 0;
   bool forgot = false;
   const ScriptedDch dch([&](const std::string& request) {
-    if (codeOf(request) == DCH_REQUEST_DATA && ++rows == 2) {
+    if (requestCode(request) == DCH_REQUEST_DATA && ++rows == 2) {
       forgot = true;
       return Answers{statusAnswer(DCH_STATUS_UNKNOWN_HANDLE)};
     }
-    if (codeOf(request) == DCH_REQUEST_REGISTER) forgot = false;
-    if (codeOf(request) == DCH_REQUEST_ONLINE && forgot)
+    if (requestCode(request) == DCH_REQUEST_REGISTER) forgot = false;
+    if (requestCode(request) == DCH_REQUEST_ONLINE && forgot)
       return Answers{onlineAnswer(DCH_STATUS_UNKNOWN_APPLICATION, 0)};
     return done(request);
   });
@@ -72,8 +72,9 @@ TEST(SendRecovery, ADchThatForgotTheSourceIsToldAnew) {
 // Waits until so many rows have come, each sending of a row counted. Returns false when they do not
 // in time.
 bool waitForRows(const ScriptedDch& dch, int count) {
-  return waitForRequests(
-      dch, count, [](const std::string& request) { return codeOf(request) == DCH_REQUEST_DATA; });
+  return waitForRequests(dch, count, [](const std::string& request) {
+    return requestCode(request) == DCH_REQUEST_DATA;
+  });
 }
 
 // A DCH that has started anew may have given the handle to another source.
@@ -81,11 +82,11 @@ TEST(SendRecovery, AHandleThatMayHaveBecomeAnotherSourcesIsAskedForAgain) {
   std::atomic<ZORA_Long> handle{1};
   std::atomic<bool> isSilent{false};
   const ScriptedDch dch([&](const std::string& request) {
-    if (codeOf(request) == DCH_REQUEST_DATA && isSilent.exchange(false)) {
+    if (requestCode(request) == DCH_REQUEST_DATA && isSilent.exchange(false)) {
       handle = 2;
       return Answers{};
     }
-    if (codeOf(request) == DCH_REQUEST_ONLINE) return Answers{onlineAnswer(0, handle)};
+    if (requestCode(request) == DCH_REQUEST_ONLINE) return Answers{onlineAnswer(0, handle)};
     return Answers{statusAnswer(0)};
   });
   const TemporaryFile registration(registrationText);
@@ -99,7 +100,7 @@ TEST(SendRecovery, AHandleThatMayHaveBecomeAnotherSourcesIsAskedForAgain) {
   EXPECT_EQ(zordp.finish().exitStatus, EX_OK);
   std::vector<char> handles;
   for (const std::string& request : dch.requests())
-    if (codeOf(request) == DCH_REQUEST_DATA || codeOf(request) == DCH_REQUEST_OFFLINE)
+    if (requestCode(request) == DCH_REQUEST_DATA || requestCode(request) == DCH_REQUEST_OFFLINE)
       handles.push_back(request[21]);
   EXPECT_THAT(handles, ElementsAre(1, 1, 2, 2));
 }
@@ -107,7 +108,7 @@ TEST(SendRecovery, AHandleThatMayHaveBecomeAnotherSourcesIsAskedForAgain) {
 TEST(SendRecovery, ADchThatAnswersAgainGetsTheRowAgain) {
   int rows = 0;
   const ScriptedDch dch([&](const std::string& request) {
-    return codeOf(request) == DCH_REQUEST_DATA && ++rows <= 2 ? Answers{} : done(request);
+    return requestCode(request) == DCH_REQUEST_DATA && ++rows <= 2 ? Answers{} : done(request);
   });
   const ProcessResult result = send("clouds\n1\n", environmentFor(dch.port(), shortTimeoutSeconds));
   EXPECT_EQ(result.exitStatus, EX_OK);
@@ -120,7 +121,7 @@ TEST(SendRecovery, ADchThatAnswersAgainGetsTheRowAgain) {
 
 TEST(SendRecovery, ASignalEndsTheTrying) {
   const ScriptedDch dch([](const std::string& request) {
-    return codeOf(request) == DCH_REQUEST_DATA ? Answers{} : done(request);
+    return requestCode(request) == DCH_REQUEST_DATA ? Answers{} : done(request);
   });
   const TemporaryFile registration(registrationText);
   Process zordp(ZORDP_PATH, {"send", "-r", registration.path(), "-g", "sky", "-s", "roof"},
@@ -137,7 +138,7 @@ TEST(SendRecovery, ASignalEndsTheTrying) {
 TEST(SendRecovery, ALateAnswerIsNotTakenForThatOfTheNextRow) {
   int rows = 0;
   const ScriptedDch dch([&](const std::string& request) {
-    if (codeOf(request) != DCH_REQUEST_DATA) return done(request);
+    if (requestCode(request) != DCH_REQUEST_DATA) return done(request);
     return ++rows == 1 ? Answers{statusAnswer(0), statusAnswer(0)} : Answers{statusAnswer(105)};
   });
   const ProcessResult result = send(dch, "clouds\n1\n2\n");
@@ -148,9 +149,9 @@ TEST(SendRecovery, ALateAnswerIsNotTakenForThatOfTheNextRow) {
 
 TEST(SendRecovery, ADchThatForgotTheSourceNeedNotBeToldOfItsEnd) {
   const ScriptedDch dch([&](const std::string& request) {
-    if (codeOf(request) == DCH_REQUEST_OFFLINE)
+    if (requestCode(request) == DCH_REQUEST_OFFLINE)
       return Answers{statusAnswer(DCH_STATUS_UNKNOWN_HANDLE)};
-    if (codeOf(request) == DCH_REQUEST_UNREGISTER)
+    if (requestCode(request) == DCH_REQUEST_UNREGISTER)
       return Answers{statusAnswer(DCH_STATUS_UNKNOWN_APPLICATION)};
     return done(request);
   });
@@ -175,7 +176,7 @@ TEST(WatchRecovery, SubscribesAgainAndSaysSo) {
   std::atomic<int> questions{0};
   std::atomic<int> renewals{0};
   const ScriptedDch dch([&](const std::string& request) {
-    if (codeOf(request) == DCH_REQUEST_HELP)
+    if (requestCode(request) == DCH_REQUEST_HELP)
       return ++questions >= 3 ? Answers{statusAnswer(0)} : Answers{};
     ++renewals;
     return Answers{};

@@ -168,8 +168,8 @@ TEST(Watch, TheTimeoutEndsItWithoutADchToo) {
 // Answers well, but a request of that code with the status.
 ScriptedDch::Script refusing(short code, ZORA_Long status) {
   return [=](const std::string& request) -> std::vector<std::string> {
-    const ZORA_Long answer = codeOf(request) == code ? status : 0;
-    if (codeOf(request) == DCH_REQUEST_ONLINE) return {onlineAnswer(answer, 1)};
+    const ZORA_Long answer = requestCode(request) == code ? status : 0;
+    if (requestCode(request) == DCH_REQUEST_ONLINE) return {onlineAnswer(answer, 1)};
     return {statusAnswer(answer)};
   };
 }

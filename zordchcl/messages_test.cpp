@@ -9,7 +9,7 @@
 
 #include "tests/support/bytes.h"
 #include "tests/support/fake_transport.h"
-#include "tests/support/scripted_dch.h"
+#include "tests/support/messages.h"
 
 namespace {
 

@@ -323,7 +323,7 @@ TEST(Endpoint, ThatFailsLeavesNoDescriptorOpen) {
 TEST(Endpoint, TakesAWholeAddressWhateverLengthIsGiven) {
   const DchSocket dch;
   ipcSock endpoint(SERVICE_UDP_CLIENT, 0, 0);
-  const LoopbackSocket other;
+  const DatagramSocket other;
   sockaddr_in address = other.address();
   expectTrace("ipcSock::setClientAddr", [&] {
     endpoint.setClientAddr(&address, 2);

@@ -6,7 +6,7 @@
 #include "tests/support/failing_calls.h"
 #include "tests/support/process.h"
 #include "tests/support/running_server.h"
-#include "tests/support/stream_client.h"
+#include "tests/support/sockets.h"
 #include "zordsock/test_endpoint.h"
 
 namespace {
@@ -23,7 +23,7 @@ using testing::IsEmpty;
 int sendTooLongAMessage() {
   RunningServer server;
   server.start();
-  const StreamClient client(server.streamPort());
+  const StreamSocket client(server.streamPort());
   constexpr std::size_t size = 1024 * SERVER_PIECE_SIZE;
   client.send(messageBytes(size, size + 1));
   waitForTheEnd();
@@ -32,7 +32,7 @@ int sendTooLongAMessage() {
 int sendWhenThereIsNoMemory() {
   RunningServer server;
   server.start();
-  const StreamClient client(server.streamPort());
+  const StreamSocket client(server.streamPort());
   const NoMemory noMemory;
   client.send(messageBytes(5000, 5000));
   waitForTheEnd();

@@ -5,8 +5,8 @@
 #include <future>
 
 #include "tests/support/failing_calls.h"
-#include "tests/support/loopback_socket.h"
 #include "tests/support/process.h"
+#include "tests/support/sockets.h"
 #include "tests/support/trace_capture.h"
 #include "zordsock/test_receive_loop.h"
 
@@ -51,7 +51,7 @@ TEST(ServerFailures, AfterAFailedListenDatagramsAreStillReceived) {
   const FailingCall failing(nthCall(SystemCall::listenOnSocket, 1), EADDRINUSE);
   RunningServer server;
   server.start();
-  const LoopbackSocket client;
+  const DatagramSocket client;
   for (const std::string datagram : {"one", "two", "three"}) {
     client.sendTo(server.datagramPort(), datagram);
     EXPECT_EQ(server.next().bytes, datagram);
@@ -65,7 +65,7 @@ TEST(ServerFailures, AFailedAcceptIsReportedAndItsSlotStaysTaken) {
     const FailingCall failing(nthCall(SystemCall::acceptConnection, 1), EMFILE);
     RunningServer server;
     server.start();
-    const StreamClient client(server.streamPort());
+    const StreamSocket client(server.streamPort());
     EXPECT_EQ(server.waitForEnd(), 2);
     const ZORA_Long* const connections = server.endpoint()._sockClientFD;
     EXPECT_EQ(connections[0], -1);
@@ -84,7 +84,7 @@ TEST(ServerFailures, AFailedAcceptLeavesAnErrorThatDoesNotEndTheLoop) {
   const FailingCall failing(nthCall(SystemCall::acceptConnection, 1), EMFILE);
   RunningServer server;
   server.start();
-  const StreamClient client(server.streamPort());
+  const StreamSocket client(server.streamPort());
   client.send(messageBytes(8, 8));
   EXPECT_EQ(server.next().bytes, messageBytes(8, 8));
   EXPECT_EQ(server.endpoint()._sockError, 1);

@@ -6,7 +6,7 @@
 #include <memory>
 #include <random>
 
-#include "tests/support/loopback_socket.h"
+#include "tests/support/sockets.h"
 #include "zordsock/test_receive_loop.h"
 
 namespace {
@@ -19,7 +19,7 @@ TEST(ServerStream, QueuesAMessageOfOnePieceAsItCame) {
     const FailingCall end = endAtWait(4);
     RunningServer server;
     server.start();
-    const StreamClient client(server.streamPort());
+    const StreamSocket client(server.streamPort());
     client.send(messageBytes(100, 100));
     const QueuedMessage message = server.next();
     EXPECT_EQ(server.waitForEnd(), 2);
@@ -42,7 +42,7 @@ TEST(ServerStream, QueuesAMessageOfThreePiecesOnce) {
     const FailingCall end = endAtWait(6);
     RunningServer server;
     server.start();
-    const StreamClient client(server.streamPort());
+    const StreamSocket client(server.streamPort());
     client.send(messageBytes(10000, 10000));
     const QueuedMessage message = server.next();
     EXPECT_EQ(server.waitForEnd(), 2);
@@ -78,7 +78,7 @@ TEST(ServerStream, QueuesADisconnectWhenThePeerCloses) {
     const FailingCall end = endAtWait(4);
     RunningServer server;
     server.start();
-    auto client = std::make_unique<StreamClient>(server.streamPort());
+    auto client = std::make_unique<StreamSocket>(server.streamPort());
     const sockaddr_in address = client->address();
     client.reset();
     const QueuedMessage notice = server.next();
@@ -105,7 +105,7 @@ TEST(ServerStream, QueuesADisconnectWhenThePeerResets) {
     const FailingCall end = endAtWait(4);
     RunningServer server;
     server.start();
-    StreamClient client(server.streamPort());
+    StreamSocket client(server.streamPort());
     client.breakOff();
     const QueuedMessage notice = server.next();
     EXPECT_EQ(server.waitForEnd(), 2);
@@ -130,7 +130,7 @@ TEST(ServerStream, DropsAMessageInWhichThePeerResets) {
     const FailingCall end = endAtWait(5);
     RunningServer server;
     server.start();
-    StreamClient client(server.streamPort());
+    StreamSocket client(server.streamPort());
     client.send(messageBytes(3000, 5000));
     EXPECT_TRUE(end.waitFor(4));
     client.breakOff();
@@ -157,7 +157,7 @@ TEST(ServerStream, AsksForAMessageThatEndedShortAndKeepsTheConnection) {
     const FailingCall end = endAtWait(5);
     RunningServer server;
     server.start();
-    const StreamClient client(server.streamPort());
+    const StreamSocket client(server.streamPort());
     client.send(messageBytes(3000, 5000));
     client.finishSending();
     const QueuedMessage notice = server.next();
@@ -182,7 +182,7 @@ TEST(ServerStream, AsksForAMessageThatEndedShortAndKeepsTheConnection) {
 TEST(ServerStream, DisconnectsAfterAShortMessageInAPassOfItsOwn) {
   RunningServer server;
   server.start();
-  auto client = std::make_unique<StreamClient>(server.streamPort());
+  auto client = std::make_unique<StreamSocket>(server.streamPort());
   const sockaddr_in address = client->address();
   client->send(messageBytes(3000, 5000));
   client.reset();
@@ -197,7 +197,7 @@ TEST(ServerStream, AsksAgainWhenTwoMessagesComeAtOnce) {
     const FailingCall end = endAtWait(4);
     RunningServer server;
     server.start();
-    const StreamClient client(server.streamPort());
+    const StreamSocket client(server.streamPort());
     client.send(messageBytes(8, 8) + messageBytes(12, 12));
     const QueuedMessage notice = server.next();
     EXPECT_EQ(server.waitForEnd(), 2);
@@ -218,14 +218,14 @@ TEST(ServerStream, GivesAFreedSlotToTheNextConnection) {
   const FailingCall end = endAtWait(6);
   RunningServer server;
   server.start();
-  auto first = std::make_unique<StreamClient>(server.streamPort());
+  auto first = std::make_unique<StreamSocket>(server.streamPort());
   ASSERT_TRUE(end.waitFor(2));
-  const StreamClient second(server.streamPort());
+  const StreamSocket second(server.streamPort());
   ASSERT_TRUE(end.waitFor(3));
   first.reset();
   EXPECT_EQ(server.next().bytes, disconnect);
   ASSERT_TRUE(end.waitFor(5));
-  const StreamClient third(server.streamPort());
+  const StreamSocket third(server.streamPort());
   server.waitForEnd();
   const ZORA_Long* const connections = server.endpoint()._sockClientFD;
   EXPECT_TRUE(connections[0] > 0 && connections[1] > 0);
@@ -235,8 +235,8 @@ TEST(ServerStream, GivesAFreedSlotToTheNextConnection) {
 TEST(ServerStream, NamesThePeerOfEachConnection) {
   RunningServer server;
   server.start();
-  const StreamClient one(server.streamPort());
-  const StreamClient other(server.streamPort());
+  const StreamSocket one(server.streamPort());
+  const StreamSocket other(server.streamPort());
   other.send(messageBytes(9, 9));
   const QueuedMessage ofOther = server.next();
   one.send(messageBytes(8, 8));
@@ -251,9 +251,9 @@ TEST(ServerStream, ServesTheReadableConnectionsInTheOrderOfTheirSlots) {
   const CallCounter accepts({SystemCall::acceptConnection});
   RunningServer server;
   server.start();
-  const StreamClient one(server.streamPort());
-  const StreamClient other(server.streamPort());
-  const LoopbackSocket sender;
+  const StreamSocket one(server.streamPort());
+  const StreamSocket other(server.streamPort());
+  const DatagramSocket sender;
   ASSERT_TRUE(accepts.waitFor(2));
   for (int i = 0; i < 5; ++i) sender.sendTo(server.datagramPort(), "datagram");
   other.send(messageBytes(9, 9));
@@ -267,8 +267,8 @@ TEST(ServerStream, ServesNothingElseWhileAMessageIsIncomplete) {
   const CallCounter waits({SystemCall::select});
   RunningServer server;
   server.start();
-  const StreamClient client(server.streamPort());
-  const LoopbackSocket sender;
+  const StreamSocket client(server.streamPort());
+  const DatagramSocket sender;
   const std::string message = messageBytes(8, 8);
   client.send(message.substr(0, 5));
   // The waits: for the connection, for its first bytes, and for two pieces.
@@ -283,7 +283,7 @@ TEST(ServerStream, JoinsMessagesHoweverTheyAreSent) {
   std::mt19937 random(20260131);
   RunningServer server;
   server.start();
-  const StreamClient client(server.streamPort());
+  const StreamSocket client(server.streamPort());
   for (std::size_t length = 4; length < 20000; length += 1 + random() % 1500) {
     const std::string message = messageBytes(length, static_cast<unsigned>(length));
     // The length word comes in one piece, or the loop does not know what to wait for.
@@ -298,7 +298,7 @@ TEST(ServerStream, JoinsMessagesHoweverTheyAreSent) {
 TEST(HostileStream, WithAnImpossibleLengthIsAskedAgainAndMayGoOn) {
   RunningServer server;
   server.start();
-  const StreamClient client(server.streamPort());
+  const StreamSocket client(server.streamPort());
   for (const int length : {0, 1, 3, -1, INT_MIN, INT_MIN + 1}) {
     client.send(messageBytes(20, static_cast<unsigned>(length)));
     EXPECT_EQ(server.next().bytes, resend);
@@ -311,7 +311,7 @@ TEST(HostileStream, WithAHugeLengthEndsWithItsConnection) {
   RunningServer server;
   server.start();
   for (const unsigned length : {0x7FFFFFFFu, 0x7FFFFFFEu, 0x01000000u}) {
-    auto client = std::make_unique<StreamClient>(server.streamPort());
+    auto client = std::make_unique<StreamSocket>(server.streamPort());
     client->send(messageBytes(9000, length));
     client.reset();
     EXPECT_EQ(server.next().bytes, resend);
@@ -323,7 +323,7 @@ TEST(HostileStream, OfLessThanALengthWordIsAskedAgain) {
   RunningServer server;
   server.start();
   for (std::size_t size = 1; size <= 3; ++size) {
-    auto client = std::make_unique<StreamClient>(server.streamPort());
+    auto client = std::make_unique<StreamSocket>(server.streamPort());
     client->send(std::string(size, '\0'));
     EXPECT_EQ(server.next().bytes, resend);
     client.reset();
@@ -334,7 +334,7 @@ TEST(HostileStream, OfLessThanALengthWordIsAskedAgain) {
 // Sends random bytes over a few connections at once, and ends them in one way or the other.
 void sendGarbage(RunningServer& server, std::mt19937& random, int connections) {
   for (int i = 0; i < connections; ++i) {
-    StreamClient client(server.streamPort());
+    StreamSocket client(server.streamPort());
     std::string bytes(1 + random() % 9000, '\0');
     for (char& byte : bytes) byte = static_cast<char>(random());
     client.send(bytes);
@@ -347,7 +347,7 @@ TEST(HostileStream, OfRandomBytesNeverHarmsTheOthers) {
   std::mt19937 random(4711);
   RunningServer server;
   server.start();
-  const StreamClient honest(server.streamPort());
+  const StreamSocket honest(server.streamPort());
   for (unsigned round = 0; round < 30; ++round) {
     sendGarbage(server, random, connections);
     for (int ended = 0; ended < connections;) {

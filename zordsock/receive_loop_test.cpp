@@ -7,7 +7,7 @@
 #include <chrono>
 #include <memory>
 
-#include "tests/support/loopback_socket.h"
+#include "tests/support/sockets.h"
 #include "tests/support/trace_capture.h"
 #include "zordsock/test_receive_loop.h"
 
@@ -15,11 +15,11 @@ namespace {
 
 // Connects so many clients, each after the one before it is accepted, so that none waits for room
 // in the backlog.
-std::vector<std::unique_ptr<StreamClient>> connectClients(RunningServer& server,
+std::vector<std::unique_ptr<StreamSocket>> connectClients(RunningServer& server,
                                                           const CallCounter& waits, int count) {
-  std::vector<std::unique_ptr<StreamClient>> clients;
+  std::vector<std::unique_ptr<StreamSocket>> clients;
   for (int i = 1; i <= count; ++i) {
-    clients.push_back(std::make_unique<StreamClient>(server.streamPort()));
+    clients.push_back(std::make_unique<StreamSocket>(server.streamPort()));
     EXPECT_TRUE(waits.waitFor(i + 1));
   }
   return clients;
@@ -72,7 +72,7 @@ TEST(ServerDatagram, IsQueuedWithItsSender) {
     const FailingCall end = endAtWait(2);
     RunningServer server;
     server.start();
-    const LoopbackSocket client;
+    const DatagramSocket client;
     client.sendTo(server.datagramPort(), messageBytes(10, 10));
     expectQueued(server.next(), messageBytes(10, 10), client.address(), 0);
     EXPECT_EQ(server.waitForEnd(), 2);
@@ -89,8 +89,8 @@ TEST(ServerDatagram, OfABurstIsReceivedWithoutAWaitOfItsOwn) {
   const CallCounter waits({SystemCall::select});
   RunningServer server;
   server.start();
-  const LoopbackSocket client;
-  const StreamClient connection(server.streamPort());
+  const DatagramSocket client;
+  const StreamSocket connection(server.streamPort());
   constexpr int burst = 40;
   for (int i = 0; i < burst; ++i)
     client.sendTo(server.datagramPort(), "number " + std::to_string(i));
@@ -105,7 +105,7 @@ TEST(ServerDatagram, OfABurstWithoutBytesIsReportedAndDropped) {
   TRC1_Configure("0");
   RunningServer server;
   server.start();
-  const LoopbackSocket client;
+  const DatagramSocket client;
   for (int i = 0; i < 10; ++i)
     client.sendTo(server.datagramPort(), i % 2 != 0 ? "" : "number " + std::to_string(i));
   for (int i = 0; i < 10; i += 2) EXPECT_EQ(server.next().bytes, "number " + std::to_string(i));
@@ -117,7 +117,7 @@ TEST(ServerDatagram, OfABurstWithoutBytesIsReportedAndDropped) {
 TEST(ServerDatagram, IsOneMessageWhateverItsLengthWordSays) {
   RunningServer server;
   server.start();
-  const LoopbackSocket client;
+  const DatagramSocket client;
   for (const std::string& datagram :
        {std::string("a"), messageBytes(10, 9), messageBytes(10, 5000), messageBytes(10, 0)}) {
     client.sendTo(server.datagramPort(), datagram);
@@ -128,7 +128,7 @@ TEST(ServerDatagram, IsOneMessageWhateverItsLengthWordSays) {
 TEST(ServerDatagram, IsCutAt4096Bytes) {
   RunningServer server;
   server.start();
-  const LoopbackSocket client;
+  const DatagramSocket client;
   for (const std::size_t size : {4095u, 4096u, 4097u, 60000u}) {
     const std::string datagram = messageBytes(size, static_cast<unsigned>(size));
     client.sendTo(server.datagramPort(), datagram);
@@ -141,7 +141,7 @@ TEST(ServerDatagram, WithoutBytesIsReportedAndDropped) {
     const FailingCall end = endAtWait(3);
     RunningServer server;
     server.start();
-    const LoopbackSocket client;
+    const DatagramSocket client;
     client.sendTo(server.datagramPort(), "");
     client.sendTo(server.datagramPort(), "next");
     expectQueued(server.next(), "next", client.address(), 0);
@@ -159,7 +159,7 @@ TEST(ServerDatagram, WithoutBytesIsReportedAndDropped) {
 TEST(ServerDatagram, WithoutBytesLeavesAnErrorThatDoesNotEndTheLoop) {
   RunningServer server;
   server.start();
-  const LoopbackSocket client;
+  const DatagramSocket client;
   client.sendTo(server.datagramPort(), "");
   for (int i = 0; i < 3; ++i) {
     client.sendTo(server.datagramPort(), "next");
@@ -192,7 +192,7 @@ TEST(ServerConnection, IsCloseOnExec) {
   const FailingCall end = endAtWait(2);
   RunningServer server;
   server.start();
-  const StreamClient client(server.streamPort());
+  const StreamSocket client(server.streamPort());
   server.waitForEnd();
   EXPECT_EQ(fcntl(server.endpoint()._sockClientFD[0], F_GETFD), FD_CLOEXEC);
 }
@@ -206,9 +206,9 @@ TEST(ServerConnection, WaitsWhileThereIsADatagram) {
   const FailingCall end = endAtWait(8);
   RunningServer server;
   server.start();
-  const LoopbackSocket sender;
+  const DatagramSocket sender;
   for (int i = 0; i < 6; ++i) sender.sendTo(server.datagramPort(), std::to_string(i));
-  const StreamClient client(server.streamPort());
+  const StreamSocket client(server.streamPort());
   for (int i = 0; i < 6; ++i) EXPECT_EQ(server.next().bytes, std::to_string(i));
   EXPECT_EQ(server.waitForEnd(), 2);
   std::vector<testing::Matcher<std::string>> expected{HasSubstr("listen for _sockTCP")};
@@ -230,7 +230,7 @@ TEST(ServerConnection, BeyondTheSixtyFourthIsNotAccepted) {
     RunningServer server;
     server.start();
     const auto clients = connectClients(server, end, 64);
-    const StreamClient oneTooMany(server.streamPort());
+    const StreamSocket oneTooMany(server.streamPort());
     EXPECT_EQ(server.waitForEnd(), 2);
     EXPECT_EQ(accepts.count(), 64);
     const ZORA_Long* const connections = server.endpoint()._sockClientFD;
@@ -256,12 +256,12 @@ TEST(ServerConnection, BeyondTheSixtyFourthIsLookedAtTenTimesASecond) {
   RunningServer server;
   server.start();
   const auto clients = connectClients(server, waits, 64);
-  const StreamClient oneTooMany(server.streamPort());
+  const StreamSocket oneTooMany(server.streamPort());
   ASSERT_TRUE(trace.waitFor(told));
   const auto start = std::chrono::steady_clock::now();
   ASSERT_TRUE(trace.waitFor(told, 5));
   EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(350));
-  const LoopbackSocket sender;
+  const DatagramSocket sender;
   sender.sendTo(server.datagramPort(), "datagram");
   EXPECT_EQ(server.next().bytes, "datagram");
   server.stop();
@@ -276,7 +276,7 @@ TEST(ServerConnection, InTheLastSlotIsNeverRead) {
   clients[63]->send(messageBytes(8, 8));
   clients[62]->send(messageBytes(9, 9));
   EXPECT_EQ(server.next().bytes, messageBytes(9, 9));
-  const LoopbackSocket sender;
+  const DatagramSocket sender;
   sender.sendTo(server.datagramPort(), "datagram");
   EXPECT_EQ(server.next().bytes, "datagram");
   server.stop();
@@ -315,10 +315,10 @@ TEST(ServerConnection, WorksBeyondTheDescriptorsOfAPlainSet) {
   if (!descriptors.isReached()) GTEST_SKIP() << "the hard limit of open files is too low";
   RunningServer server;
   server.start();
-  const LoopbackSocket sender;
+  const DatagramSocket sender;
   sender.sendTo(server.datagramPort(), "datagram");
   expectQueued(server.next(), "datagram", sender.address(), 0);
-  auto client = std::make_unique<StreamClient>(server.streamPort());
+  auto client = std::make_unique<StreamSocket>(server.streamPort());
   const sockaddr_in address = client->address();
   client->send(messageBytes(10000, 10000));
   const QueuedMessage message = server.next();
@@ -338,7 +338,7 @@ TEST(Server, StartedByItsConstructorReceivesAndAnswers) {
   EXPECT_EQ(server.ipcGetError(), 0);
   EXPECT_EQ(takeMessage(server).bytes, "IPC-SERVER_READY");
 
-  const LoopbackSocket datagramClient;
+  const DatagramSocket datagramClient;
   datagramClient.sendTo(server.sockPortUDP(), messageBytes(8, 8));
   QueuedMessage request = takeMessage(server);
   expectQueued(request, messageBytes(8, 8), datagramClient.address(), 0);
@@ -346,7 +346,7 @@ TEST(Server, StartedByItsConstructorReceivesAndAnswers) {
   EXPECT_EQ(server.ipcWrite(request.bytes.data(), 8, request.descriptor), 8);
   EXPECT_EQ(datagramClient.receive(), messageBytes(8, 8));
 
-  static const StreamClient& streamClient = *new StreamClient(server.sockPortTCP());
+  static const StreamSocket& streamClient = *new StreamSocket(server.sockPortTCP());
   streamClient.send(messageBytes(12, 12));
   request = takeMessage(server);
   EXPECT_EQ(request.bytes, messageBytes(12, 12));

@@ -43,7 +43,7 @@ class StrictAnswers : public testing::Test {
   }
 
   static std::string thrownAwayLine(const ipcSock& endpoint, int bytes,
-                                    const LoopbackSocket& from) {
+                                    const DatagramSocket& from) {
     return textOf("[@%p] Threw away %d bytes from 127.0.0.1[%d]: no answer to this request\n",
                   TRC1_Pointer(&endpoint), bytes, from.port());
   }
@@ -120,7 +120,7 @@ TEST_F(StrictAnswers, WhatAStrangerSendsIsNoAnswer) {
   Borrower borrower;
   ipcSock& endpoint = borrower.endpoint;
   request(endpoint);
-  const LoopbackSocket stranger;
+  const DatagramSocket stranger;
   for (const std::size_t size : {20U, 0U, 3U})
     stranger.sendTo(static_cast<unsigned short>(portOf(endpoint)),
                     messageBytes(size, static_cast<unsigned>(size)));
@@ -138,7 +138,7 @@ TEST_F(StrictAnswers, AStrangerDoesNotSpoilAMessageOfSeveralDatagrams) {
   const auto port = static_cast<unsigned short>(portOf(endpoint));
   const std::string message = messageBytes(100, 100);
   dch.sendTo(port, message.substr(0, 60));
-  const LoopbackSocket stranger;
+  const DatagramSocket stranger;
   stranger.sendTo(port, messageBytes(40, 40));
   dch.sendTo(port, message.substr(60));
   const ReadOutcome outcome = readFrom(endpoint, answerSeconds);
@@ -156,7 +156,7 @@ TEST_F(StrictAnswers, StrangersMakeNoWaitLonger) {
     const auto port = static_cast<unsigned short>(portOf(endpoint));
     std::atomic<bool> isRead{false};
     std::thread flood([&] {
-      const LoopbackSocket stranger;
+      const DatagramSocket stranger;
       while (!isRead) stranger.sendTo(port, messageBytes(20, 20));
     });
     ReadOutcome outcome;
@@ -200,7 +200,7 @@ TEST_F(StrictAnswers, TheSocketOfASubscriptionKeepsItsPortAndWhatLiesInIt) {
   request(endpoint);
   EXPECT_EQ(portOf(endpoint), port);
   EXPECT_EQ(readFrom(endpoint, answerSeconds).result, 20);
-  const LoopbackSocket other;
+  const DatagramSocket other;
   other.sendTo(static_cast<unsigned short>(port), messageBytes(21, 21));
   EXPECT_EQ(readFrom(endpoint, answerSeconds).result, 21);
 }

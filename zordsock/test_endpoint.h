@@ -12,13 +12,13 @@
 #include <string>
 
 #include "suite/sockets.h"
-#include "tests/support/loopback_socket.h"
+#include "tests/support/sockets.h"
 #include "zordsock/settings.h"
 #include "zordsock/zordsock.h"
 
 // A bare datagram socket that the endpoints of this process take for their DCH. It has to be there
 // before the first of them.
-class DchSocket : public LoopbackSocket {
+class DchSocket : public DatagramSocket {
  public:
   DchSocket() {
     setenv("ZORA_DCH_ADDR", "127.0.0.1", 1);

@@ -3,7 +3,6 @@
 #ifndef ZORDSOCK_TEST_PORT_H
 #define ZORDSOCK_TEST_PORT_H
 
-#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -19,20 +18,13 @@
 
 #include "suite/product_settings.h"
 #include "tests/support/recorded_sleep.h"
+#include "tests/support/sockets.h"
 #include "tests/support/trace_lines.h"
 #include "zordsock/settings.h"
 #include "zordsock/test_endpoint.h"
 #include "zordsock/zordsock.h"
 
 constexpr char allocationName[] = "ipcSock::allocateDCHport";
-
-inline sockaddr_in loopbackAddress(int port) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  address.sin_port = htons(static_cast<unsigned short>(port));
-  return address;
-}
 
 // A port that cannot be bound while this lives: it holds the port itself, or another program does.
 class TakenPort {

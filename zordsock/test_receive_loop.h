@@ -14,7 +14,7 @@
 
 #include "tests/support/failing_calls.h"
 #include "tests/support/running_server.h"
-#include "tests/support/stream_client.h"
+#include "tests/support/sockets.h"
 #include "tests/support/trace_lines.h"
 #include "zordsock/test_endpoint.h"
 

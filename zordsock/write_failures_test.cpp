@@ -120,7 +120,7 @@ TEST_F(WaitingWrite, SendsTheWholeMessageOnceTheWaitIsOver) {
       return 1;
     };
     EXPECT_EQ(write(*endpoint, message, connection.server()), 100);
-    EXPECT_EQ(connection.receive(100), message);
+    EXPECT_EQ(connection.client().receive(100), message);
     connection.fill();
     std::vector<TraceLine> lines = waitingLines();
     lines.push_back(

@@ -92,7 +92,7 @@ TEST_F(WriteOfDatagrams, FailsForANegativeLengthAndSendsNothing) {
 }
 
 TEST_F(WriteOfDatagrams, GoesToTheAddressThatWasSetLast) {
-  const LoopbackSocket other;
+  const DatagramSocket other;
   sockaddr_in address = other.address();
   endpoint.setClientAddr(&address, sizeof address);
   EXPECT_EQ(write(endpoint, "12345678"), 8);
@@ -141,7 +141,7 @@ TEST_F(WriteOnAStream, SendsTheWholeMessage) {
   expectTrace("ipcSock::ipcWrite", [&] {
     const std::string message = messageBytes(20000, 20000);
     EXPECT_EQ(write(endpoint, message, connection.server()), 20000);
-    EXPECT_EQ(connection.receive(20000), message);
+    EXPECT_EQ(connection.client().receive(20000), message);
     EXPECT_FALSE(dch.hasDatagram());
     return withSuccess(streamLines(endpoint, connection), endpoint, 20000);
   });
@@ -159,7 +159,7 @@ TEST_F(WriteOnAStream, FailsForANegativeLengthAndSendsNothing) {
     return negativeLengthLines(endpoint, -1);
   });
   EXPECT_EQ(endpoint.ipcWrite(&byte, 1, connection.server()), 1);
-  EXPECT_EQ(connection.receive(1), "x") << "nothing came before it";
+  EXPECT_EQ(connection.client().receive(1), "x") << "nothing came before it";
 }
 
 TEST_F(WriteOnAStream, DumpsTheMessage) {
@@ -229,7 +229,7 @@ TEST_F(WriteOnAStream, DoesNotGoOnAfterAPartWasSent) {
 
 TEST_F(WriteOnAStream, ToAPeerThatHasGoneFailsAndDoesNotEndTheProcess) {
   std::signal(SIGPIPE, SIG_DFL);
-  connection.resetByPeer();
+  connection.client().breakOff();
   EXPECT_EQ(write(endpoint, "12345678", connection.server()), -1);
   expectTrace("ipcSock::ipcWrite", [&] {
     EXPECT_EQ(write(endpoint, "12345678", connection.server()), -1);

@@ -6,45 +6,32 @@
 #include <string>
 
 #include "dch/peer_address.h"
+#include "tests/support/sockets.h"
 
 namespace dch::testkit {
-
-// How long a client waits for what has to come. What must not come is shown to be absent by
-// something that is sent after it, not by waiting.
-constexpr int longestWaitMilliseconds = 20'000;
-
-class Socket {
- public:
-  Socket(const Socket&) = delete;
-  Socket& operator=(const Socket&) = delete;
-  ~Socket();
-
-  PeerAddress address() const;
-  void send(const std::string& bytes);
-
-  // The next datagram, or the next bytes of a stream, which are empty at its end; nothing when none
-  // came in time.
-  std::optional<std::string> receive(int milliseconds = longestWaitMilliseconds);
-
- protected:
-  explicit Socket(int type);
-  void connectTo(int port);
-
-  int _descriptor;
-};
 
 // For a client that only receives: nothing is sent to its server.
 constexpr int noServer = 9;
 
-class UdpClient : public Socket {
+class UdpClient : public DatagramSocket {
  public:
   // On a port that the system gives, or on `ownPort`. Takes datagrams from anyone. One to which
   // something is sent when it is gone has a port from portToLeave().
-  explicit UdpClient(int serverPort, int ownPort = 0);
+  explicit UdpClient(int serverPort, int ownPort = 0)
+      : DatagramSocket(ownPort), _serverPort(serverPort) {}
 
-  void send(const std::string& bytes);
+  PeerAddress address() const { return PeerAddress(DatagramSocket::address()); }
+
+  void send(const std::string& bytes) const { sendTo(_serverPort, bytes); }
+  // The next datagram; nothing when none came in time.
+  std::optional<std::string> receive(int milliseconds = longestWaitMilliseconds) const {
+    return tryReceive(milliseconds);
+  }
   // Sends, and returns the answer; empty when none came.
-  std::string ask(const std::string& bytes);
+  std::string ask(const std::string& bytes) const {
+    send(bytes);
+    return receive().value_or("");
+  }
 
  private:
   const int _serverPort;
@@ -54,13 +41,20 @@ class UdpClient : public Socket {
 // does not reach another test.
 int portToLeave();
 
-class TcpClient : public Socket {
+class TcpClient : public StreamSocket {
  public:
-  explicit TcpClient(int serverPort);
+  using StreamSocket::StreamSocket;
 
-  std::string ask(const std::string& bytes);
-  // Ends the sending direction; the other end sees the end of the stream.
-  void endSending();
+  PeerAddress address() const { return PeerAddress(StreamSocket::address()); }
+
+  // The next bytes, empty at the end; nothing when none came in time.
+  std::optional<std::string> receive(int milliseconds = longestWaitMilliseconds) const {
+    return tryReceive(milliseconds);
+  }
+  std::string ask(const std::string& bytes) const {
+    send(bytes);
+    return receive().value_or("");
+  }
 };
 
 }  // namespace dch::testkit

@@ -6,7 +6,7 @@
 #include <sstream>
 
 #include "dch/field_reader.h"
-#include "tests/support/scripted_dch.h"
+#include "tests/support/messages.h"
 #include "zordchcl/messages.h"
 #include "zordchcl/zordchcl.h"
 

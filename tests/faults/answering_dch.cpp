@@ -1,12 +1,9 @@
 #include "tests/faults/answering_dch.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -14,12 +11,6 @@
 #include "tests/support/scripted_dch.h"
 
 namespace {
-
-short requestCode(const std::string& request) {
-  std::uint16_t code;
-  std::memcpy(&code, request.data() + ZOR0_LENGTH_WORD_SIZE + ZOR0_FIELD_HEADER_SIZE, sizeof code);
-  return static_cast<short>(ntohs(code));
-}
 
 // The switch of a subscription is the last field.
 bool starts(const std::string& subscription) {

@@ -10,7 +10,7 @@
 #include "dch/requests.h"
 #include "dch/testkit/messages.h"
 #include "tests/faults/scenario.h"
-#include "tests/support/loopback_socket.h"
+#include "tests/support/sockets.h"
 #include "zordchcl/messages.h"
 
 namespace {
@@ -92,7 +92,7 @@ class World {
 
   dch::PeerAddress address() const { return dch::PeerAddress(_client.address()); }
 
-  const LoopbackSocket _client;
+  const DatagramSocket _client;
   const dch::EventLog _log{false};
   dch::PushSocket _socket{in_addr{htonl(INADDR_LOOPBACK)}};
   dch::Subscriptions _subscriptions;

@@ -6,7 +6,7 @@
 
 #include "tests/faults/scenario.h"
 #include "tests/support/failing_calls.h"
-#include "tests/support/scripted_dch.h"
+#include "tests/support/messages.h"
 #include "zordchcl/zordchcl.h"
 #include "zordsock/zordsock.h"
 

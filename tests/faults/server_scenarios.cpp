@@ -11,9 +11,8 @@
 #include <thread>
 
 #include "tests/faults/scenario.h"
-#include "tests/support/loopback_socket.h"
 #include "tests/support/running_server.h"
-#include "tests/support/stream_client.h"
+#include "tests/support/sockets.h"
 
 namespace {
 
@@ -42,7 +41,7 @@ bool isServed(RunningServer& server, const std::string& text, const std::functio
 }
 
 bool servesDatagrams(RunningServer& server) {
-  const LoopbackSocket client;
+  const DatagramSocket client;
   return isServed(server, "datagram", [&] { client.sendTo(server.datagramPort(), "datagram"); });
 }
 
@@ -51,7 +50,7 @@ bool servesConnections(RunningServer& server) {
   std::string message(10'000, 'x');
   const std::uint32_t length = htonl(static_cast<std::uint32_t>(message.size()));
   std::memcpy(message.data(), &length, sizeof length);
-  std::optional<StreamClient> client;
+  std::optional<StreamSocket> client;
   try {
     if (!isServed(server, message, [&] { client.emplace(server.streamPort()).send(message); }))
       return false;

@@ -14,8 +14,8 @@
 #include <sstream>
 #include <thread>
 
-#include "tests/support/scripted_dch.h"
-#include "tests/support/stream_client.h"
+#include "tests/support/messages.h"
+#include "tests/support/sockets.h"
 #include "tests/support/text_count.h"
 #include "tests/support/wait_until.h"
 #include "tools/testkit/tools_fixture.h"
@@ -248,7 +248,7 @@ TEST_F(Death, NobodyHasToBeRestarted) {
 // The system keeps the port for the connections of the one that died.
 TEST(DeathWithConnections, TheNextServerWaitsForItsPort) {
   Server server;
-  StreamClient client(static_cast<unsigned short>(server.port()));
+  StreamSocket client(server.port());
   client.send(messageOf([](DCH_MessageBuilder& message) {
     message.add(DCH_requestType, short{DCH_REQUEST_UNREGISTER}).add(DCH_applName, "NONE");
   }));

@@ -3,19 +3,18 @@
 #ifndef TESTS_NETWORK_FAULTY_NETWORK_H
 #define TESTS_NETWORK_FAULTY_NETWORK_H
 
-#include <netinet/in.h>
-
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <functional>
 #include <map>
-#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "tests/support/sockets.h"
 
 namespace network {
 
@@ -73,7 +72,7 @@ class FaultyNetwork {
   FaultyNetwork& operator=(const FaultyNetwork&) = delete;
 
   // The DCH's port, as the clients see it.
-  int port() const { return _port; }
+  int port() const { return _towardsClients.port(); }
 
   // Replaces the faults; datagrams that are on their way stay as they are.
   void setFaults(Faults faults);
@@ -86,12 +85,11 @@ class FaultyNetwork {
   void release();
 
  private:
-  class Socket;
   using Clock = std::chrono::steady_clock;
 
   struct Client {
     sockaddr_in address;
-    std::unique_ptr<Socket> towardsDch;
+    DatagramSocket towardsDch;
   };
   struct OnItsWay {
     Direction direction;
@@ -108,9 +106,8 @@ class FaultyNetwork {
   void deliver(const OnItsWay& datagram) const;
 
   const sockaddr_in _dch;
-  const std::unique_ptr<Socket> _towardsClients;
-  const std::unique_ptr<Socket> _otherPort;
-  const int _port;
+  const DatagramSocket _towardsClients;
+  const DatagramSocket _otherPort;
   int _wakeUp;
 
   mutable std::mutex _mutex;  // guards what follows

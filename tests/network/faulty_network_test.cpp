@@ -4,7 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tests/support/loopback_socket.h"
+#include "tests/support/sockets.h"
 
 namespace network {
 namespace {
@@ -13,7 +13,7 @@ using ::testing::ElementsAre;
 
 class FaultyNetworkTest : public ::testing::Test {
  protected:
-  void toDch(const LoopbackSocket& client, const std::string& bytes) {
+  void toDch(const DatagramSocket& client, const std::string& bytes) {
     client.sendTo(static_cast<unsigned short>(_network.port()), bytes);
   }
 
@@ -24,9 +24,9 @@ class FaultyNetworkTest : public ::testing::Test {
     return datagrams;
   }
 
-  LoopbackSocket _dch;
+  DatagramSocket _dch;
   FaultyNetwork _network{_dch.port(), noFaults()};
-  LoopbackSocket _client;
+  DatagramSocket _client;
 };
 
 TEST_F(FaultyNetworkTest, LosesAndRepeatsWhatItIsTold) {

@@ -15,12 +15,12 @@ using ::testing::ContainsRegex;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using tools::Arguments;
-using tools::codeOf;
 
 // Requests with this code fare so.
 Faults faultOfRequests(short code, Arrivals arrivals) {
   return [=](const Passing& passing) {
-    return passing.direction == Direction::toDch && codeOf(passing.bytes) == code ? arrivals : once;
+    return passing.direction == Direction::toDch && requestCode(passing.bytes) == code ? arrivals
+                                                                                       : once;
   };
 }
 
@@ -59,7 +59,7 @@ TEST_F(NetworkToolsTest, ALostRegistrationIsAnUnavailableDch) {
 TEST_F(NetworkToolsTest, ARowThatIsLostIsSentAgain) {
   const auto watcher = startWatching({"--count", "3", "--format", "csv"});
   _network.setFaults([rows = 0](const Passing& passing) mutable {
-    if (passing.direction == Direction::toClient || codeOf(passing.bytes) != DCH_REQUEST_DATA)
+    if (passing.direction == Direction::toClient || requestCode(passing.bytes) != DCH_REQUEST_DATA)
       return once;
     return ++rows == 2 ? lost : once;
   });

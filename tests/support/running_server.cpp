@@ -10,7 +10,7 @@
 #include <memory>
 
 #include "suite/sockets.h"
-#include "tests/support/loopback_socket.h"
+#include "tests/support/sockets.h"
 
 namespace {
 
@@ -89,7 +89,7 @@ bool RunningServer::hasEnded() const {
 
 void RunningServer::stop() {
   if (!_result.valid()) return;
-  const LoopbackSocket waker;
+  const DatagramSocket waker;
   const auto ends = [&] {
     // Said again and again: an error that the loop is about to note writes over it.
     _endpoint._sockError = 2;

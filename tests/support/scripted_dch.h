@@ -2,8 +2,6 @@
 #ifndef TESTS_SUPPORT_SCRIPTED_DCH_H
 #define TESTS_SUPPORT_SCRIPTED_DCH_H
 
-#include <netinet/in.h>
-
 #include <condition_variable>
 #include <cstddef>
 #include <functional>
@@ -12,14 +10,8 @@
 #include <thread>
 #include <vector>
 
-#include "zordchcl/messages.h"
-
-// A message as it travels, with its length word.
-std::string messageOf(const std::function<void(DCH_MessageBuilder&)>& addFields);
-
-// The usual answers: a status, or a status and a handle.
-std::string statusAnswer(ZORA_Long status);
-std::string onlineAnswer(ZORA_Long status, ZORA_Long handle);
+#include "tests/support/messages.h"
+#include "tests/support/sockets.h"
 
 class ScriptedDch {
  public:
@@ -33,7 +25,7 @@ class ScriptedDch {
   ScriptedDch(const ScriptedDch&) = delete;
   ScriptedDch& operator=(const ScriptedDch&) = delete;
 
-  int port() const { return _port; }
+  int port() const { return _socket.port(); }
 
   // All requests so far.
   std::vector<std::string> requests() const;
@@ -49,8 +41,7 @@ class ScriptedDch {
   void serve();
 
   Script _script;
-  int _socket;
-  int _port;
+  const DatagramSocket _socket;
   mutable std::mutex _mutex;
   mutable std::condition_variable _requestAnswered;
   std::vector<std::string> _requests;

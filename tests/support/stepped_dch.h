@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/loopback_socket.h"
+#include "tests/support/sockets.h"
 
 // One at a time. For programs that link zord410_test_failing_calls.
 class SteppedDch {
@@ -46,7 +46,7 @@ class SteppedDch {
   void received(int descriptor);
 
   const Script _script;
-  const LoopbackSocket _socket;
+  const DatagramSocket _socket;
   bool _requestIsComing = false;
   bool _isDue = false;
   std::string _request;

@@ -9,7 +9,7 @@
 #include "suite/zor0.h"
 #include "tests/support/leaks_on_purpose.h"
 #include "tests/support/scripted_dch.h"
-#include "tests/support/stream_client.h"
+#include "tests/support/sockets.h"
 #include "tests/transports/transports.h"
 #include "zordchcl/zordchcl.h"
 
@@ -36,7 +36,7 @@ class Conformance : public testing::Test {
   }
 
   // Once, or not at all where nothing is carried.
-  static void expectArrival(const LoopbackSocket& receiver, const std::string& bytes) {
+  static void expectArrival(const DatagramSocket& receiver, const std::string& bytes) {
     if (Transport::carriesMessages) {
       EXPECT_EQ(receiver.receive(), bytes);
     }
@@ -129,7 +129,7 @@ TYPED_TEST(Conformance, ANegativeLengthIsNeverSent) {
 TYPED_TEST(Conformance, APeerAddressCanBeSet) {
   const DchSocket peer;
   const auto client = TypeParam::open(SERVICE_UDP_CLIENT);
-  const LoopbackSocket other;
+  const DatagramSocket other;
   sockaddr_in address = other.address();
   client->setClientAddr(&address, sizeof address);
   EXPECT_EQ(this->write(*client, message), this->countOf(message));
@@ -196,7 +196,7 @@ TYPED_TEST(Conformance, AServerHasAQueue) {
 TYPED_TEST(Conformance, TheQueueKeepsMessagesInOrderWithTheirSenders) {
   const LeaksOnPurpose leaks;
   Server<TypeParam> server;
-  const sockaddr_in address = LoopbackSocket().address();
+  const sockaddr_in address = DatagramSocket().address();
   server.endpoint().ipc_put_data(12, message.data(), &address, sizeof address, "127.0.0.1", 7);
   server.endpoint().ipc_put_data(6, "notice", nullptr, 0, nullptr, 0);
   const QueuedMessage first = takeMessage(server.endpoint());
@@ -213,7 +213,7 @@ TYPED_TEST(Conformance, TheQueueKeepsMessagesInOrderWithTheirSenders) {
 TYPED_TEST(Conformance, ADatagramReachesTheQueueAndIsAnsweredWhereMessagesAreCarried) {
   const LeaksOnPurpose leaks;
   Server<TypeParam> server;
-  const LoopbackSocket client;
+  const DatagramSocket client;
   sockaddr_in sender = client.address();
   if (TypeParam::carriesMessages) {
     client.sendTo(server.datagramPort(), message);
@@ -230,7 +230,7 @@ TYPED_TEST(Conformance, ADatagramReachesTheQueueAndIsAnsweredWhereMessagesAreCar
 TYPED_TEST(Conformance, AStreamReachesTheQueueAndIsAnsweredWhereMessagesAreCarried) {
   if constexpr (TypeParam::carriesMessages) {
     Server<TypeParam> server;
-    const StreamClient client(server.streamPort());
+    const StreamSocket client(server.streamPort());
     client.send(message);
     const QueuedMessage queued = takeMessage(server.endpoint());
     EXPECT_EQ(queued.bytes, message);

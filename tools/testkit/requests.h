@@ -15,14 +15,9 @@ namespace tools {
 
 using Requests = std::vector<std::string>;
 
-inline short codeOf(const std::string& request) {
-  return static_cast<short>((static_cast<unsigned char>(request.at(10)) << 8) |
-                            static_cast<unsigned char>(request.at(11)));
-}
-
 inline std::vector<short> codesOf(const Requests& requests) {
   std::vector<short> codes;
-  for (const std::string& request : requests) codes.push_back(codeOf(request));
+  for (const std::string& request : requests) codes.push_back(requestCode(request));
   return codes;
 }
 
@@ -56,14 +51,14 @@ bool waitForRequests(const ScriptedDch& dch, int count, IsWanted isWanted) {
 // A DCH that shows that it is there, and otherwise only pushes.
 inline ScriptedDch::Script onlyPushes() {
   return [](const std::string& request) -> std::vector<std::string> {
-    if (codeOf(request) == DCH_REQUEST_HELP) return {statusAnswer(0)};
+    if (requestCode(request) == DCH_REQUEST_HELP) return {statusAnswer(0)};
     return {};
   };
 }
 
 inline bool isSubscription(const std::string& request) {
-  return codeOf(request) == DCH_REQUEST_DATA_SUBSCRIPTION ||
-         codeOf(request) == DCH_REQUEST_STATUS_SUBSCRIPTION;
+  return requestCode(request) == DCH_REQUEST_DATA_SUBSCRIPTION ||
+         requestCode(request) == DCH_REQUEST_STATUS_SUBSCRIPTION;
 }
 
 inline bool waitForSubscriptions(const ScriptedDch& dch, int count) {
