@@ -14,6 +14,7 @@
 #include "dch/testkit/clients.h"
 #include "dch/testkit/messages.h"
 #include "dch/testkit/server_process.h"
+#include "tests/support/temporary_files.h"
 #include "zordchcl/status.h"
 #include "zordchcl/zordchcl.h"
 
@@ -22,19 +23,6 @@ namespace {
 
 using ::testing::HasSubstr;
 using ::testing::Not;
-
-class Directory {
- public:
-  Directory() {
-    std::string pattern = std::filesystem::temp_directory_path() / "zordchd_test_XXXXXX";
-    path = mkdtemp(pattern.data());
-  }
-  ~Directory() { std::filesystem::remove_all(path); }
-  Directory(const Directory&) = delete;
-  Directory& operator=(const Directory&) = delete;
-
-  std::filesystem::path path;
-};
 
 class ZordchdActionsTest : public ::testing::Test {
  protected:
@@ -46,7 +34,7 @@ class ZordchdActionsTest : public ::testing::Test {
     writeFile("actions.conf", "succeed /bin/true\nfail /bin/false\nmissing /nowhere/program\n" +
                                   line("gated") + line("killed") + line("lasting"));
     _server = std::make_unique<ServerProcess>(
-        ServerProcess::Arguments{"--verbose", "--actions", _directory.path / "actions.conf"});
+        ServerProcess::Arguments{"--verbose", "--actions", _directory.path() + "/actions.conf"});
     setenv("ZORA_DCH_ADDR", "127.0.0.1", 1);
     setenv("ZORA_DCH_PORT", std::to_string(_server->port()).c_str(), 1);
   }
@@ -54,15 +42,15 @@ class ZordchdActionsTest : public ::testing::Test {
     EXPECT_EQ(_server->stop(SIGTERM), 0) << _server->standardError();
   }
 
-  std::string gate() const { return _directory.path / "gate"; }
+  std::string gate() const { return _directory.path() + "/gate"; }
 
   // A line of the list for the script of the same name.
   std::string line(const std::string& name) const {
-    return name + " /bin/sh " + (_directory.path / name).string() + '\n';
+    return name + " /bin/sh " + _directory.path() + "/" + name + '\n';
   }
 
   void writeFile(const std::string& name, const std::string& text) const {
-    std::ofstream(_directory.path / name) << text;
+    std::ofstream(_directory.path() + "/" + name) << text;
   }
 
   // Ends the action "gated". Waits until it has come as far as its gate.
@@ -77,7 +65,7 @@ class ZordchdActionsTest : public ::testing::Test {
     EXPECT_EQ(statusOf(client->ask(unregisterMessage("NONE"))), DCH_STATUS_UNKNOWN_APPLICATION);
   }
 
-  const Directory _directory;
+  const TemporaryFolder _directory;
   std::unique_ptr<ServerProcess> _server;
 };
 
@@ -191,8 +179,8 @@ TEST(ZordchdWithoutActionsTest, StartsNothing) {
 }
 
 TEST(ZordchdWithoutActionsTest, RefusesAWrongListOfThem) {
-  const Directory directory;
-  const std::string list = directory.path / "actions.conf";
+  const TemporaryFolder directory;
+  const std::string list = directory.path() + "/actions.conf";
   std::ofstream(list) << "good /bin/true\nbad true\n";
   const ProcessResult wrong = runServer({"--actions", list});
   EXPECT_EQ(wrong.exitStatus, 78);

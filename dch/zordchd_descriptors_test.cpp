@@ -13,9 +13,9 @@
 #include "dch/testkit/messages.h"
 #include "dch/testkit/server_process.h"
 #include "tests/support/descriptor_limit.h"
+#include "tests/support/temporary_files.h"
 #include "tests/support/text_count.h"
 #include "tests/support/wait_until.h"
-#include "tools/testkit/temporary_file.h"
 #include "zordchcl/status.h"
 #include "zordsock/zordsock.h"
 
@@ -92,7 +92,7 @@ class AtItsLimitTest : public ::testing::Test {
       EXPECT_TRUE(onlineAnswerOf(client.ask(onlineMessage("HOSTMON", "load", "host1"))));
   }
 
-  const tools::TemporaryFile _actions{"succeed /bin/true\n"};
+  const TemporaryFile _actions{"succeed /bin/true\n"};
   ServerProcess _server{{"--verbose", "--actions", _actions.path()}, lowerHardLimit};
   std::list<TcpClient> _clients;
 };

@@ -11,7 +11,7 @@ using tools::Arguments;
 using tools::runProgram;
 
 struct ActionsFile {
-  const tools::TemporaryFile actions{"succeed /bin/true\nfail /bin/false\n"};
+  const TemporaryFile actions{"succeed /bin/true\nfail /bin/false\n"};
 };
 
 class ConsumerExamples : private ActionsFile, public tools::ToolsTest {

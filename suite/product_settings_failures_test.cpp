@@ -1,46 +1,21 @@
-// Product settings when something fails in the middle of an update.
+// Product settings when something fails in the middle of an update. Calls that fail are walked
+// through in tests/faults/transport_scenarios.cpp; here is what that cannot tell.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
 #include <cerrno>
 #include <csignal>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <set>
-#include <sstream>
 #include <string>
 
 #include "suite/product_settings.h"
 #include "tests/support/failing_calls.h"
+#include "tests/support/temporary_files.h"
 
 namespace {
 
-// The settings of this test, in a folder of their own.
 class ProductSettingsFailures : public testing::Test {
  protected:
-  ProductSettingsFailures() {
-    if (mkdtemp(_folder.data()) == nullptr) std::abort();
-    setenv("ZOR0_PRODUCT_SPEC", path().c_str(), 1);
-    std::ofstream(path()) << "22=1919\n";
-  }
-  ~ProductSettingsFailures() override { std::filesystem::remove_all(_folder); }
-
-  std::string path() const { return _folder + "/product.spec"; }
-
-  std::string content() const {
-    std::ostringstream text;
-    text << std::ifstream(path()).rdbuf();
-    return text.str();
-  }
-
-  std::set<std::string> files() const {
-    std::set<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(_folder))
-      names.insert(entry.path().filename());
-    return names;
-  }
-
   // The result of an update in which one call fails.
   static int updateWith(const Fault& fault) {
     planFault(fault);
@@ -49,18 +24,12 @@ class ProductSettingsFailures : public testing::Test {
   }
 
   void expectUnchanged() const {
-    EXPECT_EQ(content(), "22=1919\n");
-    EXPECT_EQ(files(), (std::set<std::string>{"product.spec", "product.spec.lock"}));
+    EXPECT_EQ(_file.content(), "22=1919\n");
+    EXPECT_EQ(_file.folder().files(), (std::set<std::string>{"product.spec", "product.spec.lock"}));
   }
 
- private:
-  std::string _folder = testing::TempDir() + "product_settings_XXXXXX";
+  const SettingsFile _file{"22=1919\n"};
 };
-
-TEST_F(ProductSettingsFailures, AFileThatCannotBePutInPlaceLeavesNothingBehind) {
-  EXPECT_EQ(updateWith({SystemCall::rename, 1, ENOSPC, ENOSPC}), 0);
-  expectUnchanged();
-}
 
 // A file may grow to this size only, while it lives.
 class FileSizeLimit {
@@ -96,41 +65,7 @@ TEST_F(ProductSettingsFailures, AFileThatCannotBeSavedIsNotPutInPlace) {
 TEST_F(ProductSettingsFailures, AFolderThatCannotBeSavedDoesNotUndoTheUpdate) {
   EXPECT_EQ(updateWith({SystemCall::synchronize, 2, EIO, EIO}), 1);
   EXPECT_TRUE(faultHappened());
-  EXPECT_EQ(content(), "22=2020\n");
-}
-
-TEST_F(ProductSettingsFailures, AnUpdateIsNotDoneWhenItIsRefusedForWantOfMemory) {
-  int refused = 0;
-  for (int number = 1;; ++number) {
-    const int result = updateWith({SystemCall::memory, number, ENOMEM, ENOMEM});
-    if (!faultHappened()) break;
-    if (result == 0) {
-      ++refused;
-      EXPECT_EQ(content(), "22=1919\n") << "allocation " << number;
-    }
-    std::ofstream(path()) << "22=1919\n";
-  }
-  EXPECT_GT(refused, 3);
-}
-
-TEST_F(ProductSettingsFailures, AQuestionHasItsWholeAnswerOrNoneForWantOfMemory) {
-  const std::string longName(100, 'Z');
-  std::ofstream(path()) << "3=" << longName << "\n";
-  int unanswered = 0;
-  for (int number = 1;; ++number) {
-    planFault({SystemCall::memory, number, ENOMEM, ENOMEM});
-    const char* text = nullptr;
-    {
-      const UnderTest underTest;
-      text = ZOR0_QueryProductSpec(3);
-    }
-    if (!faultHappened()) break;
-    if (text == nullptr)
-      ++unanswered;
-    else
-      EXPECT_EQ(text, longName) << "allocation " << number;
-  }
-  EXPECT_GT(unanswered, 0);
+  EXPECT_EQ(_file.content(), "22=2020\n");
 }
 
 TEST_F(ProductSettingsFailures, AnErrorLineTellsWhatFailed) {

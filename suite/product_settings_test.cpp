@@ -1,50 +1,24 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/prctl.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <list>
 #include <string>
 #include <thread>
 
 #include "suite/product_settings.h"
+#include "tests/support/process.h"
+#include "tests/support/temporary_files.h"
 #include "tests/support/trace_capture.h"
 
 namespace {
 
 using testing::ElementsAre;
 using testing::StartsWith;
-
-// A settings file of the test's own, named in ZOR0_PRODUCT_SPEC.
-class SettingsFile {
- public:
-  SettingsFile() {
-    std::string folder = testing::TempDir() + "product_settings_XXXXXX";
-    if (mkdtemp(folder.data()) == nullptr) std::abort();
-    _folder = folder;
-    setenv("ZOR0_PRODUCT_SPEC", path().c_str(), 1);
-  }
-  ~SettingsFile() { std::filesystem::remove_all(_folder); }
-
-  std::string path() const { return _folder + "/product.spec"; }
-  const std::string& folder() const { return _folder; }
-
-  void write(const std::string& content) const { std::ofstream(path()) << content; }
-  std::string content() const {
-    std::ostringstream text;
-    text << std::ifstream(path()).rdbuf();
-    return text.str();
-  }
-
- private:
-  std::string _folder;
-};
 
 std::string setting(int item) {
   const char* text = ZOR0_QueryProductSpec(item);
@@ -97,7 +71,7 @@ TEST(ProductSettings, AnUpdateKeepsTheModeOfTheFile) {
 
 TEST(ProductSettings, AnUpdateThroughALinkReplacesWhatItLeadsTo) {
   const SettingsFile file;
-  const std::string target = file.folder() + "/target";
+  const std::string target = file.folder().path() + "/target";
   std::ofstream(target) << "22=1\n";
   std::filesystem::create_symlink(target, file.path());
   ASSERT_EQ(ZOR0_UpdateProductSpec(22, "2"), 1);
@@ -126,7 +100,7 @@ TEST(ProductSettings, ATextWithALineEndOrNullIsRefused) {
 
 TEST(ProductSettings, AFileThatCannotBeWrittenIsReported) {
   const SettingsFile file;
-  const std::string path = file.folder() + "/no such folder/product.spec";
+  const std::string path = file.folder().path() + "/no such folder/product.spec";
   setenv("ZOR0_PRODUCT_SPEC", path.c_str(), 1);
   const TraceCapture trace("0x80");
   EXPECT_EQ(ZOR0_UpdateProductSpec(22, "2"), 0);
@@ -183,18 +157,15 @@ void expectUpdated(int first, int count) {
 
 TEST(ProductSettings, UpdatesOfSeveralProcessesLoseNothing) {
   const SettingsFile file;
-  pid_t children[2];
-  for (int i = 0; i < 2; ++i) {
-    children[i] = fork();
-    if (children[i] == 0) {
-      updateItems(100 * (i + 1), 10);
-      _exit(testing::Test::HasFailure() ? 1 : 0);
-    }
-  }
-  for (const pid_t child : children) {
-    int status = -1;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
+  std::list<Process> children;
+  for (const int first : {100, 200})
+    children.emplace_back([first] {
+      updateItems(first, 10);
+      return testing::Test::HasFailure() ? 1 : 0;
+    });
+  for (Process& child : children) {
+    const ProcessResult result = child.finish();
+    EXPECT_EQ(result.exitStatus, 0) << result.standardOutput;
   }
   expectUpdated(100, 10);
   expectUpdated(200, 10);
@@ -213,11 +184,9 @@ TEST(ProductSettings, AReaderSeesTheOldFileOrTheNewOne) {
   const SettingsFile file;
   const std::string texts[] = {std::string(20000, 'a'), std::string(20000, 'b')};
   ASSERT_EQ(ZOR0_UpdateProductSpec(22, texts[0].c_str()), 1);
-  const pid_t writer = fork();
-  if (writer == 0) {
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
+  const Process writer([&]() -> int {
     for (unsigned i = 1;; ++i) ZOR0_UpdateProductSpec(22, texts[i % 2].c_str());
-  }
+  });
   std::string seen = texts[0];
   for (int changes = 0; changes < 20;) {
     const std::string before = seen;
@@ -225,8 +194,6 @@ TEST(ProductSettings, AReaderSeesTheOldFileOrTheNewOne) {
     if (seen != texts[0] && seen != texts[1]) break;
     changes += seen != before;
   }
-  kill(writer, SIGKILL);
-  waitpid(writer, nullptr, 0);
   EXPECT_TRUE(seen == texts[0] || seen == texts[1]) << seen.size();
 }
 

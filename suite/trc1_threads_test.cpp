@@ -1,10 +1,9 @@
 // Tracing by several threads and processes at once.
-#include <sys/wait.h>
-
 #include <atomic>
 #include <thread>
 
 #include "suite/trc1_test.h"
+#include "tests/support/process.h"
 
 namespace {
 
@@ -73,31 +72,25 @@ TEST(TraceThreads, WriteWholeRecords) {
 TEST(TraceFork, AChildTracesUnderItsOwnProcessId) {
   const TraceFile file;
   TRC1_Printf(&dpOnline, 1, "parent\n");
-  const pid_t child = fork();
-  if (child == 0) {
+  Process child([] {
     TRC1_Printf(&dpOnline, 1, "child\n");
-    _exit(0);
-  }
-  ASSERT_EQ(waitpid(child, nullptr, 0), child);
-  const std::string id = std::to_string(child);
+    return 0;
+  });
+  const std::string id = std::to_string(child.id());
+  child.finish();
   EXPECT_THAT(file.content(), HasSubstr("Z " + id + "." + id + " ZORDC410 dp_online:1 child\n"));
 }
 
 TEST(TraceFork, AChildMayTraceWhateverTheParentsThreadsWereDoing) {
   const Sink sink;
   const TracingThreads tracing;
-  for (int i = 0; i < 30; ++i) {
-    const pid_t child = fork();
-    if (child == 0) {
-      alarm(20);  // ends a child that waits for a lock for ever
-      TRC1_Configure("0xff");
-      traced();
-      _exit(0);
-    }
-    int status = -1;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    ASSERT_EQ(status, 0);
-  }
+  const auto traceInChild = [] {
+    TRC1_Configure("0xff");
+    traced();
+    return 0;
+  };
+  // A child that waits for a lock for ever is killed.
+  for (int i = 0; i < 30; ++i) ASSERT_EQ(runInChild(traceInChild).exitStatus, 0);
 }
 
 }  // namespace

@@ -13,12 +13,12 @@
 
 #include "tests/support/passing_time.h"
 #include "tests/support/scripted_dch.h"
+#include "tests/support/temporary_files.h"
 #include "tests/support/wait_until.h"
 #include "tools/data_wait.h"
 #include "tools/provider_session.h"
 #include "tools/testkit/printed_times.h"
 #include "tools/testkit/requests.h"
-#include "tools/testkit/temporary_file.h"
 #include "tools/watch_command.h"
 
 namespace tools {

@@ -4,8 +4,8 @@
 #include <sysexits.h>
 #include <unistd.h>
 
+#include "tests/support/temporary_files.h"
 #include "tools/common/failure.h"
-#include "tools/testkit/temporary_file.h"
 
 namespace tools {
 namespace {

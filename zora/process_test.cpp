@@ -11,6 +11,7 @@
 
 #include "tests/support/failing_calls.h"
 #include "tests/support/process.h"
+#include "tests/support/temporary_files.h"
 #include "tests/support/trace_capture.h"
 #include "tests/support/trace_lines.h"
 #include "zora/zora.h"
@@ -27,22 +28,17 @@ constexpr char missing[] = "no-such-data-provider";
 class Directories {
  public:
   Directories() {
-    char name[] = "/tmp/process_test.XXXXXX";
-    _root = mkdtemp(name);
     fs::create_directory(current());
     fs::create_directory(onPath());
     fs::current_path(current());
     setenv("PATH", onPath().c_str(), 1);
   }
-  ~Directories() { fs::remove_all(_root); }
-  Directories(const Directories&) = delete;
-  Directories& operator=(const Directories&) = delete;
 
-  fs::path current() const { return _root / "current"; }
-  fs::path onPath() const { return _root / "path"; }
+  fs::path current() const { return fs::path(_root.path()) / "current"; }
+  fs::path onPath() const { return fs::path(_root.path()) / "path"; }
 
  private:
-  fs::path _root;
+  const TemporaryFolder _root;
 };
 
 // A program that ends with `status`.

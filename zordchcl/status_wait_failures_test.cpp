@@ -98,12 +98,4 @@ TEST(UnsentInitialize, ReturnsNullAndLeavesTheClientAlive) {
   EXPECT_THAT(trace.textsOf("DCHclient::~DCHclient"), IsEmpty());
 }
 
-TEST(UnsentInitialize, GivesTheLockBack) {
-  setenv("ZORA_DCH_IPCTYPE", "2", 1);
-  DCH_api_init();
-  EXPECT_EQ(dc_waitForDPStatusInitialize(), nullptr);
-  EXPECT_EQ(pthread_mutex_trylock(&_dc_waitForDPStatusLock), 0);
-  EXPECT_EQ(pthread_mutex_unlock(&_dc_waitForDPStatusLock), 0);
-}
-
 }  // namespace

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <ctime>
 #include <functional>
+#include <memory>
 #include <optional>
 
 #include "tests/support/failing_calls.h"
@@ -135,19 +136,23 @@ TEST_F(FullPool, AWaitWithAnyOtherErrnoFails) {
 
 // ---- The lock ----------------------------------------------------------------------------------
 
+// The first wait runs out, and `call` on the lock fails until the second, which is signalled.
+std::vector<std::function<int()>> waitsBetweenWhich(SystemCall call, int error) {
+  const auto failing = std::make_shared<std::optional<FailingCall>>();
+  return {[=] {
+            failing->emplace(Calls{call, &_UDPSockLock}, error);
+            return ETIMEDOUT;
+          },
+          [=] {
+            failing->reset();
+            pthread_mutex_lock(&_UDPSockLock);
+            return isSignalled();
+          }};
+}
+
 TEST_F(FullPool, IsNotPausedForWithoutReleasingTheLock) {
-  std::optional<FailingCall> failing;
   expectTrace("ipcSock::allocateIPC", [&] {
-    EXPECT_EQ(allocate({[&] {
-                          failing.emplace(Calls{SystemCall::unlockMutex, &_UDPSockLock}, EPERM);
-                          return ETIMEDOUT;
-                        },
-                        [&] {
-                          failing.reset();
-                          pthread_mutex_lock(&_UDPSockLock);
-                          return isSignalled();
-                        }}),
-              descriptor);
+    EXPECT_EQ(allocate(waitsBetweenWhich(SystemCall::unlockMutex, EPERM)), descriptor);
     EXPECT_THAT(recordedSleeps(), IsEmpty());
     return with(allocationLines(), {waitingLine(), timeoutLine(), waitingLine(), signalledLine(),
                                     availableLine(0, descriptor), exitLine(descriptor)});
@@ -155,18 +160,8 @@ TEST_F(FullPool, IsNotPausedForWithoutReleasingTheLock) {
 }
 
 TEST_F(FullPool, IsLookedAtAgainEvenWithoutTheLock) {
-  std::optional<FailingCall> failing;
   expectTrace("ipcSock::allocateIPC", [&] {
-    EXPECT_EQ(allocate({[&] {
-                          failing.emplace(Calls{SystemCall::lockMutex, &_UDPSockLock}, EINVAL);
-                          return ETIMEDOUT;
-                        },
-                        [&] {
-                          failing.reset();
-                          pthread_mutex_lock(&_UDPSockLock);
-                          return isSignalled();
-                        }}),
-              descriptor);
+    EXPECT_EQ(allocate(waitsBetweenWhich(SystemCall::lockMutex, EINVAL)), descriptor);
     EXPECT_THAT(recordedSleeps(), ElementsAre(3));
     return with(
         allocationLines(),

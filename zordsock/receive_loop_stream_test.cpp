@@ -4,6 +4,7 @@
 
 #include <climits>
 #include <memory>
+#include <optional>
 #include <random>
 
 #include "tests/support/sockets.h"
@@ -14,51 +15,71 @@ namespace {
 constexpr char disconnect[] = "DP-DISCONNECT";
 constexpr char resend[] = "RESEND_MESSAGE";
 
+// A loop with one client, which ends at its `waits`th wait.
+struct OneClient {
+  explicit OneClient(int waits) : end(endAtWait(waits)) {
+    server.start();
+    client.emplace(server.streamPort());
+    address = client->address();
+  }
+
+  // What comes into the queue, and nothing comes after it.
+  QueuedMessage last() {
+    QueuedMessage message = server.next();
+    EXPECT_EQ(server.waitForEnd(), 2);
+    EXPECT_EQ(server.endpoint()._ipcCircularBuffer->num_full, 0);
+    return message;
+  }
+
+  // The descriptor of a connection that the loop has kept.
+  ZORA_Long connection() { return server.endpoint()._sockClientFD[0]; }
+
+  // The lines up to the first piece.
+  LoopTrace begun(ZORA_Long descriptor) {
+    LoopTrace trace(server);
+    trace.addPass().addAccept(address, 0, descriptor).addPass(descriptor);
+    trace.addReadableConnection(0, descriptor);
+    return trace;
+  }
+
+  const FailingCall end;
+  RunningServer server;
+  std::optional<StreamSocket> client;
+  sockaddr_in address{};
+};
+
+TraceLine closedLine(ZORA_Long connection) {
+  return detailLine(textOf("_sockClientFD[0]=%d closed TCP connection: continue...", connection));
+}
+
 TEST(ServerStream, QueuesAMessageOfOnePieceAsItCame) {
   expectTrace(loopName, [] {
-    const FailingCall end = endAtWait(4);
-    RunningServer server;
-    server.start();
-    const StreamSocket client(server.streamPort());
-    client.send(messageBytes(100, 100));
-    const QueuedMessage message = server.next();
-    EXPECT_EQ(server.waitForEnd(), 2);
-    const ZORA_Long connection = server.endpoint()._sockClientFD[0];
-    expectQueued(message, messageBytes(100, 100), client.address(), connection);
-    return LoopTrace(server)
-        .addPass()
-        .addAccept(client.address(), 0, connection)
-        .addPass(connection)
-        .addReadableConnection(0, connection)
+    OneClient one(4);
+    one.client->send(messageBytes(100, 100));
+    const QueuedMessage message = one.last();
+    const ZORA_Long connection = one.connection();
+    expectQueued(message, messageBytes(100, 100), one.address, connection);
+    return one.begun(connection)
         .addPiece(connection, 0, 100, 0, 100)
         .add({detailLine("recvfrom operation had no more data, totalRead: 100, ipcBufCount: 1\n"),
-              detailLine("sockClientAddr set to" + tracedAddress(client.address()))})
+              detailLine("sockClientAddr set to" + tracedAddress(one.address))})
         .end(connection);
   });
 }
 
 TEST(ServerStream, QueuesAMessageOfThreePiecesOnce) {
   expectTrace(loopName, [] {
-    const FailingCall end = endAtWait(6);
-    RunningServer server;
-    server.start();
-    const StreamSocket client(server.streamPort());
-    client.send(messageBytes(10000, 10000));
-    const QueuedMessage message = server.next();
-    EXPECT_EQ(server.waitForEnd(), 2);
-    EXPECT_EQ(server.endpoint()._ipcCircularBuffer->num_full, 0);
-    const ZORA_Long connection = server.endpoint()._sockClientFD[0];
-    expectQueued(message, messageBytes(10000, 10000), client.address(), connection);
-    return LoopTrace(server)
-        .addPass()
-        .addAccept(client.address(), 0, connection)
-        .addPass(connection)
-        .addReadableConnection(0, connection)
+    OneClient one(6);
+    one.client->send(messageBytes(10000, 10000));
+    const QueuedMessage message = one.last();
+    const ZORA_Long connection = one.connection();
+    expectQueued(message, messageBytes(10000, 10000), one.address, connection);
+    return one.begun(connection)
         .addPiece(connection, 0, 10000, 0, 4096)
         .addPiece(connection, 1, 10000, 4096, 4096)
         .addPiece(connection, 2, 10000, 8192, 1808)
         .add({detailLine("recvfrom operation had no more data, totalRead: 10000, ipcBufCount: 3\n"),
-              detailLine("sockClientAddr set to" + tracedAddress(client.address())),
+              detailLine("sockClientAddr set to" + tracedAddress(one.address)),
               storageLine("Allocated <10000> bytes for completeBuffer<@{address}>\n"),
               detailLine("[0] completeBuffer[@{address}], offset[0], buffer[@{address}], "
                          "dataLen[4096]\n"),
@@ -75,51 +96,31 @@ TEST(ServerStream, QueuesAMessageOfThreePiecesOnce) {
 
 TEST(ServerStream, QueuesADisconnectWhenThePeerCloses) {
   expectTrace(loopName, [] {
-    const FailingCall end = endAtWait(4);
-    RunningServer server;
-    server.start();
-    auto client = std::make_unique<StreamSocket>(server.streamPort());
-    const sockaddr_in address = client->address();
-    client.reset();
-    const QueuedMessage notice = server.next();
-    EXPECT_EQ(server.waitForEnd(), 2);
+    OneClient one(4);
+    one.client.reset();
+    const QueuedMessage notice = one.last();
     const auto connection = static_cast<ZORA_Long>(notice.descriptor);
-    expectQueued(notice, disconnect, address, connection, blankName);
-    EXPECT_EQ(server.endpoint()._ipcCircularBuffer->num_full, 0);
-    EXPECT_EQ(server.endpoint()._sockClientFD[0], 0);
+    expectQueued(notice, disconnect, one.address, connection, blankName);
+    EXPECT_EQ(one.connection(), 0);
     EXPECT_FALSE(isOpen(connection));
-    return LoopTrace(server)
-        .addPass()
-        .addAccept(address, 0, connection)
-        .addPass(connection)
-        .addReadableConnection(0, connection)
+    return one.begun(connection)
         .addPiece(connection, 0, 0, 0, 0)
-        .add({detailLine(
-            textOf("_sockClientFD[0]=%d closed TCP connection: continue...", connection))})
+        .add({closedLine(connection)})
         .end();
   });
 }
 
 TEST(ServerStream, QueuesADisconnectWhenThePeerResets) {
   expectTrace(loopName, [] {
-    const FailingCall end = endAtWait(4);
-    RunningServer server;
-    server.start();
-    StreamSocket client(server.streamPort());
-    client.breakOff();
-    const QueuedMessage notice = server.next();
-    EXPECT_EQ(server.waitForEnd(), 2);
+    OneClient one(4);
+    one.client->breakOff();
+    const QueuedMessage notice = one.last();
     const auto connection = static_cast<ZORA_Long>(notice.descriptor);
-    expectQueued(notice, disconnect, client.address(), connection, blankName);
-    EXPECT_EQ(server.endpoint()._sockClientFD[0], 0);
-    return LoopTrace(server)
-        .addPass()
-        .addAccept(client.address(), 0, connection)
-        .addPass(connection)
-        .addReadableConnection(0, connection)
+    expectQueued(notice, disconnect, one.address, connection, blankName);
+    EXPECT_EQ(one.connection(), 0);
+    return one.begun(connection)
         .addPiece(connection, 0, 0, 0, -1, ECONNRESET)
-        .add({detailLine(
-            textOf("_sockClientFD[0]=%d closed TCP connection: continue...", connection))})
+        .add({closedLine(connection)})
         .end();
   });
 }
@@ -127,51 +128,33 @@ TEST(ServerStream, QueuesADisconnectWhenThePeerResets) {
 // The reset comes while the loop waits for the second piece.
 TEST(ServerStream, DropsAMessageInWhichThePeerResets) {
   expectTrace(loopName, [] {
-    const FailingCall end = endAtWait(5);
-    RunningServer server;
-    server.start();
-    StreamSocket client(server.streamPort());
-    client.send(messageBytes(3000, 5000));
-    EXPECT_TRUE(end.waitFor(4));
-    client.breakOff();
-    const QueuedMessage notice = server.next();
-    EXPECT_EQ(server.waitForEnd(), 2);
+    OneClient one(5);
+    one.client->send(messageBytes(3000, 5000));
+    EXPECT_TRUE(one.end.waitFor(4));
+    one.client->breakOff();
+    const QueuedMessage notice = one.last();
     const auto connection = static_cast<ZORA_Long>(notice.descriptor);
-    expectQueued(notice, disconnect, client.address(), connection, blankName);
-    EXPECT_EQ(server.endpoint()._ipcCircularBuffer->num_full, 0);
-    return LoopTrace(server)
-        .addPass()
-        .addAccept(client.address(), 0, connection)
-        .addPass(connection)
-        .addReadableConnection(0, connection)
+    expectQueued(notice, disconnect, one.address, connection, blankName);
+    return one.begun(connection)
         .addPiece(connection, 0, 5000, 0, 3000)
         .addPiece(connection, 1, 5000, 3000, -1, ECONNRESET)
-        .add({detailLine(
-            textOf("_sockClientFD[0]=%d closed TCP connection: continue...", connection))})
+        .add({closedLine(connection)})
         .end();
   });
 }
 
 TEST(ServerStream, AsksForAMessageThatEndedShortAndKeepsTheConnection) {
   expectTrace(loopName, [] {
-    const FailingCall end = endAtWait(5);
-    RunningServer server;
-    server.start();
-    const StreamSocket client(server.streamPort());
-    client.send(messageBytes(3000, 5000));
-    client.finishSending();
-    const QueuedMessage notice = server.next();
-    EXPECT_EQ(server.waitForEnd(), 2);
-    const ZORA_Long connection = server.endpoint()._sockClientFD[0];
-    expectQueued(notice, resend, client.address(), connection);
+    OneClient one(5);
+    one.client->send(messageBytes(3000, 5000));
+    one.client->finishSending();
+    const QueuedMessage notice = one.last();
+    const ZORA_Long connection = one.connection();
+    expectQueued(notice, resend, one.address, connection);
     std::string answer = "again";
-    EXPECT_EQ(server.endpoint().ipcWrite(answer.data(), 5, notice.descriptor), 5);
-    EXPECT_EQ(client.receive(5), answer);
-    return LoopTrace(server)
-        .addPass()
-        .addAccept(client.address(), 0, connection)
-        .addPass(connection)
-        .addReadableConnection(0, connection)
+    EXPECT_EQ(one.server.endpoint().ipcWrite(answer.data(), 5, notice.descriptor), 5);
+    EXPECT_EQ(one.client->receive(5), answer);
+    return one.begun(connection)
         .addPiece(connection, 0, 5000, 0, 3000)
         .addPiece(connection, 1, 5000, 3000, 0)
         .add({errorLine("Error: TCP received 3000 bytes, expected 5000 bytes\n")})
@@ -194,20 +177,12 @@ TEST(ServerStream, DisconnectsAfterAShortMessageInAPassOfItsOwn) {
 
 TEST(ServerStream, AsksAgainWhenTwoMessagesComeAtOnce) {
   expectTrace(loopName, [] {
-    const FailingCall end = endAtWait(4);
-    RunningServer server;
-    server.start();
-    const StreamSocket client(server.streamPort());
-    client.send(messageBytes(8, 8) + messageBytes(12, 12));
-    const QueuedMessage notice = server.next();
-    EXPECT_EQ(server.waitForEnd(), 2);
-    const ZORA_Long connection = server.endpoint()._sockClientFD[0];
-    expectQueued(notice, resend, client.address(), connection);
-    return LoopTrace(server)
-        .addPass()
-        .addAccept(client.address(), 0, connection)
-        .addPass(connection)
-        .addReadableConnection(0, connection)
+    OneClient one(4);
+    one.client->send(messageBytes(8, 8) + messageBytes(12, 12));
+    const QueuedMessage notice = one.last();
+    const ZORA_Long connection = one.connection();
+    expectQueued(notice, resend, one.address, connection);
+    return one.begun(connection)
         .addPiece(connection, 0, 8, 0, 20)
         .add({errorLine("Error: TCP received 20 bytes, expected 8 bytes\n")})
         .end(connection);

@@ -1,8 +1,7 @@
 #include "zordsock/settings.h"
+#include "tests/support/temporary_files.h"
 
 #include <gmock/gmock.h>
-
-#include <fstream>
 
 #include "tests/support/trace_capture.h"
 #include "tests/support/trace_lines.h"
@@ -19,18 +18,15 @@ class Settings : public testing::Test {
     for (const char* name : {"ZORA_DCH_ADDR", "ZORA_DCH_PORT", "ZORA_DCH_TIMEOUT",
                              "ZORA_DCH_TRAPEMIT", "ZORA_DCH_UDP_SOCKETS_IN_POOL"})
       unsetenv(name);
-    setenv("ZOR0_PRODUCT_SPEC", _productFile.c_str(), 1);
   }
-  ~Settings() override { std::filesystem::remove(_productFile); }
 
   static void set(const char* name, const std::string& value) { setenv(name, value.c_str(), 1); }
 
   void setProductPort(const std::string& port) const {
-    std::ofstream(_productFile) << itemPort << '=' << port << '\n';
+    _productFile.write(std::to_string(itemPort) + '=' + port + '\n');
   }
 
-  const std::string _productFile =
-      testing::TempDir() + "zordsock_settings_test." + std::to_string(getpid());
+  const SettingsFile _productFile;
 };
 
 // An endpoint that needs no DCH: it looks up no name.

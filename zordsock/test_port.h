@@ -9,7 +9,6 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <initializer_list>
 #include <stdexcept>
@@ -19,6 +18,7 @@
 #include "suite/product_settings.h"
 #include "tests/support/recorded_sleep.h"
 #include "tests/support/sockets.h"
+#include "tests/support/temporary_files.h"
 #include "tests/support/trace_lines.h"
 #include "zordsock/settings.h"
 #include "zordsock/test_endpoint.h"
@@ -71,32 +71,19 @@ inline int findFreePort() {
   return findPort(20000, 31999);
 }
 
-// Product settings of this test's own: the lines of their file.
-class ProductSettings {
+// Product settings of this test's own.
+class ProductSettings : public SettingsFile {
  public:
-  explicit ProductSettings(const std::string& lines) {
-    setenv("ZOR0_PRODUCT_SPEC", _path.c_str(), 1);
-    std::ofstream(_path) << lines;
-  }
-  ~ProductSettings() {
-    std::filesystem::remove(_path);
-    std::filesystem::remove(_path + ".lock");
-  }
-  ProductSettings(const ProductSettings&) = delete;
-  ProductSettings& operator=(const ProductSettings&) = delete;
+  using SettingsFile::SettingsFile;
 
   // Lets no update succeed: an update takes a lock on a file of this name.
-  void refuseUpdates() const { std::filesystem::create_directory(_path + ".lock"); }
+  void refuseUpdates() const { std::filesystem::create_directory(path() + ".lock"); }
 
   // The text of a setting, "none" without.
   static std::string get(int item) {
     const char* const text = ZOR0_QueryProductSpec(item);
     return text != nullptr ? text : "none";
   }
-
- private:
-  const std::string _path =
-      std::filesystem::temp_directory_path() / ("zordsock_port_test." + std::to_string(getpid()));
 };
 
 // An endpoint without sockets that takes `configuredPort` for the one that was set.

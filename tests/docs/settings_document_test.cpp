@@ -15,6 +15,7 @@
 
 #include "suite/sockets.h"
 #include "tests/support/process.h"
+#include "tests/support/temporary_files.h"
 #include "tests/support/trace_capture.h"
 #include "zordchcl/zordchcl.h"
 
@@ -104,15 +105,11 @@ TEST_F(Defaults, OfTheTransportAreThoseOfTheTable) {
 }
 
 TEST_F(Defaults, OfThePortIsTheProductSettingOfTheTable) {
-  const std::string path =
-      testing::TempDir() + "settings_document_test." + std::to_string(getpid());
   const std::string item = firstMatch(table.at("ZORA_DCH_PORT"), "setting\\S* (\\d+),");
-  std::ofstream(path) << item << "=4711\n";
-  setenv("ZOR0_PRODUCT_SPEC", path.c_str(), 1);
+  const SettingsFile settings(item + "=4711\n");
   const TraceCapture trace("0x10");
   makeClient();
   EXPECT_TRUE(trace.has("Assigned DCH port number to 4711\n"));
-  std::filesystem::remove(path);
 }
 
 TEST_F(Defaults, OfServersIsTheAddressOfTheTable) {

@@ -14,8 +14,8 @@
 
 #include "suite/product_settings.h"
 #include "tests/faults/scenario.h"
-#include "tests/faults/temporary_settings.h"
 #include "tests/support/running_server.h"
+#include "tests/support/temporary_files.h"
 #include "zordsock/settings.h"
 
 namespace {
@@ -132,15 +132,19 @@ std::string writeOnConnection() {
 // ---- Settings --------------------------------------------------------------------------------
 
 std::string updateSetting() {
-  const TemporarySettings settings("3=MONITOR\n22=1919\n");
+  const SettingsFile settings("3=MONITOR\n22=1919\n");
   const int result = tested([] { return ZOR0_UpdateProductSpec(22, "2020"); });
   std::string content = settings.content();
   std::replace(content.begin(), content.end(), '\n', ' ');
-  return std::to_string(result) + ' ' + content + (settings.hasLeftovers() ? "and more" : "");
+  return std::to_string(result) + ' ' + content +
+         (settings.folder().files().size() > 2 ? "and more" : "");
 }
 
+// Longer than what a string holds without memory of its own.
+const std::string longText(80, 'Z');
+
 std::string querySetting() {
-  const TemporarySettings settings("3=MONITOR\n22=1919\n");
+  const SettingsFile settings("3=MONITOR\n22=" + longText + "\n");
   const char* const text = tested([] { return ZOR0_QueryProductSpec(22); });
   return text != nullptr ? text : "no text";
 }
@@ -152,7 +156,7 @@ constexpr char candidates[] = "0=any\n23=21000\n";
 
 std::string allocateCandidatePort() {
   RunningServer server;
-  const TemporarySettings settings(candidates);
+  const SettingsFile settings(candidates);
   zordsock::_envPortNo = 0;
   ipcSock& endpoint = server.endpoint();
   tested([&] { return endpoint.allocateDCHport(); });
@@ -180,7 +184,7 @@ std::vector<Scenario> transportScenarios() {
        {{"not sent", {"] SEND - Sent -1 bytes out of "}}}},
       {"ZOR0_QueryProductSpec",
        querySetting,
-       "1919",
+       longText,
        {{"no text", {"Error: product setting 22 cannot be read: "}}}},
   };
   Scenario update{"ZOR0_UpdateProductSpec", updateSetting, "1 3=MONITOR 22=2020 "};

@@ -23,7 +23,6 @@
 namespace {
 
 using ::testing::HasSubstr;
-using tools::TemporaryFile;
 
 constexpr int kills = 5;
 // Much longer than all of it takes on a machine that does nothing else.

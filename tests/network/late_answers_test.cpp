@@ -8,8 +8,8 @@
 #include "dch/testkit/clients.h"
 #include "dch/testkit/messages.h"
 #include "tests/network/network_test.h"
+#include "tests/support/temporary_files.h"
 #include "tests/support/trace_capture.h"
-#include "tools/testkit/temporary_file.h"
 #include "tools/testkit/tools_fixture.h"
 
 namespace network {
@@ -99,8 +99,8 @@ TEST_F(LateAnswersTest, MoreSocketsInThePoolDoNotHelp) {
 
 TEST_F(LateAnswersTest, AnotherProcessIsNotShifted) {
   leaveALateAnswer();
-  const tools::TemporaryFile registration(registrationText);
-  const tools::TemporaryFile rows("text\nsunny\n");
+  const TemporaryFile registration(registrationText);
+  const TemporaryFile rows("text\nsunny\n");
   const ProcessResult sent = tools::runProgram(
       ZORDP_PATH,
       {"send", "-r", registration.path(), "-g", "rows", "-s", "host1", "-i", rows.path()},

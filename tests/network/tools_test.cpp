@@ -3,8 +3,8 @@
 #include <sysexits.h>
 
 #include "tests/network/network_test.h"
+#include "tests/support/temporary_files.h"
 #include "tools/testkit/requests.h"
-#include "tools/testkit/temporary_file.h"
 #include "tools/testkit/tools_fixture.h"
 #include "zordchcl/messages.h"
 
@@ -26,7 +26,7 @@ Faults faultOfRequests(short code, Arrivals arrivals) {
 
 // A base, so that the file is there before the server starts.
 struct ActionsFile {
-  const tools::TemporaryFile actions{"succeed /bin/true\n"};
+  const TemporaryFile actions{"succeed /bin/true\n"};
 };
 
 class NetworkToolsTest : private ActionsFile, public tools::ToolsTest {
@@ -34,7 +34,7 @@ class NetworkToolsTest : private ActionsFile, public tools::ToolsTest {
   NetworkToolsTest() : tools::ToolsTest({"--actions", actions.path()}) {}
 
   ProcessResult zordp(std::string_view rows) const {
-    const tools::TemporaryFile input(rows);
+    const TemporaryFile input(rows);
     return run(ZORDP_PATH,
                {"send", "-r", _registration.path(), "-g", "sky", "-s", "roof", "-i", input.path()});
   }

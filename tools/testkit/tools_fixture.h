@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "tests/support/process.h"
-#include "tools/testkit/temporary_file.h"
+#include "tests/support/temporary_files.h"
 
 namespace tools {
 
