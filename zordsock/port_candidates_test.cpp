@@ -10,8 +10,6 @@
 
 namespace {
 
-constexpr int defaultPort = 1919;
-
 // Takes the port. Another test may have got it from the system: that one is waited for, or it would
 // give the port back in the middle of this test.
 void take(int port, std::deque<TakenPort>* taken) {

@@ -255,7 +255,6 @@ TEST(CandidatePort, IsKeptWhenTheSettingsCannotBeWritten) {
 
 // ---- Candidates of an instance ------------------------------------------------------------------
 
-constexpr int defaultPort = 1919;
 constexpr int candidateBase = 46300 + defaultPort;
 
 // The offset whose second candidate is free and outside the range that the system gives from. Its

@@ -25,6 +25,7 @@
 #include "zordsock/zordsock.h"
 
 constexpr char allocationName[] = "ipcSock::allocateDCHport";
+constexpr int defaultPort = 1919;
 
 // A port that cannot be bound while this lives: it holds the port itself, or another program does.
 class TakenPort {
