@@ -4,41 +4,10 @@
 
 #include <cstring>
 
-#include "suite/field_writing.h"
+#include "suite/field_reading.h"
 
 using suite::load;
 using suite::store;
-
-namespace {
-
-struct FieldHeader {
-  std::uint16_t type;
-  std::uint32_t count;
-};
-
-FieldHeader loadHeader(const char* position) {
-  return {ntohs(load<std::uint16_t>(position)), ntohl(load<std::uint32_t>(position + 2))};
-}
-
-// Whether `count` bytes can be the value of a field of this layout.
-bool isWellFormed(ZOR0_FieldLayout layout, const char* value, std::size_t count) {
-  switch (layout) {
-    case ZOR0_FieldLayout::fixed16:
-      return count == sizeof(std::uint16_t);
-    case ZOR0_FieldLayout::fixed32:
-      return count == sizeof(std::uint32_t);
-    case ZOR0_FieldLayout::text:
-      return std::memchr(value, '\0', count) != nullptr;
-    case ZOR0_FieldLayout::attributeValue:
-      return count >= 1;
-    case ZOR0_FieldLayout::bytes:
-    case ZOR0_FieldLayout::unknown:
-      break;
-  }
-  return true;
-}
-
-}  // namespace
 
 ZOR0_FieldLayout ZOR0_LayoutOfField(short type) {
   return suite::layoutOf(type);
@@ -65,11 +34,11 @@ std::uint32_t ZOR0_MessageLength(const void* message) {
 
 ZOR0_FieldCursor::ZOR0_FieldCursor(void* message, std::size_t received)
     : _position(static_cast<char*>(message)), _end(_position) {
-  if (message == nullptr || received < ZOR0_LENGTH_WORD_SIZE) return;
-  const std::size_t stated = ZOR0_MessageLength(message);
-  if (stated < ZOR0_LENGTH_WORD_SIZE) return;
-  _end = _position + (stated < received ? stated : received);
+  if (message == nullptr) return;
+  const std::string_view fields = suite::fieldsOf({_position, received});
+  if (fields.data() == nullptr) return;
   _position += ZOR0_LENGTH_WORD_SIZE;
+  _end = _position + fields.size();
 }
 
 short ZOR0_ExtractDataField(ZOR0_FieldCursor* cursor, void** value, ZORA_Long* length,
@@ -77,20 +46,15 @@ short ZOR0_ExtractDataField(ZOR0_FieldCursor* cursor, void** value, ZORA_Long* l
   *value = nullptr;
   *length = 0;
   char* const header = cursor->_position;
-  const auto left = static_cast<std::size_t>(cursor->_end - header);
-  cursor->_position = cursor->_end;  // what follows a bad field cannot be told apart any more
-  if (left < ZOR0_FIELD_HEADER_SIZE) return 0;
+  std::string_view left(header, static_cast<std::size_t>(cursor->_end - header));
+  suite::ReceivedField field;
+  const bool isThere = suite::takeField(&left, &field);
+  cursor->_position = cursor->_end - left.size();
+  if (!isThere) return 0;
 
-  const auto [typeCode, count] = loadHeader(header);
-  if (count > left - ZOR0_FIELD_HEADER_SIZE || count > INT32_MAX) return 0;
-  const auto type = static_cast<short>(typeCode);
-  const ZOR0_FieldLayout layout = suite::layoutOf(type);
   char* start = header + ZOR0_FIELD_HEADER_SIZE;
-  if (!isWellFormed(layout, start, count)) return 0;
-  cursor->_position = start + count;
-
-  std::size_t size = count;
-  switch (layout) {
+  std::size_t size = field.value.size();
+  switch (field.layout) {
     case ZOR0_FieldLayout::fixed16:
       store(start, ntohs(load<std::uint16_t>(start)));
       break;
@@ -109,5 +73,5 @@ short ZOR0_ExtractDataField(ZOR0_FieldCursor* cursor, void** value, ZORA_Long* l
   }
   *value = start;
   *length = static_cast<ZORA_Long>(size);
-  return type;
+  return field.type;
 }
