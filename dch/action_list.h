@@ -5,17 +5,10 @@
 #include <iosfwd>
 #include <stdexcept>
 #include <string>
-#include <vector>
 
-#include "dch/text_map.h"
+#include "dch/core/programs.h"
 
 namespace dch {
-
-// A program, as an absolute path, and its arguments.
-using ActionCommand = std::vector<std::string>;
-
-// Commands by the names of their actions.
-using ActionList = TextMap<ActionCommand>;
 
 // What is wrong with a list of actions, such as
 //   actions.conf:3: program 'restart' is not an absolute path

@@ -15,9 +15,6 @@ namespace dch {
 // Ends the program, and what it has started in its process group, with SIGTERM when it still runs.
 class ChildProgram {
  public:
-  // The result of a program that could not be started, as shells have it.
-  static constexpr ZORA_Long notStarted = 127;
-
   // Starts `command`, a program's path and its arguments, without a shell: with an empty standard
   // input, no signal blocked, in a process group of its own. Throws std::system_error.
   explicit ChildProgram(const std::vector<std::string>& command);

@@ -2,11 +2,8 @@
 
 #include <unistd.h>
 
-#include <algorithm>
-#include <cstdarg>
 #include <cstdio>
 #include <ctime>
-#include <new>
 
 namespace dch {
 
@@ -26,46 +23,13 @@ std::size_t writePrefix(char* line, std::size_t capacity) {
 
 }  // namespace
 
-void EventLog::write(const char* format, ...) const {
-  if (!_enabled) return;
+void EventLog::writeLine(std::string_view text) const {
   char line[1024];
   std::size_t length = writePrefix(line, sizeof line);
-  std::va_list arguments;
-  va_start(arguments, format);
-  const int wanted = std::vsnprintf(line + length, sizeof line - length, format, arguments);
-  va_end(arguments);
-  // A text that is too long was cut; the line end takes the place of the terminating zero.
-  length = std::min(length + static_cast<std::size_t>(std::max(wanted, 0)), sizeof line - 1);
+  length += text.copy(line + length, sizeof line - length - 1);
   line[length] = '\n';
   // One write a line. A log that cannot be written holds nothing up.
   [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, line, length + 1);
-}
-
-namespace {
-
-std::string escaped(std::string_view text) {
-  std::string result;
-  for (const char character : text) {
-    if (character >= ' ' && character <= '~') {
-      result += character;
-    } else {
-      char code[8];
-      std::snprintf(code, sizeof code, "\\x%02x",
-                    static_cast<unsigned>(static_cast<unsigned char>(character)));
-      result += code;
-    }
-  }
-  return result;
-}
-
-}  // namespace
-
-std::string printable(std::string_view text) noexcept {
-  try {
-    return escaped(text);
-  } catch (const std::bad_alloc&) {
-    return "?";
-  }
 }
 
 }  // namespace dch

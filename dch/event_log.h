@@ -2,28 +2,22 @@
 #ifndef DCH_EVENT_LOG_H
 #define DCH_EVENT_LOG_H
 
-#include <string>
-#include <string_view>
+#include "dch/core/log.h"
 
 namespace dch {
 
 // Writes one line per event, with its time, to standard error; writes nothing unless it is enabled.
 // Any thread may write; lines stay whole.
-class EventLog {
+class EventLog : public Log {
  public:
   explicit EventLog(bool enabled) : _enabled(enabled) {}
 
-  // A line without its time and its end.
-  [[gnu::format(printf, 2, 3)]] void write(const char* format, ...) const;
-
  private:
+  bool isEnabled() const override { return _enabled; }
+  void writeLine(std::string_view line) const override;
+
   const bool _enabled;
 };
-
-// `text` for a line: bytes that are not printable ASCII become \xNN, so that what a client sends
-// cannot forge a line or drive a terminal. Without memory it is "?": a line about something that
-// has been done must not make it look undone.
-std::string printable(std::string_view text) noexcept;
 
 }  // namespace dch
 

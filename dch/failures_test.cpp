@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "dch/actions.h"
+#include "dch/child_programs.h"
 #include "dch/event_log.h"
 #include "dch/push_socket.h"
 #include "dch/testkit/clients.h"
@@ -30,16 +30,14 @@ TEST(Failures, ATextForALineIsCutShortWithoutMemory) {
   EXPECT_EQ(printable(longText), longText);
 }
 
-TEST(Failures, AnActionThatIsGivenUpLeavesNoProgram) {
-  const EventLog log(false);
-  const ActionList list{{"wait", {"/bin/sleep", "1000"}}};
+TEST(Failures, AProgramThatIsGivenUpDoesNotRun) {
   int givenUp = 0;
   for (int number = 1;; ++number) {
-    Actions actions(list, log);
+    ChildPrograms programs;
     refuseAllocation(number);
     try {
       const UnderTest underTest;
-      actions.start("wait", 1);
+      EXPECT_EQ(programs.start(1, {"/bin/sleep", "1000"}), "");
     } catch (const std::bad_alloc&) {
       ++givenUp;
       EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "allocation " << number;
@@ -59,7 +57,7 @@ PeerAddress goneReceiver() {
 template <class Condition>
 void collectGoneUntil(Condition isSo, PushSocket& socket, std::vector<PeerAddress>* gone) {
   EXPECT_TRUE(waitUntil([&] {
-    socket.collectGone(gone);
+    socket.takeGone(gone);
     return isSo();
   }));
 }
@@ -68,14 +66,14 @@ TEST(Failures, AReceiverThatIsGoneIsFoundAgainWhenThereWasNoMemory) {
   PushSocket socket(in_addr{htonl(INADDR_LOOPBACK)});
   const PeerAddress receiver = goneReceiver();
   std::vector<PeerAddress> gone;
-  socket.send("row", receiver, &gone);
+  socket.push("row", receiver);
   refuseAllocation(1);
   {
     const UnderTest underTest;
     collectGoneUntil(faultHappened, socket, &gone);
   }
   EXPECT_TRUE(gone.empty());
-  socket.send("row", receiver, &gone);
+  socket.push("row", receiver);
   collectGoneUntil([&] { return !gone.empty(); }, socket, &gone);
   EXPECT_EQ(gone, std::vector<PeerAddress>{receiver});
 }

@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <string_view>
 
-#include "dch/peer_address.h"
+#include "dch/core/message.h"
 #include "zordipc/zordipc.h"
 
 namespace dch {
@@ -19,6 +19,7 @@ struct IncomingMessage {
 
   bool isDatagram() const { return connection == 0; }
   std::string_view text() const { return {bytes, received}; }
+  Origin origin() const { return {sender, connection}; }
 };
 
 // Messages of the endpoint itself.

@@ -20,11 +20,11 @@
 #include "dch/error_filter.h"
 #include "dch/event_log.h"
 #include "dch/free_port.h"
-#include "dch/memory_registry.h"
 #include "dch/options.h"
 #include "dch/push_socket.h"
 #include "dch/receive_buffer.h"
 #include "dch/server.h"
+#include "dch/store/memory_store.h"
 #include "dch/vanished_peers.h"
 #include "zora/zora.h"
 #include "zordsock/port_choice.h"
@@ -125,11 +125,13 @@ std::optional<dch::PeerAddress> waitUntilReady(dch::Inbox& inbox) {
   }
 }
 
-// Long enough for a client on a busy machine to read a batch of events.
-void startTimer() {
-  constexpr itimerval tenthOfASecond{{0, 0}, {0, 100'000}};
-  setitimer(ITIMER_REAL, &tenthOfASecond, nullptr);
-}
+class AlarmTimer : public dch::Timer {
+ public:
+  void start() override {
+    constexpr itimerval tenthOfASecond{{0, 0}, {0, 100'000}};
+    setitimer(ITIMER_REAL, &tenthOfASecond, nullptr);
+  }
+};
 
 // A connection that cannot be taken keeps the receive loop from serving the others.
 void makeRoomForConnections() {
@@ -165,8 +167,9 @@ void serve(const dch::Options& options, const dch::ActionList& actions, const si
   dch::PushSocket pushSocket(in_addr{served->address});
   // A client may take answers from the port that it asked only.
   dch::PushSocket answerSocket(endpoint.sockUDP());
-  dch::MemoryRegistry registry;
-  dch::Server server(endpoint, inbox, pushSocket, answerSocket, registry, actions, startTimer, log);
+  dch::MemoryStore store;
+  AlarmTimer timer;
+  dch::Server server(endpoint, inbox, pushSocket, answerSocket, store, timer, actions, log);
   dch::endConnectionsOfVanishedPeers(endpoint._sockTCP);
   makeRoomForConnections();
   announce(*served);

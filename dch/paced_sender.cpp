@@ -3,11 +3,10 @@
 #include <algorithm>
 #include <new>
 #include <utility>
-#include <vector>
 
 namespace dch {
 
-PacedSender::PacedSender(PushSocket& socket, const EventLog& log, std::chrono::milliseconds pause,
+PacedSender::PacedSender(RowsOut& socket, const Log& log, std::chrono::milliseconds pause,
                          std::size_t capacity)
     : _socket(socket),
       _log(log),
@@ -66,9 +65,8 @@ PacedSender::Transfers::iterator PacedSender::nextDue() {
 
 void PacedSender::sendDatagram(Transfers::iterator transfer) {
   const std::string_view rest = std::string_view(transfer->message).substr(transfer->sent);
-  const std::string_view datagram = rest.substr(0, PushSocket::maxMessageBytes);
-  std::vector<PeerAddress> gone;  // the server's own socket tells of nobody
-  if (_socket.send(datagram, transfer->receiver, &gone)) {
+  const std::string_view datagram = rest.substr(0, maxDatagramBytes);
+  if (_socket.push(datagram, transfer->receiver)) {
     transfer->sent += datagram.size();
     transfer->due = Clock::now() + _pause;
   } else {

@@ -12,9 +12,8 @@
 #include <string>
 #include <thread>
 
-#include "dch/event_log.h"
-#include "dch/peer_address.h"
-#include "dch/push_socket.h"
+#include "dch/core/log.h"
+#include "dch/core/rows_out.h"
 
 namespace dch {
 
@@ -27,8 +26,7 @@ class PacedSender {
   static constexpr std::chrono::milliseconds defaultPause{1000};
 
   // `socket` is used by nobody else and outlives the sender, as does `log`.
-  PacedSender(PushSocket& socket, const EventLog& log,
-              std::chrono::milliseconds pause = defaultPause,
+  PacedSender(RowsOut& socket, const Log& log, std::chrono::milliseconds pause = defaultPause,
               std::size_t capacity = defaultCapacity);
   // What is not sent by then is not sent.
   ~PacedSender();
@@ -59,8 +57,8 @@ class PacedSender {
   Transfers::iterator nextDue();
   void sendDatagram(Transfers::iterator transfer);
 
-  PushSocket& _socket;
-  const EventLog& _log;
+  RowsOut& _socket;
+  const Log& _log;
   const std::chrono::milliseconds _pause;
   const std::size_t _capacity;
 

@@ -5,6 +5,8 @@
 
 #include <list>
 
+#include "dch/event_log.h"
+#include "dch/push_socket.h"
 #include "dch/testkit/clients.h"
 
 namespace dch {
@@ -13,7 +15,7 @@ namespace {
 using testkit::noServer;
 using testkit::UdpClient;
 
-constexpr std::size_t datagramBytes = PushSocket::maxMessageBytes;
+constexpr std::size_t datagramBytes = maxDatagramBytes;
 constexpr std::chrono::milliseconds shortPause{1};
 // As good as no end: what waits for it is never sent.
 constexpr std::chrono::hours longPause{1};

@@ -76,24 +76,28 @@ PushSocket::~PushSocket() {
   close(_descriptor);
 }
 
-bool PushSocket::send(std::string_view message, const PeerAddress& to,
-                      std::vector<PeerAddress>* gone) {
-  const sockaddr_in address = to.socketAddress();
+bool PushSocket::push(std::string_view message, const PeerAddress& receiver) {
+  const sockaddr_in address = receiver.socketAddress();
   if (trySend(message, address)) return true;
   if (errno == EAGAIN || errno == EWOULDBLOCK || errno == ENOBUFS) return false;
   // The error may be that of an earlier datagram to someone else: the system reports it on the next
   // call, whatever that is for.
-  collectGone(gone);
+  collectGone();
   return trySend(message, address);
 }
 
-void PushSocket::collectGone(std::vector<PeerAddress>* gone) {
+void PushSocket::takeGone(std::vector<PeerAddress>* gone) {
+  collectGone();
+  gone->swap(_gone);
+}
+
+void PushSocket::collectGone() {
   PeerAddress receiver;
   int error;
   while (nextError(_descriptor, &receiver, &error)) {
     if (error != ECONNREFUSED) continue;
     try {
-      gone->push_back(receiver);
+      _gone.push_back(receiver);
     } catch (const std::bad_alloc&) {
       // To throw would cost everybody the server.
     }

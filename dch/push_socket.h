@@ -8,41 +8,37 @@
 #include <string_view>
 #include <vector>
 
-#include "dch/peer_address.h"
+#include "dch/core/rows_out.h"
 
 namespace dch {
 
 // A datagram socket that never blocks, apart from the server's own: what subscribers do to it holds
 // up no request. One thread.
-class PushSocket {
+class PushSocket : public RowsOut {
  public:
-  // Largest message it takes: one datagram. Those of a longer message have to be paced.
-  static constexpr std::size_t maxMessageBytes = 8192;
-
   // Binds to a free port of `address`. Throws std::system_error.
   explicit PushSocket(in_addr address);
   // Sends from the port of another socket, which stays its owner's: receivers see the same sender.
   // Who is gone is not told then. Throws std::system_error.
   explicit PushSocket(int descriptor);
-  ~PushSocket();
+  ~PushSocket() override;
   PushSocket(const PushSocket&) = delete;
   PushSocket& operator=(const PushSocket&) = delete;
 
-  // Hands one datagram to the system. Returns false when that failed or would have had to wait.
-  // Adds to `gone` the receivers of earlier datagrams that the system has found gone since.
-  bool send(std::string_view message, const PeerAddress& to, std::vector<PeerAddress>* gone);
+  bool push(std::string_view message, const PeerAddress& receiver) override;
 
-  // Adds to `gone` the receivers that the system has found gone: nobody has their port any more.
   // One for whom there is no memory is found again after the next datagram to it.
-  void collectGone(std::vector<PeerAddress>* gone);
+  void takeGone(std::vector<PeerAddress>* gone) override;
 
   // The local port, in host order.
   std::uint16_t port() const;
 
  private:
   bool trySend(std::string_view message, const sockaddr_in& to);
+  void collectGone();
 
   int _descriptor;
+  std::vector<PeerAddress> _gone;
 };
 
 }  // namespace dch

@@ -30,9 +30,15 @@ PeerAddress goneClient() {
 // The system says so a moment after a datagram was sent, or at once.
 void collectUntilOneIsGone(PushSocket& socket, std::vector<PeerAddress>* gone) {
   EXPECT_TRUE(waitUntil([&] {
-    socket.collectGone(gone);
+    socket.takeGone(gone);
     return !gone->empty();
   }));
+}
+
+std::vector<PeerAddress> goneOf(PushSocket& socket) {
+  std::vector<PeerAddress> gone;
+  socket.takeGone(&gone);
+  return gone;
 }
 
 PeerAddress broadcastAddress() {
@@ -45,12 +51,11 @@ PeerAddress broadcastAddress() {
 TEST(PushSocketTest, SendsTheMessageAsItIsFromAPortOfItsOwn) {
   PushSocket socket(loopbackAddress);
   UdpClient receiver(noServer);
-  std::vector<PeerAddress> gone;
-  const std::string message(PushSocket::maxMessageBytes, 'x');
-  EXPECT_TRUE(socket.send(message, receiver.address(), &gone));
+  const std::string message(maxDatagramBytes, 'x');
+  EXPECT_TRUE(socket.push(message, receiver.address()));
   EXPECT_EQ(receiver.receive(), message);
   EXPECT_GT(socket.port(), 0);
-  EXPECT_THAT(gone, IsEmpty());
+  EXPECT_THAT(goneOf(socket), IsEmpty());
 }
 
 TEST(PushSocketTest, SendsFromThePortOfAnotherSocket) {
@@ -58,12 +63,11 @@ TEST(PushSocketTest, SendsFromThePortOfAnotherSocket) {
   const sockaddr_in any{
       .sin_family = AF_INET, .sin_port = 0, .sin_addr = loopbackAddress, .sin_zero = {}};
   ASSERT_EQ(bind(server, reinterpret_cast<const sockaddr*>(&any), sizeof any), 0);
-  std::vector<PeerAddress> gone;
   {
     PushSocket shared(server);
     EXPECT_EQ(shared.port(), ZOR0_RetrieveSockPort(server));
     UdpClient receiver(noServer);
-    EXPECT_TRUE(shared.send("answer", receiver.address(), &gone));
+    EXPECT_TRUE(shared.push("answer", receiver.address()));
     EXPECT_EQ(receiver.receive(), "answer");
   }
   EXPECT_GT(ZOR0_RetrieveSockPort(server), 0) << "it stays its owner's";
@@ -74,7 +78,7 @@ TEST(PushSocketTest, TellsWhoIsGone) {
   PushSocket socket(loopbackAddress);
   const PeerAddress missing = goneClient();
   std::vector<PeerAddress> gone;
-  EXPECT_TRUE(socket.send("row", missing, &gone));
+  EXPECT_TRUE(socket.push("row", missing));
   collectUntilOneIsGone(socket, &gone);
   EXPECT_THAT(gone, ElementsAre(missing));
 }
@@ -84,8 +88,8 @@ TEST(PushSocketTest, DoesNotLetTheNextReceiverLoseARowBecauseTheLastOneIsGone) {
   const PeerAddress missing = goneClient();
   UdpClient receiver(noServer);
   std::vector<PeerAddress> gone;
-  socket.send("row", missing, &gone);
-  EXPECT_TRUE(socket.send("row", receiver.address(), &gone));
+  socket.push("row", missing);
+  EXPECT_TRUE(socket.push("row", receiver.address()));
   EXPECT_EQ(receiver.receive(), "row");
   collectUntilOneIsGone(socket, &gone);
   EXPECT_THAT(gone, ElementsAre(missing));
@@ -93,9 +97,8 @@ TEST(PushSocketTest, DoesNotLetTheNextReceiverLoseARowBecauseTheLastOneIsGone) {
 
 TEST(PushSocketTest, SaysWhenADatagramCannotBeSent) {
   PushSocket socket(loopbackAddress);
-  std::vector<PeerAddress> gone;
-  EXPECT_FALSE(socket.send("row", broadcastAddress(), &gone));
-  EXPECT_THAT(gone, IsEmpty());
+  EXPECT_FALSE(socket.push("row", broadcastAddress()));
+  EXPECT_THAT(goneOf(socket), IsEmpty());
 }
 
 TEST(PushSocketTest, RefusesAnAddressThatThisMachineDoesNotHave) {

@@ -1,19 +1,15 @@
-// server.h: the server's worker: takes messages from the queue, one by one, and does what they ask.
+// server.h: the server's worker: takes messages from the queue, one by one, and hands them to the
+// core.
 #ifndef DCH_SERVER_H
 #define DCH_SERVER_H
 
-#include "dch/action_list.h"
-#include "dch/actions.h"
-#include "dch/answers.h"
-#include "dch/deferrals.h"
+#include "dch/child_programs.h"
+#include "dch/core/core.h"
+#include "dch/endpoint_answers.h"
 #include "dch/event_log.h"
 #include "dch/incoming_message.h"
 #include "dch/paced_sender.h"
-#include "dch/publisher.h"
 #include "dch/push_socket.h"
-#include "dch/registry.h"
-#include "dch/requests.h"
-#include "dch/subscriptions.h"
 #include "zordipc/zordipc.h"
 
 namespace dch {
@@ -22,34 +18,24 @@ namespace dch {
 // passed in outlives it.
 class Server {
  public:
-  // Calls announceTime a moment after it was called.
-  using Timer = void (*)();
-
-  // Rows and events leave through `pushSocket`, long answers through `answerSocket`.
+  // Rows and events leave through `pushSocket`, long answers through `answerSocket`. `timer` calls
+  // announceTime.
   Server(DCHipc& endpoint, Inbox& inbox, PushSocket& pushSocket, PushSocket& answerSocket,
-         Registry& registry, const ActionList& actionList, Timer startTimer, const EventLog& log);
+         Store& store, Timer& timer, const ActionList& actionList, const EventLog& log);
 
   // Serves until the endpoint is requested to stop.
   void run();
 
  private:
-  void handleMessage(const IncomingMessage& message);
-  void startTimerForSnapshots();
   void report() const;
 
   const EventLog& _log;
   Inbox& _inbox;
-  Registry& _registry;
+  Counters _counters;
   PacedSender _pacedSender;
-  Answers _answers;
-  Subscriptions _subscriptions;
-  Publisher _publisher;
-  StatusSnapshots _snapshots;
-  const Timer _startTimer;
-  bool _timerRuns = false;
-  Actions _actions;
-  Deferrals _deferrals;
-  Requests _requests;
+  EndpointAnswers _answers;
+  ChildPrograms _programs;
+  Core _core;
 };
 
 }  // namespace dch

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "dch/peer_address.h"
+#include "dch/core/peer_address.h"
 #include "tests/support/sockets.h"
 
 namespace dch::testkit {

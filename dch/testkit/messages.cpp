@@ -5,7 +5,7 @@
 #include <cstring>
 #include <sstream>
 
-#include "dch/field_reader.h"
+#include "dch/core/field_reader.h"
 #include "tests/support/messages.h"
 #include "zordchcl/messages.h"
 #include "zordchcl/zordchcl.h"
@@ -123,7 +123,7 @@ std::string withLengthWord(std::string message, std::uint32_t length) {
 
 std::optional<ZORA_Long> statusOf(const std::string& answer) {
   std::string message = answer;
-  FieldReader fields(message.data(), message.size());
+  FieldReader fields(message);
   ZORA_Long status = 0;
   if (!fields.readLong(DCH_status, &status) || !fields.atEnd()) return std::nullopt;
   return status;
@@ -131,7 +131,7 @@ std::optional<ZORA_Long> statusOf(const std::string& answer) {
 
 std::optional<OnlineAnswer> onlineAnswerOf(const std::string& answer) {
   std::string message = answer;
-  FieldReader fields(message.data(), message.size());
+  FieldReader fields(message);
   OnlineAnswer result{};
   if (!fields.readLong(DCH_status, &result.status) ||
       !fields.readLong(DCH_handle, &result.handle) || !fields.atEnd())
@@ -141,7 +141,7 @@ std::optional<OnlineAnswer> onlineAnswerOf(const std::string& answer) {
 
 std::optional<std::string> textOf(const std::string& answer) {
   std::string message = answer;
-  FieldReader fields(message.data(), message.size());
+  FieldReader fields(message);
   std::string_view text;
   if (!fields.readResponse(&text) || !fields.atEnd()) return std::nullopt;
   return std::string(text);
@@ -149,7 +149,7 @@ std::optional<std::string> textOf(const std::string& answer) {
 
 std::string eventText(const std::string& event) {
   std::string message = event;
-  FieldReader fields(message.data(), message.size());
+  FieldReader fields(message);
   std::string_view application, group, source;
   short code = 0;
   if (!fields.readText(DCH_applName, DCH_MAX_APPL_NAME, &application) ||

@@ -1,15 +1,25 @@
 #include "fuzz/support/answer_model.h"
 
-#include "dch/catalogue.h"
+#include <optional>
+
+#include "dch/core/catalogue.h"
 #include "fuzz/support/field_model.h"
 #include "fuzz/support/require.h"
 #include "zordchcl/messages.h"
+#include "zordchcl/status.h"
 
 namespace fuzz {
 
 namespace {
 
-using Form = dch::Answer::Form;
+enum class Form { none, status, statusAndHandle, text };
+
+struct Answer {
+  Form form = Form::none;
+  ZORA_Long status = DCH_STATUS_OK;
+  ZORA_Long handle = 0;
+  std::string_view text = {};
+};
 
 enum class Kind { statusChange, row, question, unanswered, poll, unknown };
 
@@ -47,16 +57,30 @@ Form formOf(short code, bool isDatagram) {
   return kindOf(code) == Kind::unanswered && isDatagram ? Form::none : Form::status;
 }
 
-void requireNothingDone(const dch::Outcome& outcome) {
-  require(outcome.source == nullptr && outcome.statusEvents.empty(), "nothing was done");
+ZORA_Long signedIn(std::string_view field) {
+  return static_cast<ZORA_Long>(numberIn(field, 4));
 }
 
-void checkRefused(const dch::Answer& answer, Form form) {
+// The one answer that there may be.
+Answer answerOf(const Outcome& outcome) {
+  require(outcome.answers.size() <= 1, "one answer at most");
+  if (outcome.answers.empty()) return {};
+  FieldModel fields(outcome.answers.front());
+  if (const auto text = fields.next(DCH_response)) return {Form::text, DCH_STATUS_OK, 0, *text};
+  fields = FieldModel(outcome.answers.front());
+  Answer answer{Form::status, signedIn(fields.next(DCH_status).value())};
+  if (fields.atEnd()) return answer;
+  answer.form = Form::statusAndHandle;
+  answer.handle = signedIn(fields.next(DCH_handle).value());
+  return answer;
+}
+
+void checkRefused(const Answer& answer, Form form) {
   require(answer.form == form, "the form of a refusal");
   if (form != Form::none) require(answer.status == DCH_STATUS_MALFORMED, "a malformed message");
 }
 
-void checkAnswer(short code, bool isDatagram, const dch::Answer& answer) {
+void checkAnswer(short code, bool isDatagram, const Answer& answer) {
   switch (answer.form) {
     case Form::text:
       require(kindOf(code) == Kind::question, "a text answers a question alone");
@@ -89,35 +113,28 @@ bool isAnswer(std::string_view message) {
   return fields.next(DCH_status) && (fields.atEnd() || (fields.next(DCH_handle) && fields.atEnd()));
 }
 
-bool fitsADatagram(const dch::Answer& answer) {
-  constexpr std::size_t largestDatagram = 8192, aroundText = 4 + 6;
-  return answer.form != Form::none && answer.text.size() + aroundText <= largestDatagram;
-}
-
-void checkOutcome(const dch::IncomingMessage& message, const dch::Outcome& outcome) {
-  const std::string_view bytes = message.text();
-  const auto codeField = FieldModel(bytes).next(DCH_requestType);
-  if (message.isDatagram() && isAnswer(bytes)) {
-    require(outcome.answer.form == Form::none, "an answer is not answered");
-    return requireNothingDone(outcome);
+void checkOutcome(std::string_view message, bool isDatagram, const Outcome& outcome) {
+  const Answer answer = answerOf(outcome);
+  if (isDatagram && isAnswer(message)) {
+    require(answer.form == Form::none, "an answer is not answered");
+    return require(outcome.pushed.empty(), "nothing was done");
   }
-  if (!codeField) {
-    checkRefused(outcome.answer, Form::status);
-    return requireNothingDone(outcome);
+  const auto codeField = FieldModel(message).next(DCH_requestType);
+  const short code = codeField ? static_cast<short>(numberIn(*codeField, 2)) : short{0};
+  if (!codeField || !lengthWordIsRight(message)) {
+    checkRefused(answer, codeField ? formOf(code, isDatagram) : Form::status);
+    return require(outcome.pushed.empty(), "nothing was done");
   }
-  const auto code = static_cast<short>(numberIn(*codeField, 2));
-  if (!lengthWordIsRight(bytes)) {
-    checkRefused(outcome.answer, formOf(code, message.isDatagram()));
-    return requireNothingDone(outcome);
+  checkAnswer(code, isDatagram, answer);
+  const bool wentWell = answer.status == DCH_STATUS_OK;
+  for (const std::string& pushed : outcome.pushed) {
+    if (code == DCH_REQUEST_DATA)
+      require(wentWell && pushed == message, "a row that is acknowledged is pushed as it came");
+    else
+      require(isStatusEvent(pushed) && wentWell &&
+                  (kindOf(code) == Kind::statusChange || code == DCH_REQUEST_STATUS_SUBSCRIPTION),
+              "events of what has happened");
   }
-  checkAnswer(code, message.isDatagram(), outcome.answer);
-  const bool wentWell = outcome.answer.status == DCH_STATUS_OK;
-  require((outcome.source != nullptr) == (code == DCH_REQUEST_DATA && wentWell),
-          "a row to publish for every row that is acknowledged");
-  require(outcome.statusEvents.empty() || (kindOf(code) == Kind::statusChange && wentWell),
-          "events of what has happened");
-  for (const dch::StatusEvent& event : outcome.statusEvents)
-    require(isStatusEvent(event.message), "an event is whole");
 }
 
 }  // namespace fuzz

@@ -7,8 +7,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <utility>
 
-#include "dch/state_report.h"
 #include "fuzz/support/answer_model.h"
 #include "fuzz/support/field_model.h"
 #include "fuzz/support/null_trace.h"
@@ -22,24 +22,6 @@ namespace {
 
 // An endpoint of this type starts no thread: the run plays the part of startup().
 constexpr short noService = 0;
-
-// Rows and events would leave through it; it is the only real socket, and nothing is sent on it.
-dch::PushSocket& pushSocket() {
-  static dch::PushSocket socket{in_addr{htonl(INADDR_LOOPBACK)}};
-  return socket;
-}
-
-// Takes no answer of several datagrams: those would go out from a thread of their own, later.
-dch::PacedSender& pacedSender() {
-  static const dch::EventLog silent{false};
-  static dch::PacedSender sender{pushSocket(), silent, dch::PacedSender::defaultPause, 0};
-  return sender;
-}
-
-bool isRow(std::string_view message) {
-  const auto code = FieldModel(message).next(DCH_requestType);
-  return code && numberIn(*code, 2) == DCH_REQUEST_DATA;
-}
 
 bool isPrintable(char character) {
   return character >= ' ' && character <= '~';
@@ -60,11 +42,7 @@ void makeLengthRight(std::string* message) {
   std::memcpy(message->data(), &word, std::min(message->size(), sizeof word));
 }
 
-ServerRun::ServerRun()
-    : Network(0),
-      _server(noService, 0, 0),
-      _answers(_server, pacedSender(), _log),
-      _publisher(_subscriptions, pushSocket(), _log) {
+ServerRun::ServerRun() : Network(0), _server(noService, 0, 0) {
   forgetPrograms();
   _server._typeOfService = SERVICE_SERVER;  // so that its queue goes with it
   _server._sockError = 0;
@@ -76,7 +54,7 @@ void ServerRun::run() {
   require(_server.IPCServer() == waitFailed, "the loop ends with its wait");
   drain();
   require(_isReady, "the loop has started");
-  const std::string report = dch::stateReport(_registry, _deferrals);
+  const std::string report = _core.report();
   require(std::all_of(report.begin(), report.end(),
                       [](char each) { return each == '\n' || isPrintable(each); }),
           "a report that is fit for a terminal");
@@ -108,44 +86,24 @@ void ServerRun::handle(const dch::IncomingMessage& received) {
   // Exactly as long as the message, so that what is read behind it is found.
   const std::unique_ptr<char[]> bytes(new char[received.received]);
   received.text().copy(bytes.get(), received.received);
-  dch::IncomingMessage message = received;
-  message.bytes = bytes.get();
-  const dch::Outcome outcome = _requests.handle(message);
-  require(message.text() == received.text(), "a message stays as it was received");
-  checkOutcome(message, outcome);
-  answer(message, outcome.answer);
-  if (outcome.source != nullptr) {
-    require(_registry.findOnline(outcome.source->handle) == outcome.source,
-            "a row is that of a source on line");
-    _publisher.publish(outcome.source->topic, message.text());
-  }
-  for (const dch::StatusEvent& event : outcome.statusEvents)
-    _publisher.publish(dch::statusTopic, event.message);
-  _snapshots.advance();
-  _actions.collect([](const dch::IncomingMessage& waiter, ZORA_Long) {
-    require(waiter.bytes == nullptr && waiter.received == 0,
-            "a waiter is told without its message");
-  });
+  const std::string_view message(bytes.get(), received.received);
+  _witness.outcome = {};
+  _core.receive({message, received.origin(), 1});
+  require(message == received.text(), "a message stays as it was received");
+  checkOutcome(message, received.isDatagram(), _witness.outcome);
+  if (std::exchange(_witness.isTimerStarted, false)) _core.timeIsUp();
+  _programs.collect([this](ZORA_Long id, ZORA_Long result) { _core.programEnded(id, result, 1); });
 }
 
-void ServerRun::answer(const dch::IncomingMessage& message, const dch::Answer& answer) {
-  _isAnswering = true;
-  _answersSent = 0;
-  _answers.send(message, answer);
-  _isAnswering = false;
-  // The connections of a run lead nowhere: their answers are dropped.
-  const bool isSent = message.isDatagram() && fitsADatagram(answer);
-  require(_answersSent == (isSent ? 1 : 0), "one answer for each request that has one");
+void Witness::send(const dch::Origin&, std::string_view message) noexcept {
+  require(lengthWordIsRight(message) && isAnswer(message), "an answer is sent");
+  outcome.answers.emplace_back(message);
 }
 
-void ServerRun::send(std::string_view message) {
-  require(lengthWordIsRight(message), "what is sent is as long as it says");
-  if (_isAnswering) {
-    require(isAnswer(message), "an answer is sent");
-    ++_answersSent;
-  } else {
-    require(isStatusEvent(message) || isRow(message), "what is pushed is a row or an event");
-  }
+bool Witness::push(std::string_view message, const dch::PeerAddress&) {
+  require(lengthWordIsRight(message), "what is pushed is as long as it says");
+  outcome.pushed.emplace_back(message);
+  return true;
 }
 
 void setUpServer() {

@@ -6,15 +6,12 @@
 #include <deque>
 #include <string>
 
-#include "dch/actions.h"
-#include "dch/answers.h"
-#include "dch/deferrals.h"
+#include "dch/child_programs.h"
+#include "dch/core/core.h"
+#include "dch/event_log.h"
 #include "dch/incoming_message.h"
-#include "dch/memory_registry.h"
-#include "dch/publisher.h"
-#include "dch/requests.h"
-#include "dch/status_snapshots.h"
-#include "dch/subscriptions.h"
+#include "dch/store/memory_store.h"
+#include "fuzz/support/answer_model.h"
 #include "fuzz/support/network.h"
 #include "fuzz/support/programs.h"
 #include "zordsock/zordsock.h"
@@ -34,6 +31,17 @@ struct Expected {
   dch::PeerAddress sender = {};
 };
 
+// What the core works through: it sees what comes of each message.
+struct Witness : dch::Answers, dch::RowsOut, dch::Timer {
+  void send(const dch::Origin& receiver, std::string_view message) noexcept override;
+  bool push(std::string_view message, const dch::PeerAddress& receiver) override;
+  void takeGone(std::vector<dch::PeerAddress>*) override {}
+  void start() override { isTimerStarted = true; }
+
+  Outcome outcome;
+  bool isTimerStarted = false;
+};
+
 // The derived class has the sockets; it says what they have received and what that is to come to.
 class ServerRun : public Network {
  public:
@@ -44,7 +52,6 @@ class ServerRun : public Network {
 
   void beforeWait() override { drain(); }
   int emptyWait() override { return -1; }
-  void send(std::string_view message) override;
 
  protected:
   // What the queue is to hold next: a datagram with connection 0.
@@ -57,23 +64,17 @@ class ServerRun : public Network {
   void drain();
   void check(const dch::IncomingMessage& message);
   void handle(const dch::IncomingMessage& message);
-  void answer(const dch::IncomingMessage& message, const dch::Answer& answer);
 
   bool _isReady = false;  // the loop's first notice has come
-  bool _isAnswering = false;
-  int _answersSent = 0;  // to the message that is being handled
   ipcSock _server;
   dch::Inbox _inbox{_server};
   const dch::EventLog _log{true};
-  dch::Answers _answers;
-  dch::MemoryRegistry _registry;
-  dch::Subscriptions _subscriptions;
-  dch::Publisher _publisher;
-  dch::StatusSnapshots _snapshots{_registry, _publisher};
+  dch::Counters _counters;
+  Witness _witness;
+  dch::MemoryStore _store;
+  dch::ChildPrograms _programs;
   const dch::ActionList _actionList{{"restart", {"/bin/true"}}, {"broken", {brokenProgram}}};
-  dch::Actions _actions{_actionList, _log};
-  dch::Deferrals _deferrals;
-  dch::Requests _requests{_registry, _publisher, _snapshots, _actions, _deferrals, _log};
+  dch::Core _core{{_witness, _witness, _store, _witness, _programs}, _actionList, _counters, _log};
 };
 
 // To be called by LLVMFuzzerInitialize.

@@ -1,0 +1,39 @@
+// catalogue.h: the texts that answer what consumers ask about applications.
+#ifndef DCH_CORE_CATALOGUE_H
+#define DCH_CORE_CATALOGUE_H
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "dch/core/registry.h"
+#include "suite/fields.h"
+#include "zordsock/zordsock.h"
+
+namespace dch {
+
+// Longest text whose answer, a message of this one field, a client still reads.
+constexpr std::size_t maxCatalogueTextBytes =
+    std::size_t{MAX_READ_CHUNKS} * UDP_CHUNK_SIZE - ZOR0_LENGTH_WORD_SIZE - ZOR0_FIELD_HEADER_SIZE;
+
+// Each answers lines that end in '\n', and nothing for an unknown application. A text that would be
+// longer than `maxBytes` is cut at a line end, and its last line is "#truncated". They may throw
+// std::bad_alloc.
+
+// "name,key,type,groups separated by blanks,number of sources on line", sorted by name; of the one
+// application when there is a name.
+std::string applicationLines(const Registry& registry, std::optional<std::string_view> name,
+                             std::size_t maxBytes = maxCatalogueTextBytes);
+
+// "group,name,letter,size,help", in the order of the registration. Line ends in a help become
+// blanks.
+std::string attributeLines(const Registry& registry, std::string_view application,
+                           std::size_t maxBytes = maxCatalogueTextBytes);
+
+// The help text as it was registered; it is shorter than any cut.
+std::string helpText(const Registry& registry, std::string_view application);
+
+}  // namespace dch
+
+#endif  // DCH_CORE_CATALOGUE_H

@@ -1,0 +1,348 @@
+#include "dch/core/core.h"
+
+#include <new>
+#include <utility>
+
+#include "dch/core/state_report.h"
+#include "dch/core/status_events.h"
+#include "zordchcl/messages.h"
+
+namespace dch {
+
+namespace {
+
+constexpr char noMemory[] = "no memory";
+constexpr std::size_t longestStatusBytes = 32;
+
+bool lengthWordIsRight(const Message& message) {
+  return message.bytes.size() >= ZOR0_LENGTH_WORD_SIZE &&
+         ZOR0_MessageLength(message.bytes.data()) == message.bytes.size();
+}
+
+// Whether the message is what this server itself answers. Such a message is never answered: two
+// servers that are made to believe that the other one asked would never stop.
+bool isAnswer(const Message& message) {
+  std::string_view text;
+  if (FieldReader(message.bytes).readResponse(&text)) return true;
+  FieldReader fields(message.bytes);
+  ZORA_Long value;
+  if (!fields.readLong(DCH_status, &value)) return false;
+  return fields.atEnd() || (fields.readLong(DCH_handle, &value) && fields.atEnd());
+}
+
+template <class... Handlers>
+struct Overloaded : Handlers... {
+  using Handlers::operator()...;
+};
+template <class... Handlers>
+Overloaded(Handlers...) -> Overloaded<Handlers...>;
+
+}  // namespace
+
+Core::Core(const Ports& ports, const ActionList& actionList, Counters& counters, const Log& log)
+    : _ports(ports),
+      _counters(counters),
+      _log(log),
+      _publisher(_subscriptions, ports.rowsOut, counters, log),
+      _snapshots(_registry, _publisher),
+      _actions(actionList, ports.programs, log) {}
+
+void Core::load() {
+  _ports.store.load([this](Change&& change) {
+    Prepared prepared = prepare(change);
+    std::visit(
+        Overloaded{[&](Row&& row) { _registry.apply(std::move(row)); },
+                   [&](Deferred&& deferred) { _deferrals.add(std::move(deferred.deferral)); },
+                   [&](ActionStarted&& started) { _actions.restore(started); },
+                   [&](ActionEnded&& ended) { _actions.restore(ended); },
+                   [&]<class Other>(Other&& other) {
+                     _registry.apply(std::forward<Other>(other), std::move(prepared));
+                   }},
+        std::move(change));
+  });
+}
+
+void Core::receive(const Message& message) noexcept {
+  if (message.origin.isDatagram() && lengthWordIsRight(message) && isAnswer(message)) {
+    _counters.add(Counter::answersIgnored);
+    _log.write("answer from %s ignored", message.origin.peer.text().data());
+    return;
+  }
+  FieldReader fields(message.bytes);
+  short code = 0;
+  const bool hasCode = fields.readShort(DCH_requestType, &code);
+  const RequestType& type = requestTypeOf(code);
+  const Asked asked{message.origin, type, code};
+  Request request{message, fields};
+  if (!hasCode)
+    refuse(asked, DCH_STATUS_MALFORMED, "no request code");
+  else if (!lengthWordIsRight(message))
+    refuse(asked, DCH_STATUS_MALFORMED, "not as long as its length word says");
+  else
+    reply(message, asked, check(type, &request));
+  startTimer();
+}
+
+Reply Core::check(const RequestType& type, Request* request) noexcept {
+  try {
+    return type.handle({_registry, _underWay, _publisher, _snapshots, _actions, _log, _counters},
+                       request);
+  } catch (const std::bad_alloc&) {
+    return Refusal{DCH_STATUS_NOT_STORED, noMemory};
+  }
+}
+
+void Core::reply(const Message& message, const Asked& asked, Reply&& reply) {
+  std::visit(
+      Overloaded{[&](NoAnswer) { _requestCounts.add(asked.type, DCH_STATUS_OK); },
+                 [&](const Refusal& refusal) { refuse(asked, refusal.status, refusal.reason); },
+                 [&](const Result& result) { sendResult(asked, result); },
+                 [&](const Text& text) { sendText(asked, text.text); },
+                 [&](Postponed) { postpone(message, asked); },
+                 [&](Change& change) { keep(std::move(change), asked.origin, &asked.type); }},
+      reply);
+}
+
+void Core::postpone(const Message& message, const Asked& asked) {
+  try {
+    if (_postponed.size() < maxPostponed) {
+      _postponed.push_back({std::string(message.bytes), message.origin, message.receivedAt});
+      return;
+    }
+  } catch (const std::bad_alloc&) {
+  }
+  refuse(asked, DCH_STATUS_NOT_STORED, "too many requests wait");
+}
+
+// In their order; one that still has to wait waits behind the others.
+void Core::resumePostponed() {
+  for (std::size_t count = _postponed.size(); count > 0 && !_postponed.empty(); --count) {
+    const PostponedMessage next = std::move(_postponed.front());
+    _postponed.pop_front();
+    receive({next.bytes, next.origin, next.receivedAt});
+  }
+}
+
+void Core::receiveBroken(const Origin& origin) noexcept {
+  _counters.add(Counter::brokenMessages);
+  _log.write("broken message from %s", origin.peer.text().data());
+  sendResult({origin, requestTypeOf(0), 0}, {DCH_STATUS_MALFORMED});
+}
+
+void Core::connectionClosed(const Origin& origin) noexcept {
+  _log.write("connection of %s closed", origin.peer.text().data());
+  _actions.forgetWaiters(origin.connection);
+}
+
+void Core::programEnded(ZORA_Long id, ZORA_Long status, Time now) noexcept {
+  _actions.programEnded(id, status);
+  keep(ActionEnded{id, now, status});
+}
+
+void Core::timeIsUp() noexcept {
+  _timerRuns = false;
+  _snapshots.advance();
+  startTimer();
+}
+
+std::string Core::report() const {
+  return stateReport(_registry, _deferrals, _requestCounts, _counters);
+}
+
+// What a change takes is had before it is kept, so that what is kept can be applied.
+void Core::keep(Change&& change, const Origin& origin, const RequestType* type) noexcept {
+  Entry entry{std::move(change), origin, type};
+  try {
+    entry.claim = claimOf(entry.change);
+    entry.prepared = prepare(entry.change);
+    _underWay.add(entry.claim);
+    _ports.store.append(&entry, this);
+  } catch (const std::bad_alloc&) {
+    _underWay.remove(entry.claim);
+    abandon(entry, noMemory);
+  }
+}
+
+Claim Core::claimOf(const Change& change) const {
+  return std::visit(
+      Overloaded{[](const Registered& each) { return Claim{each.registration.applName}; },
+                 [](const Unregistered& each) { return Claim{each.application}; },
+                 [](const WentOnline& each) {
+                   return Claim{each.application, each.handle};
+                 },
+                 [this](const WentOffline& each) {
+                   const Source* const source = _registry.findSource(each.handle);
+                   return source != nullptr
+                              ? Claim{std::string(source->names().application), each.handle}
+                              : Claim{};
+                 },
+                 [](const auto&) { return Claim{}; }},
+      change);
+}
+
+Prepared Core::prepare(const Change& change) {
+  return std::visit(
+      Overloaded{[](const Row&) { return Prepared{}; }, [](const Deferred&) { return Prepared{}; },
+                 [](const ActionStarted&) { return Prepared{}; },
+                 [](const ActionEnded&) { return Prepared{}; },
+                 [this](const auto& each) { return _registry.prepare(each); }},
+      change);
+}
+
+void Core::conclude(Entry&& entry, bool kept) noexcept {
+  _underWay.remove(entry.claim);
+  const bool hasClaim = !entry.claim.application.empty();
+  if (kept)
+    std::visit([&](auto& change) { apply(std::move(change), std::move(entry)); }, entry.change);
+  else
+    abandon(entry, "the store did not keep it");
+  if (hasClaim) resumePostponed();
+}
+
+void Core::abandon(const Entry& entry, std::string_view reason) {
+  _counters.add(Counter::changesNotKept);
+  std::visit(Overloaded{[&](const Registered& each) { _registry.abandon(each); },
+                        [&](const ActionStarted& each) {
+                          tellResult(_actions.abandon(each.id), DCH_STATUS_NOT_STORED);
+                        },
+                        [&](const ActionEnded& each) {
+                          tellResult(_actions.abandon(each.id), DCH_STATUS_NOT_STORED);
+                        },
+                        [](const auto&) {}},
+             entry.change);
+  if (entry.request != nullptr)
+    refuse({entry.origin, *entry.request, entry.request->code}, DCH_STATUS_NOT_STORED, reason);
+}
+
+void Core::apply(Registered&& change, Entry&& entry) {
+  const Applied applied = _registry.apply(std::move(change), std::move(entry.prepared));
+  if (applied.status == DCH_STATUS_OK) {
+    const suite::Registration& registration =
+        _registry.findApplication(entry.claim.application)->registration;
+    _log.write("registered %s (key %s, type %s, %zu group(s))",
+               printable(registration.applName).c_str(), printable(registration.applKey).c_str(),
+               registration.type.c_str(), registration.groups.size());
+  }
+  acknowledge(entry, applied);
+  publishEvents(entry, applied);
+}
+
+void Core::apply(Unregistered&& change, Entry&& entry) {
+  const Applied applied = _registry.apply(change, std::move(entry.prepared));
+  if (applied.status == DCH_STATUS_OK)
+    _log.write("unregistered %s", printable(change.application).c_str());
+  acknowledge(entry, applied);
+  publishEvents(entry, applied);
+}
+
+void Core::apply(WentOnline&& change, Entry&& entry) {
+  const Applied applied = _registry.apply(change, std::move(entry.prepared));
+  if (!applied.moved.empty())
+    _log.write("on line: %s %s %s, handle %d", printable(change.application).c_str(),
+               printable(change.group).c_str(), printable(change.source).c_str(),
+               static_cast<int>(change.handle));
+  acknowledge(entry, applied);
+  publishEvents(entry, applied);
+}
+
+void Core::apply(WentOffline&& change, Entry&& entry) {
+  const Applied applied = _registry.apply(change, std::move(entry.prepared));
+  if (applied.status == DCH_STATUS_OK)
+    _log.write("off line: handle %d", static_cast<int>(change.handle));
+  acknowledge(entry, applied);
+  publishEvents(entry, applied);
+}
+
+void Core::apply(Row&& change, Entry&& entry) {
+  const Applied applied = _registry.apply(std::move(change));
+  acknowledge(entry, applied);
+  if (applied.status != DCH_STATUS_OK) return;
+  _counters.add(Counter::rowsKept);
+  _publisher.publish(applied.source->group->topic, applied.source->row);
+}
+
+void Core::apply(Deferred&& change, Entry&& entry) {
+  try {
+    _log.write("deferred: %s", change.deferral.front().text().c_str());
+  } catch (const std::bad_alloc&) {
+    _log.write("deferred: a report, and no memory to show it");
+  }
+  _deferrals.add(std::move(change.deferral));
+  _requestCounts.add(*entry.request, DCH_STATUS_OK);
+}
+
+void Core::apply(ActionStarted&& change, Entry&& entry) {
+  _requestCounts.add(*entry.request, DCH_STATUS_OK);
+  if (const std::optional<ActionEnded> ended = _actions.apply(change)) keep(*ended);
+}
+
+void Core::apply(ActionEnded&& change, Entry&&) {
+  tellResult(_actions.apply(change), change.status);
+}
+
+void Core::acknowledge(const Entry& entry, const Applied& applied) {
+  const Asked asked{entry.origin, *entry.request, entry.request->code};
+  if (applied.status != DCH_STATUS_OK) return refuse(asked, applied.status);
+  const bool hasHandle = asked.type.hasHandle && applied.source != nullptr;
+  sendResult(asked, {DCH_STATUS_OK, hasHandle ? applied.source->handle : 0});
+}
+
+// The sources first, then the application when the change is one of all of it.
+void Core::publishEvents(const Entry& entry, const Applied& applied) {
+  if (applied.status != DCH_STATUS_OK || !_publisher.hasSubscribers(statusTopic)) return;
+  const short code = entry.request->code;
+  for (const Source* source : applied.moved)
+    _publisher.publish(statusTopic, StatusEvent(source->names(), code).message());
+  if (entry.claim.handle == 0)
+    _publisher.publish(statusTopic, StatusEvent({entry.claim.application, {}, {}}, code).message());
+}
+
+void Core::refuse(const Asked& asked, DCH_Status status, std::string_view reason) {
+  const char* const separator = reason.empty() ? "" : ": ";
+  _log.write("refused %s (0x%04x) from %s: status %d, %s%s%s", asked.type.name,
+             static_cast<unsigned>(static_cast<unsigned short>(asked.code)),
+             asked.origin.peer.text().data(), static_cast<int>(status), DCH_statusText(status),
+             separator, printable(reason).c_str());
+  if (asked.type.isAnsweredByDatagram || !asked.origin.isDatagram())
+    sendResult(asked, {status});
+  else
+    _requestCounts.add(asked.type, status);
+}
+
+void Core::sendResult(const Asked& asked, const Result& result) {
+  _requestCounts.add(asked.type, result.status);
+  char buffer[longestStatusBytes];
+  DCH_MessageBuilder message(buffer, sizeof buffer);
+  message.add(DCH_status, result.status);
+  if (asked.type.hasHandle) message.add(DCH_handle, result.handle);
+  _ports.answers.send(asked.origin, {buffer, static_cast<std::size_t>(message.length())});
+}
+
+void Core::sendText(const Asked& asked, const std::string& text) {
+  _requestCounts.add(asked.type, DCH_STATUS_OK);
+  const auto length = static_cast<ZORA_Long>(text.size());
+  try {
+    std::string bytes(ZOR0_LENGTH_WORD_SIZE + ZOR0_FieldSize(DCH_response, text.data(), length),
+                      '\0');
+    DCH_MessageBuilder message(bytes.data(), bytes.size());
+    message.addBytes(DCH_response, text.data(), length);
+    _ports.answers.send(asked.origin, bytes);
+  } catch (const std::bad_alloc&) {
+    countDroppedAnswer(asked.origin, _counters, _log);
+  }
+}
+
+void Core::tellResult(const std::vector<Origin>& waiters, ZORA_Long status) {
+  for (const Origin& waiter : waiters)
+    sendResult({waiter, requestTypeOf(DCH_REQUEST_ACTION_RESULTS), DCH_REQUEST_ACTION_RESULTS},
+               {status});
+}
+
+void Core::startTimer() {
+  // Starting it again would put it off, for ever when requests keep coming.
+  if (_timerRuns || !_snapshots.areUnderWay()) return;
+  _timerRuns = true;
+  _ports.timer.start();
+}
+
+}  // namespace dch

@@ -1,0 +1,129 @@
+// core.h: what the server knows and decides, without a socket, a clock or a thread of its own.
+#ifndef DCH_CORE_CORE_H
+#define DCH_CORE_CORE_H
+
+#include <deque>
+#include <string>
+
+#include "dch/core/answers.h"
+#include "dch/core/changes_under_way.h"
+#include "dch/core/counters.h"
+#include "dch/core/deferrals.h"
+#include "dch/core/programs.h"
+#include "dch/core/publisher.h"
+#include "dch/core/request_counts.h"
+#include "dch/core/requests.h"
+#include "dch/core/rows_out.h"
+#include "dch/core/store.h"
+#include "dch/core/subscriptions.h"
+#include "dch/core/timer.h"
+
+namespace dch {
+
+// What the core works through. Each outlives it, and none calls it back from within a call, but
+// for a store that keeps a change at once.
+struct Ports {
+  Answers& answers;
+  RowsOut& rowsOut;
+  Store& store;
+  Timer& timer;
+  Programs& programs;
+};
+
+// The one place that has the order: a request is checked, its change is kept, then applied,
+// answered and published. One thread.
+class Core : private StoreClient {
+ public:
+  // How many requests wait at most for a change that is under way.
+  static constexpr std::size_t maxPostponed = 10'000;
+
+  // `actionList`, `counters` and `log` outlive the core.
+  Core(const Ports& ports, const ActionList& actionList, Counters& counters, const Log& log);
+  Core(const Core&) = delete;
+  Core& operator=(const Core&) = delete;
+
+  // Takes up what the store has, before anything else. Throws std::bad_alloc.
+  void load();
+
+  // Does what a message asks, whatever is in it. The bytes are not needed afterwards.
+  void receive(const Message& message) noexcept;
+
+  // What came on a connection was no whole message.
+  void receiveBroken(const Origin& origin) noexcept;
+
+  void connectionClosed(const Origin& origin) noexcept;
+
+  // Of a program that Programs::start has started, with its result.
+  void programEnded(ZORA_Long id, ZORA_Long status, Time now) noexcept;
+
+  // What Timer::start asked for.
+  void timeIsUp() noexcept;
+
+  // Lines for the operator who asks. Throws std::bad_alloc.
+  std::string report() const;
+
+  const Registry& registry() const { return _registry; }
+  const Deferrals& deferrals() const { return _deferrals; }
+  const RequestCounts& requestCounts() const { return _requestCounts; }
+  std::size_t subscriptionCount() const { return _subscriptions.size(); }
+
+ private:
+  struct PostponedMessage {
+    std::string bytes;
+    Origin origin;
+    Time receivedAt;
+  };
+
+  // A request as far as it concerns its answer.
+  struct Asked {
+    const Origin& origin;
+    const RequestType& type;
+    short code;  // of the message; types without one of their own have others
+  };
+
+  Reply check(const RequestType& type, Request* request) noexcept;
+  void reply(const Message& message, const Asked& asked, Reply&& reply);
+  void postpone(const Message& message, const Asked& asked);
+  void resumePostponed();
+
+  void keep(Change&& change, const Origin& origin = {}, const RequestType* type = nullptr) noexcept;
+  Claim claimOf(const Change& change) const;
+  Prepared prepare(const Change& change);
+  void conclude(Entry&& entry, bool kept) noexcept override;
+  void abandon(const Entry& entry, std::string_view reason);
+
+  void apply(Registered&& change, Entry&& entry);
+  void apply(Unregistered&& change, Entry&& entry);
+  void apply(WentOnline&& change, Entry&& entry);
+  void apply(WentOffline&& change, Entry&& entry);
+  void apply(Row&& change, Entry&& entry);
+  void apply(Deferred&& change, Entry&& entry);
+  void apply(ActionStarted&& change, Entry&& entry);
+  void apply(ActionEnded&& change, Entry&& entry);
+  void acknowledge(const Entry& entry, const Applied& applied);
+  void publishEvents(const Entry& entry, const Applied& applied);
+
+  void refuse(const Asked& asked, DCH_Status status, std::string_view reason = {});
+  void sendResult(const Asked& asked, const Result& result);
+  void sendText(const Asked& asked, const std::string& text);
+  void tellResult(const std::vector<Origin>& waiters, ZORA_Long status);
+  void startTimer();
+
+  const Ports _ports;
+  Counters& _counters;
+  const Log& _log;
+  RequestCounts _requestCounts;
+  Registry _registry;
+  ChangesUnderWay _underWay;
+  std::deque<PostponedMessage> _postponed;
+  Subscriptions _subscriptions;
+  Publisher _publisher;
+  StatusSnapshots _snapshots;
+  Actions _actions;
+  Deferrals _deferrals;
+  bool _timerRuns = false;
+};
+
+}  // namespace dch
+
+#endif  // DCH_CORE_CORE_H

@@ -1,0 +1,73 @@
+// counters.h: what has been done, and everything that was refused, dropped or lost.
+#ifndef DCH_CORE_COUNTERS_H
+#define DCH_CORE_COUNTERS_H
+
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+
+namespace dch {
+
+// A place that drops something without counting it is a defect. How requests are answered is
+// counted apart, in RequestCounts.
+enum class Counter : std::size_t {
+  rowsReceived,
+  rowsKept,
+  pushed,
+  pushesLost,
+  subscribersGone,
+  subscriptionsRefused,
+  answersDropped,
+  answersIgnored,
+  changesNotKept,
+  brokenMessages,
+  count
+};
+
+struct CounterDescription {
+  Counter counter;
+  const char* name;  // as in the name of a metric
+  const char* help;
+};
+
+// In the order of Counter.
+inline constexpr CounterDescription counterDescriptions[] = {
+    {Counter::rowsReceived, "rows_received", "rows that came in"},
+    {Counter::rowsKept, "rows_kept", "rows that were kept and acknowledged"},
+    {Counter::pushed, "pushed", "rows and status events handed to the system for a subscriber"},
+    {Counter::pushesLost, "pushes_lost", "rows and status events that a subscriber lost"},
+    {Counter::subscribersGone, "subscribers_gone", "subscribers that were gone and were dropped"},
+    {Counter::subscriptionsRefused, "subscriptions_refused", "subscriptions without room for them"},
+    {Counter::answersDropped, "answers_dropped", "answers that could not be sent"},
+    {Counter::answersIgnored, "answers_ignored", "datagrams that were answers themselves"},
+    {Counter::changesNotKept, "changes_not_kept", "changes that the store did not keep"},
+    {Counter::brokenMessages, "broken_messages", "what was no whole message on a connection"},
+};
+
+constexpr bool describesEveryCounter() {
+  std::size_t number = 0;
+  for (const CounterDescription& each : counterDescriptions)
+    if (each.counter != Counter{number++}) return false;
+  return Counter{number} == Counter::count;
+}
+static_assert(describesEveryCounter());
+
+// One thread adds, any thread reads.
+class Counters {
+ public:
+  void add(Counter counter) {
+    std::atomic<std::uint64_t>& value = _values[static_cast<std::size_t>(counter)];
+    value.store(value.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+  }
+  std::uint64_t operator[](Counter counter) const {
+    return _values[static_cast<std::size_t>(counter)].load(std::memory_order_relaxed);
+  }
+
+ private:
+  std::array<std::atomic<std::uint64_t>, static_cast<std::size_t>(Counter::count)> _values{};
+};
+
+}  // namespace dch
+
+#endif  // DCH_CORE_COUNTERS_H

@@ -1,0 +1,47 @@
+#include "dch/core/log.h"
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+#include <new>
+
+namespace dch {
+
+void Log::write(const char* format, ...) const {
+  if (!isEnabled()) return;
+  char line[1024];
+  std::va_list arguments;
+  va_start(arguments, format);
+  const int wanted = std::vsnprintf(line, sizeof line, format, arguments);
+  va_end(arguments);
+  writeLine({line, std::min(static_cast<std::size_t>(std::max(wanted, 0)), sizeof line - 1)});
+}
+
+namespace {
+
+std::string escaped(std::string_view text) {
+  std::string result;
+  for (const char character : text) {
+    if (character >= ' ' && character <= '~') {
+      result += character;
+    } else {
+      char code[8];
+      std::snprintf(code, sizeof code, "\\x%02x",
+                    static_cast<unsigned>(static_cast<unsigned char>(character)));
+      result += code;
+    }
+  }
+  return result;
+}
+
+}  // namespace
+
+std::string printable(std::string_view text) noexcept {
+  try {
+    return escaped(text);
+  } catch (const std::bad_alloc&) {
+    return "?";
+  }
+}
+
+}  // namespace dch

@@ -1,0 +1,29 @@
+// log.h: what the server tells of its doings.
+#ifndef DCH_CORE_LOG_H
+#define DCH_CORE_LOG_H
+
+#include <string>
+#include <string_view>
+
+namespace dch {
+
+class Log {
+ public:
+  virtual ~Log() = default;
+
+  // Writes one line, given without its end; what is longer than a line may be is cut.
+  [[gnu::format(printf, 2, 3)]] void write(const char* format, ...) const;
+
+ private:
+  virtual bool isEnabled() const = 0;
+  virtual void writeLine(std::string_view line) const = 0;
+};
+
+// `text` for a line: bytes that are not printable ASCII become \xNN, so that what a client sends
+// cannot forge a line or drive a terminal. Without memory it is "?": a line about something that
+// has been done must not make it look undone.
+std::string printable(std::string_view text) noexcept;
+
+}  // namespace dch
+
+#endif  // DCH_CORE_LOG_H

@@ -1,0 +1,40 @@
+// request_counts.h: how many requests of each kind have had each status.
+#ifndef DCH_CORE_REQUEST_COUNTS_H
+#define DCH_CORE_REQUEST_COUNTS_H
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+#include "dch/core/requests.h"
+#include "zordchcl/status.h"
+
+namespace dch {
+
+// A request without an answer counts as done when it is. One thread.
+class RequestCounts {
+ public:
+  // The statuses of DCH_statusTable in its order, then all others: results of actions.
+  static constexpr std::size_t statusCount = std::size(DCH_statusTable) + 1;
+  using ByStatus = std::array<std::uint64_t, statusCount>;
+
+  void add(const RequestType& type, ZORA_Long status) {
+    std::size_t column = 0;
+    while (column < std::size(DCH_statusTable) && DCH_statusTable[column].number != status)
+      ++column;
+    ++_counts.at(placeOf(type))[column];
+  }
+
+  const ByStatus& of(const RequestType& type) const { return _counts.at(placeOf(type)); }
+
+ private:
+  static std::size_t placeOf(const RequestType& type) {
+    return static_cast<std::size_t>(&type - requestTypes().data());
+  }
+
+  std::array<ByStatus, 16> _counts{};  // room for the table of requests
+};
+
+}  // namespace dch
+
+#endif  // DCH_CORE_REQUEST_COUNTS_H

@@ -1,0 +1,89 @@
+// requests.h: what clients ask for. A request is read and checked here; what comes of it is the
+// core's.
+#ifndef DCH_CORE_REQUESTS_H
+#define DCH_CORE_REQUESTS_H
+
+#include <span>
+#include <string>
+#include <variant>
+
+#include "dch/core/actions.h"
+#include "dch/core/change.h"
+#include "dch/core/changes_under_way.h"
+#include "dch/core/field_reader.h"
+#include "dch/core/message.h"
+#include "dch/core/publisher.h"
+#include "dch/core/registry.h"
+#include "dch/core/status_snapshots.h"
+#include "zordchcl/status.h"
+
+namespace dch {
+
+struct RequestType;
+
+struct Request {
+  const Message& message;
+  FieldReader fields;  // behind the code
+};
+
+// What requests are checked against. Subscriptions and questions, which nobody keeps, are dealt
+// with at once.
+struct RequestContext {
+  const Registry& registry;
+  const ChangesUnderWay& underWay;
+  Publisher& publisher;
+  StatusSnapshots& snapshots;
+  Actions& actions;
+  const Log& log;
+  Counters& counters;
+};
+
+// What is to be done about a request.
+struct NoAnswer {};
+struct Refusal {
+  DCH_Status status;
+  std::string reason = {};  // for the log
+};
+struct Result {
+  ZORA_Long status;  // DCH_STATUS_OK, or the result of an action
+  ZORA_Long handle = 0;
+};
+struct Text {
+  std::string text;
+};
+struct Postponed {};  // until a change that is under way is applied
+using Reply = std::variant<NoAnswer, Refusal, Result, Text, Postponed, Change>;
+
+// Reads and checks a request. Throws std::bad_alloc; nothing has changed then.
+using RequestHandler = Reply (*)(const RequestContext& context, Request* request);
+
+struct RequestType {
+  short code;
+  const char* name;           // for the log and the counters
+  bool isAnsweredByDatagram;  // else the sender would take an answer for something it waits for
+  bool hasHandle;             // in its answer
+  RequestHandler handle;
+};
+
+// All of them; the last one, without a code, stands for what is none of the others.
+std::span<const RequestType> requestTypes();
+const RequestType& requestTypeOf(short code);
+
+// Each reads the fields of one request.
+Reply registerApplication(const RequestContext& context, Request* request);
+Reply unregisterApplication(const RequestContext& context, Request* request);
+Reply goOnline(const RequestContext& context, Request* request);
+Reply goOffline(const RequestContext& context, Request* request);
+Reply takeRow(const RequestContext& context, Request* request);
+Reply tellApplications(const RequestContext& context, Request* request);
+Reply tellHelp(const RequestContext& context, Request* request);
+Reply tellAttributes(const RequestContext& context, Request* request);
+Reply subscribeToRows(const RequestContext& context, Request* request);
+Reply subscribeToStatus(const RequestContext& context, Request* request);
+Reply startAction(const RequestContext& context, Request* request);
+Reply tellActionResult(const RequestContext& context, Request* request);
+Reply deferReport(const RequestContext& context, Request* request);
+
+}  // namespace dch
+
+#endif  // DCH_CORE_REQUESTS_H

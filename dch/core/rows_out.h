@@ -1,0 +1,30 @@
+// rows_out.h: the way to subscribers.
+#ifndef DCH_CORE_ROWS_OUT_H
+#define DCH_CORE_ROWS_OUT_H
+
+#include <cstddef>
+#include <string_view>
+#include <vector>
+
+#include "dch/core/peer_address.h"
+
+namespace dch {
+
+// Largest message of one datagram, in bytes: clients read no more of one.
+constexpr std::size_t maxDatagramBytes = 8192;
+
+class RowsOut {
+ public:
+  virtual ~RowsOut() = default;
+
+  // Hands one datagram to the system, without waiting. Returns false when it did not take it.
+  virtual bool push(std::string_view message, const PeerAddress& receiver) = 0;
+
+  // Puts into `gone`, which is empty, the receivers that were found gone since the last call:
+  // nobody has their port any more.
+  virtual void takeGone(std::vector<PeerAddress>* gone) = 0;
+};
+
+}  // namespace dch
+
+#endif  // DCH_CORE_ROWS_OUT_H

@@ -1,0 +1,43 @@
+#include "dch/core/state_report.h"
+
+#include "dch/core/log.h"
+
+namespace dch {
+
+namespace {
+
+// "3 done, 1 malformed message".
+std::string answersOf(const RequestCounts::ByStatus& counts) {
+  std::string text;
+  for (std::size_t column = 0; column < counts.size(); ++column) {
+    if (counts[column] == 0) continue;
+    const char* const status =
+        column < std::size(DCH_statusTable) ? DCH_statusTable[column].text : "another result";
+    text += (text.empty() ? "" : ", ") + std::to_string(counts[column]) + ' ' + status;
+  }
+  return text;
+}
+
+}  // namespace
+
+std::string stateReport(const Registry& registry, const Deferrals& deferrals,
+                        const RequestCounts& requests, const Counters& counters) {
+  const std::vector<const Application*> applications = registry.applications();
+  std::string report = "zordchd: " + std::to_string(applications.size()) + " application(s)\n";
+  for (const Application* application : applications)
+    report += "  " + printable(application->name) + ": " +
+              std::to_string(application->sourcesOnline) + " source(s) on line\n";
+  report += "zordchd: " + std::to_string(deferrals.kept().size()) + " deferral(s)\n";
+  for (const Deferral& deferral : deferrals.kept()) report += "  " + deferral.text() + '\n';
+  report += "zordchd: requests\n";
+  for (const RequestType& type : requestTypes()) {
+    const std::string answers = answersOf(requests.of(type));
+    if (!answers.empty()) report += std::string("  ") + type.name + ": " + answers + '\n';
+  }
+  report += "zordchd: counters\n";
+  for (const CounterDescription& each : counterDescriptions)
+    report += std::string("  ") + each.name + ' ' + std::to_string(counters[each.counter]) + '\n';
+  return report;
+}
+
+}  // namespace dch

@@ -1,0 +1,21 @@
+// state_report.h: what the server tells the operator who asks.
+#ifndef DCH_CORE_STATE_REPORT_H
+#define DCH_CORE_STATE_REPORT_H
+
+#include <string>
+
+#include "dch/core/counters.h"
+#include "dch/core/deferrals.h"
+#include "dch/core/registry.h"
+#include "dch/core/request_counts.h"
+
+namespace dch {
+
+// Lines: the applications with their numbers of sources on line, the deferrals that are kept, how
+// requests were answered, and the counters.
+std::string stateReport(const Registry& registry, const Deferrals& deferrals,
+                        const RequestCounts& requests, const Counters& counters);
+
+}  // namespace dch
+
+#endif  // DCH_CORE_STATE_REPORT_H

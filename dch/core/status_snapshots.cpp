@@ -1,0 +1,37 @@
+#include "dch/core/status_snapshots.h"
+
+#include <iterator>
+#include <new>
+
+#include "dch/core/status_events.h"
+#include "zordchcl/messages.h"
+
+namespace dch {
+
+void StatusSnapshots::start(const PeerAddress& subscriber) {
+  const auto told = _lastTold.insert_or_assign(subscriber, 0).first;
+  if (!sendBatch(subscriber, &told->second)) _lastTold.erase(told);
+}
+
+void StatusSnapshots::advance() {
+  try {
+    for (auto told = _lastTold.begin(); told != _lastTold.end();)
+      told = sendBatch(told->first, &told->second) ? std::next(told) : _lastTold.erase(told);
+  } catch (const std::bad_alloc&) {
+    // They stay where they are until the next time.
+  }
+}
+
+// Returns whether there is more to tell.
+bool StatusSnapshots::sendBatch(const PeerAddress& subscriber, ZORA_Long* lastTold) {
+  for (std::size_t sent = 0; sent < _batch; ++sent) {
+    const Source* const source = _registry.nextOnline(*lastTold);
+    if (source == nullptr) return false;
+    const StatusEvent event(source->names(), DCH_REQUEST_ONLINE);
+    if (!_publisher.publishTo(statusTopic, subscriber, event.message())) return false;
+    *lastTold = source->handle;
+  }
+  return _registry.nextOnline(*lastTold) != nullptr;
+}
+
+}  // namespace dch

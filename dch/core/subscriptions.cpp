@@ -1,0 +1,58 @@
+#include "dch/core/subscriptions.h"
+
+#include <new>
+
+namespace dch {
+
+Subscriptions::Added Subscriptions::add(const std::string& topic, const PeerAddress& subscriber) {
+  const auto known = _topics.find(topic);
+  if (known != _topics.end() && known->second.contains(subscriber)) return Added::alreadyThere;
+  if (_size >= _capacity) return Added::noRoom;
+  try {
+    _topics[topic].try_emplace(subscriber);
+    _topicsOf[subscriber].insert(topic);
+  } catch (const std::bad_alloc&) {
+    removeFromTopic(topic, subscriber);
+    const auto topics = _topicsOf.find(subscriber);
+    if (topics != _topicsOf.end() && topics->second.empty()) _topicsOf.erase(topics);
+    return Added::noRoom;
+  }
+  ++_size;
+  return Added::yes;
+}
+
+bool Subscriptions::remove(std::string_view topic, const PeerAddress& subscriber) {
+  const auto topics = _topicsOf.find(subscriber);
+  if (topics == _topicsOf.end()) return false;
+  const auto subscribed = topics->second.find(topic);
+  if (subscribed == topics->second.end()) return false;
+  topics->second.erase(subscribed);
+  if (topics->second.empty()) _topicsOf.erase(topics);
+  removeFromTopic(topic, subscriber);
+  --_size;
+  return true;
+}
+
+std::size_t Subscriptions::removeSubscriber(const PeerAddress& subscriber) {
+  const auto topics = _topicsOf.find(subscriber);
+  if (topics == _topicsOf.end()) return 0;
+  const std::size_t count = topics->second.size();
+  for (const std::string& topic : topics->second) removeFromTopic(topic, subscriber);
+  _topicsOf.erase(topics);
+  _size -= count;
+  return count;
+}
+
+Subscribers* Subscriptions::find(std::string_view topic) {
+  const auto known = _topics.find(topic);
+  return known != _topics.end() ? &known->second : nullptr;
+}
+
+void Subscriptions::removeFromTopic(std::string_view topic, const PeerAddress& subscriber) {
+  const auto known = _topics.find(topic);
+  if (known == _topics.end()) return;
+  known->second.erase(subscriber);
+  if (known->second.empty()) _topics.erase(known);
+}
+
+}  // namespace dch

@@ -1,0 +1,59 @@
+// subscriptions.h: who wants the rows of which topic.
+#ifndef DCH_CORE_SUBSCRIPTIONS_H
+#define DCH_CORE_SUBSCRIPTIONS_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+#include "dch/core/peer_address.h"
+#include "dch/core/text_map.h"
+
+namespace dch {
+
+// What the server remembers of one subscription.
+struct Subscriber {
+  std::uint64_t lostRows = 0;
+};
+
+using Subscribers = std::unordered_map<PeerAddress, Subscriber, PeerAddressHash>;
+
+// A subscription is a topic and an address, each pair at most once. Every operation is a few hash
+// look-ups. One thread.
+class Subscriptions {
+ public:
+  // Far above what a suite has; a flood of subscriptions meets it.
+  static constexpr std::size_t defaultCapacity = 20'000;
+
+  explicit Subscriptions(std::size_t capacity = defaultCapacity) : _capacity(capacity) {}
+
+  enum class Added { yes, alreadyThere, noRoom };
+
+  // `noRoom` also without memory; nothing has changed then.
+  Added add(const std::string& topic, const PeerAddress& subscriber);
+
+  // Returns whether there was such a subscription.
+  bool remove(std::string_view topic, const PeerAddress& subscriber);
+
+  // Removes all subscriptions of an address. Returns how many there were.
+  std::size_t removeSubscriber(const PeerAddress& subscriber);
+
+  // The subscribers of a topic, null when it has none. Valid until the next change.
+  Subscribers* find(std::string_view topic);
+
+  std::size_t size() const { return _size; }
+
+ private:
+  void removeFromTopic(std::string_view topic, const PeerAddress& subscriber);
+
+  const std::size_t _capacity;
+  std::size_t _size = 0;
+  TextMap<Subscribers> _topics;
+  std::unordered_map<PeerAddress, TextSet, PeerAddressHash> _topicsOf;
+};
+
+}  // namespace dch
+
+#endif  // DCH_CORE_SUBSCRIPTIONS_H

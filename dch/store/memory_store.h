@@ -1,0 +1,21 @@
+// memory_store.h: the store of a server that keeps nothing beyond its own life.
+#ifndef DCH_STORE_MEMORY_STORE_H
+#define DCH_STORE_MEMORY_STORE_H
+
+#include <utility>
+
+#include "dch/core/store.h"
+
+namespace dch {
+
+class MemoryStore : public Store {
+ public:
+  void append(Entry* entry, StoreClient* client) override {
+    client->conclude(std::move(*entry), true);
+  }
+  void load(const std::function<void(Change&&)>&) override {}
+};
+
+}  // namespace dch
+
+#endif  // DCH_STORE_MEMORY_STORE_H
