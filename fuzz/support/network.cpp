@@ -88,9 +88,12 @@ int __wrap_select(int limit, fd_set* readable, fd_set*, fd_set*, timeval*) {
 
 ssize_t __wrap_recvfrom(int descriptor, void* bytes, size_t capacity, int flags, sockaddr* sender,
                         socklen_t*) {
-  if ((flags & MSG_DONTWAIT) != 0 && !networkFor(descriptor).isReadable(descriptor)) {
-    errno = EAGAIN;
-    return -1;
+  if ((flags & MSG_DONTWAIT) != 0) {
+    current->beforeWait();
+    if (!networkFor(descriptor).isReadable(descriptor)) {
+      errno = EAGAIN;
+      return -1;
+    }
   }
   return networkFor(descriptor)
       .receive(descriptor, static_cast<char*>(bytes), capacity,

@@ -19,7 +19,7 @@ class Network {
   Network(const Network&) = delete;
   Network& operator=(const Network&) = delete;
 
-  // Called before every wait for sockets.
+  // Called before every wait for sockets, and before every look that does not wait.
   virtual void beforeWait() {}
   // Whether a wait reports the socket.
   virtual bool isReadable(int descriptor) = 0;
