@@ -138,7 +138,7 @@ Reply tellActionResult(const RequestContext& context, Request* request) {
   if (!request->fields.readLong(DCH_actionID, &id) || !request->fields.atEnd())
     return Refusal{DCH_STATUS_MALFORMED};
   const Actions::Result result = context.actions.resultFor(request->message.origin, id);
-  if (!result.isKnown) return NoAnswer{};
+  if (!result.isKnown) return Waits{};
   return Result{result.status};
 }
 

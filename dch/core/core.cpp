@@ -98,6 +98,7 @@ void Core::reply(const Message& message, const Asked& asked, Reply&& reply) {
                  [&](const Refusal& refusal) { refuse(asked, refusal.status, refusal.reason); },
                  [&](const Result& result) { sendResult(asked, result); },
                  [&](const Text& text) { sendText(asked, text.text); },
+                 [](Waits) {},  // counted when it is answered
                  [&](Postponed) { postpone(message, asked); },
                  [&](Change& change) { keep(std::move(change), asked.origin, &asked.type); }},
       reply);

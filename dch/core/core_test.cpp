@@ -149,6 +149,17 @@ TEST_F(SlowCoreTest, StartsNoActionWhoseStartIsNotKept) {
   EXPECT_TRUE(_programs.started.empty());
 }
 
+TEST_F(CoreTest, CountsAQuestionForAResultWhenItIsAnswered) {
+  receive(actionMessage("last", 1));
+  receive(actionResultsMessage(1));
+  receive(actionResultsMessage(1));
+  EXPECT_EQ(requestCount(DCH_REQUEST_ACTION_RESULTS), 0u) << "it waits";
+  _core.programEnded(1, 0, 20);
+  EXPECT_EQ(requestCount(DCH_REQUEST_ACTION_RESULTS), 1u);
+  receive(actionResultsMessage(1));
+  EXPECT_EQ(requestCount(DCH_REQUEST_ACTION_RESULTS), 2u);
+}
+
 TEST_F(CoreTest, TellsTheResultOfAnActionThatCannotBeStarted) {
   ask(actionMessage("broken", 1));
   EXPECT_EQ(statusOf(actionResultsMessage(1)), 127);

@@ -11,18 +11,23 @@
 
 namespace dch {
 
-// A request without an answer counts as done when it is. One thread.
+// A request counts when it is answered, one that has no answer when it is done. A question for the
+// result of an action that comes again while it waits is the same one. One thread.
 class RequestCounts {
  public:
   // The statuses of DCH_statusTable in its order, then all others: results of actions.
   static constexpr std::size_t statusCount = std::size(DCH_statusTable) + 1;
   using ByStatus = std::array<std::uint64_t, statusCount>;
 
-  void add(const RequestType& type, ZORA_Long status) {
+  static constexpr std::size_t columnOf(ZORA_Long status) {
     std::size_t column = 0;
     while (column < std::size(DCH_statusTable) && DCH_statusTable[column].number != status)
       ++column;
-    ++_counts.at(placeOf(type))[column];
+    return column;
+  }
+
+  void add(const RequestType& type, ZORA_Long status) {
+    ++_counts.at(placeOf(type))[columnOf(status)];
   }
 
   const ByStatus& of(const RequestType& type) const { return _counts.at(placeOf(type)); }

@@ -51,8 +51,9 @@ struct Result {
 struct Text {
   std::string text;
 };
+struct Waits {};      // for its answer, which is to be sent when an action ends
 struct Postponed {};  // until a change that is under way is applied
-using Reply = std::variant<NoAnswer, Refusal, Result, Text, Postponed, Change>;
+using Reply = std::variant<NoAnswer, Refusal, Result, Text, Waits, Postponed, Change>;
 
 // Reads and checks a request. Throws std::bad_alloc; nothing has changed then.
 using RequestHandler = Reply (*)(const RequestContext& context, Request* request);

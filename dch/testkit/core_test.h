@@ -100,6 +100,11 @@ class CoreTest : public ::testing::Test {
     return _rowsOut.take(client(number).peer);
   }
 
+  // How many requests of this code have had this status.
+  std::uint64_t requestCount(short code, DCH_Status status = DCH_STATUS_OK) const {
+    return _core.requestCounts().of(requestTypeOf(code))[RequestCounts::columnOf(status)];
+  }
+
   // Whether the client is sent the rows of the group.
   bool isSubscribed(const char* group) {
     const ZORA_Long handle = goOnline(group, "aProbe");
