@@ -165,6 +165,19 @@ std::string inPieces(const std::string& message, std::size_t size, unsigned conn
   return steps;
 }
 
+// A connection waits for a result and ends before there is one, after so many other messages;
+// another one waits too.
+std::string waitersThatEnd(std::size_t before) {
+  constexpr unsigned ends = 0x04;
+  std::string steps;
+  for (std::size_t number = 0; number < before; ++number)
+    steps += byte(0) + piece(deferralMessage(1));
+  steps += byte(0) + piece(actionMessage("restart", 42)) + byte(0) +
+           piece(actionResultsMessage(42)) + byte(ends);
+  for (int number = 0; number < 8; ++number) steps += byte(1) + piece(actionResultsMessage(42));
+  return steps;
+}
+
 // As fuzz/server_stream.cpp takes them: connection and what happens, and a piece.
 Seeds streamSeeds() {
   constexpr unsigned ends = 0x04, isReset = 0x08, rightLength = 0x80;
@@ -188,6 +201,7 @@ Seeds streamSeeds() {
   seeds.push_back(inPieces(request + request, 1000, 3) + byte(ends | 3));
   seeds.push_back(byte(ends) + byte(ends | isReset) + byte(ends | 1));
   seeds.push_back(byte(0) + piece("RESEND_MESSAGE") + byte(1) + piece("DP-DISCONNECT"));
+  for (const std::size_t before : {0u, 1u, 2u, 3u}) seeds.push_back(waitersThatEnd(before));
   return seeds;
 }
 

@@ -1,5 +1,6 @@
 // The server's datagram path: what several clients send in turn.
 #include <algorithm>
+#include <deque>
 
 #include "fuzz/support/input.h"
 #include "fuzz/support/require.h"
@@ -41,11 +42,11 @@ class DatagramRun : public ServerRun {
   }
 
  protected:
-  Expected nextExpected(unsigned connection) override {
+  QueueEntry nextExpected(unsigned connection) override {
     require(connection == 0 && !_received.empty(), "one message for each datagram");
     const Datagram datagram = std::move(_received.front());
     _received.pop_front();
-    return {dch::Notice::none, datagram.bytes, dch::PeerAddress(datagram.sender)};
+    return {Told::message, datagram.bytes, dch::PeerAddress(datagram.sender)};
   }
 
  private:

@@ -1,6 +1,7 @@
 // The server's stream path: connections that send pieces of every size, and end in both ways.
 #include <algorithm>
 #include <cerrno>
+#include <deque>
 #include <map>
 #include <vector>
 
@@ -27,13 +28,13 @@ struct Connection {
   sockaddr_in peer;
   std::deque<std::string> pieces;
   bool isReset = false;
-  std::deque<Expected> expected;
+  std::deque<QueueEntry> expected;
 };
 
 // What the pieces of a connection come to.
-std::deque<Expected> expectedOf(const Connection& connection) {
+std::deque<QueueEntry> expectedOf(const Connection& connection) {
   const dch::PeerAddress peer(connection.peer);
-  std::deque<Expected> all;
+  std::deque<QueueEntry> all;
   auto piece = connection.pieces.begin();
   for (;;) {
     std::string bytes;
@@ -46,13 +47,13 @@ std::deque<Expected> expectedOf(const Connection& connection) {
     const bool cameToEnd =
         bytes.empty() || (stated >= 1 && stated > static_cast<long long>(bytes.size()));
     if (bytes.empty() || (cameToEnd && connection.isReset)) {
-      all.push_back({dch::Notice::disconnected, "", peer});
+      all.push_back({Told::disconnected, "", peer});
       return all;
     }
     if (stated == static_cast<long long>(bytes.size()))
-      all.push_back({dch::Notice::none, std::move(bytes), peer});
+      all.push_back({Told::message, std::move(bytes), peer});
     else
-      all.push_back({dch::Notice::brokenMessage, "", peer});
+      all.push_back({Told::broken, "", peer});
   }
 }
 
@@ -107,13 +108,13 @@ class StreamRun : public ServerRun {
   }
 
  protected:
-  Expected nextExpected(unsigned descriptor) override {
+  QueueEntry nextExpected(unsigned descriptor) override {
     const auto found = _live.find(static_cast<int>(descriptor));
     require(found != _live.end() && !found->second.expected.empty(), "no more than was sent");
-    const Expected expected = std::move(found->second.expected.front());
+    const QueueEntry expected = std::move(found->second.expected.front());
     found->second.expected.pop_front();
     // The last one of every connection: the server has closed its end.
-    if (expected.notice == dch::Notice::disconnected) _live.erase(found);
+    if (expected.told == Told::disconnected) _live.erase(found);
     return expected;
   }
 

@@ -62,12 +62,14 @@ ZORA_Long signedIn(std::string_view field) {
 }
 
 // The one answer that there may be.
-Answer answerOf(const Outcome& outcome) {
+Answer answerOf(const Outcome& outcome, const dch::Origin& origin) {
   require(outcome.answers.size() <= 1, "one answer at most");
   if (outcome.answers.empty()) return {};
-  FieldModel fields(outcome.answers.front());
+  require(outcome.answers.front().receiver == origin, "the sender is answered");
+  const std::string& bytes = outcome.answers.front().bytes;
+  FieldModel fields(bytes);
   if (const auto text = fields.next(DCH_response)) return {Form::text, DCH_STATUS_OK, 0, *text};
-  fields = FieldModel(outcome.answers.front());
+  fields = FieldModel(bytes);
   Answer answer{Form::status, signedIn(fields.next(DCH_status).value())};
   if (fields.atEnd()) return answer;
   answer.form = Form::statusAndHandle;
@@ -113,16 +115,17 @@ bool isAnswer(std::string_view message) {
   return fields.next(DCH_status) && (fields.atEnd() || (fields.next(DCH_handle) && fields.atEnd()));
 }
 
-void checkOutcome(std::string_view message, bool isDatagram, const Outcome& outcome) {
-  const Answer answer = answerOf(outcome);
+void checkOutcome(std::string_view message, const dch::Origin& origin, const Outcome& outcome) {
+  const bool isDatagram = origin.isDatagram();
+  const Answer answer = answerOf(outcome, origin);
   if (isDatagram && isAnswer(message)) {
     require(answer.form == Form::none, "an answer is not answered");
     return require(outcome.pushed.empty(), "nothing was done");
   }
-  const auto codeField = FieldModel(message).next(DCH_requestType);
-  const short code = codeField ? static_cast<short>(numberIn(*codeField, 2)) : short{0};
-  if (!codeField || !lengthWordIsRight(message)) {
-    checkRefused(answer, codeField ? formOf(code, isDatagram) : Form::status);
+  const std::optional<short> stated = FieldModel(message).nextShort(DCH_requestType);
+  const short code = stated.value_or(0);
+  if (!stated || !lengthWordIsRight(message)) {
+    checkRefused(answer, stated ? formOf(code, isDatagram) : Form::status);
     return require(outcome.pushed.empty(), "nothing was done");
   }
   checkAnswer(code, isDatagram, answer);
@@ -134,6 +137,21 @@ void checkOutcome(std::string_view message, bool isDatagram, const Outcome& outc
       require(isStatusEvent(pushed) && wentWell &&
                   (kindOf(code) == Kind::statusChange || code == DCH_REQUEST_STATUS_SUBSCRIPTION),
               "events of what has happened");
+  }
+}
+
+void checkBroken(const dch::Origin& origin, const Outcome& outcome) {
+  checkRefused(answerOf(outcome, origin), Form::status);
+  require(outcome.pushed.empty(), "nothing was done");
+}
+
+void checkResult(const std::vector<dch::Origin>& waiters, ZORA_Long result,
+                 const Outcome& outcome) {
+  require(outcome.answers.size() == waiters.size() && outcome.pushed.empty(),
+          "those who wait are told a result");
+  for (std::size_t number = 0; number < waiters.size(); ++number) {
+    const Answer answer = answerOf({{outcome.answers[number]}, {}}, waiters[number]);
+    require(answer.form == Form::status && answer.status == result, "the result is told");
   }
 }
 

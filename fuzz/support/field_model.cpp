@@ -74,6 +74,12 @@ std::optional<std::string_view> FieldModel::next(std::uint16_t type) {
   return field->value;
 }
 
+std::optional<short> FieldModel::nextShort(std::uint16_t type) {
+  const std::optional<std::string_view> value = next(type);
+  if (!value) return std::nullopt;
+  return static_cast<short>(numberIn(*value, 2));
+}
+
 std::optional<ZORA_Long> FieldModel::nextLong(std::uint16_t type) {
   const std::optional<std::string_view> value = next(type);
   if (!value) return std::nullopt;

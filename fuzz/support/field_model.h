@@ -31,7 +31,8 @@ class FieldModel {
 
   // The value of the next field when it is of this type.
   std::optional<std::string_view> next(std::uint16_t type);
-  // The same for a field of 32 bits, and for a text, without its terminating zero.
+  // The same for a field of 16 bits, of 32 bits, and for a text, without its terminating zero.
+  std::optional<short> nextShort(std::uint16_t type);
   std::optional<ZORA_Long> nextLong(std::uint16_t type);
   std::optional<std::string_view> nextText(std::uint16_t type);
 
