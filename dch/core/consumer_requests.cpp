@@ -139,7 +139,7 @@ Reply tellActionResult(const RequestContext& context, Request* request) {
     return Refusal{DCH_STATUS_MALFORMED};
   const Actions::Result result = context.actions.resultFor(request->message.origin, id);
   if (!result.isKnown) return Waits{};
-  return Result{result.status};
+  return ActionResult{result.status};
 }
 
 Reply deferReport(const RequestContext&, Request* request) {

@@ -97,6 +97,7 @@ void Core::reply(const Message& message, const Asked& asked, Reply&& reply) {
       Overloaded{[&](NoAnswer) { _requestCounts.add(asked.type, DCH_STATUS_OK); },
                  [&](const Refusal& refusal) { refuse(asked, refusal.status, refusal.reason); },
                  [&](const Result& result) { sendResult(asked, result); },
+                 [&](const ActionResult& each) { sendActionResult(asked.origin, each.result); },
                  [&](const Text& text) { sendText(asked, text.text); },
                  [](Waits) {},  // counted when it is answered
                  [&](Postponed) { postpone(message, asked); },
@@ -312,11 +313,24 @@ void Core::refuse(const Asked& asked, DCH_Status status, std::string_view reason
 
 void Core::sendResult(const Asked& asked, const Result& result) {
   _requestCounts.add(asked.type, result.status);
+  sendStatus(asked.origin, result.status, asked.type.hasHandle ? &result.handle : nullptr);
+}
+
+// What a program has ended with is no status of the request for it. One that ends with the number
+// of a status that says that there is no result is told, and so counted, as that.
+void Core::sendActionResult(const Origin& receiver, ZORA_Long result) {
+  const bool isStatus = result == DCH_STATUS_NOT_STORED || result == DCH_STATUS_UNKNOWN_ACTION;
+  _requestCounts.add(requestTypeOf(DCH_REQUEST_ACTION_RESULTS),
+                     isStatus ? static_cast<DCH_Status>(result) : DCH_STATUS_OK);
+  sendStatus(receiver, result);
+}
+
+void Core::sendStatus(const Origin& receiver, ZORA_Long status, const ZORA_Long* handle) {
   char buffer[longestStatusBytes];
   DCH_MessageBuilder message(buffer, sizeof buffer);
-  message.add(DCH_status, result.status);
-  if (asked.type.hasHandle) message.add(DCH_handle, result.handle);
-  _ports.answers.send(asked.origin, {buffer, static_cast<std::size_t>(message.length())});
+  message.add(DCH_status, status);
+  if (handle != nullptr) message.add(DCH_handle, *handle);
+  _ports.answers.send(receiver, {buffer, static_cast<std::size_t>(message.length())});
 }
 
 void Core::sendText(const Asked& asked, const std::string& text) {
@@ -333,10 +347,8 @@ void Core::sendText(const Asked& asked, const std::string& text) {
   }
 }
 
-void Core::tellResult(const std::vector<Origin>& waiters, ZORA_Long status) {
-  for (const Origin& waiter : waiters)
-    sendResult({waiter, requestTypeOf(DCH_REQUEST_ACTION_RESULTS), DCH_REQUEST_ACTION_RESULTS},
-               {status});
+void Core::tellResult(const std::vector<Origin>& waiters, ZORA_Long result) {
+  for (const Origin& waiter : waiters) sendActionResult(waiter, result);
 }
 
 void Core::startTimer() {

@@ -105,8 +105,10 @@ class Core : private StoreClient {
 
   void refuse(const Asked& asked, DCH_Status status, std::string_view reason = {});
   void sendResult(const Asked& asked, const Result& result);
+  void sendActionResult(const Origin& receiver, ZORA_Long result);
+  void sendStatus(const Origin& receiver, ZORA_Long status, const ZORA_Long* handle = nullptr);
   void sendText(const Asked& asked, const std::string& text);
-  void tellResult(const std::vector<Origin>& waiters, ZORA_Long status);
+  void tellResult(const std::vector<Origin>& waiters, ZORA_Long result);
   void startTimer();
 
   const Ports _ports;

@@ -160,6 +160,19 @@ TEST_F(CoreTest, CountsAQuestionForAResultWhenItIsAnswered) {
   EXPECT_EQ(requestCount(DCH_REQUEST_ACTION_RESULTS), 2u);
 }
 
+TEST_F(CoreTest, CountsTheResultOfAProgramAsDoneAndOneThatIsNoneByItsStatus) {
+  for (const ZORA_Long result : {0, 3, 100, 127}) {
+    receive(actionMessage("last", result));
+    _core.programEnded(result, result, 20);
+    EXPECT_EQ(statusOf(actionResultsMessage(result)), result);
+  }
+  ask(actionResultsMessage(5));
+  EXPECT_EQ(requestCount(DCH_REQUEST_ACTION_RESULTS), 4u);
+  EXPECT_EQ(requestCount(DCH_REQUEST_ACTION_RESULTS, DCH_STATUS_UNKNOWN_ACTION), 1u);
+  EXPECT_EQ(requestCount(DCH_REQUEST_ACTION_RESULTS, DCH_STATUS_NULL_ARGUMENT), 0u);
+  EXPECT_EQ(requestCount(DCH_REQUEST_ACTION_RESULTS, DCH_STATUS_MALFORMED), 0u);
+}
+
 TEST_F(CoreTest, TellsTheResultOfAnActionThatCannotBeStarted) {
   ask(actionMessage("broken", 1));
   EXPECT_EQ(statusOf(actionResultsMessage(1)), 127);

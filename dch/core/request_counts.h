@@ -15,24 +15,24 @@ namespace dch {
 // result of an action that comes again while it waits is the same one. One thread.
 class RequestCounts {
  public:
-  // The statuses of DCH_statusTable in its order, then all others: results of actions.
-  static constexpr std::size_t statusCount = std::size(DCH_statusTable) + 1;
-  using ByStatus = std::array<std::uint64_t, statusCount>;
+  // The statuses of DCH_statusTable in its order.
+  using ByStatus = std::array<std::uint64_t, std::size(DCH_statusTable)>;
 
-  static constexpr std::size_t columnOf(ZORA_Long status) {
-    std::size_t column = 0;
-    while (column < std::size(DCH_statusTable) && DCH_statusTable[column].number != status)
-      ++column;
-    return column;
-  }
-
-  void add(const RequestType& type, ZORA_Long status) {
-    ++_counts.at(placeOf(type))[columnOf(status)];
+  void add(const RequestType& type, DCH_Status status) {
+    ++_counts.at(placeOf(type)).at(columnOf(status));
   }
 
   const ByStatus& of(const RequestType& type) const { return _counts.at(placeOf(type)); }
+  std::uint64_t of(const RequestType& type, DCH_Status status) const {
+    return of(type).at(columnOf(status));
+  }
 
  private:
+  static std::size_t columnOf(DCH_Status status) {
+    std::size_t column = 0;
+    while (DCH_statusTable[column].number != status) ++column;
+    return column;
+  }
   static std::size_t placeOf(const RequestType& type) {
     return static_cast<std::size_t>(&type - requestTypes().data());
   }

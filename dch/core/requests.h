@@ -45,15 +45,18 @@ struct Refusal {
   std::string reason = {};  // for the log
 };
 struct Result {
-  ZORA_Long status;  // DCH_STATUS_OK, or the result of an action
+  DCH_Status status;
   ZORA_Long handle = 0;
+};
+struct ActionResult {
+  ZORA_Long result;
 };
 struct Text {
   std::string text;
 };
 struct Waits {};      // for its answer, which is to be sent when an action ends
 struct Postponed {};  // until a change that is under way is applied
-using Reply = std::variant<NoAnswer, Refusal, Result, Text, Waits, Postponed, Change>;
+using Reply = std::variant<NoAnswer, Refusal, Result, ActionResult, Text, Waits, Postponed, Change>;
 
 // Reads and checks a request. Throws std::bad_alloc; nothing has changed then.
 using RequestHandler = Reply (*)(const RequestContext& context, Request* request);

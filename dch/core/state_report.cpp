@@ -11,9 +11,8 @@ std::string answersOf(const RequestCounts::ByStatus& counts) {
   std::string text;
   for (std::size_t column = 0; column < counts.size(); ++column) {
     if (counts[column] == 0) continue;
-    const char* const status =
-        column < std::size(DCH_statusTable) ? DCH_statusTable[column].text : "another result";
-    text += (text.empty() ? "" : ", ") + std::to_string(counts[column]) + ' ' + status;
+    text += (text.empty() ? "" : ", ") + std::to_string(counts[column]) + ' ' +
+            DCH_statusTable[column].text;
   }
   return text;
 }

@@ -102,7 +102,7 @@ class CoreTest : public ::testing::Test {
 
   // How many requests of this code have had this status.
   std::uint64_t requestCount(short code, DCH_Status status = DCH_STATUS_OK) const {
-    return _core.requestCounts().of(requestTypeOf(code))[RequestCounts::columnOf(status)];
+    return _core.requestCounts().of(requestTypeOf(code), status);
   }
 
   // Whether the client is sent the rows of the group.
