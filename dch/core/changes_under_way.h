@@ -13,7 +13,7 @@ namespace dch {
 
 // What a change needs for itself until it is applied: a source, or with handle 0 an application
 // with all its sources. What was found when a request was checked is still so then. Sources of one
-// application go on line side by side; rows wait for nothing. One thread.
+// application go on line side by side; a row needs nothing for itself. One thread.
 struct Claim {
   std::string application;  // empty: nothing
   ZORA_Long handle = 0;

@@ -30,6 +30,17 @@ bool isAnswer(const Message& message) {
   return fields.atEnd() || (fields.readLong(DCH_handle, &value) && fields.atEnd());
 }
 
+// The code that every request begins with.
+struct Opened {
+  explicit Opened(std::string_view message) : fields(message) {
+    hasCode = fields.readShort(DCH_requestType, &code);
+  }
+
+  FieldReader fields;  // behind the code
+  short code = 0;
+  bool hasCode;
+};
+
 template <class... Handlers>
 struct Overloaded : Handlers... {
   using Handlers::operator()...;
@@ -68,31 +79,45 @@ void Core::receive(const Message& message) noexcept {
     _log.write("answer from %s ignored", message.origin.peer.text().data());
     return;
   }
-  FieldReader fields(message.bytes);
-  short code = 0;
-  const bool hasCode = fields.readShort(DCH_requestType, &code);
-  const RequestType& type = requestTypeOf(code);
-  const Asked asked{message.origin, type, code};
-  Request request{message, fields};
-  if (!hasCode)
+  const Opened opened(message.bytes);
+  const Asked asked{message.origin, requestTypeOf(opened.code), opened.code};
+  if (opened.code == DCH_REQUEST_DATA) _counters.add(Counter::rowsReceived);
+  if (!opened.hasCode) {
     refuse(asked, DCH_STATUS_MALFORMED, "no request code");
-  else if (!lengthWordIsRight(message))
+  } else if (!lengthWordIsRight(message)) {
     refuse(asked, DCH_STATUS_MALFORMED, "not as long as its length word says");
-  else
-    reply(message, asked, check(type, &request));
+  } else {
+    Reply reply = check(asked.type, {message, opened.fields});
+    const auto* const postponed = std::get_if<Postponed>(&reply);
+    if (postponed == nullptr)
+      carryOut(asked, std::move(reply));
+    else if (!_postponed.add(postponed->application, message))
+      refuse(asked, DCH_STATUS_NOT_STORED, "too many requests wait");
+  }
   startTimer();
 }
 
-Reply Core::check(const RequestType& type, Request* request) noexcept {
+// One that was postponed. Returns false when it still has to wait.
+bool Core::receiveAgain(const Message& message) noexcept {
+  const Opened opened(message.bytes);
+  const RequestType& type = requestTypeOf(opened.code);
+  Reply reply = check(type, {message, opened.fields});
+  if (std::holds_alternative<Postponed>(reply)) return false;
+  carryOut({message.origin, type, opened.code}, std::move(reply));
+  return true;
+}
+
+Reply Core::check(const RequestType& type, Request request) noexcept {
   try {
-    return type.handle({_registry, _underWay, _publisher, _snapshots, _actions, _log, _counters},
-                       request);
+    return type.handle(
+        {_registry, _underWay, _postponed, _publisher, _snapshots, _actions, _log, _counters},
+        &request);
   } catch (const std::bad_alloc&) {
     return Refusal{DCH_STATUS_NOT_STORED, noMemory};
   }
 }
 
-void Core::reply(const Message& message, const Asked& asked, Reply&& reply) {
+void Core::carryOut(const Asked& asked, Reply&& reply) {
   std::visit(
       Overloaded{[&](NoAnswer) { _requestCounts.add(asked.type, DCH_STATUS_OK); },
                  [&](const Refusal& refusal) { refuse(asked, refusal.status, refusal.reason); },
@@ -100,29 +125,9 @@ void Core::reply(const Message& message, const Asked& asked, Reply&& reply) {
                  [&](const ActionResult& each) { sendActionResult(asked.origin, each.result); },
                  [&](const Text& text) { sendText(asked, text.text); },
                  [](Waits) {},  // counted when it is answered
-                 [&](Postponed) { postpone(message, asked); },
+                 [](const Postponed&) {},
                  [&](Change& change) { keep(std::move(change), asked.origin, &asked.type); }},
       reply);
-}
-
-void Core::postpone(const Message& message, const Asked& asked) {
-  try {
-    if (_postponed.size() < maxPostponed) {
-      _postponed.push_back({std::string(message.bytes), message.origin, message.receivedAt});
-      return;
-    }
-  } catch (const std::bad_alloc&) {
-  }
-  refuse(asked, DCH_STATUS_NOT_STORED, "too many requests wait");
-}
-
-// In their order; one that still has to wait waits behind the others.
-void Core::resumePostponed() {
-  for (std::size_t count = _postponed.size(); count > 0 && !_postponed.empty(); --count) {
-    const PostponedMessage next = std::move(_postponed.front());
-    _postponed.pop_front();
-    receive({next.bytes, next.origin, next.receivedAt});
-  }
 }
 
 void Core::receiveBroken(const Origin& origin) noexcept {
@@ -193,12 +198,12 @@ Prepared Core::prepare(const Change& change) {
 
 void Core::conclude(Entry&& entry, bool kept) noexcept {
   _underWay.remove(entry.claim);
-  const bool hasClaim = !entry.claim.application.empty();
   if (kept)
     std::visit([&](auto& change) { apply(std::move(change), std::move(entry)); }, entry.change);
   else
     abandon(entry, "the store did not keep it");
-  if (hasClaim) resumePostponed();
+  _postponed.resume(entry.claim.application,
+                    [this](const Message& message) { return receiveAgain(message); });
 }
 
 void Core::abandon(const Entry& entry, std::string_view reason) {

@@ -2,13 +2,13 @@
 #ifndef DCH_CORE_CORE_H
 #define DCH_CORE_CORE_H
 
-#include <deque>
 #include <string>
 
 #include "dch/core/answers.h"
 #include "dch/core/changes_under_way.h"
 #include "dch/core/counters.h"
 #include "dch/core/deferrals.h"
+#include "dch/core/postponed_requests.h"
 #include "dch/core/programs.h"
 #include "dch/core/publisher.h"
 #include "dch/core/request_counts.h"
@@ -34,9 +34,6 @@ struct Ports {
 // answered and published. One thread.
 class Core : private StoreClient {
  public:
-  // How many requests wait at most for a change that is under way.
-  static constexpr std::size_t maxPostponed = 10'000;
-
   // `actionList`, `counters` and `log` outlive the core.
   Core(const Ports& ports, const ActionList& actionList, Counters& counters, const Log& log);
   Core(const Core&) = delete;
@@ -68,12 +65,6 @@ class Core : private StoreClient {
   std::size_t subscriptionCount() const { return _subscriptions.size(); }
 
  private:
-  struct PostponedMessage {
-    std::string bytes;
-    Origin origin;
-    Time receivedAt;
-  };
-
   // A request as far as it concerns its answer.
   struct Asked {
     const Origin& origin;
@@ -81,10 +72,9 @@ class Core : private StoreClient {
     short code;  // of the message; types without one of their own have others
   };
 
-  Reply check(const RequestType& type, Request* request) noexcept;
-  void reply(const Message& message, const Asked& asked, Reply&& reply);
-  void postpone(const Message& message, const Asked& asked);
-  void resumePostponed();
+  bool receiveAgain(const Message& message) noexcept;
+  Reply check(const RequestType& type, Request request) noexcept;
+  void carryOut(const Asked& asked, Reply&& reply);
 
   void keep(Change&& change, const Origin& origin = {}, const RequestType* type = nullptr) noexcept;
   Claim claimOf(const Change& change) const;
@@ -117,7 +107,7 @@ class Core : private StoreClient {
   RequestCounts _requestCounts;
   Registry _registry;
   ChangesUnderWay _underWay;
-  std::deque<PostponedMessage> _postponed;
+  PostponedRequests _postponed;
   Subscriptions _subscriptions;
   Publisher _publisher;
   StatusSnapshots _snapshots;

@@ -116,16 +116,90 @@ TEST_F(SlowCoreTest, ChecksWhatWaitsForAnotherChangeWhenThatIsApplied) {
   _answers.sent.clear();
   _slow.concludeAll();
   ASSERT_EQ(_answers.sent.size(), 4u);
-  for (const auto& [origin, status] : {std::pair{client(1), DCH_STATUS_OK},
-                                       {client(2), DCH_STATUS_UNKNOWN_APPLICATION},
-                                       {client(3), DCH_STATUS_OK},
-                                       {client(4), DCH_STATUS_OK}}) {
-    const auto sent = std::find_if(_answers.sent.begin(), _answers.sent.end(),
-                                   [&](const auto& each) { return each.first == origin; });
-    ASSERT_NE(sent, _answers.sent.end());
-    const auto online = testkit::onlineAnswerOf(sent->second);
-    EXPECT_EQ(online ? online->status : *testkit::statusOf(sent->second), status);
+  for (const auto& [number, status] : {std::pair{1u, DCH_STATUS_OK},
+                                       {2u, DCH_STATUS_UNKNOWN_APPLICATION},
+                                       {3u, DCH_STATUS_OK},
+                                       {4u, DCH_STATUS_OK}}) {
+    const auto& [origin, answer] = _answers.sent[number - 1];
+    EXPECT_EQ(origin, client(number));
+    const auto online = testkit::onlineAnswerOf(answer);
+    EXPECT_EQ(online ? online->status : *testkit::statusOf(answer), status);
   }
+}
+
+// A registration waits for each source that is on its way; new ones wait behind it.
+TEST_F(SlowCoreTest, LetsNoRequestOvertakeOneOfItsApplicationThatWaits) {
+  receive(onlineMessage("HOSTMON", "load", "host1"));
+  receive(registerMessage());
+  receive(onlineMessage("HOSTMON", "load", "host2"));
+  ask(registerMessage("appl:OTHER,OTH;group:g;attr:a,N,4;", "OTHER", "OTH"));
+  ASSERT_EQ(_slow.waiting.size(), 2u) << "another application waits for nothing";
+  _slow.conclude();
+  ASSERT_EQ(_slow.waiting.size(), 2u);
+  EXPECT_TRUE(std::holds_alternative<Registered>(_slow.waiting.back().first.change));
+  _slow.concludeAll();
+  EXPECT_NE(_core.registry().findOnline(2), nullptr);
+}
+
+TEST_F(SlowCoreTest, ResumesWhatWaitsForAChangeThatIsNotKept) {
+  receive(registerMessage(), client(1));
+  receive(onlineMessage("HOSTMON", "load", "host1"), client(2));
+  _slow.conclude(false);
+  _slow.concludeAll();
+  EXPECT_NE(_core.registry().findOnline(1), nullptr);
+}
+
+// A client that knows its handle sends on without waiting for each answer.
+TEST_F(SlowCoreTest, LetsARowWaitForItsSourceToGoOnLine) {
+  const ZORA_Long handle = askAndKeep(onlineMessage("HOSTMON", "load", "host1")).handle;
+  askAndKeep(offlineMessage(handle));
+  receive(onlineMessage("HOSTMON", "load", "host1"));
+  const std::string last = dataMessage(handle, {{"load1", 'D', "0.42"}});
+  for (const std::string& row : {dataMessage(handle), last}) EXPECT_EQ(ask(row).form, Form::none);
+  EXPECT_EQ(_slow.waiting.size(), 1u);
+  _slow.concludeAll();
+  EXPECT_EQ(_answers.sent.size(), 3u);
+  EXPECT_EQ(_core.registry().findOnline(handle)->row, last);
+  EXPECT_EQ(requestCount(DCH_REQUEST_DATA), 2u);
+  EXPECT_EQ(_counters[Counter::rowsReceived], 2u);
+}
+
+TEST_F(SlowCoreTest, RefusesARowWhoseSourceDoesNotGoOnLine) {
+  const ZORA_Long handle = askAndKeep(onlineMessage("HOSTMON", "load", "host1")).handle;
+  askAndKeep(offlineMessage(handle));
+  receive(onlineMessage("HOSTMON", "load", "host1"));
+  ask(dataMessage(handle));
+  _answers.sent.clear();
+  _slow.conclude(false);
+  ASSERT_EQ(_answers.sent.size(), 2u);
+  EXPECT_EQ(testkit::statusOf(_answers.sent[1].second), DCH_STATUS_UNKNOWN_HANDLE);
+}
+
+// The row that came first waits behind a registration. The next one does not overtake it.
+TEST_F(SlowCoreTest, KeepsTheRowsOfASourceInTheirOrder) {
+  const ZORA_Long handle = askAndKeep(onlineMessage("HOSTMON", "load", "host1")).handle;
+  askAndKeep(offlineMessage(handle));
+  receive(onlineMessage("HOSTMON", "load", "host1"));
+  receive(onlineMessage("HOSTMON", "load", "host2"));
+  receive(registerMessage());
+  receive(dataMessage(handle));
+  _slow.conclude();
+  ASSERT_NE(_core.registry().findOnline(handle), nullptr);
+  const std::string last = dataMessage(handle, {{"load1", 'D', "0.42"}});
+  receive(last);
+  _slow.concludeAll();
+  EXPECT_EQ(_core.registry().findOnline(handle)->row, last);
+}
+
+TEST_F(SlowCoreTest, RefusesWhatIsMoreThanMayWait) {
+  receive(registerMessage());
+  for (std::size_t count = 0; count < PostponedRequests::defaultCapacity; ++count)
+    EXPECT_EQ(ask(unregisterMessage("HOSTMON")).form, Form::none);
+  EXPECT_EQ(statusOf(unregisterMessage("HOSTMON")), DCH_STATUS_NOT_STORED);
+  _slow.concludeAll();
+  EXPECT_EQ(requestCount(DCH_REQUEST_UNREGISTER), 1u);
+  EXPECT_EQ(requestCount(DCH_REQUEST_UNREGISTER, DCH_STATUS_UNKNOWN_APPLICATION),
+            PostponedRequests::defaultCapacity - 1);
 }
 
 TEST_F(SlowCoreTest, StartsAnActionWhenItsStartIsKept) {

@@ -44,7 +44,7 @@ Reply registerApplication(const RequestContext& context, Request* request) {
     return Refusal{DCH_STATUS_MALFORMED, error};
   if (change.registration.applName != name || change.registration.applKey != key)
     return Refusal{DCH_STATUS_MALFORMED, "its text names another application"};
-  if (context.underWay.holdUp(name)) return Postponed{};
+  if (context.holdUp(name)) return Postponed{name};
   const DCH_Status status = context.registry.check(change.registration);
   if (status != DCH_STATUS_OK) return Refusal{status};
   return Change{std::move(change)};
@@ -54,7 +54,7 @@ Reply unregisterApplication(const RequestContext& context, Request* request) {
   std::string_view name;
   if (!request->fields.readText(DCH_applName, DCH_MAX_APPL_NAME, &name) || !request->fields.atEnd())
     return Refusal{DCH_STATUS_MALFORMED};
-  if (context.underWay.holdUp(name)) return Postponed{};
+  if (context.holdUp(name)) return Postponed{name};
   const DCH_Status status = context.registry.checkUnregistration(name);
   if (status != DCH_STATUS_OK) return Refusal{status};
   return Change{Unregistered{std::string(name)}};
@@ -68,7 +68,7 @@ Reply goOnline(const RequestContext& context, Request* request) {
       !fields.readText(DCH_sourceName, DCH_MAX_SOURCE_NAME, &names.source) || !fields.atEnd())
     return Refusal{DCH_STATUS_MALFORMED};
   const ZORA_Long handle = context.registry.handleFor(names);
-  if (context.underWay.holdUp(names.application, handle)) return Postponed{};
+  if (context.holdUp(names.application, handle)) return Postponed{names.application};
   // A source that sends rarely makes sure of its handle before each row.
   if (context.registry.findOnline(handle) != nullptr) return Result{DCH_STATUS_OK, handle};
   const DCH_Status status = context.registry.check(names);
@@ -82,14 +82,15 @@ Reply goOffline(const RequestContext& context, Request* request) {
   if (!request->fields.readLong(DCH_handle, &handle) || !request->fields.atEnd())
     return Refusal{DCH_STATUS_MALFORMED};
   const Source* const source = context.registry.findSource(handle);
-  if (source != nullptr && context.underWay.holdUp(source->names().application, handle))
-    return Postponed{};
-  if (source == nullptr || !source->isOnline) return Refusal{DCH_STATUS_UNKNOWN_HANDLE};
+  if (source == nullptr) return Refusal{DCH_STATUS_UNKNOWN_HANDLE};
+  const std::string_view application = source->names().application;
+  if (context.holdUp(application, handle)) return Postponed{application};
+  if (!source->isOnline) return Refusal{DCH_STATUS_UNKNOWN_HANDLE};
   return Change{WentOffline{handle}};
 }
 
+// Of a source that is on line it waits for no change, but behind requests that came earlier.
 Reply takeRow(const RequestContext& context, Request* request) {
-  context.counters.add(Counter::rowsReceived);
   const std::string_view message = request->message.bytes;
   FieldReader& fields = request->fields;
   ZORA_Long handle = 0;
@@ -97,8 +98,13 @@ Reply takeRow(const RequestContext& context, Request* request) {
   if (message.size() > maxDatagramBytes || !fields.readLong(DCH_handle, &handle) ||
       !fields.readShort(DCH_dataCode, &dataCode))
     return Refusal{DCH_STATUS_MALFORMED};
-  const Source* const source = context.registry.findOnline(handle);
+  const Source* const source = context.registry.findSource(handle);
   if (source == nullptr) return Refusal{DCH_STATUS_UNKNOWN_HANDLE};
+  const std::string_view application = source->names().application;
+  if (context.postponed.has(application) ||
+      (!source->isOnline && context.holdUp(application, handle)))
+    return Postponed{application};
+  if (!source->isOnline) return Refusal{DCH_STATUS_UNKNOWN_HANDLE};
   const DCH_Status status = checkAttributes(&fields, source->group->attributes);
   if (status != DCH_STATUS_OK) return Refusal{status};
   return Change{Row{handle, request->message.receivedAt, std::string(message)}};

@@ -12,6 +12,7 @@
 #include "dch/core/changes_under_way.h"
 #include "dch/core/field_reader.h"
 #include "dch/core/message.h"
+#include "dch/core/postponed_requests.h"
 #include "dch/core/publisher.h"
 #include "dch/core/registry.h"
 #include "dch/core/status_snapshots.h"
@@ -29,8 +30,14 @@ struct Request {
 // What requests are checked against. Subscriptions and questions, which nobody keeps, are dealt
 // with at once.
 struct RequestContext {
+  // Whether a request has to wait: for a change that is under way, or behind others that wait.
+  bool holdUp(std::string_view application, ZORA_Long handle = 0) const {
+    return postponed.has(application) || underWay.holdUp(application, handle);
+  }
+
   const Registry& registry;
   const ChangesUnderWay& underWay;
+  const PostponedRequests& postponed;
   Publisher& publisher;
   StatusSnapshots& snapshots;
   Actions& actions;
@@ -54,8 +61,10 @@ struct ActionResult {
 struct Text {
   std::string text;
 };
-struct Waits {};      // for its answer, which is to be sent when an action ends
-struct Postponed {};  // until a change that is under way is applied
+struct Waits {};  // for its answer, which is to be sent when an action ends
+struct Postponed {
+  std::string_view application;  // for whose changes it waits; in the message or the registry
+};
 using Reply = std::variant<NoAnswer, Refusal, Result, ActionResult, Text, Waits, Postponed, Change>;
 
 // Reads and checks a request. Throws std::bad_alloc; nothing has changed then.
