@@ -62,7 +62,7 @@ void Core::load() {
   _ports.store.load([this](Change&& change) {
     Prepared prepared = prepare(change);
     std::visit(
-        Overloaded{[&](Row&& row) { _registry.apply(std::move(row)); },
+        Overloaded{[&](Row&& row) { _registry.apply(&row); },
                    [&](Deferred&& deferred) { _deferrals.add(std::move(deferred.deferral)); },
                    [&](ActionStarted&& started) { _actions.restore(started); },
                    [&](ActionEnded&& ended) { _actions.restore(ended); },
@@ -261,11 +261,12 @@ void Core::apply(WentOffline&& change, Entry&& entry) {
 }
 
 void Core::apply(Row&& change, Entry&& entry) {
-  const Applied applied = _registry.apply(std::move(change));
+  const Applied applied = _registry.apply(&change);
   acknowledge(entry, applied);
   if (applied.status != DCH_STATUS_OK) return;
   _counters.add(Counter::rowsKept);
-  _publisher.publish(applied.source->group->topic, applied.source->row);
+  const Row& row = applied.source->row ? *applied.source->row : change;
+  _publisher.publish(applied.source->group->topic, row.message);
 }
 
 void Core::apply(Deferred&& change, Entry&& entry) {

@@ -41,11 +41,24 @@ TEST_F(SlowCoreTest, AnswersAndPublishesARowWhenItIsKept) {
   const std::string row = dataMessage(handle, {{"load1", 'D', "0.42"}});
   EXPECT_EQ(ask(row).form, Form::none);
   EXPECT_TRUE(takePushed().empty());
-  EXPECT_EQ(_core.registry().findOnline(handle)->row, "");
+  EXPECT_EQ(_core.registry().findOnline(handle)->row, std::nullopt);
   _slow.conclude();
   EXPECT_EQ(takeAnswer().status, DCH_STATUS_OK);
   EXPECT_EQ(takePushed(), std::vector<std::string>{row});
-  EXPECT_EQ(_core.registry().findOnline(handle)->row, row);
+  EXPECT_EQ(_core.registry().findOnline(handle)->row->message, row);
+}
+
+TEST_F(SlowCoreTest, PublishesARowWhoseSourceHasGoneOffLineMeanwhile) {
+  const ZORA_Long handle = askAndKeep(onlineMessage("HOSTMON", "load", "host1")).handle;
+  receive(subscribeMessage("HOSTMON", "load"));
+  receive(offlineMessage(handle));
+  const std::string row = dataMessage(handle);
+  ask(row);
+  _slow.concludeAll();
+  ASSERT_EQ(_answers.sent.size(), 2u);
+  EXPECT_EQ(testkit::statusOf(_answers.sent[1].second), DCH_STATUS_OK);
+  EXPECT_EQ(takePushed(), std::vector<std::string>{row});
+  EXPECT_FALSE(_core.registry().findSource(handle)->row.has_value());
 }
 
 TEST_F(SlowCoreTest, AnswersARowThatIsNotKeptAndPublishesNothing) {
@@ -159,7 +172,7 @@ TEST_F(SlowCoreTest, LetsARowWaitForItsSourceToGoOnLine) {
   EXPECT_EQ(_slow.waiting.size(), 1u);
   _slow.concludeAll();
   EXPECT_EQ(_answers.sent.size(), 3u);
-  EXPECT_EQ(_core.registry().findOnline(handle)->row, last);
+  EXPECT_EQ(_core.registry().findOnline(handle)->row->message, last);
   EXPECT_EQ(requestCount(DCH_REQUEST_DATA), 2u);
   EXPECT_EQ(_counters[Counter::rowsReceived], 2u);
 }
@@ -188,7 +201,7 @@ TEST_F(SlowCoreTest, KeepsTheRowsOfASourceInTheirOrder) {
   const std::string last = dataMessage(handle, {{"load1", 'D', "0.42"}});
   receive(last);
   _slow.concludeAll();
-  EXPECT_EQ(_core.registry().findOnline(handle)->row, last);
+  EXPECT_EQ(_core.registry().findOnline(handle)->row->message, last);
 }
 
 TEST_F(SlowCoreTest, RefusesWhatIsMoreThanMayWait) {

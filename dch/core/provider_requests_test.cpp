@@ -73,7 +73,7 @@ TEST_F(CoreTest, AcceptsARowThatFitsItsRegistrationAndPushesItAsItCame) {
                           dataMessage(handle, {{"load1", 'D', ""}})}) {
     EXPECT_EQ(statusOf(row), DCH_STATUS_OK);
     EXPECT_EQ(takePushed(), std::vector<std::string>{row});
-    EXPECT_EQ(_core.registry().findOnline(handle)->row, row);
+    EXPECT_EQ(_core.registry().findOnline(handle)->row->message, row);
   }
 }
 

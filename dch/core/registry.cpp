@@ -146,11 +146,10 @@ Applied Registry::apply(const WentOffline& change, Prepared&& prepared) noexcept
   return {DCH_STATUS_OK, source, std::move(prepared.moved)};
 }
 
-Applied Registry::apply(Row&& change) noexcept {
-  Source* const source = find(change.handle);
+Applied Registry::apply(Row* change) noexcept {
+  Source* const source = find(change->handle);
   if (source == nullptr) return refused(DCH_STATUS_UNKNOWN_HANDLE);
-  source->row = std::move(change.message);
-  source->rowTime = change.time;
+  if (source->isOnline) source->row = std::move(*change);
   return {DCH_STATUS_OK, source, {}};
 }
 
@@ -242,8 +241,10 @@ Source* Registry::find(ZORA_Long handle) const {
   return _sources[static_cast<std::size_t>(handle) - 1].get();
 }
 
-void Registry::setOnline(const Source* source, bool isOnline) noexcept {
-  find(source->handle)->isOnline = isOnline;
+void Registry::setOnline(const Source* known, bool isOnline) noexcept {
+  Source* const source = find(known->handle);
+  source->isOnline = isOnline;
+  source->row.reset();
   std::size_t& count = source->group->application->sourcesOnline;
   count = isOnline ? count + 1 : count - 1;
 }

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -66,8 +67,9 @@ struct Source {
   bool isOnline = false;  // its group is registered then
   Group* group = nullptr;
   std::string name;
-  std::string row;  // its newest row as it came, empty before the first
-  Time rowTime = 0;
+  // Its newest row while it is on line. Sources that have gone off line are many, some of them for
+  // good, so their rows are left to the store.
+  std::optional<Row> row;
 };
 
 // How much the registry takes in; what is beyond is not stored. Far above what a suite has, so that
@@ -128,8 +130,9 @@ class Registry {
   Applied apply(const Unregistered& change, Prepared&& prepared) noexcept;
   Applied apply(const WentOnline& change, Prepared&& prepared) noexcept;
   Applied apply(const WentOffline& change, Prepared&& prepared) noexcept;
-  // A row that was good when it came stays good, whatever has come in between.
-  Applied apply(Row&& change) noexcept;
+  // A row that was good when it came stays good, whatever has come in between. It is taken when its
+  // source is on line.
+  Applied apply(Row* change) noexcept;
 
   // The source with this handle, null when there is none.
   const Source* findSource(ZORA_Long handle) const { return find(handle); }

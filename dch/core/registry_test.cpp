@@ -40,6 +40,12 @@ class RegistryTest : public testing::Test {
     return handles;
   }
 
+  // Returns what is left of the message.
+  std::string takeRow(Row row) {
+    EXPECT_EQ(_registry.apply(&row).status, DCH_STATUS_OK);
+    return row.message;
+  }
+
   bool isOnline(ZORA_Long handle) const { return _registry.findOnline(handle) != nullptr; }
 
   Registry _registry;
@@ -186,14 +192,26 @@ TEST_F(RegistryTest, KnowsTheHandleOfASourceWhoseApplicationIsNotRegistered) {
   EXPECT_FALSE(isOnline(7));
 }
 
-TEST_F(RegistryTest, KeepsTheNewestRowOfASource) {
+TEST_F(RegistryTest, HasTheNewestRowOfASourceThatIsOnLine) {
   const ZORA_Long handle = goOnline(loadOfHost1);
-  _registry.apply(Row{handle, 1, "first"});
+  const Source* const source = _registry.findOnline(handle);
+  EXPECT_FALSE(source->row.has_value());
+  takeRow({handle, 1, "first"});
+  takeRow({handle, 2, "second"});
+  EXPECT_EQ(source->row->message, "second");
+  EXPECT_EQ(source->row->time, 2);
+  goOnline(loadOfHost1);
+  EXPECT_TRUE(source->row.has_value());
+}
+
+TEST_F(RegistryTest, HasNoRowOfASourceThatHasGoneOffLine) {
+  const ZORA_Long handle = goOnline(loadOfHost1);
+  takeRow({handle, 1, "first"});
   testkit::goOffline(_registry, handle);
-  const Applied applied = _registry.apply(Row{handle, 2, "second"});
-  EXPECT_EQ(applied.status, DCH_STATUS_OK) << "it was good when it came";
-  EXPECT_EQ(applied.source->row, "second");
-  EXPECT_EQ(applied.source->rowTime, 2);
+  EXPECT_FALSE(_registry.findSource(handle)->row.has_value());
+  EXPECT_EQ(takeRow({handle, 2, "second"}), "second") << "it was good when it came";
+  goOnline(loadOfHost1);
+  EXPECT_FALSE(_registry.findSource(handle)->row.has_value());
 }
 
 TEST(RegistryLimitsTest, DoesNotStoreMoreThanItsLimitsAndStillServesWhatItHas) {

@@ -150,7 +150,8 @@ void ServerRun::checkRow(std::string_view message) const {
   if (answer.nextLong(DCH_status) != DCH_STATUS_OK) return;
   const dch::Source* const source =
       _core.registry().findOnline(fields.nextLong(DCH_handle).value());
-  require(source != nullptr && source->row == message, "a row that is acknowledged is kept");
+  require(source != nullptr && source->row && source->row->message == message,
+          "a row that is acknowledged is kept");
 }
 
 // One that is not answered waits, once even when it asks again.
