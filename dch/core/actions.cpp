@@ -101,10 +101,13 @@ Actions::Result Actions::resultFor(const Origin& waiter, ZORA_Long id) {
 }
 
 void Actions::forgetWaiters(std::uint64_t connection) noexcept {
-  for (const ZORA_Long id : _running)
-    _waiterCount -= std::erase_if(_actions.find(id)->second.waiters, [=](const Origin& waiter) {
-      return waiter.connection == connection;
-    });
+  for (const ZORA_Long id : _running) {
+    const std::size_t count =
+        std::erase_if(_actions.find(id)->second.waiters,
+                      [=](const Origin& waiter) { return waiter.connection == connection; });
+    _waiterCount -= count;
+    _counters.add(Counter::waitersForgotten, count);
+  }
 }
 
 void Actions::enter(ZORA_Long id) {
@@ -131,6 +134,7 @@ std::vector<Origin> Actions::end(ZORA_Long id, ZORA_Long status) noexcept {
   if (_ended.size() > _limits.results) {
     _actions.erase(_ended.front());
     _ended.pop_front();
+    _counters.add(Counter::resultsForgotten);
   }
   return waiters;
 }

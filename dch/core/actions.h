@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "dch/core/change.h"
+#include "dch/core/counters.h"
 #include "dch/core/log.h"
 #include "dch/core/message.h"
 #include "dch/core/programs.h"
@@ -29,9 +30,10 @@ struct ActionLimits {
 // thread.
 class Actions {
  public:
-  Actions(const ActionList& list, Programs& programs, const Log& log,
+  // What is passed by reference outlives it.
+  Actions(const ActionList& list, Programs& programs, Counters& counters, const Log& log,
           const ActionLimits& limits = {})
-      : _list(list), _programs(programs), _log(log), _limits(limits) {}
+      : _list(list), _programs(programs), _counters(counters), _log(log), _limits(limits) {}
 
   // Whether there is something to be kept for a request to start the action `name`: not when one of
   // its ID runs, and not when it is not listed and there is no earlier result to forget. From then
@@ -77,6 +79,7 @@ class Actions {
 
   const ActionList& _list;
   Programs& _programs;
+  Counters& _counters;
   const Log& _log;
   const ActionLimits _limits;
   std::unordered_map<ZORA_Long, Action> _actions;

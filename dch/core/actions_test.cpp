@@ -42,7 +42,8 @@ class ActionsTest : public ::testing::Test {
   const ActionList _list{{"program", {"/bin/program"}}, {"missing", {"/nowhere/program"}}};
   const EventLog _log{false};
   testkit::RecordingPrograms _programs;
-  Actions _actions{_list, _programs, _log, {.running = 2, .results = 3, .waiters = 2}};
+  Counters _counters;
+  Actions _actions{_list, _programs, _counters, _log, {.running = 2, .results = 3, .waiters = 2}};
 };
 
 TEST_F(ActionsTest, KeepsTheResultOfAProgramThatHasEnded) {
@@ -106,6 +107,7 @@ TEST_F(ActionsTest, ForgetsWhoWaitedOnAConnectionThatIsClosed) {
   EXPECT_FALSE(_actions.resultFor(waiterOn(1001), 1).isKnown);
   EXPECT_FALSE(_actions.resultFor(waiterOn(1001, 7), 1).isKnown);
   _actions.forgetWaiters(7);
+  EXPECT_EQ(_counters[Counter::waitersForgotten], 1u);
   EXPECT_FALSE(_actions.resultFor(waiterOn(1003), 1).isKnown) << "there is room again";
   EXPECT_EQ(end(1, 0), (std::vector<Origin>{waiterOn(1001), waiterOn(1003)}));
 }
@@ -138,7 +140,10 @@ TEST_F(ActionsTest, ReplacesTheResultOfAnEarlierActionOfTheSameId) {
 }
 
 TEST_F(ActionsTest, KeepsOnlyTheLatestResults) {
-  for (const ZORA_Long id : {1, 2, 3, 1, 4}) start("missing", id);
+  for (const ZORA_Long id : {1, 2, 3, 1}) start("missing", id);
+  EXPECT_EQ(_counters[Counter::resultsForgotten], 0u);
+  start("missing", 4);
+  EXPECT_EQ(_counters[Counter::resultsForgotten], 1u);
   EXPECT_EQ(resultOf(2), DCH_STATUS_UNKNOWN_ACTION);
   for (const ZORA_Long id : {1, 3, 4}) EXPECT_EQ(resultOf(id), 127) << id;
 }

@@ -56,7 +56,8 @@ Core::Core(const Ports& ports, const ActionList& actionList, Counters& counters,
       _log(log),
       _publisher(_subscriptions, ports.rowsOut, counters, log),
       _snapshots(_registry, _publisher),
-      _actions(actionList, ports.programs, log) {}
+      _actions(actionList, ports.programs, counters, log),
+      _deferrals(counters) {}
 
 void Core::load() {
   _ports.store.load([this](Change&& change) {

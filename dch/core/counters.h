@@ -21,6 +21,9 @@ enum class Counter : std::size_t {
   answersDropped,
   answersIgnored,
   changesNotKept,
+  deferralsForgotten,
+  resultsForgotten,
+  waitersForgotten,
   brokenMessages,
   count
 };
@@ -42,6 +45,11 @@ inline constexpr CounterDescription counterDescriptions[] = {
     {Counter::answersDropped, "answers_dropped", "answers that could not be sent"},
     {Counter::answersIgnored, "answers_ignored", "datagrams that were answers themselves"},
     {Counter::changesNotKept, "changes_not_kept", "changes that the store did not keep"},
+    {Counter::deferralsForgotten, "deferrals_forgotten", "deferrals that newer ones pushed out"},
+    {Counter::resultsForgotten, "results_forgotten",
+     "results of actions that newer ones pushed out"},
+    {Counter::waitersForgotten, "waiters_forgotten",
+     "questions for a result whose connection closed before there was one"},
     {Counter::brokenMessages, "broken_messages", "what was no whole message on a connection"},
 };
 
@@ -56,9 +64,9 @@ static_assert(describesEveryCounter());
 // One thread adds, any thread reads.
 class Counters {
  public:
-  void add(Counter counter) {
+  void add(Counter counter, std::uint64_t number = 1) {
     std::atomic<std::uint64_t>& value = _values[static_cast<std::size_t>(counter)];
-    value.store(value.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+    value.store(value.load(std::memory_order_relaxed) + number, std::memory_order_relaxed);
   }
   std::uint64_t operator[](Counter counter) const {
     return _values[static_cast<std::size_t>(counter)].load(std::memory_order_relaxed);

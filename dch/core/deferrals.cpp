@@ -18,7 +18,9 @@ std::string Deferral::text() const {
 
 void Deferrals::add(std::list<Deferral>&& one) noexcept {
   _kept.splice(_kept.end(), one);
-  if (_kept.size() > _capacity) _kept.pop_front();
+  if (_kept.size() <= _capacity) return;
+  _kept.pop_front();
+  _counters.add(Counter::deferralsForgotten);
 }
 
 }  // namespace dch

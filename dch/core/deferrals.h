@@ -6,6 +6,7 @@
 #include <list>
 #include <string>
 
+#include "dch/core/counters.h"
 #include "zora/zora.h"
 
 namespace dch {
@@ -28,15 +29,18 @@ class Deferrals {
  public:
   static constexpr std::size_t defaultCapacity = 10'000;
 
-  explicit Deferrals(std::size_t capacity = defaultCapacity) : _capacity(capacity) {}
+  // The counters outlive it.
+  explicit Deferrals(Counters& counters, std::size_t capacity = defaultCapacity)
+      : _counters(counters), _capacity(capacity) {}
 
-  // Takes the one that is in the list.
+  // Takes the one that is in the list, and forgets the oldest one when there are too many.
   void add(std::list<Deferral>&& one) noexcept;
 
   // The oldest first.
   const std::list<Deferral>& kept() const { return _kept; }
 
  private:
+  Counters& _counters;
   const std::size_t _capacity;
   std::list<Deferral> _kept;
 };

@@ -15,11 +15,13 @@ TEST(DeferralsTest, TellOneOnALine) {
 }
 
 TEST(DeferralsTest, KeepTheLatestOnes) {
-  Deferrals deferrals(2);
+  Counters counters;
+  Deferrals deferrals(counters, 2);
   for (const ZORA_Long id : {1, 2, 3}) {
     Deferral deferral = sample;
     deferral.actionId = id;
     deferrals.add({deferral});
+    EXPECT_EQ(counters[Counter::deferralsForgotten], id < 3 ? 0u : 1u);
   }
   ASSERT_EQ(deferrals.kept().size(), 2u);
   EXPECT_EQ(deferrals.kept().front().actionId, 2);
