@@ -36,7 +36,7 @@ struct CounterDescription {
 
 // In the order of Counter.
 inline constexpr CounterDescription counterDescriptions[] = {
-    {Counter::rowsReceived, "rows_received", "rows that came in"},
+    {Counter::rowsReceived, "rows_received", "messages with the code of a row, good and bad ones"},
     {Counter::rowsKept, "rows_kept", "rows that were kept and acknowledged"},
     {Counter::pushed, "pushed", "rows and status events handed to the system for a subscriber"},
     {Counter::pushesLost, "pushes_lost", "rows and status events that a subscriber lost"},
@@ -44,7 +44,7 @@ inline constexpr CounterDescription counterDescriptions[] = {
     {Counter::subscriptionsRefused, "subscriptions_refused", "subscriptions without room for them"},
     {Counter::answersDropped, "answers_dropped", "answers that could not be sent"},
     {Counter::answersIgnored, "answers_ignored", "datagrams that were answers themselves"},
-    {Counter::changesNotKept, "changes_not_kept", "changes that the store did not keep"},
+    {Counter::changesNotKept, "changes_not_kept", "changes in order that could not be kept"},
     {Counter::deferralsForgotten, "deferrals_forgotten", "deferrals that newer ones pushed out"},
     {Counter::resultsForgotten, "results_forgotten",
      "results of actions that newer ones pushed out"},

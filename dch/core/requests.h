@@ -67,7 +67,9 @@ struct Postponed {
 };
 using Reply = std::variant<NoAnswer, Refusal, Result, ActionResult, Text, Waits, Postponed, Change>;
 
-// Reads and checks a request. Throws std::bad_alloc; nothing has changed then.
+// Reads and checks a request, and does what nobody keeps. Throws std::bad_alloc; then it is refused
+// and nothing has been done, but that a subscriber of status may be one without having been told
+// what is on line: it asks again when it hears nothing.
 using RequestHandler = Reply (*)(const RequestContext& context, Request* request);
 
 struct RequestType {
