@@ -37,7 +37,7 @@ class RequestCounts {
     return static_cast<std::size_t>(&type - requestTypes().data());
   }
 
-  std::array<ByStatus, 16> _counts{};  // room for the table of requests
+  std::array<ByStatus, mostRequestTypes> _counts{};
 };
 
 }  // namespace dch

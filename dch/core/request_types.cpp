@@ -1,4 +1,6 @@
 // The one table of requests.
+#include <limits>
+
 #include "dch/core/requests.h"
 #include "zordchcl/messages.h"
 
@@ -28,6 +30,8 @@ constexpr RequestType types[] = {
     {0, "unknown request", true, false, refuseUnknown},
 };
 
+static_assert(std::size(types) <= mostRequestTypes);
+
 constexpr bool isInTable(short code) {
   for (const RequestType& type : types)
     if (type.code == code) return true;
@@ -56,8 +60,10 @@ constexpr bool isRequestCode(short code) {
 }
 
 constexpr bool everyCodeHasARow() {
-  for (short code = 0x1000; code < 0x2100; ++code)
-    if (isRequestCode(code) && !isInTable(code)) return false;
+  using Codes = std::numeric_limits<short>;
+  for (int code = Codes::min(); code <= Codes::max(); ++code)
+    if (isRequestCode(static_cast<short>(code)) && !isInTable(static_cast<short>(code)))
+      return false;
   return true;
 }
 static_assert(everyCodeHasARow());

@@ -80,6 +80,9 @@ struct RequestType {
   RequestHandler handle;
 };
 
+// No more than there is room for in what is counted of each.
+constexpr std::size_t mostRequestTypes = 16;
+
 // All of them; the last one, without a code, stands for what is none of the others.
 std::span<const RequestType> requestTypes();
 const RequestType& requestTypeOf(short code);

@@ -13,6 +13,7 @@ namespace dch {
 // Largest message of one datagram, in bytes: clients read no more of one.
 constexpr std::size_t maxDatagramBytes = 8192;
 
+// Nothing throws: what cannot be noted for want of memory now is found another time.
 class RowsOut {
  public:
   virtual ~RowsOut() = default;

@@ -1,7 +1,6 @@
 #include "dch/core/status_snapshots.h"
 
 #include <iterator>
-#include <new>
 
 #include "dch/core/status_events.h"
 #include "zordchcl/messages.h"
@@ -13,13 +12,9 @@ void StatusSnapshots::start(const PeerAddress& subscriber) {
   if (!sendBatch(subscriber, &told->second)) _lastTold.erase(told);
 }
 
-void StatusSnapshots::advance() {
-  try {
-    for (auto told = _lastTold.begin(); told != _lastTold.end();)
-      told = sendBatch(told->first, &told->second) ? std::next(told) : _lastTold.erase(told);
-  } catch (const std::bad_alloc&) {
-    // They stay where they are until the next time.
-  }
+void StatusSnapshots::advance() noexcept {
+  for (auto told = _lastTold.begin(); told != _lastTold.end();)
+    told = sendBatch(told->first, &told->second) ? std::next(told) : _lastTold.erase(told);
 }
 
 // Returns whether there is more to tell.

@@ -26,7 +26,7 @@ class StatusSnapshots {
   void start(const PeerAddress& subscriber);
 
   // Sends the next batch to everyone who has not been told all. To be called a moment later.
-  void advance();
+  void advance() noexcept;
 
   bool areUnderWay() const { return !_lastTold.empty(); }
 

@@ -68,7 +68,8 @@ class RecordingPrograms : public Programs {
 class SlowStore : public Store {
  public:
   void append(Entry* entry, StoreClient* client) override {
-    waiting.push_back({std::move(*entry), client});
+    waiting.emplace_back();
+    waiting.back() = {std::move(*entry), client};
   }
   void load(const std::function<void(Change&&)>&) override {}
 
