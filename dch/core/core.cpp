@@ -203,8 +203,9 @@ void Core::conclude(Entry&& entry, bool kept) noexcept {
     std::visit([&](auto& change) { apply(std::move(change), std::move(entry)); }, entry.change);
   else
     abandon(entry, "the store did not keep it");
-  _postponed.resume(entry.claim.application,
-                    [this](const Message& message) { return receiveAgain(message); });
+  if (!entry.claim.application.empty())
+    _postponed.resume(entry.claim.application,
+                      [this](const Message& message) { return receiveAgain(message); });
 }
 
 void Core::abandon(const Entry& entry, std::string_view reason) {
