@@ -21,9 +21,8 @@ void openSocket(ZOR0_SocketKind kind, ZOR0_SocketFlag flag, PortChoice* choice,
   const bool isStream = kind == SOCK_KIND_TCP;
   int* const descriptor = isStream ? &choice->streamSocket : &choice->datagramSocket;
   steps.aboutToOpen();
-  *descriptor =
-      ZOR0_OpenLocalSocket(kind, htons(static_cast<unsigned short>(choice->port)), &choice->address,
-                           flag, isStream ? &choice->streamError : &choice->datagramError);
+  *descriptor = steps.open(kind, static_cast<unsigned short>(choice->port), flag, &choice->address,
+                           isStream ? &choice->streamError : &choice->datagramError);
   steps.opened(kind, *descriptor, *choice);
 }
 
@@ -70,6 +69,11 @@ PortRule readPortRule(unsigned short configuredPort) {
 
 bool PortChoice::isInUse() const {
   return datagramError == EADDRINUSE && streamError == EADDRINUSE;
+}
+
+int PortChoiceSteps::open(ZOR0_SocketKind kind, unsigned short port, ZOR0_SocketFlag flag,
+                          sockaddr_in* address, int* error) {
+  return ZOR0_OpenLocalSocket(kind, htons(port), address, flag, error);
 }
 
 void PortChoiceSteps::failed(const PortChoice& choice) {

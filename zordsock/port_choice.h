@@ -65,6 +65,10 @@ class PortChoiceSteps {
   // Before the first candidate: product setting 23, or 0.
   virtual void readOffset(int) {}
   virtual void aboutToOpen() {}
+  // Opens and binds a socket, as ZOR0_OpenLocalSocket does, which is called unless this is
+  // overridden.
+  virtual int open(ZOR0_SocketKind kind, unsigned short port, ZOR0_SocketFlag flag,
+                   sockaddr_in* address, int* error);
   // A socket is bound to `choice.address`, or could not be: then `descriptor` is -1.
   virtual void opened(ZOR0_SocketKind, [[maybe_unused]] int descriptor, const PortChoice&) {}
   // A port that could not be had with both kinds. Closes the socket that could.
@@ -74,7 +78,7 @@ class PortChoiceSteps {
   ~PortChoiceSteps() = default;
 };
 
-// Binds both sockets as ZOR0_OpenLocalSocket does, those of candidates with ZOR0_SOCKET_REUSE.
+// Opens both sockets, those of candidates with ZOR0_SOCKET_REUSE.
 // Returns the port that was had; the sockets are the caller's. When there was none, it is the last
 // one that was tried, if any, and not bound.
 PortChoice choosePort(const PortRule& rule, PortChoiceSteps& steps);
