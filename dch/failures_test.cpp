@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "dch/child_programs.h"
-#include "dch/event_log.h"
-#include "dch/push_socket.h"
+#include "dch/core/log.h"
+#include "dch/net/child_programs.h"
+#include "dch/net/push_socket.h"
 #include "dch/testkit/clients.h"
 #include "tests/support/failing_calls.h"
 #include "tests/support/wait_until.h"

@@ -91,8 +91,8 @@ TEST_F(ZordchdHostileTest, RefusesLengthWordsThatAreWrong) {
 
 TEST_F(ZordchdHostileTest, RefusesADatagramThatIsCutOnReceipt) {
   std::string text = "appl:HOSTMON,HMN;group:load;";
-  for (int i = 0; i < 300; ++i) text += "attr:attribute" + std::to_string(i) + ",N,4;";
-  ASSERT_GT(text.size(), 4096u);
+  for (int i = 0; i < 500; ++i) text += "attr:attribute" + std::to_string(i) + ",N,4;";
+  ASSERT_GT(text.size(), 8192u);
   expectMalformed(registerMessage(text));
 }
 

@@ -205,6 +205,22 @@ Seeds streamSeeds() {
   return seeds;
 }
 
+// As fuzz/stream_framer.cpp takes them: short pieces, each with its length in front.
+Seeds framerSeeds() {
+  Seeds seeds;
+  std::string all;
+  for (const std::string& request : requests()) all += request;
+  for (const std::size_t size : {1u, 3u, 4u, 100u, 255u}) {
+    std::string pieces;
+    for (std::size_t start = 0; start < all.size(); start += size) {
+      const std::string bytes = all.substr(start, size);
+      pieces += byte(static_cast<unsigned>(bytes.size())) + bytes;
+    }
+    seeds.push_back(pieces);
+  }
+  return seeds;
+}
+
 // ---- Texts -------------------------------------------------------------------------------------
 
 Seeds settingsSeeds() {
@@ -298,6 +314,7 @@ std::map<std::string, Target> targets() {
         words}},
       {"server_datagrams", {datagramSeeds(), words}},
       {"server_stream", {streamSeeds(), words}},
+      {"stream_framer", {framerSeeds(), {std::string("\0\0\0\4", 4), std::string("\0\0\1\54", 4)}}},
       {"registration",
        {{hostmonRegistration, commentedRegistration},
         {"appl:", "type:", "help:", "group:", "attr:", "SOCK;", ",D,16;", ",N,4,", "4096", ",T,"}}},

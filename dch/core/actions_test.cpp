@@ -3,7 +3,7 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
-#include "dch/event_log.h"
+#include "dch/testkit/error_log.h"
 #include "dch/testkit/recording_ports.h"
 #include "zordchcl/status.h"
 
@@ -40,7 +40,7 @@ class ActionsTest : public ::testing::Test {
   bool runs(ZORA_Long id) { return !_actions.resultFor(waiterOn(9), id).isKnown; }
 
   const ActionList _list{{"program", {"/bin/program"}}, {"missing", {"/nowhere/program"}}};
-  const EventLog _log{false};
+  const testkit::ErrorLog _log{false};
   testkit::RecordingPrograms _programs;
   Counters _counters;
   Actions _actions{_list, _programs, _counters, _log, {.running = 2, .results = 3, .waiters = 2}};

@@ -15,7 +15,7 @@ constexpr char noMemory[] = "no memory";
 constexpr std::size_t longestStatusBytes = 32;
 
 bool lengthWordIsRight(const Message& message) {
-  return message.bytes.size() >= ZOR0_LENGTH_WORD_SIZE &&
+  return message.isWhole && message.bytes.size() >= ZOR0_LENGTH_WORD_SIZE &&
          ZOR0_MessageLength(message.bytes.data()) == message.bytes.size();
 }
 

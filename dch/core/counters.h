@@ -25,6 +25,13 @@ enum class Counter : std::size_t {
   resultsForgotten,
   waitersForgotten,
   brokenMessages,
+  datagramsThrownAway,
+  emptyDatagrams,
+  longAnswersGivenUp,
+  connectionsRefused,
+  acceptFailures,
+  stalledConnections,
+  logLinesDropped,
   count
 };
 
@@ -51,6 +58,15 @@ inline constexpr CounterDescription counterDescriptions[] = {
     {Counter::waitersForgotten, "waiters_forgotten",
      "questions for a result whose connection closed before there was one"},
     {Counter::brokenMessages, "broken_messages", "what was no whole message on a connection"},
+    {Counter::datagramsThrownAway, "datagrams_thrown_away",
+     "datagrams for which the system had no room"},
+    {Counter::emptyDatagrams, "empty_datagrams", "datagrams without a byte"},
+    {Counter::longAnswersGivenUp, "long_answers_given_up",
+     "answers of several datagrams whose client asked something else meanwhile"},
+    {Counter::connectionsRefused, "connections_refused", "connections without room for them"},
+    {Counter::acceptFailures, "accept_failures", "times that the system could not accept"},
+    {Counter::stalledConnections, "stalled_connections", "connections ended as they stood still"},
+    {Counter::logLinesDropped, "log_lines_dropped", "lines that the log could not take"},
 };
 
 constexpr bool describesEveryCounter() {

@@ -17,6 +17,9 @@ using Time = std::int64_t;
 struct Origin {
   PeerAddress peer;
   std::uint64_t connection = 0;  // serial number of the stream connection, 0 for a datagram
+  // The machine's address that a datagram was sent to, in network order; 0 where there is no
+  // choice.
+  std::uint32_t localAddress = 0;
 
   bool isDatagram() const { return connection == 0; }
   bool operator==(const Origin&) const = default;
@@ -26,6 +29,7 @@ struct Message {
   std::string_view bytes;  // as they came; the length word may say something else
   Origin origin;
   Time receivedAt = 0;
+  bool isWhole = true;  // else it was longer
 };
 
 }  // namespace dch

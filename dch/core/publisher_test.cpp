@@ -3,9 +3,9 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
-#include "dch/event_log.h"
-#include "dch/push_socket.h"
+#include "dch/net/push_socket.h"
 #include "dch/testkit/clients.h"
+#include "dch/testkit/error_log.h"
 #include "tests/support/wait_until.h"
 
 namespace dch {
@@ -45,7 +45,7 @@ class PublisherTest : public ::testing::Test {
     return PeerAddress(address);
   }
 
-  const EventLog _log{true};
+  const testkit::ErrorLog _log{true};
   PushSocket _socket{in_addr{htonl(INADDR_LOOPBACK)}};
   Subscriptions _subscriptions;
   Counters _counters;

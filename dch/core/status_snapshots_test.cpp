@@ -4,7 +4,7 @@
 
 #include "dch/core/registry.h"
 #include "dch/core/status_events.h"
-#include "dch/event_log.h"
+#include "dch/testkit/error_log.h"
 #include "dch/testkit/messages.h"
 #include "dch/testkit/recording_ports.h"
 #include "dch/testkit/registry_changes.h"
@@ -29,7 +29,7 @@ class StatusSnapshotsTest : public ::testing::Test {
     EXPECT_EQ(told, expected);
   }
 
-  const EventLog _log{false};
+  const testkit::ErrorLog _log{false};
   testkit::RecordingRowsOut _rowsOut;
   Counters _counters;
   Subscriptions _subscriptions;

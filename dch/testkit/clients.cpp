@@ -1,11 +1,12 @@
 #include "dch/testkit/clients.h"
 
-#include "dch/free_port.h"
+#include "dch/net/port.h"
 
 namespace dch::testkit {
 
 int portToLeave() {
-  return findFreePort({htonl(INADDR_LOOPBACK)});
+  constexpr int anyFree = 0;
+  return ntohs(openPort({htonl(INADDR_LOOPBACK)}, anyFree).address.port);
 }
 
 }  // namespace dch::testkit

@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "dch/core/core.h"
-#include "dch/event_log.h"
 #include "dch/store/memory_store.h"
+#include "dch/testkit/error_log.h"
 #include "dch/testkit/messages.h"
 #include "dch/testkit/recording_ports.h"
 
@@ -113,7 +113,7 @@ class CoreTest : public ::testing::Test {
     return !takePushed().empty();
   }
 
-  const EventLog _log{false};
+  const testkit::ErrorLog _log{false};
   Counters _counters;
   testkit::RecordingAnswers _answers;
   testkit::RecordingRowsOut _rowsOut;

@@ -7,8 +7,8 @@
 #include <utility>
 
 #include "dch/core/core.h"
-#include "dch/event_log.h"
 #include "dch/store/memory_store.h"
+#include "dch/testkit/error_log.h"
 #include "dch/testkit/messages.h"
 #include "tests/faults/scenario.h"
 #include "tests/support/sockets.h"
@@ -155,7 +155,7 @@ class World {
   }
 
   const DatagramSocket _client;
-  const dch::EventLog _log{false};
+  const dch::testkit::ErrorLog _log{false};
   dch::Counters _counters;
   LastAnswer _answer;
   CountingRowsOut _rowsOut;

@@ -1,0 +1,94 @@
+#include "dch/net/channel.h"
+
+#include <new>
+#include <utility>
+
+#include "dch/net/clock.h"
+
+namespace dch {
+
+Channel::Channel(EventLoop& loop, ServedPort&& port, const StreamLimits& limits, Store& store,
+                 const ActionList& actionList, Counters& counters, const Log& log)
+    : _counters(counters),
+      _log(log),
+      _datagrams(
+          loop, std::move(port.datagramSockets),
+          [this](std::span<const Message> datagrams) { receive(datagrams); }, [this] { finish(); },
+          counters),
+      _answers(_datagrams.descriptor(), counters, log),
+      _pacedAnswers(
+          loop,
+          [this](const Origin& receiver, std::string_view datagram) {
+            _answers.add(receiver, datagram);
+            _answers.flush();
+          },
+          counters, log),
+      _streams(loop, std::move(port.listener), limits, *this, counters, log),
+      _pushSocket(in_addr{port.address.address}),
+      _timer(loop,
+             [this] {
+               _core.timeIsUp();
+               finish();
+             }),
+      _core({*this, _pushSocket, store, _timer, _programs}, actionList, counters, log) {
+  _core.load();
+}
+
+void Channel::start() {
+  _datagrams.start();
+  _streams.start();
+}
+
+void Channel::collectPrograms() {
+  _programs.collect(
+      [this](ZORA_Long id, ZORA_Long result) { _core.programEnded(id, result, now()); });
+  finish();
+}
+
+void Channel::tick() noexcept {
+  _streams.endStalled(StreamConnection::Clock::now());
+  finish();
+}
+
+void Channel::drain() {
+  _datagrams.drain();
+  _streams.drain();
+  finish();
+}
+
+void Channel::CoreTimer::start() {
+  // Long enough for a client on a busy machine to read a batch of events.
+  _alarm.set(std::chrono::milliseconds(100));
+}
+
+void Channel::receive(std::span<const Message> datagrams) {
+  for (const Message& each : datagrams) {
+    // It waits for no earlier answer any more.
+    _pacedAnswers.giveUp(each.origin.peer);
+    _core.receive(each);
+  }
+}
+
+void Channel::send(const Origin& receiver, std::string_view message) noexcept {
+  if (!receiver.isDatagram())
+    _streams.send(receiver, message);
+  else if (message.size() <= maxDatagramBytes)
+    _answers.add(receiver, message);
+  else if (!sendLong(receiver, message))
+    countDroppedAnswer(receiver, _counters, _log);
+}
+
+bool Channel::sendLong(const Origin& receiver, std::string_view message) noexcept {
+  try {
+    return _pacedAnswers.send(receiver, message);
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+}
+
+void Channel::finish() noexcept {
+  _streams.removeEnded();
+  _answers.flush();
+}
+
+}  // namespace dch

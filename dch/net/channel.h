@@ -1,0 +1,80 @@
+// channel.h: the server's side of the data channel: the core, with carriers around it.
+#ifndef DCH_NET_CHANNEL_H
+#define DCH_NET_CHANNEL_H
+
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "dch/core/core.h"
+#include "dch/net/alarm.h"
+#include "dch/net/answer_batch.h"
+#include "dch/net/child_programs.h"
+#include "dch/net/datagram_port.h"
+#include "dch/net/paced_answers.h"
+#include "dch/net/port.h"
+#include "dch/net/push_socket.h"
+#include "dch/net/stream_port.h"
+
+namespace dch {
+
+// One thread, the loop's. What is passed in outlives it.
+class Channel : private Answers, private StreamClient {
+ public:
+  // Takes up what the store has. Throws std::runtime_error or std::bad_alloc.
+  Channel(EventLoop& loop, ServedPort&& port, const StreamLimits& limits, Store& store,
+          const ActionList& actionList, Counters& counters, const Log& log);
+
+  // From now on clients are served.
+  void start();
+
+  // To be called when a program has ended.
+  void collectPrograms();
+
+  // To be called every second or so.
+  void tick() noexcept;
+
+  // Does and answers what has come in already.
+  void drain();
+
+  // Lines for the operator who asks. Throws std::bad_alloc.
+  std::string report() const { return _core.report(); }
+
+ private:
+  // Wakes the core.
+  class CoreTimer : public Timer {
+   public:
+    CoreTimer(EventLoop& loop, std::function<void()> timeIsUp)
+        : _alarm(loop, std::move(timeIsUp)) {}
+    void start() override;
+
+   private:
+    Alarm _alarm;
+  };
+
+  void receive(std::span<const Message> datagrams);
+  void send(const Origin& receiver, std::string_view message) noexcept override;
+  bool sendLong(const Origin& receiver, std::string_view message) noexcept;
+
+  void received(const Message& message) override { _core.receive(message); }
+  void receivedBroken(const Origin& origin) override { _core.receiveBroken(origin); }
+  void closed(const Origin& origin) override { _core.connectionClosed(origin); }
+  void worked() override { finish(); }
+
+  void finish() noexcept;
+
+  Counters& _counters;
+  const Log& _log;
+  DatagramPort _datagrams;
+  AnswerBatch _answers;
+  PacedAnswers _pacedAnswers;
+  StreamPort _streams;
+  PushSocket _pushSocket;
+  CoreTimer _timer;
+  ChildPrograms _programs;
+  Core _core;
+};
+
+}  // namespace dch
+
+#endif  // DCH_NET_CHANNEL_H

@@ -1,0 +1,128 @@
+#include "dch/net/datagram_port.h"
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+
+#include <list>
+#include <optional>
+
+#include "dch/net/answer_batch.h"
+#include "dch/net/port.h"
+#include "dch/net/socket_option.h"
+#include "dch/testkit/clients.h"
+#include "dch/testkit/error_log.h"
+#include "dch/testkit/loop_thread.h"
+
+namespace dch {
+namespace {
+
+using testkit::UdpClient;
+
+// Answers each datagram with what it was; a text in front tells of one that is not whole.
+class DatagramPortTest : public ::testing::Test {
+ protected:
+  explicit DatagramPortTest(in_addr_t address = INADDR_LOOPBACK)
+      : _served(openPort({htonl(address)}, 0)),
+        _port(
+            _loop, std::move(_served.datagramSockets),
+            [this](std::span<const Message> messages) { answer(messages); },
+            [this] { _answers.flush(); }, _counters),
+        _answers(_port.descriptor(), _counters, _log) {
+    _port.start();
+    _thread.emplace(_loop);
+  }
+
+  void answer(std::span<const Message> messages) {
+    for (const Message& each : messages) {
+      if (each.isWhole)
+        _answers.add(each.origin, each.bytes);
+      else
+        _answers.add(each.origin, "cut to " + std::to_string(each.bytes.size()));
+    }
+  }
+
+  int port() const { return ntohs(_served.address.port); }
+
+  EventLoop _loop;
+  Counters _counters;
+  const testkit::ErrorLog _log{false};
+  ServedPort _served;
+  DatagramPort _port;
+  AnswerBatch _answers;
+  std::optional<testkit::LoopThread> _thread;
+};
+
+TEST_F(DatagramPortTest, TellsWhatCameAndFromWhom) {
+  std::list<UdpClient> clients;
+  for (int i = 0; i < 50; ++i) clients.emplace_back(port()).send("datagram " + std::to_string(i));
+  int i = 0;
+  for (UdpClient& each : clients) EXPECT_EQ(each.receive(), "datagram " + std::to_string(i++));
+}
+
+TEST_F(DatagramPortTest, KeepsTheOrderOfAClient) {
+  UdpClient client(port());
+  for (int i = 0; i < 100; ++i) client.send(std::to_string(i));
+  for (int i = 0; i < 100; ++i) EXPECT_EQ(client.receive(), std::to_string(i));
+}
+
+TEST_F(DatagramPortTest, HandlesABurstOfOneClientInItsOrder) {
+  UdpClient client(port());
+  constexpr int bursts = 20, datagrams = 200;
+  for (int burst = 0; burst < bursts; ++burst) {
+    for (int i = 0; i < datagrams; ++i) client.send(std::to_string(burst * datagrams + i));
+    for (int i = 0; i < datagrams; ++i)
+      ASSERT_EQ(client.receive(), std::to_string(burst * datagrams + i));
+  }
+}
+
+TEST_F(DatagramPortTest, TakesDatagramsUpToTheLargestSize) {
+  UdpClient client(port());
+  const std::string largest(maxDatagramBytes, 'x');
+  EXPECT_EQ(client.ask(largest), largest);
+  EXPECT_EQ(client.ask(largest + "x"), "cut to 8192");
+  EXPECT_EQ(client.ask(std::string(60'000, 'x')), "cut to 8192");
+}
+
+TEST_F(DatagramPortTest, CountsEmptyDatagramsAndLeavesThemOut) {
+  UdpClient client(port());
+  client.send("");
+  EXPECT_EQ(client.ask("next"), "next");
+  EXPECT_EQ(_thread->call([&] { return _counters[Counter::emptyDatagrams]; }), 1u);
+}
+
+TEST_F(DatagramPortTest, CountsWhatTheSystemThrewAway) {
+  UdpClient client(port());
+  _thread->call([&] {
+    // Nothing is received meanwhile.
+    const std::string large(8'000, 'x');
+    for (int i = 0; i < 3'000; ++i) client.send(large);
+  });
+  // The system tells with the datagrams that it could keep.
+  EXPECT_EQ(client.receive(), std::string(8'000, 'x'));
+  while (client.ask("next") != "next") {
+  }
+  const std::uint64_t thrownAway =
+      _thread->call([&] { return _counters[Counter::datagramsThrownAway]; });
+  EXPECT_GT(thrownAway, 0u);
+  EXPECT_LT(thrownAway, 3'000u);
+}
+
+class AnyAddressTest : public DatagramPortTest {
+ protected:
+  AnyAddressTest() : DatagramPortTest(INADDR_ANY) {}
+};
+
+TEST_F(AnyAddressTest, AnswersFromTheAddressThatWasAsked) {
+  const DatagramSocket client;
+  for (const char* text : {"127.0.0.1", "127.0.0.2", "127.1.2.3"}) {
+    sockaddr_in asked = loopbackAddress(port());
+    inet_pton(AF_INET, text, &asked.sin_addr);
+    client.sendTo(asked, text);
+    sockaddr_in answering{};
+    EXPECT_EQ(client.tryReceive(longestWaitMilliseconds, &answering), text);
+    EXPECT_EQ(answering.sin_addr.s_addr, asked.sin_addr.s_addr) << text;
+  }
+}
+
+}  // namespace
+}  // namespace dch

@@ -1,0 +1,120 @@
+#include "dch/net/event_loop.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "dch/net/alarm.h"
+#include "dch/net/signals.h"
+#include "dch/net/watched_socket.h"
+#include "tests/support/sockets.h"
+
+namespace dch {
+namespace {
+
+using std::chrono::milliseconds;
+
+// A socket that something can be read from.
+Descriptor readableSocket() {
+  const DatagramSocket socket;
+  socket.sendTo(socket.port(), "something");
+  return Descriptor(dup(socket.descriptor()));
+}
+
+TEST(EventLoopTest, CallsWhatWasPostedInItsOrder) {
+  EventLoop loop;
+  std::vector<int> calls;
+  for (int i = 0; i < 3; ++i) loop.post([&calls, i] { calls.push_back(i); });
+  loop.post([&] { loop.stop(); });
+  loop.run();
+  EXPECT_EQ(calls, (std::vector<int>{0, 1, 2}));
+}
+
+TEST(AlarmTest, CallsOnceWhenItsTimeHasCome) {
+  EventLoop loop;
+  int calls = 0;
+  const auto start = Alarm::Clock::now();
+  Alarm alarm(loop, [&] { ++calls; }), end(loop, [&] { loop.stop(); });
+  alarm.set(milliseconds(20));
+  EXPECT_TRUE(alarm.isSet());
+  end.set(milliseconds(40));
+  loop.run();
+  EXPECT_EQ(calls, 1);
+  EXPECT_FALSE(alarm.isSet());
+  EXPECT_GE(Alarm::Clock::now() - start, milliseconds(40));
+}
+
+TEST(AlarmTest, DoesNotCallWhenItIsGone) {
+  EventLoop loop;
+  auto alarm = std::make_unique<Alarm>(loop, [] { FAIL(); });
+  Alarm end(loop, [&] { loop.stop(); });
+  alarm->set(milliseconds(1));
+  end.set(milliseconds(2));
+  alarm.reset();
+  loop.run();
+}
+
+TEST(SignalsTest, CallsForEachSignal) {
+  EventLoop loop;
+  std::vector<int> signals;
+  const Signals watched(loop, {SIGUSR1, SIGUSR2}, [&](int signal) {
+    signals.push_back(signal);
+    if (signal == SIGUSR2) loop.stop();
+    raise(SIGUSR2);
+  });
+  raise(SIGUSR1);
+  loop.run();
+  EXPECT_EQ(signals, (std::vector<int>{SIGUSR1, SIGUSR2}));
+}
+
+TEST(WatchedSocketTest, CallsOnceForEachWait) {
+  EventLoop loop;
+  int calls = 0;
+  std::optional<WatchedSocket> watched;
+  watched.emplace(loop, readableSocket(), [&] {
+    if (++calls < 3)
+      watched->waitUntilReadable();  // nobody has read: it is still readable
+    else
+      loop.post([&] { loop.stop(); });
+  });
+  watched->waitUntilReadable();
+  watched->waitUntilReadable();
+  loop.run();
+  EXPECT_EQ(calls, 3);
+}
+
+TEST(WatchedSocketTest, MayGoInItsOwnCall) {
+  EventLoop loop;
+  std::optional<WatchedSocket> watched;
+  watched.emplace(loop, readableSocket(), [&] {
+    watched.reset();
+    loop.stop();
+  });
+  watched->waitUntilReadable();
+  loop.run();
+  EXPECT_FALSE(watched.has_value());
+}
+
+TEST(WatchedSocketTest, IsNotCalledWhenAnotherOnesCallEndsIt) {
+  EventLoop loop;
+  std::optional<WatchedSocket> first, second;
+  int calls = 0;
+  const auto endBoth = [&] {
+    ++calls;
+    first.reset();
+    second.reset();
+    loop.post([&] { loop.stop(); });
+  };
+  first.emplace(loop, readableSocket(), endBoth);
+  second.emplace(loop, readableSocket(), endBoth);
+  first->waitUntilReadable();
+  second->waitUntilReadable();
+  loop.run();
+  EXPECT_EQ(calls, 1);
+}
+
+}  // namespace
+}  // namespace dch

@@ -1,0 +1,31 @@
+// port.h: the server's port.
+#ifndef DCH_NET_PORT_H
+#define DCH_NET_PORT_H
+
+#include <netinet/in.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "dch/core/peer_address.h"
+#include "dch/net/descriptor.h"
+
+namespace dch {
+
+// Sockets that serve one address and port.
+struct ServedPort {
+  PeerAddress address;
+  std::vector<Descriptor> datagramSockets;  // at least one; the system divides clients among them
+  Descriptor listener;
+};
+
+// Opens the sockets of `port`; 0 stands for any free one, and nothing for the one that this
+// process's settings choose. A candidate port that was chosen is written into the product settings,
+// where clients find it. A port that connections of an earlier server hold is served; one that
+// another server has is not. Throws std::runtime_error, which says what cannot be had and why.
+ServedPort openPort(in_addr address, std::optional<int> port);
+
+}  // namespace dch
+
+#endif  // DCH_NET_PORT_H

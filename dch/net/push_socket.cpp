@@ -1,0 +1,95 @@
+#include "dch/net/push_socket.h"
+
+#include <linux/errqueue.h>
+#include <netinet/ip.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <cstring>
+#include <new>
+#include <string>
+
+#include "dch/net/socket_option.h"
+#include "suite/sockets.h"
+
+namespace dch {
+
+namespace {
+
+void bindTo(int descriptor, in_addr address) {
+  sockaddr_in local{};
+  local.sin_family = AF_INET;
+  local.sin_addr = address;
+  // With this the system keeps the errors that come back for a datagram, and for whom it was.
+  setOption(descriptor, IPPROTO_IP, IP_RECVERR, 1);
+  if (bind(descriptor, reinterpret_cast<const sockaddr*>(&local), sizeof local) != 0)
+    throwSystemError(std::string("cannot bind a socket to ") + PeerAddress(local).text().data());
+}
+
+// The next datagram that came back with an error: who it was for, and the error number.
+bool nextError(int descriptor, PeerAddress* receiver, int* error) {
+  sockaddr_in address{};
+  alignas(cmsghdr) char control[512];
+  msghdr header{};
+  header.msg_name = &address;
+  header.msg_namelen = sizeof address;
+  header.msg_control = control;
+  header.msg_controllen = sizeof control;
+  if (recvmsg(descriptor, &header, MSG_ERRQUEUE | MSG_DONTWAIT) < 0) return false;
+  *receiver = PeerAddress(address);
+  *error = 0;
+  for (cmsghdr* item = CMSG_FIRSTHDR(&header); item != nullptr; item = CMSG_NXTHDR(&header, item)) {
+    if (item->cmsg_level != IPPROTO_IP || item->cmsg_type != IP_RECVERR) continue;
+    sock_extended_err details;
+    std::memcpy(&details, CMSG_DATA(item), sizeof details);
+    *error = static_cast<int>(details.ee_errno);
+  }
+  return true;
+}
+
+}  // namespace
+
+PushSocket::PushSocket(in_addr address)
+    : _descriptor(socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)) {
+  if (!_descriptor.isOpen()) throwSystemError("cannot open the push socket");
+  bindTo(_descriptor.get(), address);
+}
+
+bool PushSocket::push(std::string_view message, const PeerAddress& receiver) {
+  const sockaddr_in address = receiver.socketAddress();
+  if (trySend(message, address)) return true;
+  if (errno == EAGAIN || errno == EWOULDBLOCK || errno == ENOBUFS) return false;
+  // The error may be that of an earlier datagram to someone else: the system reports it on the next
+  // call, whatever that is for.
+  collectGone();
+  return trySend(message, address);
+}
+
+void PushSocket::takeGone(std::vector<PeerAddress>* gone) {
+  collectGone();
+  gone->swap(_gone);
+}
+
+void PushSocket::collectGone() {
+  PeerAddress receiver;
+  int error;
+  while (nextError(_descriptor.get(), &receiver, &error)) {
+    if (error != ECONNREFUSED) continue;
+    try {
+      _gone.push_back(receiver);
+    } catch (const std::bad_alloc&) {
+      // To throw would cost everybody the server.
+    }
+  }
+}
+
+std::uint16_t PushSocket::port() const {
+  return ZOR0_RetrieveSockPort(_descriptor.get());
+}
+
+bool PushSocket::trySend(std::string_view message, const sockaddr_in& to) {
+  return sendto(_descriptor.get(), message.data(), message.size(), MSG_DONTWAIT,
+                reinterpret_cast<const sockaddr*>(&to), sizeof to) >= 0;
+}
+
+}  // namespace dch

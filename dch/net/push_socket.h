@@ -1,0 +1,43 @@
+// push_socket.h: a socket that pushes rows to subscribers.
+#ifndef DCH_NET_PUSH_SOCKET_H
+#define DCH_NET_PUSH_SOCKET_H
+
+#include <netinet/in.h>
+
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+#include "dch/core/rows_out.h"
+#include "dch/net/descriptor.h"
+
+namespace dch {
+
+// A datagram socket that never blocks, apart from the server's own: what subscribers do to it holds
+// up no request. One thread.
+class PushSocket : public RowsOut {
+ public:
+  // Binds to a free port of `address`. Throws std::system_error.
+  explicit PushSocket(in_addr address);
+  PushSocket(const PushSocket&) = delete;
+  PushSocket& operator=(const PushSocket&) = delete;
+
+  bool push(std::string_view message, const PeerAddress& receiver) override;
+
+  // One for whom there is no memory is found again after the next datagram to it.
+  void takeGone(std::vector<PeerAddress>* gone) override;
+
+  // The local port, in host order.
+  std::uint16_t port() const;
+
+ private:
+  bool trySend(std::string_view message, const sockaddr_in& to);
+  void collectGone();
+
+  const Descriptor _descriptor;
+  std::vector<PeerAddress> _gone;
+};
+
+}  // namespace dch
+
+#endif  // DCH_NET_PUSH_SOCKET_H

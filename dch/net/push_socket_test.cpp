@@ -1,0 +1,95 @@
+#include "dch/net/push_socket.h"
+
+#include <arpa/inet.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <memory>
+#include <system_error>
+
+#include "dch/testkit/clients.h"
+#include "suite/zor0.h"
+#include "tests/support/wait_until.h"
+
+namespace dch {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using testkit::noServer;
+using testkit::UdpClient;
+
+const in_addr loopbackAddress{htonl(INADDR_LOOPBACK)};
+
+PeerAddress goneClient() {
+  return UdpClient(noServer, testkit::portToLeave()).address();
+}
+
+// The system says so a moment after a datagram was sent, or at once.
+void collectUntilOneIsGone(PushSocket& socket, std::vector<PeerAddress>* gone) {
+  EXPECT_TRUE(waitUntil([&] {
+    socket.takeGone(gone);
+    return !gone->empty();
+  }));
+}
+
+std::vector<PeerAddress> goneOf(PushSocket& socket) {
+  std::vector<PeerAddress> gone;
+  socket.takeGone(&gone);
+  return gone;
+}
+
+PeerAddress broadcastAddress() {
+  sockaddr_in address{};
+  address.sin_addr.s_addr = htonl(INADDR_BROADCAST);
+  address.sin_port = htons(9);
+  return PeerAddress(address);
+}
+
+TEST(PushSocketTest, SendsTheMessageAsItIsFromAPortOfItsOwn) {
+  PushSocket socket(loopbackAddress);
+  UdpClient receiver(noServer);
+  const std::string message(maxDatagramBytes, 'x');
+  EXPECT_TRUE(socket.push(message, receiver.address()));
+  EXPECT_EQ(receiver.receive(), message);
+  EXPECT_GT(socket.port(), 0);
+  EXPECT_THAT(goneOf(socket), IsEmpty());
+}
+
+TEST(PushSocketTest, TellsWhoIsGone) {
+  PushSocket socket(loopbackAddress);
+  const PeerAddress missing = goneClient();
+  std::vector<PeerAddress> gone;
+  EXPECT_TRUE(socket.push("row", missing));
+  collectUntilOneIsGone(socket, &gone);
+  EXPECT_THAT(gone, ElementsAre(missing));
+}
+
+TEST(PushSocketTest, DoesNotLetTheNextReceiverLoseARowBecauseTheLastOneIsGone) {
+  PushSocket socket(loopbackAddress);
+  const PeerAddress missing = goneClient();
+  UdpClient receiver(noServer);
+  std::vector<PeerAddress> gone;
+  socket.push("row", missing);
+  EXPECT_TRUE(socket.push("row", receiver.address()));
+  EXPECT_EQ(receiver.receive(), "row");
+  collectUntilOneIsGone(socket, &gone);
+  EXPECT_THAT(gone, ElementsAre(missing));
+}
+
+TEST(PushSocketTest, SaysWhenADatagramCannotBeSent) {
+  PushSocket socket(loopbackAddress);
+  EXPECT_FALSE(socket.push("row", broadcastAddress()));
+  EXPECT_THAT(goneOf(socket), IsEmpty());
+}
+
+TEST(PushSocketTest, RefusesAnAddressThatThisMachineDoesNotHave) {
+  in_addr documentation;
+  inet_pton(AF_INET, "192.0.2.1", &documentation);
+  EXPECT_THROW(PushSocket{documentation}, std::system_error);
+}
+
+}  // namespace
+}  // namespace dch

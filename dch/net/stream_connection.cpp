@@ -1,0 +1,121 @@
+#include "dch/net/stream_connection.h"
+
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <new>
+#include <utility>
+
+#include "dch/net/clock.h"
+
+namespace dch {
+
+StreamConnection::StreamConnection(EventLoop& loop, Descriptor socket, const Origin& origin,
+                                   std::size_t longest, std::span<char> buffer,
+                                   ConnectionOwner& owner)
+    : _origin(origin),
+      _buffer(buffer),
+      _owner(owner),
+      _socket(
+          loop, std::move(socket),
+          [this] {
+            receive();
+            _owner.worked(*this);
+          },
+          [this] {
+            sendRest();
+            _owner.worked(*this);
+          }),
+      _framer(longest) {}
+
+void StreamConnection::waitForMore() {
+  if (hasEnded()) return;
+  if (hasUnsent())
+    _socket.waitUntilWritable();
+  else
+    _socket.waitUntilReadable();
+}
+
+void StreamConnection::drain() {
+  while (!hasEnded() && !hasUnsent() && receive()) {
+  }
+}
+
+bool StreamConnection::send(std::string_view message) noexcept {
+  if (_hasFailed) return false;
+  try {
+    const std::size_t sent = hasUnsent() ? 0 : trySend(message);
+    _unsent += message.substr(sent);
+  } catch (const std::bad_alloc&) {
+    // Without a part of an answer the client would take the next one for its rest.
+    _hasFailed = true;
+  }
+  if (hasUnsent()) _socket.waitUntilWritable();
+  return !_hasFailed;
+}
+
+bool StreamConnection::isStalledSince(Clock::time_point time) const {
+  return (hasUnsent() || _framer.isInMessage()) && _lastMoved < time;
+}
+
+// Returns whether something came.
+bool StreamConnection::receive() {
+  const ssize_t count = recv(_socket.descriptor(), _buffer.data(), _buffer.size(), MSG_DONTWAIT);
+  if (count < 0) {
+    if (errno != EAGAIN && errno != EINTR) _hasFailed = true;
+    return false;
+  }
+  _lastMoved = Clock::now();
+  _isLast = count == 0;
+  try {
+    _framer.add({_buffer.data(), static_cast<std::size_t>(count)});
+  } catch (const std::bad_alloc&) {
+    _hasFailed = true;
+  }
+  handleMessages();
+  return !_isLast;
+}
+
+void StreamConnection::handleMessages() {
+  std::string_view message;
+  while (!_hasFailed && !hasUnsent()) {
+    switch (_framer.next(&message)) {
+      case StreamFramer::Next::message:
+        _owner.received({.bytes = message, .origin = _origin, .receivedAt = now()});
+        break;
+      case StreamFramer::Next::incomplete:
+        if (_isLast && _framer.isInMessage()) endWithBroken();
+        return;
+      case StreamFramer::Next::broken:
+        endWithBroken();
+        return;
+    }
+  }
+}
+
+void StreamConnection::endWithBroken() {
+  _framer.clear();
+  _isLast = true;
+  _owner.receivedBroken(_origin);
+}
+
+void StreamConnection::sendRest() {
+  _unsent.erase(0, trySend(_unsent));
+  if (hasUnsent()) return;
+  _unsent = std::string();
+  handleMessages();
+}
+
+// Returns how much the system took.
+std::size_t StreamConnection::trySend(std::string_view bytes) {
+  const ssize_t count =
+      ::send(_socket.descriptor(), bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+  if (count > 0) {
+    _lastMoved = Clock::now();
+    return static_cast<std::size_t>(count);
+  }
+  if (errno != EAGAIN && errno != EINTR) _hasFailed = true;
+  return 0;
+}
+
+}  // namespace dch

@@ -1,0 +1,79 @@
+// stream_connection.h: a client's stream connection.
+#ifndef DCH_NET_STREAM_CONNECTION_H
+#define DCH_NET_STREAM_CONNECTION_H
+
+#include <chrono>
+#include <cstddef>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "dch/core/message.h"
+#include "dch/net/stream_framer.h"
+#include "dch/net/watched_socket.h"
+
+namespace dch {
+
+class StreamConnection;
+
+class ConnectionOwner {
+ public:
+  virtual void received(const Message& message) = 0;
+  // What came is no whole message.
+  virtual void receivedBroken(const Origin& origin) = 0;
+  // Has done what the loop called it for; the owner may destroy it later, but not now.
+  virtual void worked(StreamConnection& connection) = 0;
+
+ protected:
+  ~ConnectionOwner() = default;
+};
+
+// Hands over messages one by one, and none while an answer waits for the client to read it: a
+// client that does not read costs a bounded piece of memory. One thread, the loop's.
+class StreamConnection {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  // `longest` is the size of a message in bytes. `buffer` is for what comes in at one go; all
+  // connections may share it. Throws std::bad_alloc or std::system_error.
+  StreamConnection(EventLoop& loop, Descriptor socket, const Origin& origin, std::size_t longest,
+                   std::span<char> buffer, ConnectionOwner& owner);
+
+  // Has the loop call it when there is something to do.
+  void waitForMore();
+
+  // Receives what has come in already.
+  void drain();
+
+  // Sends it, now or when the client reads. Returns false when the connection has failed.
+  bool send(std::string_view message) noexcept;
+
+  // Whether it has stood still since before `time`: in a message, or with an answer to be read.
+  bool isStalledSince(Clock::time_point time) const;
+  void fail() { _hasFailed = true; }
+
+  bool hasEnded() const { return _hasFailed || (_isLast && _unsent.empty()); }
+  bool hasUnsent() const { return !_unsent.empty(); }
+  const Origin& origin() const { return _origin; }
+
+ private:
+  bool receive();
+  void handleMessages();
+  void endWithBroken();
+  void sendRest();
+  std::size_t trySend(std::string_view bytes);
+
+  const Origin _origin;
+  const std::span<char> _buffer;
+  ConnectionOwner& _owner;
+  WatchedSocket _socket;
+  StreamFramer _framer;
+  std::string _unsent;
+  Clock::time_point _lastMoved = Clock::now();
+  bool _isLast = false;  // nothing more is received
+  bool _hasFailed = false;
+};
+
+}  // namespace dch
+
+#endif  // DCH_NET_STREAM_CONNECTION_H

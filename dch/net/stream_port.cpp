@@ -1,0 +1,150 @@
+#include "dch/net/stream_port.h"
+
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+
+#include <bit>
+#include <cerrno>
+#include <cinttypes>
+#include <cstring>
+#include <exception>
+#include <utility>
+
+#include "dch/core/answers.h"
+#include "dch/net/socket_option.h"
+
+namespace dch {
+
+namespace {
+
+constexpr int mostAtOneGo = 64;
+constexpr std::chrono::milliseconds acceptPause{100};
+
+// Has the system end the connections that `listener` accepts when nothing has been heard of their
+// peer's machine for a minute and a half: one that lost its power would keep its place.
+void watchForVanishedPeers(int listener) {
+  setOption(listener, SOL_SOCKET, SO_KEEPALIVE, 1);
+  setOption(listener, IPPROTO_TCP, TCP_KEEPIDLE, 60);
+  setOption(listener, IPPROTO_TCP, TCP_KEEPINTVL, 10);
+  setOption(listener, IPPROTO_TCP, TCP_KEEPCNT, 3);
+}
+
+}  // namespace
+
+StreamPort::StreamPort(EventLoop& loop, Descriptor listener, const StreamLimits& limits,
+                       StreamClient& client, Counters& counters, const Log& log)
+    : _loop(loop),
+      _limits(limits),
+      _client(client),
+      _counters(counters),
+      _log(log),
+      _buffer(std::make_unique<std::array<char, 65'536>>()),
+      _pause(loop, [this] { _listener.waitUntilReadable(); }),
+      _listener(loop, std::move(listener), [this] { accept(); }) {
+  watchForVanishedPeers(_listener.descriptor());
+  _ended.reserve(limits.connections);
+}
+
+StreamPort::~StreamPort() = default;
+
+void StreamPort::accept() {
+  for (int i = 0; i < mostAtOneGo; ++i) {
+    sockaddr_in peer{};
+    socklen_t length = sizeof peer;
+    Descriptor socket(accept4(_listener.descriptor(), reinterpret_cast<sockaddr*>(&peer), &length,
+                              SOCK_NONBLOCK | SOCK_CLOEXEC));
+    if (!socket.isOpen()) {
+      // What else goes wrong is the end of the one that waited.
+      if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM)
+        return pauseAccepting();
+      break;
+    }
+    add(std::move(socket), PeerAddress(peer));
+  }
+  _listener.waitUntilReadable();
+}
+
+void StreamPort::add(Descriptor socket, const PeerAddress& peer) {
+  if (_connections.size() >= _limits.connections) return refuse(peer);
+  const std::uint64_t number = ++_lastNumber;
+  try {
+    auto entry = std::unique_ptr<Entry>(
+        new Entry{{_loop, std::move(socket), Origin{.peer = peer, .connection = number},
+                   _limits.messageBytes, *_buffer, *this}});
+    _connections.emplace(number, std::move(entry)).first->second->connection.waitForMore();
+  } catch (const std::exception&) {  // no memory, or the system cannot watch over more
+    refuse(peer);
+  }
+}
+
+// Told when the number doubles, so that it does not fill the log.
+void StreamPort::refuse(const PeerAddress& peer) {
+  _counters.add(Counter::connectionsRefused);
+  const std::uint64_t count = _counters[Counter::connectionsRefused];
+  if (std::has_single_bit(count))
+    _log.write("connection of %s refused, %" PRIu64 " so far: %zu are open", peer.text().data(),
+               count, _connections.size());
+}
+
+// One that waits to be accepted makes the loop call again at once, and so without end.
+void StreamPort::pauseAccepting() {
+  const int error = errno;
+  _counters.add(Counter::acceptFailures);
+  const std::uint64_t count = _counters[Counter::acceptFailures];
+  if (std::has_single_bit(count)) _log.write("connections have to wait: %s", std::strerror(error));
+  _pause.set(acceptPause);
+}
+
+void StreamPort::send(const Origin& receiver, std::string_view message) noexcept {
+  const auto found = _connections.find(receiver.connection);
+  const bool isSent = found != _connections.end() && found->second->connection.send(message);
+  if (!isSent) countDroppedAnswer(receiver, _counters, _log);
+  if (found != _connections.end()) noteEnded(found->second.get());
+}
+
+void StreamPort::worked(StreamConnection& connection) {
+  connection.waitForMore();
+  noteEnded(_connections.find(connection.origin().connection)->second.get());
+  _client.worked();
+}
+
+void StreamPort::noteEnded(Entry* entry) {
+  if (!entry->connection.hasEnded() || std::exchange(entry->isNoted, true)) return;
+  _ended.push_back(entry->connection.origin().connection);
+}
+
+// Closing one makes the client forget it, and may not end another.
+void StreamPort::removeEnded() {
+  for (const std::uint64_t number : _ended) {
+    const auto found = _connections.find(number);
+    Entry& entry = *found->second;
+    entry.isNoted = false;
+    // It may have taken up an answer since.
+    if (!entry.connection.hasEnded()) continue;
+    const Origin origin = entry.connection.origin();
+    if (entry.connection.hasUnsent()) countDroppedAnswer(origin, _counters, _log);
+    _connections.erase(found);
+    _client.closed(origin);
+  }
+  _ended.clear();
+}
+
+void StreamPort::endStalled(StreamConnection::Clock::time_point now) {
+  for (auto& [number, entry] : _connections) {
+    if (!entry->connection.isStalledSince(now - _limits.stall)) continue;
+    _counters.add(Counter::stalledConnections);
+    _log.write("connection of %s stands still: it is ended",
+               entry->connection.origin().peer.text().data());
+    entry->connection.fail();
+    noteEnded(entry.get());
+  }
+}
+
+void StreamPort::drain() {
+  for (auto& [number, entry] : _connections) {
+    entry->connection.drain();
+    noteEnded(entry.get());
+  }
+}
+
+}  // namespace dch

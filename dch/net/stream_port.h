@@ -1,0 +1,97 @@
+// stream_port.h: the stream connections of clients.
+#ifndef DCH_NET_STREAM_PORT_H
+#define DCH_NET_STREAM_PORT_H
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <unordered_map>
+#include <vector>
+
+#include "dch/core/counters.h"
+#include "dch/core/log.h"
+#include "dch/core/message.h"
+#include "dch/net/alarm.h"
+#include "dch/net/stream_connection.h"
+#include "dch/net/watched_socket.h"
+
+namespace dch {
+
+struct StreamLimits {
+  std::size_t connections = 1'024;
+  std::size_t messageBytes = 1 << 20;
+  // For how long a message may stand still in the middle, and an answer wait to be read.
+  std::chrono::steady_clock::duration stall = std::chrono::seconds(30);
+};
+
+class StreamClient {
+ public:
+  virtual void received(const Message& message) = 0;
+  virtual void receivedBroken(const Origin& origin) = 0;
+  virtual void closed(const Origin& origin) = 0;
+  // What the loop called for is done: removeEnded() is to be called.
+  virtual void worked() = 0;
+
+ protected:
+  ~StreamClient() = default;
+};
+
+// One thread, the loop's.
+class StreamPort : private ConnectionOwner {
+ public:
+  // Throws std::system_error.
+  StreamPort(EventLoop& loop, Descriptor listener, const StreamLimits& limits, StreamClient& client,
+             Counters& counters, const Log& log);
+  ~StreamPort();
+
+  // From now on connections are accepted.
+  void start() { _listener.waitUntilReadable(); }
+
+  // An answer for a client that is gone, or that does not read for too long, is dropped and
+  // counted.
+  void send(const Origin& receiver, std::string_view message) noexcept;
+
+  // To be called after each piece of work, and not from within one of the client's functions.
+  void removeEnded();
+
+  // Ends the connections that stand still for too long. To be called every now and then.
+  void endStalled(StreamConnection::Clock::time_point now);
+
+  // Receives what has come in already.
+  void drain();
+
+  std::size_t count() const { return _connections.size(); }
+
+ private:
+  struct Entry {
+    StreamConnection connection;
+    bool isNoted = false;  // among those that may have ended
+  };
+
+  void accept();
+  void add(Descriptor socket, const PeerAddress& peer);
+  void refuse(const PeerAddress& peer);
+  void pauseAccepting();
+  void noteEnded(Entry* entry);
+
+  void received(const Message& message) override { _client.received(message); }
+  void receivedBroken(const Origin& origin) override { _client.receivedBroken(origin); }
+  void worked(StreamConnection& connection) override;
+
+  EventLoop& _loop;
+  const StreamLimits _limits;
+  StreamClient& _client;
+  Counters& _counters;
+  const Log& _log;
+  const std::unique_ptr<std::array<char, 65'536>> _buffer;
+  std::uint64_t _lastNumber = 0;
+  std::unordered_map<std::uint64_t, std::unique_ptr<Entry>> _connections;  // by serial number
+  std::vector<std::uint64_t> _ended;                                       // there is room for all
+  Alarm _pause;
+  WatchedSocket _listener;
+};
+
+}  // namespace dch
+
+#endif  // DCH_NET_STREAM_PORT_H

@@ -1,0 +1,183 @@
+#include "dch/net/stream_port.h"
+
+#include <gtest/gtest.h>
+
+#include <list>
+#include <mutex>
+#include <vector>
+
+#include "dch/net/port_sockets.h"
+#include "dch/testkit/clients.h"
+#include "dch/testkit/error_log.h"
+#include "dch/testkit/loop_thread.h"
+#include "dch/testkit/messages.h"
+#include "tests/support/wait_until.h"
+
+namespace dch {
+namespace {
+
+using testkit::ErrorLog;
+using testkit::LoopThread;
+using testkit::TcpClient;
+
+std::string message(const std::string& text) {
+  return testkit::withLengthWord("0123" + text, static_cast<std::uint32_t>(4 + text.size()));
+}
+const std::string brokenAnswer = "broken";
+
+// Answers each message with itself, as often as it is told.
+class Echo : public StreamClient {
+ public:
+  StreamPort* port = nullptr;
+  std::size_t times = 1;
+
+  void received(const Message& message) override {
+    std::string answer;
+    for (std::size_t i = 0; i < times; ++i) answer += message.bytes;
+    port->send(message.origin, answer);
+    last = message.origin;
+  }
+  void receivedBroken(const Origin& origin) override { port->send(origin, brokenAnswer); }
+  void closed(const Origin&) override { ++closedCount; }
+  void worked() override { port->removeEnded(); }
+
+  Origin last;
+  int closedCount = 0;
+};
+
+class StreamPortTest : public ::testing::Test {
+ protected:
+  explicit StreamPortTest(const StreamLimits& limits = {.connections = 4, .messageBytes = 100'000})
+      : _port(_loop, openedListener(), limits, _echo, _counters, _log) {
+    _echo.port = &_port;
+    _port.start();
+    _thread.emplace(_loop);
+  }
+
+  Descriptor openedListener() {
+    int error = 0;
+    Descriptor listener = openListener(&_address, &error);
+    EXPECT_EQ(error, 0);
+    return listener;
+  }
+  int port() const { return ntohs(_address.sin_port); }
+
+  std::uint64_t counted(Counter counter) {
+    return _thread->call([&] { return _counters[counter]; });
+  }
+  int closedCount() {
+    return _thread->call([&] { return _echo.closedCount; });
+  }
+
+  sockaddr_in _address = loopbackAddress(0);
+  EventLoop _loop;
+  Counters _counters;
+  const ErrorLog _log{false};
+  Echo _echo;
+  StreamPort _port;
+  std::optional<LoopThread> _thread;
+};
+
+TEST_F(StreamPortTest, AnswersMessagesThatComeTogether) {
+  TcpClient client(port());
+  client.send(message("one") + message("two") + message("three").substr(0, 5));
+  EXPECT_EQ(client.StreamSocket::receive(14), message("one") + message("two"));
+  client.send(message("three").substr(5));
+  EXPECT_EQ(client.StreamSocket::receive(9), message("three"));
+}
+
+TEST_F(StreamPortTest, AnswersALengthThatNoMessageHasAndEndsTheConnection) {
+  TcpClient client(port());
+  client.send(message("one") + std::string(4, '\0') + message("two"));
+  EXPECT_EQ(client.StreamSocket::receive(1'000), message("one") + brokenAnswer);
+  EXPECT_TRUE(waitUntil([&] { return closedCount() == 1; }));
+}
+
+TEST_F(StreamPortTest, AnswersAMessageThatEndsInTheMiddle) {
+  TcpClient client(port());
+  client.send(message("one") + "\0\0");
+  client.send(std::string("\0\0\1\0", 4) + "rest");
+  client.finishSending();
+  EXPECT_EQ(client.StreamSocket::receive(1'000), message("one") + brokenAnswer);
+}
+
+TEST_F(StreamPortTest, RefusesConnectionsBeyondItsLimitAndServesTheOthers) {
+  std::list<TcpClient> clients;
+  for (int i = 0; i < 4; ++i) {
+    clients.emplace_back(port());
+    EXPECT_EQ(clients.back().ask(message("hello")), message("hello"));
+  }
+  EXPECT_EQ(TcpClient(port()).receive(), "");
+  EXPECT_EQ(counted(Counter::connectionsRefused), 1u);
+  for (TcpClient& each : clients) EXPECT_EQ(each.ask(message("hello")), message("hello"));
+  clients.pop_back();
+  EXPECT_TRUE(waitUntil([&] { return closedCount() == 1; }));
+  EXPECT_EQ(TcpClient(port()).ask(message("hello")), message("hello"));
+}
+
+TEST_F(StreamPortTest, KeepsAnswersForAClientThatReadsLater) {
+  TcpClient client(port());
+  _thread->call([&] { _echo.times = 100; });
+  const std::string big = message(std::string(90'000, 'x'));
+  for (int i = 0; i < 3; ++i) client.send(big);
+  // It serves others while the answers wait.
+  EXPECT_GT(TcpClient(port()).ask(message("hello")).size(), 0u);
+  std::string all = client.StreamSocket::receive(300 * big.size());
+  EXPECT_EQ(all.size(), 300 * big.size());
+  EXPECT_EQ(counted(Counter::answersDropped), 0u);
+}
+
+TEST_F(StreamPortTest, DropsTheAnswerForAConnectionThatIsGone) {
+  {
+    TcpClient client(port());
+    EXPECT_EQ(client.ask(message("hello")), message("hello"));
+  }
+  EXPECT_TRUE(waitUntil([&] { return closedCount() == 1; }));
+  _thread->call([&] { _port.send(_echo.last, "late"); });
+  EXPECT_EQ(counted(Counter::answersDropped), 1u);
+}
+
+class StalledStreamTest : public StreamPortTest {
+ protected:
+  StalledStreamTest()
+      : StreamPortTest(
+            {.connections = 4, .messageBytes = 100'000, .stall = std::chrono::milliseconds(1)}) {}
+
+  // Whether it has ended so many connections.
+  bool endsStalled(std::uint64_t count) {
+    return waitUntil([&] {
+      return _thread->call([&] {
+        _port.endStalled(std::chrono::steady_clock::now());
+        _port.removeEnded();
+        return _counters[Counter::stalledConnections] == count;
+      });
+    });
+  }
+};
+
+TEST_F(StalledStreamTest, EndsAConnectionThatStandsStillInAMessage) {
+  TcpClient client(port());
+  EXPECT_EQ(client.ask(message("hello")), message("hello"));
+  client.send(message("hello").substr(0, 6));
+  EXPECT_TRUE(endsStalled(1));
+  EXPECT_EQ(client.receive(), "");
+}
+
+TEST_F(StalledStreamTest, EndsAConnectionWhoseClientDoesNotRead) {
+  TcpClient client(port());
+  _thread->call([&] { _echo.times = 1'000; });
+  client.send(message(std::string(90'000, 'x')));
+  EXPECT_TRUE(endsStalled(1));
+  EXPECT_EQ(counted(Counter::answersDropped), 1u);
+}
+
+TEST_F(StalledStreamTest, KeepsAConnectionThatIsQuietBetweenMessages) {
+  TcpClient quiet(port()), stalling(port());
+  EXPECT_EQ(quiet.ask(message("hello")), message("hello"));
+  stalling.send(message("hello").substr(0, 6));
+  EXPECT_TRUE(endsStalled(1));
+  EXPECT_EQ(quiet.ask(message("hello")), message("hello"));
+}
+
+}  // namespace
+}  // namespace dch

@@ -1,0 +1,62 @@
+#include "dch/service/action_list.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+namespace dch {
+namespace {
+
+ActionList listOf(const std::string& text) {
+  std::istringstream input(text);
+  return readActionList(input, "actions.conf");
+}
+
+std::string errorOf(const std::string& text) {
+  try {
+    listOf(text);
+    return "no error";
+  } catch (const ActionListError& error) {
+    return error.what();
+  }
+}
+
+TEST(ActionListTest, ReadsNamesProgramsAndArguments) {
+  const ActionList actions = listOf(
+      "# what consumers may start\n"
+      "\n"
+      "restart /usr/bin/systemctl restart  some.service\n"
+      "\tflush\t/usr/bin/flush # now and then\r\n"
+      "mark /usr/bin/mark a#b");
+  EXPECT_EQ(actions.size(), 3u);
+  EXPECT_EQ(actions.at("restart"),
+            (ActionCommand{"/usr/bin/systemctl", "restart", "some.service"}));
+  EXPECT_EQ(actions.at("flush"), ActionCommand{"/usr/bin/flush"});
+  EXPECT_EQ(actions.at("mark"), (ActionCommand{"/usr/bin/mark", "a#b"}));
+}
+
+TEST(ActionListTest, IsEmptyWithoutLines) {
+  EXPECT_TRUE(listOf("").empty());
+  EXPECT_TRUE(listOf("# nothing\n").empty());
+}
+
+TEST(ActionListTest, SaysWhichLineIsWrongAndWhy) {
+  EXPECT_EQ(errorOf("a /a\nb b\n"), "actions.conf:2: program 'b' is not an absolute path");
+  EXPECT_EQ(errorOf("\nalone\n"), "actions.conf:2: action 'alone' has no program");
+  EXPECT_EQ(errorOf("alone # /a\n"), "actions.conf:1: action 'alone' has no program");
+  EXPECT_EQ(errorOf("a /a\na /b\n"), "actions.conf:2: action 'a' is listed twice");
+  EXPECT_EQ(errorOf(std::string("a /a\0b\n", 7)), "actions.conf:1: the line holds a zero byte");
+}
+
+TEST(ActionListTest, SaysWhyAFileCannotBeRead) {
+  try {
+    readActionList("/nowhere/actions.conf");
+    FAIL();
+  } catch (const ActionListError& error) {
+    EXPECT_STREQ(error.what(), "/nowhere/actions.conf: No such file or directory");
+  }
+  EXPECT_THROW(readActionList("/"), ActionListError) << "a directory";
+}
+
+}  // namespace
+}  // namespace dch

@@ -1,0 +1,84 @@
+#include "dch/service/log_output.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <new>
+
+namespace dch {
+
+namespace {
+
+mode_t kindOf(int descriptor) {
+  struct stat status {};
+  return fstat(descriptor, &status) == 0 ? status.st_mode & S_IFMT : 0;
+}
+
+// To make the descriptor itself one that does not wait would do so to all programs that share it.
+Descriptor openAgain(int descriptor) {
+  const mode_t kind = kindOf(descriptor);
+  if (kind != S_IFIFO && kind != S_IFCHR) return {};
+  const std::string path = "/proc/self/fd/" + std::to_string(descriptor);
+  return Descriptor(open(path.c_str(), O_WRONLY | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+}
+
+// For what could not be opened again: a moment later it may be false.
+bool canBeWritten(int descriptor) {
+  pollfd watched{descriptor, POLLOUT, 0};
+  return poll(&watched, 1, 0) == 1;
+}
+
+}  // namespace
+
+LogOutput::LogOutput(int descriptor)
+    : _isSocket(kindOf(descriptor) == S_IFSOCK),
+      _own(openAgain(descriptor)),
+      _descriptor(_own.isOpen() ? _own.get() : descriptor) {}
+
+void LogOutput::write(std::string_view text) noexcept {
+  const std::lock_guard lock(_mutex);
+  writeKept();
+  if (_kept.empty()) text.remove_prefix(tryWrite(text));
+  try {
+    if (_kept.size() + text.size() <= mostKept)
+      _kept += text;
+    else
+      ++_dropped;
+  } catch (const std::bad_alloc&) {
+    ++_dropped;
+  }
+}
+
+void LogOutput::flush() noexcept {
+  const std::lock_guard lock(_mutex);
+  writeKept();
+}
+
+std::uint64_t LogOutput::dropped() const {
+  const std::lock_guard lock(_mutex);
+  return _dropped;
+}
+
+void LogOutput::writeKept() {
+  if (_kept.empty()) return;
+  _kept.erase(0, tryWrite(_kept));
+  if (_kept.empty()) _kept = std::string();
+}
+
+// Returns how much is done with. What can never be written is.
+std::size_t LogOutput::tryWrite(std::string_view text) {
+  if (text.empty()) return 0;
+  if (!_own.isOpen() && !canBeWritten(_descriptor)) return 0;
+  const ssize_t count =
+      _isSocket ? send(_descriptor, text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL)
+                : ::write(_descriptor, text.data(), text.size());
+  if (count >= 0) return static_cast<std::size_t>(count);
+  if (errno == EAGAIN || errno == EINTR) return 0;
+  ++_dropped;
+  return text.size();
+}
+
+}  // namespace dch

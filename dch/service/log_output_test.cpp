@@ -1,0 +1,92 @@
+#include "dch/service/log_output.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "dch/net/descriptor.h"
+
+namespace dch {
+namespace {
+
+struct Ends {
+  Descriptor reading, writing;
+};
+
+Ends openPipe() {
+  int ends[2];
+  EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  return {Descriptor(ends[0]), Descriptor(ends[1])};
+}
+
+Ends openSocketPair() {
+  int ends[2];
+  EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+  return {Descriptor(ends[0]), Descriptor(ends[1])};
+}
+
+std::string line(int number) {
+  return "line " + std::to_string(number) + " " + std::string(100, 'x') + "\n";
+}
+
+// What is there, up to `count` bytes.
+std::string readSome(const Ends& ends, std::size_t count) {
+  std::string bytes(count, '\0');
+  const ssize_t got = read(ends.reading.get(), bytes.data(), count);
+  bytes.resize(static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
+  return bytes;
+}
+
+// Writes lines, of which nobody reads any, until some are dropped; returns the number written.
+int writeUntilDropped(LogOutput* output) {
+  int number = 0;
+  while (output->dropped() == 0 && number < 1'000'000) output->write(line(number++));
+  return number;
+}
+
+class LogOutputTest : public ::testing::TestWithParam<Ends (*)()> {
+ protected:
+  const Ends _ends = GetParam()();
+  LogOutput _output{_ends.writing.get()};
+};
+
+TEST_P(LogOutputTest, WritesAtOnce) {
+  _output.write("first\n");
+  _output.write("second\n");
+  EXPECT_EQ(readSome(_ends, 100), "first\nsecond\n");
+  EXPECT_EQ(_output.dropped(), 0u);
+}
+
+TEST_P(LogOutputTest, NeverWaitsForAReaderAndLosesOnlyWhatItCounts) {
+  const int written = writeUntilDropped(&_output);
+  EXPECT_EQ(_output.dropped(), 1u);
+  std::string expected, all;
+  for (int i = 0; i < written - 1; ++i) expected += line(i);
+  while (all.size() < expected.size()) {
+    all += readSome(_ends, 65'536);
+    _output.flush();
+  }
+  EXPECT_EQ(all, expected);
+  _output.write("again\n");
+  EXPECT_EQ(readSome(_ends, 100), "again\n");
+}
+
+TEST_P(LogOutputTest, LeavesTheDescriptorOfOthersAsItIs) {
+  EXPECT_EQ(fcntl(_ends.writing.get(), F_GETFL) & O_NONBLOCK, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, LogOutputTest, ::testing::Values(openPipe, openSocketPair),
+                         [](const auto& kind) { return kind.index == 0 ? "Pipe" : "Socket"; });
+
+TEST(LogOutputToADescriptorTest, CountsWhatCannotBeWritten) {
+  const Descriptor full(open("/dev/full", O_WRONLY | O_CLOEXEC));
+  LogOutput output(full.get());
+  output.write("lost\n");
+  EXPECT_EQ(output.dropped(), 1u);
+}
+
+}  // namespace
+}  // namespace dch

@@ -1,0 +1,24 @@
+// options.h: the command line of zordchd.
+#ifndef DCH_SERVICE_OPTIONS_H
+#define DCH_SERVICE_OPTIONS_H
+
+#include <optional>
+#include <string>
+
+namespace dch {
+
+struct Options {
+  std::optional<int> port;  // 0: any free one
+  std::optional<std::string> bindAddress;
+  std::optional<std::string> instance;
+  std::optional<std::string> actionsFile;
+  bool verbose = false;
+};
+
+// Fills `options`. Returns the exit status when the process is to end: after it printed the help or
+// the version, or an error on standard error.
+std::optional<int> readOptions(int argc, const char* const* argv, Options* options);
+
+}  // namespace dch
+
+#endif  // DCH_SERVICE_OPTIONS_H

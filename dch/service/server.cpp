@@ -1,0 +1,97 @@
+#include "dch/service/server.h"
+
+#include <arpa/inet.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <new>
+#include <utility>
+
+#include "dch/service/descriptor_limit.h"
+
+namespace dch {
+
+namespace {
+
+StreamLimits limitsWithRoom() {
+  StreamLimits limits;
+  const std::size_t room = makeRoomForConnections(limits.connections);
+  if (room < limits.connections)
+    std::fprintf(stderr,
+                 "zordchd: warning: the limit on open files leaves room for %zu connections, not "
+                 "%zu; raise it to %zu\n",
+                 room, limits.connections, limits.connections + ownDescriptors);
+  limits.connections = room;
+  return limits;
+}
+
+void announce(const PeerAddress& served) {
+  const sockaddr_in address = served.socketAddress();
+  char dotted[INET_ADDRSTRLEN] = "";
+  inet_ntop(AF_INET, &address.sin_addr, dotted, sizeof dotted);
+  std::printf("zordchd %s: ready on %s port %d\n", ZORD410_VERSION, dotted,
+              static_cast<int>(ntohs(address.sin_port)));
+  std::fflush(stdout);
+}
+
+}  // namespace
+
+Server::Server(ServedPort&& port, const ActionList& actions, bool isVerbose)
+    : _output(STDERR_FILENO),
+      _log(isVerbose, _output),
+      _signals(_loop, {SIGTERM, SIGINT, SIGCHLD, SIGUSR1, SIGHUP},
+               [this](int signal) { takeSignal(signal); }),
+      _address(port.address),
+      _channel(_loop, std::move(port), limitsWithRoom(), _store, actions, _counters, _log),
+      _tick(_loop, [this] { tick(); }) {}
+
+void Server::run() {
+  _channel.start();
+  _tick.set(tickPause);
+  announce(_address);
+  _loop.run();
+}
+
+void Server::takeSignal(int signal) {
+  switch (signal) {
+    case SIGCHLD:
+      return _channel.collectPrograms();
+    case SIGUSR1:
+      return report();
+    case SIGHUP:
+      // There is nothing to read again.
+      return;
+    default:
+      return stop(signal);
+  }
+}
+
+void Server::stop(int signal) {
+  _log.write("stopping on signal %d", signal);
+  _channel.drain();
+  _loop.stop();
+}
+
+// Also without --verbose: it was asked for.
+void Server::report() {
+  countDroppedLines();
+  try {
+    _output.write(_channel.report());
+  } catch (const std::bad_alloc&) {
+    _log.write("no memory for the report");
+  }
+}
+
+void Server::tick() {
+  _channel.tick();
+  _output.flush();
+  countDroppedLines();
+  _tick.set(tickPause);
+}
+
+void Server::countDroppedLines() {
+  _counters.add(Counter::logLinesDropped, _output.dropped() - _counters[Counter::logLinesDropped]);
+}
+
+}  // namespace dch
