@@ -17,8 +17,8 @@ constexpr std::size_t mostAtATime = 16;
 // How often it is looked for more before others have their turn.
 constexpr int mostRounds = 8;
 
-// So that a client that sends without a gap does not keep the server from ending.
-constexpr int mostRoundsAtTheEnd = 1'000;
+// Of one socket. Empty datagrams, which leave nothing that waits, would have no other end.
+constexpr std::size_t mostBatches = WaitingDatagrams::mostDatagrams / DatagramBatch::capacity;
 
 Descriptor openSet() {
   Descriptor set(epoll_create1(EPOLL_CLOEXEC));
@@ -48,8 +48,12 @@ void DatagramPort::watch(Socket* socket) {
     throwSystemError("cannot watch over a socket");
 }
 
+// Each socket is read once: a client that goes on sending does not keep the server from ending.
 void DatagramPort::drain() {
-  for (int round = 0; round < mostRoundsAtTheEnd && workOnce(); ++round) {
+  handleAllWaiting();
+  for (Socket& socket : _sockets) {
+    receiveFrom(&socket);
+    handleAllWaiting();
   }
 }
 
@@ -78,10 +82,8 @@ bool DatagramPort::workOnce() {
 
 // A few datagrams are handled where they are; of many the system's room is emptied first.
 void DatagramPort::receiveFrom(Socket* socket) {
-  std::size_t received;
-  do {
-    received = receiveBatch(socket);
-  } while (received == DatagramBatch::capacity && !_waiting.isFull());
+  for (std::size_t batch = 0; batch < mostBatches; ++batch)
+    if (receiveBatch(socket) < DatagramBatch::capacity || _waiting.isFull()) break;
 }
 
 // Returns how many came.
@@ -114,6 +116,11 @@ void DatagramPort::keepWaiting(std::size_t count) {
   } catch (const std::bad_alloc&) {
     _counters.add(Counter::datagramsThrownAway, count - kept);
   }
+}
+
+void DatagramPort::handleAllWaiting() {
+  while (!_waiting.empty()) handleWaiting();
+  _worked();
 }
 
 void DatagramPort::handleWaiting() {

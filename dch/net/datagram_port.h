@@ -33,7 +33,7 @@ class DatagramPort {
   // From now on what comes is received.
   void start() { _anyReadable.waitUntilReadable(); }
 
-  // Has what has come in already handled, as much as a moment's worth of it.
+  // Has what has come in already handled.
   void drain();
 
   // The socket that answers leave from.
@@ -51,6 +51,7 @@ class DatagramPort {
   void receiveFrom(Socket* socket);
   std::size_t receiveBatch(Socket* socket);
   void keepWaiting(std::size_t count);
+  void handleAllWaiting();
   void handleWaiting();
 
   const Receive _receive;

@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <list>
 #include <optional>
 
@@ -34,6 +35,7 @@ class DatagramPortTest : public ::testing::Test {
 
   void answer(std::span<const Message> messages) {
     for (const Message& each : messages) {
+      if (_received) _received();
       if (each.isWhole)
         _answers.add(each.origin, each.bytes);
       else
@@ -47,6 +49,7 @@ class DatagramPortTest : public ::testing::Test {
   Counters _counters;
   const testkit::ErrorLog _log{false};
   ServedPort _served;
+  std::function<void()> _received;  // called for each datagram
   DatagramPort _port;
   AnswerBatch _answers;
   std::optional<testkit::LoopThread> _thread;
@@ -105,6 +108,22 @@ TEST_F(DatagramPortTest, CountsWhatTheSystemThrewAway) {
       _thread->call([&] { return _counters[Counter::datagramsThrownAway]; });
   EXPECT_GT(thrownAway, 0u);
   EXPECT_LT(thrownAway, 3'000u);
+}
+
+TEST_F(DatagramPortTest, DrainsWhatHasComeAndNotWhatComesMeanwhile) {
+  UdpClient client(port());
+  int count = 0;
+  _thread->call([&] {
+    constexpr int sent = 100, most = 10 * sent;
+    _received = [&] {
+      if (++count < most) client.send("meanwhile");
+    };
+    for (int i = 0; i < sent; ++i) client.send("before");
+    _port.drain();
+    _received = nullptr;
+    EXPECT_GE(count, sent);
+    EXPECT_LT(count, most);
+  });
 }
 
 class AnyAddressTest : public DatagramPortTest {

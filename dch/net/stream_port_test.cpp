@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <list>
-#include <mutex>
 #include <vector>
 
 #include "dch/net/port_sockets.h"
@@ -30,8 +30,10 @@ class Echo : public StreamClient {
  public:
   StreamPort* port = nullptr;
   std::size_t times = 1;
+  std::function<void()> onReceived;
 
   void received(const Message& message) override {
+    if (onReceived) onReceived();
     std::string answer;
     for (std::size_t i = 0; i < times; ++i) answer += message.bytes;
     port->send(message.origin, answer);
@@ -135,6 +137,25 @@ TEST_F(StreamPortTest, DropsTheAnswerForAConnectionThatIsGone) {
   EXPECT_TRUE(waitUntil([&] { return closedCount() == 1; }));
   _thread->call([&] { _port.send(_echo.last, "late"); });
   EXPECT_EQ(counted(Counter::answersDropped), 1u);
+}
+
+TEST_F(StreamPortTest, DrainsWhatHasComeAndNotWhatComesMeanwhile) {
+  TcpClient client(port());
+  EXPECT_EQ(client.ask(message("hello")), message("hello"));
+  int count = 0;
+  _thread->call([&] {
+    constexpr int sent = 100, most = 10 * sent;
+    _echo.onReceived = [&] {
+      if (++count < most) client.send(message("meanwhile"));
+    };
+    std::string before;
+    for (int i = 0; i < sent; ++i) before += message("before");
+    client.send(before);
+    _port.drain();
+    _echo.onReceived = nullptr;
+    EXPECT_GE(count, sent);
+    EXPECT_LT(count, most);
+  });
 }
 
 class StalledStreamTest : public StreamPortTest {
