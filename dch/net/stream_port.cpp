@@ -19,6 +19,7 @@ namespace {
 
 constexpr int mostAtOneGo = 64;
 constexpr std::chrono::milliseconds acceptPause{100};
+constexpr int unreadAnswerBytes = 128 << 10;  // the longest answer; the system takes twice that
 
 // Has the system end the connections that `listener` accepts when nothing has been heard of their
 // peer's machine for a minute and a half: one that lost its power would keep its place.
@@ -27,6 +28,12 @@ void watchForVanishedPeers(int listener) {
   setOption(listener, IPPROTO_TCP, TCP_KEEPIDLE, 60);
   setOption(listener, IPPROTO_TCP, TCP_KEEPINTVL, 10);
   setOption(listener, IPPROTO_TCP, TCP_KEEPCNT, 3);
+}
+
+// What the system keeps for a client of `listener` that does not read its answers: else some
+// megabytes for each, as long to fill, and a slow client would seem to stand still while it reads.
+void limitUnreadAnswers(int listener) {
+  setOption(listener, SOL_SOCKET, SO_SNDBUF, unreadAnswerBytes);
 }
 
 }  // namespace
@@ -42,6 +49,7 @@ StreamPort::StreamPort(EventLoop& loop, Descriptor listener, const StreamLimits&
       _pause(loop, [this] { _listener.waitUntilReadable(); }),
       _listener(loop, std::move(listener), [this] { accept(); }) {
   watchForVanishedPeers(_listener.descriptor());
+  limitUnreadAnswers(_listener.descriptor());
   _ended.reserve(limits.connections);
 }
 

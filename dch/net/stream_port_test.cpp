@@ -129,6 +129,23 @@ TEST_F(StreamPortTest, KeepsAnswersForAClientThatReadsLater) {
   EXPECT_EQ(counted(Counter::answersDropped), 0u);
 }
 
+TEST_F(StreamPortTest, TakesUpNoMoreFromAClientThatDoesNotReadThanTheSystemMayKeep) {
+  TcpClient client(port()), other(port());
+  constexpr std::size_t size = 1'000;
+  std::size_t answered = 0;
+  _thread->call([&] {
+    _echo.times = 100;
+    _echo.onReceived = [&] { answered += _echo.times * size; };
+  });
+  std::string messages;
+  while (messages.size() < 60 * size) messages += message(std::string(size - 8, 'x'));
+  client.send(messages);
+  EXPECT_GT(other.ask(message("hello")).size(), 0u);
+  _thread->call([&] { _echo.onReceived = nullptr; });
+  EXPECT_GT(answered, 0u);
+  EXPECT_LT(answered, 1'000'000u);
+}
+
 TEST_F(StreamPortTest, DropsTheAnswerForAConnectionThatIsGone) {
   {
     TcpClient client(port());
