@@ -1,6 +1,7 @@
 #include "dch/net/stream_port.h"
 
 #include <gtest/gtest.h>
+#include <netinet/tcp.h>
 
 #include <functional>
 #include <list>
@@ -60,6 +61,7 @@ class StreamPortTest : public ::testing::Test {
     int error = 0;
     Descriptor listener = openListener(&_address, &error);
     EXPECT_EQ(error, 0);
+    _listener = listener.get();
     return listener;
   }
   int port() const { return ntohs(_address.sin_port); }
@@ -72,6 +74,7 @@ class StreamPortTest : public ::testing::Test {
   }
 
   sockaddr_in _address = loopbackAddress(0);
+  int _listener = -1;  // the port's
   EventLoop _loop;
   Counters _counters;
   const ErrorLog _log{false};
@@ -86,6 +89,15 @@ TEST_F(StreamPortTest, AnswersMessagesThatComeTogether) {
   EXPECT_EQ(client.StreamSocket::receive(14), message("one") + message("two"));
   client.send(message("three").substr(5));
   EXPECT_EQ(client.StreamSocket::receive(9), message("three"));
+}
+
+// The test sees what a client only notices by the clock.
+TEST_F(StreamPortTest, SendsAnswersWithoutWaitingForThoseBeforeToBeConfirmed) {
+  int isSentAtOnce = 0;
+  socklen_t length = sizeof isSentAtOnce;
+  // Connections have the options of their listener.
+  ASSERT_EQ(getsockopt(_listener, IPPROTO_TCP, TCP_NODELAY, &isSentAtOnce, &length), 0);
+  EXPECT_NE(isSentAtOnce, 0);
 }
 
 TEST_F(StreamPortTest, AnswersALengthThatNoMessageHasAndEndsTheConnection) {
