@@ -38,7 +38,7 @@ class SpawnActions {
   posix_spawn_file_actions_t _actions;
 };
 
-// The server blocks the signals that it waits for and ignores SIGPIPE; its programs must not.
+// The server ignores SIGPIPE; its programs must not.
 class SpawnAttributes {
  public:
   SpawnAttributes() {

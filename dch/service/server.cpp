@@ -5,6 +5,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <initializer_list>
 #include <new>
 #include <utility>
 
@@ -13,6 +14,16 @@
 namespace dch {
 
 namespace {
+
+constexpr std::initializer_list<int> handledSignals{SIGTERM, SIGINT, SIGCHLD, SIGUSR1, SIGHUP};
+
+// One that comes while the process ends, such as a second SIGTERM, must not end it another way.
+void blockSignals() {
+  sigset_t handled;
+  sigemptyset(&handled);
+  for (const int each : handledSignals) sigaddset(&handled, each);
+  sigprocmask(SIG_BLOCK, &handled, nullptr);
+}
 
 StreamLimits limitsWithRoom() {
   StreamLimits limits;
@@ -40,8 +51,7 @@ void announce(const PeerAddress& served) {
 Server::Server(ServedPort&& port, const ActionList& actions, bool isVerbose)
     : _output(STDERR_FILENO),
       _log(isVerbose, _output),
-      _signals(_loop, {SIGTERM, SIGINT, SIGCHLD, SIGUSR1, SIGHUP},
-               [this](int signal) { takeSignal(signal); }),
+      _signals(_loop, handledSignals, [this](int signal) { takeSignal(signal); }),
       _address(port.address),
       _channel(_loop, std::move(port), limitsWithRoom(), _store, actions, _counters, _log),
       _tick(_loop, [this] { tick(); }) {}
@@ -51,6 +61,7 @@ void Server::run() {
   _tick.set(tickPause);
   announce(_address);
   _loop.run();
+  blockSignals();
 }
 
 void Server::takeSignal(int signal) {

@@ -19,7 +19,8 @@ class Server {
   // `actions` outlives it. Throws std::runtime_error when it cannot serve.
   Server(ServedPort&& port, const ActionList& actions, bool isVerbose);
 
-  // Says on standard output that it is ready, and serves until SIGTERM or SIGINT.
+  // Says on standard output that it is ready, and serves until SIGTERM or SIGINT. From then on the
+  // signals that it takes are blocked: the process is to end.
   void run();
 
  private:
