@@ -31,6 +31,7 @@ StreamConnection::StreamConnection(EventLoop& loop, Descriptor socket, const Ori
 
 void StreamConnection::waitForMore() {
   if (hasEnded()) return;
+  if (_isBroken && !hasUnsent()) shutdown(_socket.descriptor(), SHUT_WR);
   if (hasUnsent())
     _socket.waitUntilWritable();
   else
@@ -59,18 +60,20 @@ bool StreamConnection::send(std::string_view message) noexcept {
 }
 
 bool StreamConnection::isStalledSince(Clock::time_point time) const {
-  return (hasUnsent() || _framer.isInMessage()) && _lastMoved < time;
+  return (hasUnsent() || _framer.isInMessage() || _isBroken) && _lastMoved < time;
 }
 
-// Returns whether something came.
+// Returns whether something came. To close the connection while something lies there would have the
+// system throw away the answers that are on their way: after what is broken it is read on.
 bool StreamConnection::receive() {
   const ssize_t count = recv(_socket.descriptor(), _buffer.data(), _buffer.size(), MSG_DONTWAIT);
   if (count < 0) {
     if (errno != EAGAIN && errno != EINTR) _hasFailed = true;
     return false;
   }
-  _lastMoved = Clock::now();
   _isLast = count == 0;
+  if (_isBroken) return !_isLast;
+  _lastMoved = Clock::now();
   try {
     _framer.add({_buffer.data(), static_cast<std::size_t>(count)});
   } catch (const std::bad_alloc&) {
@@ -82,7 +85,7 @@ bool StreamConnection::receive() {
 
 void StreamConnection::handleMessages() {
   std::string_view message;
-  while (!_hasFailed && !hasUnsent()) {
+  while (!_hasFailed && !_isBroken && !hasUnsent()) {
     switch (_framer.next(&message)) {
       case StreamFramer::Next::message:
         _owner.received({.bytes = message, .origin = _origin, .receivedAt = now()});
@@ -99,7 +102,7 @@ void StreamConnection::handleMessages() {
 
 void StreamConnection::endWithBroken() {
   _framer.clear();
-  _isLast = true;
+  _isBroken = true;
   _owner.receivedBroken(_origin);
 }
 

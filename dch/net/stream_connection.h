@@ -48,7 +48,8 @@ class StreamConnection {
   // Sends it, now or when the client reads. Returns false when the connection has failed.
   bool send(std::string_view message) noexcept;
 
-  // Whether it has stood still since before `time`: in a message, or with an answer to be read.
+  // Whether it has stood still since before `time`: in a message, with an answer to be read, or
+  // after a broken message without being closed by the client.
   bool isStalledSince(Clock::time_point time) const;
   void fail() { _hasFailed = true; }
 
@@ -71,6 +72,7 @@ class StreamConnection {
   std::string _unsent;
   Clock::time_point _lastMoved = Clock::now();
   bool _isLast = false;  // nothing more is received
+  bool _isBroken = false;  // what still comes is thrown away
   bool _hasFailed = false;
 };
 

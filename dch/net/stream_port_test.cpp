@@ -101,10 +101,21 @@ TEST_F(StreamPortTest, SendsAnswersWithoutWaitingForThoseBeforeToBeConfirmed) {
 }
 
 TEST_F(StreamPortTest, AnswersALengthThatNoMessageHasAndEndsTheConnection) {
-  TcpClient client(port());
-  client.send(message("one") + std::string(4, '\0') + message("two"));
-  EXPECT_EQ(client.StreamSocket::receive(1'000), message("one") + brokenAnswer);
+  {
+    TcpClient client(port());
+    client.send(message("one") + std::string(4, '\0') + message("two"));
+    EXPECT_EQ(client.StreamSocket::receive(1'000), message("one") + brokenAnswer);
+  }
   EXPECT_TRUE(waitUntil([&] { return closedCount() == 1; }));
+}
+
+TEST_F(StreamPortTest, LosesNoAnswerWhenMuchFollowsALengthThatNoMessageHas) {
+  std::string requests;
+  for (int i = 0; i < 1'000; ++i) requests += message("one");
+  TcpClient client(port());
+  client.send(requests + std::string(1'000'000, '\0'));
+  const std::string answers = requests + brokenAnswer;
+  EXPECT_EQ(client.StreamSocket::receive(answers.size() + 1).size(), answers.size());
 }
 
 TEST_F(StreamPortTest, AnswersAMessageThatEndsInTheMiddle) {
@@ -211,6 +222,13 @@ TEST_F(StalledStreamTest, EndsAConnectionThatStandsStillInAMessage) {
   client.send(message("hello").substr(0, 6));
   EXPECT_TRUE(endsStalled(1));
   EXPECT_EQ(client.receive(), "");
+}
+
+TEST_F(StalledStreamTest, EndsAConnectionThatStaysAfterABrokenMessage) {
+  TcpClient client(port());
+  client.send(std::string(4, '\0'));
+  EXPECT_EQ(client.StreamSocket::receive(1'000), brokenAnswer);
+  EXPECT_TRUE(endsStalled(1));
 }
 
 TEST_F(StalledStreamTest, EndsAConnectionWhoseClientDoesNotRead) {
