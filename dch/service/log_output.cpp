@@ -6,6 +6,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <climits>
 #include <new>
 
 namespace dch {
@@ -25,10 +28,12 @@ Descriptor openAgain(int descriptor) {
   return Descriptor(open(path.c_str(), O_WRONLY | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
 }
 
-// For what could not be opened again: a moment later it may be false.
-bool canBeWritten(int descriptor) {
+// For what could not be opened again: how many of `size` bytes can be written without a wait, if
+// nobody else writes meanwhile. A pipe that has room has it for so many.
+std::size_t countForOneGo(int descriptor, std::size_t size) {
   pollfd watched{descriptor, POLLOUT, 0};
-  return poll(&watched, 1, 0) == 1;
+  if (poll(&watched, 1, 0) != 1) return 0;
+  return kindOf(descriptor) == S_IFIFO ? std::min<std::size_t>(size, PIPE_BUF) : size;
 }
 
 }  // namespace
@@ -70,11 +75,11 @@ void LogOutput::writeKept() {
 
 // Returns how much is done with. What can never be written is.
 std::size_t LogOutput::tryWrite(std::string_view text) {
-  if (text.empty()) return 0;
-  if (!_own.isOpen() && !canBeWritten(_descriptor)) return 0;
-  const ssize_t count =
-      _isSocket ? send(_descriptor, text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL)
-                : ::write(_descriptor, text.data(), text.size());
+  const std::size_t size = _own.isOpen() ? text.size() : countForOneGo(_descriptor, text.size());
+  if (size == 0) return 0;
+  const ssize_t count = _isSocket
+                            ? send(_descriptor, text.data(), size, MSG_DONTWAIT | MSG_NOSIGNAL)
+                            : ::write(_descriptor, text.data(), size);
   if (count >= 0) return static_cast<std::size_t>(count);
   if (errno == EAGAIN || errno == EINTR) return 0;
   ++_dropped;

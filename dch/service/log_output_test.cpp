@@ -2,9 +2,11 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <string>
 
 #include "dch/net/descriptor.h"
@@ -80,6 +82,25 @@ TEST_P(LogOutputTest, LeavesTheDescriptorOfOthersAsItIs) {
 
 INSTANTIATE_TEST_SUITE_P(Each, LogOutputTest, ::testing::Values(openPipe, openSocketPair),
                          [](const auto& kind) { return kind.index == 0 ? "Pipe" : "Socket"; });
+
+TEST(LogOutputToADescriptorTest, DoesNotWaitForAPipeThatItCannotOpenAgain) {
+  const Ends ends = openPipe();
+  rlimit limit{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+  const rlimit noMoreFiles{0, limit.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &noMoreFiles), 0);
+  LogOutput output(ends.writing.get());
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+  const int written = writeUntilDropped(&output);
+  EXPECT_EQ(output.dropped(), 1u);
+  std::string expected, all;
+  for (int i = 0; i < written - 1; ++i) expected += line(i);
+  while (all.size() < expected.size()) {
+    all += readSome(ends, 65'536);
+    output.flush();
+  }
+  EXPECT_EQ(all, expected);
+}
 
 TEST(LogOutputToADescriptorTest, CountsWhatCannotBeWritten) {
   const Descriptor full(open("/dev/full", O_WRONLY | O_CLOEXEC));
