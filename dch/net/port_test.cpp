@@ -47,13 +47,20 @@ TEST(OpenPortTest, RefusesAPortThatAnotherServerHas) {
                     HasSubstr("already active")));
 }
 
+// Why a port is refused that is taken for one kind of socket; another test may have it for the
+// other kind, so there are some attempts.
+template <class TakenSocket>
+bool isRefusedBecause(const std::string& reason) {
+  for (int attempt = 0; attempt < 10; ++attempt) {
+    const TakenSocket taken;
+    if (refusalOf(loopback, taken.port()).ends_with(reason)) return true;
+  }
+  return false;
+}
+
 TEST(OpenPortTest, SaysForWhichOfTheTwoAPortIsInUse) {
-  const DatagramSocket datagrams;
-  EXPECT_THAT(refusalOf(loopback, datagrams.port()),
-              HasSubstr(" for datagrams: Address already in use"));
-  const StreamListener streams;
-  EXPECT_THAT(refusalOf(loopback, streams.port()),
-              HasSubstr(" for streams: Address already in use"));
+  EXPECT_TRUE(isRefusedBecause<DatagramSocket>(" for datagrams: Address already in use"));
+  EXPECT_TRUE(isRefusedBecause<StreamListener>(" for streams: Address already in use"));
 }
 
 TEST(OpenPortTest, RefusesAnAddressThatTheMachineDoesNotHave) {
