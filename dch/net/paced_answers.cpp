@@ -57,7 +57,7 @@ void PacedAnswers::sendDue() {
       _transfers.erase(transfer);
     } else {
       sendDatagram(&*transfer);
-      transfer->due = now + _pause;
+      transfer->due = Clock::now() + _pause;
     }
   }
   waitForNext();
