@@ -41,7 +41,9 @@ class Store {
   // it is kept.
   virtual void append(Entry* entry, StoreClient* client) = 0;
 
-  // Tells the changes that make up what is known, in an order in which they can be applied.
+  // Tells the changes that make up what is known, in an order in which they can be applied. Sources
+  // that are off line come first: without a registration they have their handles and no more. Throws
+  // what the store's own header says, and what `take` throws.
   virtual void load(const std::function<void(Change&&)>& take) = 0;
 };
 

@@ -1,0 +1,98 @@
+#include "dch/store/change_writer.h"
+
+#include <algorithm>
+
+namespace dch {
+
+ChangeWriter::ChangeWriter(sqlite::Connection& connection)
+    : _providers(connection),
+      _newestRows(connection, _providers),
+      _position(_newestRows.position()),
+      _defer(connection, "INSERT INTO kept_deferrals VALUES (?, ?, ?, ?, ?, ?, ?)"),
+      _startAction(connection, R"(
+INSERT INTO kept_actions (position, id, name, owner, started_us) VALUES (?, ?, ?, ?, ?))"),
+      _endAction(connection, R"(
+UPDATE kept_actions SET end_position = ?, ended_us = ?, result = ?
+WHERE position = (SELECT max(position) FROM kept_actions WHERE id = ?))") {}
+
+void ChangeWriter::skipTo(std::int64_t position) {
+  _position = std::max(_position, position);
+}
+
+bool ChangeWriter::write(const Change& change) {
+  ++_position;
+  if (!std::holds_alternative<Row>(change)) _positionIsDue = true;
+  return std::visit([this](const auto& each) { return write(each); }, change);
+}
+
+bool ChangeWriter::write(const Registered& change) {
+  if (!_providers.hasRoomFor(change.registration)) return false;
+  _providers.write(change, _position);
+  return true;
+}
+
+bool ChangeWriter::write(const Unregistered& change) {
+  _providers.write(change);
+  return true;
+}
+
+bool ChangeWriter::write(const WentOnline& change) {
+  return _providers.write(change, _position);
+}
+
+bool ChangeWriter::write(const WentOffline& change) {
+  _providers.write(change);
+  return true;
+}
+
+bool ChangeWriter::write(const Row& change) {
+  RowTable* const table = _providers.tableOf(change.handle);
+  if (table == nullptr) return false;
+  table->insert(_position, change);
+  _newestRows.add(change.handle, _position);
+  return true;
+}
+
+bool ChangeWriter::write(const Deferred& change) {
+  const Deferral& deferral = change.deferral.front();
+  _defer.bind(1, _position)
+      .bind(2, deferral.actionId)
+      .bind(3, deferral.peltaObject)
+      .bind(4, deferral.currentTime)
+      .bindText(5, deferral.applKey)
+      .bindText(6, deferral.tableName)
+      .bindText(7, deferral.sourceName)
+      .run();
+  return true;
+}
+
+bool ChangeWriter::write(const ActionStarted& change) {
+  _startAction.bind(1, _position)
+      .bind(2, change.id)
+      .bindText(3, change.name)
+      .bindText(4, change.owner)
+      .bind(5, change.time)
+      .run();
+  return true;
+}
+
+bool ChangeWriter::write(const ActionEnded& change) {
+  _endAction.bind(1, _position)
+      .bind(2, change.time)
+      .bind(3, change.status)
+      .bind(4, change.id)
+      .run();
+  return true;
+}
+
+std::int64_t ChangeWriter::finish() {
+  _newestRows.save(_position, _positionIsDue);
+  return _position;
+}
+
+void ChangeWriter::committed() {
+  _positionIsDue = false;
+  _newestRows.committed();
+}
+
+}  // namespace dch

@@ -1,0 +1,58 @@
+// change_writer.h: writes changes into the file, in their order.
+#ifndef DCH_STORE_CHANGE_WRITER_H
+#define DCH_STORE_CHANGE_WRITER_H
+
+#include <cstdint>
+
+#include "dch/core/change.h"
+#include "dch/store/newest_rows.h"
+#include "dch/store/providers.h"
+#include "dch/store/sqlite.h"
+
+namespace dch {
+
+// What it knows is what is in the file; after a transaction that did not succeed it is made anew.
+// One thread at a time.
+class ChangeWriter {
+ public:
+  explicit ChangeWriter(sqlite::Connection& connection);
+
+  const Providers& providers() const { return _providers; }
+  const NewestRows& newestRows() const { return _newestRows; }
+  NewestRows& newestRows() { return _newestRows; }
+
+  // The highest position that is kept.
+  std::int64_t keptPosition() const { return _newestRows.position(); }
+  // Positions up to this one are not used again.
+  void skipTo(std::int64_t position);
+
+  // In a transaction. Returns false when the file does not take such a change; nothing of it is
+  // written then.
+  bool write(const Change& change);
+  // In the same transaction, behind its last change. Returns the highest position it used.
+  std::int64_t finish();
+  // The transaction is kept.
+  void committed();
+
+ private:
+  bool write(const Registered& change);
+  bool write(const Unregistered& change);
+  bool write(const WentOnline& change);
+  bool write(const WentOffline& change);
+  bool write(const Row& change);
+  bool write(const Deferred& change);
+  bool write(const ActionStarted& change);
+  bool write(const ActionEnded& change);
+
+  Providers _providers;
+  NewestRows _newestRows;
+  std::int64_t _position;
+  bool _positionIsDue = false;  // a change has used one that no row tells
+  sqlite::Statement _defer;
+  sqlite::Statement _startAction;
+  sqlite::Statement _endAction;
+};
+
+}  // namespace dch
+
+#endif  // DCH_STORE_CHANGE_WRITER_H

@@ -1,0 +1,172 @@
+#include "dch/store/file_writer.h"
+
+#include <algorithm>
+#include <chrono>
+#include <exception>
+#include <utility>
+
+namespace dch {
+
+namespace {
+
+Time systemTime() {
+  return std::chrono::duration_cast<std::chrono::microseconds>(
+             std::chrono::system_clock::now().time_since_epoch())
+      .count();
+}
+
+}  // namespace
+
+FileWriter::FileWriter(StateFile& file, std::string path, int checkpointPages,
+                       std::function<Time()> now)
+    : _file(file),
+      _path(std::move(path)),
+      _checkpointPages(checkpointPages),
+      _now(now ? std::move(now) : systemTime),
+      _retention(file.connection()) {
+  makeWriter();
+  sqlite3_wal_hook(
+      _file.connection().handle(),
+      [](void* self, sqlite3*, const char*, int pages) {
+        static_cast<FileWriter*>(self)->_logPages = pages;
+        return SQLITE_OK;
+      },
+      this);
+}
+
+void FileWriter::makeWriter() {
+  if (_writer) return;
+  _writer.emplace(_file.connection());
+  _writer->skipTo(_position);
+}
+
+void FileWriter::write(std::vector<Item>* group) noexcept {
+  const auto start = std::chrono::steady_clock::now();
+  std::int64_t position = 0;
+  bool isKept = true;
+  try {
+    makeWriter();
+    sqlite::Transaction transaction(_file.connection());
+    position = writeAll(group);
+    transaction.commit();
+    _writer->committed();
+  } catch (const std::exception& error) {
+    isKept = recover(position);
+    begin(&_writing, error.what());
+  }
+  if (isKept)
+    end(&_writing);
+  else
+    for (Item& item : *group) item.isKept = false;
+
+  const auto kept = static_cast<std::uint64_t>(
+      std::count_if(group->begin(), group->end(), [](const Item& item) { return item.isKept; }));
+  const auto time = std::chrono::steady_clock::now() - start;
+  _changesSinceLook += group->size();
+  const std::lock_guard lock(_mutex);
+  ++_figures.groups;
+  _figures.changesKept += kept;
+  _figures.changesRefused += group->size() - kept;
+  _figures.isFailing = !isKept;
+  _figures.microseconds += static_cast<std::uint64_t>(
+      std::chrono::duration_cast<std::chrono::microseconds>(time).count());
+}
+
+// The highest position that the group has used.
+std::int64_t FileWriter::writeAll(std::vector<Item>* group) {
+  for (Item& item : *group) item.isKept = _writer->write(*item.change);
+  return _position = _writer->finish();
+}
+
+// The transaction is rolled back, but when its commit failed late it may be in the file all the
+// same: what is there decides. Returns whether it has the change of this position, which is 0 when
+// it was not reached.
+bool FileWriter::recover(std::int64_t position) noexcept {
+  try {
+    _writer.reset();
+    // On a full disk this makes room: the log begins anew.
+    sqlite3_wal_checkpoint_v2(_file.connection().handle(), nullptr, SQLITE_CHECKPOINT_PASSIVE,
+                              nullptr, nullptr);
+    makeWriter();
+    return position != 0 && _writer->keptPosition() >= position;
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
+bool FileWriter::tidy(const RetentionLimits& limits, bool isIdle) noexcept {
+  try {
+    if (_logPages >= _nextCheckpoint) checkpoint();
+    const bool isNew = std::exchange(_limits, limits) != limits;
+    if (!isNew && !isLookDue(isIdle)) return _hasMoreToTidy;
+    _changesSinceLook = 0;
+    _lastLook = std::chrono::steady_clock::now();
+    makeWriter();
+    const std::int64_t before = _retention.removed();
+    _hasMoreToTidy = _retention.step(&*_writer, limits, _now());
+    end(&_tidying);
+    const std::lock_guard lock(_mutex);
+    _figures.rowsRemoved += static_cast<std::uint64_t>(_retention.removed() - before);
+  } catch (const std::exception& error) {
+    _writer.reset();
+    begin(&_tidying, error.what());
+    _hasMoreToTidy = false;
+  }
+  return _hasMoreToTidy;
+}
+
+bool FileWriter::isLookDue(bool isIdle) const {
+  return (isIdle && _hasMoreToTidy) || _changesSinceLook >= changesBetweenLooks ||
+         std::chrono::steady_clock::now() - _lastLook >= timeBetweenLooks;
+}
+
+void FileWriter::checkpoint() {
+  int pages = 0;
+  int done = 0;
+  // A reader can keep the log from beginning anew: it is tried again when there is more to do.
+  _nextCheckpoint = _logPages + _checkpointPages;
+  _file.connection().check(sqlite3_wal_checkpoint_v2(_file.connection().handle(), nullptr,
+                                                     SQLITE_CHECKPOINT_PASSIVE, &pages, &done));
+  if (pages == done) _nextCheckpoint = _checkpointPages;
+  _logPages = 0;
+}
+
+void FileWriter::begin(Trouble* trouble, const char* reason) noexcept {
+  {
+    const std::lock_guard lock(_mutex);
+    ++_figures.failures;
+  }
+  if (!std::exchange(trouble->isOn, true)) tell(trouble->whatBegins, reason);
+}
+
+void FileWriter::end(Trouble* trouble) noexcept {
+  if (std::exchange(trouble->isOn, false)) tell(trouble->whatEnds, nullptr);
+}
+
+void FileWriter::tell(const char* what, const char* reason) noexcept {
+  try {
+    std::string line = "the state file " + _path + " " + what;
+    if (reason != nullptr) line += std::string(": ") + reason;
+    const std::lock_guard lock(_mutex);
+    _events.push_back(std::move(line));
+  } catch (const std::exception&) {
+    // Without memory for it the line is missing; the counters tell of the failure.
+  }
+}
+
+StoreFigures FileWriter::figures() const {
+  const std::lock_guard lock(_mutex);
+  return _figures;
+}
+
+std::vector<std::string> FileWriter::takeEvents() {
+  const std::lock_guard lock(_mutex);
+  return std::exchange(_events, {});
+}
+
+bool FileWriter::hasEvents() const {
+  const std::lock_guard lock(_mutex);
+  return !_events.empty();
+}
+
+}  // namespace dch

@@ -1,0 +1,106 @@
+// file_writer.h: writes groups of changes into the state file, keeps it in shape, and goes on by
+// itself after a failure.
+#ifndef DCH_STORE_FILE_WRITER_H
+#define DCH_STORE_FILE_WRITER_H
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "dch/store/change_writer.h"
+#include "dch/store/retention.h"
+#include "dch/store/state_file.h"
+
+namespace dch {
+
+// What has been done, since the file was opened.
+struct StoreFigures {
+  std::uint64_t groups = 0;
+  std::uint64_t changesKept = 0;
+  std::uint64_t changesRefused = 0;
+  std::uint64_t rowsRemoved = 0;   // by retention
+  std::uint64_t failures = 0;      // groups, checkpoints and steps of retention
+  std::uint64_t microseconds = 0;  // in which groups were written
+  bool isFailing = false;          // the last group was not kept
+};
+
+// One thread, but for what says otherwise.
+class FileWriter {
+ public:
+  // While changes come it is seen to retention after so many of them or so long.
+  static constexpr std::size_t changesBetweenLooks = 1'000;
+  static constexpr std::chrono::milliseconds timeBetweenLooks{100};
+
+  // A checkpoint is made when the log of SQLite has `checkpointPages`. `now` may be null for the
+  // system's clock. Throws sqlite::Error.
+  FileWriter(StateFile& file, std::string path, int checkpointPages, std::function<Time()> now);
+  FileWriter(const FileWriter&) = delete;
+  FileWriter& operator=(const FileWriter&) = delete;
+
+  // What is in the file. Not after a failure.
+  const ChangeWriter& known() const { return *_writer; }
+
+  struct Item {
+    const Change* change;
+    bool isKept;
+  };
+  // Writes all changes in one transaction and tells which of them are kept: they are in the file,
+  // and the others are not as far as it can tell.
+  void write(std::vector<Item>* group) noexcept;
+
+  // Does some of what keeps the file in shape, bounded so that changes do not wait for long.
+  // `isIdle`: none waits. Returns whether there may be more to do.
+  bool tidy(const RetentionLimits& limits, bool isIdle) noexcept;
+
+  // Any thread.
+  StoreFigures figures() const;
+  // Lines for the operator: when something begins to fail, and when it ends. Any thread.
+  std::vector<std::string> takeEvents();
+  bool hasEvents() const;
+
+ private:
+  // Something that fails again and again until it ends.
+  struct Trouble {
+    const char* whatBegins;
+    const char* whatEnds;
+    bool isOn = false;
+  };
+
+  void makeWriter();
+  std::int64_t writeAll(std::vector<Item>* group);
+  bool recover(std::int64_t position) noexcept;
+  bool isLookDue(bool isIdle) const;
+  void checkpoint();
+  void begin(Trouble* trouble, const char* reason) noexcept;
+  void end(Trouble* trouble) noexcept;
+  void tell(const char* what, const char* reason) noexcept;
+
+  StateFile& _file;
+  const std::string _path;
+  const int _checkpointPages;
+  const std::function<Time()> _now;
+  std::optional<ChangeWriter> _writer;  // none after a failure
+  Retention _retention;
+  std::int64_t _position = 0;  // the highest that was ever used
+  RetentionLimits _limits;
+  std::size_t _changesSinceLook = 0;
+  std::chrono::steady_clock::time_point _lastLook;
+  bool _hasMoreToTidy = true;
+  int _logPages = 0;
+  int _nextCheckpoint = _checkpointPages;
+  Trouble _writing{"cannot be written", "is written again"};
+  Trouble _tidying{"cannot be tidied, and rows may stay for longer than they should",
+                   "is tidied again"};
+
+  mutable std::mutex _mutex;
+  StoreFigures _figures;
+  std::vector<std::string> _events;
+};
+
+}  // namespace dch
+
+#endif  // DCH_STORE_FILE_WRITER_H

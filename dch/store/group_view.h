@@ -1,0 +1,54 @@
+// group_view.h: the view through which people and programs read the rows of a group.
+//
+// It is named APPL.GROUP and has the columns time, time_us, source, handle and code, then the
+// attributes of the last registration in its order, then those that only earlier ones had. A name
+// that is taken gets `_` behind it until it is free, and SQL does not tell small letters from
+// capital ones.
+#ifndef DCH_STORE_GROUP_VIEW_H
+#define DCH_STORE_GROUP_VIEW_H
+
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace dch {
+
+// Names that are taken. One thread.
+class SqlNames {
+ public:
+  SqlNames() = default;
+  SqlNames(std::initializer_list<std::string_view> taken);
+
+  // Takes the name, or the next free one. Bytes that are no UTF-8 become U+FFFD, since names of
+  // tables and columns have to be text.
+  std::string take(std::string_view wanted);
+
+ private:
+  static std::string folded(std::string_view name);
+
+  std::set<std::string> _taken;
+};
+
+// An attribute of a group, and the column of its values in the group's table.
+struct AttributeColumn {
+  std::string name;
+  int column = 0;  // from 1
+  bool operator==(const AttributeColumn&) const = default;
+};
+
+// What a column of a table is called.
+std::string columnName(int column);
+std::string rowTableName(std::int64_t group);
+
+// The statement that makes the view. Attributes for which a result has no room are left out.
+std::string groupViewStatement(std::string_view view, std::int64_t group,
+                               const std::vector<AttributeColumn>& attributes,
+                               std::size_t mostColumns);
+
+}  // namespace dch
+
+#endif  // DCH_STORE_GROUP_VIEW_H

@@ -1,0 +1,66 @@
+#include "dch/store/retention.h"
+
+#include <limits>
+#include <optional>
+#include <string>
+
+namespace dch {
+
+namespace {
+
+constexpr std::int64_t megabyte = 1'048'576;
+constexpr Time day = Time{24} * 60 * 60 * 1'000'000;
+
+std::optional<RowTable::First> findOldest(const ChangeWriter& writer) {
+  std::optional<RowTable::First> oldest;
+  for (const auto& table : writer.providers().tables())
+    if (const auto& first = table->first(); first && (!oldest || first->number < oldest->number))
+      oldest = first;
+  return oldest;
+}
+
+std::int64_t numberOf(sqlite::Statement* query) {
+  const std::int64_t number = query->step() ? query->number(0) : 0;
+  query->reset();
+  return number;
+}
+
+}  // namespace
+
+Retention::Retention(sqlite::Connection& connection)
+    : _connection(connection),
+      _pageCount(connection, "PRAGMA page_count"),
+      _freePages(connection, "PRAGMA freelist_count"),
+      _pageBytes(sqlite::queryNumber(connection, "PRAGMA page_size")) {}
+
+bool Retention::step(ChangeWriter* writer, const RetentionLimits& limits, Time now) {
+  const std::int64_t freePages = numberOf(&_freePages);
+  const std::int64_t usedBytes = (numberOf(&_pageCount) - freePages) * _pageBytes;
+  const std::optional<RowTable::First> oldest = findOldest(*writer);
+  const Time keptSince = now - limits.days * day;
+  const bool isTooLarge = usedBytes > limits.megabytes * megabyte;
+  if (!oldest || (!isTooLarge && oldest->time >= keptSince)) return shrink(freePages);
+  remove(writer, oldest->number + stepRows - 1,
+         isTooLarge ? std::numeric_limits<Time>::max() : keptSince);
+  return true;
+}
+
+void Retention::remove(ChangeWriter* writer, std::int64_t last, Time before) {
+  sqlite::Transaction transaction(_connection);
+  writer->newestRows().saveUpTo(last);
+  std::int64_t removed = 0;
+  for (const auto& table : writer->providers().tables())
+    if (const auto& first = table->first(); first && first->number <= last)
+      removed += table->removeOldest(last, before);
+  transaction.commit();
+  writer->committed();
+  _removed += removed;
+}
+
+bool Retention::shrink(std::int64_t freePages) {
+  if (freePages <= sparePages) return false;
+  _connection.execute("PRAGMA incremental_vacuum(" + std::to_string(stepPages) + ")");
+  return freePages - stepPages > sparePages;
+}
+
+}  // namespace dch

@@ -1,0 +1,53 @@
+// retention.h: removes the oldest rows, whatever their group, a few at a time.
+#ifndef DCH_STORE_RETENTION_H
+#define DCH_STORE_RETENTION_H
+
+#include <cstdint>
+
+#include "dch/core/message.h"
+#include "dch/store/change_writer.h"
+#include "dch/store/sqlite.h"
+
+namespace dch {
+
+// Rows are kept for so many days, and as long as what the file uses is not larger.
+struct RetentionLimits {
+  std::int64_t days = 30;
+  std::int64_t megabytes = 1'024;  // of 1,048,576 bytes
+
+  bool operator==(const RetentionLimits&) const = default;
+};
+
+// One thread at a time.
+class Retention {
+ public:
+  // How many positions a step takes at most: some milliseconds, in which rows wait.
+  static constexpr std::int64_t stepRows = 2'000;
+  // How many free pages stay for new rows when the file shrinks, and how many go in a step.
+  static constexpr std::int64_t sparePages = 4'096;
+  static constexpr std::int64_t stepPages = 256;
+
+  explicit Retention(sqlite::Connection& connection);
+
+  // Removes some rows when a limit is passed, or else gives some free pages back to the system, in
+  // a transaction of its own. Returns whether there may be more to do. When this throws, `writer`
+  // is to be made anew.
+  bool step(ChangeWriter* writer, const RetentionLimits& limits, Time now);
+
+  // How many rows it has removed.
+  std::int64_t removed() const { return _removed; }
+
+ private:
+  void remove(ChangeWriter* writer, std::int64_t last, Time before);
+  bool shrink(std::int64_t freePages);
+
+  sqlite::Connection& _connection;
+  sqlite::Statement _pageCount;
+  sqlite::Statement _freePages;
+  const std::int64_t _pageBytes;
+  std::int64_t _removed = 0;
+};
+
+}  // namespace dch
+
+#endif  // DCH_STORE_RETENTION_H

@@ -1,0 +1,111 @@
+#include "dch/store/retention.h"
+
+#include <filesystem>
+
+#include "dch/testkit/store_test.h"
+#include "tests/support/wait_until.h"
+
+namespace dch {
+namespace {
+
+using testkit::dataMessage;
+using testkit::day;
+
+class RetentionTest : public testkit::StoreTest {
+ protected:
+  void SetUp() override {
+    start();
+    goOnline();
+    ASSERT_TRUE(keep(WentOnline{"HOSTMON", "disk", "sda", 2}));
+  }
+  void keepRows(ZORA_Long handle, int count, Time time, std::size_t bytes = 0) {
+    std::string message = dataMessage(handle);
+    message.resize(message.size() + bytes);
+    for (int row = 0; row < count; ++row) append(Row{handle, time, message});
+    _store->finish();
+  }
+  bool waitForRows(const std::string& view, const std::string& count) {
+    return waitUntil(
+        [&] { return read("SELECT count(*) FROM \"HOSTMON." + view + "\"") == count; });
+  }
+  std::uint64_t removed() const { return _store->figures().rowsRemoved; }
+};
+
+TEST_F(RetentionTest, RemovesWhatIsTooOld) {
+  keepRows(1, 5'000, 1 * day);
+  keepRows(2, 10, 1 * day);
+  keepRows(1, 7, 40 * day);
+  keepRows(2, 3, 40 * day);
+  _now = 32 * day;
+  _store->setRetention({.days = 30, .megabytes = 999});
+  EXPECT_TRUE(waitForRows("load", "7\n"));
+  EXPECT_TRUE(waitForRows("disk", "3\n"));
+  EXPECT_TRUE(waitUntil([&] { return removed() == 5'010; }));
+}
+
+TEST_F(RetentionTest, LessOfItIsInForceSoon) {
+  _now = 10 * day;
+  keepRows(1, 4, 1 * day);
+  keepRows(1, 6, 9 * day);
+  EXPECT_EQ(read("SELECT count(*) FROM \"HOSTMON.load\""), "10\n");
+  _store->setRetention({.days = 2, .megabytes = 1'000});
+  EXPECT_TRUE(waitForRows("load", "6\n"));
+}
+
+TEST_F(RetentionTest, RemovesTheOldestWhateverTheirGroupWhenTheFileIsTooLarge) {
+  keepRows(1, 1'500, 1, 1'000);
+  keepRows(2, 1'500, 2, 1'000);
+  keepRows(1, 1'500, 3, 1'000);
+  _store->setRetention({.days = 30, .megabytes = 4});
+  EXPECT_TRUE(waitUntil([&] { return removed() == 2'000; }));
+  // The first 2,000 are gone, which were all those of 1 in group load and some of 2 in disk.
+  EXPECT_EQ(read("SELECT min(time_us), max(time_us), count(*) FROM \"HOSTMON.load\""),
+            "3|3|1500\n");
+  EXPECT_EQ(read("SELECT count(*) FROM \"HOSTMON.disk\""), "1000\n");
+}
+
+TEST_F(RetentionTest, NeverTakesWhatIsKnown) {
+  keepRows(1, 3, 1 * day);
+  keep(testkit::deferred(1));
+  keep(ActionStarted{7, "succeed", "operator", 1 * day});
+  keep(ActionEnded{7, 1 * day, 3});
+  knownAfterRestart();
+  const std::string before = _known->text();
+  EXPECT_TRUE(_known->registry().findSource(1)->row.has_value());
+  _now = 100 * day;
+  _store->setRetention({.days = 1, .megabytes = 1'000});
+  EXPECT_TRUE(waitForRows("load", "0\n"));
+  EXPECT_EQ(knownAfterRestart(), before) << "the newest row of a source too";
+}
+
+TEST_F(RetentionTest, NumbersGoOnWhenAllRowsAreGone) {
+  keepRows(1, 3, 1 * day);
+  const std::string last = read("SELECT max(number) FROM rows_1");
+  _now = 100 * day;
+  _store->setRetention({.days = 1, .megabytes = 1'000});
+  ASSERT_TRUE(waitForRows("load", "0\n"));
+  knownAfterRestart();
+  keepRows(1, 1, 100 * day);
+  EXPECT_GT(std::stoll(read("SELECT number FROM rows_1")), std::stoll(last));
+}
+
+TEST_F(RetentionTest, TheFileShrinksWhenLessIsKept) {
+  keepRows(1, 12'000, 1, 4'000);
+  EXPECT_GT(std::stoull(read("PRAGMA page_count")), 12'000u);
+  _store->setRetention({.days = 30, .megabytes = 1});
+  constexpr std::uintmax_t most =
+      (Retention::sparePages + Retention::stepPages) * std::uintmax_t{4'096} + 2'000'000;
+  EXPECT_TRUE(waitUntil([&] { return std::stoull(read("PRAGMA page_count")) * 4'096 < most; }));
+  stop();
+  EXPECT_LT(std::filesystem::file_size(path()), most);
+}
+
+TEST_F(RetentionTest, TheFileStaysFlat) {
+  _store->setRetention({.days = 30, .megabytes = 4});
+  for (int round = 0; round < 10; ++round) keepRows(1, 5'000, 1, 300);
+  stop();
+  EXPECT_LT(std::filesystem::file_size(path()), 12'000'000u) << "of 17,000,000 that were written";
+}
+
+}  // namespace
+}  // namespace dch

@@ -1,0 +1,144 @@
+#include "dch/store/row_table.h"
+
+#include <set>
+#include <utility>
+
+#include "dch/store/row_message.h"
+
+namespace dch {
+
+namespace {
+
+// Before the attributes: number, time, handle, code, message.
+constexpr int fixedColumns = 5;
+
+std::string tableDefinition(const std::string& name, std::size_t attributes) {
+  std::string sql = "CREATE TABLE " + name +
+                    " (number INTEGER PRIMARY KEY, time_us INTEGER NOT NULL, handle INTEGER NOT "
+                    "NULL, code INTEGER NOT NULL, message BLOB NOT NULL";
+  for (std::size_t column = 1; column <= attributes; ++column)
+    sql += ", " + columnName(static_cast<int>(column));
+  return sql + ")";
+}
+
+}  // namespace
+
+RowTable::RowTable(sqlite::Connection& connection, std::int64_t group,
+                   std::vector<AttributeColumn> attributes)
+    : _connection(connection),
+      _group(group),
+      _name(rowTableName(group)),
+      _attributes(std::move(attributes)) {
+  for (const AttributeColumn& each : _attributes) _columns.emplace(each.name, each.column);
+}
+
+int RowTable::columnOf(std::string_view attribute) const {
+  const auto known = _columns.find(attribute);
+  return known != _columns.end() ? known->second : 0;
+}
+
+bool RowTable::arrange(const std::vector<suite::RegisteredAttribute>& attributes) {
+  const auto limit = static_cast<std::size_t>(
+      sqlite3_limit(_connection.handle(), SQLITE_LIMIT_COLUMN, -1) - fixedColumns);
+  const std::size_t before = _columns.size();
+  std::vector<AttributeColumn> order;
+  for (const suite::RegisteredAttribute& attribute : attributes) {
+    if (columnOf(attribute.name) == 0 && _columns.size() < limit)
+      _columns.emplace(attribute.name, static_cast<int>(_columns.size()) + 1);
+    if (const int column = columnOf(attribute.name); column != 0)
+      order.push_back({attribute.name, column});
+  }
+  std::set<int> named;
+  for (const AttributeColumn& each : order) named.insert(each.column);
+  for (const AttributeColumn& each : _attributes)
+    if (!named.contains(each.column)) order.push_back(each);
+  if (order == _attributes) return false;
+  if (before == 0)
+    _connection.execute(tableDefinition(_name, _columns.size()));
+  else if (_columns.size() > before)
+    addColumns(_columns.size());
+  _attributes = std::move(order);
+  return true;
+}
+
+// All at once: ALTER TABLE reads the whole schema again for each column, and a client can ask for
+// hundreds. SQLite's page on ALTER TABLE describes this way for a change that leaves the rows as
+// they are, and a row that ends early has null in the columns behind its end.
+void RowTable::addColumns(std::size_t count) {
+  const auto version = sqlite::queryNumber(_connection, "PRAGMA schema_version");
+  const std::string definition = tableDefinition(_name, count);
+  _connection.execute("PRAGMA writable_schema = ON");
+  sqlite::Statement(_connection,
+                    "UPDATE sqlite_schema SET sql = ? WHERE type = 'table' AND name = ?")
+      .bindText(1, definition)
+      .bindText(2, _name)
+      .run();
+  _connection.execute("PRAGMA schema_version = " + std::to_string(version + 1));
+  _connection.execute("PRAGMA writable_schema = RESET");
+  _insert = {};
+}
+
+void RowTable::insert(std::int64_t number, const Row& row) {
+  if (!_insert) {
+    std::string sql = "INSERT INTO " + _name + " VALUES (?, ?, ?, ?, ?";
+    for (std::size_t count = _columns.size(); count > 0; --count) sql += ", ?";
+    _insert = {_connection, sql + ")"};
+  }
+  RowMessage message(row.message);
+  _insert.clearBindings();
+  _insert.bind(1, number).bind(2, row.time).bind(3, row.handle).bind(4, message.code());
+  _insert.bindBytes(fixedColumns, row.message);
+  RowMessage::Attribute attribute;
+  while (message.next(&attribute))
+    if (const int column = columnOf(attribute.name); column != 0)
+      bindValue(_insert, fixedColumns + column, attribute);
+  _insert.run();
+  if (!_first) _firstIsKnown = false;
+}
+
+std::optional<Row> RowTable::row(std::int64_t number) {
+  sqlite::Statement& query =
+      prepared(&_row, "SELECT handle, time_us, message FROM " + _name + " WHERE number = ?");
+  query.bind(1, number);
+  if (!query.step()) return std::nullopt;
+  Row result{static_cast<ZORA_Long>(query.number(0)), query.number(1), std::string(query.bytes(2))};
+  query.reset();
+  return result;
+}
+
+void RowTable::saveNewest(std::int64_t number) {
+  prepared(&_saveNewest,
+           "INSERT OR REPLACE INTO newest_rows SELECT handle, number, time_us, message FROM " +
+               _name + " WHERE number = ?")
+      .bind(1, number)
+      .run();
+}
+
+std::int64_t RowTable::removeOldest(std::int64_t last, Time before) {
+  prepared(&_removeOldest, "DELETE FROM " + _name + " WHERE number <= ? AND time_us < ?")
+      .bind(1, last)
+      .bind(2, before)
+      .run();
+  _firstIsKnown = false;
+  return _connection.changes();
+}
+
+const std::optional<RowTable::First>& RowTable::first() {
+  if (_firstIsKnown) return _first;
+  sqlite::Statement& query =
+      prepared(&_findFirst, "SELECT number, time_us FROM " + _name + " ORDER BY number LIMIT 1");
+  _first.reset();
+  if (query.step()) {
+    _first = {query.number(0), query.number(1)};
+    query.reset();
+  }
+  _firstIsKnown = true;
+  return _first;
+}
+
+sqlite::Statement& RowTable::prepared(sqlite::Statement* statement, const std::string& sql) {
+  if (!*statement) *statement = {_connection, sql};
+  return *statement;
+}
+
+}  // namespace dch

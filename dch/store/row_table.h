@@ -1,0 +1,79 @@
+// row_table.h: the rows of one group of attributes in the file.
+#ifndef DCH_STORE_ROW_TABLE_H
+#define DCH_STORE_ROW_TABLE_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "dch/core/change.h"
+#include "dch/core/text_map.h"
+#include "dch/store/group_view.h"
+#include "dch/store/sqlite.h"
+#include "suite/registration.h"
+
+namespace dch {
+
+// Writes in the transaction of its caller; after one that did not succeed it is made anew. One
+// thread at a time.
+class RowTable {
+ public:
+  // Of the group with this ID. Without attributes, which are told in the order of the view, it is
+  // not in the file yet: arrange() makes it.
+  RowTable(sqlite::Connection& connection, std::int64_t group,
+           std::vector<AttributeColumn> attributes = {});
+
+  std::int64_t group() const { return _group; }
+  const std::vector<AttributeColumn>& attributes() const { return _attributes; }
+
+  // The column of an attribute, 0 when it has none.
+  int columnOf(std::string_view attribute) const;
+
+  // Gives the attributes this order in the view, with a column for each new one; those that are
+  // named no more stand behind the others. Returns whether that changed anything. An attribute for
+  // which the table has no room is left out: its values are only in the messages. Every group has
+  // attributes.
+  bool arrange(const std::vector<suite::RegisteredAttribute>& attributes);
+
+  void insert(std::int64_t number, const Row& row);
+
+  // A row that is in the table.
+  std::optional<Row> row(std::int64_t number);
+
+  // Makes the row the newest one of its source.
+  void saveNewest(std::int64_t number);
+
+  // Removes rows up to `last` that are older than `before`. Returns how many.
+  std::int64_t removeOldest(std::int64_t last, Time before);
+
+  // The first row's number and time.
+  struct First {
+    std::int64_t number;
+    Time time;
+  };
+  const std::optional<First>& first();
+
+ private:
+  void addColumns(std::size_t count);
+  sqlite::Statement& prepared(sqlite::Statement* statement, const std::string& sql);
+
+  sqlite::Connection& _connection;
+  const std::int64_t _group;
+  const std::string _name;
+  std::vector<AttributeColumn> _attributes;
+  TextMap<int> _columns;
+  // Prepared when they are first needed.
+  sqlite::Statement _insert;
+  sqlite::Statement _row;
+  sqlite::Statement _saveNewest;
+  sqlite::Statement _removeOldest;
+  sqlite::Statement _findFirst;
+  std::optional<First> _first;
+  bool _firstIsKnown = false;
+};
+
+}  // namespace dch
+
+#endif  // DCH_STORE_ROW_TABLE_H

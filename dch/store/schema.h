@@ -1,0 +1,40 @@
+// schema.h: what is in the file of a state.
+//
+//   state              one line: the highest position that was in use when it was written, and from
+//                      which row on `newest_rows` does not know the rows
+//   known_...          the providers as the registry knows them. The `place` of a group is null
+//                      when it is not registered
+//   newest_rows        the newest row of each source that has sent one
+//   rows_N             the rows of the group with that ID: the message as it came, and a column
+//                      `vN` for each attribute that the group ever had
+//   kept_actions, kept_deferrals
+//
+// Positions count all changes in the order in which they were kept. A position never comes to mean
+// another change that somebody could have seen.
+//
+// People and programs that read the file use the views: `applications`, `sources`, `actions`,
+// `deferrals` and one for each group (group_view.h).
+#ifndef DCH_STORE_SCHEMA_H
+#define DCH_STORE_SCHEMA_H
+
+#include <string>
+#include <string_view>
+
+#include "dch/store/sqlite.h"
+
+namespace dch {
+
+// Of the file, in its header.
+inline constexpr int stateFileId = 0x5A444348;
+inline constexpr int newestSchema = 1;
+
+// Brings the file from an older version to the newest one; 0 is an empty file. Each step is in a
+// transaction with its version number.
+void upgradeSchema(sqlite::Connection& connection, int version);
+
+// A time in microseconds since 1970 as a text in SQL.
+std::string timeText(std::string_view microseconds);
+
+}  // namespace dch
+
+#endif  // DCH_STORE_SCHEMA_H

@@ -1,0 +1,166 @@
+#include "dch/store/sqlite.h"
+
+#include <cstring>
+#include <new>
+
+namespace dch::sqlite {
+
+namespace {
+
+[[noreturn]] void fail(sqlite3* handle, int code) {
+  if ((code & 0xFF) == SQLITE_NOMEM) throw std::bad_alloc();
+  // The connection's own words belong to the last call that failed on it.
+  const bool isOwn = handle != nullptr && sqlite3_extended_errcode(handle) == code;
+  const bool isSystem = (code & 0xFF) == SQLITE_CANTOPEN || (code & 0xFF) == SQLITE_IOERR;
+  const int systemError = handle != nullptr && isSystem ? sqlite3_system_errno(handle) : 0;
+  std::string message = isOwn ? sqlite3_errmsg(handle) : sqlite3_errstr(code);
+  if (systemError != 0) message += std::string(" (") + std::strerror(systemError) + ")";
+  throw Error(code, systemError, message);
+}
+
+// The number of bytes of the character at the start of `text`, 0 when it is none.
+std::size_t characterBytes(std::string_view text) {
+  const auto byte = [&](std::size_t index) {
+    return index < text.size() ? static_cast<unsigned char>(text[index]) : 0U;
+  };
+  const auto continues = [&](std::size_t index) { return (byte(index) & 0xC0) == 0x80; };
+  const unsigned first = byte(0);
+  if (first < 0x80) return 1;
+  if (first >= 0xC2 && first < 0xE0) return continues(1) ? 2 : 0;
+  if (first >= 0xE0 && first < 0xF0) {
+    const bool isOverlong = first == 0xE0 && byte(1) < 0xA0;
+    const bool isSurrogate = first == 0xED && byte(1) >= 0xA0;
+    return continues(1) && continues(2) && !isOverlong && !isSurrogate ? 3 : 0;
+  }
+  if (first >= 0xF0 && first < 0xF5) {
+    const bool isOverlong = first == 0xF0 && byte(1) < 0x90;
+    const bool isTooHigh = first == 0xF4 && byte(1) >= 0x90;
+    return continues(1) && continues(2) && continues(3) && !isOverlong && !isTooHigh ? 4 : 0;
+  }
+  return 0;
+}
+
+}  // namespace
+
+Connection::Connection(const std::string& path, const char* vfs) {
+  sqlite3* handle = nullptr;
+  const int flags =
+      SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE;
+  const int code = sqlite3_open_v2(path.c_str(), &handle, flags, vfs);
+  _handle.reset(handle);
+  if (code != SQLITE_OK) fail(handle, code);
+}
+
+void Connection::execute(const std::string& statements) {
+  check(sqlite3_exec(_handle.get(), statements.c_str(), nullptr, nullptr, nullptr));
+}
+
+void Connection::check(int code) const {
+  if (code != SQLITE_OK && code != SQLITE_ROW && code != SQLITE_DONE) fail(_handle.get(), code);
+}
+
+bool isUtf8(std::string_view text) {
+  while (!text.empty()) {
+    const std::size_t count = characterBytes(text);
+    if (count == 0) return false;
+    text.remove_prefix(count);
+  }
+  return true;
+}
+
+std::string asUtf8(std::string_view text) {
+  std::string result;
+  while (!text.empty()) {
+    const std::size_t count = characterBytes(text);
+    if (count == 0)
+      result += "\xEF\xBF\xBD";
+    else
+      result += text.substr(0, count);
+    text.remove_prefix(count == 0 ? 1 : count);
+  }
+  return result;
+}
+
+std::string quoted(std::string_view name) {
+  std::string result = "\"";
+  for (const char character : name) {
+    if (character == '"') result += '"';
+    result += character;
+  }
+  return result + '"';
+}
+
+Statement::Statement(Connection& connection, std::string_view sql) : _connection(&connection) {
+  sqlite3_stmt* handle = nullptr;
+  connection.check(sqlite3_prepare_v3(connection.handle(), sql.data(), static_cast<int>(sql.size()),
+                                      SQLITE_PREPARE_PERSISTENT, &handle, nullptr));
+  _handle.reset(handle);
+}
+
+Statement& Statement::bind(int parameter, std::int64_t value) {
+  _connection->check(sqlite3_bind_int64(_handle.get(), parameter, value));
+  return *this;
+}
+
+Statement& Statement::bindNull(int parameter) {
+  _connection->check(sqlite3_bind_null(_handle.get(), parameter));
+  return *this;
+}
+
+Statement& Statement::bindBytes(int parameter, std::string_view bytes) {
+  // Without an address it would be null instead of empty.
+  const char* const address = bytes.data() != nullptr ? bytes.data() : "";
+  _connection->check(
+      sqlite3_bind_blob64(_handle.get(), parameter, address, bytes.size(), SQLITE_STATIC));
+  return *this;
+}
+
+Statement& Statement::bindText(int parameter, std::string_view text) {
+  if (!isUtf8(text)) return bindBytes(parameter, text);
+  const char* const address = text.data() != nullptr ? text.data() : "";
+  _connection->check(sqlite3_bind_text64(_handle.get(), parameter, address, text.size(),
+                                         SQLITE_STATIC, SQLITE_UTF8));
+  return *this;
+}
+
+void Statement::run() {
+  const int code = sqlite3_step(_handle.get());
+  const int result = sqlite3_reset(_handle.get());
+  _connection->check(code == SQLITE_ROW || code == SQLITE_DONE ? result : code);
+}
+
+bool Statement::step() {
+  const int code = sqlite3_step(_handle.get());
+  if (code == SQLITE_ROW) return true;
+  reset();
+  _connection->check(code);
+  return false;
+}
+
+std::string_view Statement::bytes(int column) const {
+  const auto* const address = static_cast<const char*>(sqlite3_column_blob(_handle.get(), column));
+  const int size = sqlite3_column_bytes(_handle.get(), column);
+  if (address == nullptr && size > 0) throw std::bad_alloc();
+  return {address, static_cast<std::size_t>(size)};
+}
+
+std::int64_t queryNumber(Connection& connection, std::string_view sql) {
+  Statement query(connection, sql);
+  return query.step() ? query.number(0) : 0;
+}
+
+Transaction::Transaction(Connection& connection) : _connection(connection) {
+  connection.execute("BEGIN IMMEDIATE");
+}
+
+Transaction::~Transaction() {
+  // It has ended by itself after some errors.
+  if (_connection.isInTransaction())
+    sqlite3_exec(_connection.handle(), "ROLLBACK", nullptr, nullptr, nullptr);
+}
+
+void Transaction::commit() {
+  _connection.execute("COMMIT");
+}
+
+}  // namespace dch::sqlite

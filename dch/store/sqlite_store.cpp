@@ -1,0 +1,152 @@
+#include "dch/store/sqlite_store.h"
+
+#include <chrono>
+#include <utility>
+
+#include "dch/store/loader.h"
+
+namespace dch {
+
+namespace {
+
+// How often the age of the rows is looked at when nothing happens.
+constexpr std::chrono::seconds longestIdle{10};
+
+FileWriter makeWriter(StateFile& file, const SqliteStoreSettings& settings) {
+  try {
+    return FileWriter(file, settings.path, settings.checkpointPages, settings.now);
+  } catch (const sqlite::Error& error) {
+    throw file.errorFor(error);
+  }
+}
+
+}  // namespace
+
+SqliteStore::SqliteStore(const SqliteStoreSettings& settings, std::function<void()> wake,
+                         const Log& log)
+    : _wake(std::move(wake)),
+      _log(log),
+      _file(settings.path, settings.durability, settings.vfs),
+      _writer(makeWriter(_file, settings)),
+      _retention(settings.retention) {}
+
+SqliteStore::~SqliteStore() {
+  handOver();
+  {
+    const std::lock_guard lock(_mutex);
+    _isStopping = true;
+  }
+  _isAppended.notify_one();
+  if (_thread.joinable()) _thread.join();
+}
+
+void SqliteStore::load(const std::function<void(Change&&)>& take) {
+  try {
+    loadChanges(_file.connection(), _writer.known(), take);
+  } catch (const sqlite::Error& error) {
+    throw _file.errorFor(error);
+  }
+  _thread = std::thread([this] { run(); });
+}
+
+void SqliteStore::append(Entry* entry, StoreClient* client) {
+  Items item(1);
+  item.front().entry = std::move(*entry);
+  item.front().client = client;
+  _gathered.splice(_gathered.end(), item);
+  ++_waiting;
+}
+
+void SqliteStore::handOver() {
+  if (_gathered.empty()) return;
+  {
+    const std::lock_guard lock(_mutex);
+    _appended.splice(_appended.end(), _gathered);
+  }
+  _isAppended.notify_one();
+}
+
+void SqliteStore::collect() {
+  Items concluded;
+  {
+    const std::lock_guard lock(_mutex);
+    concluded.swap(_concluded);
+  }
+  for (const std::string& line : _writer.takeEvents()) _log.write("%s", line.c_str());
+  for (Item& item : concluded) {
+    --_waiting;
+    item.client->conclude(std::move(item.entry), item.isKept);
+  }
+}
+
+void SqliteStore::finish() {
+  while (_waiting > 0) {
+    handOver();
+    {
+      std::unique_lock lock(_mutex);
+      _isConcluded.wait(lock, [this] { return !_concluded.empty(); });
+    }
+    collect();
+  }
+}
+
+void SqliteStore::setRetention(const RetentionLimits& limits) {
+  {
+    const std::lock_guard lock(_mutex);
+    _retention = limits;
+    _hasUpkeep = true;
+  }
+  _isAppended.notify_one();
+}
+
+void SqliteStore::run() {
+  for (;;) {
+    Items group;
+    RetentionLimits limits;
+    {
+      std::unique_lock lock(_mutex);
+      if (!_isAppended.wait_for(lock, longestIdle,
+                                [this] { return !_appended.empty() || _hasUpkeep || _isStopping; }))
+        _hasUpkeep = true;
+      group.swap(_appended);
+      limits = _retention;
+      if (group.empty() && _isStopping) return;
+      _hasUpkeep = false;
+    }
+    const bool isIdle = group.empty();
+    if (!isIdle) {
+      writeGroup(&group);
+      handBack(&group);
+    }
+    if (_writer.tidy(limits, isIdle)) {
+      const std::lock_guard lock(_mutex);
+      _hasUpkeep = true;
+    }
+    if (isIdle && _writer.hasEvents()) _wake();
+  }
+}
+
+void SqliteStore::writeGroup(Items* group) {
+  try {
+    _changes.clear();
+    for (const Item& item : *group) _changes.push_back({&item.entry.change, false});
+  } catch (const std::bad_alloc&) {
+    return;  // none of them is kept
+  }
+  _writer.write(&_changes);
+  auto change = _changes.begin();
+  for (Item& item : *group) item.isKept = change++->isKept;
+}
+
+void SqliteStore::handBack(Items* group) {
+  bool isFirst = false;
+  {
+    const std::lock_guard lock(_mutex);
+    isFirst = _concluded.empty();
+    _concluded.splice(_concluded.end(), *group);
+  }
+  _isConcluded.notify_one();
+  if (isFirst) _wake();
+}
+
+}  // namespace dch

@@ -1,0 +1,161 @@
+#include "dch/store/state_file.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <system_error>
+
+#include "dch/store/schema.h"
+
+namespace dch {
+
+namespace {
+
+// Another program that writes has to be done in this time.
+constexpr char settings[] = R"(
+PRAGMA busy_timeout = 5000;
+PRAGMA auto_vacuum = INCREMENTAL;
+PRAGMA wal_autocheckpoint = 0;
+PRAGMA journal_size_limit = 67108864;
+PRAGMA cache_size = -8192;
+PRAGMA temp_store = MEMORY;
+PRAGMA secure_delete = OFF;
+PRAGMA trusted_schema = OFF;
+)";
+
+std::string systemText(int error) {
+  return std::strerror(error);
+}
+
+// Who has the lock, as the lock file tells: " (process 123)" or nothing.
+std::string holderOf(int descriptor) {
+  char text[32] = {};
+  const ssize_t count = pread(descriptor, text, sizeof text - 1, 0);
+  return count > 0 ? " (process " + std::string(text, static_cast<std::size_t>(count)) + ")" : "";
+}
+
+std::string cannotOpen(const std::string& path, int systemError) {
+  const std::filesystem::path folder = std::filesystem::absolute(path).parent_path();
+  std::error_code ignored;
+  if (systemError == ENOENT && !std::filesystem::is_directory(folder, ignored))
+    return "the state file " + path + " has no directory: make " + folder.string() +
+           " or name another file";
+  if (std::filesystem::is_directory(path, ignored))
+    return "the state file " + path + " is a directory: name a file";
+  return "the state file " + path + " cannot be opened (" + systemText(systemError) +
+         "): let this user read and write it and its directory, or name another file";
+}
+
+}  // namespace
+
+StateFile::Lock::Lock(const std::string& stateFile, const std::string& lockFile)
+    : _descriptor(::open(lockFile.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644)) {
+  if (_descriptor < 0) throw StateFileError(cannotOpen(stateFile, errno));
+  if (flock(_descriptor, LOCK_EX | LOCK_NB) == 0) {
+    const std::string holder = std::to_string(getpid());
+    // It is only a help for people.
+    if (ftruncate(_descriptor, 0) != 0 || pwrite(_descriptor, holder.data(), holder.size(), 0) < 0)
+      errno = 0;
+    return;
+  }
+  const int reason = errno;
+  const std::string holder = holderOf(_descriptor);
+  close(_descriptor);
+  if (reason != EWOULDBLOCK) throw StateFileError(cannotOpen(stateFile, reason));
+  throw StateFileError("the state file " + stateFile + " is in use by another server" + holder +
+                       ": stop that one or give this one a file of its own");
+}
+
+StateFile::Lock::~Lock() {
+  close(_descriptor);
+}
+
+StateFile::StateFile(const std::string& path, Durability durability, const char* vfs)
+    : _path(path), _lock(path, lockPath()), _connection(open(vfs)) {
+  try {
+    prepare(durability);
+  } catch (const sqlite::Error& error) {
+    throw errorFor(error);
+  }
+}
+
+// Beside the file itself, where a link leads to one.
+std::string StateFile::lockPath() const {
+  std::error_code error;
+  const std::filesystem::path file = std::filesystem::weakly_canonical(_path, error);
+  return (error ? _path : file.string()) + "-lock";
+}
+
+sqlite::Connection StateFile::open(const char* vfs) {
+  try {
+    return sqlite::Connection(_path, vfs);
+  } catch (const sqlite::Error& error) {
+    throw StateFileError(cannotOpen(_path, error.systemError()));
+  }
+}
+
+void StateFile::prepare(Durability durability) {
+  // Nothing is changed in a file that is not ours.
+  checkVersion();
+  if (sqlite3_db_readonly(_connection.handle(), "main") == 1)
+    throw StateFileError(cannotOpen(_path, EACCES));
+  _connection.execute(settings);
+  useLog();
+  _connection.execute(durability == Durability::power ? "PRAGMA synchronous = FULL"
+                                                      : "PRAGMA synchronous = NORMAL");
+  upgradeSchema(_connection,
+                static_cast<int>(sqlite::queryNumber(_connection, "PRAGMA user_version")));
+}
+
+// Some file systems of networks cannot share the memory that the log takes.
+void StateFile::useLog() {
+  sqlite::Statement query(_connection, "PRAGMA journal_mode = WAL");
+  if (!query.step() || query.bytes(0) != "wal")
+    throw StateFileError("the state file " + _path +
+                         " is on a file system that cannot take it: name a file on a local disk");
+}
+
+void StateFile::checkVersion() {
+  const auto version = sqlite::queryNumber(_connection, "PRAGMA user_version");
+  const auto id = sqlite::queryNumber(_connection, "PRAGMA application_id");
+  const bool isEmpty = sqlite::queryNumber(_connection, "SELECT count(*) FROM sqlite_schema") == 0;
+  if (isEmpty && id == 0 && version == 0) return;
+  if (id != stateFileId)
+    throw StateFileError("the file " + _path +
+                         " is another program's database, not this server's state: name another "
+                         "file");
+  if (version > newestSchema)
+    throw StateFileError("the state file " + _path + " has version " + std::to_string(version) +
+                         ", and this server knows versions up to " + std::to_string(newestSchema) +
+                         ": run the newer server that wrote it, or name another file");
+}
+
+StateFileError StateFile::errorFor(const sqlite::Error& error) const {
+  switch (error.primaryCode()) {
+    case SQLITE_NOTADB:
+      return StateFileError("the file " + _path + " is no database: name another file");
+    case SQLITE_CORRUPT:
+      return StateFileError("the state file " + _path + " is damaged (" + error.what() +
+                            "): put back a copy of it, or move it away to begin without a past");
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+      return StateFileError("the state file " + _path +
+                            " is being written by another program: end that one");
+    case SQLITE_FULL:
+      return StateFileError("the state file " + _path +
+                            " cannot be written, the disk is full: make room");
+    default:
+      if (error.primaryCode() == SQLITE_CANTOPEN || error.primaryCode() == SQLITE_READONLY ||
+          error.systemError() == EACCES || error.systemError() == EPERM)
+        return StateFileError(
+            cannotOpen(_path, error.systemError() != 0 ? error.systemError() : EACCES));
+      return StateFileError("the state file " + _path + " cannot be used (" + error.what() +
+                            "): see to the disk, or name another file");
+  }
+}
+
+}  // namespace dch

@@ -1,0 +1,63 @@
+// state_file.h: the file that holds a server's state, opened for this server alone.
+#ifndef DCH_STORE_STATE_FILE_H
+#define DCH_STORE_STATE_FILE_H
+
+#include <stdexcept>
+#include <string>
+
+#include "dch/store/sqlite.h"
+
+namespace dch {
+
+// What a change survives besides the end of the process at any instruction: nothing, or the loss of
+// power.
+enum class Durability { process, power };
+
+// A sentence for the operator that names the file and says what to do.
+class StateFileError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// Programs that only read may open the file beside it. They must not write, nor make checkpoints:
+// SQLite before 3.51.3 can damage a file of which two connections make checkpoints at once, so all
+// writing and all checkpoints are this connection's.
+class StateFile {
+ public:
+  // Opens the file, makes it when it is not there, and brings an older version up to date. `vfs` is
+  // null for the system's own. Throws StateFileError, also when another server has it.
+  StateFile(const std::string& path, Durability durability, const char* vfs = nullptr);
+
+  sqlite::Connection& connection() { return _connection; }
+
+  // The same words for what is found later.
+  StateFileError errorFor(const sqlite::Error& error) const;
+
+ private:
+  // A lock of this server's own: SQLite's would keep readers out too. It goes with the descriptor,
+  // and so with the process, whatever ends it.
+  class Lock {
+   public:
+    Lock(const std::string& stateFile, const std::string& lockFile);
+    ~Lock();
+    Lock(const Lock&) = delete;
+    Lock& operator=(const Lock&) = delete;
+
+   private:
+    int _descriptor;
+  };
+
+  sqlite::Connection open(const char* vfs);
+  std::string lockPath() const;
+  void prepare(Durability durability);
+  void checkVersion();
+  void useLog();
+
+  const std::string _path;
+  const Lock _lock;
+  sqlite::Connection _connection;
+};
+
+}  // namespace dch
+
+#endif  // DCH_STORE_STATE_FILE_H

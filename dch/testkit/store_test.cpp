@@ -1,0 +1,26 @@
+#include "dch/testkit/store_test.h"
+
+#include "dch/store/sqlite.h"
+
+namespace dch::testkit {
+
+std::string query(const std::string& path, const std::string& sql) {
+  sqlite3* handle = nullptr;
+  const int code = sqlite3_open_v2(path.c_str(), &handle, SQLITE_OPEN_READONLY, nullptr);
+  std::string result;
+  const auto addLine = [](void* text, int count, char** values, char**) {
+    auto& lines = *static_cast<std::string*>(text);
+    for (int column = 0; column < count; ++column)
+      lines += std::string(column > 0 ? "|" : "") +
+               (values[column] != nullptr ? values[column] : "null");
+    lines += "\n";
+    return 0;
+  };
+  if (code != SQLITE_OK ||
+      sqlite3_exec(handle, sql.c_str(), addLine, &result, nullptr) != SQLITE_OK)
+    result += std::string("error: ") + sqlite3_errmsg(handle);
+  sqlite3_close(handle);
+  return result;
+}
+
+}  // namespace dch::testkit
