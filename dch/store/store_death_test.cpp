@@ -1,0 +1,260 @@
+// The process dies between any two operations of the disk: what was concluded is there, once, in
+// order. ZORD410_STORE_DEATHS=all lets it die at each of them, ZORD410_SEED sets the seed.
+#include <gmock/gmock.h>
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+
+#include "dch/testkit/faulty_vfs.h"
+#include "dch/testkit/random_changes.h"
+#include "dch/testkit/store_test.h"
+#include "tests/support/process.h"
+
+namespace dch {
+namespace {
+
+using testkit::day;
+using testkit::DiskOutcome;
+using testkit::FaultyVfs;
+
+std::uint32_t seed() {
+  const char* const given = std::getenv("ZORD410_SEED");
+  return given != nullptr ? static_cast<std::uint32_t>(std::strtoul(given, nullptr, 10)) : 4711;
+}
+
+// What a process that is killed has told.
+struct Told {
+  std::uint64_t concluded = 0;
+  std::uint64_t operations = 0;
+};
+
+class Shared {
+ public:
+  Shared() : _told(map()) {}
+  ~Shared() { munmap(_told, sizeof(Told)); }
+  Shared(const Shared&) = delete;
+  Shared& operator=(const Shared&) = delete;
+  Told* operator->() const { return _told; }
+
+ private:
+  static Told* map() {
+    void* const memory =
+        mmap(nullptr, sizeof(Told), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED) throw std::bad_alloc();
+    return new (memory) Told;
+  }
+  Told* const _told;
+};
+
+class CountingClient : public StoreClient {
+ public:
+  explicit CountingClient(std::uint64_t* count) : _count(count) {}
+  void conclude(Entry&&, bool isKept) noexcept override {
+    if (isKept) ++*_count;
+  }
+
+ private:
+  std::uint64_t* const _count;
+};
+
+struct Way {
+  DiskOutcome outcome;
+  Durability durability;
+  Time timeStep;  // between rows: retention is at work when it is long
+};
+
+class StoreDeath : public testing::TestWithParam<Way> {
+ protected:
+  static constexpr std::size_t changeCount = 240;
+  static constexpr std::int64_t keptDays = 30;
+
+  // What the process does that dies: in groups of different sizes it keeps all changes.
+  int run(std::uint64_t dyingOperation) {
+    FaultyVfs vfs;
+    vfs.setSeed(seed() + static_cast<std::uint32_t>(dyingOperation));
+    if (GetParam().outcome == DiskOutcome::losesPower) vfs.rememberUnsynced();
+    std::uint64_t operation = 0;
+    vfs.setDecision([&](testkit::DiskOperation) {
+      return ++operation == dyingOperation ? GetParam().outcome : DiskOutcome::works;
+    });
+    {
+      testkit::RecordingLog log;
+      CountingClient client(&_told->concluded);
+      SqliteStoreSettings settings;
+      settings.path = path();
+      settings.durability = GetParam().durability;
+      settings.retention.days = keptDays;
+      settings.checkpointPages = 40;
+      settings.vfs = vfs.name();
+      std::atomic<Time> now = 0;
+      settings.now = [&] { return now.load(); };
+      SqliteStore store(
+          settings, [] {}, log);
+      store.load([](Change&&) {});
+      std::size_t groupSize = 1;
+      std::size_t inGroup = 0;
+      for (Change& change : testkit::RandomChanges(seed(), GetParam().timeStep).make(changeCount)) {
+        if (const auto* const row = std::get_if<Row>(&change)) now = row->time;
+        Entry entry;
+        entry.change = std::move(change);
+        store.append(&entry, &client);
+        if (++inGroup < groupSize) continue;
+        store.finish();
+        inGroup = 0;
+        groupSize = groupSize % 17 + 4;
+        // Other limits each time: they are looked at with the next group.
+        settings.retention.days = 2 * keptDays + 1 - settings.retention.days;
+        store.setRetention(settings.retention);
+      }
+      store.finish();
+    }
+    _told->operations = operation;
+    return 0;
+  }
+
+  int runInOtherProcess(std::uint64_t dyingOperation) {
+    *_told.operator->() = {};
+    std::filesystem::remove_all(path());
+    for (const char* suffix : {"-wal", "-shm", "-lock"})
+      std::filesystem::remove_all(path() + suffix);
+    return Process([&] { return run(dyingOperation); }, {}, Process::Output::inherited)
+        .finish()
+        .exitStatus;
+  }
+
+  // The rows in the file in the order of their numbers: handle and message.
+  std::vector<std::string> rowsInFile() {
+    std::string sql;
+    for (std::size_t table = 1; table <= 12; ++table) {
+      const std::string name = "rows_" + std::to_string(table);
+      if (testkit::query(path(), "SELECT 1 FROM " + name + " LIMIT 1").starts_with("error")) break;
+      sql += std::string(sql.empty() ? "" : " UNION ALL ") +
+             "SELECT number, handle || ' ' || hex(message) AS row FROM " + name;
+    }
+    if (sql.empty()) return {};
+    const std::string text =
+        testkit::query(path(), "SELECT row FROM (" + sql + ") ORDER BY number");
+    std::vector<std::string> rows;
+    for (std::size_t begin = 0; begin < text.size();) {
+      const std::size_t end = text.find('\n', begin);
+      rows.push_back(text.substr(begin, end - begin));
+      begin = end + 1;
+    }
+    return rows;
+  }
+
+  bool isEveryRowThere() {
+    const std::vector<Change> all = testkit::RandomChanges(seed()).make(changeCount);
+    const auto rows = std::count_if(all.begin(), all.end(), [](const Change& change) {
+      return std::holds_alternative<Row>(change);
+    });
+    return rowsInFile().size() == static_cast<std::size_t>(rows);
+  }
+
+  static std::string textOf(const Row& row) {
+    std::string text = std::to_string(row.handle) + " ";
+    for (const char byte : row.message) {
+      char digits[3];
+      std::snprintf(digits, sizeof digits, "%02X",
+                    static_cast<unsigned>(static_cast<unsigned char>(byte)));
+      text += digits;
+    }
+    return text;
+  }
+
+  // The file has what follows from some of the first changes, at least from those that were told.
+  void expectAllThatWasConcluded() {
+    testkit::KnownState found;
+    {
+      testkit::RecordingLog log;
+      SqliteStoreSettings settings;
+      settings.path = path();
+      settings.now = [] { return Time{0}; };
+      SqliteStore store(
+          settings, [] {}, log);
+      store.load([&](Change&& change) { found.apply(std::move(change)); });
+      ASSERT_EQ(testkit::query(path(), "PRAGMA integrity_check"), "ok\n");
+    }
+    const std::vector<std::string> rows = rowsInFile();
+    const std::string text = found.text();
+    testkit::KnownState expected;
+    std::vector<std::string> expectedRows;
+    std::uint64_t applied = 0;
+    bool isSame = false;
+    Time lastTime = 0;
+    std::vector<Time> times;
+    for (Change& change : testkit::RandomChanges(seed(), GetParam().timeStep).make(changeCount)) {
+      isSame = applied >= _told->concluded && isTheEndOf(rows, expectedRows, times, lastTime) &&
+               expected.text() == text;
+      if (isSame) break;
+      if (const auto* const row = std::get_if<Row>(&change)) {
+        expectedRows.push_back(textOf(*row));
+        times.push_back(row->time);
+      }
+      // The clock is ahead of what is kept by the changes of a group.
+      lastTime += GetParam().timeStep;
+      expected.apply(std::move(change));
+      ++applied;
+    }
+    isSame = isSame || (isTheEndOf(rows, expectedRows, times, lastTime) && expected.text() == text);
+    EXPECT_TRUE(isSame) << "it has " << rows.size() << " rows, and knows\n"
+                        << text << "all " << applied << " would be " << expectedRows.size()
+                        << " rows and\n"
+                        << expected.text();
+  }
+
+  // Whether the rows are the last ones of `all`, without those alone that retention may remove.
+  static bool isTheEndOf(const std::vector<std::string>& rows, const std::vector<std::string>& all,
+                         const std::vector<Time>& times, Time now) {
+    if (rows.size() > all.size()) return false;
+    const std::size_t missing = all.size() - rows.size();
+    constexpr std::size_t largestGroup = 20;
+    const Time latest = now + largestGroup * GetParam().timeStep - keptDays * day;
+    return (missing == 0 || times[missing - 1] < latest) &&
+           std::equal(rows.begin(), rows.end(), all.begin() + static_cast<std::ptrdiff_t>(missing));
+  }
+
+  std::string path() const { return _folder.path() + "/state.db"; }
+
+  const TemporaryFolder _folder;
+  Shared _told;
+};
+
+TEST_P(StoreDeath, LosesNothingThatWasConcluded) {
+  ASSERT_EQ(runInOtherProcess(0), 0);
+  ASSERT_EQ(_told->concluded, changeCount);
+  const std::uint64_t operations = _told->operations;
+  ASSERT_GT(operations, 300u);
+  expectAllThatWasConcluded();
+  EXPECT_EQ(isEveryRowThere(), GetParam().timeStep != day) << "retention was at work";
+
+  const char* const wanted = std::getenv("ZORD410_STORE_DEATHS");
+  const std::uint64_t deaths = wanted != nullptr ? operations : 40;
+  for (std::uint64_t death = 0; death < deaths; ++death) {
+    // Retention may do its work in fewer steps, or more of them, than in the first run.
+    const std::uint64_t operation = death * operations / deaths + 1 + (wanted ? 0 : seed() % 7);
+    SCOPED_TRACE("operation " + std::to_string(operation) + " of " + std::to_string(operations) +
+                 ", seed " + std::to_string(seed()));
+    const int status = runInOtherProcess(operation);
+    ASSERT_TRUE(status == -SIGKILL || status == 0) << status;
+    expectAllThatWasConcluded();
+    if (HasFailure()) return;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Ways, StoreDeath,
+                         testing::Values(Way{DiskOutcome::kills, Durability::process, 1},
+                                         Way{DiskOutcome::kills, Durability::process, day},
+                                         Way{DiskOutcome::losesPower, Durability::power, 1}),
+                         [](const testing::TestParamInfo<Way>& each) {
+                           return std::string(each.param.outcome == DiskOutcome::losesPower
+                                                  ? "Power"
+                                                  : "Kill") +
+                                  (each.param.timeStep == day ? "WithRetention" : "");
+                         });
+
+}  // namespace
+}  // namespace dch

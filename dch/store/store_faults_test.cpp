@@ -1,0 +1,187 @@
+// A disk that fails in every way: what is concluded as kept is there, and the store goes on. With
+// ZORD410_STORE_FAULTS set each operation fails in turn.
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <filesystem>
+#include <semaphore>
+
+#include "dch/testkit/faulty_vfs.h"
+#include "dch/testkit/random_changes.h"
+#include "dch/testkit/store_test.h"
+
+namespace dch {
+namespace {
+
+using testing::HasSubstr;
+using testkit::dataMessage;
+using testkit::DiskOperation;
+using testkit::DiskOutcome;
+using testkit::FaultyVfs;
+
+class StoreFaults : public testkit::StoreTest {
+ protected:
+  ~StoreFaults() override { stop(); }
+
+  void startOnVfs(Durability durability = Durability::process) {
+    SqliteStoreSettings settings;
+    settings.durability = durability;
+    settings.vfs = _vfs.name();
+    settings.checkpointPages = 40;
+    start(settings);
+  }
+
+  // Keeps changes of all kinds, as far as they are good after those that were kept, and compares
+  // what is known then with what is known after a restart. The disk does `outcome` at operation
+  // `number`, and `length` - 1 times more.
+  void walk(DiskOutcome outcome, std::uint64_t number, std::uint64_t length) {
+    std::atomic<std::uint64_t> operation = 0;
+    const auto decide = [&](DiskOperation) {
+      const std::uint64_t current = ++operation;
+      return current >= number && current < number + length ? outcome : DiskOutcome::works;
+    };
+    // With `power` a commit can fail when all of it is written.
+    startOnVfs(number % 3 == 0 ? Durability::power : Durability::process);
+    _vfs.setDecision(decide);
+    testkit::KnownState expected;
+    std::size_t rows = 0;
+    const auto conclude = [&] {
+      _store->finish();
+      for (auto& [change, isKept] : std::exchange(_client.concluded, {})) {
+        _refused += isKept ? 0 : 1;
+        if (!isKept) continue;
+        rows += std::holds_alternative<Row>(change) ? 1 : 0;
+        expected.apply(std::move(change));
+      }
+    };
+    for (Change& change : testkit::RandomChanges(17).make(60)) {
+      // As in the server, only rows go side by side.
+      if (!std::holds_alternative<Row>(change)) conclude();
+      if (expected.isGood(change)) append(std::move(change));
+    }
+    conclude();
+    _vfs.setDecision(nullptr);
+    append(testkit::deferred(4711));
+    conclude();
+    EXPECT_NE(expected.text().find("action 4711"), std::string::npos) << "it goes on";
+    if (operation < number) _isWalked = true;
+    // What was refused is not there for anybody who looks, neither now ...
+    stop();
+    startOnVfs();
+    EXPECT_EQ(_known->text(), expected.text());
+    stop();
+    EXPECT_EQ(rowCount(), rows);
+    EXPECT_EQ(read("PRAGMA integrity_check"), "ok\n");
+    // ... nor for the next walk.
+    for (const char* suffix : {"", "-wal", "-shm"}) std::filesystem::remove(path() + suffix);
+  }
+
+  std::size_t rowCount() {
+    std::size_t count = 0;
+    for (int table = 1; table <= 12; ++table) {
+      const std::string text = read("SELECT count(*) FROM rows_" + std::to_string(table));
+      if (text.starts_with("error")) break;
+      count += std::stoul(text);
+    }
+    return count;
+  }
+
+  // In the short form of the tests some of the operations fail, another one each time.
+  static std::uint64_t step(std::uint64_t shortStep) {
+    return std::getenv("ZORD410_STORE_FAULTS") != nullptr ? 1 : shortStep;
+  }
+
+  FaultyVfs _vfs;
+  bool _isWalked = false;
+  std::size_t _refused = 0;
+};
+
+TEST_F(StoreFaults, EveryOperationFailsInTurn) {
+  std::uint64_t walks = 0;
+  for (std::uint64_t number = 1; !_isWalked && !HasFailure(); number += step(11), ++walks) {
+    SCOPED_TRACE("operation " + std::to_string(number));
+    walk(number % 2 == 1 ? DiskOutcome::fails : DiskOutcome::failsHalfway, number, 1);
+  }
+  EXPECT_GT(_refused, walks / 2) << "most operations are those of a commit";
+}
+
+TEST_F(StoreFaults, TheDiskIsFullForAWhile) {
+  for (std::uint64_t number = 1; !_isWalked && !HasFailure(); number += step(23)) {
+    SCOPED_TRACE("operation " + std::to_string(number));
+    walk(DiskOutcome::isFull, number, 12);
+  }
+}
+
+TEST_F(StoreFaults, TellsWhenItBeginsAndWhenItEnds) {
+  startOnVfs();
+  goOnline();
+  _log.lines.clear();
+  _vfs.setDecision([](DiskOperation) { return DiskOutcome::isFull; });
+  for (Time time = 1; time <= 3; ++time) EXPECT_FALSE(keep(Row{1, time, dataMessage(1)}));
+  ASSERT_EQ(_log.lines.size(), 1u);
+  EXPECT_THAT(_log.lines[0], HasSubstr("the state file " + path() + " cannot be written"));
+  EXPECT_THAT(_log.lines[0], HasSubstr("full"));
+  EXPECT_TRUE(_store->figures().isFailing);
+  EXPECT_EQ(_store->figures().changesRefused, 3u);
+  EXPECT_EQ(_store->figures().failures, 3u);
+  _vfs.setDecision(nullptr);
+  EXPECT_TRUE(keep(Row{1, 4, dataMessage(1)}));
+  EXPECT_TRUE(keep(Row{1, 5, dataMessage(1)}));
+  ASSERT_EQ(_log.lines.size(), 2u);
+  EXPECT_THAT(_log.lines[1], HasSubstr("is written again"));
+  EXPECT_FALSE(_store->figures().isFailing);
+  EXPECT_EQ(read("SELECT time_us FROM \"HOSTMON.load\""), "4\n5\n");
+}
+
+TEST_F(StoreFaults, NumbersAreNotUsedAgain) {
+  startOnVfs();
+  goOnline();
+  keep(Row{1, 1, dataMessage(1)});
+  const std::string first = read("SELECT number FROM rows_1");
+  _vfs.setDecision([](DiskOperation) { return DiskOutcome::fails; });
+  EXPECT_FALSE(keep(Row{1, 2, dataMessage(1)}));
+  _vfs.setDecision(nullptr);
+  keep(Row{1, 3, dataMessage(1)});
+  EXPECT_EQ(read("SELECT max(number) - min(number) FROM rows_1"), "2\n") << first;
+}
+
+TEST_F(StoreFaults, ADiskThatDoesNotAnswerHoldsUpOnlyWhatIsToBeKept) {
+  startOnVfs();
+  goOnline();
+  std::binary_semaphore isAsked(0);
+  std::binary_semaphore answers(0);
+  std::atomic<bool> isFirst = true;
+  _vfs.setDecision([&](DiskOperation) {
+    if (isFirst.exchange(false)) {
+      isAsked.release();
+      answers.acquire();
+    }
+    return DiskOutcome::works;
+  });
+  append(Row{1, 1, dataMessage(1)});
+  _store->handOver();
+  isAsked.acquire();
+  // The client's thread is never held up.
+  for (Time time = 2; time <= 1'000; ++time) append(Row{1, time, dataMessage(1)});
+  _store->handOver();
+  _store->collect();
+  _store->setRetention({.days = 10, .megabytes = 100});
+  EXPECT_EQ(_store->waiting(), 1'000u);
+  EXPECT_EQ(_store->figures().changesKept, 2u);
+  answers.release();
+  _store->finish();
+  EXPECT_EQ(_client.keptCount(), 1'002u);
+  EXPECT_EQ(read("SELECT count(DISTINCT time_us) FROM \"HOSTMON.load\""), "1000\n");
+}
+
+TEST_F(StoreFaults, AFileThatCannotBeOpenedIsAnError) {
+  _vfs.setDecision([](DiskOperation) { return DiskOutcome::fails; });
+  EXPECT_THROW(startOnVfs(), StateFileError);
+  _vfs.setDecision(nullptr);
+  startOnVfs();
+  goOnline();
+}
+
+}  // namespace
+}  // namespace dch
