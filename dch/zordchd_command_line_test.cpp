@@ -45,11 +45,12 @@ TEST(ZordchdCommandLineTest, RefusesAWrongCommandLine) {
   }
 }
 
-TEST(ZordchdCommandLineTest, SaysOnOneLineWhereItIsReady) {
+TEST(ZordchdCommandLineTest, SaysWhereItIsReadyAndWhereItsStateIs) {
   ServerProcess server;
   EXPECT_EQ(server.stop(SIGTERM), 0);
   EXPECT_THAT(server.standardOutput(),
-              MatchesRegex("zordchd [0-9.]+: ready on 127\\.0\\.0\\.1 port [0-9]+\n"));
+              MatchesRegex("zordchd [0-9.]+: ready on 127\\.0\\.0\\.1 port [0-9]+\n"
+                           "zordchd: state in memory\n"));
   EXPECT_THAT(server.standardOutput(), HasSubstr("port " + std::to_string(server.port()) + "\n"));
 }
 
@@ -62,7 +63,7 @@ TEST(ZordchdCommandLineTest, EndsWithStatus0OnSIGTERMAndOnSIGINT) {
   }
 }
 
-TEST(ZordchdCommandLineTest, EndsOnASignalWhileAConnectionHoldsUpTheReceiver) {
+TEST(ZordchdCommandLineTest, EndsOnASignalInTheMiddleOfAMessage) {
   ServerProcess server;
   TcpClient client(server.port());
   EXPECT_EQ(statusOf(client.ask(registerMessage())), 0);

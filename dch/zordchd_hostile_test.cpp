@@ -11,6 +11,7 @@
 #include "dch/testkit/messages.h"
 #include "dch/testkit/server_process.h"
 #include "tests/support/messages.h"
+#include "tests/support/text_count.h"
 #include "zordchcl/messages.h"
 #include "zordchcl/status.h"
 
@@ -36,8 +37,7 @@ class ZordchdHostileTest : public ::testing::Test {
   }
 
   bool saidReadyOnce() const {
-    const std::string output = _server.standardOutput();
-    return output.find('\n') == output.size() - 1;
+    return countOf("\n", _server.standardOutput()) == 2;  // that it is ready, and its state
   }
 
   // Sends them as fast as the server takes them: what overflows its socket would prove nothing.

@@ -84,16 +84,16 @@ void Core::receive(const Message& message) noexcept {
   const Asked asked{message.origin, requestTypeOf(opened.code), opened.code};
   if (opened.code == DCH_REQUEST_DATA) _counters.add(Counter::rowsReceived);
   if (!opened.hasCode) {
-    refuse(asked, DCH_STATUS_MALFORMED, "no request code");
+    carryOut(asked, Refusal{DCH_STATUS_MALFORMED, "no request code"});
   } else if (!lengthWordIsRight(message)) {
-    refuse(asked, DCH_STATUS_MALFORMED, "not as long as its length word says");
+    carryOut(asked, Refusal{DCH_STATUS_MALFORMED, "not as long as its length word says"});
   } else {
     Reply reply = check(asked.type, {message, opened.fields});
     const auto* const postponed = std::get_if<Postponed>(&reply);
     if (postponed == nullptr)
       carryOut(asked, std::move(reply));
     else if (!_postponed.add(postponed->application, message))
-      refuse(asked, DCH_STATUS_NOT_STORED, "too many requests wait");
+      carryOut(asked, Refusal{DCH_STATUS_NOT_STORED, "too many requests wait"});
   }
   startTimer();
 }
@@ -129,6 +129,11 @@ void Core::carryOut(const Asked& asked, Reply&& reply) {
                  [](const Postponed&) {},
                  [&](Change& change) { keep(std::move(change), asked.origin, &asked.type); }},
       reply);
+  if (!std::holds_alternative<Change>(reply)) finish(asked.origin);
+}
+
+void Core::finish(const Origin& asker) {
+  if (!asker.isDatagram()) _ports.answers.finished(asker);
 }
 
 void Core::receiveBroken(const Origin& origin) noexcept {
@@ -199,10 +204,12 @@ Prepared Core::prepare(const Change& change) {
 
 void Core::conclude(Entry&& entry, bool kept) noexcept {
   _underWay.remove(entry.claim);
-  if (kept)
+  if (kept) {
     std::visit([&](auto& change) { apply(std::move(change), std::move(entry)); }, entry.change);
-  else
+    if (entry.request != nullptr) finish(entry.origin);
+  } else {
     abandon(entry, "the store did not keep it");
+  }
   if (!entry.claim.application.empty())
     _postponed.resume(entry.claim.application,
                       [this](const Message& message) { return receiveAgain(message); });
@@ -219,8 +226,9 @@ void Core::abandon(const Entry& entry, std::string_view reason) {
                         },
                         [](const auto&) {}},
              entry.change);
-  if (entry.request != nullptr)
-    refuse({entry.origin, *entry.request, entry.request->code}, DCH_STATUS_NOT_STORED, reason);
+  if (entry.request == nullptr) return;
+  refuse({entry.origin, *entry.request, entry.request->code}, DCH_STATUS_NOT_STORED, reason);
+  finish(entry.origin);
 }
 
 void Core::apply(Registered&& change, Entry&& entry) {

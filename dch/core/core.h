@@ -75,6 +75,7 @@ class Core : private StoreClient {
   bool receiveAgain(const Message& message) noexcept;
   Reply check(const RequestType& type, Request request) noexcept;
   void carryOut(const Asked& asked, Reply&& reply);
+  void finish(const Origin& asker);
 
   void keep(Change&& change, const Origin& origin = {}, const RequestType* type = nullptr) noexcept;
   Claim claimOf(const Change& change) const;

@@ -97,7 +97,7 @@ TEST_F(SlowCoreTest, KeepsRowsOfManySourcesAtATime) {
   for (const char* source : {"h1", "h2", "h3"})
     handles.push_back(askAndKeep(onlineMessage("HOSTMON", "load", source)).handle);
   for (const ZORA_Long handle : handles) receive(dataMessage(handle));
-  EXPECT_EQ(_slow.waiting.size(), 3u);
+  EXPECT_EQ(_slow.entries.size(), 3u);
   _answers.sent.clear();
   _slow.concludeAll();
   EXPECT_EQ(_answers.sent.size(), 3u);
@@ -105,14 +105,14 @@ TEST_F(SlowCoreTest, KeepsRowsOfManySourcesAtATime) {
 
 TEST_F(SlowCoreTest, LetsSourcesOfAnApplicationGoOnLineSideBySide) {
   for (const char* source : {"h1", "h2", "h3"}) receive(onlineMessage("HOSTMON", "load", source));
-  EXPECT_EQ(_slow.waiting.size(), 3u);
+  EXPECT_EQ(_slow.entries.size(), 3u);
 }
 
 // Asked for twice before the first is kept: the names have one handle.
 TEST_F(SlowCoreTest, GivesOneHandleForTheSameNamesUnderWay) {
   receive(onlineMessage("HOSTMON", "load", "host1"), client(1));
   receive(onlineMessage("HOSTMON", "load", "host1"), client(2));
-  EXPECT_EQ(_slow.waiting.size(), 1u) << "the second one waits for the first";
+  EXPECT_EQ(_slow.entries.size(), 1u) << "the second one waits for the first";
   _answers.sent.clear();
   _slow.concludeAll();
   ASSERT_EQ(_answers.sent.size(), 2u);
@@ -146,10 +146,10 @@ TEST_F(SlowCoreTest, LetsNoRequestOvertakeOneOfItsApplicationThatWaits) {
   receive(registerMessage());
   receive(onlineMessage("HOSTMON", "load", "host2"));
   ask(registerMessage("appl:OTHER,OTH;group:g;attr:a,N,4;", "OTHER", "OTH"));
-  ASSERT_EQ(_slow.waiting.size(), 2u) << "another application waits for nothing";
+  ASSERT_EQ(_slow.entries.size(), 2u) << "another application waits for nothing";
   _slow.conclude();
-  ASSERT_EQ(_slow.waiting.size(), 2u);
-  EXPECT_TRUE(std::holds_alternative<Registered>(_slow.waiting.back().first.change));
+  ASSERT_EQ(_slow.entries.size(), 2u);
+  EXPECT_TRUE(std::holds_alternative<Registered>(_slow.entries.back().first.change));
   _slow.concludeAll();
   EXPECT_NE(_core.registry().findOnline(2), nullptr);
 }
@@ -169,7 +169,7 @@ TEST_F(SlowCoreTest, LetsARowWaitForItsSourceToGoOnLine) {
   receive(onlineMessage("HOSTMON", "load", "host1"));
   const std::string last = dataMessage(handle, {{"load1", 'D', "0.42"}});
   for (const std::string& row : {dataMessage(handle), last}) EXPECT_EQ(ask(row).form, Form::none);
-  EXPECT_EQ(_slow.waiting.size(), 1u);
+  EXPECT_EQ(_slow.entries.size(), 1u);
   _slow.concludeAll();
   EXPECT_EQ(_answers.sent.size(), 3u);
   EXPECT_EQ(_core.registry().findOnline(handle)->row->message, last);

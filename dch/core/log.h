@@ -2,6 +2,7 @@
 #ifndef DCH_CORE_LOG_H
 #define DCH_CORE_LOG_H
 
+#include <cstdarg>
 #include <string>
 #include <string_view>
 
@@ -14,7 +15,12 @@ class Log {
   // Writes one line, given without its end; what is longer than a line may be is cut.
   [[gnu::format(printf, 2, 3)]] void write(const char* format, ...) const;
 
+  // The same for what the operator has to know, whether he asked to be told each event or not.
+  [[gnu::format(printf, 2, 3)]] void warn(const char* format, ...) const;
+
  private:
+  void writeFormatted(const char* format, std::va_list arguments) const;
+
   virtual bool isEnabled() const = 0;
   virtual void writeLine(std::string_view line) const = 0;
 };

@@ -88,10 +88,10 @@ TEST_F(OrderTest, IsThatOfTheRequestsOfAnApplicationHoweverSlowTheStoreIs) {
   std::size_t mostWaiting = 0;
   for (int round = 0; round < 20'000; ++round) {
     both(randomRequest(_random() % 2));
-    mostWaiting = std::max(mostWaiting, _slow.waiting.size());
+    mostWaiting = std::max(mostWaiting, _slow.entries.size());
     // Now and then it catches up; most of the time it is some changes behind.
     for (std::size_t count = _random() % (round % 100 == 0 ? 100 : 3);
-         count > 0 && !_slow.waiting.empty(); --count)
+         count > 0 && !_slow.entries.empty(); --count)
       _slow.conclude();
   }
   _slow.concludeAll();

@@ -2,6 +2,7 @@
 #ifndef DCH_CORE_STORE_H
 #define DCH_CORE_STORE_H
 
+#include <cstddef>
 #include <functional>
 
 #include "dch/core/change.h"
@@ -41,9 +42,16 @@ class Store {
   // it is kept.
   virtual void append(Entry* entry, StoreClient* client) = 0;
 
+  // To be called when nothing more is to be appended for the moment: a store that keeps many
+  // entries at a time begins to.
+  virtual void handOver() {}
+
+  // How many entries are on their way.
+  virtual std::size_t waiting() const = 0;
+
   // Tells the changes that make up what is known, in an order in which they can be applied. Sources
-  // that are off line come first: without a registration they have their handles and no more. Throws
-  // what the store's own header says, and what `take` throws.
+  // that are off line come first: without a registration they have their handles and no more.
+  // Throws what the store's own header says, and what `take` throws.
   virtual void load(const std::function<void(Change&&)>& take) = 0;
 };
 

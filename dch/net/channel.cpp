@@ -7,13 +7,20 @@
 
 namespace dch {
 
+namespace {
+
+constexpr std::size_t mostWaiting = 10'000;  // changes, for the store
+
+}  // namespace
+
 Channel::Channel(EventLoop& loop, ServedPort&& port, const StreamLimits& limits, Store& store,
                  const ActionList& actionList, Counters& counters, const Log& log)
-    : _counters(counters),
+    : _store(store),
+      _counters(counters),
       _log(log),
       _datagrams(
           loop, std::move(port.datagramSockets),
-          [this](std::span<const Message> datagrams) { receive(datagrams); }, [this] { finish(); },
+          [this](std::span<const Message> datagrams) { receive(datagrams); }, [this] { settle(); },
           counters),
       _answers(_datagrams.descriptor(), counters, log),
       _pacedAnswers(
@@ -28,7 +35,7 @@ Channel::Channel(EventLoop& loop, ServedPort&& port, const StreamLimits& limits,
       _timer(loop,
              [this] {
                _core.timeIsUp();
-               finish();
+               settle();
              }),
       _core({*this, _pushSocket, store, _timer, _programs}, actionList, counters, log) {
   _core.load();
@@ -42,18 +49,18 @@ void Channel::start() {
 void Channel::collectPrograms() {
   _programs.collect(
       [this](ZORA_Long id, ZORA_Long result) { _core.programEnded(id, result, now()); });
-  finish();
+  settle();
 }
 
 void Channel::tick() noexcept {
   _streams.endStalled(StreamConnection::Clock::now());
-  finish();
+  settle();
 }
 
 void Channel::drain() {
   _datagrams.drain();
   _streams.drain();
-  finish();
+  settle();
 }
 
 void Channel::CoreTimer::start() {
@@ -86,9 +93,20 @@ bool Channel::sendLong(const Origin& receiver, std::string_view message) noexcep
   }
 }
 
-void Channel::finish() noexcept {
-  _streams.removeEnded();
+void Channel::settle() noexcept {
+  _streams.settle();
+  _store.handOver();
   _answers.flush();
+  waitForStore();
+}
+
+// What a slow store makes wait is bounded: the rest stays with the system, and with the clients.
+void Channel::waitForStore() noexcept {
+  const std::size_t waiting = _store.waiting();
+  const bool isHeldUp = _isHeldUp ? waiting > mostWaiting / 2 : waiting >= mostWaiting;
+  if (isHeldUp == std::exchange(_isHeldUp, isHeldUp)) return;
+  _datagrams.setHeldUp(isHeldUp);
+  _streams.setHeldUp(isHeldUp);
 }
 
 }  // namespace dch

@@ -34,8 +34,11 @@ class Channel : private Answers, private StreamClient {
   // To be called every second or so.
   void tick() noexcept;
 
-  // Does and answers what has come in already.
+  // Does and answers what has come in already, as far as the store does not keep it waiting.
   void drain();
+
+  // To be called after the store has concluded something.
+  void settle() noexcept;
 
   // Lines for the operator who asks. Throws std::bad_alloc.
   std::string report() const { return _core.report(); }
@@ -54,17 +57,20 @@ class Channel : private Answers, private StreamClient {
 
   void receive(std::span<const Message> datagrams);
   void send(const Origin& receiver, std::string_view message) noexcept override;
+  void finished(const Origin& asker) noexcept override { _streams.finished(asker); }
   bool sendLong(const Origin& receiver, std::string_view message) noexcept;
 
   void received(const Message& message) override { _core.receive(message); }
   void receivedBroken(const Origin& origin) override { _core.receiveBroken(origin); }
   void closed(const Origin& origin) override { _core.connectionClosed(origin); }
-  void worked() override { finish(); }
+  void worked() override { settle(); }
 
-  void finish() noexcept;
+  void waitForStore() noexcept;
 
+  Store& _store;
   Counters& _counters;
   const Log& _log;
+  bool _isHeldUp = false;  // until the store catches up
   DatagramPort _datagrams;
   AnswerBatch _answers;
   PacedAnswers _pacedAnswers;

@@ -58,12 +58,18 @@ void DatagramPort::drain() {
 }
 
 void DatagramPort::work() {
-  for (int round = 0; round < mostRounds && workOnce(); ++round) {
+  for (int round = 0; round < mostRounds && !_isHeldUp && workOnce(); ++round) {
   }
+  if (_isHeldUp) return;
   if (_waiting.empty())
     _anyReadable.waitUntilReadable();
-  else
+  else if (!_again.isSet())
     _again.set(Alarm::Clock::now());
+}
+
+void DatagramPort::setHeldUp(bool isHeldUp) {
+  _isHeldUp = isHeldUp;
+  if (!isHeldUp && !_again.isSet()) _again.set(Alarm::Clock::now());
 }
 
 // Returns whether there was something to do. What the system keeps comes first: it has less room.

@@ -36,6 +36,9 @@ class DatagramPort {
   // Has what has come in already handled.
   void drain();
 
+  // While it is held up nothing is taken from the system, and what waits goes on waiting.
+  void setHeldUp(bool isHeldUp);
+
   // The socket that answers leave from.
   int descriptor() const { return _sockets.front().descriptor.get(); }
 
@@ -60,6 +63,7 @@ class DatagramPort {
   DatagramBatch _batch;
   std::array<Message, DatagramBatch::capacity> _messages;
   WaitingDatagrams _waiting;
+  bool _isHeldUp = false;
   Alarm _again;
   std::vector<Socket> _sockets;
   // Tells which of them can be read: many at a time, with one call of the system for all.

@@ -29,12 +29,30 @@ StreamConnection::StreamConnection(EventLoop& loop, Descriptor socket, const Ori
           }),
       _framer(longest) {}
 
-void StreamConnection::waitForMore() {
+void StreamConnection::goOn() {
+  std::string_view message;
+  while (!_hasFailed && !_isBroken && !_isUnderWay && !hasUnsent()) {
+    switch (_framer.next(&message)) {
+      case StreamFramer::Next::message:
+        _isUnderWay = true;
+        _owner.received({.bytes = message, .origin = _origin, .receivedAt = now()});
+        break;
+      case StreamFramer::Next::incomplete:
+        if (_isLast && _framer.isInMessage()) endWithBroken();
+        return;
+      case StreamFramer::Next::broken:
+        endWithBroken();
+        return;
+    }
+  }
+}
+
+void StreamConnection::waitForMore(bool isHeldUp) {
   if (hasEnded()) return;
   if (_isBroken && !hasUnsent()) shutdown(_socket.descriptor(), SHUT_WR);
   if (hasUnsent())
     _socket.waitUntilWritable();
-  else
+  else if (!_isLast && !_isUnderWay && !isHeldUp)
     _socket.waitUntilReadable();
 }
 
@@ -43,7 +61,7 @@ void StreamConnection::drain() {
   int bytes = 0;
   ioctl(_socket.descriptor(), FIONREAD, &bytes);
   for (auto left = static_cast<std::size_t>(bytes) / _buffer.size() + 1; left > 0; --left)
-    if (hasEnded() || hasUnsent() || !receive()) return;
+    if (hasEnded() || _isUnderWay || hasUnsent() || !receive()) return;
 }
 
 bool StreamConnection::send(std::string_view message) noexcept {
@@ -60,7 +78,8 @@ bool StreamConnection::send(std::string_view message) noexcept {
 }
 
 bool StreamConnection::isStalledSince(Clock::time_point time) const {
-  return (hasUnsent() || _framer.isInMessage() || _isBroken) && _lastMoved < time;
+  const bool isInMessage = !_isUnderWay && _framer.isInMessage();
+  return (hasUnsent() || isInMessage || _isBroken) && _lastMoved < time;
 }
 
 // Returns whether something came. To close the connection while something lies there would have the
@@ -79,25 +98,8 @@ bool StreamConnection::receive() {
   } catch (const std::bad_alloc&) {
     _hasFailed = true;
   }
-  handleMessages();
+  goOn();
   return !_isLast;
-}
-
-void StreamConnection::handleMessages() {
-  std::string_view message;
-  while (!_hasFailed && !_isBroken && !hasUnsent()) {
-    switch (_framer.next(&message)) {
-      case StreamFramer::Next::message:
-        _owner.received({.bytes = message, .origin = _origin, .receivedAt = now()});
-        break;
-      case StreamFramer::Next::incomplete:
-        if (_isLast && _framer.isInMessage()) endWithBroken();
-        return;
-      case StreamFramer::Next::broken:
-        endWithBroken();
-        return;
-    }
-  }
 }
 
 void StreamConnection::endWithBroken() {
@@ -110,7 +112,7 @@ void StreamConnection::sendRest() {
   _unsent.erase(0, trySend(_unsent));
   if (hasUnsent()) return;
   _unsent = std::string();
-  handleMessages();
+  goOn();
 }
 
 // Returns how much the system took.

@@ -21,15 +21,16 @@ class ConnectionOwner {
   virtual void received(const Message& message) = 0;
   // What came is no whole message.
   virtual void receivedBroken(const Origin& origin) = 0;
-  // Has done what the loop called it for; the owner may destroy it later, but not now.
+  // Has done what the loop called it for; the owner may destroy it now.
   virtual void worked(StreamConnection& connection) = 0;
 
  protected:
   ~ConnectionOwner() = default;
 };
 
-// Hands over messages one by one, and none while an answer waits for the client to read it: a
-// client that does not read costs a bounded piece of memory. One thread, the loop's.
+// Hands over messages one by one, and none while the one before waits for the store or its answer
+// for the client to read it: answers keep the order of their requests, and a client that does not
+// read costs a bounded piece of memory. One thread, the loop's.
 class StreamConnection {
  public:
   using Clock = std::chrono::steady_clock;
@@ -39,8 +40,12 @@ class StreamConnection {
   StreamConnection(EventLoop& loop, Descriptor socket, const Origin& origin, std::size_t longest,
                    std::span<char> buffer, ConnectionOwner& owner);
 
-  // Has the loop call it when there is something to do.
-  void waitForMore();
+  // Hands over what waits, as far as it may.
+  void goOn();
+
+  // Has the loop call it when there is something to do; new messages are not wanted when it is held
+  // up.
+  void waitForMore(bool isHeldUp);
 
   // Receives what has come in already.
   void drain();
@@ -48,18 +53,20 @@ class StreamConnection {
   // Sends it, now or when the client reads. Returns false when the connection has failed.
   bool send(std::string_view message) noexcept;
 
+  // The message that was handed over is done.
+  void finished() { _isUnderWay = false; }
+
   // Whether it has stood still since before `time`: in a message, with an answer to be read, or
   // after a broken message without being closed by the client.
   bool isStalledSince(Clock::time_point time) const;
   void fail() { _hasFailed = true; }
 
-  bool hasEnded() const { return _hasFailed || (_isLast && _unsent.empty()); }
+  bool hasEnded() const { return _hasFailed || (_isLast && !_isUnderWay && !hasUnsent()); }
   bool hasUnsent() const { return !_unsent.empty(); }
   const Origin& origin() const { return _origin; }
 
  private:
   bool receive();
-  void handleMessages();
   void endWithBroken();
   void sendRest();
   std::size_t trySend(std::string_view bytes);
@@ -71,8 +78,9 @@ class StreamConnection {
   StreamFramer _framer;
   std::string _unsent;
   Clock::time_point _lastMoved = Clock::now();
-  bool _isLast = false;  // nothing more is received
-  bool _isBroken = false;  // what still comes is thrown away
+  bool _isUnderWay = false;  // a message that was handed over
+  bool _isLast = false;      // nothing more is received
+  bool _isBroken = false;    // what still comes is thrown away
   bool _hasFailed = false;
 };
 

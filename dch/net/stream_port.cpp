@@ -57,7 +57,7 @@ StreamPort::StreamPort(EventLoop& loop, Descriptor listener, const StreamLimits&
   watchForVanishedPeers(_listener.descriptor());
   limitUnreadAnswers(_listener.descriptor());
   sendAnswersAtOnce(_listener.descriptor());
-  _ended.reserve(limits.connections);
+  _noted.reserve(limits.connections);
 }
 
 StreamPort::~StreamPort() = default;
@@ -83,10 +83,12 @@ void StreamPort::add(Descriptor socket, const PeerAddress& peer) {
   if (_connections.size() >= _limits.connections) return refuse(peer);
   const std::uint64_t number = ++_lastNumber;
   try {
-    auto entry = std::unique_ptr<Entry>(
-        new Entry{{_loop, std::move(socket), Origin{.peer = peer, .connection = number},
-                   _limits.messageBytes, *_buffer, *this}});
-    _connections.emplace(number, std::move(entry)).first->second->connection.waitForMore();
+    const Origin origin{.peer = peer, .connection = number};
+    std::unique_ptr<Entry> entry(
+        new Entry{{_loop, std::move(socket), origin, _limits.messageBytes, *_buffer, *this}});
+    StreamConnection& connection = entry->connection;
+    _connections.emplace(number, std::move(entry));
+    connection.waitForMore(_isHeldUp);
   } catch (const std::exception&) {  // no memory, or the system cannot watch over more
     refuse(peer);
   }
@@ -114,34 +116,49 @@ void StreamPort::send(const Origin& receiver, std::string_view message) noexcept
   const auto found = _connections.find(receiver.connection);
   const bool isSent = found != _connections.end() && found->second->connection.send(message);
   if (!isSent) countDroppedAnswer(receiver, _counters, _log);
-  if (found != _connections.end()) noteEnded(found->second.get());
+  if (found != _connections.end()) note(found->second.get());
+}
+
+void StreamPort::finished(const Origin& asker) noexcept {
+  const auto found = _connections.find(asker.connection);
+  if (found == _connections.end()) return;
+  found->second->connection.finished();
+  note(found->second.get());
 }
 
 void StreamPort::worked(StreamConnection& connection) {
-  connection.waitForMore();
-  noteEnded(_connections.find(connection.origin().connection)->second.get());
+  note(_connections.find(connection.origin().connection)->second.get());
   _client.worked();
 }
 
-void StreamPort::noteEnded(Entry* entry) {
-  if (!entry->connection.hasEnded() || std::exchange(entry->isNoted, true)) return;
-  _ended.push_back(entry->connection.origin().connection);
+void StreamPort::note(Entry* entry) {
+  if (std::exchange(entry->isNoted, true)) return;
+  _noted.push_back(entry->connection.origin().connection);
 }
 
-// Closing one makes the client forget it, and may not end another.
-void StreamPort::removeEnded() {
-  for (const std::uint64_t number : _ended) {
-    const auto found = _connections.find(number);
+// What one does may concern others, which are noted then.
+void StreamPort::settle() {
+  while (!_noted.empty()) {
+    const auto found = _connections.find(_noted.back());
+    _noted.pop_back();
     Entry& entry = *found->second;
     entry.isNoted = false;
-    // It may have taken up an answer since.
-    if (!entry.connection.hasEnded()) continue;
+    entry.connection.goOn();
+    if (!entry.connection.hasEnded()) {
+      entry.connection.waitForMore(_isHeldUp);
+      continue;
+    }
     const Origin origin = entry.connection.origin();
     if (entry.connection.hasUnsent()) countDroppedAnswer(origin, _counters, _log);
+    std::erase(_noted, origin.connection);
     _connections.erase(found);
     _client.closed(origin);
   }
-  _ended.clear();
+}
+
+void StreamPort::setHeldUp(bool isHeldUp) {
+  _isHeldUp = isHeldUp;
+  for (auto& [number, entry] : _connections) entry->connection.waitForMore(isHeldUp);
 }
 
 void StreamPort::endStalled(StreamConnection::Clock::time_point now) {
@@ -151,14 +168,14 @@ void StreamPort::endStalled(StreamConnection::Clock::time_point now) {
     _log.write("connection of %s stands still: it is ended",
                entry->connection.origin().peer.text().data());
     entry->connection.fail();
-    noteEnded(entry.get());
+    note(entry.get());
   }
 }
 
 void StreamPort::drain() {
   for (auto& [number, entry] : _connections) {
     entry->connection.drain();
-    noteEnded(entry.get());
+    note(entry.get());
   }
 }
 

@@ -30,7 +30,7 @@ class StreamClient {
   virtual void received(const Message& message) = 0;
   virtual void receivedBroken(const Origin& origin) = 0;
   virtual void closed(const Origin& origin) = 0;
-  // What the loop called for is done: removeEnded() is to be called.
+  // What the loop called for is done: settle() is to be called.
   virtual void worked() = 0;
 
  protected:
@@ -52,8 +52,15 @@ class StreamPort : private ConnectionOwner {
   // counted.
   void send(const Origin& receiver, std::string_view message) noexcept;
 
-  // To be called after each piece of work, and not from within one of the client's functions.
-  void removeEnded();
+  // A message that was received is done: the next one of its connection may be received.
+  void finished(const Origin& asker) noexcept;
+
+  // Lets connections that may go on do so, and removes those that have ended. To be called after
+  // each piece of work, and not from within one of the client's functions but worked().
+  void settle();
+
+  // While it is held up no message is taken from the system.
+  void setHeldUp(bool isHeldUp);
 
   // Ends the connections that stand still for too long. To be called every now and then.
   void endStalled(StreamConnection::Clock::time_point now);
@@ -66,14 +73,14 @@ class StreamPort : private ConnectionOwner {
  private:
   struct Entry {
     StreamConnection connection;
-    bool isNoted = false;  // among those that may have ended
+    bool isNoted = false;  // among those to be settled
   };
 
   void accept();
   void add(Descriptor socket, const PeerAddress& peer);
   void refuse(const PeerAddress& peer);
   void pauseAccepting();
-  void noteEnded(Entry* entry);
+  void note(Entry* entry);
 
   void received(const Message& message) override { _client.received(message); }
   void receivedBroken(const Origin& origin) override { _client.receivedBroken(origin); }
@@ -87,7 +94,8 @@ class StreamPort : private ConnectionOwner {
   const std::unique_ptr<std::array<char, 65'536>> _buffer;
   std::uint64_t _lastNumber = 0;
   std::unordered_map<std::uint64_t, std::unique_ptr<Entry>> _connections;  // by serial number
-  std::vector<std::uint64_t> _ended;                                       // there is room for all
+  std::vector<std::uint64_t> _noted;                                       // there is room for all
+  bool _isHeldUp = false;
   Alarm _pause;
   WatchedSocket _listener;
 };

@@ -38,11 +38,12 @@ class Echo : public StreamClient {
     std::string answer;
     for (std::size_t i = 0; i < times; ++i) answer += message.bytes;
     port->send(message.origin, answer);
+    port->finished(message.origin);
     last = message.origin;
   }
   void receivedBroken(const Origin& origin) override { port->send(origin, brokenAnswer); }
   void closed(const Origin&) override { ++closedCount; }
-  void worked() override { port->removeEnded(); }
+  void worked() override { port->settle(); }
 
   Origin last;
   int closedCount = 0;
@@ -209,7 +210,7 @@ class StalledStreamTest : public StreamPortTest {
     return waitUntil([&] {
       return _thread->call([&] {
         _port.endStalled(std::chrono::steady_clock::now());
-        _port.removeEnded();
+        _port.settle();
         return _counters[Counter::stalledConnections] == count;
       });
     });

@@ -10,11 +10,14 @@
 #include <exception>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "dch/net/port.h"
 #include "dch/service/action_list.h"
 #include "dch/service/options.h"
 #include "dch/service/server.h"
+#include "dch/service/state_path.h"
+#include "dch/store/state_file_error.h"
 #include "zora/zora.h"
 
 namespace {
@@ -57,9 +60,14 @@ int main(int argc, char** argv) {
     dch::ActionList actions;
     if (options.actionsFile) actions = dch::readActionList(*options.actionsFile);
     if (options.instance) ZORA_SetInstanceName(options.instance->c_str());
-    dch::Server(dch::openPort(addressToServe(options), options.port), actions, options.verbose)
-        .run();
+    dch::ServedPort port = dch::openPort(addressToServe(options), options.port);
+    const std::optional<std::string> statePath =
+        dch::statePath(options.store, options.port == 0, ntohs(port.address.port));
+    dch::Server(std::move(port), statePath, actions, options.verbose).run();
   } catch (const dch::ActionListError& error) {
+    std::fprintf(stderr, "zordchd: %s\n", error.what());
+    return EX_CONFIG;
+  } catch (const dch::StateFileError& error) {
     std::fprintf(stderr, "zordchd: %s\n", error.what());
     return EX_CONFIG;
   } catch (const std::exception& error) {

@@ -44,13 +44,16 @@ constexpr char notes[] =
     "Without --bind it serves address ZOR0_BIND_ADDR, else 127.0.0.1.\n"
     "A named instance whose port is 1919 takes the first free candidate port instead.\n"
     "\n"
+    "Without --store the state is in zordchd.db in systemd's state directory, else in\n"
+    "zord410/zordchd-PORT.db in $XDG_STATE_HOME or ~/.local/state. With --port 0 it is in memory.\n"
+    "\n"
     "A file for --actions has a line 'NAME PROGRAM [ARGUMENT...]' for each action: a name that\n"
     "consumers use, the absolute path of a program and its arguments, split at blanks. No shell\n"
     "sees them. A word that starts with # starts a comment. Other actions are not carried out.\n"
     "\n"
     "Exit status: 0 after a signal to stop, 1 when it cannot serve, 64 after a wrong command "
     "line,\n"
-    "78 after a wrong file of actions.\n"
+    "78 after a wrong file of actions or of state.\n"
     "\n"
     "Example, a server for the programs of this machine that tells what it does:\n"
     "  zordchd --port 1919 --verbose";
@@ -74,6 +77,9 @@ std::optional<int> readOptions(int argc, const char* const* argv, Options* optio
       ->check(checkInstance);
   app.add_option("--actions", options->actionsFile,
                  "Let consumers start the programs that this file lists")
+      ->type_name("FILE");
+  app.add_option("--store", options->store,
+                 "Keep the state and the rows in this file; memory keeps nothing")
       ->type_name("FILE");
   app.add_flag("--verbose", options->verbose, "Tell each event on standard error");
   try {

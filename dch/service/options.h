@@ -12,6 +12,7 @@ struct Options {
   std::optional<std::string> bindAddress;
   std::optional<std::string> instance;
   std::optional<std::string> actionsFile;
+  std::optional<std::string> store;  // a file, or "memory"
   bool verbose = false;
 };
 

@@ -37,29 +37,36 @@ StreamLimits limitsWithRoom() {
   return limits;
 }
 
-void announce(const PeerAddress& served) {
+void announce(const PeerAddress& served, const std::optional<std::string>& statePath) {
   const sockaddr_in address = served.socketAddress();
   char dotted[INET_ADDRSTRLEN] = "";
   inet_ntop(AF_INET, &address.sin_addr, dotted, sizeof dotted);
   std::printf("zordchd %s: ready on %s port %d\n", ZORD410_VERSION, dotted,
               static_cast<int>(ntohs(address.sin_port)));
+  if (statePath)
+    std::printf("zordchd: state in %s\n", statePath->c_str());
+  else
+    std::puts("zordchd: state in memory");
   std::fflush(stdout);
 }
 
 }  // namespace
 
-Server::Server(ServedPort&& port, const ActionList& actions, bool isVerbose)
+Server::Server(ServedPort&& port, const std::optional<std::string>& statePath,
+               const ActionList& actions, bool isVerbose)
     : _output(STDERR_FILENO),
       _log(isVerbose, _output),
       _signals(_loop, handledSignals, [this](int signal) { takeSignal(signal); }),
       _address(port.address),
-      _channel(_loop, std::move(port), limitsWithRoom(), _store, actions, _counters, _log),
+      _statePath(statePath),
+      _store(_loop, statePath, _log, [this] { _channel.settle(); }),
+      _channel(_loop, std::move(port), limitsWithRoom(), _store.store(), actions, _counters, _log),
       _tick(_loop, [this] { tick(); }) {}
 
 void Server::run() {
   _channel.start();
   _tick.set(tickPause);
-  announce(_address);
+  announce(_address, _statePath);
   _loop.run();
   blockSignals();
 }
@@ -80,7 +87,11 @@ void Server::takeSignal(int signal) {
 
 void Server::stop(int signal) {
   _log.write("stopping on signal %d", signal);
-  _channel.drain();
+  do {
+    _channel.drain();
+    _store.finish();
+    _channel.settle();
+  } while (_store.store().waiting() > 0);
   _loop.stop();
 }
 
@@ -88,7 +99,7 @@ void Server::stop(int signal) {
 void Server::report() {
   countDroppedLines();
   try {
-    _output.write(_channel.report());
+    _output.write(_channel.report() + _store.report());
   } catch (const std::bad_alloc&) {
     _log.write("no memory for the report");
   }

@@ -2,6 +2,9 @@
 #ifndef DCH_SERVICE_SERVER_H
 #define DCH_SERVICE_SERVER_H
 
+#include <optional>
+#include <string>
+
 #include "dch/core/counters.h"
 #include "dch/net/alarm.h"
 #include "dch/net/channel.h"
@@ -9,18 +12,20 @@
 #include "dch/net/signals.h"
 #include "dch/service/event_log.h"
 #include "dch/service/log_output.h"
-#include "dch/store/memory_store.h"
+#include "dch/service/server_store.h"
 
 namespace dch {
 
 // Everything happens on the thread that makes it and calls run().
 class Server {
  public:
-  // `actions` outlives it. Throws std::runtime_error when it cannot serve.
-  Server(ServedPort&& port, const ActionList& actions, bool isVerbose);
+  // The state is in the file `statePath`, or in memory without one. `actions` outlives it. Throws
+  // std::runtime_error when it cannot serve, as StateFileError because of the state.
+  Server(ServedPort&& port, const std::optional<std::string>& statePath, const ActionList& actions,
+         bool isVerbose);
 
-  // Says on standard output that it is ready, and serves until SIGTERM or SIGINT. From then on the
-  // signals that it takes are blocked: the process is to end.
+  // Says on standard output that it is ready and where its state is, and serves until SIGTERM or
+  // SIGINT. From then on the signals that it takes are blocked: the process is to end.
   void run();
 
  private:
@@ -37,8 +42,9 @@ class Server {
   EventLoop _loop;
   Signals _signals;
   Counters _counters;
-  MemoryStore _store;
   const PeerAddress _address;
+  const std::optional<std::string> _statePath;
+  ServerStore _store;
   Channel _channel;
   Alarm _tick;
 };

@@ -13,6 +13,7 @@ class MemoryStore : public Store {
   void append(Entry* entry, StoreClient* client) override {
     client->conclude(std::move(*entry), true);
   }
+  std::size_t waiting() const override { return 0; }
   void load(const std::function<void(Change&&)>&) override {}
 };
 

@@ -31,7 +31,7 @@ SqliteStore::SqliteStore(const SqliteStoreSettings& settings, std::function<void
       _retention(settings.retention) {}
 
 SqliteStore::~SqliteStore() {
-  handOver();
+  SqliteStore::handOver();
   {
     const std::lock_guard lock(_mutex);
     _isStopping = true;
@@ -72,7 +72,7 @@ void SqliteStore::collect() {
     const std::lock_guard lock(_mutex);
     concluded.swap(_concluded);
   }
-  for (const std::string& line : _writer.takeEvents()) _log.write("%s", line.c_str());
+  for (const std::string& line : _writer.takeEvents()) _log.warn("%s", line.c_str());
   for (Item& item : concluded) {
     --_waiting;
     item.client->conclude(std::move(item.entry), item.isKept);

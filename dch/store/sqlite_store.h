@@ -51,7 +51,7 @@ class SqliteStore : public Store {
 
   // Lets what was appended be written. The client calls it whenever it has done what had come, and
   // is going to wait: not with each entry, which would cost a commit each.
-  void handOver();
+  void handOver() override;
 
   // Concludes what has been written, or could not be.
   void collect();
@@ -59,8 +59,7 @@ class SqliteStore : public Store {
   // Waits until all that was appended is written, and concludes it.
   void finish();
 
-  // How many entries are not concluded.
-  std::size_t waiting() const { return _waiting; }
+  std::size_t waiting() const override { return _waiting; }
 
   // In force at once. Any thread.
   void setRetention(const RetentionLimits& limits);

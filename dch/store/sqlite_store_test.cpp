@@ -2,7 +2,7 @@
 
 #include <gmock/gmock.h>
 
-#include <semaphore>
+#include <future>
 
 #include "dch/testkit/store_test.h"
 
@@ -33,13 +33,13 @@ TEST_F(SqliteStoreTest, ConcludesWhatItKeptInOrder) {
 }
 
 TEST_F(SqliteStoreTest, WakesItsClientWhenThereIsSomethingToCollect) {
-  std::binary_semaphore isWoken(0);
+  std::promise<void> isWoken;
   _store = std::make_unique<SqliteStore>(
-      SqliteStoreSettings{.path = path()}, [&] { isWoken.release(); }, _log);
+      SqliteStoreSettings{.path = path()}, [&] { isWoken.set_value(); }, _log);
   _store->load([](Change&&) {});
   append(deferred(1));
   _store->handOver();
-  isWoken.acquire();
+  isWoken.get_future().wait();
   _store->collect();
   EXPECT_EQ(_client.keptCount(), 1u);
 }

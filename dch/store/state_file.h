@@ -2,22 +2,16 @@
 #ifndef DCH_STORE_STATE_FILE_H
 #define DCH_STORE_STATE_FILE_H
 
-#include <stdexcept>
 #include <string>
 
 #include "dch/store/sqlite.h"
+#include "dch/store/state_file_error.h"
 
 namespace dch {
 
 // What a change survives besides the end of the process at any instruction: nothing, or the loss of
 // power.
 enum class Durability { process, power };
-
-// A sentence for the operator that names the file and says what to do.
-class StateFileError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
 
 // Programs that only read may open the file beside it. They must not write, nor make checkpoints:
 // SQLite before 3.51.3 can damage a file of which two connections make checkpoints at once, so all

@@ -5,15 +5,15 @@
 // opens FILE, tells how long that takes, and keeps so many rows, each new one appended when another
 // one is concluded.
 #include <chrono>
+#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <semaphore>
+#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "dch/event_log.h"
 #include "dch/store/sqlite_store.h"
 #include "suite/registration.h"
 #include "zordchcl/messages.h"
@@ -49,6 +49,33 @@ std::string rowMessage(ZORA_Long handle) {
   return {buffer, static_cast<std::size_t>(message.length())};
 }
 
+class ErrorLog : public dch::Log {
+  bool isEnabled() const override { return true; }
+  void writeLine(std::string_view line) const override {
+    std::fprintf(stderr, "%.*s\n", static_cast<int>(line.size()), line.data());
+  }
+};
+
+// What wakes the thread of the client.
+class Bell {
+ public:
+  void ring() {
+    const std::lock_guard lock(_mutex);
+    _isRung = true;
+    _rung.notify_one();
+  }
+  void wait() {
+    std::unique_lock lock(_mutex);
+    _rung.wait(lock, [this] { return _isRung; });
+    _isRung = false;
+  }
+
+ private:
+  std::mutex _mutex;
+  std::condition_variable _rung;
+  bool _isRung = false;
+};
+
 class Client : public dch::StoreClient {
  public:
   void conclude(dch::Entry&&, bool kept) noexcept override {
@@ -82,13 +109,13 @@ int main(int count, char** arguments) {
   if (const char* durability = std::getenv("DURABILITY");
       durability != nullptr && std::strcmp(durability, "power") == 0)
     settings.durability = dch::Durability::power;
-  std::counting_semaphore<> woken(0);
+  Bell woken;
   Client client;
-  const dch::EventLog log(true);
+  const ErrorLog log;
 
   const auto opening = Clock::now();
   dch::SqliteStore store(
-      settings, [&] { woken.release(); }, log);
+      settings, [&] { woken.ring(); }, log);
   std::size_t loaded = 0;
   store.load([&](dch::Change&&) { ++loaded; });
   std::printf("open and load: %.1f ms, %zu changes\n", 1e3 * secondsSince(opening), loaded);
@@ -122,7 +149,7 @@ int main(int count, char** arguments) {
              dch::Row{static_cast<ZORA_Long>(source + 1), now(), messages[source]});
     }
     store.handOver();
-    woken.acquire();
+    woken.wait();
     store.collect();
   }
   const double seconds = secondsSince(start);

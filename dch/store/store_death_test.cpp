@@ -232,7 +232,7 @@ TEST_P(StoreDeath, LosesNothingThatWasConcluded) {
   EXPECT_EQ(isEveryRowThere(), GetParam().timeStep != day) << "retention was at work";
 
   const char* const wanted = std::getenv("ZORD410_STORE_DEATHS");
-  const std::uint64_t deaths = wanted != nullptr ? operations : 40;
+  const std::uint64_t deaths = wanted != nullptr ? operations : 10;
   for (std::uint64_t death = 0; death < deaths; ++death) {
     // Retention may do its work in fewer steps, or more of them, than in the first run.
     const std::uint64_t operation = death * operations / deaths + 1 + (wanted ? 0 : seed() % 7);

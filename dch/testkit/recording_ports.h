@@ -21,7 +21,10 @@ class RecordingAnswers : public Answers {
   void send(const Origin& receiver, std::string_view message) noexcept override {
     sent.emplace_back(receiver, message);
   }
+  void finished(const Origin& asker) noexcept override { finishedAskers.push_back(asker); }
+
   std::vector<std::pair<Origin, std::string>> sent;
+  std::vector<Origin> finishedAskers;
 };
 
 class RecordingRowsOut : public RowsOut {
@@ -68,22 +71,23 @@ class RecordingPrograms : public Programs {
 class SlowStore : public Store {
  public:
   void append(Entry* entry, StoreClient* client) override {
-    waiting.emplace_back();
-    waiting.back() = {std::move(*entry), client};
+    entries.emplace_back();
+    entries.back() = {std::move(*entry), client};
   }
+  std::size_t waiting() const override { return entries.size(); }
   void load(const std::function<void(Change&&)>&) override {}
 
   // Concludes the first entry.
   void conclude(bool kept = true) {
-    auto [entry, client] = std::move(waiting.front());
-    waiting.pop_front();
+    auto [entry, client] = std::move(entries.front());
+    entries.pop_front();
     client->conclude(std::move(entry), kept);
   }
   void concludeAll(bool kept = true) {
-    while (!waiting.empty()) conclude(kept);
+    while (!entries.empty()) conclude(kept);
   }
 
-  std::deque<std::pair<Entry, StoreClient*>> waiting;
+  std::deque<std::pair<Entry, StoreClient*>> entries;
 };
 
 }  // namespace dch::testkit

@@ -12,8 +12,9 @@ Process::Arguments onFreePort(const Process::Arguments& more) {
   return arguments;
 }
 
-// The last word of the line that says that the server is ready.
-int portIn(const std::string& ready) {
+// The last word of the first line, which says that the server is ready.
+int portIn(const std::string& output) {
+  const std::string ready = output.substr(0, output.find('\n'));
   return std::stoi(ready.substr(ready.rfind(' ')));
 }
 

@@ -7,7 +7,7 @@ cd "$work"
 
 without_what_differs() {
   sed -E 's/^[0-9T:.-]+Z /TIME /; s/127\.0\.0\.1:[0-9]+/CLIENT/; s/ port [0-9]+$/ port PORT/
-    s/^(zordchd) [0-9.]+:/\1 VERSION:/'
+    s/^(zordchd) [0-9.]+:/\1 VERSION:/; s/^(zordchd: state in ).*/\1STATE/'
 }
 expect_block() { # NAME FILE
   diff <(blocks "output: $1" '' | without_what_differs) <(without_what_differs <"$2") ||

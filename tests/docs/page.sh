@@ -47,6 +47,9 @@ end() {
   wait "$2"
 }
 
+# Servers that keep their state do so here.
+export XDG_STATE_HOME=$work
+
 # start_server ZORDCHD [OPTION...]: on a free port that clients then find, with its log in $work/log.
 start_server() {
   # Emptied here: what an earlier server said must not be taken for this one's.
@@ -55,7 +58,7 @@ start_server() {
   "$1" --port 0 --verbose "${@:2}" >"$work/ready" 2>>"$work/log" &
   server=$!
   running+=("$server")
-  wait_for ' ready on ' "$work/ready"
-  ZORA_DCH_PORT=$(sed 's/.* port //' "$work/ready")
+  wait_for ' state in ' "$work/ready"
+  ZORA_DCH_PORT=$(sed -n 's/.* ready on .* port //p' "$work/ready")
   export ZORA_DCH_PORT
 }

@@ -50,10 +50,11 @@ class Server {
 
  private:
   void start(const std::string& port) {
-    _process.emplace(ZORDCHD_PATH, tools::Arguments{"--port", port, "--verbose"},
+    _process.emplace(ZORDCHD_PATH,
+                     tools::Arguments{"--port", port, "--store", "memory", "--verbose"},
                      tools::Environment{});
     const std::string ready = _process->waitForOutput("\n");
-    _port = std::stoi(ready.substr(ready.rfind(' ')));
+    _port = std::stoi(ready.substr(ready.find(" port ") + 6));
   }
 
   std::optional<Process> _process;  // killed with the object

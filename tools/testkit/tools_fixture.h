@@ -41,7 +41,7 @@ class ToolsTest : public ::testing::Test {
   explicit ToolsTest(const Arguments& moreForServer = {})
       : _server(ZORDCHD_PATH, serverArguments(moreForServer), {}) {
     const std::string ready = _server.waitForOutput("\n");
-    _port = std::stoi(ready.substr(ready.rfind(' ')));
+    _port = std::stoi(ready.substr(ready.find(" port ") + 6));
   }
   ~ToolsTest() override {
     _server.signal(SIGTERM);

@@ -1,0 +1,83 @@
+#include "dch/service/server_store.h"
+
+#include <cinttypes>
+#include <cstdio>
+#include <utility>
+
+#include "dch/net/waker.h"
+#include "dch/store/memory_store.h"
+#include "dch/store/state_file_error.h"
+#ifdef ZORD410_SQLITE
+#include "dch/store/sqlite_store.h"
+#endif
+
+namespace dch {
+
+#ifdef ZORD410_SQLITE
+
+ServerStore::ServerStore(EventLoop& loop, const std::optional<std::string>& path, const Log& log,
+                         std::function<void()> concluded) {
+  if (!path) {
+    _store = std::make_unique<MemoryStore>();
+    return;
+  }
+  _waker = std::make_unique<Waker>(loop, [this, concluded = std::move(concluded)] {
+    _sqlite->collect();
+    concluded();
+  });
+  auto store = std::make_unique<SqliteStore>(
+      SqliteStoreSettings{.path = *path}, [this] { _waker->wake(); }, log);
+  _sqlite = store.get();
+  _store = std::move(store);
+}
+
+ServerStore::~ServerStore() = default;
+
+void ServerStore::finish() {
+  if (_sqlite != nullptr) _sqlite->finish();
+}
+
+std::string ServerStore::report() const {
+  if (_sqlite == nullptr) return {};
+  const StoreFigures figures = _sqlite->figures();
+  char text[512];
+  std::snprintf(text, sizeof text,
+                "zordchd: store\n"
+                "  groups_written %" PRIu64
+                "\n"
+                "  changes_kept %" PRIu64
+                "\n"
+                "  changes_refused %" PRIu64
+                "\n"
+                "  rows_removed %" PRIu64
+                "\n"
+                "  write_failures %" PRIu64
+                "\n"
+                "  write_microseconds %" PRIu64
+                "\n"
+                "  changes_waiting %zu\n",
+                figures.groups, figures.changesKept, figures.changesRefused, figures.rowsRemoved,
+                figures.failures, figures.microseconds, _sqlite->waiting());
+  return text;
+}
+
+#else
+
+// A build without a store for files.
+
+ServerStore::ServerStore(EventLoop&, const std::optional<std::string>& path, const Log&,
+                         std::function<void()>)
+    : _store(std::make_unique<MemoryStore>()) {
+  if (path)
+    throw StateFileError("this build cannot keep its state in " + *path + ": give --store memory");
+}
+
+ServerStore::~ServerStore() = default;
+void ServerStore::finish() {}
+std::string ServerStore::report() const {
+  return {};
+}
+
+#endif
+
+}  // namespace dch

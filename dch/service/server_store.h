@@ -1,0 +1,44 @@
+// server_store.h: the store that the server was started with.
+#ifndef DCH_SERVICE_SERVER_STORE_H
+#define DCH_SERVICE_SERVER_STORE_H
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "dch/core/log.h"
+#include "dch/core/store.h"
+#include "dch/net/event_loop.h"
+
+namespace dch {
+
+class SqliteStore;
+class Waker;
+
+// One thread, the loop's.
+class ServerStore {
+ public:
+  // `path` is the file that keeps the state; without one it is in memory. `concluded` is called
+  // after the store has concluded changes later than within append(). Throws StateFileError.
+  ServerStore(EventLoop& loop, const std::optional<std::string>& path, const Log& log,
+              std::function<void()> concluded);
+  ~ServerStore();
+
+  Store& store() { return *_store; }
+
+  // Waits until all changes that were appended are concluded.
+  void finish();
+
+  // What it has done so far, for the operator who asks. Throws std::bad_alloc.
+  std::string report() const;
+
+ private:
+  std::unique_ptr<Waker> _waker;
+  std::unique_ptr<Store> _store;
+  SqliteStore* _sqlite = nullptr;  // the same, when it keeps a file
+};
+
+}  // namespace dch
+
+#endif  // DCH_SERVICE_SERVER_STORE_H

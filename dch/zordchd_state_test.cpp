@@ -1,0 +1,111 @@
+// What the real program knows after it was killed: all that it has acknowledged.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sysexits.h>
+
+#include <optional>
+
+#include "dch/testkit/clients.h"
+#include "dch/testkit/messages.h"
+#include "dch/testkit/server_process.h"
+#include "tests/support/temporary_files.h"
+#include "zordchcl/messages.h"
+#include "zordchcl/status.h"
+
+namespace dch::testkit {
+namespace {
+
+using ::testing::HasSubstr;
+
+class ZordchdStateTest : public ::testing::Test {
+ protected:
+  ZordchdStateTest() { start(); }
+
+  void start() { _server.emplace(ServerProcess::Arguments{"--store", _path, "--verbose"}); }
+  void killAndStart() {
+    EXPECT_EQ(_server->stop(SIGKILL), -SIGKILL);
+    start();
+  }
+
+  std::string ask(const std::string& message) { return UdpClient(_server->port()).ask(message); }
+  ZORA_Long goOnline(const std::string& source) {
+    const auto answer = onlineAnswerOf(ask(onlineMessage("HOSTMON", "load", source)));
+    return answer && answer->status == DCH_STATUS_OK ? answer->handle : 0;
+  }
+
+  const TemporaryFolder _folder;
+  const std::string _path = _folder.path() + "/state.db";
+  std::optional<ServerProcess> _server;
+};
+
+TEST_F(ZordchdStateTest, SaysWhereItsStateIs) {
+  EXPECT_THAT(_server->standardOutput(), HasSubstr("\nzordchd: state in " + _path + "\n"));
+}
+
+TEST_F(ZordchdStateTest, KnowsApplicationsAndSourcesAndTheirHandlesAfterItWasKilled) {
+  EXPECT_EQ(statusOf(ask(registerMessage())), DCH_STATUS_OK);
+  const ZORA_Long first = goOnline("host1"), second = goOnline("host2");
+  EXPECT_EQ(statusOf(ask(offlineMessage(first))), DCH_STATUS_OK);
+  killAndStart();
+  EXPECT_EQ(statusOf(ask(dataMessage(second, {{"load1", 'D', "1"}}))), DCH_STATUS_OK);
+  EXPECT_EQ(statusOf(ask(dataMessage(first, {{"load1", 'D', "1"}}))), DCH_STATUS_UNKNOWN_HANDLE);
+  EXPECT_GT(goOnline("host3"), second);
+  EXPECT_EQ(goOnline("host1"), first);
+}
+
+TEST_F(ZordchdStateTest, KnowsDeferralsAndResultsAfterItWasKilled) {
+  ask(registerMessage());
+  UdpClient(_server->port()).send(deferralMessage(42));
+  EXPECT_TRUE(_server->waitForError("deferred: "));
+  killAndStart();
+  EXPECT_EQ(kill(_server->processId(), SIGUSR1), 0);
+  EXPECT_TRUE(_server->waitForError("zordchd: 1 deferral(s)\n"));
+}
+
+TEST_F(ZordchdStateTest, AnswersRequestsOfAConnectionInTheirOrder) {
+  TcpClient client(_server->port());
+  client.send(registerMessage() + unregisterMessage("NONE") + unregisterMessage("HOSTMON") +
+              unregisterMessage("HOSTMON"));
+  constexpr std::size_t size = 14;  // of an answer with a status
+  const std::string answers = client.StreamSocket::receive(4 * size);
+  ASSERT_EQ(answers.size(), 4 * size);
+  const ZORA_Long statuses[] = {DCH_STATUS_OK, DCH_STATUS_UNKNOWN_APPLICATION, DCH_STATUS_OK,
+                                DCH_STATUS_UNKNOWN_APPLICATION};
+  for (std::size_t i = 0; i < 4; ++i)
+    EXPECT_EQ(statusOf(answers.substr(i * size, size)), statuses[i]) << i;
+}
+
+TEST_F(ZordchdStateTest, AnswersAClientThatEndsItsSendingAtOnce) {
+  TcpClient client(_server->port());
+  client.send(registerMessage());
+  client.finishSending();
+  EXPECT_EQ(statusOf(client.receive().value_or("")), DCH_STATUS_OK);
+}
+
+TEST_F(ZordchdStateTest, KeepsWhatHadComeWhenItIsStopped) {
+  UdpClient client(_server->port());
+  client.send(registerMessage());
+  EXPECT_EQ(_server->stop(SIGTERM), 0) << _server->standardError();
+  EXPECT_EQ(statusOf(client.receive().value_or("")), DCH_STATUS_OK);
+  start();
+  EXPECT_NE(goOnline("host1"), 0);
+}
+
+TEST_F(ZordchdStateTest, IsRefusedToASecondServer) {
+  const ProcessResult second = runServer({"--port", "0", "--store", _path});
+  EXPECT_EQ(second.exitStatus, EX_CONFIG);
+  EXPECT_THAT(second.standardError, HasSubstr(_path));
+  EXPECT_THAT(second.standardError, HasSubstr("in use by another server"));
+}
+
+TEST(ZordchdStateFileTest, SaysWhatIsWrongWithAFileThatIsNone) {
+  const TemporaryFile file(std::string(5'000, 'x'));
+  const ProcessResult result = runServer({"--port", "0", "--store", file.path()});
+  EXPECT_EQ(result.exitStatus, EX_CONFIG);
+  EXPECT_THAT(result.standardError, HasSubstr(file.path()));
+  EXPECT_EQ(file.content(), std::string(5'000, 'x'));
+}
+
+}  // namespace
+}  // namespace dch::testkit
