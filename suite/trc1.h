@@ -91,13 +91,6 @@ void TRC1_Configure(const char* rules);
 // is called by the tracing thread, one call at a time, and must not trace or set a sink.
 void TRC1_SetSink(TRC1_Sink sink, void* context);
 
-// Whether the record is to be written.
-using TRC1_Filter = bool (*)(void* context, const TRC1_Record& record);
-
-// Asks `filter` about each record that goes to the file or standard error; null asks nobody. It is
-// called as a sink is.
-void TRC1_SetFilter(TRC1_Filter filter, void* context);
-
 // The class test that opens a traced function: the flags are taken once and hold for the call.
 class TRC1_Scope {
  public:

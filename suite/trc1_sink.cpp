@@ -37,7 +37,6 @@ class Output {
  public:
   void write(const TRC1_Record& record, const char* line, std::size_t lineLength) {
     if (_hasSink.load(std::memory_order_acquire) && writeToSink(record)) return;
-    if (_hasFilter.load(std::memory_order_acquire) && !isWanted(record)) return;
     writeAll(descriptor(), line, lineLength);
   }
 
@@ -48,24 +47,12 @@ class Output {
     _hasSink.store(sink != nullptr, std::memory_order_release);
   }
 
-  void setFilter(TRC1_Filter filter, void* context) {
-    const std::lock_guard lock(sinkMutex);
-    _filter = filter;
-    _filterContext = context;
-    _hasFilter.store(filter != nullptr, std::memory_order_release);
-  }
-
  private:
   bool writeToSink(const TRC1_Record& record) {
     const suite::Lock lock(sinkMutex);
     if (!lock.isHeld() || _sink == nullptr) return false;
     _sink(_context, record);
     return true;
-  }
-
-  bool isWanted(const TRC1_Record& record) {
-    const suite::Lock lock(sinkMutex);
-    return !lock.isHeld() || _filter == nullptr || _filter(_filterContext, record);
   }
 
   int descriptor() {
@@ -97,9 +84,6 @@ class Output {
   std::atomic<bool> _hasSink{false};
   TRC1_Sink _sink = nullptr;
   void* _context = nullptr;
-  std::atomic<bool> _hasFilter{false};
-  TRC1_Filter _filter = nullptr;
-  void* _filterContext = nullptr;
 };
 
 constinit Output output;
@@ -122,8 +106,4 @@ void suite::writeRecord(const TRC1_Record& record, const char* line, std::size_t
 
 void TRC1_SetSink(TRC1_Sink sink, void* context) {
   output.setSink(sink, context);
-}
-
-void TRC1_SetFilter(TRC1_Filter filter, void* context) {
-  output.setFilter(filter, context);
 }

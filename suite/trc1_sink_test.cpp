@@ -45,26 +45,4 @@ TEST(TraceSink, GivesWayToTheFileAgain) {
   EXPECT_THAT(file.content(), testing::EndsWith("to the file"));
 }
 
-TEST(TraceFilter, KeepsRecordsFromTheFileAndNotFromASink) {
-  const TraceFile file;
-  TRC1_SetFilter(
-      [](void* unwanted, const TRC1_Record& record) {
-        return std::string(record.text, record.textLength) != static_cast<const char*>(unwanted);
-      },
-      const_cast<char*>("unwanted\n"));
-  for (const char* text : {"first\n", "unwanted\n", "last\n"})
-    TRC1_Printf(&dpOnline, 1, "%s", text);
-  EXPECT_THAT(file.content(), HasSubstr(" first\n"));
-  EXPECT_THAT(file.content(), testing::Not(HasSubstr("unwanted")));
-  EXPECT_THAT(file.content(), testing::EndsWith(" last\n"));
-  {
-    const Sink sink;
-    TRC1_Printf(&dpOnline, 1, "unwanted\n");
-    EXPECT_THAT(sink.texts, ElementsAre("unwanted\n"));
-  }
-  TRC1_SetFilter(nullptr, nullptr);
-  TRC1_Printf(&dpOnline, 1, "unwanted\n");
-  EXPECT_THAT(file.content(), testing::EndsWith(" unwanted\n"));
-}
-
 }  // namespace
