@@ -14,12 +14,17 @@ sockaddr_in PeerAddress::socketAddress() const {
   return result;
 }
 
-PeerAddress::Text PeerAddress::text() const {
-  char dotted[INET_ADDRSTRLEN] = "";
+std::array<char, INET_ADDRSTRLEN> PeerAddress::addressText() const {
+  std::array<char, INET_ADDRSTRLEN> result{};
   const in_addr binary{address};
-  inet_ntop(AF_INET, &binary, dotted, sizeof dotted);
+  inet_ntop(AF_INET, &binary, result.data(), result.size());
+  return result;
+}
+
+PeerAddress::Text PeerAddress::text() const {
   Text result;
-  std::snprintf(result.data(), result.size(), "%s:%d", dotted, static_cast<int>(ntohs(port)));
+  std::snprintf(result.data(), result.size(), "%s:%d", addressText().data(),
+                static_cast<int>(ntohs(port)));
   return result;
 }
 

@@ -18,6 +18,9 @@ struct PeerAddress {
 
   sockaddr_in socketAddress() const;
 
+  // Such as "127.0.0.1", zero-terminated.
+  std::array<char, INET_ADDRSTRLEN> addressText() const;
+
   // Such as "127.0.0.1:40000", zero-terminated.
   using Text = std::array<char, INET_ADDRSTRLEN + sizeof ":65535">;
   Text text() const;

@@ -3,7 +3,7 @@
 #include <new>
 #include <utility>
 
-#include "dch/net/clock.h"
+#include "dch/clock.h"
 
 namespace dch {
 

@@ -5,7 +5,7 @@
 #include <new>
 #include <utility>
 
-#include "dch/net/clock.h"
+#include "dch/clock.h"
 #include "dch/net/socket_option.h"
 
 namespace dch {

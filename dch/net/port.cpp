@@ -1,7 +1,5 @@
 #include "dch/net/port.h"
 
-#include <arpa/inet.h>
-
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -30,15 +28,11 @@ constexpr int mostAttempts = 1'000;
 // Prime and far from 1, so that processes with neighbouring numbers stay apart.
 constexpr int stride = 7'919;
 
-std::string dotted(in_addr address) {
-  char text[INET_ADDRSTRLEN] = "";
-  inet_ntop(AF_INET, &address, text, sizeof text);
-  return text;
-}
-
 [[noreturn]] void refuse(in_addr address, const zordsock::PortChoice& choice) {
-  const std::string what =
-      "cannot serve the DCH port " + std::to_string(choice.port) + " of " + dotted(address);
+  PeerAddress wanted;
+  wanted.address = address.s_addr;
+  const std::string what = "cannot serve the DCH port " + std::to_string(choice.port) + " of " +
+                           wanted.addressText().data();
   if (choice.isInUse())
     throw std::runtime_error(what + ": " + std::strerror(EADDRINUSE) +
                              ": another DCH is already active on it");

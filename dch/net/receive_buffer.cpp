@@ -1,7 +1,8 @@
 #include "dch/net/receive_buffer.h"
 
 #include <sys/socket.h>
-#include <unistd.h>
+
+#include "dch/net/descriptor.h"
 
 namespace dch {
 
@@ -22,12 +23,10 @@ void askForWanted(int socket) {
 
 // What the system gives who asks for what is wanted: it may be less than sockets have unasked.
 int sizeToBeHad() {
-  const int trial = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  if (trial < 0) return 0;
-  askForWanted(trial);
-  const int bytes = sizeOf(trial);
-  close(trial);
-  return bytes;
+  const Descriptor trial(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  if (!trial.isOpen()) return 0;
+  askForWanted(trial.get());
+  return sizeOf(trial.get());
 }
 
 }  // namespace

@@ -7,7 +7,7 @@
 #include <new>
 #include <utility>
 
-#include "dch/net/clock.h"
+#include "dch/clock.h"
 
 namespace dch {
 
@@ -73,7 +73,6 @@ bool StreamConnection::send(std::string_view message) noexcept {
     // Without a part of an answer the client would take the next one for its rest.
     _hasFailed = true;
   }
-  if (hasUnsent()) _socket.waitUntilWritable();
   return !_hasFailed;
 }
 

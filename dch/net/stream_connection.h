@@ -50,7 +50,8 @@ class StreamConnection {
   // Receives what has come in already.
   void drain();
 
-  // Sends it, now or when the client reads. Returns false when the connection has failed.
+  // Sends it, now or when the client reads: waitForMore() is to be called. Returns false when the
+  // connection has failed.
   bool send(std::string_view message) noexcept;
 
   // The message that was handed over is done.

@@ -60,8 +60,6 @@ StreamPort::StreamPort(EventLoop& loop, Descriptor listener, const StreamLimits&
   _noted.reserve(limits.connections);
 }
 
-StreamPort::~StreamPort() = default;
-
 void StreamPort::accept() {
   for (int i = 0; i < mostAtOneGo; ++i) {
     sockaddr_in peer{};

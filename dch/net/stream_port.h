@@ -43,7 +43,6 @@ class StreamPort : private ConnectionOwner {
   // Throws std::system_error.
   StreamPort(EventLoop& loop, Descriptor listener, const StreamLimits& limits, StreamClient& client,
              Counters& counters, const Log& log);
-  ~StreamPort();
 
   // From now on connections are accepted.
   void start() { _listener.waitUntilReadable(); }
@@ -67,8 +66,6 @@ class StreamPort : private ConnectionOwner {
 
   // Receives what has come in already.
   void drain();
-
-  std::size_t count() const { return _connections.size(); }
 
  private:
   struct Entry {

@@ -49,6 +49,19 @@ int writeUntilDropped(LogOutput* output) {
   return number;
 }
 
+// Lets nobody read until a line is lost: it is the last one, and it is counted.
+void expectToLoseOnlyTheLastLine(const Ends& ends, LogOutput* output) {
+  const int written = writeUntilDropped(output);
+  EXPECT_EQ(output->dropped(), 1u);
+  std::string expected, all;
+  for (int i = 0; i < written - 1; ++i) expected += line(i);
+  while (all.size() < expected.size()) {
+    all += readSome(ends, 65'536);
+    output->flush();
+  }
+  EXPECT_EQ(all, expected);
+}
+
 class LogOutputTest : public ::testing::TestWithParam<Ends (*)()> {
  protected:
   const Ends _ends = GetParam()();
@@ -63,15 +76,7 @@ TEST_P(LogOutputTest, WritesAtOnce) {
 }
 
 TEST_P(LogOutputTest, NeverWaitsForAReaderAndLosesOnlyWhatItCounts) {
-  const int written = writeUntilDropped(&_output);
-  EXPECT_EQ(_output.dropped(), 1u);
-  std::string expected, all;
-  for (int i = 0; i < written - 1; ++i) expected += line(i);
-  while (all.size() < expected.size()) {
-    all += readSome(_ends, 65'536);
-    _output.flush();
-  }
-  EXPECT_EQ(all, expected);
+  expectToLoseOnlyTheLastLine(_ends, &_output);
   _output.write("again\n");
   EXPECT_EQ(readSome(_ends, 100), "again\n");
 }
@@ -91,15 +96,7 @@ TEST(LogOutputToADescriptorTest, DoesNotWaitForAPipeThatItCannotOpenAgain) {
   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &noMoreFiles), 0);
   LogOutput output(ends.writing.get());
   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
-  const int written = writeUntilDropped(&output);
-  EXPECT_EQ(output.dropped(), 1u);
-  std::string expected, all;
-  for (int i = 0; i < written - 1; ++i) expected += line(i);
-  while (all.size() < expected.size()) {
-    all += readSome(ends, 65'536);
-    output.flush();
-  }
-  EXPECT_EQ(all, expected);
+  expectToLoseOnlyTheLastLine(ends, &output);
 }
 
 TEST(LogOutputToADescriptorTest, CountsWhatCannotBeWritten) {

@@ -49,6 +49,12 @@ in_addr addressToServe(const dch::Options& options) {
   return address;
 }
 
+// Says why the process ends with this status.
+int fail(const std::exception& error, int exitStatus) {
+  std::fprintf(stderr, "zordchd: %s\n", error.what());
+  return exitStatus;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -65,14 +71,11 @@ int main(int argc, char** argv) {
         dch::statePath(options.store, options.port == 0, ntohs(port.address.port));
     dch::Server(std::move(port), statePath, actions, options.verbose).run();
   } catch (const dch::ActionListError& error) {
-    std::fprintf(stderr, "zordchd: %s\n", error.what());
-    return EX_CONFIG;
+    return fail(error, EX_CONFIG);
   } catch (const dch::StateFileError& error) {
-    std::fprintf(stderr, "zordchd: %s\n", error.what());
-    return EX_CONFIG;
+    return fail(error, EX_CONFIG);
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "zordchd: %s\n", error.what());
-    return EXIT_FAILURE;
+    return fail(error, EXIT_FAILURE);
   }
   return EXIT_SUCCESS;
 }

@@ -1,6 +1,5 @@
 #include "dch/service/server.h"
 
-#include <arpa/inet.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -38,11 +37,8 @@ StreamLimits limitsWithRoom() {
 }
 
 void announce(const PeerAddress& served, const std::optional<std::string>& statePath) {
-  const sockaddr_in address = served.socketAddress();
-  char dotted[INET_ADDRSTRLEN] = "";
-  inet_ntop(AF_INET, &address.sin_addr, dotted, sizeof dotted);
-  std::printf("zordchd %s: ready on %s port %d\n", ZORD410_VERSION, dotted,
-              static_cast<int>(ntohs(address.sin_port)));
+  std::printf("zordchd %s: ready on %s port %d\n", ZORD410_VERSION, served.addressText().data(),
+              static_cast<int>(ntohs(served.port)));
   if (statePath)
     std::printf("zordchd: state in %s\n", statePath->c_str());
   else

@@ -5,24 +5,14 @@
 #include <exception>
 #include <utility>
 
+#include "dch/clock.h"
+
 namespace dch {
 
-namespace {
-
-Time systemTime() {
-  return std::chrono::duration_cast<std::chrono::microseconds>(
-             std::chrono::system_clock::now().time_since_epoch())
-      .count();
-}
-
-}  // namespace
-
-FileWriter::FileWriter(StateFile& file, std::string path, int checkpointPages,
-                       std::function<Time()> now)
+FileWriter::FileWriter(StateFile& file, int checkpointPages, std::function<Time()> now)
     : _file(file),
-      _path(std::move(path)),
       _checkpointPages(checkpointPages),
-      _now(now ? std::move(now) : systemTime),
+      _now(now ? std::move(now) : dch::now),
       _retention(file.connection()) {
   makeWriter();
   sqlite3_wal_hook(
@@ -145,7 +135,7 @@ void FileWriter::end(Trouble* trouble) noexcept {
 
 void FileWriter::tell(const char* what, const char* reason) noexcept {
   try {
-    std::string line = "the state file " + _path + " " + what;
+    std::string line = "the state file " + _file.path() + " " + what;
     if (reason != nullptr) line += std::string(": ") + reason;
     const std::lock_guard lock(_mutex);
     _events.push_back(std::move(line));

@@ -37,7 +37,7 @@ class FileWriter {
 
   // A checkpoint is made when the log of SQLite has `checkpointPages`. `now` may be null for the
   // system's clock. Throws sqlite::Error.
-  FileWriter(StateFile& file, std::string path, int checkpointPages, std::function<Time()> now);
+  FileWriter(StateFile& file, int checkpointPages, std::function<Time()> now);
   FileWriter(const FileWriter&) = delete;
   FileWriter& operator=(const FileWriter&) = delete;
 
@@ -80,7 +80,6 @@ class FileWriter {
   void tell(const char* what, const char* reason) noexcept;
 
   StateFile& _file;
-  const std::string _path;
   const int _checkpointPages;
   const std::function<Time()> _now;
   std::optional<ChangeWriter> _writer;  // none after a failure

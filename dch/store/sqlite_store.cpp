@@ -14,7 +14,7 @@ constexpr std::chrono::seconds longestIdle{10};
 
 FileWriter makeWriter(StateFile& file, const SqliteStoreSettings& settings) {
   try {
-    return FileWriter(file, settings.path, settings.checkpointPages, settings.now);
+    return FileWriter(file, settings.checkpointPages, settings.now);
   } catch (const sqlite::Error& error) {
     throw file.errorFor(error);
   }

@@ -52,35 +52,28 @@ std::string cannotOpen(const std::string& path, int systemError) {
 
 }  // namespace
 
-StateFile::Lock::Lock(const std::string& stateFile, const std::string& lockFile)
-    : _descriptor(::open(lockFile.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644)) {
-  if (_descriptor < 0) throw StateFileError(cannotOpen(stateFile, errno));
-  if (flock(_descriptor, LOCK_EX | LOCK_NB) == 0) {
-    const std::string holder = std::to_string(getpid());
-    // It is only a help for people.
-    if (ftruncate(_descriptor, 0) != 0 || pwrite(_descriptor, holder.data(), holder.size(), 0) < 0)
-      errno = 0;
-    return;
-  }
-  const int reason = errno;
-  const std::string holder = holderOf(_descriptor);
-  close(_descriptor);
-  if (reason != EWOULDBLOCK) throw StateFileError(cannotOpen(stateFile, reason));
-  throw StateFileError("the state file " + stateFile + " is in use by another server" + holder +
-                       ": stop that one or give this one a file of its own");
-}
-
-StateFile::Lock::~Lock() {
-  close(_descriptor);
-}
-
 StateFile::StateFile(const std::string& path, Durability durability, const char* vfs)
-    : _path(path), _lock(path, lockPath()), _connection(open(vfs)) {
+    : _path(path), _lock(lock()), _connection(open(vfs)) {
   try {
     prepare(durability);
   } catch (const sqlite::Error& error) {
     throw errorFor(error);
   }
+}
+
+Descriptor StateFile::lock() const {
+  Descriptor lock(::open(lockPath().c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+  if (!lock.isOpen()) throw StateFileError(cannotOpen(_path, errno));
+  if (flock(lock.get(), LOCK_EX | LOCK_NB) == 0) {
+    const std::string holder = std::to_string(getpid());
+    // It is only a help for people.
+    if (ftruncate(lock.get(), 0) != 0 || pwrite(lock.get(), holder.data(), holder.size(), 0) < 0)
+      errno = 0;
+    return lock;
+  }
+  if (errno != EWOULDBLOCK) throw StateFileError(cannotOpen(_path, errno));
+  throw StateFileError("the state file " + _path + " is in use by another server" +
+                       holderOf(lock.get()) + ": stop that one or give this one a file of its own");
 }
 
 // Beside the file itself, where a link leads to one.

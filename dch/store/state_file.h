@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "dch/net/descriptor.h"
 #include "dch/store/sqlite.h"
 #include "dch/store/state_file_error.h"
 
@@ -23,32 +24,23 @@ class StateFile {
   StateFile(const std::string& path, Durability durability, const char* vfs = nullptr);
 
   sqlite::Connection& connection() { return _connection; }
+  const std::string& path() const { return _path; }
 
   // The same words for what is found later.
   StateFileError errorFor(const sqlite::Error& error) const;
 
  private:
-  // A lock of this server's own: SQLite's would keep readers out too. It goes with the descriptor,
-  // and so with the process, whatever ends it.
-  class Lock {
-   public:
-    Lock(const std::string& stateFile, const std::string& lockFile);
-    ~Lock();
-    Lock(const Lock&) = delete;
-    Lock& operator=(const Lock&) = delete;
-
-   private:
-    int _descriptor;
-  };
-
-  sqlite::Connection open(const char* vfs);
+  Descriptor lock() const;
   std::string lockPath() const;
+  sqlite::Connection open(const char* vfs);
   void prepare(Durability durability);
   void checkVersion();
   void useLog();
 
   const std::string _path;
-  const Lock _lock;
+  // A lock of this server's own: SQLite's would keep readers out too. It goes with the descriptor,
+  // and so with the process, whatever ends it.
+  const Descriptor _lock;
   sqlite::Connection _connection;
 };
 

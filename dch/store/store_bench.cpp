@@ -14,22 +14,18 @@
 #include <utility>
 #include <vector>
 
+#include "dch/clock.h"
 #include "dch/store/sqlite_store.h"
 #include "suite/registration.h"
 #include "zordchcl/messages.h"
 
 namespace {
 
+using dch::now;
 using Clock = std::chrono::steady_clock;
 
 double secondsSince(Clock::time_point start) {
   return std::chrono::duration<double>(Clock::now() - start).count();
-}
-
-dch::Time now() {
-  return std::chrono::duration_cast<std::chrono::microseconds>(
-             std::chrono::system_clock::now().time_since_epoch())
-      .count();
 }
 
 // Five attributes: three numbers, two texts.

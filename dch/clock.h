@@ -1,6 +1,6 @@
-// clock.h: the time that messages are stamped with.
-#ifndef DCH_NET_CLOCK_H
-#define DCH_NET_CLOCK_H
+// clock.h: the time of the day.
+#ifndef DCH_CLOCK_H
+#define DCH_CLOCK_H
 
 #include <chrono>
 
@@ -16,4 +16,4 @@ inline Time now() {
 
 }  // namespace dch
 
-#endif  // DCH_NET_CLOCK_H
+#endif  // DCH_CLOCK_H
