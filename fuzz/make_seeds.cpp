@@ -223,6 +223,25 @@ Seeds framerSeeds() {
 
 // ---- Texts -------------------------------------------------------------------------------------
 
+constexpr char configurationText[] = R"([channel]
+bind = "127.0.0.1"
+port = 1919
+instance = ""
+allow = ["0.0.0.0/0"]
+connections = 1024
+stream_message_bytes = 1048576
+[store]
+path = "/var/lib/zord410/zordchd.db"
+durability = "process"
+keep_days = 30
+keep_megabytes = 1024
+[actions]
+file = "/etc/zord410/actions"
+allow = ["127.0.0.0/8"]
+[log]
+verbose = false
+)";
+
 Seeds settingsSeeds() {
   const auto input = [](int item, const std::string& text, const std::string& content) {
     return byte(static_cast<unsigned>(item + 2)) + text + '\n' + content;
@@ -315,6 +334,11 @@ std::map<std::string, Target> targets() {
       {"server_datagrams", {datagramSeeds(), words}},
       {"server_stream", {streamSeeds(), words}},
       {"stream_framer", {framerSeeds(), {std::string("\0\0\0\4", 4), std::string("\0\0\1\54", 4)}}},
+      {"configuration_file",
+       {{configurationText, "[channel]\nport = 70000\nprot = 1\n", "port = 1919\n", "[channel\n",
+         "[channel]\nallow = ['10.0.0.1/8', 7]\n"},
+        {"[channel]", "[store]", "[actions]", "[web]", "[log]", "[link]", "bind = ", "port = ",
+         "allow = ['", "keep_days = ", "durability = ", "\"\"\"", "\\u0000"}}},
       {"registration",
        {{hostmonRegistration, commentedRegistration},
         {"appl:", "type:", "help:", "group:", "attr:", "SOCK;", ",D,16;", ",N,4,", "4096", ",T,"}}},

@@ -15,13 +15,18 @@ constexpr ZORA_Long notStarted = 127;
 
 }  // namespace
 
-bool Actions::request(ZORA_Long id, std::string_view name) {
+bool Actions::request(ZORA_Long id, std::string_view name, const PeerAddress& asker) {
+  if (!_rules.allowed.contains(asker)) {
+    _counters.add(Counter::actionsNotAllowed);
+    _log.write("action %d: %s may not start any", static_cast<int>(id), asker.text().data());
+    return false;
+  }
   const auto known = _actions.find(id);
   if (known != _actions.end() && known->second.isRunning) {
     _log.write("action %d is running and not started again", static_cast<int>(id));
     return false;
   }
-  if (known == _actions.end() && !_list.contains(name)) {
+  if (known == _actions.end() && !_rules.list.contains(name)) {
     _log.write("action %d: %s is not listed", static_cast<int>(id), printable(name).c_str());
     return false;
   }
@@ -45,8 +50,8 @@ std::optional<ActionEnded> Actions::apply(const ActionStarted& change) noexcept 
 // The result when there is no program to wait for.
 std::optional<ZORA_Long> Actions::start(const ActionStarted& change) {
   const int shownId = static_cast<int>(change.id);
-  const auto listed = _list.find(change.name);
-  if (listed == _list.end()) {
+  const auto listed = _rules.list.find(change.name);
+  if (listed == _rules.list.end()) {
     _log.write("action %d: %s is not listed", shownId, printable(change.name).c_str());
     return DCH_STATUS_UNKNOWN_ACTION;
   }

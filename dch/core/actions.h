@@ -30,15 +30,16 @@ struct ActionLimits {
 // thread.
 class Actions {
  public:
-  // What is passed by reference outlives it.
-  Actions(const ActionList& list, Programs& programs, Counters& counters, const Log& log,
+  // What is passed by reference outlives it. The rules may change between two calls.
+  Actions(const ActionRules& rules, Programs& programs, Counters& counters, const Log& log,
           const ActionLimits& limits = {})
-      : _list(list), _programs(programs), _counters(counters), _log(log), _limits(limits) {}
+      : _rules(rules), _programs(programs), _counters(counters), _log(log), _limits(limits) {}
 
-  // Whether there is something to be kept for a request to start the action `name`: not when one of
-  // its ID runs, and not when it is not listed and there is no earlier result to forget. From then
-  // on the action runs. Throws std::bad_alloc; nothing has changed then.
-  bool request(ZORA_Long id, std::string_view name);
+  // Whether there is something to be kept for a request of `asker` to start the action `name`: not
+  // when the asker may not, not when one of its ID runs, and not when it is not listed and there is
+  // no earlier result to forget. From then on the action runs. Throws std::bad_alloc; nothing has
+  // changed then.
+  bool request(ZORA_Long id, std::string_view name, const PeerAddress& asker);
 
   // Starts the program. Its end, when it could not be started: that is to be kept at once.
   std::optional<ActionEnded> apply(const ActionStarted& change) noexcept;
@@ -77,7 +78,7 @@ class Actions {
   std::optional<ZORA_Long> start(const ActionStarted& change);
   std::vector<Origin> end(ZORA_Long id, ZORA_Long status) noexcept;
 
-  const ActionList& _list;
+  const ActionRules& _rules;
   Programs& _programs;
   Counters& _counters;
   const Log& _log;

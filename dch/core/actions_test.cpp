@@ -21,7 +21,7 @@ class ActionsTest : public ::testing::Test {
  protected:
   // A request of which everything is kept.
   void start(std::string_view name, ZORA_Long id) {
-    if (!_actions.request(id, name)) return;
+    if (!_actions.request(id, name, _asker)) return;
     const auto ended = _actions.apply(ActionStarted{id, std::string(name), "me", 1});
     if (ended) _actions.apply(*ended);
   }
@@ -39,17 +39,36 @@ class ActionsTest : public ::testing::Test {
 
   bool runs(ZORA_Long id) { return !_actions.resultFor(waiterOn(9), id).isKnown; }
 
-  const ActionList _list{{"program", {"/bin/program"}}, {"missing", {"/nowhere/program"}}};
+  ActionRules _rules{.list = {{"program", {"/bin/program"}}, {"missing", {"/nowhere/program"}}}};
+  const PeerAddress _asker;
   const testkit::ErrorLog _log{false};
   testkit::RecordingPrograms _programs;
   Counters _counters;
-  Actions _actions{_list, _programs, _counters, _log, {.running = 2, .results = 3, .waiters = 2}};
+  Actions _actions{_rules, _programs, _counters, _log, {.running = 2, .results = 3, .waiters = 2}};
 };
 
 TEST_F(ActionsTest, KeepsTheResultOfAProgramThatHasEnded) {
   start("program", 1);
   end(1, 3);
   EXPECT_EQ(resultOf(1), 3);
+  EXPECT_EQ(resultOf(1), 3);
+}
+
+TEST_F(ActionsTest, StartsNoneForWhomItIsNotAllowed) {
+  _rules.allowed = AddressRanges();
+  start("program", 1);
+  EXPECT_EQ(resultOf(1), DCH_STATUS_UNKNOWN_ACTION);
+  EXPECT_EQ(_counters[Counter::actionsNotAllowed], 1u);
+  _rules.allowed = AddressRanges::everyone();
+  start("program", 1);
+  EXPECT_TRUE(runs(1));
+}
+
+TEST_F(ActionsTest, KeepsAnEarlierResultFromWhomItIsNotAllowed) {
+  start("program", 1);
+  end(1, 3);
+  _rules.allowed = AddressRanges();
+  start("none", 1);
   EXPECT_EQ(resultOf(1), 3);
 }
 
@@ -77,16 +96,16 @@ TEST_F(ActionsTest, TellsEveryWaiterOnceWhenTheEndOfTheProgramIsKept) {
 }
 
 TEST_F(ActionsTest, RunsFromItsRequestOnUntilItsEndIsKept) {
-  ASSERT_TRUE(_actions.request(1, "program"));
+  ASSERT_TRUE(_actions.request(1, "program", _asker));
   EXPECT_TRUE(runs(1));
   EXPECT_TRUE(_programs.started.empty()) << "before its start is kept";
-  EXPECT_FALSE(_actions.request(1, "program"));
+  EXPECT_FALSE(_actions.request(1, "program", _asker));
   _actions.apply(ActionStarted{1, "program", "me", 1});
   EXPECT_EQ(_programs.started, std::vector<ZORA_Long>{1});
 }
 
 TEST_F(ActionsTest, HasNoResultOfItsOwnWhenItCannotBeKept) {
-  ASSERT_TRUE(_actions.request(1, "program"));
+  ASSERT_TRUE(_actions.request(1, "program", _asker));
   EXPECT_TRUE(runs(1));
   EXPECT_EQ(_actions.abandon(1), std::vector<Origin>{waiterOn(9)});
   EXPECT_EQ(resultOf(1), DCH_STATUS_NOT_STORED);

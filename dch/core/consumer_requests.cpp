@@ -129,7 +129,7 @@ Reply startAction(const RequestContext& context, Request* request) {
     return Refusal{DCH_STATUS_MALFORMED};
   Change change =
       ActionStarted{id, std::string(name), std::string(owner), request->message.receivedAt};
-  if (!context.actions.request(id, name)) return NoAnswer{};
+  if (!context.actions.request(id, name, request->message.origin.peer)) return NoAnswer{};
   return change;
 }
 

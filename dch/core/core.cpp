@@ -50,13 +50,13 @@ Overloaded(Handlers...) -> Overloaded<Handlers...>;
 
 }  // namespace
 
-Core::Core(const Ports& ports, const ActionList& actionList, Counters& counters, const Log& log)
+Core::Core(const Ports& ports, const ActionRules& actionRules, Counters& counters, const Log& log)
     : _ports(ports),
       _counters(counters),
       _log(log),
       _publisher(_subscriptions, ports.rowsOut, counters, log),
       _snapshots(_registry, _publisher),
-      _actions(actionList, ports.programs, counters, log),
+      _actions(actionRules, ports.programs, counters, log),
       _deferrals(counters) {}
 
 void Core::load() {

@@ -34,8 +34,8 @@ struct Ports {
 // answered and published. One thread.
 class Core : private StoreClient {
  public:
-  // `actionList`, `counters` and `log` outlive the core.
-  Core(const Ports& ports, const ActionList& actionList, Counters& counters, const Log& log);
+  // `actionRules`, which may change between two calls, `counters` and `log` outlive the core.
+  Core(const Ports& ports, const ActionRules& actionRules, Counters& counters, const Log& log);
   Core(const Core&) = delete;
   Core& operator=(const Core&) = delete;
 

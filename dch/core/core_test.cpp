@@ -275,7 +275,7 @@ TEST_F(CoreTest, AnswersBeforeItPublishes) {
     std::size_t pushedBefore = 99;
   } answers(_rowsOut);
   MemoryStore store;
-  Core core({answers, _rowsOut, store, _timer, _programs}, _actionList, _counters, _log);
+  Core core({answers, _rowsOut, store, _timer, _programs}, _actionRules, _counters, _log);
   const auto take = [&](const std::string& bytes) { core.receive({bytes, client(), 1}); };
   take(registerMessage());
   take(onlineMessage("HOSTMON", "load", "host1"));
@@ -326,7 +326,7 @@ class FilledStore : public MemoryStore {
 
 TEST_F(CoreTest, KnowsWhatTheStoreHasKept) {
   FilledStore store;
-  Core core({_answers, _rowsOut, store, _timer, _programs}, _actionList, _counters, _log);
+  Core core({_answers, _rowsOut, store, _timer, _programs}, _actionRules, _counters, _log);
   core.load();
   const auto statusIn = [&](const std::string& bytes) {
     core.receive({bytes, client(), 1});

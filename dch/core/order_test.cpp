@@ -74,7 +74,7 @@ class OrderTest : public CoreTest {
   Counters _countersAtOnce;
   testkit::RecordingAnswers _answersAtOnce;
   Core _coreAtOnce{
-      {_answersAtOnce, _rowsOut, _memory, _timer, _programs}, _actionList, _countersAtOnce, _log};
+      {_answersAtOnce, _rowsOut, _memory, _timer, _programs}, _actionRules, _countersAtOnce, _log};
   std::minstd_rand _random{20261122};
   unsigned _requests = 0;
 

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "dch/core/address_ranges.h"
 #include "dch/core/text_map.h"
 #include "zora/zora.h"
 
@@ -13,8 +14,14 @@ namespace dch {
 // A program, as an absolute path, and its arguments.
 using ActionCommand = std::vector<std::string>;
 
-// Commands by the names of the actions that the operator lets consumers start.
+// Commands by the names of their actions.
 using ActionList = TextMap<ActionCommand>;
+
+// What the operator lets consumers start, and which of them.
+struct ActionRules {
+  ActionList list = {};
+  AddressRanges allowed = AddressRanges::everyone();
+};
 
 class Programs {
  public:

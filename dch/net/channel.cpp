@@ -1,5 +1,7 @@
 #include "dch/net/channel.h"
 
+#include <bit>
+#include <cinttypes>
 #include <new>
 #include <utility>
 
@@ -13,11 +15,12 @@ constexpr std::size_t mostWaiting = 10'000;  // changes, for the store
 
 }  // namespace
 
-Channel::Channel(EventLoop& loop, ServedPort&& port, const StreamLimits& limits, Store& store,
-                 const ActionList& actionList, Counters& counters, const Log& log)
+Channel::Channel(EventLoop& loop, ServedPort&& port, const ChannelLimits& limits, Store& store,
+                 const ActionRules& actionRules, Counters& counters, const Log& log)
     : _store(store),
       _counters(counters),
       _log(log),
+      _allowed(limits.allowed),
       _datagrams(
           loop, std::move(port.datagramSockets),
           [this](std::span<const Message> datagrams) { receive(datagrams); }, [this] { settle(); },
@@ -30,14 +33,14 @@ Channel::Channel(EventLoop& loop, ServedPort&& port, const StreamLimits& limits,
             _answers.flush();
           },
           counters, log),
-      _streams(loop, std::move(port.listener), limits, *this, counters, log),
+      _streams(loop, std::move(port.listener), limits.streams, *this, counters, log),
       _pushSocket(in_addr{port.address.address}),
       _timer(loop,
              [this] {
                _core.timeIsUp();
                settle();
              }),
-      _core({*this, _pushSocket, store, _timer, _programs}, actionList, counters, log) {
+      _core({*this, _pushSocket, store, _timer, _programs}, actionRules, counters, log) {
   _core.load();
 }
 
@@ -63,6 +66,14 @@ void Channel::drain() {
   settle();
 }
 
+void Channel::setLimits(const ChannelLimits& limits) {
+  AddressRanges allowed = limits.allowed;
+  _streams.setLimits(limits.streams);
+  _allowed = std::move(allowed);
+  _streams.endNotAllowed();
+  settle();
+}
+
 void Channel::CoreTimer::start() {
   // Long enough for a client on a busy machine to read a batch of events.
   _alarm.set(std::chrono::milliseconds(100));
@@ -70,10 +81,21 @@ void Channel::CoreTimer::start() {
 
 void Channel::receive(std::span<const Message> datagrams) {
   for (const Message& each : datagrams) {
+    if (!isAllowed(each.origin.peer)) continue;
     // It waits for no earlier answer any more.
     _pacedAnswers.giveUp(each.origin.peer);
     _core.receive(each);
   }
+}
+
+bool Channel::isAllowed(const PeerAddress& peer) {
+  if (_allowed.contains(peer)) return true;
+  _counters.add(Counter::notAllowed);
+  const std::uint64_t count = _counters[Counter::notAllowed];
+  // Told when the number doubles, so that a stranger does not fill the log.
+  if (std::has_single_bit(count))
+    _log.write("%s is not allowed; %" PRIu64 " such so far", peer.text().data(), count);
+  return false;
 }
 
 void Channel::send(const Origin& receiver, std::string_view message) noexcept {

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "dch/core/address_ranges.h"
 #include "dch/core/core.h"
 #include "dch/net/alarm.h"
 #include "dch/net/answer_batch.h"
@@ -18,12 +19,18 @@
 
 namespace dch {
 
+// Who may send requests, and how much of what.
+struct ChannelLimits {
+  AddressRanges allowed = AddressRanges::everyone();
+  StreamLimits streams = {};
+};
+
 // One thread, the loop's. What is passed in outlives it.
 class Channel : private Answers, private StreamClient {
  public:
   // Takes up what the store has. Throws std::runtime_error or std::bad_alloc.
-  Channel(EventLoop& loop, ServedPort&& port, const StreamLimits& limits, Store& store,
-          const ActionList& actionList, Counters& counters, const Log& log);
+  Channel(EventLoop& loop, ServedPort&& port, const ChannelLimits& limits, Store& store,
+          const ActionRules& actionRules, Counters& counters, const Log& log);
 
   // From now on clients are served.
   void start();
@@ -33,6 +40,10 @@ class Channel : private Answers, private StreamClient {
 
   // To be called every second or so.
   void tick() noexcept;
+
+  // Connections from where none are allowed any more are ended. Throws std::bad_alloc; nothing has
+  // changed then.
+  void setLimits(const ChannelLimits& limits);
 
   // Does and answers what has come in already, as far as the store does not keep it waiting.
   void drain();
@@ -64,12 +75,14 @@ class Channel : private Answers, private StreamClient {
   void receivedBroken(const Origin& origin) override { _core.receiveBroken(origin); }
   void closed(const Origin& origin) override { _core.connectionClosed(origin); }
   void worked() override { settle(); }
+  bool isAllowed(const PeerAddress& peer) override;
 
   void waitForStore() noexcept;
 
   Store& _store;
   Counters& _counters;
   const Log& _log;
+  AddressRanges _allowed;
   bool _isHeldUp = false;  // until the store catches up
   DatagramPort _datagrams;
   AnswerBatch _answers;

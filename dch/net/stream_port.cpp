@@ -72,7 +72,7 @@ void StreamPort::accept() {
         return pauseAccepting();
       break;
     }
-    add(std::move(socket), PeerAddress(peer));
+    if (_client.isAllowed(PeerAddress(peer))) add(std::move(socket), PeerAddress(peer));
   }
   _listener.waitUntilReadable();
 }
@@ -165,6 +165,19 @@ void StreamPort::endStalled(StreamConnection::Clock::time_point now) {
     _counters.add(Counter::stalledConnections);
     _log.write("connection of %s stands still: it is ended",
                entry->connection.origin().peer.text().data());
+    entry->connection.fail();
+    note(entry.get());
+  }
+}
+
+void StreamPort::setLimits(const StreamLimits& limits) {
+  _noted.reserve(limits.connections);
+  _limits = limits;
+}
+
+void StreamPort::endNotAllowed() {
+  for (auto& [number, entry] : _connections) {
+    if (_client.isAllowed(entry->connection.origin().peer)) continue;
     entry->connection.fail();
     note(entry.get());
   }

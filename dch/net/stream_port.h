@@ -32,6 +32,8 @@ class StreamClient {
   virtual void closed(const Origin& origin) = 0;
   // What the loop called for is done: settle() is to be called.
   virtual void worked() = 0;
+  // Whether a connection of this client is served.
+  virtual bool isAllowed(const PeerAddress& peer) = 0;
 
  protected:
   ~StreamClient() = default;
@@ -64,6 +66,13 @@ class StreamPort : private ConnectionOwner {
   // Ends the connections that stand still for too long. To be called every now and then.
   void endStalled(StreamConnection::Clock::time_point now);
 
+  // In force for connections that are accepted from now on. Throws std::bad_alloc; nothing has
+  // changed then.
+  void setLimits(const StreamLimits& limits);
+
+  // Ends the connections that are not allowed any more; settle() is to be called.
+  void endNotAllowed();
+
   // Receives what has come in already.
   void drain();
 
@@ -84,7 +93,7 @@ class StreamPort : private ConnectionOwner {
   void worked(StreamConnection& connection) override;
 
   EventLoop& _loop;
-  const StreamLimits _limits;
+  StreamLimits _limits;
   StreamClient& _client;
   Counters& _counters;
   const Log& _log;

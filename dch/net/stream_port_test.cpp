@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <netinet/tcp.h>
 
+#include <atomic>
 #include <functional>
 #include <list>
 #include <vector>
@@ -31,6 +32,7 @@ class Echo : public StreamClient {
  public:
   StreamPort* port = nullptr;
   std::size_t times = 1;
+  std::atomic<bool> isOpen = true;
   std::function<void()> onReceived;
 
   void received(const Message& message) override {
@@ -44,6 +46,7 @@ class Echo : public StreamClient {
   void receivedBroken(const Origin& origin) override { port->send(origin, brokenAnswer); }
   void closed(const Origin&) override { ++closedCount; }
   void worked() override { port->settle(); }
+  bool isAllowed(const PeerAddress&) override { return isOpen; }
 
   Origin last;
   int closedCount = 0;

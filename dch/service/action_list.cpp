@@ -6,6 +6,8 @@
 #include <sstream>
 #include <utility>
 
+#include "dch/service/configuration_error.h"
+
 namespace dch {
 
 namespace {
@@ -37,7 +39,7 @@ std::string located(const std::string& path, int line, const std::string& error)
 
 ActionList readActionList(const std::string& path) {
   std::ifstream input(path);
-  if (!input) throw ActionListError(path + ": " + std::strerror(errno));
+  if (!input) throw ConfigurationError(path + ": " + std::strerror(errno));
   return readActionList(input, path);
 }
 
@@ -51,9 +53,9 @@ ActionList readActionList(std::istream& input, const std::string& path) {
       error = "the line holds a zero byte";
     else if (auto words = wordsOf(line); !words.empty())
       error = addAction(std::move(words), &actions);
-    if (!error.empty()) throw ActionListError(located(path, number, error));
+    if (!error.empty()) throw ConfigurationError(located(path, number, error));
   }
-  if (input.bad()) throw ActionListError(path + ": cannot be read: " + std::strerror(errno));
+  if (input.bad()) throw ConfigurationError(path + ": cannot be read: " + std::strerror(errno));
   return actions;
 }
 

@@ -3,21 +3,16 @@
 #define DCH_SERVICE_ACTION_LIST_H
 
 #include <iosfwd>
-#include <stdexcept>
 #include <string>
 
 #include "dch/core/programs.h"
 
 namespace dch {
 
-// What is wrong with a list of actions, such as
-//   actions.conf:3: program 'restart' is not an absolute path
-class ActionListError : public std::runtime_error {
-  using std::runtime_error::runtime_error;
-};
-
 // Reads lines "NAME PROGRAM [ARGUMENT...]", split at blanks; what follows a '#' at the start of a
-// word is a comment. There is no quoting, and no shell ever sees a line. Throws ActionListError.
+// word is a comment. There is no quoting, and no shell ever sees a line. Throws ConfigurationError,
+// such as
+//   actions.conf:3: program 'restart' is not an absolute path
 ActionList readActionList(const std::string& path);
 
 // The same from a stream; `path` is for the error's text.

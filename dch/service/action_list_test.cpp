@@ -4,6 +4,8 @@
 
 #include <sstream>
 
+#include "dch/service/configuration_error.h"
+
 namespace dch {
 namespace {
 
@@ -16,7 +18,7 @@ std::string errorOf(const std::string& text) {
   try {
     listOf(text);
     return "no error";
-  } catch (const ActionListError& error) {
+  } catch (const ConfigurationError& error) {
     return error.what();
   }
 }
@@ -52,10 +54,10 @@ TEST(ActionListTest, SaysWhyAFileCannotBeRead) {
   try {
     readActionList("/nowhere/actions.conf");
     FAIL();
-  } catch (const ActionListError& error) {
+  } catch (const ConfigurationError& error) {
     EXPECT_STREQ(error.what(), "/nowhere/actions.conf: No such file or directory");
   }
-  EXPECT_THROW(readActionList("/"), ActionListError) << "a directory";
+  EXPECT_THROW(readActionList("/"), ConfigurationError) << "a directory";
 }
 
 }  // namespace

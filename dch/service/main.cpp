@@ -8,12 +8,15 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <sstream>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "dch/net/port.h"
-#include "dch/service/action_list.h"
+#include "dch/service/configuration.h"
+#include "dch/service/configuration_error.h"
 #include "dch/service/options.h"
 #include "dch/service/server.h"
 #include "dch/service/state_path.h"
@@ -40,19 +43,35 @@ void resetSignals() {
   sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
-in_addr addressToServe(const dch::Options& options) {
+in_addr addressToServe(const std::optional<std::string>& chosen) {
   in_addr address{htonl(INADDR_LOOPBACK)};
   const char* const configured = std::getenv("ZOR0_BIND_ADDR");
-  const std::string text = options.bindAddress.value_or(configured != nullptr ? configured : "");
+  const std::string text = chosen.value_or(configured != nullptr ? configured : "");
   if (!text.empty() && inet_pton(AF_INET, text.c_str(), &address) != 1)
     throw std::runtime_error("ZOR0_BIND_ADDR is not an IPv4 address: " + text);
   return address;
 }
 
+// Each line with the program's name in front.
+void say(std::string_view kind, const std::string& lines) {
+  std::istringstream input(lines);
+  for (std::string line; std::getline(input, line);)
+    std::fprintf(stderr, "zordchd: %s%s\n", std::string(kind).c_str(), line.c_str());
+}
+
 // Says why the process ends with this status.
 int fail(const std::exception& error, int exitStatus) {
-  std::fprintf(stderr, "zordchd: %s\n", error.what());
+  say("", error.what());
   return exitStatus;
+}
+
+void serve(const dch::Options& options, dch::Configuration&& configuration) {
+  if (configuration.instance) ZORA_SetInstanceName(configuration.instance->c_str());
+  dch::ServedPort port =
+      dch::openPort(addressToServe(configuration.bindAddress), configuration.port);
+  const std::optional<std::string> statePath =
+      dch::statePath(configuration.store, configuration.port == 0, ntohs(port.address.port));
+  dch::Server(std::move(port), statePath, options, std::move(configuration)).run();
 }
 
 }  // namespace
@@ -63,14 +82,13 @@ int main(int argc, char** argv) {
   if (const auto exitStatus = dch::readOptions(argc, argv, &options)) return *exitStatus;
   resetSignals();
   try {
-    dch::ActionList actions;
-    if (options.actionsFile) actions = dch::readActionList(*options.actionsFile);
-    if (options.instance) ZORA_SetInstanceName(options.instance->c_str());
-    dch::ServedPort port = dch::openPort(addressToServe(options), options.port);
-    const std::optional<std::string> statePath =
-        dch::statePath(options.store, options.port == 0, ntohs(port.address.port));
-    dch::Server(std::move(port), statePath, actions, options.verbose).run();
-  } catch (const dch::ActionListError& error) {
+    dch::Configuration configuration = dch::readConfiguration(options);
+    for (const std::string& each : configuration.warnings) say("warning: ", each);
+    if (options.isCheck)
+      std::printf("zordchd: %s is in order\n", options.configurationFile->c_str());
+    else
+      serve(options, std::move(configuration));
+  } catch (const dch::ConfigurationError& error) {
     return fail(error, EX_CONFIG);
   } catch (const dch::StateFileError& error) {
     return fail(error, EX_CONFIG);

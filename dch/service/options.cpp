@@ -1,17 +1,16 @@
 #include "dch/service/options.h"
 
-#include <arpa/inet.h>
 #include <sysexits.h>
 
 #include <CLI/CLI.hpp>
 #include <charconv>
 #include <iostream>
 
+#include "dch/service/setting_checks.h"
+
 namespace dch {
 
 namespace {
-
-constexpr std::size_t maxInstanceName = 20;
 
 std::string checkPort(const std::string& text) {
   int port = -1;
@@ -21,25 +20,16 @@ std::string checkPort(const std::string& text) {
   return isPort ? "" : "'" + text + "' is not a port number from 0 to 65535";
 }
 
-std::string checkAddress(const std::string& text) {
-  in_addr address;
-  return inet_pton(AF_INET, text.c_str(), &address) == 1
-             ? ""
-             : "'" + text + "' is not an IPv4 address such as 127.0.0.1";
-}
-
-std::string checkInstance(const std::string& text) {
-  if (text.find_first_not_of(' ') == std::string::npos) return "the name is empty";
-  return text.size() <= maxInstanceName ? "" : "'" + text + "' has more than 20 characters";
-}
-
 constexpr char description[] =
     "Data-collection server: takes rows from data providers and passes them on to consumers.\n"
     "Runs until SIGTERM or SIGINT. On SIGUSR1 it prints its applications, their numbers of "
     "sources\n"
-    "on line and the report requests that were deferred on standard error.";
+    "on line and the report requests that were deferred on standard error; on SIGHUP it reads "
+    "its\n"
+    "configuration file again.";
 
 constexpr char notes[] =
+    "Options go before the configuration file, and that before the environment.\n"
     "Without --port it serves port ZORA_DCH_PORT, else product setting 22, else 1919.\n"
     "Without --bind it serves address ZOR0_BIND_ADDR, else 127.0.0.1.\n"
     "A named instance whose port is 1919 takes the first free candidate port instead.\n"
@@ -53,7 +43,7 @@ constexpr char notes[] =
     "\n"
     "Exit status: 0 after a signal to stop, 1 when it cannot serve, 64 after a wrong command "
     "line,\n"
-    "78 after a wrong file of actions or of state.\n"
+    "78 after a wrong configuration file, or file of actions or of state.\n"
     "\n"
     "Example, a server for the programs of this machine that tells what it does:\n"
     "  zordchd --port 1919 --verbose";
@@ -64,6 +54,13 @@ std::optional<int> readOptions(int argc, const char* const* argv, Options* optio
   CLI::App app(description, "zordchd");
   app.footer(notes);
   app.set_version_flag("-V,--version", "zordchd " ZORD410_VERSION, "Print the version and exit");
+  CLI::Option* const configuration =
+      app.add_option("--config", options->configurationFile,
+                     "Read this configuration file; SIGHUP reads it again")
+          ->type_name("FILE");
+  app.add_flag("--check", options->isCheck,
+               "Say whether the configuration file is in order, and exit")
+      ->needs(configuration);
   app.add_option("--port", options->port,
                  "Serve this port, for datagrams and streams; 0 takes any free one")
       ->type_name("N")
@@ -74,7 +71,7 @@ std::optional<int> readOptions(int argc, const char* const* argv, Options* optio
       ->check(checkAddress);
   app.add_option("--instance", options->instance, "Run as a named instance, up to 20 characters")
       ->type_name("NAME")
-      ->check(checkInstance);
+      ->check(checkInstanceName);
   app.add_option("--actions", options->actionsFile,
                  "Let consumers start the programs that this file lists")
       ->type_name("FILE");

@@ -8,6 +8,9 @@
 namespace dch {
 
 struct Options {
+  std::optional<std::string> configurationFile;
+  bool isCheck = false;  // whether the configuration file is good
+  // What goes before the configuration file.
   std::optional<int> port;  // 0: any free one
   std::optional<std::string> bindAddress;
   std::optional<std::string> instance;

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <initializer_list>
 #include <new>
+#include <sstream>
 #include <utility>
 
 #include "dch/service/descriptor_limit.h"
@@ -24,18 +25,6 @@ void blockSignals() {
   sigprocmask(SIG_BLOCK, &handled, nullptr);
 }
 
-StreamLimits limitsWithRoom() {
-  StreamLimits limits;
-  const std::size_t room = makeRoomForConnections(limits.connections);
-  if (room < limits.connections)
-    std::fprintf(stderr,
-                 "zordchd: warning: the limit on open files leaves room for %zu connections, not "
-                 "%zu; raise it to %zu\n",
-                 room, limits.connections, limits.connections + ownDescriptors);
-  limits.connections = room;
-  return limits;
-}
-
 void announce(const PeerAddress& served, const std::optional<std::string>& statePath) {
   std::printf("zordchd %s: ready on %s port %d\n", ZORD410_VERSION, served.addressText().data(),
               static_cast<int>(ntohs(served.port)));
@@ -49,14 +38,18 @@ void announce(const PeerAddress& served, const std::optional<std::string>& state
 }  // namespace
 
 Server::Server(ServedPort&& port, const std::optional<std::string>& statePath,
-               const ActionList& actions, bool isVerbose)
-    : _output(STDERR_FILENO),
-      _log(isVerbose, _output),
+               const Options& options, Configuration configuration)
+    : _options(options),
+      _configuration(std::move(configuration)),
+      _output(STDERR_FILENO),
+      _log(_configuration.isVerbose, _output),
       _signals(_loop, handledSignals, [this](int signal) { takeSignal(signal); }),
       _address(port.address),
       _statePath(statePath),
-      _store(_loop, statePath, _log, [this] { _channel.settle(); }),
-      _channel(_loop, std::move(port), limitsWithRoom(), _store.store(), actions, _counters, _log),
+      _store(_loop, statePath, _configuration.durability, _configuration.retention, _log,
+             [this] { _channel.settle(); }),
+      _channel(_loop, std::move(port), limitsWithRoom(_configuration), _store.store(),
+               _configuration.actions, _counters, _log),
       _tick(_loop, [this] { tick(); }) {}
 
 void Server::run() {
@@ -74,8 +67,7 @@ void Server::takeSignal(int signal) {
     case SIGUSR1:
       return report();
     case SIGHUP:
-      // There is nothing to read again.
-      return;
+      return reload();
     default:
       return stop(signal);
   }
@@ -89,6 +81,46 @@ void Server::stop(int signal) {
     _channel.settle();
   } while (_store.store().waiting() > 0);
   _loop.stop();
+}
+
+void Server::reload() {
+  if (!_options.configurationFile) return;
+  try {
+    apply(readConfiguration(_options));
+    say("has read " + *_options.configurationFile + " again");
+  } catch (const std::exception& error) {
+    say(std::string(error.what()) + "\nnothing has changed");
+  }
+}
+
+// All of it or, when this throws, nothing.
+void Server::apply(Configuration&& fresh) {
+  for (const std::string& each : keepWhatCannotChange(_configuration, &fresh))
+    say("warning: " + each + " stays as it is until the next start");
+  for (const std::string& each : fresh.warnings) say("warning: " + each);
+  _channel.setLimits(limitsWithRoom(fresh));
+  _store.setRetention(fresh.retention);
+  _log.setEnabled(fresh.isVerbose);
+  _configuration = std::move(fresh);
+}
+
+// As many connections as there can be.
+ChannelLimits Server::limitsWithRoom(const Configuration& configuration) {
+  ChannelLimits limits = configuration.limits;
+  std::size_t& connections = limits.streams.connections;
+  const std::size_t wanted = connections;
+  connections = makeRoomForConnections(wanted);
+  if (connections < wanted)
+    say("warning: the limit on open files leaves room for " + std::to_string(connections) +
+        " connections, not " + std::to_string(wanted) + "; raise it to " +
+        std::to_string(wanted + ownDescriptors));
+  return limits;
+}
+
+// Also without --verbose: the operator is to know.
+void Server::say(const std::string& sentences) {
+  std::istringstream lines(sentences);
+  for (std::string line; std::getline(lines, line);) _output.write("zordchd: " + line + '\n');
 }
 
 // Also without --verbose: it was asked for.

@@ -10,8 +10,10 @@
 #include "dch/net/channel.h"
 #include "dch/net/event_loop.h"
 #include "dch/net/signals.h"
+#include "dch/service/configuration.h"
 #include "dch/service/event_log.h"
 #include "dch/service/log_output.h"
+#include "dch/service/options.h"
 #include "dch/service/server_store.h"
 
 namespace dch {
@@ -19,10 +21,11 @@ namespace dch {
 // Everything happens on the thread that makes it and calls run().
 class Server {
  public:
-  // The state is in the file `statePath`, or in memory without one. `actions` outlives it. Throws
-  // std::runtime_error when it cannot serve, as StateFileError because of the state.
-  Server(ServedPort&& port, const std::optional<std::string>& statePath, const ActionList& actions,
-         bool isVerbose);
+  // The state is in the file `statePath`, or in memory without one. `configuration` is what
+  // `options` say. Throws std::runtime_error when it cannot serve, as StateFileError because of the
+  // state.
+  Server(ServedPort&& port, const std::optional<std::string>& statePath, const Options& options,
+         Configuration configuration);
 
   // Says on standard output that it is ready and where its state is, and serves until SIGTERM or
   // SIGINT. From then on the signals that it takes are blocked: the process is to end.
@@ -33,12 +36,18 @@ class Server {
 
   void takeSignal(int signal);
   void stop(int signal);
+  void reload();
+  void apply(Configuration&& fresh);
+  ChannelLimits limitsWithRoom(const Configuration& configuration);
+  void say(const std::string& sentences);
   void report();
   void tick();
   void countDroppedLines();
 
+  const Options _options;
+  Configuration _configuration;
   LogOutput _output;
-  const EventLog _log;
+  EventLog _log;
   EventLoop _loop;
   Signals _signals;
   Counters _counters;

@@ -15,7 +15,8 @@ namespace dch {
 
 #ifdef ZORD410_SQLITE
 
-ServerStore::ServerStore(EventLoop& loop, const std::optional<std::string>& path, const Log& log,
+ServerStore::ServerStore(EventLoop& loop, const std::optional<std::string>& path,
+                         Durability durability, const RetentionLimits& retention, const Log& log,
                          std::function<void()> concluded) {
   if (!path) {
     _store = std::make_unique<MemoryStore>();
@@ -26,12 +27,17 @@ ServerStore::ServerStore(EventLoop& loop, const std::optional<std::string>& path
     concluded();
   });
   auto store = std::make_unique<SqliteStore>(
-      SqliteStoreSettings{.path = *path}, [this] { _waker->wake(); }, log);
+      SqliteStoreSettings{.path = *path, .durability = durability, .retention = retention},
+      [this] { _waker->wake(); }, log);
   _sqlite = store.get();
   _store = std::move(store);
 }
 
 ServerStore::~ServerStore() = default;
+
+void ServerStore::setRetention(const RetentionLimits& limits) {
+  if (_sqlite != nullptr) _sqlite->setRetention(limits);
+}
 
 void ServerStore::finish() {
   if (_sqlite != nullptr) _sqlite->finish();
@@ -65,14 +71,15 @@ std::string ServerStore::report() const {
 
 // A build without a store for files.
 
-ServerStore::ServerStore(EventLoop&, const std::optional<std::string>& path, const Log&,
-                         std::function<void()>)
+ServerStore::ServerStore(EventLoop&, const std::optional<std::string>& path, Durability,
+                         const RetentionLimits&, const Log&, std::function<void()>)
     : _store(std::make_unique<MemoryStore>()) {
   if (path)
     throw StateFileError("this build cannot keep its state in " + *path + ": give --store memory");
 }
 
 ServerStore::~ServerStore() = default;
+void ServerStore::setRetention(const RetentionLimits&) {}
 void ServerStore::finish() {}
 std::string ServerStore::report() const {
   return {};

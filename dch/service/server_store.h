@@ -10,6 +10,7 @@
 #include "dch/core/log.h"
 #include "dch/core/store.h"
 #include "dch/net/event_loop.h"
+#include "dch/store/store_settings.h"
 
 namespace dch {
 
@@ -21,11 +22,14 @@ class ServerStore {
  public:
   // `path` is the file that keeps the state; without one it is in memory. `concluded` is called
   // after the store has concluded changes later than within append(). Throws StateFileError.
-  ServerStore(EventLoop& loop, const std::optional<std::string>& path, const Log& log,
-              std::function<void()> concluded);
+  ServerStore(EventLoop& loop, const std::optional<std::string>& path, Durability durability,
+              const RetentionLimits& retention, const Log& log, std::function<void()> concluded);
   ~ServerStore();
 
   Store& store() { return *_store; }
+
+  // In force within seconds.
+  void setRetention(const RetentionLimits& limits);
 
   // Waits until all changes that were appended are concluded.
   void finish();

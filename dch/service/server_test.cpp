@@ -12,8 +12,7 @@ namespace {
 
 TEST(ServerTest, EndsAsTheFirstSignalAskedWhateverComesAfterIt) {
   Process process([] {
-    const ActionList noActions;
-    Server(openPort({htonl(INADDR_LOOPBACK)}, 0), std::nullopt, noActions, false).run();
+    Server(openPort({htonl(INADDR_LOOPBACK)}, 0), std::nullopt, {}, {}).run();
     for (const int each : {SIGTERM, SIGINT, SIGUSR1, SIGHUP}) std::raise(each);
     return 0;
   });

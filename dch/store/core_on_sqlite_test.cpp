@@ -18,7 +18,7 @@ class CoreOnSqlite : public testing::Test {
     explicit Life(const std::string& path, const Log& log)
         : store(
               {.path = path}, [] {}, log),
-          core({answers, rowsOut, store, timer, programs}, actionList, counters, log) {
+          core({answers, rowsOut, store, timer, programs}, actionRules, counters, log) {
       core.load();
     }
     SqliteStore store;
@@ -27,7 +27,7 @@ class CoreOnSqlite : public testing::Test {
     testkit::RecordingRowsOut rowsOut;
     testkit::CountingTimer timer;
     testkit::RecordingPrograms programs;
-    const ActionList actionList{{"succeed", {"/bin/true"}}};
+    const ActionRules actionRules{.list = {{"succeed", {"/bin/true"}}}};
     Core core;
   };
 

@@ -7,16 +7,9 @@
 #include "dch/core/message.h"
 #include "dch/store/change_writer.h"
 #include "dch/store/sqlite.h"
+#include "dch/store/store_settings.h"
 
 namespace dch {
-
-// Rows are kept for so many days, and as long as what the file uses is not larger.
-struct RetentionLimits {
-  std::int64_t days = 30;
-  std::int64_t megabytes = 1'024;  // of 1,048,576 bytes
-
-  bool operator==(const RetentionLimits&) const = default;
-};
 
 // One thread at a time.
 class Retention {

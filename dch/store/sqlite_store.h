@@ -15,8 +15,8 @@
 #include "dch/core/log.h"
 #include "dch/core/store.h"
 #include "dch/store/file_writer.h"
-#include "dch/store/retention.h"
 #include "dch/store/state_file.h"
+#include "dch/store/store_settings.h"
 
 namespace dch {
 

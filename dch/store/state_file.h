@@ -7,12 +7,9 @@
 #include "dch/net/descriptor.h"
 #include "dch/store/sqlite.h"
 #include "dch/store/state_file_error.h"
+#include "dch/store/store_settings.h"
 
 namespace dch {
-
-// What a change survives besides the end of the process at any instruction: nothing, or the loss of
-// power.
-enum class Durability { process, power };
 
 // Programs that only read may open the file beside it. They must not write, nor make checkpoints:
 // SQLite before 3.51.3 can damage a file of which two connections make checkpoints at once, so all

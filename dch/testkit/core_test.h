@@ -119,10 +119,11 @@ class CoreTest : public ::testing::Test {
   testkit::RecordingRowsOut _rowsOut;
   testkit::CountingTimer _timer;
   testkit::RecordingPrograms _programs;
-  const ActionList _actionList{
-      {"succeed", {"/bin/true"}}, {"last", {"/bin/sleep"}}, {"broken", {"/nowhere/program"}}};
+  ActionRules _actionRules{.list = {{"succeed", {"/bin/true"}},
+                                    {"last", {"/bin/sleep"}},
+                                    {"broken", {"/nowhere/program"}}}};
   std::unique_ptr<Store> _store;
-  Core _core{{_answers, _rowsOut, *_store, _timer, _programs}, _actionList, _counters, _log};
+  Core _core{{_answers, _rowsOut, *_store, _timer, _programs}, _actionRules, _counters, _log};
 };
 
 }  // namespace dch

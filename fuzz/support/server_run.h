@@ -77,9 +77,10 @@ class ServerRun : public Network {
   Witness _witness;
   dch::MemoryStore _store;
   SeemingPrograms _programs;
-  const dch::ActionList _actionList{{"restart", {"/bin/true"}}, {"broken", {brokenProgram}}};
+  const dch::ActionRules _actionRules{
+      .list = {{"restart", {"/bin/true"}}, {"broken", {brokenProgram}}}};
   dch::Core _core{
-      {_witness, _witness, _store, _witness, _programs}, _actionList, _counters, _witness};
+      {_witness, _witness, _store, _witness, _programs}, _actionRules, _counters, _witness};
 };
 
 // To be called by LLVMFuzzerInitialize.

@@ -20,6 +20,16 @@ send_demo() {
 }
 
 blocks 'file: actions.conf' '' >actions.conf
+blocks 'file: zordchd.toml' toml >zordchd.toml
+"$zordchd" --config zordchd.toml --check >check
+expect_block check check
+blocks 'file: wrong.toml' toml >wrong.toml
+status=0
+"$zordchd" --config wrong.toml --check 2>wrong || status=$?
+((status == 78)) || fail "a wrong configuration ended with $status"
+expect_block wrong wrong
+"$zordchd" --config "$source_dir/packaging/zordchd.toml" --check
+
 start_server "$zordchd" --actions actions.conf
 expect_block ready ready
 

@@ -162,8 +162,8 @@ class World {
   dch::MemoryStore _store;
   NoTimer _timer;
   SeemingProgram _program;
-  const dch::ActionList _actionList{{"succeed", {"/bin/true"}}};
-  dch::Core _core{{_answer, _rowsOut, _store, _timer, _program}, _actionList, _counters, _log};
+  const dch::ActionRules _actionRules{.list = {{"succeed", {"/bin/true"}}}};
+  dch::Core _core{{_answer, _rowsOut, _store, _timer, _program}, _actionRules, _counters, _log};
 };
 
 using Outcome = World::Outcome;

@@ -1,0 +1,48 @@
+#include "dch/service/configuration.h"
+
+#include "dch/service/action_list.h"
+#include "dch/service/configuration_file.h"
+
+namespace dch {
+
+namespace {
+
+template <typename Value>
+void prefer(const std::optional<Value>& given, std::optional<Value>* value) {
+  if (given) *value = given;
+}
+
+template <typename Value>
+void keep(const char* key, const Value& running, Value* fresh, std::vector<std::string>* kept) {
+  if (*fresh == running) return;
+  *fresh = running;
+  kept->push_back(key);
+}
+
+}  // namespace
+
+Configuration readConfiguration(const Options& options) {
+  Configuration configuration;
+  if (options.configurationFile) configuration = readConfigurationFile(*options.configurationFile);
+  prefer(options.port, &configuration.port);
+  prefer(options.bindAddress, &configuration.bindAddress);
+  prefer(options.instance, &configuration.instance);
+  prefer(options.actionsFile, &configuration.actionsFile);
+  prefer(options.store, &configuration.store);
+  configuration.isVerbose = configuration.isVerbose || options.verbose;
+  if (configuration.actionsFile)
+    configuration.actions.list = readActionList(*configuration.actionsFile);
+  return configuration;
+}
+
+std::vector<std::string> keepWhatCannotChange(const Configuration& running, Configuration* fresh) {
+  std::vector<std::string> kept;
+  keep("bind in [channel]", running.bindAddress, &fresh->bindAddress, &kept);
+  keep("port in [channel]", running.port, &fresh->port, &kept);
+  keep("instance in [channel]", running.instance, &fresh->instance, &kept);
+  keep("path in [store]", running.store, &fresh->store, &kept);
+  keep("durability in [store]", running.durability, &fresh->durability, &kept);
+  return kept;
+}
+
+}  // namespace dch

@@ -1,0 +1,177 @@
+#include "dch/service/configuration_keys.h"
+
+#include <arpa/inet.h>
+
+#include <cstdint>
+#include <optional>
+
+#include "dch/service/setting_checks.h"
+
+namespace dch {
+
+namespace {
+
+std::int64_t numberIn(const toml::node& value, std::int64_t least, std::int64_t most) {
+  const std::optional<std::int64_t> number = value.value_exact<std::int64_t>();
+  if (!number || *number < least || *number > most)
+    throw WrongValue{
+        value, "a whole number from " + std::to_string(least) + " to " + std::to_string(most)};
+  return *number;
+}
+
+bool switchIn(const toml::node& value) {
+  const std::optional<bool> isOn = value.value_exact<bool>();
+  if (!isOn) throw WrongValue{value, "true or false"};
+  return *isOn;
+}
+
+// Nothing when the text is empty.
+std::optional<std::string> textIn(const toml::node& value,
+                                  const char* whatItHasToBe = "a text in quotes") {
+  std::optional<std::string> text = value.value_exact<std::string>();
+  if (!text || text->find('\0') != std::string::npos) throw WrongValue{value, whatItHasToBe};
+  return text->empty() ? std::nullopt : text;
+}
+
+std::optional<std::string> pathIn(const toml::node& value) {
+  return textIn(value, "the path of a file in quotes");
+}
+
+std::optional<std::string> addressIn(const toml::node& value) {
+  constexpr char expected[] = "an IPv4 address such as \"127.0.0.1\"";
+  std::optional<std::string> address = textIn(value, expected);
+  if (address && !checkAddress(*address).empty()) throw WrongValue{value, expected};
+  return address;
+}
+
+std::optional<std::string> instanceIn(const toml::node& value) {
+  constexpr char expected[] = "a name of up to 20 characters";
+  std::optional<std::string> name = textIn(value, expected);
+  if (name && !checkInstanceName(*name).empty()) throw WrongValue{value, expected};
+  return name;
+}
+
+const toml::array& arrayIn(const toml::node& value, const char* whatItHasToBe) {
+  const toml::array* const array = value.as_array();
+  if (array == nullptr) throw WrongValue{value, whatItHasToBe};
+  return *array;
+}
+
+AddressRanges rangesIn(const toml::node& value) {
+  AddressRanges ranges;
+  for (const toml::node& each : arrayIn(value, "an array such as [\"10.0.0.0/8\"]")) {
+    const std::optional<std::string> text = each.value_exact<std::string>();
+    const std::string expected = "an address or a range such as \"10.0.0.0/8\"";
+    if (!text) throw WrongValue{each, expected};
+    const std::string problem = ranges.add(*text);
+    if (!problem.empty()) throw WrongValue{each, expected + "; it is " + problem};
+  }
+  return ranges;
+}
+
+// Returns whether there is one.
+bool textsIn(const toml::node& value) {
+  const toml::array& texts = arrayIn(value, "an array of texts in quotes");
+  for (const toml::node& each : texts) textIn(each);
+  return !texts.empty();
+}
+
+Durability durabilityIn(const toml::node& value) {
+  const std::optional<std::string> text = value.value_exact<std::string>();
+  if (text == "process") return Durability::process;
+  if (text == "power") return Durability::power;
+  throw WrongValue{value, "\"process\" or \"power\""};
+}
+
+// Keys of what this version does not have take what leaves it out.
+
+void readNoPage(const toml::node& value, Configuration* configuration) {
+  if (textIn(value, "an address and port such as \"127.0.0.1:1980\""))
+    configuration->warnings.push_back("listen in [web]: this version has no page to serve");
+}
+
+void readNoText(const toml::node& value, Configuration*) {
+  constexpr char expected[] = "left out: this version does not have it";
+  if (textIn(value, expected)) throw WrongValue{value, expected};
+}
+
+void readNoServers(const toml::node& value, Configuration*) {
+  if (textsIn(value)) throw WrongValue{value, "[]: this version does not link servers"};
+}
+
+void readTexts(const toml::node& value, Configuration*) {
+  textsIn(value);
+}
+
+void readText(const toml::node& value, Configuration*) {
+  textIn(value);
+}
+
+void readSwitch(const toml::node& value, Configuration*) {
+  switchIn(value);
+}
+
+constexpr std::int64_t mostConnections = 1'000'000;
+constexpr std::int64_t leastMessageBytes = 64;
+constexpr std::int64_t mostMessageBytes = 1 << 30;
+constexpr std::int64_t mostDays = 36'500;
+constexpr std::int64_t mostMegabytes = 100'000'000;
+
+constexpr ConfigurationKey keys[] = {
+    {"channel", "bind",
+     [](const toml::node& value, Configuration* to) { to->bindAddress = addressIn(value); }},
+    {"channel", "port",
+     [](const toml::node& value, Configuration* to) {
+       to->port = static_cast<int>(numberIn(value, 0, 65'535));
+     }},
+    {"channel", "instance",
+     [](const toml::node& value, Configuration* to) { to->instance = instanceIn(value); }},
+    {"channel", "allow",
+     [](const toml::node& value, Configuration* to) { to->limits.allowed = rangesIn(value); }},
+    {"channel", "connections",
+     [](const toml::node& value, Configuration* to) {
+       to->limits.streams.connections =
+           static_cast<std::size_t>(numberIn(value, 1, mostConnections));
+     }},
+    {"channel", "stream_message_bytes",
+     [](const toml::node& value, Configuration* to) {
+       to->limits.streams.messageBytes =
+           static_cast<std::size_t>(numberIn(value, leastMessageBytes, mostMessageBytes));
+     }},
+    {"store", "path",
+     [](const toml::node& value, Configuration* to) { to->store = pathIn(value); }},
+    {"store", "durability",
+     [](const toml::node& value, Configuration* to) { to->durability = durabilityIn(value); }},
+    {"store", "keep_days",
+     [](const toml::node& value, Configuration* to) {
+       to->retention.days = numberIn(value, 1, mostDays);
+     }},
+    {"store", "keep_megabytes",
+     [](const toml::node& value, Configuration* to) {
+       to->retention.megabytes = numberIn(value, 1, mostMegabytes);
+     }},
+    {"store", "postgresql", readNoText},
+    {"actions", "file",
+     [](const toml::node& value, Configuration* to) { to->actionsFile = pathIn(value); }},
+    {"actions", "allow",
+     [](const toml::node& value, Configuration* to) { to->actions.allowed = rangesIn(value); }},
+    {"web", "listen", readNoPage},
+    {"web", "hosts", readTexts},
+    {"web", "token_file", readText},
+    {"log", "verbose",
+     [](const toml::node& value, Configuration* to) { to->isVerbose = switchIn(value); }},
+    {"link", "servers", readNoServers},
+    {"link", "site", readText},
+    {"link", "credentials", readText},
+    {"link", "tls_ca", readText},
+    {"link", "nodes", readTexts},
+    {"link", "store_remote", readSwitch},
+};
+
+}  // namespace
+
+std::span<const ConfigurationKey> configurationKeys() {
+  return keys;
+}
+
+}  // namespace dch

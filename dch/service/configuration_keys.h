@@ -1,0 +1,31 @@
+// configuration_keys.h: the keys of the configuration file, and what values they take.
+#ifndef DCH_SERVICE_CONFIGURATION_KEYS_H
+#define DCH_SERVICE_CONFIGURATION_KEYS_H
+
+#include <span>
+#include <string>
+
+#include "dch/service/configuration.h"
+#include "dch/service/toml.h"
+
+namespace dch {
+
+// Thrown about a value, or about one in an array.
+struct WrongValue {
+  const toml::node& value;
+  std::string whatItHasToBe;  // such as "true or false"
+};
+
+struct ConfigurationKey {
+  const char* section;
+  const char* name;
+  // Throws WrongValue, or std::bad_alloc.
+  void (*read)(const toml::node& value, Configuration* configuration);
+};
+
+// Those of a section stand together.
+std::span<const ConfigurationKey> configurationKeys();
+
+}  // namespace dch
+
+#endif  // DCH_SERVICE_CONFIGURATION_KEYS_H
