@@ -7,6 +7,7 @@
 #include <string>
 
 #include "bench/exchange_client.h"
+#include "bench/nats_server.h"
 #include "bench/worker.h"
 
 // Each runs the answering side, and what that needs, while the object lives; connect() is for the
@@ -41,8 +42,7 @@ class NatsPeer {
   Exchange connect() const;
 
  private:
-  std::string _url;
-  std::optional<Process> _server;
+  const NatsServer _server;
   std::optional<Worker> _process;
 };
 

@@ -1,37 +1,11 @@
-#include <nats/nats.h>
-
-#include <stdexcept>
-
 #include "bench/messaging_peers.h"
+#include "bench/nats_connection.h"
 #include "bench/port_channel.h"
 
 namespace {
 
 constexpr char subject[] = "rows";
 constexpr int answerMilliseconds = 10'000;
-
-void require(natsStatus status) {
-  if (status != NATS_OK) throw std::runtime_error(natsStatus_GetText(status));
-}
-
-natsConnection* openConnection(const std::string& url) {
-  natsOptions* options = nullptr;
-  natsConnection* connection = nullptr;
-  require(natsOptions_Create(&options));
-  require(natsOptions_SetURL(options, url.c_str()));
-  require(natsOptions_SetSendAsap(options, true));
-  require(natsConnection_Connect(&connection, options));
-  natsOptions_Destroy(options);
-  return connection;
-}
-
-// The port that nats-server has got, from its log.
-std::string portOf(Process* server) {
-  static const std::string listening = "client connections on 127.0.0.1:";
-  const std::string log = server->waitForError("Server is ready");
-  const std::size_t port = log.find(listening) + listening.size();
-  return log.substr(port, log.find('\n', port) - port);
-}
 
 [[noreturn]] void answer(const std::string& url, const std::function<void(int)>& tellReady) {
   natsConnection* const connection = openConnection(url);
@@ -52,13 +26,11 @@ std::string portOf(Process* server) {
 }  // namespace
 
 NatsPeer::NatsPeer() {
-  _server.emplace("nats-server", Process::Arguments{"--addr", "127.0.0.1", "--port", "-1"});
-  _url = "nats://127.0.0.1:" + portOf(&*_server);
-  startOnPort(&_process, [this](const auto& tellReady) { answer(_url, tellReady); });
+  startOnPort(&_process, [this](const auto& tellReady) { answer(_server.url(), tellReady); });
 }
 
 Exchange NatsPeer::connect() const {
-  natsConnection* const connection = openConnection(_url);
+  natsConnection* const connection = openConnection(_server.url());
   return {[] { delete[] buildRow(); },
           [connection] {
             constexpr char request[requestSize] = {};

@@ -17,6 +17,7 @@
 #include "bench/datagram_queue.h"
 #include "bench/echo_peer.h"
 #include "bench/port_channel.h"
+#include "bench/providers.h"
 #include "bench/row_exchanges.h"
 #include "bench/shared_count.h"
 #include "bench/sides.h"
@@ -40,26 +41,6 @@ std::string row() {
   const std::unique_ptr<char[]> bytes(buildRow());
   return std::string(bytes.get(), requestSize);
 }
-
-// ---- 8 providers -------------------------------------------------------------------------------
-
-class Providers {
- public:
-  explicit Providers(const std::function<Exchange(int number)>& connect) {
-    for (int i = 0; i < providers; ++i) _clients.emplace_back([&connect, i] { return connect(i); });
-  }
-
-  // `rows` of all of them together.
-  std::chrono::nanoseconds run(int rows) {
-    const auto start = Clock::now();
-    for (ExchangeClient& client : _clients) client.start(rows / providers);
-    for (ExchangeClient& client : _clients) client.finish();
-    return Clock::now() - start;
-  }
-
- private:
-  std::list<ExchangeClient> _clients;
-};
 
 // ---- One receiver ------------------------------------------------------------------------------
 
@@ -174,13 +155,14 @@ int main(int argc, char** argv) {
   const auto toEcho = [](int) { return sendRows(1); };
   const EchoPeer echo;
   echo.becomeDch();
-  Providers bareProviders(toEcho);
+  Providers bareProviders(providers, toEcho);
   const EchoPeer queueEcho(EchoPeer::Threads::two);
   queueEcho.becomeDch();
-  Providers queueProviders(toEcho);
+  Providers queueProviders(providers, toEcho);
   const dch::testkit::ServerProcess server;
-  Providers serverProviders(
-      [&](int number) { return sendRowsToServer(server.port(), "host" + std::to_string(number)); });
+  Providers serverProviders(providers, [&](int number) {
+    return sendRowsToServer(server.port(), "host" + std::to_string(number));
+  });
 
   const DatagramSocket bareReceiver, queueReceiver;
   SharedCount bareCount, queueCount, serverCount;

@@ -61,10 +61,10 @@ AddressRanges rangesIn(const toml::node& value) {
   AddressRanges ranges;
   for (const toml::node& each : arrayIn(value, "an array such as [\"10.0.0.0/8\"]")) {
     const std::optional<std::string> text = each.value_exact<std::string>();
-    const std::string expected = "an address or a range such as \"10.0.0.0/8\"";
+    constexpr char expected[] = "an address or a range such as \"10.0.0.0/8\"";
     if (!text) throw WrongValue{each, expected};
     const std::string problem = ranges.add(*text);
-    if (!problem.empty()) throw WrongValue{each, expected + "; it is " + problem};
+    if (!problem.empty()) throw WrongValue{each, std::string(expected) + "; it is " + problem};
   }
   return ranges;
 }
