@@ -3,7 +3,8 @@
 # A command that the build and the tests are run through; empty for none.
 runner=()
 
-# build_preset NAME [TARGET...]: configures and builds the preset in build/NAME, with every core.
+# build_preset NAME [TARGET...]: configures and builds the preset in build/NAME, with every core. Tests
+# that run beside it go first.
 build_preset() {
   local preset=$1 launcher=()
   shift
@@ -11,5 +12,5 @@ build_preset() {
     launcher=(-DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
   fi
   cmake --preset "$preset" "${launcher[@]}" &&
-    "${runner[@]}" cmake --build --preset "$preset" --parallel "$(nproc)" ${1:+--target "$@"}
+    "${runner[@]}" nice cmake --build --preset "$preset" --parallel "$(nproc)" ${1:+--target "$@"}
 }
