@@ -5,9 +5,7 @@
 
 #include <cstdlib>
 #include <string>
-#include <thread>
 
-#include "bench/datagram_queue.h"
 #include "zordchcl/messages.h"
 
 namespace {
@@ -36,24 +34,9 @@ void sendAnswer(int socket, const std::string& answer, const sockaddr_in& receiv
   }
 }
 
-[[noreturn]] void answerFromQueue(int socket) {
-  const std::string answer = goodStatus();
-  DatagramQueue queue;
-  std::thread([&] { queue.receiveFrom(socket); }).detach();
-  Datagram request;
-  for (;;) {
-    queue.take(&request);
-    sendAnswer(socket, answer, request.sender);
-  }
-}
-
 }  // namespace
 
-EchoPeer::EchoPeer(Threads threads)
-    : _process([this, threads] {
-        if (threads == Threads::two) answerFromQueue(_socket.descriptor());
-        answerForever(_socket.descriptor());
-      }) {}
+EchoPeer::EchoPeer() : _process([this] { answerForever(_socket.descriptor()); }) {}
 
 void EchoPeer::becomeDch() const {
   setenv("ZORA_DCH_ADDR", "127.0.0.1", 1);

@@ -7,10 +7,7 @@
 
 class EchoPeer {
  public:
-  // With two threads there is a DatagramQueue between the one that receives and the one that
-  // answers.
-  enum class Threads { one, two };
-  explicit EchoPeer(Threads threads = Threads::one);
+  EchoPeer();
 
   sockaddr_in address() const { return _socket.address(); }
   // Makes it the DCH of this process and of those it starts from now on.

@@ -1,7 +1,7 @@
-// How much goes through: rows that 8 providers send at once, datagrams that the server's half of
-// the channel takes, and rows that are pushed to 100 subscribers; each against a program of bare
-// system calls that does the same for the same clients. What the server's half takes is measured
-// with everything on one core too: there nothing hides the work.
+// How much goes through: datagrams that the server's half of the channel takes, and rows that are
+// pushed to 100 subscribers; each against a program of bare system calls that does the same. What
+// the server's half takes is measured with everything on one core too: there nothing hides the
+// work.
 #include <sys/epoll.h>
 #include <sys/socket.h>
 
@@ -15,9 +15,7 @@
 
 #include "bench/cores.h"
 #include "bench/datagram_queue.h"
-#include "bench/echo_peer.h"
 #include "bench/port_channel.h"
-#include "bench/providers.h"
 #include "bench/row_exchanges.h"
 #include "bench/shared_count.h"
 #include "bench/sides.h"
@@ -31,7 +29,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr int providers = 8;
 constexpr int subscribers = 100;
 // Datagrams under way to one socket, at most: with these a receive buffer of the default size has
 // room to spare, so nothing is ever lost.
@@ -152,18 +149,6 @@ class Subscribers {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const auto toEcho = [](int) { return sendRows(1); };
-  const EchoPeer echo;
-  echo.becomeDch();
-  Providers bareProviders(providers, toEcho);
-  const EchoPeer queueEcho(EchoPeer::Threads::two);
-  queueEcho.becomeDch();
-  Providers queueProviders(providers, toEcho);
-  const dch::testkit::ServerProcess server;
-  Providers serverProviders(providers, [&](int number) {
-    return sendRowsToServer(server.port(), "host" + std::to_string(number));
-  });
-
   const DatagramSocket bareReceiver, queueReceiver;
   SharedCount bareCount, queueCount, serverCount;
   const Worker bareCounting([&] { countDatagrams(bareReceiver.descriptor(), &bareCount); });
@@ -209,15 +194,11 @@ int main(int argc, char** argv) {
         sender.sendTo(socket.address(), bytes);
   };
 
-  constexpr int rowsPerTurn = 4000;
   constexpr int datagramsPerTurn = 10'000;
   constexpr int deliveriesPerTurn = 320 * subscribers;  // a multiple of what is sent at once
   Medians medians = runSides(
       argc, argv,
-      {{"8 providers, bare", rowsPerTurn, [&](int rows) { return bareProviders.run(rows); }},
-       {"8 providers, bare queue", rowsPerTurn, [&](int rows) { return queueProviders.run(rows); }},
-       {"8 providers, zordchd", rowsPerTurn, [&](int rows) { return serverProviders.run(rows); }},
-       {"datagrams, bare", datagramsPerTurn,
+      {{"datagrams, bare", datagramsPerTurn,
         [&](int datagrams) { return sendTo(bareReceiver.address(), bareCount, datagrams); }},
        {"datagrams, bare queue", datagramsPerTurn,
         [&](int datagrams) { return sendTo(queueReceiver.address(), queueCount, datagrams); }},
@@ -235,11 +216,6 @@ int main(int argc, char** argv) {
           return serverSubscribers.run(deliveries, [&](int rows) { provider.run(rows); });
         }}});
   const auto perSecond = [&](const char* side) { return 1e9 / medians[side]; };
-  printFigure("rows/s of 8 providers, zordchd", perSecond("8 providers, zordchd"));
-  printFigure("rows/s of 8 providers, zordchd / bare",
-              medians["8 providers, bare"] / medians["8 providers, zordchd"]);
-  printFigure("rows/s of 8 providers, bare with a queue / bare",
-              medians["8 providers, bare"] / medians["8 providers, bare queue"]);
   printFigure("datagrams/s, server half", perSecond("datagrams, server half"));
   printFigure("datagrams/s, server half / bare",
               medians["datagrams, bare"] / medians["datagrams, server half"]);
