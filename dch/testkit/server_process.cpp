@@ -6,8 +6,8 @@ namespace dch::testkit {
 
 namespace {
 
-Process::Arguments onFreePort(const Process::Arguments& more) {
-  Process::Arguments arguments{"--port", "0"};
+Process::Arguments onPort(int port, const Process::Arguments& more) {
+  Process::Arguments arguments{"--port", std::to_string(port)};
   arguments.insert(arguments.end(), more.begin(), more.end());
   return arguments;
 }
@@ -20,8 +20,8 @@ int portIn(const std::string& output) {
 
 }  // namespace
 
-ServerProcess::ServerProcess(const Arguments& moreArguments, void (*prepare)())
-    : _process(ZORDCHD_PATH, onFreePort(moreArguments), {}, Process::Output::captured, prepare),
+ServerProcess::ServerProcess(const Arguments& moreArguments, void (*prepare)(), int port)
+    : _process(ZORDCHD_PATH, onPort(port, moreArguments), {}, Process::Output::captured, prepare),
       _port(portIn(_process.waitForOutput("\n"))) {}
 
 bool ServerProcess::waitForError(const std::string& text, int times) {

@@ -12,9 +12,10 @@ class ServerProcess {
  public:
   using Arguments = Process::Arguments;
 
-  // Starts zordchd on a free port, after `prepare` in the new process, and waits until it is ready.
-  // Throws std::runtime_error, with what it wrote, when it is not ready in time.
-  explicit ServerProcess(const Arguments& moreArguments = {}, void (*prepare)() = nullptr);
+  // Starts zordchd on the port, or on a free one, after `prepare` in the new process, and waits
+  // until it is ready. Throws std::runtime_error, with what it wrote, when it is not ready in time.
+  explicit ServerProcess(const Arguments& moreArguments = {}, void (*prepare)() = nullptr,
+                         int port = 0);
 
   int port() const { return _port; }
   pid_t processId() const { return _process.id(); }
