@@ -1,7 +1,6 @@
 // The process dies between any two operations of the disk: what was concluded is there, once, in
 // order. ZORD410_STORE_DEATHS=all lets it die at each of them, ZORD410_SEED sets the seed.
 #include <gmock/gmock.h>
-#include <sys/mman.h>
 
 #include <algorithm>
 #include <csignal>
@@ -10,6 +9,7 @@
 
 #include "dch/testkit/faulty_vfs.h"
 #include "dch/testkit/random_changes.h"
+#include "dch/testkit/shared.h"
 #include "dch/testkit/store_test.h"
 #include "tests/support/process.h"
 
@@ -29,24 +29,6 @@ std::uint32_t seed() {
 struct Told {
   std::uint64_t concluded = 0;
   std::uint64_t operations = 0;
-};
-
-class Shared {
- public:
-  Shared() : _told(map()) {}
-  ~Shared() { munmap(_told, sizeof(Told)); }
-  Shared(const Shared&) = delete;
-  Shared& operator=(const Shared&) = delete;
-  Told* operator->() const { return _told; }
-
- private:
-  static Told* map() {
-    void* const memory =
-        mmap(nullptr, sizeof(Told), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    if (memory == MAP_FAILED) throw std::bad_alloc();
-    return new (memory) Told;
-  }
-  Told* const _told;
 };
 
 class CountingClient : public StoreClient {
@@ -116,7 +98,7 @@ class StoreDeath : public testing::TestWithParam<Way> {
   }
 
   int runInOtherProcess(std::uint64_t dyingOperation) {
-    *_told.operator->() = {};
+    *_told = {};
     std::filesystem::remove_all(path());
     for (const char* suffix : {"-wal", "-shm", "-lock"})
       std::filesystem::remove_all(path() + suffix);
@@ -220,7 +202,7 @@ class StoreDeath : public testing::TestWithParam<Way> {
   std::string path() const { return _folder.path() + "/state.db"; }
 
   const TemporaryFolder _folder;
-  Shared _told;
+  testkit::Shared<Told> _told;
 };
 
 TEST_P(StoreDeath, LosesNothingThatWasConcluded) {
