@@ -68,7 +68,8 @@ bool StreamConnection::send(std::string_view message) noexcept {
   if (_hasFailed) return false;
   try {
     const std::size_t sent = hasUnsent() ? 0 : trySend(message);
-    _unsent += message.substr(sent);
+    // The caller knows of it: it is not to be found unsent as well.
+    if (!_hasFailed) _unsent += message.substr(sent);
   } catch (const std::bad_alloc&) {
     // Without a part of an answer the client would take the next one for its rest.
     _hasFailed = true;

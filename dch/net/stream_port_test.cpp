@@ -183,6 +183,20 @@ TEST_F(StreamPortTest, DropsTheAnswerForAConnectionThatIsGone) {
   EXPECT_EQ(counted(Counter::answersDropped), 1u);
 }
 
+TEST_F(StreamPortTest, CountsAnAnswerOnceThatItCouldNotSend) {
+  TcpClient client(port());
+  EXPECT_EQ(client.ask(message("hello")), message("hello"));
+  _thread->call([&] {
+    _echo.onReceived = [&] { client.breakOff(); };
+    client.send(message("hello"));
+    _port.drain();
+    _port.settle();
+    _echo.onReceived = nullptr;
+    EXPECT_EQ(_echo.closedCount, 1);
+  });
+  EXPECT_EQ(counted(Counter::answersDropped), 1u);
+}
+
 TEST_F(StreamPortTest, DrainsWhatHasComeAndNotWhatComesMeanwhile) {
   TcpClient client(port());
   EXPECT_EQ(client.ask(message("hello")), message("hello"));
