@@ -158,6 +158,15 @@ void Core::timeIsUp() noexcept {
   startTimer();
 }
 
+void Core::setGauges() noexcept {
+  const RegistryFigures known = _registry.figures();
+  _counters.set(Counter::applications, known.applications);
+  _counters.set(Counter::sources, known.sources);
+  _counters.set(Counter::sourcesOnline, known.sourcesOnline);
+  _counters.set(Counter::subscriptions, _subscriptions.size());
+  _counters.set(Counter::changesWaiting, _ports.store.waiting());
+}
+
 std::string Core::report() const {
   return stateReport(_registry, _deferrals, _requestCounts, _counters);
 }

@@ -56,7 +56,10 @@ class Core : private StoreClient {
   // What Timer::start asked for.
   void timeIsUp() noexcept;
 
-  // Lines for the operator who asks. Throws std::bad_alloc.
+  // Brings the gauges of what it knows up to date.
+  void setGauges() noexcept;
+
+  // Lines for the operator who asks, with the gauges as they were set. Throws std::bad_alloc.
   std::string report() const;
 
   const Registry& registry() const { return _registry; }

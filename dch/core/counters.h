@@ -1,4 +1,5 @@
-// counters.h: what has been done, and everything that was refused, dropped or lost.
+// counters.h: the table of what is counted: what has been done, everything that was refused,
+// dropped or lost, and gauges of what is there.
 #ifndef DCH_CORE_COUNTERS_H
 #define DCH_CORE_COUNTERS_H
 
@@ -34,8 +35,27 @@ enum class Counter : std::size_t {
   acceptFailures,
   stalledConnections,
   logLinesDropped,
+  // Of the file that the state is kept in.
+  groupsWritten,
+  changesKept,
+  changesRefused,
+  rowsRemoved,
+  writeFailures,
+  writeMicroseconds,
+  // From here on gauges.
+  applications,
+  sources,
+  sourcesOnline,
+  subscriptions,
+  connections,
+  changesWaiting,
   count
 };
+
+// A gauge goes down, too.
+constexpr bool isGauge(Counter counter) {
+  return counter >= Counter::applications;
+}
 
 struct CounterDescription {
   Counter counter;
@@ -72,6 +92,18 @@ inline constexpr CounterDescription counterDescriptions[] = {
     {Counter::acceptFailures, "accept_failures", "times that the system could not accept"},
     {Counter::stalledConnections, "stalled_connections", "connections ended as they stood still"},
     {Counter::logLinesDropped, "log_lines_dropped", "lines that the log could not take"},
+    {Counter::groupsWritten, "groups_written", "times that changes were written to the state file"},
+    {Counter::changesKept, "changes_kept", "changes that were written to the state file"},
+    {Counter::changesRefused, "changes_refused", "changes that the state file did not take"},
+    {Counter::rowsRemoved, "rows_removed", "old rows that were removed from the state file"},
+    {Counter::writeFailures, "write_failures", "failures to write the state file"},
+    {Counter::writeMicroseconds, "write_microseconds", "time spent in writing the state file"},
+    {Counter::applications, "applications", "applications that are registered"},
+    {Counter::sources, "sources", "sources that have a handle"},
+    {Counter::sourcesOnline, "sources_online", "sources that are on line"},
+    {Counter::subscriptions, "subscriptions", "subscriptions to rows and to status"},
+    {Counter::connections, "connections", "stream connections that are open"},
+    {Counter::changesWaiting, "changes_waiting", "changes that wait to be kept"},
 };
 
 constexpr bool describesEveryCounter() {
@@ -82,12 +114,16 @@ constexpr bool describesEveryCounter() {
 }
 static_assert(describesEveryCounter());
 
-// One thread adds, any thread reads.
+// One thread writes, any thread reads.
 class Counters {
  public:
   void add(Counter counter, std::uint64_t number = 1) {
     std::atomic<std::uint64_t>& value = _values[static_cast<std::size_t>(counter)];
     value.store(value.load(std::memory_order_relaxed) + number, std::memory_order_relaxed);
+  }
+  // What somebody else keeps count of.
+  void set(Counter counter, std::uint64_t value) {
+    _values[static_cast<std::size_t>(counter)].store(value, std::memory_order_relaxed);
   }
   std::uint64_t operator[](Counter counter) const {
     return _values[static_cast<std::size_t>(counter)].load(std::memory_order_relaxed);

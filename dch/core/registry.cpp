@@ -182,6 +182,17 @@ std::vector<const Application*> Registry::applications() const {
   return all;
 }
 
+RegistryFigures Registry::figures() const {
+  RegistryFigures figures;
+  for (const auto& [name, application] : _applications) {
+    figures.applications += application.isRegistered() ? 1 : 0;
+    figures.sourcesOnline += application.sourcesOnline;
+    for (const auto& [groupName, group] : application.groups)
+      figures.sources += group.sources.size();
+  }
+  return figures;
+}
+
 const Source* Registry::nextOnline(ZORA_Long handle) const {
   // The source of the next handle stands at the index of this one.
   for (auto next = static_cast<std::size_t>(handle); next < _sources.size(); ++next)

@@ -96,6 +96,12 @@ struct Prepared {
   std::vector<const Source*> moved;
 };
 
+struct RegistryFigures {
+  std::size_t applications = 0;  // that are registered
+  std::size_t sources = 0;       // that have a handle
+  std::size_t sourcesOnline = 0;
+};
+
 // Checks answer what would become of a change now. Only apply() changes what can be seen: a change
 // is checked, prepared, kept and then applied, and others may be applied in between, but for those
 // of the same application when one of the two is a registration (see ChangesUnderWay). Pointers are
@@ -146,6 +152,8 @@ class Registry {
 
   // All that are registered, sorted by name.
   std::vector<const Application*> applications() const;
+
+  RegistryFigures figures() const;
 
   // The source on line with the lowest handle above `handle`, null when there is none. Starting
   // with 0 this leads through all of them.

@@ -17,6 +17,14 @@ std::string answersOf(const RequestCounts::ByStatus& counts) {
   return text;
 }
 
+std::string figuresOf(const Counters& counters, bool gauges) {
+  std::string text;
+  for (const CounterDescription& each : counterDescriptions)
+    if (isGauge(each.counter) == gauges)
+      text += std::string("  ") + each.name + ' ' + std::to_string(counters[each.counter]) + '\n';
+  return text;
+}
+
 }  // namespace
 
 std::string stateReport(const Registry& registry, const Deferrals& deferrals,
@@ -33,9 +41,8 @@ std::string stateReport(const Registry& registry, const Deferrals& deferrals,
     const std::string answers = answersOf(requests.of(type));
     if (!answers.empty()) report += std::string("  ") + type.name + ": " + answers + '\n';
   }
-  report += "zordchd: counters\n";
-  for (const CounterDescription& each : counterDescriptions)
-    report += std::string("  ") + each.name + ' ' + std::to_string(counters[each.counter]) + '\n';
+  report += "zordchd: counters\n" + figuresOf(counters, false);
+  report += "zordchd: gauges\n" + figuresOf(counters, true);
   return report;
 }
 

@@ -12,7 +12,7 @@
 namespace dch {
 
 // Lines: the applications with their numbers of sources on line, the deferrals that are kept, how
-// requests were answered, and the counters.
+// requests were answered, the counters, and the gauges.
 std::string stateReport(const Registry& registry, const Deferrals& deferrals,
                         const RequestCounts& requests, const Counters& counters);
 

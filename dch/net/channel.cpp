@@ -74,6 +74,12 @@ void Channel::setLimits(const ChannelLimits& limits) {
   settle();
 }
 
+std::string Channel::report() {
+  _core.setGauges();
+  _counters.set(Counter::connections, _streams.connectionCount());
+  return _core.report();
+}
+
 void Channel::CoreTimer::start() {
   // Long enough for a client on a busy machine to read a batch of events.
   _alarm.set(std::chrono::milliseconds(100));

@@ -52,7 +52,7 @@ class Channel : private Answers, private StreamClient {
   void settle() noexcept;
 
   // Lines for the operator who asks. Throws std::bad_alloc.
-  std::string report() const { return _core.report(); }
+  std::string report();
 
  private:
   // Wakes the core.

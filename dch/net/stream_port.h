@@ -73,6 +73,8 @@ class StreamPort : private ConnectionOwner {
   // Ends the connections that are not allowed any more; settle() is to be called.
   void endNotAllowed();
 
+  std::size_t connectionCount() const { return _connections.size(); }
+
   // Receives what has come in already.
   void drain();
 

@@ -126,8 +126,9 @@ void Server::say(const std::string& sentences) {
 // Also without --verbose: it was asked for.
 void Server::report() {
   countDroppedLines();
+  _store.setCounters(&_counters);
   try {
-    _output.write(_channel.report() + _store.report());
+    _output.write(_channel.report());
   } catch (const std::bad_alloc&) {
     _log.write("no memory for the report");
   }
@@ -141,7 +142,7 @@ void Server::tick() {
 }
 
 void Server::countDroppedLines() {
-  _counters.add(Counter::logLinesDropped, _output.dropped() - _counters[Counter::logLinesDropped]);
+  _counters.set(Counter::logLinesDropped, _output.dropped());
 }
 
 }  // namespace dch

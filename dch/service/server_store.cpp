@@ -1,7 +1,5 @@
 #include "dch/service/server_store.h"
 
-#include <cinttypes>
-#include <cstdio>
 #include <utility>
 
 #include "dch/net/waker.h"
@@ -43,28 +41,8 @@ void ServerStore::finish() {
   if (_sqlite != nullptr) _sqlite->finish();
 }
 
-std::string ServerStore::report() const {
-  if (_sqlite == nullptr) return {};
-  const StoreFigures figures = _sqlite->figures();
-  char text[512];
-  std::snprintf(text, sizeof text,
-                "zordchd: store\n"
-                "  groups_written %" PRIu64
-                "\n"
-                "  changes_kept %" PRIu64
-                "\n"
-                "  changes_refused %" PRIu64
-                "\n"
-                "  rows_removed %" PRIu64
-                "\n"
-                "  write_failures %" PRIu64
-                "\n"
-                "  write_microseconds %" PRIu64
-                "\n"
-                "  changes_waiting %zu\n",
-                figures.groups, figures.changesKept, figures.changesRefused, figures.rowsRemoved,
-                figures.failures, figures.microseconds, _sqlite->waiting());
-  return text;
+void ServerStore::setCounters(Counters* counters) const {
+  if (_sqlite != nullptr) _sqlite->setCounters(counters);
 }
 
 #else
@@ -81,9 +59,7 @@ ServerStore::ServerStore(EventLoop&, const std::optional<std::string>& path, Dur
 ServerStore::~ServerStore() = default;
 void ServerStore::setRetention(const RetentionLimits&) {}
 void ServerStore::finish() {}
-std::string ServerStore::report() const {
-  return {};
-}
+void ServerStore::setCounters(Counters*) const {}
 
 #endif
 

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "dch/core/counters.h"
 #include "dch/core/log.h"
 #include "dch/core/store.h"
 #include "dch/net/event_loop.h"
@@ -34,8 +35,8 @@ class ServerStore {
   // Waits until all changes that were appended are concluded.
   void finish();
 
-  // What it has done so far, for the operator who asks. Throws std::bad_alloc.
-  std::string report() const;
+  // Brings the counters of the file up to date.
+  void setCounters(Counters* counters) const;
 
  private:
   std::unique_ptr<Waker> _waker;

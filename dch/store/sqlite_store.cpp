@@ -99,6 +99,16 @@ void SqliteStore::setRetention(const RetentionLimits& limits) {
   _isAppended.notify_one();
 }
 
+void SqliteStore::setCounters(Counters* counters) const {
+  const StoreFigures done = figures();
+  counters->set(Counter::groupsWritten, done.groups);
+  counters->set(Counter::changesKept, done.changesKept);
+  counters->set(Counter::changesRefused, done.changesRefused);
+  counters->set(Counter::rowsRemoved, done.rowsRemoved);
+  counters->set(Counter::writeFailures, done.failures);
+  counters->set(Counter::writeMicroseconds, done.microseconds);
+}
+
 void SqliteStore::run() {
   for (;;) {
     Items group;

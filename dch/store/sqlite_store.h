@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "dch/core/counters.h"
 #include "dch/core/log.h"
 #include "dch/core/store.h"
 #include "dch/store/file_writer.h"
@@ -66,6 +67,9 @@ class SqliteStore : public Store {
 
   // What has been done so far. Any thread.
   StoreFigures figures() const { return _writer.figures(); }
+
+  // Brings the counters of what has been done up to date.
+  void setCounters(Counters* counters) const;
 
  private:
   struct Item {
