@@ -1,0 +1,74 @@
+// Every counter and gauge moves, by exactly what happened: one without a case does not compile.
+#include <gtest/gtest.h>
+
+#include "dch/testkit/counter_cases.h"
+
+namespace dch {
+namespace {
+
+namespace cases = testkit::counter_cases;
+
+struct CounterCase {
+  Counter counter;
+  void (*happen)();
+};
+
+// In the order of Counter.
+constexpr CounterCase counterCases[] = {
+    {Counter::rowsReceived, cases::rowsReceived},
+    {Counter::rowsKept, cases::rowsKept},
+    {Counter::pushed, cases::pushed},
+    {Counter::pushesLost, cases::pushesLost},
+    {Counter::subscribersGone, cases::subscribersGone},
+    {Counter::subscriptionsRefused, cases::subscriptionsRefused},
+    {Counter::answersDropped, cases::answersDropped},
+    {Counter::answersIgnored, cases::answersIgnored},
+    {Counter::changesNotKept, cases::changesNotKept},
+    {Counter::deferralsForgotten, cases::deferralsForgotten},
+    {Counter::resultsForgotten, cases::resultsForgotten},
+    {Counter::waitersForgotten, cases::waitersForgotten},
+    {Counter::actionsNotAllowed, cases::actionsNotAllowed},
+    {Counter::notAllowed, cases::notAllowed},
+    {Counter::brokenMessages, cases::brokenMessages},
+    {Counter::datagramsThrownAway, cases::datagramsThrownAway},
+    {Counter::emptyDatagrams, cases::emptyDatagrams},
+    {Counter::longAnswersGivenUp, cases::longAnswersGivenUp},
+    {Counter::connectionsRefused, cases::connectionsRefused},
+    {Counter::acceptFailures, cases::acceptFailures},
+    {Counter::stalledConnections, cases::stalledConnections},
+    {Counter::logLinesDropped, cases::logLinesDropped},
+    {Counter::groupsWritten, cases::groupsWritten},
+    {Counter::changesKept, cases::changesKept},
+    {Counter::changesRefused, cases::changesRefused},
+    {Counter::rowsRemoved, cases::rowsRemoved},
+    {Counter::writeFailures, cases::writeFailures},
+    {Counter::writeMicroseconds, cases::writeMicroseconds},
+    {Counter::applications, cases::applications},
+    {Counter::sources, cases::sources},
+    {Counter::sourcesOnline, cases::sourcesOnline},
+    {Counter::subscriptions, cases::subscriptions},
+    {Counter::connections, cases::connections},
+    {Counter::changesWaiting, cases::changesWaiting},
+};
+
+constexpr bool everyCounterHasACase() {
+  std::size_t number = 0;
+  for (const CounterCase& each : counterCases)
+    if (each.counter != Counter{number++}) return false;
+  return Counter{number} == Counter::count;
+}
+static_assert(everyCounterHasACase());
+
+class CountersTest : public testing::TestWithParam<CounterCase> {};
+
+TEST_P(CountersTest, MovesByWhatHappened) {
+  GetParam().happen();
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, CountersTest, testing::ValuesIn(counterCases),
+                         [](const testing::TestParamInfo<CounterCase>& each) {
+                           return std::string(counterDescriptions[each.index].name);
+                         });
+
+}  // namespace
+}  // namespace dch
