@@ -205,6 +205,33 @@ Seeds streamSeeds() {
   return seeds;
 }
 
+// As fuzz/core.cpp takes them: all requests with a restart behind each, or with a slow store that
+// keeps all, or every other change, or dies.
+Seeds coreSeeds() {
+  constexpr unsigned onConnection = 0x20, isRefused = 0x80, storeChanges = 5, concluded = 6;
+  constexpr unsigned dies = 7;
+  Seeds seeds;
+  for (const unsigned carrier : {0u, onConnection}) {
+    std::string together, restarted, kept, refused, dying;
+    unsigned client = 0;
+    for (const std::string& request : requests()) {
+      const std::string message = byte(carrier | client << 3) + piece(request);
+      together += message;
+      restarted += message + byte(dies);
+      kept += message + byte(concluded);
+      refused += message + byte(concluded) + message + byte(concluded | isRefused);
+      dying += message + message + byte(dies | 1 << 3) + byte(storeChanges) + byte(storeChanges);
+      client = (client + 1) & 3;
+    }
+    for (const std::string& steps : {together, restarted})
+      seeds.push_back(steps + byte(dies) + steps);
+    for (const std::string& steps : {together, kept, refused, dying})
+      seeds.push_back(byte(storeChanges) + steps + byte(dies | 2 << 3) + steps +
+                      byte(storeChanges));
+  }
+  return seeds;
+}
+
 // As fuzz/stream_framer.cpp takes them: short pieces, each with its length in front.
 Seeds framerSeeds() {
   Seeds seeds;
@@ -333,6 +360,7 @@ std::map<std::string, Target> targets() {
         words}},
       {"server_datagrams", {datagramSeeds(), words}},
       {"server_stream", {streamSeeds(), words}},
+      {"core", {coreSeeds(), words}},
       {"stream_framer", {framerSeeds(), {std::string("\0\0\0\4", 4), std::string("\0\0\1\54", 4)}}},
       {"configuration_file",
        {{configurationText, "[channel]\nport = 70000\nprot = 1\n", "port = 1919\n", "[channel\n",

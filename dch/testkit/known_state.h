@@ -2,6 +2,7 @@
 #ifndef DCH_TESTKIT_KNOWN_STATE_H
 #define DCH_TESTKIT_KNOWN_STATE_H
 
+#include <algorithm>
 #include <map>
 #include <string>
 #include <utility>
@@ -53,6 +54,9 @@ class KnownState {
   }
 
   const Registry& registry() const { return _registry; }
+  const Deferrals& deferrals() const { return _deferrals; }
+  // Of actions, by their IDs.
+  const std::map<ZORA_Long, ZORA_Long>& results() const { return _results; }
 
   std::string text() const {
     std::string result;
