@@ -202,19 +202,7 @@ TEST_F(ZordchdHostileTest, ServesOnAfterGarbage) {
 
 TEST_F(ZordchdHostileTest, ServesOnAfterGoodMessagesWithSomeBytesChanged) {
   std::mt19937 random(20260131);
-  const std::vector<std::string> good{registerMessage(),
-                                      onlineMessage("HOSTMON", "load", "host1"),
-                                      dataMessage(1, {{"load1", 'D', "0.42"}}),
-                                      subscribeMessage("HOSTMON", "load"),
-                                      statusSubscribeMessage(),
-                                      actionMessage("action", 1, "parameters"),
-                                      actionResultsMessage(1),
-                                      deferralMessage(1),
-                                      catalogueMessage(DCH_REQUEST_APPLICATIONS),
-                                      catalogueMessage(DCH_REQUEST_ATTRIBUTES, "HOSTMON"),
-                                      catalogueMessage(DCH_REQUEST_HELP, "HOSTMON"),
-                                      offlineMessage(1),
-                                      unregisterMessage("HOSTMON")};
+  const std::vector<std::string> good = requestsOfEachKind("HOSTMON", 1);
   flood(6000, [&](int round) {
     std::string message = good[static_cast<std::size_t>(round) % good.size()];
     for (int change = 0; change < 3; ++change)

@@ -115,6 +115,23 @@ std::string deferralMessage(ZORA_Long actionId, const std::string& table) {
   });
 }
 
+std::vector<std::string> requestsOfEachKind(const std::string& application, ZORA_Long handle) {
+  const std::string text = "appl:" + application + ",KEY;help:some;group:load;attr:load1,D,16;";
+  return {registerMessage(text, application, "KEY"),
+          onlineMessage(application, "load", "host1"),
+          dataMessage(handle, {{"load1", 'D', "0.42"}}),
+          subscribeMessage(application, "load"),
+          statusSubscribeMessage(),
+          actionMessage("action", 1, "parameters"),
+          actionResultsMessage(1),
+          deferralMessage(1),
+          catalogueMessage(DCH_REQUEST_APPLICATIONS),
+          catalogueMessage(DCH_REQUEST_ATTRIBUTES, application.c_str()),
+          catalogueMessage(DCH_REQUEST_HELP, application.c_str()),
+          offlineMessage(handle),
+          unregisterMessage(application)};
+}
+
 std::string withLengthWord(std::string message, std::uint32_t length) {
   const std::uint32_t word = htonl(length);
   std::memcpy(message.data(), &word, sizeof word);

@@ -41,6 +41,10 @@ std::string actionMessage(const std::string& action, ZORA_Long id,
 std::string actionResultsMessage(ZORA_Long id);
 std::string deferralMessage(ZORA_Long actionId, const std::string& table = "TABLE");
 
+// A request of each kind, from a registration of group load to the end of it, for this application
+// and this handle of it.
+std::vector<std::string> requestsOfEachKind(const std::string& application, ZORA_Long handle);
+
 // The same message with another length word.
 std::string withLengthWord(std::string message, std::uint32_t length);
 
