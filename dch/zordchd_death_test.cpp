@@ -11,6 +11,7 @@
 #include <set>
 #include <sstream>
 
+#include "dch/testkit/kept_rows.h"
 #include "dch/testkit/numbered_sender.h"
 #include "dch/testkit/server_process.h"
 #include "dch/testkit/store_test.h"
@@ -28,52 +29,6 @@ unsigned numberFrom(const char* variable, unsigned otherwise) {
   const char* const given = std::getenv(variable);
   return given != nullptr ? static_cast<unsigned>(std::strtoul(given, nullptr, 10)) : otherwise;
 }
-
-// What was found of the rows of the books.
-struct Found {
-  std::uint64_t acknowledged = 0;
-  std::uint64_t unanswered = 0;  // rows that are there and nobody was told so
-  std::uint64_t repeated = 0;    // of those that were sent again without an answer
-  std::uint64_t lost = 0;
-  std::uint64_t doubled = 0;  // although they were sent once
-  std::uint64_t outOfOrder = 0;
-  std::uint64_t strange = 0;  // nobody sent them
-};
-
-// The rows of one source, compared with its book one by one.
-class SourceRows {
- public:
-  SourceRows(const SourceBook& book, Found* found) : _book(book), _found(found) {}
-
-  void take(std::uint32_t number) {
-    if (number > _book.sent || number == 0) {
-      ++_found->strange;
-    } else if (number > _last) {
-      _found->lost += lostBetween(_last, number);
-      (number <= _book.acknowledged ? _found->acknowledged : _found->unanswered) += 1;
-      _last = number;
-      _timesOfLast = 1;
-    } else if (number < _last) {
-      ++_found->outOfOrder;
-    } else {
-      const auto sends = _book.sends.find(number);
-      const bool isRepeated = sends != _book.sends.end() && ++_timesOfLast <= sends->second;
-      ++(isRepeated ? _found->repeated : _found->doubled);
-    }
-  }
-  void finish() const { _found->lost += lostBetween(_last, _book.acknowledged + 1); }
-
- private:
-  std::uint64_t lostBetween(std::uint32_t before, std::uint32_t next) const {
-    const std::uint32_t end = std::min(next, _book.acknowledged + 1);
-    return end > before + 1 ? end - before - 1 : 0;
-  }
-
-  const SourceBook& _book;
-  Found* const _found;
-  std::uint32_t _last = 0;
-  std::uint32_t _timesOfLast = 0;
-};
 
 class ZordchdDeathTest : public ::testing::Test {
  protected:
@@ -143,12 +98,13 @@ class ZordchdDeathTest : public ::testing::Test {
   }
 
   // Compares the file, as somebody else reads it, with what the senders were told.
-  Found compareWithFile() {
-    Found found;
+  KeptRows compareWithFile() {
+    KeptRows found;
     std::set<ZORA_Long> handles;
     for (const NumberedSender& sender : _senders) {
       const SenderBook book = sender.book();
-      compareRows(book, &found);
+      // One that is not registered has not come to rows.
+      if (book.version > 0) compareRows(_path, book.application + ".rows", book.sources, &found);
       for (const SourceBook& source : book.sources) {
         if (source.handle == 0) continue;
         EXPECT_TRUE(handles.insert(source.handle).second) << "two have handle " << source.handle;
@@ -163,25 +119,6 @@ class ZordchdDeathTest : public ::testing::Test {
     EXPECT_EQ(found.outOfOrder, 0u);
     EXPECT_EQ(found.strange, 0u);
     return found;
-  }
-
-  void compareRows(const SenderBook& book, Found* found) {
-    if (book.version == 0) return;  // it has not come to rows
-    std::map<std::string, SourceRows> rows;
-    for (const SourceBook& source : book.sources) rows.try_emplace(source.name, source, found);
-    // The rows of a group come in the order in which they were kept.
-    std::istringstream lines(
-        query(_path, "SELECT source, number FROM \"" + book.application + ".rows\""));
-    for (std::string line; std::getline(lines, line);) {
-      const std::size_t bar = line.find('|');
-      const auto known = rows.find(line.substr(0, bar));
-      if (bar == std::string::npos || known == rows.end()) {
-        ADD_FAILURE() << book.application << ": " << line;
-        continue;
-      }
-      known->second.take(static_cast<std::uint32_t>(std::stoul(line.substr(bar + 1))));
-    }
-    for (const auto& [name, each] : rows) each.finish();
   }
 
   void compareDeferrals() {
@@ -225,7 +162,7 @@ TEST_F(ZordchdDeathTest, LosesNothingThatItAcknowledged) {
     rows += sender.rows();
   }
   noteDeferrals();
-  const Found found = compareWithFile();
+  const KeptRows found = compareWithFile();
   EXPECT_EQ(found.acknowledged, rows);
   for (NumberedSender& sender : _senders) EXPECT_EQ(sender.compareWithServer(), "");
   EXPECT_EQ(query(_path, "PRAGMA integrity_check"), "ok\n");

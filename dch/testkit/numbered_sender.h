@@ -6,7 +6,6 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -16,19 +15,10 @@
 #include <vector>
 
 #include "dch/testkit/clients.h"
+#include "dch/testkit/kept_rows.h"
 #include "zora/zora.h"
 
 namespace dch::testkit {
-
-// What a sender knows of one of its sources. Rows have the numbers from 1.
-struct SourceBook {
-  std::string name;
-  ZORA_Long handle = 0;  // 0 until it was told
-  bool isOnline = false;
-  std::uint32_t sent = 0;
-  std::uint32_t acknowledged = 0;                // this one and all before it
-  std::map<std::uint32_t, std::uint32_t> sends;  // of rows that were sent more than once, how often
-};
 
 struct SenderBook {
   std::string application;

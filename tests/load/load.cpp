@@ -1,22 +1,18 @@
 // zordchd_load [--seconds N]: 2,000 sources and 500 subscribers against one zordchd for N seconds
 // (20 when not given). In turns 100 more subscribers come that never read, and are killed. Prints
 // what it measured, and fails when a row was lost, when zordchd grew, or when it was slowed down.
-#include <dirent.h>
-#include <sys/resource.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <thread>
 
 #include "dch/testkit/server_process.h"
+#include "tests/load/measures.h"
 #include "tests/load/providers.h"
 #include "tests/load/subscribers.h"
 #include "zordchcl/zordchcl.h"
@@ -47,26 +43,6 @@ constexpr long toleratedGrowthKilobytes = 32 * 1024;
 constexpr long toleratedGrowthKilobytes = 512;
 #endif
 
-// What a process uses now.
-struct Usage {
-  long residentKilobytes = 0;
-  int descriptors = 0;
-};
-
-Usage usageOf(pid_t process) {
-  const std::string folder = "/proc/" + std::to_string(process);
-  Usage usage;
-  std::ifstream status(folder + "/status");
-  for (std::string line; std::getline(status, line);)
-    if (line.starts_with("VmRSS:")) usage.residentKilobytes = std::atol(line.c_str() + 6);
-  DIR* const descriptors = opendir((folder + "/fd").c_str());
-  if (descriptors == nullptr || usage.residentKilobytes == 0)
-    throw std::runtime_error("zordchd has ended");
-  while (const dirent* entry = readdir(descriptors)) usage.descriptors += entry->d_name[0] != '.';
-  closedir(descriptors);
-  return usage;
-}
-
 // The highest use before and after zordchd has had its time to settle.
 struct Growth {
   Usage settled;
@@ -78,21 +54,6 @@ struct Growth {
     highest.descriptors = std::max(highest.descriptors, usage.descriptors);
   }
 };
-
-struct Quantiles {
-  double p50 = 0, p99 = 0, longest = 0;  // milliseconds
-  std::size_t count = 0;
-};
-
-Quantiles quantilesOf(Latencies latencies) {
-  if (latencies.empty()) throw std::runtime_error("no row was acknowledged in one of the phases");
-  std::sort(latencies.begin(), latencies.end());
-  const auto at = [&](double share) {
-    return latencies[static_cast<std::size_t>(share * static_cast<double>(latencies.size() - 1))] /
-           1000.0;
-  };
-  return {at(0.5), at(0.99), at(1), latencies.size()};
-}
 
 // Runs the phases in turns until the time is over.
 Growth runPhases(Providers* providers, pid_t server, double seconds) {
@@ -174,11 +135,6 @@ void reportGrowth(const Growth& growth, double settlingSeconds) {
   check(growth.later.descriptors <= growth.settled.descriptors, "zordchd leaves descriptors open");
 }
 
-void pointLibraryTo(int port) {
-  setenv("ZORA_DCH_ADDR", "127.0.0.1", 1);
-  setenv("ZORA_DCH_PORT", std::to_string(port).c_str(), 1);
-}
-
 int run(double seconds) {
 #ifdef WITH_SANITIZER
   // Memory that was freed is not to be kept for long: it is zordchd's use that is looked at.
@@ -211,23 +167,12 @@ int run(double seconds) {
   return failures == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
-// Each subscriber has two sockets.
-void raiseDescriptorLimit() {
-  constexpr rlim_t needed = 2 * readerCount + 200;
-  rlimit limit{};
-  getrlimit(RLIMIT_NOFILE, &limit);
-  if (limit.rlim_max < needed)
-    throw std::runtime_error("the hard limit on open files is below " + std::to_string(needed));
-  limit.rlim_cur = std::max(limit.rlim_cur, needed);
-  setrlimit(RLIMIT_NOFILE, &limit);
-}
-
 }  // namespace
 }  // namespace load
 
 int main(int argc, char** argv) {
   try {
-    load::raiseDescriptorLimit();
+    load::raiseDescriptorLimit(load::readerCount);
     if (argc == 3 && std::strcmp(argv[1], "--deaf") == 0) {
       DCH_api_init();
       return load::DeafSubscribers::beDeaf(std::atoi(argv[2]));

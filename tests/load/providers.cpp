@@ -29,11 +29,13 @@ std::string applicationName(int application) {
   return "LOAD" + std::to_string(application);
 }
 
-Providers::Providers(int sourceCount, int threadCount)
+Providers::Providers(int sourceCount, int threadCount, Server server)
     : _sourceCount(sourceCount),
+      _server(server),
       _workers(static_cast<std::size_t>(threadCount)),
       _handles(static_cast<std::size_t>(sourceCount)),
-      _acknowledged(static_cast<std::size_t>(sourceCount)) {}
+      _acknowledged(static_cast<std::size_t>(sourceCount)),
+      _sends(static_cast<std::size_t>(sourceCount)) {}
 
 void Providers::goOnline() {
   for (int application = 0; application < applicationCount; ++application) {
@@ -71,6 +73,20 @@ Latencies Providers::latencies(Phase phase) const {
   return all;
 }
 
+std::vector<dch::testkit::SourceBook> Providers::booksOf(int application) const {
+  std::vector<dch::testkit::SourceBook> books;
+  for (int source = application; source < _sourceCount; source += applicationCount) {
+    const auto index = static_cast<std::size_t>(source);
+    dch::testkit::SourceBook& book = books.emplace_back();
+    book.name = sourceName(source);
+    book.handle = _handles[index];
+    book.acknowledged = _acknowledged[index];
+    book.sent = book.acknowledged + 1;
+    book.sends = _sends[index];
+  }
+  return books;
+}
+
 void Providers::runEach(void (Providers::*work)(int worker)) {
   for (std::size_t i = 0; i < _workers.size(); ++i)
     _workers[i].thread = std::thread(work, this, static_cast<int>(i));
@@ -89,7 +105,7 @@ void Providers::takeOnline(int worker) {
 
 void Providers::sendRows(int worker) {
   const int step = static_cast<int>(_workers.size());
-  const std::chrono::duration<double> interval(step / _rowsPerSecond);
+  const std::chrono::duration<double> interval(_rowsPerSecond > 0 ? step / _rowsPerSecond : 0);
   Latencies* const latencies = _workers[static_cast<std::size_t>(worker)].latencies;
   Clock::time_point due = Clock::now();
   for (std::uint32_t number = 1; !_stopping; ++number)
@@ -101,14 +117,29 @@ void Providers::sendRows(int worker) {
       const Phase phase = _phase;
       const Clock::time_point start = Clock::now();
       if (!sendRow(source, number)) return;
+      ++_rows;
       const auto taken =
           std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start);
       _acknowledged[static_cast<std::size_t>(source)] = number;
-      if (phase == _phase) latencies[phase].push_back(static_cast<std::uint32_t>(taken.count()));
+      if (phase == _phase && !_sends[static_cast<std::size_t>(source)].contains(number))
+        latencies[phase].push_back(static_cast<std::uint32_t>(taken.count()));
     }
 }
 
 bool Providers::sendRow(int source, std::uint32_t number) {
+  ZORA_Long status = sendRowOnce(source, number);
+  while (status == DCH_STATUS_NO_ANSWER && _server == Server::mayDie && !_stopping) {
+    ++_sends[static_cast<std::size_t>(source)].try_emplace(number, 1).first->second;
+    status = sendRowOnce(source, number);
+  }
+  if (status == DCH_STATUS_OK) return true;
+  // What was not answered before the end may be there.
+  if (status == DCH_STATUS_NO_ANSWER && _server == Server::mayDie) return false;
+  fail("dp_data", 1, status);
+  return false;
+}
+
+ZORA_Long Providers::sendRowOnce(int source, std::uint32_t number) {
   char* buffer = nullptr;
   ZORA_Long size = 0;
   ZORA_Long status = 0;
@@ -118,9 +149,7 @@ bool Providers::sendRow(int source, std::uint32_t number) {
   dp_formatData(&status, &buffer, &size, "number", &number, sizeof number, 'G');
   dp_formatData(&status, &buffer, &size, "filler", filler, sizeof filler, 'T');
   const int result = dp_data(&status, _handles[static_cast<std::size_t>(source)], 0, &buffer);
-  if (result == 0 && status == 0) return true;
-  fail("dp_data", result, status);
-  return false;
+  return result == 0 || status != DCH_STATUS_OK ? status : ZORA_Long{DCH_STATUS_NO_ANSWER};
 }
 
 void Providers::fail(const std::string& request, int result, ZORA_Long status) {

@@ -4,11 +4,13 @@
 
 #include <atomic>
 #include <cstdint>
+#include <map>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "dch/testkit/kept_rows.h"
 #include "zora/zora.h"
 
 namespace load {
@@ -26,10 +28,13 @@ enum Phase { allRead, someDeaf, someKilled, phaseCount };
 using Latencies = std::vector<std::uint32_t>;
 
 // Registers the applications, takes the sources on line and sends their rows through the exported
-// functions, from a few threads. A request that fails ends the sending.
+// functions, from a few threads. A request that fails ends the sending, but for a row without an
+// answer where the server may die: that is sent again until it has one.
 class Providers {
  public:
-  Providers(int sourceCount, int threadCount);
+  enum class Server { lives, mayDie };
+
+  Providers(int sourceCount, int threadCount, Server server = Server::lives);
   ~Providers() { stop(); }
   Providers(const Providers&) = delete;
   Providers& operator=(const Providers&) = delete;
@@ -37,7 +42,7 @@ class Providers {
   // Returns once all sources are on line. Throws std::runtime_error.
   void goOnline();
 
-  // Sends so many rows in a second, the sources in turn, until stop().
+  // Sends so many rows in a second, or as many as can be for 0, the sources in turn, until stop().
   void start(double rowsPerSecond);
   void stop();
 
@@ -49,7 +54,13 @@ class Providers {
   // After stop(): the number of the last row that was acknowledged, for each source; all before it
   // were acknowledged too.
   const std::vector<std::uint32_t>& acknowledged() const { return _acknowledged; }
+  // Of rows that were answered when they were sent for the first time.
   Latencies latencies(Phase phase) const;
+  // After stop(): what the sources of an application know of their rows.
+  std::vector<dch::testkit::SourceBook> booksOf(int application) const;
+
+  // How many rows were acknowledged so far. Any time.
+  std::uint64_t rows() const { return _rows; }
 
   static int applicationOf(int source) { return source % applicationCount; }
 
@@ -63,12 +74,16 @@ class Providers {
   void takeOnline(int worker);
   void sendRows(int worker);
   bool sendRow(int source, std::uint32_t number);
+  ZORA_Long sendRowOnce(int source, std::uint32_t number);
   void fail(const std::string& request, int result, ZORA_Long status);
 
   const int _sourceCount;
+  const Server _server;
   std::vector<Worker> _workers;
   std::vector<ZORA_Long> _handles;
   std::vector<std::uint32_t> _acknowledged;
+  std::vector<std::map<std::uint32_t, std::uint32_t>> _sends;  // of rows sent again, by source
+  std::atomic<std::uint64_t> _rows{0};
   double _rowsPerSecond = 0;
   std::atomic<Phase> _phase{allRead};
   std::atomic<bool> _stopping{false};

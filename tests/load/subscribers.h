@@ -3,6 +3,7 @@
 #define TESTS_LOAD_SUBSCRIBERS_H
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <thread>
 #include <vector>
@@ -34,6 +35,10 @@ class Readers {
   // come for twenty seconds, and counts. To be called once, when no more rows are sent.
   Delivery finish(const std::vector<std::uint32_t>& acknowledged);
 
+  // The same where the server has died and nobody knows which rows were the last: counts those that
+  // are missing between others.
+  Delivery finish();
+
  private:
   struct Reader {
     void* handle;
@@ -41,10 +46,12 @@ class Readers {
     std::vector<std::uint32_t> lastNumber;  // by source
     std::uint64_t received = 0;
     std::uint64_t doubled = 0;
+    std::uint64_t missing = 0;  // between those of a source
   };
 
   void run();
   void take(Reader* reader);
+  void waitUntilQuiet(std::uint64_t expected, std::chrono::milliseconds longestSilence) const;
   std::uint64_t dropped() const;
   void stop();
 
