@@ -84,7 +84,7 @@ inline constexpr CounterDescription counterDescriptions[] = {
     {Counter::notAllowed, "not_allowed", "datagrams and connections from where none are allowed"},
     {Counter::brokenMessages, "broken_messages", "what was no whole message on a connection"},
     {Counter::datagramsThrownAway, "datagrams_thrown_away",
-     "datagrams for which the system had no room"},
+     "datagrams for which there was no room"},
     {Counter::emptyDatagrams, "empty_datagrams", "datagrams without a byte"},
     {Counter::longAnswersGivenUp, "long_answers_given_up",
      "answers of several datagrams whose client asked something else meanwhile"},

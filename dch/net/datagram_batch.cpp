@@ -33,10 +33,15 @@ std::size_t DatagramBatch::receive(int socket) {
   }
   _thrownAway = 0;
   const int count = recvmmsg(socket, _headers.data(), capacity, MSG_DONTWAIT, nullptr);
-  if (count <= 0) return 0;
-  const auto received = static_cast<std::size_t>(count);
-  for (std::size_t i = 0; i < received; ++i) readDetails(i);
-  return received;
+  _count = count > 0 ? static_cast<std::size_t>(count) : 0;
+  for (std::size_t i = 0; i < _count; ++i) readDetails(i);
+  return _count;
+}
+
+std::size_t DatagramBatch::byteCount() const {
+  std::size_t bytes = 0;
+  for (std::size_t i = 0; i < _count; ++i) bytes += _headers[i].msg_len;
+  return bytes;
 }
 
 Message DatagramBatch::message(std::size_t number, Time receivedAt) const {

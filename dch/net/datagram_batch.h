@@ -36,6 +36,9 @@ class DatagramBatch {
   // Valid until the next receive(). One longer than maxDatagramBytes is not whole.
   Message message(std::size_t number, Time receivedAt) const;
 
+  // Of all that was received last.
+  std::size_t byteCount() const;
+
   // How many of the socket's datagrams the system has thrown away, as it told with the last ones;
   // 0 where it told nothing. It counts to 2^32.
   std::uint32_t thrownAway() const { return _thrownAway; }
@@ -53,6 +56,7 @@ class DatagramBatch {
 
   const std::unique_ptr<Slot[]> _slots;
   std::array<mmsghdr, capacity> _headers{};
+  std::size_t _count = 0;
   std::uint32_t _thrownAway = 0;
 };
 

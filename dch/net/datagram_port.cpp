@@ -1,7 +1,9 @@
 #include "dch/net/datagram_port.h"
 
-#include <sys/epoll.h>
+#include <linux/sock_diag.h>
+#include <sys/socket.h>
 
+#include <algorithm>
 #include <new>
 #include <utility>
 
@@ -17,13 +19,32 @@ constexpr std::size_t mostAtATime = 16;
 // How often it is looked for more before others have their turn.
 constexpr int mostRounds = 8;
 
-// Of one socket. Empty datagrams, which leave nothing that waits, would have no other end.
-constexpr std::size_t mostBatches = WaitingDatagrams::mostDatagrams / DatagramBatch::capacity;
+// Of one socket, and of all of them, before what has come is worked off.
+constexpr int mostBatches = 16;
+constexpr int mostBatchesOfAll = 128;
+
+// For how long it is worked off what waits before others have their turn.
+constexpr std::chrono::milliseconds turnTime{1};
+
+// For how long a burst goes on: after that of each sender only its share is taken, until there has
+// been no need for so long.
+constexpr std::chrono::milliseconds burstTime{50};
+
+// What the system needs at least for a datagram, beside its bytes.
+constexpr std::size_t leastOverhead = 512;
 
 Descriptor openSet() {
   Descriptor set(epoll_create1(EPOLL_CLOEXEC));
   if (!set.isOpen()) throwSystemError("cannot watch over sockets");
   return set;
+}
+
+// The memory that holds what `socket` has received, as the system counts it.
+std::size_t bytesReceived(int socket) {
+  std::array<std::uint32_t, SK_MEMINFO_VARS> memory{};
+  socklen_t length = sizeof memory;
+  getsockopt(socket, SOL_SOCKET, SO_MEMINFO, memory.data(), &length);
+  return memory[SK_MEMINFO_RMEM_ALLOC];
 }
 
 }  // namespace
@@ -48,12 +69,20 @@ void DatagramPort::watch(Socket* socket) {
     throwSystemError("cannot watch over a socket");
 }
 
-// Each socket is read once: a client that goes on sending does not keep the server from ending.
 void DatagramPort::drain() {
+  for (Socket& socket : _sockets) socket.bytesToDrain = bytesReceived(socket.descriptor.get());
   handleAllWaiting();
-  for (Socket& socket : _sockets) {
-    receiveFrom(&socket);
+  for (Socket& socket : _sockets) drain(&socket);
+}
+
+// A client that goes on sending does not keep the server from ending.
+void DatagramPort::drain(Socket* socket) {
+  while (socket->bytesToDrain > 0) {
+    const std::size_t received = receiveBatch(socket);
     handleAllWaiting();
+    if (received == 0) return;
+    const std::size_t bytes = received * leastOverhead + _batch.byteCount();
+    socket->bytesToDrain -= std::min(bytes, socket->bytesToDrain);
   }
 }
 
@@ -72,33 +101,50 @@ void DatagramPort::setHeldUp(bool isHeldUp) {
   if (!isHeldUp && !_again.isSet()) _again.set(Alarm::Clock::now());
 }
 
-// Returns whether there was something to do. What the system keeps comes first: it has less room.
+// Returns whether there may be more to do. What the system keeps comes first: it has less room.
 bool DatagramPort::workOnce() {
   std::array<epoll_event, mostAtATime> readable;
-  const int count = _waiting.isFull()
+  const int found = _waiting.isFull()
                         ? 0
                         : epoll_wait(_anyReadable.descriptor(), readable.data(), mostAtATime, 0);
-  for (int i = 0; i < count; ++i)
-    receiveFrom(static_cast<Socket*>(readable[static_cast<std::size_t>(i)].data.ptr));
-  if (count <= 0 && _waiting.empty()) return false;
-  handleWaiting();
-  _worked();
-  return true;
+  const std::size_t count = found > 0 ? static_cast<std::size_t>(found) : 0;
+  if (count == 0 && _waiting.empty()) return false;
+  receiveFrom(std::span(readable).first(count));
+  return handleWaitingForAWhile();
 }
 
-// A few datagrams are handled where they are; of many the system's room is emptied first.
-void DatagramPort::receiveFrom(Socket* socket) {
-  for (std::size_t batch = 0; batch < mostBatches; ++batch)
-    if (receiveBatch(socket) < DatagramBatch::capacity || _waiting.isFull()) break;
+// They are in the order in which something came. Those that are not reached come first next time.
+void DatagramPort::receiveFrom(std::span<epoll_event> readable) {
+  const auto first = std::find_if(readable.begin(), readable.end(), [this](const auto& each) {
+    return each.data.ptr == _firstNextTime;
+  });
+  if (first != readable.end()) std::rotate(readable.begin(), first, readable.end());
+  _firstNextTime = nullptr;
+  int batches = 0;
+  for (const epoll_event& each : readable) {
+    auto* const socket = static_cast<Socket*>(each.data.ptr);
+    if (batches >= mostBatchesOfAll || _waiting.isFull()) {
+      _firstNextTime = socket;
+      return;
+    }
+    batches += receiveFrom(socket);
+  }
+}
+
+// Returns the number of batches.
+int DatagramPort::receiveFrom(Socket* socket) {
+  int batches = 0;
+  while (!_waiting.isFull() && batches < mostBatches) {
+    ++batches;
+    if (receiveBatch(socket) < DatagramBatch::capacity) break;
+  }
+  return batches;
 }
 
 // Returns how many came.
 std::size_t DatagramPort::receiveBatch(Socket* socket) {
   const std::size_t received = _batch.receive(socket->descriptor.get());
-  if (_batch.thrownAway() != 0) {
-    _counters.add(Counter::datagramsThrownAway, _batch.thrownAway() - socket->thrownAway);
-    socket->thrownAway = _batch.thrownAway();
-  }
+  countThrownAway(socket);
   const Time receivedAt = now();
   std::size_t count = 0;
   for (std::size_t i = 0; i < received; ++i) {
@@ -115,13 +161,24 @@ std::size_t DatagramPort::receiveBatch(Socket* socket) {
   return received;
 }
 
+void DatagramPort::countThrownAway(Socket* socket) {
+  if (_batch.thrownAway() == 0) return;
+  _counters.add(Counter::datagramsThrownAway, _batch.thrownAway() - socket->thrownAway);
+  socket->thrownAway = _batch.thrownAway();
+}
+
 void DatagramPort::keepWaiting(std::size_t count) {
+  const Alarm::Clock::time_point now = Alarm::Clock::now();
+  if (now - std::exchange(_keptWaiting, now) > burstTime) _burstBegan = now;
+  _waiting.limitShares(now - _burstBegan > burstTime);
   std::size_t kept = 0;
   try {
-    for (; kept < count; ++kept) _waiting.add(_messages[kept]);
+    for (std::size_t i = 0; i < count; ++i)
+      if (_waiting.add(_messages[i])) ++kept;
   } catch (const std::bad_alloc&) {
-    _counters.add(Counter::datagramsThrownAway, count - kept);
+    // What is left is lost.
   }
+  _counters.add(Counter::datagramsThrownAway, count - kept);
 }
 
 void DatagramPort::handleAllWaiting() {
@@ -129,10 +186,23 @@ void DatagramPort::handleAllWaiting() {
   _worked();
 }
 
+// Returns whether it is done with them.
+bool DatagramPort::handleWaitingForAWhile() {
+  if (_waiting.empty()) {
+    _worked();
+    return true;
+  }
+  const Alarm::Clock::time_point end = Alarm::Clock::now() + turnTime;
+  do {
+    handleWaiting();
+    _worked();
+  } while (!_waiting.empty() && !_isHeldUp && Alarm::Clock::now() < end);
+  return _waiting.empty();
+}
+
 void DatagramPort::handleWaiting() {
-  const std::size_t count = _waiting.peek(_messages);
+  const std::size_t count = _waiting.take(_messages);
   _receive(std::span(_messages).first(count));
-  _waiting.remove(count);
 }
 
 }  // namespace dch

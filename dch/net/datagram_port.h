@@ -2,6 +2,8 @@
 #ifndef DCH_NET_DATAGRAM_PORT_H
 #define DCH_NET_DATAGRAM_PORT_H
 
+#include <sys/epoll.h>
+
 #include <array>
 #include <functional>
 #include <span>
@@ -33,7 +35,7 @@ class DatagramPort {
   // From now on what comes is received.
   void start() { _anyReadable.waitUntilReadable(); }
 
-  // Has what has come in already handled.
+  // Has what has come in already handled, and not what comes meanwhile.
   void drain();
 
   // While it is held up nothing is taken from the system, and what waits goes on waiting.
@@ -46,15 +48,20 @@ class DatagramPort {
   struct Socket {
     Descriptor descriptor;
     std::uint32_t thrownAway = 0;  // as the system told last
+    std::size_t bytesToDrain = 0;  // of the system's memory
   };
 
   void watch(Socket* socket);
   void work();
   bool workOnce();
-  void receiveFrom(Socket* socket);
+  void receiveFrom(std::span<epoll_event> readable);
+  int receiveFrom(Socket* socket);
   std::size_t receiveBatch(Socket* socket);
+  void countThrownAway(Socket* socket);
   void keepWaiting(std::size_t count);
+  void drain(Socket* socket);
   void handleAllWaiting();
+  bool handleWaitingForAWhile();
   void handleWaiting();
 
   const Receive _receive;
@@ -63,6 +70,9 @@ class DatagramPort {
   DatagramBatch _batch;
   std::array<Message, DatagramBatch::capacity> _messages;
   WaitingDatagrams _waiting;
+  Alarm::Clock::time_point _burstBegan;
+  Alarm::Clock::time_point _keptWaiting;  // the last ones
+  Socket* _firstNextTime = nullptr;
   bool _isHeldUp = false;
   Alarm _again;
   std::vector<Socket> _sockets;

@@ -35,7 +35,7 @@ class DatagramPortTest : public ::testing::Test {
 
   void answer(std::span<const Message> messages) {
     for (const Message& each : messages) {
-      if (_received) _received();
+      if (_received) _received(each);
       if (each.isWhole)
         _answers.add(each.origin, each.bytes);
       else
@@ -49,7 +49,7 @@ class DatagramPortTest : public ::testing::Test {
   Counters _counters;
   const testkit::ErrorLog _log{false};
   ServedPort _served;
-  std::function<void()> _received;  // called for each datagram
+  std::function<void(const Message&)> _received;  // called for each datagram
   DatagramPort _port;
   AnswerBatch _answers;
   std::optional<testkit::LoopThread> _thread;
@@ -115,7 +115,7 @@ TEST_F(DatagramPortTest, DrainsWhatHasComeAndNotWhatComesMeanwhile) {
   int count = 0;
   _thread->call([&] {
     constexpr int sent = 100, most = 10 * sent;
-    _received = [&] {
+    _received = [&](const Message&) {
       if (++count < most) client.send("meanwhile");
     };
     for (int i = 0; i < sent; ++i) client.send("before");
@@ -123,6 +123,53 @@ TEST_F(DatagramPortTest, DrainsWhatHasComeAndNotWhatComesMeanwhile) {
     _received = nullptr;
     EXPECT_GE(count, sent);
     EXPECT_LT(count, most);
+  });
+}
+
+TEST_F(DatagramPortTest, EndsToDrainWhileManyClientsGoOnSending) {
+  std::list<UdpClient> clients;
+  for (int i = 0; i < 64; ++i) clients.emplace_back(port());
+  _thread->call([&] {
+    constexpr std::size_t sent = 64 * 8, most = 8 * sent;
+    std::size_t count = 0;
+    _received = [&](const Message&) {
+      if (++count >= most) return;
+      for (int i = 0; i < 2; ++i) {
+        clients.front().send("meanwhile");
+        clients.splice(clients.end(), clients, clients.begin());
+      }
+    };
+    for (int i = 0; i < 8; ++i)
+      for (const UdpClient& each : clients) each.send("before");
+    _port.drain();
+    _received = nullptr;
+    EXPECT_GE(count, sent);
+    EXPECT_LT(count, most);
+  });
+}
+
+TEST_F(DatagramPortTest, LetsNobodyWaitForAllThatAnotherClientSent) {
+  const UdpClient flooding(port());
+  std::list<UdpClient> others;
+  for (int i = 0; i < 20; ++i) others.emplace_back(port());
+  constexpr int flood = 200;
+  std::size_t handled = 0, otherHandled = 0, last = 0;
+  _thread->call([&] {
+    _received = [&](const Message& message) {
+      ++handled;
+      if (message.bytes == "flood") return;
+      ++otherHandled;
+      last = handled;
+    };
+    for (int i = 0; i < flood; ++i) flooding.send("flood");
+    for (const UdpClient& each : others) each.send("other");
+  });
+  for (const UdpClient& each : others) EXPECT_EQ(each.receive(), "other");
+  _thread->call([&] {
+    _received = nullptr;
+    EXPECT_EQ(otherHandled, others.size());
+    // One of the flood has its turn for each of theirs, and some that went before they came.
+    EXPECT_LE(last, 4 * others.size());
   });
 }
 
