@@ -66,6 +66,12 @@ void Channel::drain() {
   settle();
 }
 
+bool Channel::drainRest() {
+  const bool isSome = _streams.drainRest();
+  settle();
+  return isSome;
+}
+
 void Channel::setLimits(const ChannelLimits& limits) {
   AddressRanges allowed = limits.allowed;
   _streams.setLimits(limits.streams);

@@ -45,8 +45,10 @@ class Channel : private Answers, private StreamClient {
   // changed then.
   void setLimits(const ChannelLimits& limits);
 
-  // Does and answers what has come in already, as far as the store does not keep it waiting.
+  // Does and answers what has come in already, as far as the store does not keep it waiting; the
+  // rest of that is done by drainRest(), which returns whether there was some.
   void drain();
+  bool drainRest();
 
   // To be called after the store has concluded something.
   void settle() noexcept;

@@ -77,12 +77,12 @@ void DatagramPort::drain() {
 
 // A client that goes on sending does not keep the server from ending.
 void DatagramPort::drain(Socket* socket) {
-  while (socket->bytesToDrain > 0) {
+  std::size_t& left = socket->bytesToDrain;
+  while (left > 0) {
     const std::size_t received = receiveBatch(socket);
     handleAllWaiting();
-    if (received == 0) return;
     const std::size_t bytes = received * leastOverhead + _batch.byteCount();
-    socket->bytesToDrain -= std::min(bytes, socket->bytesToDrain);
+    left = received > 0 ? left - std::min(bytes, left) : 0;
   }
 }
 

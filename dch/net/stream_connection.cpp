@@ -3,6 +3,7 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <new>
 #include <utility>
@@ -56,12 +57,21 @@ void StreamConnection::waitForMore(bool isHeldUp) {
     _socket.waitUntilReadable();
 }
 
-// As much as lies there now: a client that goes on sending does not keep the server from ending.
-void StreamConnection::drain() {
+// A client that goes on sending does not keep the server from ending.
+void StreamConnection::startToDrain() {
   int bytes = 0;
   ioctl(_socket.descriptor(), FIONREAD, &bytes);
-  for (auto left = static_cast<std::size_t>(bytes) / _buffer.size() + 1; left > 0; --left)
-    if (hasEnded() || _isUnderWay || hasUnsent() || !receive()) return;
+  _bytesToDrain = static_cast<std::size_t>(bytes) + 1;  // the end may be there too
+}
+
+bool StreamConnection::drain() {
+  bool hasReceived = false;
+  while (_bytesToDrain > 0 && !hasEnded() && !_isUnderWay && !hasUnsent()) {
+    _bytesToDrain -= std::min(_bytesToDrain, _buffer.size());
+    if (!receive()) _bytesToDrain = 0;
+    hasReceived = true;
+  }
+  return hasReceived;
 }
 
 bool StreamConnection::send(std::string_view message) noexcept {

@@ -47,8 +47,10 @@ class StreamConnection {
   // up.
   void waitForMore(bool isHeldUp);
 
-  // Receives what has come in already.
-  void drain();
+  // From now on drain() receives what has come in already, as far as messages are wanted then.
+  // Returns whether it received something.
+  void startToDrain();
+  bool drain();
 
   // Sends it, now or when the client reads: waitForMore() is to be called. Returns false when the
   // connection has failed.
@@ -78,6 +80,7 @@ class StreamConnection {
   WatchedSocket _socket;
   StreamFramer _framer;
   std::string _unsent;
+  std::size_t _bytesToDrain = 0;
   Clock::time_point _lastMoved = Clock::now();
   bool _isUnderWay = false;  // a message that was handed over
   bool _isLast = false;      // nothing more is received

@@ -184,10 +184,17 @@ void StreamPort::endNotAllowed() {
 }
 
 void StreamPort::drain() {
+  for (auto& [number, entry] : _connections) entry->connection.startToDrain();
+  drainRest();
+}
+
+bool StreamPort::drainRest() {
+  bool hasReceived = false;
   for (auto& [number, entry] : _connections) {
-    entry->connection.drain();
+    if (entry->connection.drain()) hasReceived = true;
     note(entry.get());
   }
+  return hasReceived;
 }
 
 }  // namespace dch

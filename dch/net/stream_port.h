@@ -75,8 +75,10 @@ class StreamPort : private ConnectionOwner {
 
   std::size_t connectionCount() const { return _connections.size(); }
 
-  // Receives what has come in already.
+  // Receives what has come in already, as far as messages are wanted now; the rest of that is
+  // received later, by drainRest(), which returns whether it received something.
   void drain();
+  bool drainRest();
 
  private:
   struct Entry {

@@ -216,6 +216,25 @@ TEST_F(StreamPortTest, DrainsWhatHasComeAndNotWhatComesMeanwhile) {
   });
 }
 
+TEST_F(StreamPortTest, EndsToDrainWhileAClientGoesOnSending) {
+  TcpClient client(port());
+  EXPECT_EQ(client.ask(message("hello")), message("hello"));
+  int count = 0;
+  _thread->call([&] {
+    constexpr int most = 100;
+    _echo.onReceived = [&] {
+      if (++count < most) client.send(message("meanwhile"));
+    };
+    client.send(message("before"));
+    _port.drain();
+    do _port.settle();
+    while (_port.drainRest());
+    _echo.onReceived = nullptr;
+    EXPECT_GE(count, 1);
+    EXPECT_LT(count, most);
+  });
+}
+
 class StalledStreamTest : public StreamPortTest {
  protected:
   StalledStreamTest()

@@ -75,11 +75,11 @@ void Server::takeSignal(int signal) {
 
 void Server::stop(int signal) {
   _log.write("stopping on signal %d", signal);
+  _channel.drain();
   do {
-    _channel.drain();
     _store.finish();
     _channel.settle();
-  } while (_store.store().waiting() > 0);
+  } while (_channel.drainRest() || _store.store().waiting() > 0);
   _loop.stop();
 }
 
