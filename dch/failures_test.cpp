@@ -4,11 +4,13 @@
 #include <sys/wait.h>
 
 #include <cerrno>
+#include <list>
 #include <new>
 #include <string>
 #include <vector>
 
 #include "dch/core/log.h"
+#include "dch/net/alarm.h"
 #include "dch/net/child_programs.h"
 #include "dch/net/push_socket.h"
 #include "dch/testkit/clients.h"
@@ -28,6 +30,19 @@ TEST(Failures, ATextForALineIsCutShortWithoutMemory) {
   const UnderTest underTest;
   EXPECT_EQ(printable(longText), "?");
   EXPECT_EQ(printable(longText), longText);
+}
+
+TEST(Failures, AnAlarmIsSetWithoutMemory) {
+  EventLoop loop;
+  std::list<Alarm> alarms;
+  for (std::size_t i = 0; i < EventLoop::mostAlarms; ++i) alarms.emplace_back(loop, [] {});
+  refuseAllocation(1);
+  for (Alarm& each : alarms) {
+    const UnderTest underTest;
+    each.set(std::chrono::seconds(1));
+  }
+  EXPECT_FALSE(faultHappened());
+  planFault({});
 }
 
 TEST(Failures, AProgramThatIsGivenUpDoesNotRun) {

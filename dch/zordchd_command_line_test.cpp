@@ -63,6 +63,19 @@ TEST(ZordchdCommandLineTest, EndsWithStatus0OnSIGTERMAndOnSIGINT) {
   }
 }
 
+TEST(ZordchdCommandLineTest, KeepsSignalsThatComeBeforeItCanHandleThem) {
+  ServerProcess server({}, [] {
+    sigset_t early;
+    sigemptyset(&early);
+    for (const int each : {SIGHUP, SIGUSR1}) sigaddset(&early, each);
+    sigprocmask(SIG_BLOCK, &early, nullptr);
+    // They wait for the program that this process becomes.
+    for (const int each : {SIGHUP, SIGUSR1}) raise(each);
+  });
+  EXPECT_TRUE(server.waitForError("rows_received 0\n")) << "the report that SIGUSR1 asks for";
+  EXPECT_EQ(server.stop(SIGTERM), 0);
+}
+
 TEST(ZordchdCommandLineTest, EndsOnASignalInTheMiddleOfAMessage) {
   ServerProcess server;
   TcpClient client(server.port());

@@ -1,11 +1,18 @@
 // The real program with few descriptors, and at the end of them.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 
+#include <cerrno>
+#include <cstddef>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <list>
 #include <string>
 
@@ -38,6 +45,23 @@ void lowerHardLimit() {
   setrlimit(RLIMIT_NOFILE, &limit);
 }
 
+// As a service's sandbox may.
+void forbidToRaiseLimits() {
+  lowerSoftLimit();
+  sock_filter rules[] = {
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_prlimit64, 0, 3),
+      // The new limit's address: null to ask for the old one.
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args[2])),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0, 1, 0),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+  };
+  const sock_fprog program{std::size(rules), rules};
+  prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+  prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program);
+}
+
 bool isServed(TcpClient* client) {
   return statusOf(client->ask(unregisterMessage("NONE"))) == DCH_STATUS_UNKNOWN_APPLICATION;
 }
@@ -48,6 +72,12 @@ TEST(ZordchdDescriptorsTest, RaisesALowLimitByItself) {
   for (rlim_t i = 0; i < 2 * fewDescriptors; ++i)
     EXPECT_TRUE(isServed(&clients.emplace_back(server.port()))) << i;
   EXPECT_THAT(server.standardError(), Not(HasSubstr("warning")));
+  EXPECT_EQ(server.stop(SIGTERM), 0);
+}
+
+TEST(ZordchdDescriptorsTest, SaysSoWhenItMayNotRaiseALowLimit) {
+  ServerProcess server({}, forbidToRaiseLimits);
+  EXPECT_TRUE(server.waitForError("leaves room for " + std::to_string(fewConnections) + " conn"));
   EXPECT_EQ(server.stop(SIGTERM), 0);
 }
 

@@ -23,7 +23,8 @@ class Alarm {
 
   bool isSet() const;
 
-  // For one call; it is not set already. Does not fail.
+  // For one call; it is not set already. Does not fail while no more than EventLoop::mostAlarms are
+  // set.
   void set(Clock::time_point time);
   void set(Clock::duration fromNow) { set(Clock::now() + fromNow); }
 

@@ -49,7 +49,7 @@ void Channel::start() {
   _streams.start();
 }
 
-void Channel::collectPrograms() {
+void Channel::collectPrograms() noexcept {
   _programs.collect(
       [this](ZORA_Long id, ZORA_Long result) { _core.programEnded(id, result, now()); });
   settle();
@@ -57,7 +57,8 @@ void Channel::collectPrograms() {
 
 void Channel::tick() noexcept {
   _streams.endStalled(StreamConnection::Clock::now());
-  settle();
+  // The signal that tells of an end is lost when very many others come at the same moment.
+  collectPrograms();
 }
 
 void Channel::drain() {

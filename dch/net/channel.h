@@ -36,7 +36,7 @@ class Channel : private Answers, private StreamClient {
   void start();
 
   // To be called when a program has ended.
-  void collectPrograms();
+  void collectPrograms() noexcept;
 
   // To be called every second or so.
   void tick() noexcept;

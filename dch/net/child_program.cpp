@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <system_error>
 #include <utility>
 
@@ -89,10 +90,13 @@ ChildProgram::ChildProgram(ChildProgram&& other) noexcept
     : _processId(std::exchange(other._processId, none)) {}
 
 std::optional<ZORA_Long> ChildProgram::takeResult() {
+  if (_processId == none) return std::nullopt;
   int status = 0;
-  if (_processId == none || waitpid(_processId, &status, WNOHANG) != _processId)
-    return std::nullopt;
+  const pid_t ended = waitpid(_processId, &status, WNOHANG);
+  const bool isUnknown = ended < 0 && errno == ECHILD;
+  if (ended != _processId && !isUnknown) return std::nullopt;
   _processId = none;
+  if (isUnknown) return signalResultBase;
   return WIFEXITED(status) ? ZORA_Long{WEXITSTATUS(status)}
                            : signalResultBase + ZORA_Long{WTERMSIG(status)};
 }

@@ -22,7 +22,8 @@ class ChildProgram {
   ChildProgram(ChildProgram&& other) noexcept;
   ChildProgram& operator=(ChildProgram&&) = delete;
 
-  // Its exit status, or 128 and the number of the signal that ended it; nothing while it runs.
+  // Its exit status, or 128 and the number of the signal that ended it; nothing while it runs. 128
+  // when it has ended and the system does not know how any more.
   std::optional<ZORA_Long> takeResult();
 
  private:

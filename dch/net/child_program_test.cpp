@@ -36,6 +36,12 @@ TEST(ChildProgramTest, TellsTheSignalThatEndedItsProgram) {
   EXPECT_EQ(resultOf("kill -KILL $$"), 128 + SIGKILL);
 }
 
+TEST(ChildProgramTest, HasAResultAlsoWhenSomebodyElseHasWaitedForIt) {
+  ChildProgram program({"/bin/true"});
+  EXPECT_GT(wait(nullptr), 0);
+  EXPECT_EQ(program.takeResult(), 128);
+}
+
 TEST(ChildProgramTest, RunsItWithoutTheServersSignalSettings) {
   EXPECT_EQ(resultOf("kill -TERM $$; exit 1"), 128 + SIGTERM);
   EXPECT_EQ(resultOf("kill -PIPE $$; exit 1"), 128 + SIGPIPE);

@@ -3,7 +3,10 @@
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <chrono>
 #include <utility>
+#include <vector>
 
 namespace dch {
 
@@ -11,9 +14,24 @@ namespace {
 
 constexpr int oneThread = 1;
 
+// The library keeps the alarms that are set in a block that grows with their number. To set one
+// must not fail, so the block is made as large as it will be.
+void makeRoomForAlarms(boost::asio::io_context* context) {
+  std::vector<boost::asio::steady_timer> alarms;
+  for (std::size_t i = 0; i < EventLoop::mostAlarms; ++i) {
+    alarms.emplace_back(*context, std::chrono::hours(1));
+    alarms.back().async_wait([](const boost::system::error_code&) {});
+  }
+  alarms.clear();
+  context->poll();
+  context->restart();
+}
+
 }  // namespace
 
-EventLoop::EventLoop() : _context(std::make_unique<boost::asio::io_context>(oneThread)) {}
+EventLoop::EventLoop() : _context(std::make_unique<boost::asio::io_context>(oneThread)) {
+  makeRoomForAlarms(_context.get());
+}
 
 EventLoop::~EventLoop() = default;
 

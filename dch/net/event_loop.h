@@ -3,6 +3,7 @@
 #ifndef DCH_NET_EVENT_LOOP_H
 #define DCH_NET_EVENT_LOOP_H
 
+#include <cstddef>
 #include <functional>
 #include <memory>
 
@@ -14,7 +15,10 @@ namespace dch {
 
 class EventLoop {
  public:
-  // Throws boost::system::system_error without the descriptors that it takes.
+  // So many can be set at a time without taking memory.
+  static constexpr std::size_t mostAlarms = 32;
+
+  // Throws boost::system::system_error without the descriptors that it takes, or std::bad_alloc.
   EventLoop();
   ~EventLoop();
   EventLoop(const EventLoop&) = delete;

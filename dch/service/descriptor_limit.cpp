@@ -13,6 +13,8 @@ std::size_t makeRoomForConnections(std::size_t wanted) {
   if (limit.rlim_cur < needed) {
     limit.rlim_cur = std::min(needed, limit.rlim_max);
     setrlimit(RLIMIT_NOFILE, &limit);
+    // Where it may not be changed it is what it was.
+    getrlimit(RLIMIT_NOFILE, &limit);
   }
   const rlim_t room = limit.rlim_cur > ownDescriptors ? limit.rlim_cur - ownDescriptors : 0;
   return std::min<rlim_t>(room, wanted);

@@ -38,9 +38,12 @@ void resetSignals() {
   std::signal(SIGPIPE, SIG_IGN);
   // Else the system would throw the results of programs away.
   std::signal(SIGCHLD, SIG_DFL);
-  sigset_t none;
-  sigemptyset(&none);
-  sigprocmask(SIG_SETMASK, &none, nullptr);
+  // What the operator may send at any time must not end the process before it is handled: it waits
+  // until the server runs.
+  sigset_t early;
+  sigemptyset(&early);
+  for (const int each : {SIGHUP, SIGUSR1}) sigaddset(&early, each);
+  sigprocmask(SIG_SETMASK, &early, nullptr);
 }
 
 in_addr addressToServe(const std::optional<std::string>& chosen) {
@@ -77,10 +80,10 @@ void serve(const dch::Options& options, dch::Configuration&& configuration) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  resetSignals();
   keepStandardDescriptorsOpen();
   dch::Options options;
   if (const auto exitStatus = dch::readOptions(argc, argv, &options)) return *exitStatus;
-  resetSignals();
   try {
     dch::Configuration configuration = dch::readConfiguration(options);
     for (const std::string& each : configuration.warnings) say("warning: ", each);

@@ -17,12 +17,12 @@ namespace {
 
 constexpr std::initializer_list<int> handledSignals{SIGTERM, SIGINT, SIGCHLD, SIGUSR1, SIGHUP};
 
-// One that comes while the process ends, such as a second SIGTERM, must not end it another way.
-void blockSignals() {
+// `how` is SIG_BLOCK or SIG_UNBLOCK.
+void changeHandledSignals(int how) {
   sigset_t handled;
   sigemptyset(&handled);
   for (const int each : handledSignals) sigaddset(&handled, each);
-  sigprocmask(SIG_BLOCK, &handled, nullptr);
+  sigprocmask(how, &handled, nullptr);
 }
 
 void announce(const PeerAddress& served, const std::optional<std::string>& statePath) {
@@ -56,8 +56,11 @@ void Server::run() {
   _channel.start();
   _tick.set(tickPause);
   announce(_address, _statePath);
+  // Those that came earlier may have been made to wait.
+  changeHandledSignals(SIG_UNBLOCK);
   _loop.run();
-  blockSignals();
+  // One that comes while the process ends, such as a second SIGTERM, must not end it another way.
+  changeHandledSignals(SIG_BLOCK);
 }
 
 void Server::takeSignal(int signal) {
