@@ -36,6 +36,7 @@ constexpr CounterCase counterCases[] = {
     {Counter::connectionsRefused, cases::connectionsRefused},
     {Counter::acceptFailures, cases::acceptFailures},
     {Counter::stalledConnections, cases::stalledConnections},
+    {Counter::crowdedConnections, cases::crowdedConnections},
     {Counter::logLinesDropped, cases::logLinesDropped},
     {Counter::groupsWritten, cases::groupsWritten},
     {Counter::changesKept, cases::changesKept},

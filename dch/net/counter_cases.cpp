@@ -172,6 +172,18 @@ void stalledConnections() {
   moves.expect({{Counter::stalledConnections, 2}});
 }
 
+void crowdedConnections() {
+  CountedChannel server({.heldBytes = 400'000});
+  const std::string large = withLengthWord(std::string(400'000, 'x'), 400'000);
+  const CounterMoves moves(server.counters);
+  std::list<TcpClient> crowding;
+  for (int i = 0; i < 2; ++i)
+    crowding.emplace_back(server.port).send(large.substr(0, large.size() - 1));
+  EXPECT_TRUE(waitUntil([&] { return moves.of(Counter::crowdedConnections) == 1; }));
+  EXPECT_FALSE(TcpClient(server.port).ask(question()).empty());
+  moves.expect({{Counter::crowdedConnections, 1}});
+}
+
 void connections() {
   CountedChannel server;
   const CounterMoves moves(server.counters);

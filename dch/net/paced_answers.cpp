@@ -7,6 +7,14 @@
 
 namespace dch {
 
+namespace {
+
+bool isLoopback(const PeerAddress& peer) {
+  return ntohl(peer.address) >> IN_CLASSA_NSHIFT == IN_LOOPBACKNET;
+}
+
+}  // namespace
+
 PacedAnswers::PacedAnswers(EventLoop& loop, Send send, Counters& counters, const Log& log,
                            std::chrono::milliseconds pause, std::size_t capacity)
     : _send(std::move(send)),
@@ -20,7 +28,7 @@ bool PacedAnswers::send(const Origin& receiver, std::string_view message) {
   std::string copy(message);
   auto transfer = find(receiver.peer);
   if (transfer == _transfers.end()) {
-    if (_transfers.size() >= _capacity) return false;
+    if (!hasRoomFor(receiver.peer)) return false;
     transfer = _transfers.insert(transfer, {receiver, Clock::now()});
   } else if (!transfer->isDone()) {
     _counters.add(Counter::longAnswersGivenUp);
@@ -46,6 +54,15 @@ void PacedAnswers::giveUp(const PeerAddress& receiver) {
 PacedAnswers::Transfers::iterator PacedAnswers::find(const PeerAddress& receiver) {
   return std::find_if(_transfers.begin(), _transfers.end(),
                       [&](const Transfer& each) { return each.receiver.peer == receiver; });
+}
+
+bool PacedAnswers::hasRoomFor(const PeerAddress& receiver) const {
+  if (_transfers.size() >= _capacity) return false;
+  if (isLoopback(receiver)) return true;
+  const auto count = std::count_if(_transfers.begin(), _transfers.end(), [&](const Transfer& each) {
+    return each.receiver.peer.address == receiver.address;
+  });
+  return static_cast<std::size_t>(count) < _capacity / 4;
 }
 
 void PacedAnswers::sendDue() {

@@ -33,7 +33,9 @@ class PacedAnswers {
                std::size_t capacity = defaultCapacity);
 
   // Takes an answer. One that is still under way to the same receiver is given up: its datagrams
-  // would get into the new one. Returns false when too many are under way. Throws std::bad_alloc.
+  // would get into the new one. Returns false when too many are under way, or a quarter of that to
+  // the receiver's machine, unless it is this one: nobody else can forge that. Throws
+  // std::bad_alloc.
   bool send(const Origin& receiver, std::string_view message);
 
   // Gives up what is under way to a receiver: it has sent something, so it does not wait for the
@@ -55,6 +57,7 @@ class PacedAnswers {
   using Transfers = std::list<Transfer>;
 
   Transfers::iterator find(const PeerAddress& receiver);
+  bool hasRoomFor(const PeerAddress& receiver) const;
   void sendDue();
   void sendDatagram(Transfer* transfer);
   void waitForNext();

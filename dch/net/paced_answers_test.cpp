@@ -1,5 +1,6 @@
 #include "dch/net/paced_answers.h"
 
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
 
 #include <map>
@@ -154,6 +155,21 @@ TEST_F(PacedAnswersTest, MakeRoomWhenTheyAreSent) {
   EXPECT_TRUE(send(1, longMessage(2, 'a')));
   EXPECT_TRUE(waitUntil([&] { return send(2, longMessage(2, 'b')); }));
   EXPECT_EQ(bytesSentTo(2, 2), longMessage(2, 'b'));
+}
+
+TEST_F(PacedAnswersTest, LetsOneMachineHaveAQuarterOfThem) {
+  start(longPause, 8);
+  const auto isSent = [&](const char* address, int port) {
+    Origin origin = receiver(static_cast<std::uint16_t>(port));
+    origin.peer.address = inet_addr(address);
+    return _thread->call([&] { return _answers->send(origin, longMessage(2, 'x')); });
+  };
+  for (const int port : {1, 2}) EXPECT_TRUE(isSent("192.0.2.1", port));
+  EXPECT_FALSE(isSent("192.0.2.1", 3));
+  EXPECT_TRUE(isSent("192.0.2.1", 2)) << "it takes the place of the one before";
+  EXPECT_TRUE(isSent("192.0.2.2", 3));
+  for (const int port : {4, 5, 6, 7, 8}) EXPECT_TRUE(isSent("127.0.0.1", port));
+  EXPECT_FALSE(isSent("127.0.0.1", 9)) << "all places are taken";
 }
 
 }  // namespace

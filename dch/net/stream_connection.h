@@ -2,6 +2,7 @@
 #ifndef DCH_NET_STREAM_CONNECTION_H
 #define DCH_NET_STREAM_CONNECTION_H
 
+#include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <span>
@@ -65,6 +66,10 @@ class StreamConnection {
   void fail() { _hasFailed = true; }
 
   bool hasEnded() const { return _hasFailed || (_isLast && !_isUnderWay && !hasUnsent()); }
+  // What it holds of its client's, beside as much as comes in at one go.
+  std::size_t heldBytes() const {
+    return _framer.size() - std::min(_framer.size(), _buffer.size());
+  }
   bool hasUnsent() const { return !_unsent.empty(); }
   const Origin& origin() const { return _origin; }
 

@@ -29,6 +29,9 @@ class StreamFramer {
 
   void clear();
 
+  // What it holds, in bytes.
+  std::size_t size() const { return _bytes.size(); }
+
   // Whether a message has begun that is not whole.
   bool isInMessage() const { return _taken < _bytes.size(); }
 

@@ -142,6 +142,7 @@ void StreamPort::settle() {
     Entry& entry = *found->second;
     entry.isNoted = false;
     entry.connection.goOn();
+    limitHeldBytes(&entry);
     if (!entry.connection.hasEnded()) {
       entry.connection.waitForMore(_isHeldUp);
       continue;
@@ -149,9 +150,22 @@ void StreamPort::settle() {
     const Origin origin = entry.connection.origin();
     if (entry.connection.hasUnsent()) countDroppedAnswer(origin, _counters, _log);
     std::erase(_noted, origin.connection);
+    _heldBytes -= entry.heldBytes;
     _connections.erase(found);
     _client.closed(origin);
   }
+}
+
+// Long messages that begin on all connections and never end must not take all memory.
+void StreamPort::limitHeldBytes(Entry* entry) {
+  _heldBytes -= entry->heldBytes;
+  entry->heldBytes = entry->connection.heldBytes();
+  _heldBytes += entry->heldBytes;
+  if (_heldBytes <= _limits.heldBytes || entry->heldBytes == 0) return;
+  _counters.add(Counter::crowdedConnections);
+  _log.write("connection of %s ended: unfinished messages take too much memory",
+             entry->connection.origin().peer.text().data());
+  entry->connection.fail();
 }
 
 void StreamPort::setHeldUp(bool isHeldUp) {

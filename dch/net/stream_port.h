@@ -21,6 +21,9 @@ namespace dch {
 struct StreamLimits {
   std::size_t connections = 1'024;
   std::size_t messageBytes = 1 << 20;
+  // Of messages that have begun and are not whole, of all connections together, beside some 64 KiB
+  // for each.
+  std::size_t heldBytes = 64 << 20;
   // For how long a message may stand still in the middle, and an answer wait to be read.
   std::chrono::steady_clock::duration stall = std::chrono::seconds(30);
 };
@@ -83,7 +86,8 @@ class StreamPort : private ConnectionOwner {
  private:
   struct Entry {
     StreamConnection connection;
-    bool isNoted = false;  // among those to be settled
+    bool isNoted = false;       // among those to be settled
+    std::size_t heldBytes = 0;  // counted
   };
 
   void accept();
@@ -91,6 +95,7 @@ class StreamPort : private ConnectionOwner {
   void refuse(const PeerAddress& peer);
   void pauseAccepting();
   void note(Entry* entry);
+  void limitHeldBytes(Entry* entry);
 
   void received(const Message& message) override { _client.received(message); }
   void receivedBroken(const Origin& origin) override { _client.receivedBroken(origin); }
@@ -105,6 +110,7 @@ class StreamPort : private ConnectionOwner {
   std::uint64_t _lastNumber = 0;
   std::unordered_map<std::uint64_t, std::unique_ptr<Entry>> _connections;  // by serial number
   std::vector<std::uint64_t> _noted;                                       // there is room for all
+  std::size_t _heldBytes = 0;                                              // of all
   bool _isHeldUp = false;
   Alarm _pause;
   WatchedSocket _listener;

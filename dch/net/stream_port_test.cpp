@@ -235,6 +235,40 @@ TEST_F(StreamPortTest, EndsToDrainWhileAClientGoesOnSending) {
   });
 }
 
+class CrowdedStreamTest : public StreamPortTest {
+ protected:
+  CrowdedStreamTest()
+      : StreamPortTest({.connections = 4, .messageBytes = 1'000'000, .heldBytes = 400'000}) {}
+};
+
+TEST_F(CrowdedStreamTest, EndsTheConnectionWhoseMessageTakesTooMuchMemory) {
+  const std::string large = message(std::string(400'000, 'x'));
+  TcpClient first(port()), second(port());
+  for (const TcpClient* each : {&first, &second}) each->send(large.substr(0, large.size() - 1));
+  const TcpClient* kept = nullptr;
+  EXPECT_TRUE(waitUntil([&] {
+    constexpr int noWait = 0;
+    if (first.receive(noWait) == "") kept = &second;
+    if (second.receive(noWait) == "") kept = &first;
+    return kept != nullptr;
+  }));
+  EXPECT_EQ(counted(Counter::crowdedConnections), 1u);
+  EXPECT_EQ(TcpClient(port()).ask(message("hello")), message("hello"));
+  kept->send(large.substr(large.size() - 1));
+  EXPECT_EQ(kept->StreamSocket::receive(large.size()), large);
+  EXPECT_EQ(counted(Counter::crowdedConnections), 1u);
+}
+
+TEST_F(CrowdedStreamTest, CountsNothingForMessagesThatAreWhole) {
+  const std::string large = message(std::string(300'000, 'x'));
+  TcpClient client(port());
+  for (int i = 0; i < 5; ++i) {
+    client.send(large);
+    EXPECT_EQ(client.StreamSocket::receive(large.size()), large);
+  }
+  EXPECT_EQ(counted(Counter::crowdedConnections), 0u);
+}
+
 class StalledStreamTest : public StreamPortTest {
  protected:
   StalledStreamTest()

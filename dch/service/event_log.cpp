@@ -1,5 +1,6 @@
 #include "dch/service/event_log.h"
 
+#include <cinttypes>
 #include <cstdio>
 #include <ctime>
 
@@ -20,6 +21,20 @@ std::size_t writePrefix(char* line, std::size_t capacity) {
 }
 
 }  // namespace
+
+bool EventLog::isAdmitted() const {
+  std::uint64_t leftOut;
+  {
+    const std::lock_guard lock(_mutex);
+    if (!_limit.admit(LineLimit::Clock::now())) {
+      _output.countDropped();
+      return false;
+    }
+    leftOut = _limit.takeLeftOut();
+  }
+  if (leftOut > 0) warn("%" PRIu64 " line(s) left out: there were too many", leftOut);
+  return true;
+}
 
 void EventLog::writeLine(std::string_view text) const {
   char line[1024];

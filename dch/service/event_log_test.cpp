@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "tests/support/text_count.h"
+
 namespace dch {
 namespace {
 
@@ -22,6 +24,37 @@ TEST(EventLogTest, WritesALineWithItsTime) {
 
 TEST(EventLogTest, WritesNothingUnlessEnabled) {
   EXPECT_EQ(written(false, "hello"), "");
+}
+
+TEST(EventLogTest, LeavesOutLinesOfAFloodAndCountsThem) {
+  ::testing::internal::CaptureStderr();
+  LogOutput output(STDERR_FILENO);
+  const EventLog log(true, output);
+  constexpr int lines = 50'000;
+  for (int i = 0; i < lines; ++i) log.write("flood");
+  log.warn("important");
+  const std::string text = ::testing::internal::GetCapturedStderr();
+  EXPECT_GT(output.dropped(), 0u);
+  EXPECT_EQ(countOf(" flood\n", text) + static_cast<int>(output.dropped()), lines);
+  EXPECT_EQ(countOf(" important\n", text), 1);
+}
+
+TEST(LineLimitTest, AdmitsManyLinesAtATimeAndThenNoneForAWhile) {
+  LineLimit limit;
+  const auto start = LineLimit::Clock::now();
+  for (int i = 0; i < LineLimit::mostAtATime; ++i) EXPECT_TRUE(limit.admit(start));
+  for (int i = 0; i < 3; ++i) EXPECT_FALSE(limit.admit(start));
+  EXPECT_FALSE(limit.admit(start + std::chrono::seconds(1)));
+  EXPECT_TRUE(limit.admit(start + std::chrono::seconds(10)));
+  EXPECT_EQ(limit.takeLeftOut(), 4u);
+  EXPECT_EQ(limit.takeLeftOut(), 0u);
+}
+
+TEST(LineLimitTest, AdmitsFewLinesForEver) {
+  LineLimit limit;
+  auto time = LineLimit::Clock::now();
+  for (int i = 0; i < 5 * LineLimit::mostAtATime; ++i)
+    EXPECT_TRUE(limit.admit(time += LineLimit::pause));
 }
 
 TEST(EventLogTest, CutsALineThatIsTooLongAndEndsIt) {

@@ -62,6 +62,11 @@ void LogOutput::flush() noexcept {
   writeKept();
 }
 
+void LogOutput::countDropped() noexcept {
+  const std::lock_guard lock(_mutex);
+  ++_dropped;
+}
+
 std::uint64_t LogOutput::dropped() const {
   const std::lock_guard lock(_mutex);
   return _dropped;

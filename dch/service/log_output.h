@@ -26,7 +26,10 @@ class LogOutput {
   // Writes what is kept, as far as it can be written now. To be called every now and then.
   void flush() noexcept;
 
-  // How many calls of write() were for nothing.
+  // For a line that is not written at all.
+  void countDropped() noexcept;
+
+  // How many calls of write() were for nothing, and lines not written.
   std::uint64_t dropped() const;
 
  private:

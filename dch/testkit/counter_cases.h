@@ -63,6 +63,7 @@ void longAnswersGivenUp();
 void connectionsRefused();
 void acceptFailures();
 void stalledConnections();
+void crowdedConnections();
 void logLinesDropped();
 void groupsWritten();
 void changesKept();
