@@ -172,6 +172,18 @@ TEST_F(ZordchdTest, DropsASubscriberThatIsGoneAndServesTheOthers) {
   for (const char* row : {"1", "2", "3"}) EXPECT_EQ(living.receive(), loadRow(handle, row));
 }
 
+TEST_F(ZordchdTest, DropsASubscriberOfASilentGroupThatIsGone) {
+  registerHostmon();
+  PeerAddress address;
+  {
+    UdpClient leaving(_server.port(), portToLeave());
+    address = leaving.address();
+    subscribe(&leaving, "load");
+  }
+  EXPECT_TRUE(_server.waitForError(std::string("subscriber ") + address.text().data() +
+                                   " is gone: 1 subscription(s) dropped\n"));
+}
+
 TEST_F(ZordchdTest, ReplacingARegistrationTakesOnlySourcesOfMissingGroupsOffLine) {
   registerHostmon();
   const ZORA_Long load = goOnline("load");

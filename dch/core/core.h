@@ -53,6 +53,9 @@ class Core : private StoreClient {
   // Of a program that Programs::start has started, with its result.
   void programEnded(ZORA_Long id, ZORA_Long status, Time now) noexcept;
 
+  // To be called every second or so.
+  void lookForGoneSubscribers() noexcept { _publisher.lookForGone(); }
+
   // What Timer::start asked for.
   void timeIsUp() noexcept;
 

@@ -5,6 +5,13 @@
 
 namespace dch {
 
+namespace {
+
+// So that it takes few milliseconds.
+constexpr std::size_t mostLookedAt = 500;
+
+}  // namespace
+
 Subscriptions::Added Publisher::subscribe(const std::string& topic, const PeerAddress& subscriber) {
   // What is known about an earlier owner of the same port must not hit the new one.
   dropGone();
@@ -17,6 +24,12 @@ bool Publisher::withdraw(std::string_view topic, const PeerAddress& subscriber) 
 
 bool Publisher::hasSubscribers(std::string_view topic) const {
   return _subscriptions.find(topic) != nullptr;
+}
+
+void Publisher::lookForGone() {
+  _subscriptions.visitSome(mostLookedAt,
+                           [this](const PeerAddress& address) { _rowsOut.look(address); });
+  dropGone();
 }
 
 void Publisher::publish(std::string_view topic, std::string_view message) {

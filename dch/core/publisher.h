@@ -27,6 +27,10 @@ class Publisher {
 
   bool hasSubscribers(std::string_view topic) const;
 
+  // Looks whether some of the subscribers are gone, and has looked at all of them after a while. To
+  // be called every now and then.
+  void lookForGone();
+
   // Sends the message to every subscriber of the topic.
   void publish(std::string_view topic, std::string_view message);
 

@@ -21,6 +21,9 @@ class RowsOut {
   // Hands one datagram to the system, without waiting. Returns false when it did not take it.
   virtual bool push(std::string_view message, const PeerAddress& receiver) = 0;
 
+  // Finds out whether the receiver is gone, as far as that can be seen without sending to it.
+  virtual void look([[maybe_unused]] const PeerAddress& receiver) {}
+
   // Puts into `gone`, which is empty, the receivers that were found gone since the last call:
   // nobody has their port any more.
   virtual void takeGone(std::vector<PeerAddress>* gone) = 0;

@@ -43,6 +43,18 @@ class Subscriptions {
   // The subscribers of a topic, null when it has none. Valid until the next change.
   Subscribers* find(std::string_view topic);
 
+  // Calls `call` with the addresses of some subscribers, `most` or a few more, and next time with
+  // those that follow. It changes nothing.
+  template <class Call>
+  void visitSome(std::size_t most, Call call) {
+    const std::size_t buckets = _topicsOf.bucket_count();
+    for (std::size_t i = 0, visited = 0; i < buckets && visited < most; ++i) {
+      const std::size_t bucket = _nextBucket++ % buckets;
+      for (auto each = _topicsOf.begin(bucket); each != _topicsOf.end(bucket); ++each, ++visited)
+        call(each->first);
+    }
+  }
+
   std::size_t size() const { return _size; }
 
  private:
@@ -50,6 +62,7 @@ class Subscriptions {
 
   const std::size_t _capacity;
   std::size_t _size = 0;
+  std::size_t _nextBucket = 0;
   TextMap<Subscribers> _topics;
   std::unordered_map<PeerAddress, TextSet, PeerAddressHash> _topicsOf;
 };

@@ -3,6 +3,8 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
+#include <unordered_set>
+
 namespace dch {
 namespace {
 
@@ -76,6 +78,19 @@ TEST(SubscriptionsTest, TakesNoMoreThanItsCapacityUntilSomeAreRemoved) {
   EXPECT_EQ(subscriptions.add("a", peer(1)), Added::alreadyThere);
   subscriptions.remove("a", peer(1));
   EXPECT_EQ(subscriptions.add("a", peer(3)), Added::yes);
+}
+
+TEST(SubscriptionsTest, ShowsAllSubscribersAFewAtATime) {
+  Subscriptions subscriptions;
+  constexpr std::uint16_t subscribers = 1'000;
+  for (std::uint16_t port = 1; port <= subscribers; ++port) subscriptions.add("a", peer(port));
+  std::unordered_set<PeerAddress, PeerAddressHash> seen;
+  std::size_t times = 0;
+  for (; seen.size() < subscribers && times < subscribers; ++times)
+    subscriptions.visitSome(100, [&](const PeerAddress& each) { seen.insert(each); });
+  EXPECT_EQ(seen.size(), subscribers);
+  EXPECT_GT(times, 1u);
+  EXPECT_LE(times, 10u);
 }
 
 TEST(PeerAddressTest, TellsAddressesApartAndShowsThem) {

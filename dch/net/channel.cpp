@@ -57,6 +57,7 @@ void Channel::collectPrograms() noexcept {
 
 void Channel::tick() noexcept {
   _streams.endStalled(StreamConnection::Clock::now());
+  _core.lookForGoneSubscribers();
   // The signal that tells of an end is lost when very many others come at the same moment.
   collectPrograms();
 }

@@ -26,6 +26,13 @@ void bindTo(int descriptor, in_addr address) {
     throwSystemError(std::string("cannot bind a socket to ") + PeerAddress(local).text().data());
 }
 
+Descriptor openAt(in_addr address) {
+  Descriptor opened(socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+  if (!opened.isOpen()) throwSystemError("cannot open the push socket");
+  bindTo(opened.get(), address);
+  return opened;
+}
+
 // The next datagram that came back with an error: who it was for, and the error number.
 bool nextError(int descriptor, PeerAddress* receiver, int* error) {
   sockaddr_in address{};
@@ -50,10 +57,8 @@ bool nextError(int descriptor, PeerAddress* receiver, int* error) {
 }  // namespace
 
 PushSocket::PushSocket(in_addr address)
-    : _descriptor(socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)) {
-  if (!_descriptor.isOpen()) throwSystemError("cannot open the push socket");
-  bindTo(_descriptor.get(), address);
-}
+    : _descriptor(openAt(address)),
+      _localReceivers(PeerAddress(localAddressOf(_descriptor.get()))) {}
 
 bool PushSocket::push(std::string_view message, const PeerAddress& receiver) {
   const sockaddr_in address = receiver.socketAddress();
@@ -65,6 +70,10 @@ bool PushSocket::push(std::string_view message, const PeerAddress& receiver) {
   return trySend(message, address);
 }
 
+void PushSocket::look(const PeerAddress& receiver) {
+  if (_localReceivers.isGone(receiver)) noteGone(receiver);
+}
+
 void PushSocket::takeGone(std::vector<PeerAddress>* gone) {
   collectGone();
   gone->swap(_gone);
@@ -74,12 +83,15 @@ void PushSocket::collectGone() {
   PeerAddress receiver;
   int error;
   while (nextError(_descriptor.get(), &receiver, &error)) {
-    if (error != ECONNREFUSED) continue;
-    try {
-      _gone.push_back(receiver);
-    } catch (const std::bad_alloc&) {
-      // To throw would cost everybody the server.
-    }
+    if (error == ECONNREFUSED) noteGone(receiver);
+  }
+}
+
+void PushSocket::noteGone(const PeerAddress& receiver) {
+  try {
+    _gone.push_back(receiver);
+  } catch (const std::bad_alloc&) {
+    // To throw would cost everybody the server.
   }
 }
 

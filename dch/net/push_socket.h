@@ -10,6 +10,7 @@
 
 #include "dch/core/rows_out.h"
 #include "dch/net/descriptor.h"
+#include "dch/net/local_receivers.h"
 
 namespace dch {
 
@@ -24,6 +25,8 @@ class PushSocket : public RowsOut {
 
   bool push(std::string_view message, const PeerAddress& receiver) override;
 
+  void look(const PeerAddress& receiver) override;
+
   // One for whom there is no memory is found again after the next datagram to it.
   void takeGone(std::vector<PeerAddress>* gone) override;
 
@@ -33,8 +36,10 @@ class PushSocket : public RowsOut {
  private:
   bool trySend(std::string_view message, const sockaddr_in& to);
   void collectGone();
+  void noteGone(const PeerAddress& receiver);
 
   const Descriptor _descriptor;
+  LocalReceivers _localReceivers;
   std::vector<PeerAddress> _gone;
 };
 

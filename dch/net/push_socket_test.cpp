@@ -79,6 +79,34 @@ TEST(PushSocketTest, DoesNotLetTheNextReceiverLoseARowBecauseTheLastOneIsGone) {
   EXPECT_THAT(gone, ElementsAre(missing));
 }
 
+// Whether this process may ask the system for sockets.
+bool canLook() {
+  PushSocket socket({htonl(INADDR_ANY)});
+  socket.look(goneClient());
+  return !goneOf(socket).empty();
+}
+
+TEST(PushSocketTest, FindsWhoIsGoneWithoutSendingAnything) {
+  if (!canLook()) GTEST_SKIP() << "the system may not be asked for sockets here";
+  const UdpClient first(noServer), second(noServer);
+  const PeerAddress missing = goneClient();
+  for (const in_addr_t address : {INADDR_LOOPBACK, INADDR_ANY}) {
+    PushSocket socket({htonl(address)});
+    for (const PeerAddress& each : {first.address(), missing, second.address()}) socket.look(each);
+    EXPECT_THAT(goneOf(socket), ElementsAre(missing));
+  }
+  EXPECT_EQ(first.receive(0), std::nullopt);
+}
+
+TEST(PushSocketTest, TakesNobodyOfAnotherMachineForGone) {
+  PushSocket socket(loopbackAddress);
+  sockaddr_in address{};
+  address.sin_port = htons(9);
+  inet_pton(AF_INET, "192.0.2.1", &address.sin_addr);
+  socket.look(PeerAddress(address));
+  EXPECT_THAT(goneOf(socket), IsEmpty());
+}
+
 TEST(PushSocketTest, SaysWhenADatagramCannotBeSent) {
   PushSocket socket(loopbackAddress);
   EXPECT_FALSE(socket.push("row", broadcastAddress()));
