@@ -56,6 +56,12 @@ class Core : private StoreClient {
   // To be called every second or so.
   void lookForGoneSubscribers() noexcept { _publisher.lookForGone(); }
 
+  // Whether publishMore() is to be called: rows are on their way to many subscribers, and go on
+  // after others had their turn.
+  bool isPublishing() const { return _publisher.isPublishing(); }
+  void publishMore() noexcept { _publisher.publishMore(); }
+  void finishPublishing() noexcept { _publisher.finishPublishing(); }
+
   // What Timer::start asked for.
   void timeIsUp() noexcept;
 

@@ -1,7 +1,10 @@
 #include "dch/core/publisher.h"
 
+#include <algorithm>
+#include <array>
 #include <bit>
 #include <cinttypes>
+#include <new>
 
 namespace dch {
 
@@ -13,12 +16,14 @@ constexpr std::size_t mostLookedAt = 500;
 }  // namespace
 
 Subscriptions::Added Publisher::subscribe(const std::string& topic, const PeerAddress& subscriber) {
+  finishPublishing();
   // What is known about an earlier owner of the same port must not hit the new one.
   dropGone();
   return _subscriptions.add(topic, subscriber);
 }
 
 bool Publisher::withdraw(std::string_view topic, const PeerAddress& subscriber) {
+  finishPublishing();
   return _subscriptions.remove(topic, subscriber);
 }
 
@@ -33,15 +38,64 @@ void Publisher::lookForGone() {
 }
 
 void Publisher::publish(std::string_view topic, std::string_view message) {
-  Subscribers* const subscribers = _subscriptions.find(topic);
+  if (Subscribers* const subscribers = _subscriptions.find(topic);
+      subscribers != nullptr && !publishLater(topic, message, *subscribers)) {
+    finishPublishing();
+    // That may have found the last one gone.
+    publishNow(message, _subscriptions.find(topic));
+  }
+}
+
+// Returns whether it will be: not when there are few, which may be sent to at once, no room or no
+// memory.
+bool Publisher::publishLater(std::string_view topic, std::string_view message,
+                             const Subscribers& receivers) {
+  if (!isPublishing() && receivers.size() <= pieceSize) return false;
+  try {
+    return _publications.add(topic, message, receivers);
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+}
+
+void Publisher::publishNow(std::string_view message, Subscribers* subscribers) {
   if (subscribers == nullptr) return;
-  for (auto& [address, subscriber] : *subscribers) push(message, address, &subscriber);
+  std::array<PeerAddress, pieceSize> receivers;
+  std::size_t count = 0;
+  for (const auto& [address, subscriber] : *subscribers) {
+    receivers[count++] = address;
+    if (count < pieceSize) continue;
+    pushToAll(message, receivers, subscribers);
+    count = 0;
+  }
+  pushToAll(message, std::span(receivers).first(count), subscribers);
   // Only now: dropping a subscriber changes what the loop above walks through.
   dropGone();
 }
 
+void Publisher::publishMore() {
+  if (!isPublishing()) return;
+  const std::span<const PeerAddress> next = _publications.takeReceivers(pieceSize);
+  if (Subscribers* const subscribers = _subscriptions.find(_publications.topic())) {
+    std::array<PeerAddress, pieceSize> receivers;
+    // Some may have been found gone.
+    const auto end = std::copy_if(
+        next.begin(), next.end(), receivers.begin(),
+        [subscribers](const PeerAddress& each) { return subscribers->contains(each); });
+    pushToAll(_publications.message(), std::span(receivers.begin(), end), subscribers);
+  }
+  if (!_publications.isDone()) return;
+  _publications.remove();
+  dropGone();
+}
+
+void Publisher::finishPublishing() {
+  while (isPublishing()) publishMore();
+}
+
 bool Publisher::publishTo(std::string_view topic, const PeerAddress& address,
                           std::string_view message) {
+  finishPublishing();
   Subscribers* const subscribers = _subscriptions.find(topic);
   if (subscribers == nullptr) return false;
   const auto subscriber = subscribers->find(address);
@@ -51,11 +105,26 @@ bool Publisher::publishTo(std::string_view topic, const PeerAddress& address,
   return true;
 }
 
-void Publisher::push(std::string_view message, const PeerAddress& address, Subscriber* subscriber) {
-  if (_rowsOut.push(message, address)) {
-    _counters.add(Counter::pushed);
-    return;
+void Publisher::pushToAll(std::string_view message, std::span<const PeerAddress> receivers,
+                          Subscribers* subscribers) {
+  std::array<bool, pieceSize> taken;
+  _rowsOut.pushToAll(message, receivers, std::span(taken).first(receivers.size()));
+  for (std::size_t i = 0; i < receivers.size(); ++i) {
+    if (taken[i])
+      _counters.add(Counter::pushed);
+    else
+      countLost(receivers[i], &subscribers->find(receivers[i])->second);
   }
+}
+
+void Publisher::push(std::string_view message, const PeerAddress& address, Subscriber* subscriber) {
+  if (_rowsOut.push(message, address))
+    _counters.add(Counter::pushed);
+  else
+    countLost(address, subscriber);
+}
+
+void Publisher::countLost(const PeerAddress& address, Subscriber* subscriber) {
   _counters.add(Counter::pushesLost);
   ++subscriber->lostRows;
   // Told when the number doubles, so that a bad subscriber does not fill the log.

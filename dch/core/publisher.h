@@ -2,21 +2,27 @@
 #ifndef DCH_CORE_PUBLISHER_H
 #define DCH_CORE_PUBLISHER_H
 
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "dch/core/counters.h"
 #include "dch/core/log.h"
+#include "dch/core/publications.h"
 #include "dch/core/rows_out.h"
 #include "dch/core/subscriptions.h"
 
 namespace dch {
 
 // Subscribers that are gone are dropped when the system says so. One that cannot be sent a row at
-// once loses that row; nobody waits for it. One thread.
+// once loses that row; nobody waits for it. To send to many takes its time: it is done piece by
+// piece, and what is asked of the publisher meanwhile is done as if all had been sent. One thread.
 class Publisher {
  public:
+  // So many are sent to at a time.
+  static constexpr std::size_t pieceSize = 64;
+
   Publisher(Subscriptions& subscriptions, RowsOut& rowsOut, Counters& counters, const Log& log)
       : _subscriptions(subscriptions), _rowsOut(rowsOut), _counters(counters), _log(log) {}
 
@@ -31,20 +37,31 @@ class Publisher {
   // be called every now and then.
   void lookForGone();
 
-  // Sends the message to every subscriber of the topic.
+  // Sends the message to every subscriber of the topic; to many when publishMore() is called.
   void publish(std::string_view topic, std::string_view message);
+
+  // Whether publishMore() is to be called, after others had their turn.
+  bool isPublishing() const { return !_publications.empty(); }
+  void publishMore();
+  void finishPublishing();
 
   // Sends the message to one subscriber of the topic. Returns false when it is none.
   bool publishTo(std::string_view topic, const PeerAddress& subscriber, std::string_view message);
 
  private:
+  bool publishLater(std::string_view topic, std::string_view message, const Subscribers& receivers);
+  void publishNow(std::string_view message, Subscribers* subscribers);
+  void pushToAll(std::string_view message, std::span<const PeerAddress> receivers,
+                 Subscribers* subscribers);
   void push(std::string_view message, const PeerAddress& address, Subscriber* subscriber);
+  void countLost(const PeerAddress& address, Subscriber* subscriber);
   void dropGone();
 
   Subscriptions& _subscriptions;
   RowsOut& _rowsOut;
   Counters& _counters;
   const Log& _log;
+  Publications _publications;
   std::vector<PeerAddress> _gone;  // kept for its memory
 };
 

@@ -3,6 +3,7 @@
 #define DCH_CORE_ROWS_OUT_H
 
 #include <cstddef>
+#include <span>
 #include <string_view>
 #include <vector>
 
@@ -20,6 +21,12 @@ class RowsOut {
 
   // Hands one datagram to the system, without waiting. Returns false when it did not take it.
   virtual bool push(std::string_view message, const PeerAddress& receiver) = 0;
+
+  // The same for each receiver in their order; `taken` says of which the system took it.
+  virtual void pushToAll(std::string_view message, std::span<const PeerAddress> receivers,
+                         std::span<bool> taken) {
+    for (std::size_t i = 0; i < receivers.size(); ++i) taken[i] = push(message, receivers[i]);
+  }
 
   // Finds out whether the receiver is gone, as far as that can be seen without sending to it.
   virtual void look([[maybe_unused]] const PeerAddress& receiver) {}

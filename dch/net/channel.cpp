@@ -40,6 +40,7 @@ Channel::Channel(EventLoop& loop, ServedPort&& port, const ChannelLimits& limits
                _core.timeIsUp();
                settle();
              }),
+      _publishing(loop, [this] { publishMore(); }),
       _core({*this, _pushSocket, store, _timer, _programs}, actionRules, counters, log) {
   _core.load();
 }
@@ -134,6 +135,12 @@ void Channel::settle() noexcept {
   _store.handOver();
   _answers.flush();
   waitForStore();
+  if (_core.isPublishing() && !_publishing.isSet()) _publishing.set(Alarm::Clock::now());
+}
+
+void Channel::publishMore() {
+  _core.publishMore();
+  settle();
 }
 
 // What a slow store makes wait is bounded: the rest stays with the system, and with the clients.

@@ -50,6 +50,9 @@ class Channel : private Answers, private StreamClient {
   void drain();
   bool drainRest();
 
+  // Sends what is on its way to subscribers.
+  void finishPublishing() noexcept { _core.finishPublishing(); }
+
   // To be called after the store has concluded something.
   void settle() noexcept;
 
@@ -79,6 +82,7 @@ class Channel : private Answers, private StreamClient {
   void worked() override { settle(); }
   bool isAllowed(const PeerAddress& peer) override;
 
+  void publishMore();
   void waitForStore() noexcept;
 
   Store& _store;
@@ -92,6 +96,7 @@ class Channel : private Answers, private StreamClient {
   StreamPort _streams;
   PushSocket _pushSocket;
   CoreTimer _timer;
+  Alarm _publishing;
   ChildPrograms _programs;
   Core _core;
 };

@@ -4,6 +4,8 @@
 #include <netinet/ip.h>
 #include <sys/socket.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <new>
@@ -68,6 +70,41 @@ bool PushSocket::push(std::string_view message, const PeerAddress& receiver) {
   // call, whatever that is for.
   collectGone();
   return trySend(message, address);
+}
+
+void PushSocket::pushToAll(std::string_view message, std::span<const PeerAddress> receivers,
+                           std::span<bool> taken) {
+  while (!receivers.empty()) {
+    const std::size_t sent = sendTogether(message, receivers);
+    std::fill_n(taken.begin(), sent, true);
+    receivers = receivers.subspan(sent);
+    taken = taken.subspan(sent);
+    if (receivers.empty()) return;
+    // The system does not say what it has against the next one, if anything.
+    taken.front() = push(message, receivers.front());
+    receivers = receivers.subspan(1);
+    taken = taken.subspan(1);
+  }
+}
+
+// Returns how many the system took, from the first one on.
+std::size_t PushSocket::sendTogether(std::string_view message,
+                                     std::span<const PeerAddress> receivers) {
+  constexpr std::size_t most = 64;
+  std::array<mmsghdr, most> headers{};
+  std::array<sockaddr_in, most> addresses;
+  iovec part{const_cast<char*>(message.data()), message.size()};
+  const std::size_t count = std::min(receivers.size(), most);
+  for (std::size_t i = 0; i < count; ++i) {
+    addresses[i] = receivers[i].socketAddress();
+    headers[i].msg_hdr.msg_name = &addresses[i];
+    headers[i].msg_hdr.msg_namelen = sizeof addresses[i];
+    headers[i].msg_hdr.msg_iov = &part;
+    headers[i].msg_hdr.msg_iovlen = 1;
+  }
+  const int sent =
+      sendmmsg(_descriptor.get(), headers.data(), static_cast<unsigned>(count), MSG_DONTWAIT);
+  return sent > 0 ? static_cast<std::size_t>(sent) : 0;
 }
 
 void PushSocket::look(const PeerAddress& receiver) {

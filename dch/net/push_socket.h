@@ -5,6 +5,7 @@
 #include <netinet/in.h>
 
 #include <cstdint>
+#include <span>
 #include <string_view>
 #include <vector>
 
@@ -25,6 +26,9 @@ class PushSocket : public RowsOut {
 
   bool push(std::string_view message, const PeerAddress& receiver) override;
 
+  void pushToAll(std::string_view message, std::span<const PeerAddress> receivers,
+                 std::span<bool> taken) override;
+
   void look(const PeerAddress& receiver) override;
 
   // One for whom there is no memory is found again after the next datagram to it.
@@ -34,6 +38,7 @@ class PushSocket : public RowsOut {
   std::uint16_t port() const;
 
  private:
+  std::size_t sendTogether(std::string_view message, std::span<const PeerAddress> receivers);
   bool trySend(std::string_view message, const sockaddr_in& to);
   void collectGone();
   void noteGone(const PeerAddress& receiver);

@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <list>
 #include <memory>
 #include <system_error>
 
@@ -105,6 +106,25 @@ TEST(PushSocketTest, TakesNobodyOfAnotherMachineForGone) {
   inet_pton(AF_INET, "192.0.2.1", &address.sin_addr);
   socket.look(PeerAddress(address));
   EXPECT_THAT(goneOf(socket), IsEmpty());
+}
+
+TEST(PushSocketTest, SendsToManyAndTellsWhoTookNothing) {
+  PushSocket socket({htonl(INADDR_ANY)});
+  std::list<UdpClient> clients;
+  std::vector<PeerAddress> receivers;
+  for (int i = 0; i < 100; ++i) {
+    receivers.push_back(clients.emplace_back(noServer).address());
+    if (i == 30) receivers.push_back(goneClient());
+    if (i == 70) receivers.push_back(broadcastAddress());
+  }
+  bool taken[102] = {};
+  socket.pushToAll("row", receivers, taken);
+  for (const UdpClient& each : clients) EXPECT_EQ(each.receive(), "row");
+  for (std::size_t i = 0; i < receivers.size(); ++i)
+    EXPECT_EQ(taken[i], receivers[i] != broadcastAddress()) << i;
+  std::vector<PeerAddress> gone;
+  collectUntilOneIsGone(socket, &gone);
+  EXPECT_THAT(gone, ElementsAre(receivers[31]));
 }
 
 TEST(PushSocketTest, SaysWhenADatagramCannotBeSent) {

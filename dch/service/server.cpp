@@ -83,6 +83,7 @@ void Server::stop(int signal) {
     _store.finish();
     _channel.settle();
   } while (_channel.drainRest() || _store.store().waiting() > 0);
+  _channel.finishPublishing();
   _loop.stop();
 }
 
