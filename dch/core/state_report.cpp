@@ -25,6 +25,10 @@ std::string figuresOf(const Counters& counters, bool gauges) {
   return text;
 }
 
+std::string counted(std::uint64_t number, const char* singular, const char* plural) {
+  return std::to_string(number) + ' ' + (number == 1 ? singular : plural);
+}
+
 }  // namespace
 
 std::string stateReport(const Registry& registry, const Deferrals& deferrals,
@@ -44,6 +48,15 @@ std::string stateReport(const Registry& registry, const Deferrals& deferrals,
   report += "zordchd: counters\n" + figuresOf(counters, false);
   report += "zordchd: gauges\n" + figuresOf(counters, true);
   return report;
+}
+
+std::string statusLine(const Counters& counters) {
+  const std::uint64_t lost = counters[Counter::datagramsThrownAway] +
+                             counters[Counter::changesNotKept] + counters[Counter::pushesLost];
+  return counted(counters[Counter::applications], "application", "applications") + ", " +
+         counted(counters[Counter::sourcesOnline], "source", "sources") + " on line, " +
+         counted(counters[Counter::rowsKept], "row", "rows") + " kept, " + std::to_string(lost) +
+         " lost";
 }
 
 }  // namespace dch

@@ -16,6 +16,10 @@ namespace dch {
 std::string stateReport(const Registry& registry, const Deferrals& deferrals,
                         const RequestCounts& requests, const Counters& counters);
 
+// "2 applications, 7 sources on line, 1234 rows kept, 0 lost": what was lost are datagrams that the
+// system threw away, changes that were not kept, and rows and status events that were not pushed.
+std::string statusLine(const Counters& counters);
+
 }  // namespace dch
 
 #endif  // DCH_CORE_STATE_REPORT_H

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "dch/clock.h"
+#include "dch/core/state_report.h"
 
 namespace dch {
 
@@ -87,6 +88,11 @@ std::string Channel::report() {
   _core.setGauges();
   _counters.set(Counter::connections, _streams.connectionCount());
   return _core.report();
+}
+
+std::string Channel::statusLine() {
+  _core.setGauges();
+  return dch::statusLine(_counters);
 }
 
 void Channel::CoreTimer::start() {

@@ -58,6 +58,8 @@ class Channel : private Answers, private StreamClient {
 
   // Lines for the operator who asks. Throws std::bad_alloc.
   std::string report();
+  // The same in short.
+  std::string statusLine();
 
  private:
   // Wakes the core.

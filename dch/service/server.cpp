@@ -43,6 +43,7 @@ Server::Server(ServedPort&& port, const std::optional<std::string>& statePath,
       _configuration(std::move(configuration)),
       _output(STDERR_FILENO),
       _log(_configuration.isVerbose, _output),
+      _manager(_loop),
       _signals(_loop, handledSignals, [this](int signal) { takeSignal(signal); }),
       _address(port.address),
       _statePath(statePath),
@@ -58,6 +59,8 @@ void Server::run() {
   announce(_address, _statePath);
   // Those that came earlier may have been made to wait.
   changeHandledSignals(SIG_UNBLOCK);
+  _manager.ready();
+  showStatus();
   _loop.run();
   // One that comes while the process ends, such as a second SIGTERM, must not end it another way.
   changeHandledSignals(SIG_BLOCK);
@@ -78,9 +81,12 @@ void Server::takeSignal(int signal) {
 
 void Server::stop(int signal) {
   _log.write("stopping on signal %d", signal);
+  _manager.stopping();
+  _manager.showStatus("stopping");
   _channel.drain();
   do {
-    _store.finish();
+    // The disk may take its time.
+    _store.finish([this] { _manager.alive(); });
     _channel.settle();
   } while (_channel.drainRest() || _store.store().waiting() > 0);
   _channel.finishPublishing();
@@ -88,7 +94,12 @@ void Server::stop(int signal) {
 }
 
 void Server::reload() {
-  if (!_options.configurationFile) return;
+  _manager.reloading();
+  if (_options.configurationFile) readAgain();
+  _manager.ready();
+}
+
+void Server::readAgain() {
   try {
     apply(readConfiguration(_options));
     say("has read " + *_options.configurationFile + " again");
@@ -142,7 +153,18 @@ void Server::tick() {
   _channel.tick();
   _output.flush();
   countDroppedLines();
+  _manager.flush();
+  if (++_ticks % ticksBetweenStatus == 0) showStatus();
   _tick.set(tickPause);
+}
+
+void Server::showStatus() {
+  if (!_manager.isThere()) return;
+  try {
+    _manager.showStatus(_channel.statusLine());
+  } catch (const std::bad_alloc&) {
+    // It goes on showing the last one.
+  }
 }
 
 void Server::countDroppedLines() {

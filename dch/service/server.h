@@ -15,6 +15,7 @@
 #include "dch/service/log_output.h"
 #include "dch/service/options.h"
 #include "dch/service/server_store.h"
+#include "dch/service/service_manager.h"
 
 namespace dch {
 
@@ -27,21 +28,25 @@ class Server {
   Server(ServedPort&& port, const std::optional<std::string>& statePath, const Options& options,
          Configuration configuration);
 
-  // Says on standard output that it is ready and where its state is, and serves until SIGTERM or
-  // SIGINT. From then on the signals that it takes are blocked: the process is to end.
+  // Says on standard output, and to the service manager, that it is ready, on the former also where
+  // its state is, and serves until SIGTERM or SIGINT. From then on the signals that it takes are
+  // blocked: the process is to end.
   void run();
 
  private:
   static constexpr std::chrono::seconds tickPause{1};
+  static constexpr int ticksBetweenStatus = 5;
 
   void takeSignal(int signal);
   void stop(int signal);
   void reload();
+  void readAgain();
   void apply(Configuration&& fresh);
   ChannelLimits limitsWithRoom(const Configuration& configuration);
   void say(const std::string& sentences);
   void report();
   void tick();
+  void showStatus();
   void countDroppedLines();
 
   const Options _options;
@@ -49,6 +54,7 @@ class Server {
   LogOutput _output;
   EventLog _log;
   EventLoop _loop;
+  ServiceManager _manager;
   Signals _signals;
   Counters _counters;
   const PeerAddress _address;
@@ -56,6 +62,7 @@ class Server {
   ServerStore _store;
   Channel _channel;
   Alarm _tick;
+  int _ticks = 0;
 };
 
 }  // namespace dch

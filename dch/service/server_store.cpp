@@ -37,8 +37,8 @@ void ServerStore::setRetention(const RetentionLimits& limits) {
   if (_sqlite != nullptr) _sqlite->setRetention(limits);
 }
 
-void ServerStore::finish() {
-  if (_sqlite != nullptr) _sqlite->finish();
+void ServerStore::finish(const std::function<void()>& stillWaiting) {
+  if (_sqlite != nullptr) _sqlite->finish(stillWaiting);
 }
 
 void ServerStore::setCounters(Counters* counters) const {
@@ -58,7 +58,7 @@ ServerStore::ServerStore(EventLoop&, const std::optional<std::string>& path, Dur
 
 ServerStore::~ServerStore() = default;
 void ServerStore::setRetention(const RetentionLimits&) {}
-void ServerStore::finish() {}
+void ServerStore::finish(const std::function<void()>&) {}
 void ServerStore::setCounters(Counters*) const {}
 
 #endif

@@ -32,8 +32,9 @@ class ServerStore {
   // In force within seconds.
   void setRetention(const RetentionLimits& limits);
 
-  // Waits until all changes that were appended are concluded.
-  void finish();
+  // Waits until all changes that were appended are concluded, and calls `stillWaiting` every now
+  // and then meanwhile.
+  void finish(const std::function<void()>& stillWaiting);
 
   // Brings the counters of the file up to date.
   void setCounters(Counters* counters) const;

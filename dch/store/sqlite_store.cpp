@@ -12,6 +12,8 @@ namespace {
 // How often the age of the rows is looked at when nothing happens.
 constexpr std::chrono::seconds longestIdle{10};
 
+constexpr std::chrono::milliseconds pauseOfWait{50};
+
 FileWriter makeWriter(StateFile& file, const SqliteStoreSettings& settings) {
   try {
     return FileWriter(file, settings.checkpointPages, settings.now);
@@ -79,15 +81,18 @@ void SqliteStore::collect() {
   }
 }
 
-void SqliteStore::finish() {
+void SqliteStore::finish(const std::function<void()>& stillWaiting) {
   while (_waiting > 0) {
     handOver();
-    {
-      std::unique_lock lock(_mutex);
-      _isConcluded.wait(lock, [this] { return !_concluded.empty(); });
-    }
+    while (!waitForConcluded()) stillWaiting();
     collect();
   }
+}
+
+// Returns whether there are some.
+bool SqliteStore::waitForConcluded() {
+  std::unique_lock lock(_mutex);
+  return _isConcluded.wait_for(lock, pauseOfWait, [this] { return !_concluded.empty(); });
 }
 
 void SqliteStore::setRetention(const RetentionLimits& limits) {

@@ -57,8 +57,9 @@ class SqliteStore : public Store {
   // Concludes what has been written, or could not be.
   void collect();
 
-  // Waits until all that was appended is written, and concludes it.
-  void finish();
+  // Waits until all that was appended is written, and concludes it. Meanwhile `stillWaiting` is
+  // called some times a second.
+  void finish(const std::function<void()>& stillWaiting = [] {});
 
   std::size_t waiting() const override { return _waiting; }
 
@@ -79,6 +80,7 @@ class SqliteStore : public Store {
   };
   using Items = std::list<Item>;
 
+  bool waitForConcluded();
   void run();
   void writeGroup(Items* group);
   void handBack(Items* group);

@@ -20,8 +20,10 @@ int portIn(const std::string& output) {
 
 }  // namespace
 
-ServerProcess::ServerProcess(const Arguments& moreArguments, void (*prepare)(), int port)
-    : _process(ZORDCHD_PATH, onPort(port, moreArguments), {}, Process::Output::captured, prepare),
+ServerProcess::ServerProcess(const Arguments& moreArguments, void (*prepare)(), int port,
+                             const Process::Environment& environment)
+    : _process(ZORDCHD_PATH, onPort(port, moreArguments), environment, Process::Output::captured,
+               prepare),
       _port(portIn(_process.waitForOutput("\n"))) {}
 
 bool ServerProcess::waitForError(const std::string& text, int times) {

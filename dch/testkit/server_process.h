@@ -12,10 +12,11 @@ class ServerProcess {
  public:
   using Arguments = Process::Arguments;
 
-  // Starts zordchd on the port, or on a free one, after `prepare` in the new process, and waits
-  // until it is ready. Throws std::runtime_error, with what it wrote, when it is not ready in time.
+  // Starts zordchd on the port, or on a free one, after `prepare` in the new process, with these
+  // variables on top of this process's environment, and waits until it is ready. Throws
+  // std::runtime_error, with what it wrote, when it is not ready in time.
   explicit ServerProcess(const Arguments& moreArguments = {}, void (*prepare)() = nullptr,
-                         int port = 0);
+                         int port = 0, const Process::Environment& environment = {});
 
   int port() const { return _port; }
   pid_t processId() const { return _process.id(); }

@@ -2,8 +2,8 @@
 
 # The presets build with ninja; `cmake -S . -B B` alone takes make.
 build_packages=(
-  cmake g++ libboost1.81-dev libcli11-dev libcsv-dev libgmock-dev libgtest-dev libsqlite3-dev libtomlplusplus-dev make ninja-build
-  nlohmann-json3-dev pkgconf)
+  cmake g++ libboost1.81-dev libcli11-dev libcsv-dev libgmock-dev libgtest-dev libsqlite3-dev libsystemd-dev
+  libtomlplusplus-dev make ninja-build nlohmann-json3-dev pkgconf)
 test_packages=(clang-format strace)
 fuzz_packages=(clang libclang-rt-14-dev)
 analysis_packages=(clang-tidy cppcheck)

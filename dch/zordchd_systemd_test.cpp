@@ -1,0 +1,88 @@
+// The real program as a service of systemd.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include "dch/testkit/clients.h"
+#include "dch/testkit/messages.h"
+#include "dch/testkit/notify_socket.h"
+#include "dch/testkit/server_process.h"
+#include "tests/support/temporary_files.h"
+
+namespace dch::testkit {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+class ZordchdSystemdTest : public ::testing::Test {
+ protected:
+  Process::Environment environment(const Process::Environment& more = {}) const {
+    Process::Environment all{{"NOTIFY_SOCKET", _manager.name()}};
+    all.insert(more.begin(), more.end());
+    return all;
+  }
+
+  const TemporaryFolder _folder;
+  const NotifySocket _manager{_folder.path() + "/notify"};
+};
+
+TEST_F(ZordchdSystemdTest, TellsHowItDoes) {
+  ServerProcess server({}, nullptr, 0, environment());
+  EXPECT_EQ(_manager.receive(), "READY=1");
+  EXPECT_EQ(_manager.receive(), "STATUS=0 applications, 0 sources on line, 0 rows kept, 0 lost");
+
+  UdpClient client(server.port());
+  EXPECT_EQ(statusOf(client.ask(registerMessage())), 0);
+  const auto answer = onlineAnswerOf(client.ask(onlineMessage("HOSTMON", "load", "host1")));
+  ASSERT_TRUE(answer);
+  for (int i = 0; i < 2; ++i)
+    EXPECT_EQ(statusOf(client.ask(dataMessage(answer->handle, {{"load1", 'D', "1"}}))), 0);
+  // What was the case in between may be told before.
+  EXPECT_EQ(_manager.receiveUntil("STATUS=1 application, 1 source on line, 2 rows kept, 0 lost"),
+            "STATUS=1 application, 1 source on line, 2 rows kept, 0 lost");
+
+  kill(server.processId(), SIGHUP);
+  EXPECT_EQ(_manager.receive(), "RELOADING=1");
+  EXPECT_EQ(_manager.receive(), "READY=1");
+  EXPECT_EQ(server.stop(SIGTERM), 0);
+  EXPECT_EQ(_manager.receive(), "STOPPING=1");
+  EXPECT_EQ(_manager.receive(), "STATUS=stopping");
+  EXPECT_FALSE(_manager.hasMessage());
+}
+
+TEST_F(ZordchdSystemdTest, AnswersTheWatchdog) {
+  ServerProcess server({}, nullptr, 0, environment({{"WATCHDOG_USEC", "100000"}}));
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(_manager.receiveUntil("WATCHDOG=1"), "WATCHDOG=1");
+  EXPECT_EQ(server.stop(SIGTERM), 0);
+}
+
+TEST_F(ZordchdSystemdTest, DoesNotWaitForAServiceManagerThatDoesNotRead) {
+  _manager.fill();
+  ServerProcess server({}, nullptr, 0, environment({{"WATCHDOG_USEC", "3000"}}));
+  UdpClient client(server.port());
+  for (int i = 0; i < 100; ++i) EXPECT_EQ(statusOf(client.ask(registerMessage())), 0);
+  EXPECT_EQ(server.stop(SIGTERM), 0);
+}
+
+TEST_F(ZordchdSystemdTest, ServesWhenTheServiceManagerIsNotThere) {
+  ServerProcess server({}, nullptr, 0, {{"NOTIFY_SOCKET", _folder.path() + "/nobody"}});
+  EXPECT_EQ(statusOf(UdpClient(server.port()).ask(registerMessage())), 0);
+  EXPECT_EQ(server.stop(SIGTERM), 0);
+}
+
+TEST_F(ZordchdSystemdTest, KeepsItsServiceManagerFromActions) {
+  const TemporaryFile actions("environment /usr/bin/env\n");
+  ServerProcess server({"--actions", actions.path()}, nullptr, 0,
+                       environment({{"WATCHDOG_USEC", "10000000"}, {"OTHER", "stays"}}));
+  UdpClient client(server.port());
+  client.send(actionMessage("environment", 7));
+  EXPECT_NE(client.ask(actionResultsMessage(7)), "");
+  EXPECT_EQ(server.stop(SIGTERM), 0);
+  EXPECT_THAT(server.standardOutput(), HasSubstr("OTHER=stays\n"));
+  for (const char* name : {"NOTIFY_SOCKET", "WATCHDOG_USEC"})
+    EXPECT_THAT(server.standardOutput(), Not(HasSubstr(name)));
+}
+
+}  // namespace
+}  // namespace dch::testkit
