@@ -34,7 +34,10 @@ std::size_t DatagramBatch::receive(int socket) {
   _thrownAway = 0;
   const int count = recvmmsg(socket, _headers.data(), capacity, MSG_DONTWAIT, nullptr);
   _count = count > 0 ? static_cast<std::size_t>(count) : 0;
-  for (std::size_t i = 0; i < _count; ++i) readDetails(i);
+  for (std::size_t i = 0; i < _count; ++i) {
+    readDetails(i);
+    if (i == 0) _thrownAwayBefore = _thrownAway;
+  }
   return _count;
 }
 

@@ -39,8 +39,10 @@ class DatagramBatch {
   // Of all that was received last.
   std::size_t byteCount() const;
 
-  // How many of the socket's datagrams the system has thrown away, as it told with the last ones;
-  // 0 where it told nothing. It counts to 2^32.
+  // How many of the socket's datagrams the system has thrown away, as it told with the first and
+  // with the last ones; 0 where it told nothing. It counts to 2^32, from when the socket was
+  // opened.
+  std::uint32_t thrownAwayBefore() const { return _thrownAwayBefore; }
   std::uint32_t thrownAway() const { return _thrownAway; }
 
  private:
@@ -57,6 +59,7 @@ class DatagramBatch {
   const std::unique_ptr<Slot[]> _slots;
   std::array<mmsghdr, capacity> _headers{};
   std::size_t _count = 0;
+  std::uint32_t _thrownAwayBefore = 0;
   std::uint32_t _thrownAway = 0;
 };
 

@@ -144,7 +144,7 @@ int DatagramPort::receiveFrom(Socket* socket) {
 // Returns how many came.
 std::size_t DatagramPort::receiveBatch(Socket* socket) {
   const std::size_t received = _batch.receive(socket->descriptor.get());
-  countThrownAway(socket);
+  if (received > 0) countThrownAway(socket);
   const Time receivedAt = now();
   std::size_t count = 0;
   for (std::size_t i = 0; i < received; ++i) {
@@ -162,8 +162,9 @@ std::size_t DatagramPort::receiveBatch(Socket* socket) {
 }
 
 void DatagramPort::countThrownAway(Socket* socket) {
+  if (!socket->thrownAway) socket->thrownAway = _batch.thrownAwayBefore();
   if (_batch.thrownAway() == 0) return;
-  _counters.add(Counter::datagramsThrownAway, _batch.thrownAway() - socket->thrownAway);
+  _counters.add(Counter::datagramsThrownAway, _batch.thrownAway() - *socket->thrownAway);
   socket->thrownAway = _batch.thrownAway();
 }
 

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <functional>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -47,7 +48,9 @@ class DatagramPort {
  private:
   struct Socket {
     Descriptor descriptor;
-    std::uint32_t thrownAway = 0;  // as the system told last
+    // As the system told last. What was thrown away before the first datagram is not this server's
+    // to count: it was, for an earlier one that had the socket.
+    std::optional<std::uint32_t> thrownAway = std::nullopt;
     std::size_t bytesToDrain = 0;  // of the system's memory
   };
 

@@ -3,16 +3,19 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <functional>
 #include <list>
 #include <optional>
 
 #include "dch/net/answer_batch.h"
 #include "dch/net/port.h"
+#include "dch/net/port_sockets.h"
 #include "dch/net/socket_option.h"
 #include "dch/testkit/clients.h"
 #include "dch/testkit/error_log.h"
 #include "dch/testkit/loop_thread.h"
+#include "tests/support/wait_until.h"
 
 namespace dch {
 namespace {
@@ -171,6 +174,71 @@ TEST_F(DatagramPortTest, LetsNobodyWaitForAllThatAnotherClientSent) {
     // One of the flood has its turn for each of theirs, and some that went before they came.
     EXPECT_LE(last, 4 * others.size());
   });
+}
+
+// A port on a socket that outlives it.
+class PortOnSocket {
+ public:
+  explicit PortOnSocket(const Descriptor& socket)
+      : _port(
+            _loop, copies(socket), [this](auto messages) { note(messages); }, [] {}, _counters) {
+    _port.start();
+    _thread.emplace(_loop);
+  }
+
+  // Sends while nothing is received.
+  template <class Send>
+  void holdUpDuring(Send send) {
+    _thread->call(send);
+  }
+
+  // What was thrown away of what came up to now: the system tells with what comes afterwards.
+  std::uint64_t thrownAway(const UdpClient& client) {
+    EXPECT_TRUE(waitUntil([&] {
+      client.send("next");
+      return _hasNext.load();
+    }));
+    return _counters[Counter::datagramsThrownAway];
+  }
+
+ private:
+  static std::vector<Descriptor> copies(const Descriptor& socket) {
+    std::vector<Descriptor> one;
+    one.emplace_back(dup(socket.get()));
+    return one;
+  }
+
+  void note(std::span<const Message> messages) {
+    for (const Message& each : messages)
+      if (each.bytes == "next") _hasNext = true;
+  }
+
+  std::atomic<bool> _hasNext = false;
+  EventLoop _loop;
+  Counters _counters;
+  DatagramPort _port;
+  std::optional<testkit::LoopThread> _thread;
+};
+
+TEST(DatagramPortAfterAnotherTest, CountsWhatWasThrownAwaySinceThen) {
+  sockaddr_in address = loopbackAddress(0);
+  int error;
+  const Descriptor socket = openDatagramSocket(&address, &error);
+  const UdpClient client(ntohs(address.sin_port));
+  constexpr int count = 3'000;
+  const auto flood = [&] {
+    for (int i = 0; i < count; ++i) client.send(std::string(8'000, 'x'));
+  };
+  {
+    PortOnSocket first(socket);
+    first.holdUpDuring(flood);
+    EXPECT_GT(first.thrownAway(client), 0u);
+  }
+  EXPECT_EQ(PortOnSocket(socket).thrownAway(client), 0u);
+  flood();
+  const std::uint64_t thrownAway = PortOnSocket(socket).thrownAway(client);
+  EXPECT_GT(thrownAway, 0u);
+  EXPECT_LE(thrownAway, count + 100u);  // and some that were to be the next one
 }
 
 class AnyAddressTest : public DatagramPortTest {

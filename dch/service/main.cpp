@@ -1,5 +1,4 @@
 // zordchd: the suite's data-collection server.
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <sysexits.h>
 #include <unistd.h>
@@ -8,16 +7,16 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <optional>
 #include <sstream>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
 
-#include "dch/net/port.h"
 #include "dch/service/configuration.h"
 #include "dch/service/configuration_error.h"
 #include "dch/service/options.h"
+#include "dch/service/served_port.h"
 #include "dch/service/server.h"
 #include "dch/service/state_path.h"
 #include "dch/store/state_file_error.h"
@@ -46,15 +45,6 @@ void resetSignals() {
   sigprocmask(SIG_SETMASK, &early, nullptr);
 }
 
-in_addr addressToServe(const std::optional<std::string>& chosen) {
-  in_addr address{htonl(INADDR_LOOPBACK)};
-  const char* const configured = std::getenv("ZOR0_BIND_ADDR");
-  const std::string text = chosen.value_or(configured != nullptr ? configured : "");
-  if (!text.empty() && inet_pton(AF_INET, text.c_str(), &address) != 1)
-    throw std::runtime_error("ZOR0_BIND_ADDR is not an IPv4 address: " + text);
-  return address;
-}
-
 // Each line with the program's name in front.
 void say(std::string_view kind, const std::string& lines) {
   std::istringstream input(lines);
@@ -70,8 +60,7 @@ int fail(const std::exception& error, int exitStatus) {
 
 void serve(const dch::Options& options, dch::Configuration&& configuration) {
   if (configuration.instance) ZORA_SetInstanceName(configuration.instance->c_str());
-  dch::ServedPort port =
-      dch::openPort(addressToServe(configuration.bindAddress), configuration.port);
+  dch::ServedPort port = dch::openServedPort(configuration.port, configuration.bindAddress);
   const std::optional<std::string> statePath =
       dch::statePath(configuration.store, configuration.port == 0, ntohs(port.address.port));
   dch::Server(std::move(port), statePath, options, std::move(configuration)).run();

@@ -40,6 +40,10 @@ int ServerProcess::stop(int signal) {
   return _process.finish().exitStatus;
 }
 
+const char* serverPath() {
+  return ZORDCHD_PATH;
+}
+
 ProcessResult runServer(const ServerProcess::Arguments& arguments,
                         const Process::Environment& environment) {
   return Process(ZORDCHD_PATH, arguments, environment).finish();

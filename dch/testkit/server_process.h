@@ -35,6 +35,9 @@ class ServerProcess {
   int _port;
 };
 
+// The program.
+const char* serverPath();
+
 // Runs zordchd to its end.
 ProcessResult runServer(const ServerProcess::Arguments& arguments,
                         const Process::Environment& environment = {});
