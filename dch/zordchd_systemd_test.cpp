@@ -8,11 +8,14 @@
 #include "dch/testkit/notify_socket.h"
 #include "dch/testkit/server_process.h"
 #include "tests/support/temporary_files.h"
+#include "tests/support/text_count.h"
+#include "tests/support/wait_until.h"
 
 namespace dch::testkit {
 namespace {
 
 using ::testing::HasSubstr;
+using ::testing::MatchesRegex;
 using ::testing::Not;
 
 class ZordchdSystemdTest : public ::testing::Test {
@@ -82,6 +85,36 @@ TEST_F(ZordchdSystemdTest, KeepsItsServiceManagerFromActions) {
   EXPECT_THAT(server.standardOutput(), HasSubstr("OTHER=stays\n"));
   for (const char* name : {"NOTIFY_SOCKET", "WATCHDOG_USEC"})
     EXPECT_THAT(server.standardOutput(), Not(HasSubstr(name)));
+}
+
+// Its standard error is a file, which JOURNAL_STREAM names.
+Process::Arguments withJournal(const std::string& journal, const Process::Arguments& arguments) {
+  Process::Arguments all{
+      "-c", "exec 2>" + journal + "; JOURNAL_STREAM=$(stat -c %d:%i " + journal + ") exec \"$@\"",
+      "bash", serverPath()};
+  all.insert(all.end(), arguments.begin(), arguments.end());
+  return all;
+}
+
+TEST_F(ZordchdSystemdTest, TellsTheJournalThePriorityOfEachLine) {
+  const TemporaryFile journal("");
+  Process server("/bin/bash", withJournal(journal.path(), {"--port", "0", "--verbose"}));
+  server.waitForOutput(" state in ");
+  server.signal(SIGUSR1);
+  EXPECT_TRUE(waitUntil([&] { return countOf("log_lines_dropped 0\n", journal.content()) == 1; }));
+  server.signal(SIGTERM);
+  EXPECT_EQ(server.finish().exitStatus, 0);
+  EXPECT_THAT(journal.content(), MatchesRegex("(<5>[^\n]*\n)+<6>[^\n]*stopping on signal 15\n"));
+}
+
+TEST_F(ZordchdSystemdTest, TellsTheJournalThatAnErrorIsOne) {
+  const TemporaryFile journal("");
+  for (const Process::Arguments& arguments :
+       {Process::Arguments{"--what"}, {"--actions", "/nowhere/actions.conf"}}) {
+    Process server("/bin/bash", withJournal(journal.path(), arguments));
+    EXPECT_NE(server.finish().exitStatus, 0);
+    EXPECT_THAT(journal.content(), MatchesRegex("<3>zordchd: [^\n]*\n(<3>[^\n]*\n)?"));
+  }
 }
 
 }  // namespace

@@ -11,21 +11,22 @@ void Log::write(const char* format, ...) const {
   if (!isEnabled()) return;
   std::va_list arguments;
   va_start(arguments, format);
-  writeFormatted(format, arguments);
+  writeFormatted(Priority::info, format, arguments);
   va_end(arguments);
 }
 
 void Log::warn(const char* format, ...) const {
   std::va_list arguments;
   va_start(arguments, format);
-  writeFormatted(format, arguments);
+  writeFormatted(Priority::warning, format, arguments);
   va_end(arguments);
 }
 
-void Log::writeFormatted(const char* format, std::va_list arguments) const {
+void Log::writeFormatted(Priority priority, const char* format, std::va_list arguments) const {
   char line[1024];
   const int wanted = std::vsnprintf(line, sizeof line, format, arguments);
-  writeLine({line, std::min(static_cast<std::size_t>(std::max(wanted, 0)), sizeof line - 1)});
+  writeLine(priority,
+            {line, std::min(static_cast<std::size_t>(std::max(wanted, 0)), sizeof line - 1)});
 }
 
 namespace {

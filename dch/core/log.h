@@ -8,6 +8,9 @@
 
 namespace dch {
 
+// As in syslog(3).
+enum class Priority { error = 3, warning = 4, notice = 5, info = 6 };
+
 class Log {
  public:
   virtual ~Log() = default;
@@ -19,10 +22,10 @@ class Log {
   [[gnu::format(printf, 2, 3)]] void warn(const char* format, ...) const;
 
  private:
-  void writeFormatted(const char* format, std::va_list arguments) const;
+  void writeFormatted(Priority priority, const char* format, std::va_list arguments) const;
 
   virtual bool isEnabled() const = 0;
-  virtual void writeLine(std::string_view line) const = 0;
+  virtual void writeLine(Priority priority, std::string_view line) const = 0;
 };
 
 // `text` for a line: bytes that are not printable ASCII become \xNN, so that what a client sends

@@ -1,12 +1,12 @@
 #include "dch/net/port.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 #include <utility>
 
+#include "dch/journal.h"
 #include "dch/net/port_sockets.h"
 #include "suite/product_settings.h"
 #include "zordsock/port_choice.h"
@@ -77,8 +77,8 @@ zordsock::PortChoice chooseFreePort(OpenOnAddress& steps) {
 void publish(int item, long long number) {
   const std::string text = std::to_string(number);
   if (ZOR0_UpdateProductSpec(item, text.c_str()) == 0)
-    std::fprintf(stderr, "zordchd: warning: cannot write %s into product setting %d\n",
-                 text.c_str(), item);
+    printLines(Priority::warning, withName("warning: cannot write " + text +
+                                           " into product setting " + std::to_string(item)));
 }
 
 zordsock::PortChoice chooseBySettings(std::optional<int> port, OpenOnAddress& steps) {

@@ -36,12 +36,12 @@ bool EventLog::isAdmitted() const {
   return true;
 }
 
-void EventLog::writeLine(std::string_view text) const {
+void EventLog::writeLine(Priority priority, std::string_view text) const {
   char line[1024];
   std::size_t length = writePrefix(line, sizeof line);
   length += text.copy(line + length, sizeof line - length - 1);
   line[length] = '\n';
-  _output.write({line, length + 1});
+  _output.write(priority, {line, length + 1});
 }
 
 }  // namespace dch

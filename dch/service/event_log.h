@@ -22,7 +22,7 @@ class EventLog : public Log {
 
  private:
   bool isEnabled() const override { return _isEnabled && isAdmitted(); }
-  void writeLine(std::string_view line) const override;
+  void writeLine(Priority priority, std::string_view line) const override;
 
   bool isAdmitted() const;
 

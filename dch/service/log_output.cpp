@@ -11,6 +11,8 @@
 #include <climits>
 #include <new>
 
+#include "dch/journal.h"
+
 namespace dch {
 
 namespace {
@@ -39,11 +41,22 @@ std::size_t countForOneGo(int descriptor, std::size_t size) {
 }  // namespace
 
 LogOutput::LogOutput(int descriptor)
-    : _isSocket(kindOf(descriptor) == S_IFSOCK),
+    : _isJournal(isJournal(descriptor)),
+      _isSocket(kindOf(descriptor) == S_IFSOCK),
       _own(openAgain(descriptor)),
       _descriptor(_own.isOpen() ? _own.get() : descriptor) {}
 
-void LogOutput::write(std::string_view text) noexcept {
+void LogOutput::write(Priority priority, std::string_view lines) noexcept {
+  if (!_isJournal) return writeAsIs(lines);
+  try {
+    writeAsIs(withPriority(priority, lines));
+  } catch (const std::bad_alloc&) {
+    const std::lock_guard lock(_mutex);
+    ++_dropped;
+  }
+}
+
+void LogOutput::writeAsIs(std::string_view text) noexcept {
   const std::lock_guard lock(_mutex);
   writeKept();
   if (_kept.empty()) text.remove_prefix(tryWrite(text));

@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "dch/core/log.h"
 #include "dch/net/descriptor.h"
 
 namespace dch {
@@ -20,8 +21,8 @@ class LogOutput {
   // Writes where `descriptor`, which stays open, leads.
   explicit LogOutput(int descriptor);
 
-  // One line, or several, with their ends.
-  void write(std::string_view text) noexcept;
+  // One line, or several, with their ends. The journal of systemd has the priority with each.
+  void write(Priority priority, std::string_view lines) noexcept;
 
   // Writes what is kept, as far as it can be written now. To be called every now and then.
   void flush() noexcept;
@@ -33,9 +34,11 @@ class LogOutput {
   std::uint64_t dropped() const;
 
  private:
+  void writeAsIs(std::string_view text) noexcept;
   std::size_t tryWrite(std::string_view text);
   void writeKept();
 
+  const bool _isJournal;
   const bool _isSocket;
   const Descriptor _own;  // leads to the same, and does not wait
   const int _descriptor;

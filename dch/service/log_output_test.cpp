@@ -45,7 +45,8 @@ std::string readSome(const Ends& ends, std::size_t count) {
 // Writes lines, of which nobody reads any, until some are dropped; returns the number written.
 int writeUntilDropped(LogOutput* output) {
   int number = 0;
-  while (output->dropped() == 0 && number < 1'000'000) output->write(line(number++));
+  while (output->dropped() == 0 && number < 1'000'000)
+    output->write(Priority::info, line(number++));
   return number;
 }
 
@@ -69,15 +70,15 @@ class LogOutputTest : public ::testing::TestWithParam<Ends (*)()> {
 };
 
 TEST_P(LogOutputTest, WritesAtOnce) {
-  _output.write("first\n");
-  _output.write("second\n");
+  _output.write(Priority::info, "first\n");
+  _output.write(Priority::info, "second\n");
   EXPECT_EQ(readSome(_ends, 100), "first\nsecond\n");
   EXPECT_EQ(_output.dropped(), 0u);
 }
 
 TEST_P(LogOutputTest, NeverWaitsForAReaderAndLosesOnlyWhatItCounts) {
   expectToLoseOnlyTheLastLine(_ends, &_output);
-  _output.write("again\n");
+  _output.write(Priority::info, "again\n");
   EXPECT_EQ(readSome(_ends, 100), "again\n");
 }
 
@@ -102,7 +103,7 @@ TEST(LogOutputToADescriptorTest, DoesNotWaitForAPipeThatItCannotOpenAgain) {
 TEST(LogOutputToADescriptorTest, CountsWhatCannotBeWritten) {
   const Descriptor full(open("/dev/full", O_WRONLY | O_CLOEXEC));
   LogOutput output(full.get());
-  output.write("lost\n");
+  output.write(Priority::info, "lost\n");
   EXPECT_EQ(output.dropped(), 1u);
 }
 

@@ -4,15 +4,13 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <optional>
-#include <sstream>
 #include <string>
-#include <string_view>
 #include <utility>
 
+#include "dch/journal.h"
 #include "dch/service/configuration.h"
 #include "dch/service/configuration_error.h"
 #include "dch/service/options.h"
@@ -45,16 +43,9 @@ void resetSignals() {
   sigprocmask(SIG_SETMASK, &early, nullptr);
 }
 
-// Each line with the program's name in front.
-void say(std::string_view kind, const std::string& lines) {
-  std::istringstream input(lines);
-  for (std::string line; std::getline(input, line);)
-    std::fprintf(stderr, "zordchd: %s%s\n", std::string(kind).c_str(), line.c_str());
-}
-
 // Says why the process ends with this status.
 int fail(const std::exception& error, int exitStatus) {
-  say("", error.what());
+  dch::printLines(dch::Priority::error, dch::withName(error.what()));
   return exitStatus;
 }
 
@@ -75,7 +66,8 @@ int main(int argc, char** argv) {
   if (const auto exitStatus = dch::readOptions(argc, argv, &options)) return *exitStatus;
   try {
     dch::Configuration configuration = dch::readConfiguration(options);
-    for (const std::string& each : configuration.warnings) say("warning: ", each);
+    for (const std::string& each : configuration.warnings)
+      dch::printLines(dch::Priority::warning, dch::withName("warning: " + each));
     if (options.isCheck)
       std::printf("zordchd: %s is in order\n", options.configurationFile->c_str());
     else

@@ -4,7 +4,8 @@
 
 #include <CLI/CLI.hpp>
 #include <charconv>
-#include <iostream>
+
+#include "dch/journal.h"
 
 #include "dch/service/setting_checks.h"
 
@@ -84,7 +85,7 @@ std::optional<int> readOptions(int argc, const char* const* argv, Options* optio
   } catch (const CLI::ParseError& error) {
     // Asked for help or the version: not an error.
     if (error.get_exit_code() == 0) return app.exit(error);
-    std::cerr << "zordchd: " << error.what() << "\nTry 'zordchd --help'.\n";
+    printLines(Priority::error, withName(error.what()) + "Try 'zordchd --help'.\n");
     return EX_USAGE;
   }
   return std::nullopt;

@@ -6,9 +6,9 @@
 #include <cstdio>
 #include <initializer_list>
 #include <new>
-#include <sstream>
 #include <utility>
 
+#include "dch/journal.h"
 #include "dch/service/descriptor_limit.h"
 
 namespace dch {
@@ -102,17 +102,17 @@ void Server::reload() {
 void Server::readAgain() {
   try {
     apply(readConfiguration(_options));
-    say("has read " + *_options.configurationFile + " again");
+    say(Priority::notice, "has read " + *_options.configurationFile + " again");
   } catch (const std::exception& error) {
-    say(std::string(error.what()) + "\nnothing has changed");
+    say(Priority::error, std::string(error.what()) + "\nnothing has changed");
   }
 }
 
 // All of it or, when this throws, nothing.
 void Server::apply(Configuration&& fresh) {
   for (const std::string& each : keepWhatCannotChange(_configuration, &fresh))
-    say("warning: " + each + " stays as it is until the next start");
-  for (const std::string& each : fresh.warnings) say("warning: " + each);
+    say(Priority::warning, "warning: " + each + " stays as it is until the next start");
+  for (const std::string& each : fresh.warnings) say(Priority::warning, "warning: " + each);
   _channel.setLimits(limitsWithRoom(fresh));
   _store.setRetention(fresh.retention);
   _log.setEnabled(fresh.isVerbose);
@@ -126,16 +126,16 @@ ChannelLimits Server::limitsWithRoom(const Configuration& configuration) {
   const std::size_t wanted = connections;
   connections = makeRoomForConnections(wanted);
   if (connections < wanted)
-    say("warning: the limit on open files leaves room for " + std::to_string(connections) +
-        " connections, not " + std::to_string(wanted) + "; raise it to " +
-        std::to_string(wanted + ownDescriptors));
+    say(Priority::warning, "warning: the limit on open files leaves room for " +
+                               std::to_string(connections) + " connections, not " +
+                               std::to_string(wanted) + "; raise it to " +
+                               std::to_string(wanted + ownDescriptors));
   return limits;
 }
 
 // Also without --verbose: the operator is to know.
-void Server::say(const std::string& sentences) {
-  std::istringstream lines(sentences);
-  for (std::string line; std::getline(lines, line);) _output.write("zordchd: " + line + '\n');
+void Server::say(Priority priority, const std::string& sentences) {
+  _output.write(priority, withName(sentences));
 }
 
 // Also without --verbose: it was asked for.
@@ -143,7 +143,7 @@ void Server::report() {
   countDroppedLines();
   _store.setCounters(&_counters);
   try {
-    _output.write(_channel.report());
+    _output.write(Priority::notice, _channel.report());
   } catch (const std::bad_alloc&) {
     _log.write("no memory for the report");
   }

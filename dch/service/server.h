@@ -43,7 +43,7 @@ class Server {
   void readAgain();
   void apply(Configuration&& fresh);
   ChannelLimits limitsWithRoom(const Configuration& configuration);
-  void say(const std::string& sentences);
+  void say(Priority priority, const std::string& sentences);
   void report();
   void tick();
   void showStatus();

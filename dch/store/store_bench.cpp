@@ -47,7 +47,7 @@ std::string rowMessage(ZORA_Long handle) {
 
 class ErrorLog : public dch::Log {
   bool isEnabled() const override { return true; }
-  void writeLine(std::string_view line) const override {
+  void writeLine(Priority, std::string_view line) const override {
     std::fprintf(stderr, "%.*s\n", static_cast<int>(line.size()), line.data());
   }
 };

@@ -14,7 +14,7 @@ class ErrorLog : public Log {
 
  private:
   bool isEnabled() const override { return _enabled; }
-  void writeLine(std::string_view line) const override {
+  void writeLine(Priority, std::string_view line) const override {
     std::fprintf(stderr, "%.*s\n", static_cast<int>(line.size()), line.data());
   }
 

@@ -28,7 +28,7 @@ class RecordingLog : public Log {
 
  private:
   bool isEnabled() const override { return true; }
-  void writeLine(std::string_view line) const override { lines.emplace_back(line); }
+  void writeLine(Priority, std::string_view line) const override { lines.emplace_back(line); }
 };
 
 // Has the changes that were concluded, in their order.

@@ -247,7 +247,7 @@ bool Witness::push(std::string_view message, const dch::PeerAddress&) {
   return true;
 }
 
-void Witness::writeLine(std::string_view line) const {
+void Witness::writeLine(dch::Priority, std::string_view line) const {
   require(std::all_of(line.begin(), line.end(), isPrintable),
           "a log line that is fit for a terminal");
 }

@@ -32,7 +32,7 @@ struct Witness : dch::Answers, dch::RowsOut, dch::Timer, dch::Log {
   void takeGone(std::vector<dch::PeerAddress>*) override {}
   void start() override { isTimerStarted = true; }
   bool isEnabled() const override { return true; }
-  void writeLine(std::string_view line) const override;
+  void writeLine(dch::Priority priority, std::string_view line) const override;
 
   Outcome outcome;
   bool isTimerStarted = false;
