@@ -35,3 +35,14 @@ install(FILES ${generated}/zord410Config.cmake ${generated}/zord410ConfigVersion
 file(RELATIVE_PATH prefix_from_pkgconfig /prefix/${pkgconfig_folder} /prefix)
 configure_file(packaging/zord410.pc.in ${generated}/zord410.pc @ONLY)
 install(FILES ${generated}/zord410.pc DESTINATION ${pkgconfig_folder})
+
+# The service. Its unit names the program where it is installed.
+if(ZORD410_SYSTEMD)
+  install(CODE "
+    set(bin_folder \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}\")
+    configure_file(\"${PROJECT_SOURCE_DIR}/packaging/systemd/zordchd.service.in\"
+      \"${generated}/zordchd.service\" @ONLY)")
+  install(FILES ${generated}/zordchd.service packaging/systemd/zordchd.socket
+    DESTINATION lib/systemd/system)
+  install(FILES packaging/systemd/zord410.sysusers DESTINATION lib/sysusers.d RENAME zord410.conf)
+endif()
