@@ -55,6 +55,17 @@ expect_block apps apps
 "$zordc" act restart --node web1 --subnode web1:HMN00 --owner me --id 7 --wait >action
 expect_block action action
 
+# Units with the changes that the page shows.
+mkdir -p units/zordchd.s{ervice,ocket}.d
+cp "$source_dir/packaging/systemd/zordchd.socket" units
+sed "s|@bin_folder@|${zordchd%/*}|" "$source_dir/packaging/systemd/zordchd.service.in" >units/zordchd.service
+for kind in socket service; do
+  blocks "file: $kind.conf" ini >"units/zordchd.$kind.d/page.conf"
+  [[ -s units/zordchd.$kind.d/page.conf ]] || fail "no change of the $kind unit on the page"
+  systemd-analyze verify --man=no "$PWD/units/zordchd.$kind" >verified 2>&1 || fail "$(cat verified)"
+  ! grep zord verified || fail "systemd finds fault with the change of the $kind unit"
+done
+
 end TERM "$watcher" || [[ $? == 143 ]]
 end TERM "$server"
 
