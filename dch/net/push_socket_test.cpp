@@ -22,7 +22,7 @@ using ::testing::IsEmpty;
 using testkit::noServer;
 using testkit::UdpClient;
 
-const in_addr loopbackAddress{htonl(INADDR_LOOPBACK)};
+const in_addr anyLoopback{htonl(INADDR_LOOPBACK)};
 
 PeerAddress goneClient() {
   return UdpClient(noServer, testkit::portToLeave()).address();
@@ -50,7 +50,7 @@ PeerAddress broadcastAddress() {
 }
 
 TEST(PushSocketTest, SendsTheMessageAsItIsFromAPortOfItsOwn) {
-  PushSocket socket(loopbackAddress);
+  PushSocket socket(anyLoopback);
   UdpClient receiver(noServer);
   const std::string message(maxDatagramBytes, 'x');
   EXPECT_TRUE(socket.push(message, receiver.address()));
@@ -60,7 +60,7 @@ TEST(PushSocketTest, SendsTheMessageAsItIsFromAPortOfItsOwn) {
 }
 
 TEST(PushSocketTest, TellsWhoIsGone) {
-  PushSocket socket(loopbackAddress);
+  PushSocket socket(anyLoopback);
   const PeerAddress missing = goneClient();
   std::vector<PeerAddress> gone;
   EXPECT_TRUE(socket.push("row", missing));
@@ -69,7 +69,7 @@ TEST(PushSocketTest, TellsWhoIsGone) {
 }
 
 TEST(PushSocketTest, DoesNotLetTheNextReceiverLoseARowBecauseTheLastOneIsGone) {
-  PushSocket socket(loopbackAddress);
+  PushSocket socket(anyLoopback);
   const PeerAddress missing = goneClient();
   UdpClient receiver(noServer);
   std::vector<PeerAddress> gone;
@@ -100,7 +100,7 @@ TEST(PushSocketTest, FindsWhoIsGoneWithoutSendingAnything) {
 }
 
 TEST(PushSocketTest, TakesNobodyOfAnotherMachineForGone) {
-  PushSocket socket(loopbackAddress);
+  PushSocket socket(anyLoopback);
   sockaddr_in address{};
   address.sin_port = htons(9);
   inet_pton(AF_INET, "192.0.2.1", &address.sin_addr);
@@ -128,7 +128,7 @@ TEST(PushSocketTest, SendsToManyAndTellsWhoTookNothing) {
 }
 
 TEST(PushSocketTest, SaysWhenADatagramCannotBeSent) {
-  PushSocket socket(loopbackAddress);
+  PushSocket socket(anyLoopback);
   EXPECT_FALSE(socket.push("row", broadcastAddress()));
   EXPECT_THAT(goneOf(socket), IsEmpty());
 }

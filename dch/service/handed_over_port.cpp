@@ -100,6 +100,7 @@ std::optional<ServedPort> takeHandedOverPort() {
   if (count < 0) refuse(std::strerror(-count));
   if (count == 0) return std::nullopt;
   std::vector<Descriptor> sockets;
+  sockets.reserve(static_cast<std::size_t>(count));
   for (int i = 0; i < count; ++i) sockets.emplace_back(firstHandedOver + i);
   Collected collected;
   for (Descriptor& socket : sockets) {

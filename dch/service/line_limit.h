@@ -15,7 +15,7 @@ class LineLimit {
  public:
   using Clock = std::chrono::steady_clock;
 
-  static constexpr int mostAtATime = 2'000;
+  static constexpr int mostAtATime = 10'000;
   static constexpr std::chrono::milliseconds pause{10};  // for which one more is admitted
 
   // Returns whether a line may be written. After many at a time none may for some seconds.
