@@ -23,7 +23,7 @@ class LineLimit {
     const auto passed = std::max<Clock::duration>(now - _time, {}) / pause;
     _time += passed * pause;
     _room = static_cast<int>(std::min<std::int64_t>(mostAtATime, _room + passed));
-    if (_room >= mostAtATime / 4) _isOpen = true;
+    if (_room >= mostAtATime / 20) _isOpen = true;
     if (!_isOpen) {
       ++_leftOut;
       return false;

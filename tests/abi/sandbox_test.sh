@@ -38,7 +38,7 @@ wait_for 'again' "$work/log"
 kill -USR1 "$server"
 wait_for 'log_lines_dropped' "$work/log"
 end TERM "$server"
-wait_for '^[0-9]* exit_group' "$work/trace"
+wait_for '^[0-9]*  *exit_group' "$work/trace"
 
 # All of its threads, and the action.
 sed 's/^[0-9]*  *//' "$work/trace" >"$work/own"
