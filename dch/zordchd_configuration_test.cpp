@@ -172,12 +172,12 @@ TEST_F(ZordchdConfigurationTest, EventsAreToldFromWhenTheyAreWanted) {
 }
 
 TEST_F(ZordchdConfigurationTest, SaysWhatStaysAsItIs) {
-  const std::string state = beside("state.db");
-  write("[store]\npath = '" + state + "'\n");
+  write("[store]\npath = 'memory'\n");
   ServerProcess server({"--config", file(), "--bind", "127.0.0.1"});
   ASSERT_TRUE(reload(&server,
                      "[channel]\nbind = '0.0.0.0'\nport = 7\ninstance = 'x'\n"
-                     "[store]\npath = 'memory'\ndurability = 'power'\nkeep_days = 1\n"));
+                     "[store]\npath = '" +
+                         beside("state.db") + "'\ndurability = 'power'\nkeep_days = 1\n"));
   for (const char* key : {"instance in [channel]", "path in [store]", "durability in [store]"})
     EXPECT_THAT(server.standardError(), HasSubstr(std::string("zordchd: warning: ") + key +
                                                   " stays as it is until the next start\n"));

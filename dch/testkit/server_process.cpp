@@ -12,12 +12,6 @@ Process::Arguments onPort(int port, const Process::Arguments& more) {
   return arguments;
 }
 
-// The last word of the first line, which says that the server is ready.
-int portIn(const std::string& output) {
-  const std::string ready = output.substr(0, output.find('\n'));
-  return std::stoi(ready.substr(ready.rfind(' ')));
-}
-
 }  // namespace
 
 ServerProcess::ServerProcess(const Arguments& moreArguments, void (*prepare)(), int port,
@@ -38,6 +32,12 @@ bool ServerProcess::waitForError(const std::string& text, int times) {
 int ServerProcess::stop(int signal) {
   _process.signal(signal);
   return _process.finish().exitStatus;
+}
+
+// The last word of the first line, which says that the server is ready.
+int portIn(const std::string& output) {
+  const std::string ready = output.substr(0, output.find('\n'));
+  return std::stoi(ready.substr(ready.rfind(' ')));
 }
 
 const char* serverPath() {

@@ -38,6 +38,9 @@ class ServerProcess {
 // The program.
 const char* serverPath();
 
+// What the output of one that is ready says.
+int portIn(const std::string& output);
+
 // Runs zordchd to its end.
 ProcessResult runServer(const ServerProcess::Arguments& arguments,
                         const Process::Environment& environment = {});

@@ -4,6 +4,10 @@
 # are compared with the unit.
 prefix=$1 source_dir=$2
 . "$(dirname "$0")/../docs/page.sh"
+strace -D -f -qq -o "$work/probe" true || {
+  echo "NOT RUN: strace cannot trace here"
+  exit 77
+}
 export LC_ALL=C
 unit=$prefix/lib/systemd/system/zordchd.service
 
