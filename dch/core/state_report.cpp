@@ -6,6 +6,14 @@ namespace dch {
 
 namespace {
 
+// Longer than what honest consumers defer: others are not to fill the log.
+constexpr std::size_t longestLine = 400;
+
+std::string shortened(std::string text) {
+  if (text.size() <= longestLine) return text;
+  return text.substr(0, longestLine - 3) + "...";
+}
+
 // "3 done, 1 malformed message".
 std::string answersOf(const RequestCounts::ByStatus& counts) {
   std::string text;
@@ -39,7 +47,8 @@ std::string stateReport(const Registry& registry, const Deferrals& deferrals,
     report += "  " + printable(application->name) + ": " +
               std::to_string(application->sourcesOnline) + " source(s) on line\n";
   report += "zordchd: " + std::to_string(deferrals.kept().size()) + " deferral(s)\n";
-  for (const Deferral& deferral : deferrals.kept()) report += "  " + deferral.text() + '\n';
+  for (const Deferral& deferral : deferrals.kept())
+    report += "  " + shortened(deferral.text()) + '\n';
   report += "zordchd: requests\n";
   for (const RequestType& type : requestTypes()) {
     const std::string answers = answersOf(requests.of(type));
