@@ -34,13 +34,13 @@ class KeepingServer {
   const ServerProcess _server;
 };
 
+constexpr int rowsPerTurn = 2'048;
+
 // The sides of one number of providers, each with providers of its own.
 class Comparison {
  public:
   explicit Comparison(int providers)
-      : _name(std::to_string(providers) + " providers"),
-        _rowsPerTurn(providers * 250),
-        _providers(providers) {
+      : _name(std::to_string(providers) + " providers"), _providers(providers) {
     _bare.becomeDch();
     add("bare", [](int) { return sendRows(1); });
     addServer("memory", _memory.port());
@@ -52,7 +52,7 @@ class Comparison {
 
   void addTo(std::vector<Side>* sides) {
     for (auto& [name, providers] : _sides)
-      sides->push_back({_name + ", " + name, _rowsPerTurn,
+      sides->push_back({_name + ", " + name, rowsPerTurn,
                         [&providers = providers](int rows) { return providers.run(rows); }});
   }
 
@@ -80,7 +80,6 @@ class Comparison {
   }
 
   const std::string _name;
-  const int _rowsPerTurn;
   const int _providers;
   const EchoPeer _bare;
   const ServerProcess _memory;
