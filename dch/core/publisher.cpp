@@ -38,12 +38,14 @@ void Publisher::lookForGone() {
 }
 
 void Publisher::publish(std::string_view topic, std::string_view message) {
-  if (Subscribers* const subscribers = _subscriptions.find(topic);
-      subscribers != nullptr && !publishLater(topic, message, *subscribers)) {
+  Subscribers* subscribers = _subscriptions.find(topic);
+  if (subscribers == nullptr || publishLater(topic, message, *subscribers)) return;
+  if (isPublishing()) {
     finishPublishing();
     // That may have found the last one gone.
-    publishNow(message, _subscriptions.find(topic));
+    subscribers = _subscriptions.find(topic);
   }
+  if (subscribers != nullptr) publishNow(message, subscribers);
 }
 
 // Returns whether it will be: not when there are few, which may be sent to at once, no room or no
@@ -59,7 +61,6 @@ bool Publisher::publishLater(std::string_view topic, std::string_view message,
 }
 
 void Publisher::publishNow(std::string_view message, Subscribers* subscribers) {
-  if (subscribers == nullptr) return;
   std::array<PeerAddress, pieceSize> receivers;
   std::size_t count = 0;
   for (const auto& [address, subscriber] : *subscribers) {

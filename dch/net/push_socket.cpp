@@ -91,12 +91,13 @@ void PushSocket::pushToAll(std::string_view message, std::span<const PeerAddress
 std::size_t PushSocket::sendTogether(std::string_view message,
                                      std::span<const PeerAddress> receivers) {
   constexpr std::size_t most = 64;
-  std::array<mmsghdr, most> headers{};
+  std::array<mmsghdr, most> headers;
   std::array<sockaddr_in, most> addresses;
   iovec part{const_cast<char*>(message.data()), message.size()};
   const std::size_t count = std::min(receivers.size(), most);
   for (std::size_t i = 0; i < count; ++i) {
     addresses[i] = receivers[i].socketAddress();
+    headers[i] = {};
     headers[i].msg_hdr.msg_name = &addresses[i];
     headers[i].msg_hdr.msg_namelen = sizeof addresses[i];
     headers[i].msg_hdr.msg_iov = &part;
