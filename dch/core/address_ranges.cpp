@@ -31,8 +31,7 @@ std::uint32_t maskOf(int prefix) {
 }
 
 std::string textOf(std::uint32_t address, int prefix) {
-  PeerAddress shown;
-  shown.address = htonl(address);
+  const PeerAddress shown(in_addr{htonl(address)});
   return std::string(shown.addressText().data()) + '/' + std::to_string(prefix);
 }
 

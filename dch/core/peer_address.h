@@ -16,6 +16,9 @@ struct PeerAddress {
   explicit PeerAddress(const sockaddr_in& socketAddress)
       : address(socketAddress.sin_addr.s_addr), port(socketAddress.sin_port) {}
 
+  // Of a machine, without a port.
+  explicit PeerAddress(in_addr machine) : address(machine.s_addr) {}
+
   sockaddr_in socketAddress() const;
 
   // Such as "127.0.0.1", zero-terminated.

@@ -29,10 +29,8 @@ constexpr int mostAttempts = 1'000;
 constexpr int stride = 7'919;
 
 [[noreturn]] void refuse(in_addr address, const zordsock::PortChoice& choice) {
-  PeerAddress wanted;
-  wanted.address = address.s_addr;
   const std::string what = "cannot serve the DCH port " + std::to_string(choice.port) + " of " +
-                           wanted.addressText().data();
+                           PeerAddress(address).addressText().data();
   if (choice.isInUse())
     throw std::runtime_error(what + ": " + std::strerror(EADDRINUSE) +
                              ": another DCH is already active on it");

@@ -1,7 +1,5 @@
 #include "dch/service/configuration_keys.h"
 
-#include <arpa/inet.h>
-
 #include <cstdint>
 #include <optional>
 
@@ -37,18 +35,20 @@ std::optional<std::string> pathIn(const toml::node& value) {
   return textIn(value, "the path of a file in quotes");
 }
 
+// The same, and nothing is wrong with it.
+std::optional<std::string> textIn(const toml::node& value, const char* whatItHasToBe,
+                                  std::string (*check)(const std::string&)) {
+  std::optional<std::string> text = textIn(value, whatItHasToBe);
+  if (text && !check(*text).empty()) throw WrongValue{value, whatItHasToBe};
+  return text;
+}
+
 std::optional<std::string> addressIn(const toml::node& value) {
-  constexpr char expected[] = "an IPv4 address such as \"127.0.0.1\"";
-  std::optional<std::string> address = textIn(value, expected);
-  if (address && !checkAddress(*address).empty()) throw WrongValue{value, expected};
-  return address;
+  return textIn(value, "an IPv4 address such as \"127.0.0.1\"", checkAddress);
 }
 
 std::optional<std::string> instanceIn(const toml::node& value) {
-  constexpr char expected[] = "a name of up to 20 characters";
-  std::optional<std::string> name = textIn(value, expected);
-  if (name && !checkInstanceName(*name).empty()) throw WrongValue{value, expected};
-  return name;
+  return textIn(value, "a name of up to 20 characters", checkInstanceName);
 }
 
 const toml::array& arrayIn(const toml::node& value, const char* whatItHasToBe) {

@@ -51,8 +51,7 @@ void LogOutput::write(Priority priority, std::string_view lines) noexcept {
   try {
     writeAsIs(withPriority(priority, lines));
   } catch (const std::bad_alloc&) {
-    const std::lock_guard lock(_mutex);
-    ++_dropped;
+    countDropped();
   }
 }
 

@@ -6,7 +6,6 @@
 #include <charconv>
 
 #include "dch/journal.h"
-
 #include "dch/service/setting_checks.h"
 
 namespace dch {

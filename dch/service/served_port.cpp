@@ -2,10 +2,10 @@
 
 #include <arpa/inet.h>
 
-#include <cstdlib>
 #include <stdexcept>
 
 #include "dch/service/configuration_error.h"
+#include "dch/service/environment.h"
 #include "dch/service/handed_over_port.h"
 #include "zordsock/port_choice.h"
 #include "zordsock/settings.h"
@@ -16,11 +16,6 @@ namespace {
 
 constexpr char portVariable[] = "ZORA_DCH_PORT";
 constexpr char addressVariable[] = "ZOR0_BIND_ADDR";
-
-std::string variable(const char* name) {
-  const char* const value = std::getenv(name);
-  return value != nullptr ? value : "";
-}
 
 // Nothing when no address was asked for.
 std::optional<in_addr> wantedAddress(const std::optional<std::string>& bindAddress) {
@@ -49,10 +44,8 @@ void requirePort(const PeerAddress& handedOver, std::optional<int> port) {
 
 void requireAddress(const PeerAddress& handedOver, std::optional<in_addr> address) {
   if (!address || address->s_addr == handedOver.address) return;
-  PeerAddress wanted;
-  wanted.address = address->s_addr;
   refuse(std::string("address ") + handedOver.addressText().data(),
-         std::string("address ") + wanted.addressText().data() + " is asked for");
+         std::string("address ") + PeerAddress(*address).addressText().data() + " is asked for");
 }
 
 }  // namespace

@@ -3,11 +3,12 @@
 #include <pwd.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
+
+#include "dch/service/environment.h"
 
 namespace dch {
 
@@ -18,11 +19,6 @@ constexpr bool canKeepState = true;
 #else
 constexpr bool canKeepState = false;
 #endif
-
-std::string variable(const char* name) {
-  const char* const value = std::getenv(name);
-  return value != nullptr ? value : "";
-}
 
 std::string homeDirectory() {
   std::string home = variable("HOME");

@@ -5,6 +5,8 @@
 
 #include <cstdint>
 #include <cstdlib>
+
+#include "dch/service/environment.h"
 #endif
 
 namespace dch {
@@ -14,8 +16,7 @@ namespace dch {
 static_assert(firstHandedOver == SD_LISTEN_FDS_START);
 
 std::string takeNotifySocket() {
-  const char* const value = std::getenv("NOTIFY_SOCKET");
-  std::string path = value != nullptr ? value : "";
+  std::string path = variable("NOTIFY_SOCKET");
   unsetenv("NOTIFY_SOCKET");
   return path;
 }
