@@ -12,12 +12,25 @@ if(ZORD410_GTEST_SOURCE)
   set(INSTALL_GTEST OFF)
   add_subdirectory(${ZORD410_GTEST_SOURCE} ${PROJECT_BINARY_DIR}/googletest EXCLUDE_FROM_ALL)
   foreach(library gmock gtest gtest_main)
-    target_compile_options(${library} PRIVATE -w) # its warnings are not ours to act on
+    target_compile_options(${library} PRIVATE -w -O0) # its warnings are not ours to act on
   endforeach()
 else()
   find_package(GTest REQUIRED)
 endif()
 include(GoogleTest)
+
+# zord410_build_quickly(TARGET): for tests and what only they use.
+function(zord410_build_quickly target)
+  # A test is built far more often than its own code is worth optimising: this halves the build. What
+  # the sanitizer for undefined behaviour does at every pointer is for the code under test, too.
+  target_compile_options(${target} PRIVATE
+    -O0 -U_FORTIFY_SOURCE -fno-sanitize=alignment,null,object-size,vptr)
+  # Several sources at a time, which share what they read and instantiate: this makes a third of what
+  # is left. For the debugger each is compiled on its own, so that a change to one is built soonest.
+  if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
+    set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 8)
+  endif()
+endfunction()
 
 function(zord410_test name)
   cmake_parse_arguments(ARG "RECORDS_SLEEPS;PASSES_TIME" "" "LINK;WRAP;PROPERTIES" ${ARGN})
@@ -38,13 +51,7 @@ function(zord410_test name)
     zord410_warnings zord410_test_support zord410_static GTest::gmock GTest::gtest_main ${ARG_LINK})
   list(TRANSFORM ARG_WRAP PREPEND "-Wl,--wrap=")
   target_link_options(${name} PRIVATE ${ARG_WRAP})
-  # A test is built far more often than its own code is worth optimising: this halves the build.
-  target_compile_options(${name} PRIVATE -O0 -U_FORTIFY_SOURCE)
-  # Several sources at a time, which share what they read and instantiate: this makes a third of what
-  # is left. For the debugger each is compiled on its own, so that a change to one is built soonest.
-  if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
-    set_target_properties(${name} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 8)
-  endif()
+  zord410_build_quickly(${name})
   # All tests read the same headers, which the first of them compiles for all. A compiler cache does
   # that by itself, and better.
   if(NOT CMAKE_CXX_COMPILER_LAUNCHER)
