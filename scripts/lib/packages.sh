@@ -4,7 +4,7 @@
 build_packages=(
   cmake g++ libboost1.81-dev libcli11-dev libcsv-dev libgmock-dev libgtest-dev libsqlite3-dev libsystemd-dev
   libtomlplusplus-dev make ninja-build nlohmann-json3-dev pkgconf)
-test_packages=(clang-format strace systemd)
+test_packages=(clang-format sqlite3 strace systemd)
 fuzz_packages=(clang libclang-rt-14-dev)
 analysis_packages=(clang-tidy cppcheck)
 coverage_packages=(gcovr)

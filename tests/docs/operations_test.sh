@@ -55,6 +55,31 @@ expect_block apps apps
 "$zordc" act restart --node web1 --subnode web1:HMN00 --owner me --id 7 --wait >action
 expect_block action action
 
+end TERM "$watcher" || [[ $? == 143 ]]
+end TERM "$server"
+
+# Its file is read, copied and brought back, also when nothing was written into the file itself yet.
+run_commands() { # NAME
+  blocks "commands: $1" sh >"$1.sh"
+  [[ -s $1.sh ]] || fail "no commands '$1' on the page"
+  bash -e "$1.sh" || fail "what the page says on '$1' does not work"
+}
+start_server "$zordchd" --store zordchd.db
+send_demo --keep
+run_commands reading >reading
+expect_block reading reading
+run_commands copy >copied
+[[ $(<copied) == ok ]] || fail "the copy: $(<copied)"
+"$zordp" send --registration "$source_dir/examples/demo.reg" --group load --source later \
+  --input "$source_dir/examples/demo.csv" --keep
+end KILL "$server" || [[ $? == 137 ]]
+run_commands restore
+start_server "$zordchd" --store zordchd.db
+[[ $(sqlite3 -readonly zordchd.db 'select group_concat(source) from sources') == web1 ]] ||
+  fail "the copy did not come back"
+"$zordc" apps # serves
+end TERM "$server"
+
 # Units with the changes that the page shows.
 mkdir -p units/zordchd.s{ervice,ocket}.d
 cp "$source_dir/packaging/systemd/zordchd.socket" units
@@ -65,9 +90,6 @@ for kind in socket service; do
   systemd-analyze verify --man=no "$PWD/units/zordchd.$kind" >verified 2>&1 || fail "$(cat verified)"
   ! grep zord verified || fail "systemd finds fault with the change of the $kind unit"
 done
-
-end TERM "$watcher" || [[ $? == 143 ]]
-end TERM "$server"
 
 # An instance leaves its port and its distance to those that have the same file.
 unset ZORA_DCH_PORT
