@@ -106,7 +106,8 @@ class StreamPort : private ConnectionOwner {
   StreamClient& _client;
   Counters& _counters;
   const Log& _log;
-  const std::unique_ptr<std::array<char, 65'536>> _buffer;
+  // What one connection sends is done before the next one's turn: some hundred requests at most.
+  const std::unique_ptr<std::array<char, 8'192>> _buffer;
   std::uint64_t _lastNumber = 0;
   std::unordered_map<std::uint64_t, std::unique_ptr<Entry>> _connections;  // by serial number
   std::vector<std::uint64_t> _noted;                                       // there is room for all

@@ -33,10 +33,10 @@ class Echo : public StreamClient {
   StreamPort* port = nullptr;
   std::size_t times = 1;
   std::atomic<bool> isOpen = true;
-  std::function<void()> onReceived;
+  std::function<void(const Message&)> onReceived;
 
   void received(const Message& message) override {
-    if (onReceived) onReceived();
+    if (onReceived) onReceived(message);
     std::string answer;
     for (std::size_t i = 0; i < times; ++i) answer += message.bytes;
     port->send(message.origin, answer);
@@ -93,6 +93,26 @@ TEST_F(StreamPortTest, AnswersMessagesThatComeTogether) {
   EXPECT_EQ(client.StreamSocket::receive(14), message("one") + message("two"));
   client.send(message("three").substr(5));
   EXPECT_EQ(client.StreamSocket::receive(9), message("three"));
+}
+
+TEST_F(StreamPortTest, ServesOthersBetweenTheMessagesOfOneThatSendsMany) {
+  constexpr std::size_t many = 4'000;
+  std::string requests;
+  for (std::size_t i = 0; i < many; ++i) requests += message("a");
+  TcpClient busy(port()), other(port());
+  busy.ask(message("a"));
+  other.ask(message("b"));
+  std::string order;
+  _thread->call([&] {  // on the loop's thread: all is there before it looks
+    _echo.onReceived = [&order](const Message& each) { order += each.bytes.back(); };
+    busy.send(requests);
+    other.send(message("b"));
+  });
+  EXPECT_EQ(busy.StreamSocket::receive(requests.size()), requests);
+  EXPECT_EQ(other.receive(), message("b"));
+  _thread->call([&] { _echo.onReceived = nullptr; });
+  EXPECT_EQ(order.size(), many + 1);
+  EXPECT_LT(order.find('b'), many);
 }
 
 // The test sees what a client only notices by the clock.
@@ -162,7 +182,7 @@ TEST_F(StreamPortTest, TakesUpNoMoreFromAClientThatDoesNotReadThanTheSystemMayKe
   std::size_t answered = 0;
   _thread->call([&] {
     _echo.times = 100;
-    _echo.onReceived = [&] { answered += _echo.times * size; };
+    _echo.onReceived = [&](const Message&) { answered += _echo.times * size; };
   });
   std::string messages;
   while (messages.size() < 60 * size) messages += message(std::string(size - 8, 'x'));
@@ -187,7 +207,7 @@ TEST_F(StreamPortTest, CountsAnAnswerOnceThatItCouldNotSend) {
   TcpClient client(port());
   EXPECT_EQ(client.ask(message("hello")), message("hello"));
   _thread->call([&] {
-    _echo.onReceived = [&] { client.breakOff(); };
+    _echo.onReceived = [&](const Message&) { client.breakOff(); };
     client.send(message("hello"));
     _port.drain();
     _port.settle();
@@ -203,7 +223,7 @@ TEST_F(StreamPortTest, DrainsWhatHasComeAndNotWhatComesMeanwhile) {
   int count = 0;
   _thread->call([&] {
     constexpr int sent = 100, most = 10 * sent;
-    _echo.onReceived = [&] {
+    _echo.onReceived = [&](const Message&) {
       if (++count < most) client.send(message("meanwhile"));
     };
     std::string before;
@@ -222,7 +242,7 @@ TEST_F(StreamPortTest, EndsToDrainWhileAClientGoesOnSending) {
   int count = 0;
   _thread->call([&] {
     constexpr int most = 100;
-    _echo.onReceived = [&] {
+    _echo.onReceived = [&](const Message&) {
       if (++count < most) client.send(message("meanwhile"));
     };
     client.send(message("before"));
