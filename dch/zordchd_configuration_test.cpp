@@ -123,6 +123,18 @@ TEST_F(ZordchdConfigurationTest, ConnectionsEndWhenTheyAreNotAllowedAnyMore) {
   EXPECT_EQ(server.stop(SIGTERM), 0);
 }
 
+TEST_F(ZordchdConfigurationTest, SubscribersAreDroppedWhenTheyAreNotAllowedAnyMore) {
+  ServerProcess server({"--config", file()});
+  const UdpClient subscriber(server.port());
+  subscriber.send(subscribeMessage("HOSTMON", "load"));
+  EXPECT_EQ(statusOf(subscriber.ask(registerMessage())), DCH_STATUS_OK);
+  ASSERT_TRUE(reload(&server, "[channel]\nallow = ['192.0.2.1']\n"));
+  kill(server.processId(), SIGUSR1);
+  EXPECT_TRUE(server.waitForError("subscribers_gone 1\n"));
+  EXPECT_TRUE(server.waitForError("subscriptions 0\n"));
+  EXPECT_EQ(server.stop(SIGTERM), 0);
+}
+
 TEST_F(ZordchdConfigurationTest, ActionsAreStartedByTheListThatWasReadLast) {
   const std::string actions = beside("actions");
   std::ofstream(actions) << "first /bin/true\n";

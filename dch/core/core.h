@@ -2,6 +2,7 @@
 #ifndef DCH_CORE_CORE_H
 #define DCH_CORE_CORE_H
 
+#include <functional>
 #include <string>
 
 #include "dch/core/answers.h"
@@ -55,6 +56,11 @@ class Core : private StoreClient {
 
   // To be called every second or so.
   void lookForGoneSubscribers() noexcept { _publisher.lookForGone(); }
+
+  // See Publisher::dropSubscribers.
+  void dropSubscribers(const std::function<bool(const PeerAddress&)>& isToGo) {
+    _publisher.dropSubscribers(isToGo);
+  }
 
   // Whether publishMore() is to be called: rows are on their way to many subscribers, and go on
   // after others had their turn.

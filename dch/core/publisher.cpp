@@ -37,6 +37,15 @@ void Publisher::lookForGone() {
   dropGone();
 }
 
+void Publisher::dropSubscribers(const std::function<bool(const PeerAddress&)>& isToGo) {
+  finishPublishing();
+  _gone.reserve(_subscriptions.size());
+  _subscriptions.visitSome(_subscriptions.size(), [&](const PeerAddress& address) {
+    if (isToGo(address)) _gone.push_back(address);
+  });
+  dropAll("not allowed any more");
+}
+
 void Publisher::publish(std::string_view topic, std::string_view message) {
   Subscribers* subscribers = _subscriptions.find(topic);
   if (subscribers == nullptr || publishLater(topic, message, *subscribers)) return;
@@ -136,11 +145,16 @@ void Publisher::countLost(const PeerAddress& address, Subscriber* subscriber) {
 
 void Publisher::dropGone() {
   _rowsOut.takeGone(&_gone);
+  dropAll("gone");
+}
+
+void Publisher::dropAll(const char* reason) {
   for (const PeerAddress& address : _gone) {
     const std::size_t count = _subscriptions.removeSubscriber(address);
     if (count == 0) continue;
     _counters.add(Counter::subscribersGone);
-    _log.write("subscriber %s is gone: %zu subscription(s) dropped", address.text().data(), count);
+    _log.write("subscriber %s is %s: %zu subscription(s) dropped", address.text().data(), reason,
+               count);
   }
   _gone.clear();
 }

@@ -2,6 +2,7 @@
 #ifndef DCH_CORE_PUBLISHER_H
 #define DCH_CORE_PUBLISHER_H
 
+#include <functional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -37,6 +38,10 @@ class Publisher {
   // be called every now and then.
   void lookForGone();
 
+  // Drops the subscribers of which `isToGo` says so. Without memory for that it throws
+  // std::bad_alloc, and has dropped none.
+  void dropSubscribers(const std::function<bool(const PeerAddress&)>& isToGo);
+
   // Sends the message to every subscriber of the topic; to many when publishMore() is called.
   void publish(std::string_view topic, std::string_view message);
 
@@ -56,13 +61,14 @@ class Publisher {
   void push(std::string_view message, const PeerAddress& address, Subscriber* subscriber);
   void countLost(const PeerAddress& address, Subscriber* subscriber);
   void dropGone();
+  void dropAll(const char* reason);
 
   Subscriptions& _subscriptions;
   RowsOut& _rowsOut;
   Counters& _counters;
   const Log& _log;
   Publications _publications;
-  std::vector<PeerAddress> _gone;  // kept for its memory
+  std::vector<PeerAddress> _gone;  // those that are to be dropped; kept for its memory
 };
 
 }  // namespace dch

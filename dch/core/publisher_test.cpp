@@ -121,6 +121,25 @@ TEST_F(PublisherTest, DropsManyGoneSubscribersInOneGo) {
   EXPECT_EQ(_subscriptions.find("load")->size(), 1u);
 }
 
+TEST_F(PublisherTest, DropsThoseThatItIsToldToAndServesTheOthers) {
+  UdpClient kept(noServer), dropped(noServer);
+  _publisher.subscribe("load", kept.address());
+  _publisher.subscribe("load", dropped.address());
+  _publisher.subscribe("disk", dropped.address());
+  _publisher.publish("load", "before");
+  CaptureStderr();
+  _publisher.dropSubscribers([&](const PeerAddress& each) { return each == dropped.address(); });
+  EXPECT_NE(GetCapturedStderr().find("is not allowed any more: 2 subscription(s) dropped"),
+            std::string::npos);
+  EXPECT_EQ(_subscriptions.size(), 1u);
+  EXPECT_EQ(_counters[Counter::subscribersGone], 1u);
+  _publisher.publish("load", "after");
+  EXPECT_EQ(dropped.receive(), "before");
+  EXPECT_FALSE(dropped.hasDatagram());
+  EXPECT_EQ(kept.receive(), "before");
+  EXPECT_EQ(kept.receive(), "after");
+}
+
 TEST_F(PublisherTest, KeepsANewSubscriberOnThePortOfOneThatIsGone) {
   const PeerAddress gone = goneClient();
   _socket.push("row", gone);

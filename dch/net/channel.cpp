@@ -78,6 +78,7 @@ bool Channel::drainRest() {
 
 void Channel::setLimits(const ChannelLimits& limits) {
   AddressRanges allowed = limits.allowed;
+  _core.dropSubscribers([&allowed](const PeerAddress& peer) { return !allowed.contains(peer); });
   _streams.setLimits(limits.streams);
   _allowed = std::move(allowed);
   _streams.endNotAllowed();

@@ -41,8 +41,8 @@ class Channel : private Answers, private StreamClient {
   // To be called every second or so.
   void tick() noexcept;
 
-  // Connections from where none are allowed any more are ended. Throws std::bad_alloc; nothing has
-  // changed then.
+  // Connections from where none are allowed any more are ended, and subscriptions dropped. Throws
+  // std::bad_alloc; nothing has changed then.
   void setLimits(const ChannelLimits& limits);
 
   // Does and answers what has come in already, as far as the store does not keep it waiting; the
