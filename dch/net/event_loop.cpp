@@ -12,7 +12,7 @@ namespace dch {
 
 namespace {
 
-constexpr int oneThread = 1;
+constexpr int oneThread = 1;  // at a time
 
 // The library keeps the alarms that are set in a block that grows with their number. To set one
 // must not fail, so the block is made as large as it will be.
@@ -38,7 +38,21 @@ EventLoop::~EventLoop() = default;
 void EventLoop::run() {
   // Also while nothing waits in it.
   const auto work = boost::asio::make_work_guard(*_context);
-  _context->run();
+  while (callNext()) {
+  }
+}
+
+void EventLoop::standIn(const std::function<bool()>& isOver) {
+  while (callNext() && !isOver()) {
+  }
+}
+
+// What a call has put off is everybody's when it has ended: until then the library keeps it for the
+// thread of the call. Returns false when the loop is stopped.
+bool EventLoop::callNext() {
+  if (_context->run_one() == 0) return false;
+  _between();
+  return true;
 }
 
 void EventLoop::stop() {

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <utility>
 
 namespace boost::asio {
 class io_context;
@@ -28,13 +29,24 @@ class EventLoop {
   void run();
   void stop();
 
+  // Has run() and standIn() call `between` after each of their calls, and not within one. Before
+  // run().
+  void setBetween(std::function<void()> between) { _between = std::move(between); }
+
+  // The same as run() on another thread, while the one in run() is held up in `between` and calls
+  // nothing else: until `isOver`, which is asked after each call, or stop().
+  void standIn(const std::function<bool()>& isOver);
+
   // Has `call` called by run(), after what is due already. Any thread. Throws std::bad_alloc.
   void post(std::function<void()> call);
 
   boost::asio::io_context& context() { return *_context; }
 
  private:
+  bool callNext();
+
   const std::unique_ptr<boost::asio::io_context> _context;
+  std::function<void()> _between = [] {};
 };
 
 }  // namespace dch

@@ -5,6 +5,8 @@
 
 #include <memory>
 #include <optional>
+#include <string>
+#include <thread>
 #include <vector>
 
 #include "dch/net/alarm.h"
@@ -31,6 +33,44 @@ TEST(EventLoopTest, CallsWhatWasPostedInItsOrder) {
   loop.post([&] { loop.stop(); });
   loop.run();
   EXPECT_EQ(calls, (std::vector<int>{0, 1, 2}));
+}
+
+TEST(EventLoopTest, CallsWhatComesBetweenAfterEachCall) {
+  EventLoop loop;
+  std::string calls;
+  bool isWithin = false;
+  loop.setBetween([&] { calls += isWithin ? "within" : "-"; });
+  for (const char* name : {"a", "b"})
+    loop.post([&, name] {
+      isWithin = true;
+      calls += name;
+      loop.post([&] { calls += "later"; });
+      isWithin = false;
+    });
+  Alarm end(loop, [&] { loop.stop(); });
+  end.set(milliseconds(1));
+  loop.run();
+  EXPECT_EQ(calls, "a-b-later-later--");
+}
+
+TEST(EventLoopTest, IsRunByWhoStandsInForWhoIsHeldUp) {
+  EventLoop loop;
+  std::vector<std::thread::id> callers;
+  const auto note = [&] { callers.push_back(std::this_thread::get_id()); };
+  loop.setBetween([&] {
+    if (callers.size() != 1) return;
+    std::thread other([&] { loop.standIn([&] { return callers.size() == 3; }); });
+    const std::thread::id id = other.get_id();
+    other.join();
+    EXPECT_EQ(callers[1], id);
+    EXPECT_EQ(callers[2], id);
+  });
+  for (int i = 0; i < 4; ++i) loop.post(note);
+  loop.post([&] { loop.stop(); });
+  loop.run();
+  ASSERT_EQ(callers.size(), 4u);
+  EXPECT_EQ(callers[0], std::this_thread::get_id());
+  EXPECT_EQ(callers[3], std::this_thread::get_id());
 }
 
 TEST(AlarmTest, CallsOnceWhenItsTimeHasCome) {

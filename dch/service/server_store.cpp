@@ -1,7 +1,5 @@
 #include "dch/service/server_store.h"
 
-#include <utility>
-
 #include "dch/net/waker.h"
 #include "dch/store/memory_store.h"
 #include "dch/store/state_file_error.h"
@@ -15,19 +13,26 @@ namespace dch {
 
 ServerStore::ServerStore(EventLoop& loop, const std::optional<std::string>& path,
                          Durability durability, const RetentionLimits& retention, const Log& log,
-                         std::function<void()> concluded) {
+                         const std::function<void()>& concluded) {
   if (!path) {
     _store = std::make_unique<MemoryStore>();
     return;
   }
-  _waker = std::make_unique<Waker>(loop, [this, concluded = std::move(concluded)] {
+  _waker = std::make_unique<Waker>(loop, [this, concluded] {
     _sqlite->collect();
     concluded();
   });
   auto store = std::make_unique<SqliteStore>(
-      SqliteStoreSettings{.path = *path, .durability = durability, .retention = retention},
+      SqliteStoreSettings{
+          .path = *path,
+          .durability = durability,
+          .retention = retention,
+          .standIn = [&loop](const std::function<bool()>& isOver) { loop.standIn(isOver); }},
       [this] { _waker->wake(); }, log);
   _sqlite = store.get();
+  loop.setBetween([this, concluded] {
+    while (_sqlite->writeHere()) concluded();
+  });
   _store = std::move(store);
 }
 
@@ -50,7 +55,7 @@ void ServerStore::setCounters(Counters* counters) const {
 // A build without a store for files.
 
 ServerStore::ServerStore(EventLoop&, const std::optional<std::string>& path, Durability,
-                         const RetentionLimits&, const Log&, std::function<void()>)
+                         const RetentionLimits&, const Log&, const std::function<void()>&)
     : _store(std::make_unique<MemoryStore>()) {
   if (path)
     throw StateFileError("this build cannot keep its state in " + *path + ": give --store memory");

@@ -24,7 +24,8 @@ class ServerStore {
   // `path` is the file that keeps the state; without one it is in memory. `concluded` is called
   // after the store has concluded changes later than within append(). Throws StateFileError.
   ServerStore(EventLoop& loop, const std::optional<std::string>& path, Durability durability,
-              const RetentionLimits& retention, const Log& log, std::function<void()> concluded);
+              const RetentionLimits& retention, const Log& log,
+              const std::function<void()>& concluded);
   ~ServerStore();
 
   Store& store() { return *_store; }

@@ -56,6 +56,9 @@ class FileWriter {
   // `isIdle`: none waits. Returns whether there may be more to do.
   bool tidy(const RetentionLimits& limits, bool isIdle) noexcept;
 
+  // Whether it is time for tidy(), though changes come.
+  bool isTidyingDue() const { return _logPages >= _nextCheckpoint || isLookDue(false); }
+
   // Any thread.
   StoreFigures figures() const;
   // Lines for the operator: when something begins to fail, and when it ends. Any thread.

@@ -14,6 +14,14 @@ constexpr std::chrono::seconds longestIdle{10};
 
 constexpr std::chrono::milliseconds pauseOfWait{50};
 
+// Larger groups take some milliseconds, in which the system has to keep what comes.
+constexpr std::size_t mostWrittenHere = 128;
+
+// The client that writes for longer than from one look to the next is stood in for. It is looked
+// for until nothing was written for as many looks.
+constexpr std::chrono::milliseconds pauseOfLooks{20};
+constexpr int mostQuietLooks = 50;
+
 FileWriter makeWriter(StateFile& file, const SqliteStoreSettings& settings) {
   try {
     return FileWriter(file, settings.checkpointPages, settings.now);
@@ -27,18 +35,20 @@ FileWriter makeWriter(StateFile& file, const SqliteStoreSettings& settings) {
 SqliteStore::SqliteStore(const SqliteStoreSettings& settings, std::function<void()> wake,
                          const Log& log)
     : _wake(std::move(wake)),
+      // To flush is to wait for the disk.
+      _standIn(settings.durability == Durability::process ? settings.standIn : nullptr),
       _log(log),
       _file(settings.path, settings.durability, settings.vfs),
       _writer(makeWriter(_file, settings)),
       _retention(settings.retention) {}
 
 SqliteStore::~SqliteStore() {
-  SqliteStore::handOver();
+  give();
   {
     const std::lock_guard lock(_mutex);
     _isStopping = true;
   }
-  _isAppended.notify_one();
+  _changed.notify_one();
   if (_thread.joinable()) _thread.join();
 }
 
@@ -60,12 +70,55 @@ void SqliteStore::append(Entry* entry, StoreClient* client) {
 }
 
 void SqliteStore::handOver() {
+  if (!_standIn || _gathered.size() > mostWrittenHere) give();
+}
+
+// To the store's thread.
+void SqliteStore::give() {
   if (_gathered.empty()) return;
   {
     const std::lock_guard lock(_mutex);
     _appended.splice(_appended.end(), _gathered);
+    _clientWaits = false;
   }
-  _isAppended.notify_one();
+  _changed.notify_one();
+}
+
+bool SqliteStore::writeHere() {
+  Items group;
+  if (!_standIn || _gathered.empty() || !takeFile(&group)) return false;
+  for (;;) {
+    writeGroup(&group);
+    const bool isTidyingDue = _writer.isTidyingDue();
+    Lock lock(_mutex);
+    _concluded.splice(_concluded.end(), group);
+    _clientIsAtFile = false;
+    if (isTidyingDue) _upkeepIsDue = true;
+    if (hasWork()) _changed.notify_one();
+    if (!_standsIn) break;
+    // Whoever stands in collects it, and may give more before he is gone.
+    _isConcluded.notify_one();
+    _wake();
+    _changed.wait(lock, [this] { return !_standsIn || !_appended.empty(); });
+    if (!_standsIn) break;
+    group.swap(_appended);
+    _clientIsAtFile = true;
+  }
+  collect();
+  return true;
+}
+
+// With what was gathered: whoever stands in gathers more. Returns false when somebody else is at
+// the file: the client is woken when that is done.
+bool SqliteStore::takeFile(Items* group) {
+  const std::lock_guard lock(_mutex);
+  _clientWaits = _isWorking || _clientIsAtFile || _standsIn || !_appended.empty();
+  if (_clientWaits) return false;
+  group->swap(_gathered);
+  _clientIsAtFile = true;
+  _isQuiet = false;
+  if (!std::exchange(_watches, true)) _changed.notify_one();
+  return true;
 }
 
 void SqliteStore::collect() {
@@ -83,7 +136,7 @@ void SqliteStore::collect() {
 
 void SqliteStore::finish(const std::function<void()>& stillWaiting) {
   while (_waiting > 0) {
-    handOver();
+    give();
     while (!waitForConcluded()) stillWaiting();
     collect();
   }
@@ -99,9 +152,9 @@ void SqliteStore::setRetention(const RetentionLimits& limits) {
   {
     const std::lock_guard lock(_mutex);
     _retention = limits;
-    _hasUpkeep = true;
+    _upkeepIsDue = true;
   }
-  _isAppended.notify_one();
+  _changed.notify_one();
 }
 
 void SqliteStore::setCounters(Counters* counters) const {
@@ -115,30 +168,73 @@ void SqliteStore::setCounters(Counters* counters) const {
 }
 
 void SqliteStore::run() {
-  for (;;) {
-    Items group;
-    RetentionLimits limits;
-    {
-      std::unique_lock lock(_mutex);
-      if (!_isAppended.wait_for(lock, longestIdle,
-                                [this] { return !_appended.empty() || _hasUpkeep || _isStopping; }))
-        _hasUpkeep = true;
-      group.swap(_appended);
-      limits = _retention;
-      if (group.empty() && _isStopping) return;
-      _hasUpkeep = false;
-    }
-    const bool isIdle = group.empty();
-    if (!isIdle) {
-      writeGroup(&group);
-      handBack(&group);
-    }
-    if (_writer.tidy(limits, isIdle)) {
-      const std::lock_guard lock(_mutex);
-      _hasUpkeep = true;
-    }
-    if (isIdle && _writer.hasEvents()) _wake();
+  Lock lock(_mutex);
+  while (!_isStopping || !_appended.empty()) {
+    if (hasWork())
+      work(&lock);
+    else
+      waitForWork(&lock);
   }
+}
+
+bool SqliteStore::hasWork() const {
+  if (_clientIsAtFile) return false;
+  return !_appended.empty() || (!_clientWaits && (_upkeepIsDue || (_hasUpkeep && _isQuiet)));
+}
+
+void SqliteStore::work(Lock* lock) {
+  Items group;
+  group.swap(_appended);
+  const RetentionLimits limits = _retention;
+  const bool isIdle = group.empty() && _isQuiet;
+  _hasUpkeep = _upkeepIsDue = false;
+  _isWorking = true;
+  lock->unlock();
+  if (!group.empty()) {
+    writeGroup(&group);
+    handBack(&group);
+  }
+  const bool hasMore = _writer.tidy(limits, isIdle);
+  const bool hasEvents = _writer.hasEvents();
+  lock->lock();
+  if (hasMore) _hasUpkeep = true;
+  _isWorking = false;
+  if (_clientWaits || hasEvents) _wake();
+}
+
+void SqliteStore::waitForWork(Lock* lock) {
+  const bool watches = _watches;
+  const auto isOver = [&] { return hasWork() || _isStopping || _watches != watches; };
+  if (watches) {
+    if (!_changed.wait_for(*lock, pauseOfLooks, isOver)) look(lock);
+  } else if (!_changed.wait_for(*lock, longestIdle, isOver)) {
+    _hasUpkeep = true;
+  }
+}
+
+void SqliteStore::look(Lock* lock) {
+  if (!std::exchange(_isQuiet, true))
+    _quietLooks = 0;
+  else if (_clientIsAtFile)
+    standIn(lock);
+  else if (++_quietLooks == mostQuietLooks)
+    _watches = false;
+}
+
+void SqliteStore::standIn(Lock* lock) {
+  _standsIn = true;
+  lock->unlock();
+  _standIn([this] { return isOver(); });
+  lock->lock();
+  _standsIn = false;
+  _changed.notify_one();
+}
+
+// From now on the client's thread is on its own again, if this is true.
+bool SqliteStore::isOver() {
+  const std::lock_guard lock(_mutex);
+  if (!_clientIsAtFile) _standsIn = false;
+  return !_standsIn;
 }
 
 void SqliteStore::writeGroup(Items* group) {

@@ -29,16 +29,24 @@ struct SqliteStoreSettings {
   int checkpointPages = 4'000;
   const char* vfs = nullptr;            // of SQLite; null for the system's own
   std::function<Time()> now = nullptr;  // null for the system's clock
+  // Does, on the store's thread, what the client's does otherwise, while that is held up in
+  // writeHere(): until isOver(), which is asked again and again, and after each `wake`. Null when
+  // it cannot be done: then the client's thread writes nothing.
+  std::function<void(const std::function<bool()>& isOver)> standIn = nullptr;
 };
 
-// Entries that come together, and those that come while others are written, are one group: a change
-// of threads each way and a commit serve all of them. The client's thread calls everything but what
-// says otherwise; the other thread is the store's own.
+// Entries that come together, and those that come while others are written, are one group, which a
+// commit serves. Small groups are written by the client's thread, which has done what there was to
+// do: to have another one write them takes it twice as long. When the disk keeps it waiting, the
+// store's own thread stands in for it. What takes longer by nature the store's thread does: large
+// groups, those that are flushed, checkpoints, retention.
+//
+// The client's thread, or the one that stands in for it, calls everything but what says otherwise.
 class SqliteStore : public Store {
  public:
-  // Opens the file. `wake` is called on the store's thread, and from then on collect() has
-  // something to do; it does nothing but let the client's thread know. `log` is written to on the
-  // client's thread. Both outlive the store. Throws StateFileError.
+  // Opens the file. `wake` is called on any thread, and from then on collect(), and then
+  // writeHere(), have something to do; it does nothing but let the client know. `log` is written to
+  // by the client's thread. Both outlive the store. Throws StateFileError.
   SqliteStore(const SqliteStoreSettings& settings, std::function<void()> wake, const Log& log);
 
   // Writes what was appended; nothing is concluded any more.
@@ -50,9 +58,15 @@ class SqliteStore : public Store {
   // The entry waits until handOver().
   void append(Entry* entry, StoreClient* client) override;
 
-  // Lets what was appended be written. The client calls it whenever it has done what had come, and
-  // is going to wait: not with each entry, which would cost a commit each.
+  // Lets what was appended be written, by the store's thread or by writeHere(). The client calls it
+  // whenever it has done what had come, and is going to wait: not with each entry, which would cost
+  // a commit each.
   void handOver() override;
+
+  // Writes what was appended and concludes it, as far as it is this thread's to write. May take as
+  // long as the disk does, and `standIn` is called meanwhile: nothing that is called by the
+  // client's work is to call this. Returns whether something was concluded.
+  bool writeHere();
 
   // Concludes what has been written, or could not be.
   void collect();
@@ -80,30 +94,49 @@ class SqliteStore : public Store {
   };
   using Items = std::list<Item>;
 
+  using Lock = std::unique_lock<std::mutex>;
+
+  void give();
+  bool takeFile(Items* group);
   bool waitForConcluded();
   void run();
+  bool hasWork() const;
+  void work(Lock* lock);
+  void waitForWork(Lock* lock);
+  void look(Lock* lock);
+  void standIn(Lock* lock);
+  bool isOver();
   void writeGroup(Items* group);
   void handBack(Items* group);
 
   const std::function<void()> _wake;
+  const std::function<void(const std::function<bool()>&)> _standIn;
   const Log& _log;
   StateFile _file;
-  // The store's thread's, once that runs.
+  // Of the thread that is at the file.
   FileWriter _writer;
   std::vector<FileWriter::Item> _changes;
 
-  // The client's thread's.
+  // Of the thread that does the client's work.
   std::size_t _waiting = 0;
   Items _gathered;
 
   std::mutex _mutex;
-  std::condition_variable _isAppended;
+  std::condition_variable _changed;
   std::condition_variable _isConcluded;
   Items _appended;
   Items _concluded;
   RetentionLimits _retention;
-  bool _hasUpkeep = true;  // there may be something for retention to do
+  bool _hasUpkeep = true;     // there may be something for retention to do while nothing comes
+  bool _upkeepIsDue = false;  // also while something does
   bool _isStopping = false;
+  bool _isWorking = false;  // the store's thread is at the file
+  bool _clientIsAtFile = false;
+  bool _clientWaits = false;  // for the file
+  bool _isQuiet = true;       // the client has not come to the file since the last look
+  bool _watches = false;      // the store's thread looks whether the client is held up
+  int _quietLooks = 0;
+  bool _standsIn = false;
 
   std::thread _thread;  // runs from load() on
 };
