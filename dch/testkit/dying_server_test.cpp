@@ -1,0 +1,134 @@
+#include "dch/testkit/dying_server_test.h"
+
+#include <signal.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <iostream>
+#include <sstream>
+#include <stdexcept>
+
+#include "dch/testkit/store_test.h"
+#include "tests/support/wait_until.h"
+
+namespace dch::testkit {
+
+namespace {
+
+constexpr unsigned senderCount = 64;
+constexpr unsigned streamsEvery = 8;  // so many senders to one that sends over a connection
+constexpr std::chrono::seconds longestTakeoff{50};
+
+}  // namespace
+
+unsigned numberFrom(const char* variable, unsigned otherwise) {
+  const char* const given = std::getenv(variable);
+  return given != nullptr ? static_cast<unsigned>(std::strtoul(given, nullptr, 10)) : otherwise;
+}
+
+DyingServerTest::DyingServerTest() : _seed(numberFrom("ZORD410_SEED", std::random_device()())) {
+  std::cout << "ZORD410_SEED=" << _seed << '\n';
+}
+
+// Another test's server may have the port for a moment.
+void DyingServerTest::begin(const std::string& path, ServerProcess::Arguments moreArguments) {
+  moreArguments.insert(moreArguments.end(), {"--store", path, "--verbose"});
+  std::string failure;
+  const int port = _server ? _server->port() : 0;
+  const bool hasBegun = waitUntil(
+      [&] {
+        try {
+          _server.emplace(moreArguments, nullptr, port);
+          return true;
+        } catch (const std::runtime_error& error) {
+          failure = error.what();
+          return false;
+        }
+      },
+      longestTakeoff);
+  if (!hasBegun) throw std::runtime_error(failure);
+  ++_lives;
+}
+
+void DyingServerTest::startSenders() {
+  for (unsigned number = 0; number < senderCount; ++number)
+    _senders.emplace_back(static_cast<int>(number),
+                          number % streamsEvery == 0 ? NumberedSender::Carrier::stream
+                                                     : NumberedSender::Carrier::datagrams,
+                          _server->port(), _lives, _random());
+}
+
+void DyingServerTest::die() {
+  EXPECT_EQ(_server->stop(SIGKILL), -SIGKILL);
+  noteDeferrals();
+}
+
+bool DyingServerTest::allSend() {
+  return waitUntil(
+      [this] {
+        return std::all_of(_senders.begin(), _senders.end(), [this](const NumberedSender& each) {
+          return each.lastLife() == _lives || !each.failure().empty();
+        });
+      },
+      longestTakeoff);
+}
+
+std::uint64_t DyingServerTest::stopSenders() {
+  std::uint64_t rows = 0;
+  for (NumberedSender& sender : _senders) {
+    sender.stop();
+    EXPECT_EQ(sender.failure(), "");
+    rows += sender.rows();
+  }
+  noteDeferrals();
+  return rows;
+}
+
+// What it says of a deferral it says when that is kept.
+void DyingServerTest::noteDeferrals() {
+  std::istringstream lines(_server->standardError());
+  constexpr std::string_view before = "deferred: action ";
+  for (std::string line; std::getline(lines, line);)
+    if (const std::size_t at = line.find(before); at != std::string::npos)
+      _deferred.insert(std::stol(line.substr(at + before.size())));
+}
+
+KeptRows DyingServerTest::compareWithFile(const std::string& path) {
+  KeptRows found;
+  std::set<ZORA_Long> handles;
+  for (const NumberedSender& sender : _senders) {
+    const SenderBook book = sender.book();
+    // One that is not registered has not come to rows.
+    if (book.version > 0) compareRows(path, book.application + ".rows", book.sources, &found);
+    for (const SourceBook& source : book.sources) {
+      if (source.handle == 0) continue;
+      EXPECT_TRUE(handles.insert(source.handle).second) << "two have handle " << source.handle;
+      EXPECT_EQ(query(path, "SELECT handle FROM sources WHERE application = '" + book.application +
+                                "' AND source = '" + source.name + "'"),
+                std::to_string(source.handle) + "\n");
+    }
+  }
+  compareDeferrals(path);
+  EXPECT_EQ(found.lost, 0u);
+  EXPECT_EQ(found.doubled, 0u);
+  EXPECT_EQ(found.outOfOrder, 0u);
+  EXPECT_EQ(found.strange, 0u);
+  return found;
+}
+
+void DyingServerTest::compareDeferrals(const std::string& path) {
+  std::multiset<long> kept;
+  std::istringstream lines(query(path, "SELECT action_id FROM deferrals"));
+  for (long id; lines >> id;) kept.insert(id);
+  std::set<long> sent;
+  for (const NumberedSender& sender : _senders)
+    for (const ZORA_Long id : sender.book().deferred) sent.insert(id);
+  for (const long id : _deferred) EXPECT_EQ(kept.count(id), 1u) << "deferral " << id;
+  for (const long id : kept) EXPECT_TRUE(sent.contains(id)) << "deferral " << id;
+}
+
+void DyingServerTest::compareWithServer() {
+  for (NumberedSender& sender : _senders) EXPECT_EQ(sender.compareWithServer(), "");
+}
+
+}  // namespace dch::testkit

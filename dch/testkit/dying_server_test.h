@@ -1,0 +1,61 @@
+// dying_server_test.h: a fixture with the real program, which dies while many senders use it, and
+// the comparison of what it acknowledged with what is kept.
+#ifndef DCH_TESTKIT_DYING_SERVER_TEST_H
+#define DCH_TESTKIT_DYING_SERVER_TEST_H
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <list>
+#include <optional>
+#include <random>
+#include <set>
+#include <string>
+
+#include "dch/testkit/kept_rows.h"
+#include "dch/testkit/numbered_sender.h"
+#include "dch/testkit/server_process.h"
+
+namespace dch::testkit {
+
+// The value of a variable of the environment.
+unsigned numberFrom(const char* variable, unsigned otherwise);
+
+// ZORD410_SEED repeats a run.
+class DyingServerTest : public ::testing::Test {
+ protected:
+  DyingServerTest();
+  void TearDown() override { _senders.clear(); }
+
+  // Starts the server, on its port from the second time on.
+  void begin(const std::string& path, ServerProcess::Arguments moreArguments = {});
+  // In the first life.
+  void startSenders();
+  // SIGKILL: what it told before is noted.
+  void die();
+
+  // Waits until every sender has had a row acknowledged in this life.
+  bool allSend();
+  // Ends the senders. Returns how many of their rows were acknowledged.
+  std::uint64_t stopSenders();
+
+  // Compare the file, as somebody else reads it, and the server with what the senders were told.
+  KeptRows compareWithFile(const std::string& path);
+  void compareWithServer();
+
+  const unsigned _seed;
+  std::mt19937 _random{_seed};
+  std::optional<ServerProcess> _server;
+  std::set<long> _deferred;  // as it said
+
+ private:
+  void noteDeferrals();
+  void compareDeferrals(const std::string& path);
+
+  Lives _lives{0};
+  std::list<NumberedSender> _senders;
+};
+
+}  // namespace dch::testkit
+
+#endif  // DCH_TESTKIT_DYING_SERVER_TEST_H
