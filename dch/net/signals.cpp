@@ -1,41 +1,40 @@
 #include "dch/net/signals.h"
 
-#include <boost/asio/bind_allocator.hpp>
-#include <boost/asio/io_context.hpp>
-#include <boost/asio/signal_set.hpp>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <csignal>
 #include <utility>
 
-#include "dch/net/operation_memory.h"
+#include "dch/net/socket_option.h"
 
 namespace dch {
 
-// The wait holds it, as its call may be on its way already when the owner goes.
-struct Signals::State {
-  boost::asio::signal_set signals;
-  std::function<void(int)> call;
-  OperationMemory memory = {};
-  bool isWanted = true;
+namespace {
 
-  static void wait(const std::shared_ptr<State>& state) {
-    auto call = [state](const boost::system::error_code& error, int signal) {
-      if (!state->isWanted) return;
-      wait(state);
-      if (!error) state->call(signal);
-    };
-    state->signals.async_wait(
-        boost::asio::bind_allocator(OperationAllocator<std::byte>(state->memory), std::move(call)));
-  }
-};
-
-Signals::Signals(EventLoop& loop, std::initializer_list<int> signals, std::function<void(int)> call)
-    : _state(new State{boost::asio::signal_set(loop.context()), std::move(call)}) {
-  for (const int signal : signals) _state->signals.add(signal);
-  State::wait(_state);
+// One that comes while it waits to be taken is there once, however often it comes; none is lost.
+Descriptor holdBack(std::initializer_list<int> signals) {
+  sigset_t held;
+  sigemptyset(&held);
+  for (const int each : signals) sigaddset(&held, each);
+  if (sigprocmask(SIG_BLOCK, &held, nullptr) != 0) throwSystemError("cannot hold signals back");
+  Descriptor pending(signalfd(-1, &held, SFD_NONBLOCK | SFD_CLOEXEC));
+  if (!pending.isOpen()) throwSystemError("cannot take signals");
+  return pending;
 }
 
-Signals::~Signals() {
-  _state->isWanted = false;
-  _state->signals.cancel();
+}  // namespace
+
+Signals::Signals(EventLoop& loop, std::initializer_list<int> signals, std::function<void(int)> call)
+    : _call(std::move(call)), _pending(loop, holdBack(signals), [this] { take(); }) {
+  _pending.waitUntilReadable();
+}
+
+void Signals::take() {
+  signalfd_siginfo signal{};
+  const bool isTaken = read(_pending.descriptor(), &signal, sizeof signal) == sizeof signal;
+  _pending.waitUntilReadable();
+  if (isTaken) _call(static_cast<int>(signal.ssi_signo));
 }
 
 }  // namespace dch

@@ -4,26 +4,24 @@
 
 #include <functional>
 #include <initializer_list>
-#include <memory>
 
-#include "dch/net/event_loop.h"
+#include "dch/net/watched_socket.h"
 
 namespace dch {
 
-// From its construction on these signals do nothing else. One thread, the loop's.
+// From its construction on this thread, and those that it starts, hold these signals back for good:
+// they do nothing else. One thread, the loop's.
 class Signals {
  public:
   // `call` is called with the number of each signal that comes. The loop outlives it. Throws
-  // boost::system::system_error.
+  // std::runtime_error.
   Signals(EventLoop& loop, std::initializer_list<int> signals, std::function<void(int)> call);
-  ~Signals();
-  Signals(const Signals&) = delete;
-  Signals& operator=(const Signals&) = delete;
 
  private:
-  struct State;
+  void take();
 
-  const std::shared_ptr<State> _state;
+  const std::function<void(int)> _call;
+  WatchedSocket _pending;
 };
 
 }  // namespace dch

@@ -17,14 +17,6 @@ namespace {
 
 constexpr std::initializer_list<int> handledSignals{SIGTERM, SIGINT, SIGCHLD, SIGUSR1, SIGHUP};
 
-// `how` is SIG_BLOCK or SIG_UNBLOCK.
-void changeHandledSignals(int how) {
-  sigset_t handled;
-  sigemptyset(&handled);
-  for (const int each : handledSignals) sigaddset(&handled, each);
-  sigprocmask(how, &handled, nullptr);
-}
-
 void announce(const PeerAddress& served, const std::optional<std::string>& statePath) {
   std::printf("zordchd %s: ready on %s port %d\n", ZORD410_VERSION, served.addressText().data(),
               static_cast<int>(ntohs(served.port)));
@@ -57,13 +49,9 @@ void Server::run() {
   _channel.start();
   _tick.set(tickPause);
   announce(_address, _statePath);
-  // Those that came earlier may have been made to wait.
-  changeHandledSignals(SIG_UNBLOCK);
   _manager.ready();
   showStatus();
   _loop.run();
-  // One that comes while the process ends, such as a second SIGTERM, must not end it another way.
-  changeHandledSignals(SIG_BLOCK);
 }
 
 void Server::takeSignal(int signal) {

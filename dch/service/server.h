@@ -29,8 +29,7 @@ class Server {
          Configuration configuration);
 
   // Says on standard output, and to the service manager, that it is ready, on the former also where
-  // its state is, and serves until SIGTERM or SIGINT. From then on the signals that it takes are
-  // blocked: the process is to end.
+  // its state is, and serves until SIGTERM or SIGINT.
   void run();
 
  private:
