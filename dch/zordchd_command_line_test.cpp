@@ -92,6 +92,17 @@ TEST(ZordchdCommandLineTest, ServesWithoutStandardInput) {
   EXPECT_EQ(server.stop(SIGTERM), 0);
 }
 
+TEST(ZordchdCommandLineTest, ServesWhenItCannotSaySoOnStandardOutput) {
+  Process server("/bin/sh",
+                 {"-c", "exec \"$0\" --port 0 --store memory > /dev/full", serverPath()});
+  const std::string said = server.waitForError("state in memory\n");
+  EXPECT_THAT(said, StartsWith("zordchd: warning: cannot write to standard output: No space"));
+  const UdpClient client(portIn(said.substr(said.find('\n') + 1)));
+  EXPECT_EQ(statusOf(client.ask(registerMessage())), 0);
+  server.signal(SIGTERM);
+  EXPECT_EQ(server.finish().exitStatus, 0);
+}
+
 TEST(ZordchdCommandLineTest, SaysWhyItCannotHaveAPortThatIsInUse) {
   ServerProcess server;
   const ProcessResult second = runServer({"--port", std::to_string(server.port())});

@@ -2,8 +2,10 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <initializer_list>
 #include <new>
 #include <utility>
@@ -17,14 +19,10 @@ namespace {
 
 constexpr std::initializer_list<int> handledSignals{SIGTERM, SIGINT, SIGCHLD, SIGUSR1, SIGHUP};
 
-void announce(const PeerAddress& served, const std::optional<std::string>& statePath) {
-  std::printf("zordchd %s: ready on %s port %d\n", ZORD410_VERSION, served.addressText().data(),
-              static_cast<int>(ntohs(served.port)));
-  if (statePath)
-    std::printf("zordchd: state in %s\n", statePath->c_str());
-  else
-    std::puts("zordchd: state in memory");
-  std::fflush(stdout);
+std::string announcement(const PeerAddress& served, const std::optional<std::string>& statePath) {
+  return std::string("zordchd ") + ZORD410_VERSION + ": ready on " + served.addressText().data() +
+         " port " + std::to_string(ntohs(served.port)) + "\nzordchd: state in " +
+         statePath.value_or("memory") + '\n';
 }
 
 }  // namespace
@@ -48,10 +46,20 @@ Server::Server(ServedPort&& port, const std::optional<std::string>& statePath,
 void Server::run() {
   _channel.start();
   _tick.set(tickPause);
-  announce(_address, _statePath);
+  announce();
   _manager.ready();
   showStatus();
   _loop.run();
+}
+
+// Where standard output takes nothing it serves all the same, and whoever looks for the reason
+// finds what it would have said.
+void Server::announce() {
+  const std::string lines = announcement(_address, _statePath);
+  if (std::fputs(lines.c_str(), stdout) >= 0 && std::fflush(stdout) == 0) return;
+  const std::string reason = std::strerror(errno);
+  _output.write(Priority::warning,
+                withName("warning: cannot write to standard output: " + reason) + lines);
 }
 
 void Server::takeSignal(int signal) {

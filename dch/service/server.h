@@ -36,6 +36,7 @@ class Server {
   static constexpr std::chrono::seconds tickPause{1};
   static constexpr int ticksBetweenStatus = 5;
 
+  void announce();
   void takeSignal(int signal);
   void stop(int signal);
   void reload();
