@@ -146,6 +146,7 @@ void Server::report() {
 }
 
 void Server::tick() {
+  _store.collect();
   _channel.tick();
   _output.flush();
   countDroppedLines();

@@ -42,6 +42,10 @@ void ServerStore::setRetention(const RetentionLimits& limits) {
   if (_sqlite != nullptr) _sqlite->setRetention(limits);
 }
 
+void ServerStore::collect() {
+  if (_sqlite != nullptr) _sqlite->collect();
+}
+
 void ServerStore::finish(const std::function<void()>& stillWaiting) {
   if (_sqlite != nullptr) _sqlite->finish(stillWaiting);
 }
@@ -63,6 +67,7 @@ ServerStore::ServerStore(EventLoop&, const std::optional<std::string>& path, Dur
 
 ServerStore::~ServerStore() = default;
 void ServerStore::setRetention(const RetentionLimits&) {}
+void ServerStore::collect() {}
 void ServerStore::finish(const std::function<void()>&) {}
 void ServerStore::setCounters(Counters*) const {}
 

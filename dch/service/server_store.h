@@ -33,6 +33,9 @@ class ServerStore {
   // In force within seconds.
   void setRetention(const RetentionLimits& limits);
 
+  // Concludes what is to be concluded, should the loop not have been woken for it.
+  void collect();
+
   // Waits until all changes that were appended are concluded, and calls `stillWaiting` every now
   // and then meanwhile.
   void finish(const std::function<void()>& stillWaiting);
