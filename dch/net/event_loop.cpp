@@ -5,6 +5,7 @@
 #include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <chrono>
+#include <stdexcept>
 #include <utility>
 #include <vector>
 
@@ -13,6 +14,7 @@ namespace dch {
 namespace {
 
 constexpr int oneThread = 1;  // at a time
+constexpr std::chrono::seconds longestRing{5};
 
 // The library keeps the alarms that are set in a block that grows with their number. To set one
 // must not fail, so the block is made as large as it will be.
@@ -27,10 +29,22 @@ void makeRoomForAlarms(boost::asio::io_context* context) {
   context->restart();
 }
 
+// The library does not say so when the system will not wake it for its clock: no alarm would ever
+// ring.
+void checkThatAlarmsRing(boost::asio::io_context* context) {
+  boost::asio::steady_timer alarm(*context, std::chrono::seconds(0));
+  bool hasRung = false;
+  alarm.async_wait([&hasRung](const boost::system::error_code&) { hasRung = true; });
+  context->run_one_for(longestRing);
+  context->restart();
+  if (!hasRung) throw std::runtime_error("cannot have the clock wake the loop");
+}
+
 }  // namespace
 
 EventLoop::EventLoop() : _context(std::make_unique<boost::asio::io_context>(oneThread)) {
   makeRoomForAlarms(_context.get());
+  checkThatAlarmsRing(_context.get());
 }
 
 EventLoop::~EventLoop() = default;

@@ -19,7 +19,7 @@ class EventLoop {
   // So many can be set at a time without taking memory.
   static constexpr std::size_t mostAlarms = 32;
 
-  // Throws boost::system::system_error without the descriptors that it takes, or std::bad_alloc.
+  // Throws std::runtime_error without the descriptors that it takes, or std::bad_alloc.
   EventLoop();
   ~EventLoop();
   EventLoop(const EventLoop&) = delete;
