@@ -3,10 +3,12 @@
 // it acknowledged. The faults are put in by strace.
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -125,9 +127,13 @@ class ZordchdFailingCallsTest : public ::testing::TestWithParam<Call> {
     std::filesystem::remove(path("log"));
     const std::string fault = call + ":error=" + error + ":when=" + std::to_string(number);
     // -D: the server is the child of this process, and gets its signals.
-    Process server("strace", {"-D", "-f", "-qq", "--seccomp-bpf", "-o", path("log"), "-e",
-                              "trace=" + call, "-e", "inject=" + fault, serverPath(), "--port", "0",
-                              "--store", path("state.db"), "--actions", path("actions")});
+    Process server("strace",
+                   {"-D", "-f", "-qq", "--seccomp-bpf", "-o", path("log"), "-e", "trace=" + call,
+                    "-e", "inject=" + fault, serverPath(), "--port", "0", "--store",
+                    path("state.db"), "--actions", path("actions")},
+                   {}, Process::Output::captured,
+                   // What it cannot say on the one it says on the other.
+                   [] { dup2(STDOUT_FILENO, STDERR_FILENO); });
     if (const std::optional<int> port = portOf(&server))
       useAndEnd(&server, *port);
     else
@@ -140,8 +146,8 @@ class ZordchdFailingCallsTest : public ::testing::TestWithParam<Call> {
   // Nothing when it ended without being ready.
   static std::optional<int> portOf(Process* server) {
     try {
-      server->waitForOutput("zordchd: state in ");
-      return portIn(server->standardOutput());
+      const std::string output = server->waitForOutput("zordchd: state in ");
+      return portIn(output.substr(output.find(": ready on ")));
     } catch (const std::runtime_error&) {
       return std::nullopt;
     }
@@ -149,9 +155,9 @@ class ZordchdFailingCallsTest : public ::testing::TestWithParam<Call> {
 
   static void expectASentence(Process* server) {
     const ProcessResult result = server->finish();
-    EXPECT_GT(result.exitStatus, 0) << result.standardError;
-    EXPECT_FALSE(result.standardError.empty());
-    EXPECT_EQ(result.standardError.find("terminate"), std::string::npos) << result.standardError;
+    EXPECT_GT(result.exitStatus, 0) << result.standardOutput;
+    EXPECT_FALSE(result.standardOutput.empty());
+    EXPECT_EQ(result.standardOutput.find("terminate"), std::string::npos) << result.standardOutput;
   }
 
   void useAndEnd(Process* server, int port) const {
@@ -167,7 +173,7 @@ class ZordchdFailingCallsTest : public ::testing::TestWithParam<Call> {
     EXPECT_TRUE(client.isDone(dataMessage(handle, {{"load1", 'D', "last"}})));
     server->signal(SIGTERM);
     const ProcessResult result = server->finish();
-    EXPECT_EQ(result.exitStatus, 0) << result.standardError;
+    EXPECT_EQ(result.exitStatus, 0) << result.standardOutput;
     expectEverythingIsKept(handle);
   }
 
@@ -202,8 +208,11 @@ TEST_P(ZordchdFailingCallsTest, NoneOfThemHarmsIt) {
        number += isEach ? 1 : number)
     ++count;
   EXPECT_GT(count, 0);
+  std::cout << count << " faults\n";
 }
 
+// Not among them: brk, of which the loader dies; futex, of whose errors the C library ends the
+// process; rt_sigprocmask, whose errors it does not know when it starts a thread or a program.
 const std::vector<Call> calls{
     {"epoll_wait", {"EINTR", "EINVAL"}},
     {"epoll_ctl", {"ENOMEM", "ENOSPC"}},
@@ -211,7 +220,6 @@ const std::vector<Call> calls{
     {"eventfd2", {"EMFILE", "ENOMEM"}},
     {"timerfd_create", {"EMFILE", "ENOMEM"}},
     {"timerfd_settime", {"EINVAL"}},
-    {"pipe2", {"EMFILE"}},
     {"socket", {"EMFILE", "ENOBUFS", "EACCES"}},
     {"bind", {"EADDRINUSE", "EACCES", "ENOMEM"}},
     {"listen", {"EADDRINUSE"}},
@@ -225,8 +233,7 @@ const std::vector<Call> calls{
     {"sendto", {"ENOBUFS", "EPERM", "ECONNREFUSED", "EINTR"}},
     {"read", {"EINTR", "EIO"}},
     {"close", {"EINTR", "EIO"}},
-    // The first two make descriptors of Asio's not wait; it does not look whether they do.
-    {"fcntl", {"EAGAIN", "ENOLCK", "EINVAL"}, 3},
+    {"fcntl", {"EAGAIN", "ENOLCK", "EINVAL"}},
     {"openat", {"EMFILE", "EACCES", "ENOSPC", "EIO"}},
     {"pread64", {"EIO", "EINTR"}},
     {"pwrite64", {"EIO", "ENOSPC", "EINTR"}},
@@ -235,10 +242,21 @@ const std::vector<Call> calls{
     {"newfstatat", {"EIO", "ENOMEM"}},
     {"unlink", {"EIO", "EACCES"}},
     {"rt_sigaction", {"EINVAL"}},
-    {"rt_sigprocmask", {"EINVAL"}},
     {"prlimit64", {"EPERM"}},
     {"wait4", {"ECHILD", "EINTR"}},
     {"clone3", {"EAGAIN", "ENOMEM"}},
+    {"signalfd4", {"EMFILE", "ENOMEM"}},
+    {"write", {"EIO", "ENOSPC", "EPIPE"}},
+    {"flock", {"ENOLCK", "EINTR"}},
+    // The first is the loader's, which dies of it.
+    {"mmap", {"ENOMEM"}, 2},
+    {"mprotect", {"ENOMEM"}},
+    {"munmap", {"ENOMEM", "EINVAL"}},
+    {"madvise", {"ENOMEM"}},
+    {"fchown", {"EPERM", "EIO"}},
+    {"ioctl", {"EINVAL"}},
+    {"readlink", {"EACCES", "EIO"}},
+    {"recvmsg", {"ENOMEM", "EINTR"}},
 };
 
 INSTANTIATE_TEST_SUITE_P(Each, ZordchdFailingCallsTest, ::testing::ValuesIn(calls),
