@@ -96,6 +96,7 @@ void DyingServerTest::noteDeferrals() {
 KeptRows DyingServerTest::compareWithFile(const std::string& path) {
   KeptRows found;
   std::set<ZORA_Long> handles;
+  for (const NumberedSender& sender : _senders) EXPECT_EQ(sender.failure(), "");
   for (const NumberedSender& sender : _senders) {
     const SenderBook book = sender.book();
     // One that is not registered has not come to rows.
