@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <exception>
+#include <stdexcept>
 #include <utility>
 
 #include "dch/clock.h"
@@ -24,8 +25,11 @@ FileWriter::FileWriter(StateFile& file, int checkpointPages, std::function<Time(
       this);
 }
 
+// It takes what it finds in the file for kept.
 void FileWriter::makeWriter() {
   if (_writer) return;
+  if (!_file.connection().rollBack())
+    throw std::runtime_error("what was not committed cannot be taken back");
   _writer.emplace(_file.connection());
   _writer->skipTo(_position);
 }

@@ -49,10 +49,22 @@ Connection::Connection(const std::string& path, const char* vfs) {
   const int code = sqlite3_open_v2(path.c_str(), &handle, flags, vfs);
   _handle.reset(handle);
   if (code != SQLITE_OK) fail(handle, code);
+  sqlite3_stmt* rollBack = nullptr;
+  check(sqlite3_prepare_v3(handle, "ROLLBACK", -1, SQLITE_PREPARE_PERSISTENT, &rollBack, nullptr));
+  _rollBack.reset(rollBack);
 }
 
 void Connection::execute(const std::string& statements) {
   check(sqlite3_exec(_handle.get(), statements.c_str(), nullptr, nullptr, nullptr));
+}
+
+bool Connection::rollBack() noexcept {
+  // It has ended by itself after some errors.
+  if (isInTransaction()) {
+    sqlite3_step(_rollBack.get());
+    sqlite3_reset(_rollBack.get());
+  }
+  return !isInTransaction();
 }
 
 void Connection::check(int code) const {
@@ -151,12 +163,6 @@ std::int64_t queryNumber(Connection& connection, std::string_view sql) {
 
 Transaction::Transaction(Connection& connection) : _connection(connection) {
   connection.execute("BEGIN IMMEDIATE");
-}
-
-Transaction::~Transaction() {
-  // It has ended by itself after some errors.
-  if (_connection.isInTransaction())
-    sqlite3_exec(_connection.handle(), "ROLLBACK", nullptr, nullptr, nullptr);
 }
 
 void Transaction::commit() {

@@ -42,6 +42,10 @@ class Connection {
   std::int64_t changes() const { return sqlite3_changes64(_handle.get()); }
   bool isInTransaction() const { return sqlite3_get_autocommit(_handle.get()) == 0; }
 
+  // Takes back what a transaction has done that has not ended, when there is one. Returns whether
+  // there is none any more. It needs no memory that it does not have.
+  bool rollBack() noexcept;
+
   // Throws Error for a result code that is none of success.
   void check(int code) const;
 
@@ -51,7 +55,11 @@ class Connection {
   struct Close {
     void operator()(sqlite3* handle) const { sqlite3_close_v2(handle); }
   };
+  struct Finalize {
+    void operator()(sqlite3_stmt* handle) const { sqlite3_finalize(handle); }
+  };
   std::unique_ptr<sqlite3, Close> _handle;
+  std::unique_ptr<sqlite3_stmt, Finalize> _rollBack;
 };
 
 // Whether the text is well-formed UTF-8.
@@ -110,7 +118,7 @@ std::int64_t queryNumber(Connection& connection, std::string_view sql);
 class Transaction {
  public:
   explicit Transaction(Connection& connection);
-  ~Transaction();
+  ~Transaction() { _connection.rollBack(); }
   Transaction(const Transaction&) = delete;
   Transaction& operator=(const Transaction&) = delete;
 

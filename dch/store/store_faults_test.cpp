@@ -184,5 +184,20 @@ TEST_F(StoreFaults, AFileThatCannotBeOpenedIsAnError) {
   goOnline();
 }
 
+// Else it would be in force with the next commit.
+TEST_F(StoreFaults, ATransactionIsTakenBackWithoutMemory) {
+  sqlite::Connection connection(path(), nullptr);
+  connection.execute("CREATE TABLE numbers (number)");
+  {
+    sqlite::Transaction transaction(connection);
+    connection.execute("INSERT INTO numbers VALUES (1)");
+    sqlite3_hard_heap_limit64(1);
+    EXPECT_THROW(connection.execute("INSERT INTO numbers VALUES (2)"), std::bad_alloc);
+  }
+  sqlite3_hard_heap_limit64(0);
+  EXPECT_FALSE(connection.isInTransaction());
+  EXPECT_EQ(sqlite::queryNumber(connection, "SELECT count(*) FROM numbers"), 0);
+}
+
 }  // namespace
 }  // namespace dch
