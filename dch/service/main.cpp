@@ -4,8 +4,10 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <new>
 #include <optional>
 #include <string>
 #include <utility>
@@ -45,7 +47,11 @@ void resetSignals() {
 
 // Says why the process ends with this status.
 int fail(const std::exception& error, int exitStatus) {
-  dch::printLines(dch::Priority::error, dch::withName(error.what()));
+  try {
+    dch::printLines(dch::Priority::error, dch::withName(error.what()));
+  } catch (const std::bad_alloc&) {
+    std::fprintf(stderr, "zordchd: %s\n", error.what());
+  }
   return exitStatus;
 }
 
@@ -62,9 +68,9 @@ void serve(const dch::Options& options, dch::Configuration&& configuration) {
 int main(int argc, char** argv) {
   resetSignals();
   keepStandardDescriptorsOpen();
-  dch::Options options;
-  if (const auto exitStatus = dch::readOptions(argc, argv, &options)) return *exitStatus;
   try {
+    dch::Options options;
+    if (const auto exitStatus = dch::readOptions(argc, argv, &options)) return *exitStatus;
     dch::Configuration configuration = dch::readConfiguration(options);
     for (const std::string& each : configuration.warnings)
       dch::printLines(dch::Priority::warning, dch::withName("warning: " + each));
@@ -76,6 +82,9 @@ int main(int argc, char** argv) {
     return fail(error, EX_CONFIG);
   } catch (const dch::StateFileError& error) {
     return fail(error, EX_CONFIG);
+  } catch (const std::bad_alloc&) {
+    std::fputs("zordchd: out of memory\n", stderr);
+    return EXIT_FAILURE;
   } catch (const std::exception& error) {
     return fail(error, EXIT_FAILURE);
   }
