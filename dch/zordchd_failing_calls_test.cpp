@@ -2,25 +2,17 @@
 // clients use it: it ends with a sentence before it is ready, or it goes on and loses nothing that
 // it acknowledged. The faults are put in by strace.
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
 
-#include "dch/store/sqlite.h"
-#include "dch/testkit/clients.h"
-#include "dch/testkit/messages.h"
 #include "dch/testkit/server_process.h"
-#include "tests/support/temporary_files.h"
-#include "zordchcl/messages.h"
-#include "zordchcl/status.h"
+#include "dch/testkit/server_under_fault.h"
 
 namespace dch::testkit {
 namespace {
@@ -35,170 +27,30 @@ void PrintTo(const Call& call, std::ostream* out) {
   *out << call.name;
 }
 
-constexpr int mostAttempts = 60;
-constexpr int shortWaitMilliseconds = 500;
-
-// Asks as the library's clients do that want to be sure: again, when no answer comes.
-class StubbornClient {
- public:
-  explicit StubbornClient(int port) : _port(port) {}
-
-  // Until the answer is `wanted`; the answer, empty when it never came.
-  template <typename Good>
-  std::string ask(const std::string& message, Good isGood) const {
-    for (int i = 0; i < mostAttempts; ++i) {
-      const UdpClient client(_port);
-      client.send(message);
-      const auto answer = client.receive(shortWaitMilliseconds);
-      if (answer && isGood(*answer)) return *answer;
-    }
-    return {};
-  }
-
-  bool isDone(const std::string& message) const {
-    return !ask(message, [](const std::string& answer) {
-              return statusOf(answer) == DCH_STATUS_OK;
-            }).empty();
-  }
-
-  ZORA_Long goOnline(const std::string& source) const {
-    const auto isOnline = [](const std::string& answer) {
-      const auto online = onlineAnswerOf(answer);
-      return online && online->status == DCH_STATUS_OK;
-    };
-    const auto online = onlineAnswerOf(ask(onlineMessage("HOSTMON", "load", source), isOnline));
-    return online ? online->handle : 0;
-  }
-
-  // Over a connection, each time a new one.
-  bool isDoneOnAStream(const std::string& message) const {
-    for (int i = 0; i < mostAttempts; ++i) {
-      const TcpClient client(_port);
-      client.send(message);
-      const auto answer = client.receive(shortWaitMilliseconds);
-      if (answer && statusOf(*answer) == DCH_STATUS_OK) return true;
-    }
-    return false;
-  }
-
-  // Whatever comes of it: the calls of the program that is started fail as well.
-  bool startsActions() const {
-    for (ZORA_Long id = 1; id <= mostAttempts; ++id) {
-      const UdpClient client(_port);
-      client.send(actionMessage("succeed", id));
-      client.send(actionResultsMessage(id));
-      const auto answer = client.receive(shortWaitMilliseconds);
-      if (answer && statusOf(*answer)) return true;
-    }
-    return false;
-  }
-
-  // Subscribes again when no row comes.
-  bool getsRows(ZORA_Long handle) const {
-    const UdpClient subscriber(_port);
-    for (int i = 0; i < mostAttempts; ++i) {
-      subscriber.send(subscribeMessage("HOSTMON", "load"));
-      isDone(dataMessage(handle));
-      if (subscriber.receive(shortWaitMilliseconds)) return true;
-    }
-    return false;
-  }
-
- private:
-  const int _port;
-};
-
 class ZordchdFailingCallsTest : public ::testing::TestWithParam<Call> {
  protected:
-  ZordchdFailingCallsTest() { std::ofstream(path("actions")) << "succeed /bin/true\n"; }
-
-  std::string path(const char* name) const { return _folder.path() + '/' + name; }
-
-  void removeState() const {
-    for (const char* name : {"state.db", "state.db-wal", "state.db-shm", "state.db-lock"})
-      std::filesystem::remove(path(name));
-  }
-
   // Lets the call of that number fail. Returns whether there was one.
   bool tryFault(const std::string& error, int number) const {
     const std::string call = GetParam().name;
     SCOPED_TRACE(call + ' ' + std::to_string(number) + ' ' + error);
-    removeState();
-    std::filesystem::remove(path("log"));
+    const std::string log = _server.path("log");
+    std::filesystem::remove(log);
     const std::string fault = call + ":error=" + error + ":when=" + std::to_string(number);
     // -D: the server is the child of this process, and gets its signals.
-    Process server("strace",
-                   {"-D", "-f", "-qq", "--seccomp-bpf", "-o", path("log"), "-e", "trace=" + call,
-                    "-e", "inject=" + fault, serverPath(), "--port", "0", "--store",
-                    path("state.db"), "--actions", path("actions")},
-                   {}, Process::Output::captured,
-                   // What it cannot say on the one it says on the other.
-                   [] { dup2(STDOUT_FILENO, STDERR_FILENO); });
-    if (const std::optional<int> port = portOf(&server))
-      useAndEnd(&server, *port);
-    else
-      expectASentence(&server);
-    std::ostringstream log;
-    log << std::ifstream(path("log")).rdbuf();
-    return log.str().find("(INJECTED)") != std::string::npos;
+    _server.run("strace", {"-D", "-f", "-qq", "--seccomp-bpf", "-o", log, "-e", "trace=" + call,
+                           "-e", "inject=" + fault, serverPath()});
+    std::ostringstream calls;
+    calls << std::ifstream(log).rdbuf();
+    return calls.str().find("(INJECTED)") != std::string::npos;
   }
 
-  // Nothing when it ended without being ready.
-  static std::optional<int> portOf(Process* server) {
-    try {
-      const std::string output = server->waitForOutput("zordchd: state in ");
-      return portIn(output.substr(output.find(": ready on ")));
-    } catch (const std::runtime_error&) {
-      return std::nullopt;
-    }
-  }
-
-  static void expectASentence(Process* server) {
-    const ProcessResult result = server->finish();
-    EXPECT_GT(result.exitStatus, 0) << result.standardOutput;
-    EXPECT_FALSE(result.standardOutput.empty());
-    EXPECT_EQ(result.standardOutput.find("terminate"), std::string::npos) << result.standardOutput;
-  }
-
-  void useAndEnd(Process* server, int port) const {
-    const StubbornClient client(port);
-    EXPECT_TRUE(client.isDone(registerMessage()));
-    const ZORA_Long handle = client.goOnline("host1");
-    EXPECT_GT(handle, 0);
-    EXPECT_TRUE(client.isDone(dataMessage(handle, {{"load1", 'D', "1"}})));
-    EXPECT_TRUE(client.getsRows(handle));
-    EXPECT_TRUE(client.isDoneOnAStream(dataMessage(handle)));
-    EXPECT_TRUE(client.startsActions());
-    server->signal(SIGUSR1);
-    EXPECT_TRUE(client.isDone(dataMessage(handle, {{"load1", 'D', "last"}})));
-    server->signal(SIGTERM);
-    const ProcessResult result = server->finish();
-    EXPECT_EQ(result.exitStatus, 0) << result.standardOutput;
-    expectEverythingIsKept(handle);
-  }
-
-  void expectEverythingIsKept(ZORA_Long handle) const {
-    {
-      sqlite::Connection connection(path("state.db"), nullptr);
-      // More than one when an answer was lost.
-      EXPECT_GE(sqlite::queryNumber(connection,
-                                    "SELECT count(*) FROM \"HOSTMON.load\" WHERE load1 = 'last' "
-                                    "AND handle = " +
-                                        std::to_string(handle)),
-                1);
-    }
-    ServerProcess again({"--store", path("state.db")});
-    EXPECT_EQ(StubbornClient(again.port()).goOnline("host1"), handle);
-    EXPECT_EQ(again.stop(SIGTERM), 0);
-  }
-
-  const TemporaryFolder _folder;
+  const ServerUnderFault _server;
 };
 
 // With ZORD410_FAILING_CALLS each call fails, otherwise the first, the second, the fourth and so
 // on.
 TEST_P(ZordchdFailingCallsTest, NoneOfThemHarmsIt) {
-  if (Process("strace", {"-D", "-f", "-o", path("log"), "true"}).finish().exitStatus != 0)
+  if (Process("strace", {"-D", "-f", "-o", _server.path("log"), "true"}).finish().exitStatus != 0)
     GTEST_SKIP() << "strace cannot trace here";
   const bool isEach = std::getenv("ZORD410_FAILING_CALLS") != nullptr;
   const std::vector<const char*>& errors = GetParam().errors;
