@@ -52,6 +52,10 @@ Connection::Connection(const std::string& path, const char* vfs) {
   sqlite3_stmt* rollBack = nullptr;
   check(sqlite3_prepare_v3(handle, "ROLLBACK", -1, SQLITE_PREPARE_PERSISTENT, &rollBack, nullptr));
   _rollBack.reset(rollBack);
+  // What it answers is whether the commit becomes a rollback.
+  sqlite3_commit_hook(
+      handle, [](void* self) { return static_cast<Connection*>(self)->_isWholeOnly ? 1 : 0; },
+      this);
 }
 
 void Connection::execute(const std::string& statements) {
@@ -163,9 +167,16 @@ std::int64_t queryNumber(Connection& connection, std::string_view sql) {
 
 Transaction::Transaction(Connection& connection) : _connection(connection) {
   connection.execute("BEGIN IMMEDIATE");
+  connection.setWholeOnly(true);
+}
+
+Transaction::~Transaction() {
+  _connection.rollBack();
+  _connection.setWholeOnly(false);
 }
 
 void Transaction::commit() {
+  _connection.setWholeOnly(false);
   _connection.execute("COMMIT");
 }
 

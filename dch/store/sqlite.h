@@ -34,6 +34,8 @@ class Connection {
   // Opens a file for reading and writing, and makes it when it is not there; `vfs` is null for the
   // system's own. SQLite looks at what is in it with the first statement.
   Connection(const std::string& path, const char* vfs);
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
 
   // Runs statements that have no result.
   void execute(const std::string& statements);
@@ -45,6 +47,10 @@ class Connection {
   // Takes back what a transaction has done that has not ended, when there is one. Returns whether
   // there is none any more. It needs no memory that it does not have.
   bool rollBack() noexcept;
+
+  // Whether nothing but a transaction as a whole is committed. For want of memory SQLite may roll
+  // one back that is under way and run the next statement by itself.
+  void setWholeOnly(bool isWholeOnly) { _isWholeOnly = isWholeOnly; }
 
   // Throws Error for a result code that is none of success.
   void check(int code) const;
@@ -60,6 +66,7 @@ class Connection {
   };
   std::unique_ptr<sqlite3, Close> _handle;
   std::unique_ptr<sqlite3_stmt, Finalize> _rollBack;
+  bool _isWholeOnly = false;
 };
 
 // Whether the text is well-formed UTF-8.
@@ -118,7 +125,7 @@ std::int64_t queryNumber(Connection& connection, std::string_view sql);
 class Transaction {
  public:
   explicit Transaction(Connection& connection);
-  ~Transaction() { _connection.rollBack(); }
+  ~Transaction();
   Transaction(const Transaction&) = delete;
   Transaction& operator=(const Transaction&) = delete;
 

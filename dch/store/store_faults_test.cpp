@@ -199,5 +199,21 @@ TEST_F(StoreFaults, ATransactionIsTakenBackWithoutMemory) {
   EXPECT_EQ(sqlite::queryNumber(connection, "SELECT count(*) FROM numbers"), 0);
 }
 
+// SQLite ends a transaction of its own accord when its memory fails in a bad moment, and says so
+// only when that is to be committed: what comes in between would be committed by itself.
+TEST_F(StoreFaults, NoPartOfATransactionIsCommittedThatHasEndedEarly) {
+  sqlite::Connection connection(path(), nullptr);
+  connection.execute("CREATE TABLE numbers (number)");
+  {
+    sqlite::Transaction transaction(connection);
+    connection.execute("INSERT INTO numbers VALUES (1)");
+    EXPECT_TRUE(connection.rollBack());
+    EXPECT_THROW(connection.execute("INSERT INTO numbers VALUES (2)"), sqlite::Error);
+    EXPECT_THROW(transaction.commit(), sqlite::Error);
+  }
+  connection.execute("INSERT INTO numbers VALUES (3)");
+  EXPECT_EQ(sqlite::queryNumber(connection, "SELECT sum(number) FROM numbers"), 3);
+}
+
 }  // namespace
 }  // namespace dch
