@@ -30,6 +30,14 @@ DyingServerTest::DyingServerTest() : _seed(numberFrom("ZORD410_SEED", std::rando
   std::cout << "ZORD410_SEED=" << _seed << '\n';
 }
 
+void DyingServerTest::TearDown() {
+  _senders.clear();
+  if (!HasFailure() || !_server) return;
+  constexpr std::size_t shown = 4'000;
+  const std::string lines = _server->standardError();
+  std::cout << lines.substr(lines.size() - std::min(lines.size(), shown));
+}
+
 // Another test's server may have the port for a moment.
 void DyingServerTest::begin(const std::string& path, ServerProcess::Arguments moreArguments) {
   moreArguments.insert(moreArguments.end(), {"--store", path, "--verbose"});

@@ -25,7 +25,8 @@ unsigned numberFrom(const char* variable, unsigned otherwise);
 class DyingServerTest : public ::testing::Test {
  protected:
   DyingServerTest();
-  void TearDown() override { _senders.clear(); }
+  // Ends the senders. What the server wrote last helps to find why something is missing.
+  void TearDown() override;
 
   // Starts the server, on its port from the second time on.
   void begin(const std::string& path, ServerProcess::Arguments moreArguments = {});
