@@ -15,19 +15,20 @@ NewestRows::NewestRows(sqlite::Connection& connection, const Providers& provider
     from = state.number(1);
     state.reset();
   }
-  std::vector<Unsaved> rows;
+  // Those of a source are all in one table.
   for (const auto& table : providers.tables()) {
     sqlite::Statement query(connection, "SELECT number, handle FROM " +
                                             rowTableName(table->group()) + " WHERE number >= ?");
     query.bind(1, from);
-    while (query.step()) rows.push_back({query.number(0), static_cast<ZORA_Long>(query.number(1))});
+    while (query.step()) {
+      const Unsaved row{query.number(0), static_cast<ZORA_Long>(query.number(1))};
+      note(row);
+      _position = std::max(_position, row.number);
+    }
   }
-  std::sort(rows.begin(), rows.end(),
+  std::sort(_first.begin(), _first.end(),
             [](const Unsaved& left, const Unsaved& right) { return left.number < right.number; });
-  _added = std::move(rows);
-  if (!_added.empty()) _position = std::max(_position, _added.back().number);
   _usedPosition = _position;
-  committed();
 }
 
 std::int64_t NewestRows::unsavedOf(ZORA_Long handle) const {
@@ -72,15 +73,17 @@ void NewestRows::committed() {
     _newest.erase(_first.front().handle);
     _first.pop_front();
   }
-  for (const Unsaved& row : _added) {
-    const auto [known, isNew] = _newest.try_emplace(row.handle, row.number);
-    if (isNew)
-      _first.push_back(row);
-    else
-      known->second = row.number;
-  }
+  for (const Unsaved& row : _added) note(row);
   _added.clear();
   _position = _usedPosition;
+}
+
+void NewestRows::note(const Unsaved& row) {
+  const auto [known, isNew] = _newest.try_emplace(row.handle, row.number);
+  if (isNew)
+    _first.push_back(row);
+  else
+    known->second = row.number;
 }
 
 }  // namespace dch

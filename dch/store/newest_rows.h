@@ -50,6 +50,7 @@ class NewestRows {
 
   void saveFirst();
   void writeState(std::int64_t position);
+  void note(const Unsaved& row);
 
   const Providers& _providers;
   std::int64_t _position = 0;

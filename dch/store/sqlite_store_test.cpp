@@ -181,5 +181,20 @@ TEST_F(SqliteStoreTest, FindsTheNewestRowsThatItsTableDoesNotKnow) {
   EXPECT_EQ(_known->registry().findSource(2)->row.value().time, 5);
 }
 
+// Where to look for them is written with a change that is no row.
+TEST_F(SqliteStoreTest, FindsTheNewestRowsOfAllGroupsAfterAnotherChangeAndRestarts) {
+  start();
+  goOnline();
+  keep(WentOnline{"HOSTMON", "disk", "sda", 2});
+  keep(Row{2, 5, dataMessage(2)});
+  keep(Row{1, 6, dataMessage(1)});
+  stop();
+  start();
+  keep(deferred(1));
+  knownAfterRestart();
+  EXPECT_EQ(_known->registry().findSource(1)->row.value().time, 6);
+  EXPECT_EQ(_known->registry().findSource(2)->row.value().time, 5);
+}
+
 }  // namespace
 }  // namespace dch
