@@ -16,6 +16,7 @@
 
 #include "dch/clock.h"
 #include "dch/store/sqlite_store.h"
+#include "dch/testkit/error_log.h"
 #include "suite/registration.h"
 #include "zordchcl/messages.h"
 
@@ -44,13 +45,6 @@ std::string rowMessage(ZORA_Long handle) {
   message.add(DCH_attrName, "state").addAttributeValue("running", 8, 'D');
   return {buffer, static_cast<std::size_t>(message.length())};
 }
-
-class ErrorLog : public dch::Log {
-  bool isEnabled() const override { return true; }
-  void writeLine(Priority, std::string_view line) const override {
-    std::fprintf(stderr, "%.*s\n", static_cast<int>(line.size()), line.data());
-  }
-};
 
 // What wakes the thread of the client.
 class Bell {
@@ -107,7 +101,7 @@ int main(int count, char** arguments) {
     settings.durability = dch::Durability::power;
   Bell woken;
   Client client;
-  const ErrorLog log;
+  const dch::testkit::ErrorLog log(true);
 
   const auto opening = Clock::now();
   dch::SqliteStore store(
