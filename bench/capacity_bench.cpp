@@ -1,18 +1,17 @@
 // What one server carries: the processor time that a row takes of zordchd, when rows come as fast
-// as 8 providers can send them and when each of them sends a hundred a second; and how many rows
-// that come at the same moment are all acknowledged.
+// as 8 providers can send them and when each of them sends a hundred a second, in memory and in a
+// file; and how many rows that come at the same moment are all acknowledged.
 //   capacity_bench [--quick]
 
 #include <array>
-#include <ctime>
 #include <list>
-#include <stdexcept>
 #include <string>
 #include <thread>
 
+#include "bench/kept_state.h"
+#include "bench/process_usage.h"
 #include "bench/row_exchanges.h"
 #include "bench/sides.h"
-#include "dch/testkit/messages.h"
 #include "dch/testkit/server_process.h"
 #include "tests/support/sockets.h"
 
@@ -22,19 +21,9 @@ using dch::testkit::ServerProcess;
 
 constexpr int providers = 8;
 constexpr int mostRowsAtOnce = 16'000;
-constexpr std::size_t valueSize = 80;  // makes the row as long as those of the other benchmarks
-
-double cpuMicroseconds(pid_t process) {
-  clockid_t clock;
-  timespec time;
-  if (clock_getcpuclockid(process, &clock) != 0 || clock_gettime(clock, &time) != 0)
-    throw std::runtime_error("the processor time of zordchd cannot be read");
-  return static_cast<double>(time.tv_sec) * 1e6 + static_cast<double>(time.tv_nsec) / 1e3;
-}
 
 // The server's processor time for a row of theirs; each pauses before each of its rows.
-double costOfRow(std::chrono::milliseconds pause, int rowsOfEach) {
-  const ServerProcess server;
+double costOfRow(const ServerProcess& server, std::chrono::milliseconds pause, int rowsOfEach) {
   std::list<ExchangeClient> clients;
   for (int i = 0; i < providers; ++i)
     clients.emplace_back([&] {
@@ -46,16 +35,15 @@ double costOfRow(std::chrono::milliseconds pause, int rowsOfEach) {
       return exchange;
     });
   for (ExchangeClient& client : clients) client.run(1);  // everybody is on line
-  const double before = cpuMicroseconds(server.processId());
+  const double before = processorMicroseconds(server.processId());
   for (ExchangeClient& client : clients) client.start(rowsOfEach);
   for (ExchangeClient& client : clients) client.finish();
-  return (cpuMicroseconds(server.processId()) - before) / (providers * rowsOfEach);
+  return (processorMicroseconds(server.processId()) - before) / (providers * rowsOfEach);
 }
 
 // The row of a source that is on line now.
 std::string rowOfNewSource(int port) {
-  const ZORA_Long handle = goOnLine(port, "appl:BENCH,BEN;group:group;attr:attr,D,96;", "host");
-  return dch::testkit::dataMessage(handle, {{"attr", 'D', std::string(valueSize, 'x')}});
+  return rowMessage(goOnLine(port, registrationOf("BENCH"), "host"));
 }
 
 // Many clients send that many rows at once; whether all are acknowledged.
@@ -95,9 +83,14 @@ int rowsAtOnce(int tries) {
 
 int main(int argc, char** argv) {
   const bool quick = isQuick(argc, argv);
-  printFigure("processor time of zordchd for a row at full rate, us",
-              costOfRow(std::chrono::milliseconds(0), quick ? 4000 : 40'000));
-  printFigure("processor time of zordchd for a row, 100 a second from each of 8 providers, us",
-              costOfRow(std::chrono::milliseconds(10), quick ? 200 : 1000));
-  printFigure("rows at the same moment, all acknowledged", rowsAtOnce(quick ? 3 : 20));
+  const KeptState state;
+  const ServerProcess memory, process(state.serverArguments());
+  constexpr std::chrono::milliseconds none(0), hundredASecond(10);
+  const int many = quick ? 4000 : 40'000, few = quick ? 200 : 1000;
+  const std::string cost = "processor time of zordchd for a row ";
+  printFigure(cost + "at full rate, us", costOfRow(memory, none, many));
+  printFigure(cost + "at full rate, process, us", costOfRow(process, none, many));
+  printFigure(cost + "of 800 a second, us", costOfRow(memory, hundredASecond, few));
+  printFigure(cost + "of 800 a second, process, us", costOfRow(process, hundredASecond, few));
+  printFigure("rows at the same moment, all acknowledged", rowsAtOnce(quick ? 3 : 10));
 }

@@ -1,11 +1,10 @@
 #include "bench/echo_peer.h"
 
-#include <arpa/inet.h>
 #include <sys/socket.h>
 
-#include <cstdlib>
 #include <string>
 
+#include "bench/row_exchanges.h"
 #include "zordchcl/messages.h"
 
 namespace {
@@ -39,6 +38,5 @@ void sendAnswer(int socket, const std::string& answer, const sockaddr_in& receiv
 EchoPeer::EchoPeer() : _process([this] { answerForever(_socket.descriptor()); }) {}
 
 void EchoPeer::becomeDch() const {
-  setenv("ZORA_DCH_ADDR", "127.0.0.1", 1);
-  setenv("ZORA_DCH_PORT", std::to_string(ntohs(address().sin_port)).c_str(), 1);
+  askServer(_socket.port());
 }

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "bench/echo_peer.h"
+#include "bench/kept_state.h"
 #include "bench/providers.h"
 #include "bench/row_exchanges.h"
 #include "bench/sides.h"
@@ -23,15 +24,13 @@ using dch::testkit::ServerProcess;
 class KeepingServer {
  public:
   explicit KeepingServer(const std::string& durability)
-      : _configuration("[store]\ndurability = \"" + durability + "\"\n"),
-        _server({"--config", _configuration.path(), "--store",
-                 _configuration.folder().path() + "/state.db"}) {}
+      : _state("durability = \"" + durability + "\"\n") {}
 
   int port() const { return _server.port(); }
 
  private:
-  const TemporaryFile _configuration;
-  const ServerProcess _server;
+  const KeptState _state;
+  const ServerProcess _server{_state.serverArguments()};
 };
 
 constexpr int rowsPerTurn = 2'048;

@@ -1,49 +1,36 @@
-// What questions to the catalogue cost the providers: the latency of their rows while others ask,
-// and while nobody does. 200 applications of 20 attributes are registered, 8 provider processes
-// send as fast as they are answered, and zordc asks for the applications and for the attributes of
-// one, ten times a second each unless an answer takes longer. The figure that counts is the ratio
-// of the medians at the end.
-//   query_bench [ROUNDS [SECONDS]]: 5 rounds of both sides, 2 seconds a side
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <array>
-#include <chrono>
+// What a question to the catalogue costs, and what it costs others: the latency of such questions
+// while 64 providers send rows that are kept in a file, and while nobody does; and that of the
+// rows, with and without the questions. 200 applications of 20 attributes are registered; the
+// providers send as fast as they are answered, one process asks for the attributes of an
+// application some hundred times a second. The same with a peer of bare system calls, which answers
+// all that comes alike, shows what the machine does to whoever asks beside 64 others.
+//   query_bench [ROUNDS [SECONDS]]: 5 rounds of all sides, 2 seconds a side
 #include <cstdio>
 #include <cstdlib>
-#include <list>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "bench/latencies.h"
-#include "bench/shared_count.h"
+#include "bench/echo_peer.h"
+#include "bench/kept_state.h"
+#include "bench/latency_run.h"
+#include "bench/row_exchanges.h"
 #include "bench/sides.h"
-#include "bench/worker.h"
 #include "dch/testkit/server_process.h"
 #include "zordchcl/zordchcl.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-using Microseconds = std::chrono::duration<float, std::micro>;
-
-constexpr int providers = 8;
-
-using LatenciesOfProviders = std::array<Latencies, providers>;
-
-void require(bool good, const char* what) {
-  if (good) return;
-  std::fprintf(stderr, "query_bench: %s failed\n", what);
-  std::exit(1);
-}
+constexpr int providers = 64;
 
 std::string applicationName(int number) {
   return "APPLICATION" + std::to_string(1000 + number);
 }
 
-void registerApplications() {
+void registerApplications(int port) {
+  askServer(port);
   for (int number = 0; number < 200; ++number) {
     std::string text = "appl:" + applicationName(number) + ",KEY;help:one of many;";
     for (int group = 0; group < 4; ++group) {
@@ -52,92 +39,94 @@ void registerApplications() {
         text += "attr:attribute" + std::to_string(i) + ",D,96,what this attribute counts;";
     }
     ZORA_Long status = 1;
-    require(dp_register(&status, text.c_str()) == 0 && status == 0, "dp_register");
+    if (dp_register(&status, text.c_str()) != 0 || status != 0)
+      throw std::runtime_error("an application cannot be registered");
   }
 }
 
-void sendRows(int provider, int seconds, Latencies* latencies) {
-  ZORA_Long status = 1, handle = 0;
-  const std::string name = applicationName(provider);
-  require(dp_online(&status, &handle, name.c_str(), "group0", "host") == 0 && status == 0,
-          "dp_online");
-  const auto end = Clock::now() + std::chrono::seconds(seconds);
-  while (Clock::now() < end) {
-    char* row = nullptr;
-    ZORA_Long size = 0;
-    dp_formatData(&status, &row, &size, "attribute0", "a value", 7, 'D');
-    constexpr short sampleType = 17;
-    const auto start = Clock::now();
-    const int result = dp_data(&status, handle, sampleType, &row);
-    latencies->add(Microseconds(Clock::now() - start).count());
-    require(result == 0 && status == 0, "dp_data");
-  }
+Exchange afterAPause(Exchange exchange) {
+  exchange.prepare = [prepare = exchange.prepare] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    prepare();
+  };
+  return exchange;
 }
 
-// Runs zordc until it is killed itself; counts the runs that were answered. The pause keeps this a
-// measure of the server: programs that start without end take both cores of a small machine.
-void ask(const Process::Arguments& arguments, SharedCount* answered) {
-  for (;;) {
-    if (Process(ZORDC_PATH, arguments).finish().exitStatus == 0) answered->add();
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-  }
+Exchange askForAttributes(int port) {
+  askServer(port);
+  return afterAPause({[] {},
+                      [name = applicationName(100)] {
+                        ZORA_Long length = 0;
+                        char* answer = nullptr;
+                        constexpr short wait = 10;
+                        const int result =
+                            dc_getApplAttributes(&length, &answer, name.c_str(), wait);
+                        std::free(answer);
+                        return result == 0 && length > 0;
+                      }});
 }
 
-struct Percentiles {
-  float p50, p99;
-  std::size_t rows;
+using Connect = std::function<Exchange(int number)>;
+
+// One who asks, with those who send beside it and without them.
+class Asking {
+ public:
+  Asking(const char* name, Connect send, Connect ask)
+      : _name(name), _send(std::move(send)), _ask(std::move(ask)) {}
+
+  // What those who send measured.
+  Percentiles runRound(std::chrono::milliseconds time) {
+    // Its whole time has to be beside the others, which start first.
+    const auto shorter = time * 9 / 10;
+    LatencyRun senders(providers, _send, time);
+    const Percentiles beside = LatencyRun(1, _ask, shorter).finish();
+    const Percentiles sending = senders.finish();
+    const Percentiles alone = LatencyRun(1, _ask, shorter).finish();
+    std::printf(
+        "%s: asking alone p50 %5.0f us, p99 %5.0f us, beside senders p50 %5.0f us, p99 "
+        "%5.0f us\n",
+        _name, alone.p50, alone.p99, beside.p50, beside.p99);
+    std::fflush(stdout);
+    _alone.push_back(alone.p99);
+    _beside.push_back(beside.p99);
+    return sending;
+  }
+
+  // Of the 99th percentile.
+  double growth() const { return median(_beside) / median(_alone); }
+
+ private:
+  const char* const _name;
+  const Connect _send, _ask;
+  std::vector<double> _alone, _beside;
 };
-
-// One side of a round: all providers for that long; their rows together.
-Percentiles measure(int seconds, LatenciesOfProviders* latencies) {
-  std::list<Worker> processes;
-  for (int i = 0; i < providers; ++i) {
-    Latencies& own = (*latencies)[static_cast<std::size_t>(i)];
-    own.count = 0;
-    processes.emplace_back([&own, i, seconds] { sendRows(i, seconds, &own); });
-  }
-  for (Worker& process : processes) require(process.succeeded(), "a provider");
-  LatencySummary all;
-  for (const Latencies& own : *latencies) all.add(own);
-  return {all.quantile(0.5), all.quantile(0.99), all.count()};
-}
-
-Percentiles measureBesideQuestions(int seconds, LatenciesOfProviders* latencies, SharedCount* apps,
-                                   SharedCount* attrs) {
-  const Worker first([&] { ask({"apps"}, apps); });
-  const Worker second([&] { ask({"attrs", "APPLICATION1100"}, attrs); });
-  return measure(seconds, latencies);
-}
 
 }  // namespace
 
 int main(int argc, char** argv) {
   const int rounds = argc > 1 ? std::atoi(argv[1]) : 5;
-  const int seconds = argc > 2 ? std::atoi(argv[2]) : 2;
-  require(rounds > 0 && seconds > 0, "reading ROUNDS and SECONDS");
-  dch::testkit::ServerProcess server;
-  setenv("ZORA_DCH_ADDR", "127.0.0.1", 1);
-  setenv("ZORA_DCH_PORT", std::to_string(server.port()).c_str(), 1);
-  setenv("ZORA_DCH_TIMEOUT", "10", 1);
+  const std::chrono::seconds time(argc > 2 ? std::atoi(argv[2]) : 2);
+  const EchoPeer echo;
+  const KeptState state;
+  const dch::testkit::ServerProcess server(state.serverArguments());
   // In a process of its own, so that the library starts anew in each provider.
-  require(Worker(registerApplications).succeeded(), "registering");
+  if (!Worker([&] { registerApplications(server.port()); }).succeeded()) return EXIT_FAILURE;
 
-  const SharedMemory<LatenciesOfProviders> latencies;
-  SharedCount apps, attrs;
-  std::vector<double> quiet, busy;
+  const Connect send = [&](int number) {
+    return sendRowsToServer(server.port(), "host" + std::to_string(number));
+  };
+  Asking questions("zordchd", send, [&](int) { return askForAttributes(server.port()); });
+  Asking bare(
+      "bare", [&](int) { return exchangeBare(echo.address()); },
+      [&](int) { return afterAPause(exchangeBare(echo.address())); });
+  std::vector<double> rows, rowsBesideQuestions;
   for (int round = 0; round < rounds; ++round) {
-    const Percentiles without = measure(seconds, &*latencies);
-    const Percentiles with = measureBesideQuestions(seconds, &*latencies, &apps, &attrs);
-    std::printf(
-        "without: %7zu rows, p50 %5.0f us, p99 %5.0f us   with: %7zu rows, p50 %5.0f us, p99 %5.0f "
-        "us\n",
-        without.rows, without.p50, without.p99, with.rows, with.p50, with.p99);
-    quiet.push_back(without.p99);
-    busy.push_back(with.p99);
+    rowsBesideQuestions.push_back(questions.runRound(time).p99);
+    rows.push_back(LatencyRun(providers, send, time).finish().p99);
+    bare.runRound(time);
   }
-  require(attrs.value() > 0, "asking beside the providers");
-  std::printf("answered: %d times apps, %d times attrs\n", static_cast<int>(apps.value()),
-              static_cast<int>(attrs.value()));
-  printFigure("p99 of 8 providers, with catalogue questions / without",
-              median(busy) / median(quiet));
+  printFigure("p99 of a catalogue question, 64 providers sending / without", questions.growth());
+  printFigure("p99 of a bare round trip, 64 clients beside it / without", bare.growth());
+  printFigure("p99 of 64 providers, with catalogue questions / without",
+              median(rowsBesideQuestions) / median(rows));
 }

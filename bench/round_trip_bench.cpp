@@ -26,19 +26,20 @@ class Clients {
     add("one core, " + name, answeringCore, connect);
     add("two cores, " + name, askingCore, connect);
   }
-  const std::vector<Side>& sides() const { return _sides; }
-
- private:
+  // Starts a client on that core.
   void add(const std::string& name, int core, const std::function<Exchange()>& connect) {
     ExchangeClient& client = _clients.emplace_back([&] {
       runOnCore(core);
       return connect();
     });
-    constexpr int tripsPerTurn = 250;
+    constexpr int tripsPerTurn = 150;
     _sides.push_back(
         {name, tripsPerTurn, [&client](int roundTrips) { return client.run(roundTrips); }});
   }
 
+  const std::vector<Side>& sides() const { return _sides; }
+
+ private:
   std::list<ExchangeClient> _clients;
   std::vector<Side> _sides;
 };
@@ -70,7 +71,6 @@ void printFigures(const std::string& cores, const Medians& medians) {
   print("zordchd / ZeroMQ", time("zordchd") / time("ZeroMQ"));
   print("zordchd / nng", time("zordchd") / time("nng"));
   print("zordchd / NATS", time("zordchd") / time("NATS"));
-  print("traced at 0xff / bare", time("traced") / time("bare"));
 }
 
 }  // namespace
@@ -87,7 +87,7 @@ int main(int argc, char** argv) {
   clients.add("bare", [&] { return exchangeBare(echo.address()); });
   clients.add("dp_data", [] { return sendRows(1); });
   clients.add("row of 8", buildAndSendRows);
-  clients.add("traced", sendTracedRows);
+  clients.add("one core, traced", answeringCore, sendTracedRows);
   clients.add("zordchd", [&] { return sendRowsToServer(server.port(), "host"); });
   clients.add("ZeroMQ", [&] { return zeroMq.connect(); });
   clients.add("nng", [&] { return nng.connect(); });
@@ -95,4 +95,6 @@ int main(int argc, char** argv) {
   const Medians medians = runSides(argc, argv, clients.sides());
   printFigures("two cores", medians);
   printFigures("one core", medians);
+  printFigure("round trip on one core, traced at 0xff / bare",
+              medians.at("one core, traced") / medians.at("one core, bare"));
 }

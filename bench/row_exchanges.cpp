@@ -7,6 +7,7 @@
 #include <memory>
 #include <stdexcept>
 
+#include "dch/testkit/messages.h"
 #include "zordchcl/zordchcl.h"
 
 namespace {
@@ -57,16 +58,30 @@ Exchange buildAndSendRows() {
           }};
 }
 
-Exchange sendRowsToServer(int port, const std::string& source) {
-  return sendRows(goOnLine(port, "appl:BENCH,BEN;group:group;attr:attr,D,96;", source));
+Exchange sendRowsToServer(int port, const std::string& source, const std::string& application) {
+  return sendRows(goOnLine(port, registrationOf(application), source, application));
 }
 
-ZORA_Long goOnLine(int port, const std::string& registration, const std::string& source) {
+std::string registrationOf(const std::string& application) {
+  return "appl:" + application + ",BEN;group:group;attr:attr,D,96;";
+}
+
+std::string rowMessage(ZORA_Long handle) {
+  constexpr std::size_t valueSize = 80;  // makes it as long as the others
+  return dch::testkit::dataMessage(handle, {{"attr", 'D', std::string(valueSize, 'x')}});
+}
+
+void askServer(int port) {
   setenv("ZORA_DCH_ADDR", "127.0.0.1", 1);
   setenv("ZORA_DCH_PORT", std::to_string(port).c_str(), 1);
+}
+
+ZORA_Long goOnLine(int port, const std::string& registration, const std::string& source,
+                   const std::string& application) {
+  askServer(port);
   ZORA_Long status = 1, handle = 0;
   dp_register(&status, registration.c_str());
-  if (status == 0) dp_online(&status, &handle, "BENCH", "group", source.c_str());
+  if (status == 0) dp_online(&status, &handle, application.c_str(), "group", source.c_str());
   if (status != 0) throw std::runtime_error("the server does not take the registration");
   return handle;
 }

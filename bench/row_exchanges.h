@@ -20,11 +20,21 @@ Exchange exchangeBare(const sockaddr_in& peer);
 Exchange sendRows(ZORA_Long handle, char* (*makeRow)() = buildRow);
 // dp_formatData of 8 attributes, and dp_data.
 Exchange buildAndSendRows();
-// Goes on line at a real server first, with a source of its own; the group is "group" of "BENCH".
-Exchange sendRowsToServer(int port, const std::string& source);
+// Goes on line at a real server first, with a source of its own.
+Exchange sendRowsToServer(int port, const std::string& source,
+                          const std::string& application = "BENCH");
 
-// Makes the server at that port this process's DCH and brings a source of the group "group" of
-// "BENCH" on line. Returns its handle; throws when the server refuses.
-ZORA_Long goOnLine(int port, const std::string& registration, const std::string& source);
+// An application whose group "group" has the one attribute that the rows have.
+std::string registrationOf(const std::string& application);
+
+// The message of such a row.
+std::string rowMessage(ZORA_Long handle);
+
+// Makes the server at that port this process's DCH.
+void askServer(int port);
+// The same, and brings a source of the group "group" on line. Returns its handle; throws when the
+// server refuses.
+ZORA_Long goOnLine(int port, const std::string& registration, const std::string& source,
+                   const std::string& application = "BENCH");
 
 #endif  // BENCH_ROW_EXCHANGES_H

@@ -1,10 +1,8 @@
 // What a row costs as there is more of something: sources on line, subscriptions to other groups,
-// subscribers of its own group, attributes in it. Each is measured in turns with bare round trips.
-// Everything is on one core, where nothing hides what is computed.
+// subscribers of its own group, attributes in it, connections. Each is measured in turns with bare
+// round trips. Everything is on one core, where nothing hides what is computed.
 // Prints lines "CURVE,COUNT,COST" (COST is the median, over bare).
 //   scaling_bench [TURNS]: 25 turns of each side at each point
-#include <sys/resource.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
@@ -12,8 +10,9 @@
 #include <vector>
 
 #include "bench/cores.h"
+#include "bench/descriptors.h"
 #include "bench/echo_peer.h"
-#include "bench/process_memory.h"
+#include "bench/process_usage.h"
 #include "bench/row_exchanges.h"
 #include "bench/sides.h"
 #include "dch/testkit/clients.h"
@@ -25,6 +24,7 @@
 namespace {
 
 using dch::testkit::ServerProcess;
+using dch::testkit::TcpClient;
 using dch::testkit::UdpClient;
 
 constexpr int tripsPerTurn = 200;
@@ -56,7 +56,7 @@ void measureSources(ExchangeClient* bare) {
   ExchangeClient provider([&] { return sendRowsToServer(server.port(), "host"); });
   provider.run(1);
   UdpClient client(server.port());
-  const long before = residentBytes(server.processId());
+  const long before = ownResidentBytes(server.processId());
   int online = 0;
   for (const int count : {10, 100, 1000, 10'000}) {
     addSources(&client, online, count);
@@ -64,7 +64,7 @@ void measureSources(ExchangeClient* bare) {
     printPoint("sources on line", count, bare, &provider);
   }
   printFigure("memory of zordchd per source on line, bytes",
-              static_cast<double>(residentBytes(server.processId()) - before) / online);
+              static_cast<double>(ownResidentBytes(server.processId()) - before) / online);
 }
 
 void measureSubscriptions(ExchangeClient* bare) {
@@ -72,7 +72,7 @@ void measureSubscriptions(ExchangeClient* bare) {
   ExchangeClient provider([&] { return sendRowsToServer(server.port(), "host"); });
   provider.run(1);
   UdpClient client(server.port());
-  const long before = residentBytes(server.processId());
+  const long before = ownResidentBytes(server.processId());
   int subscribed = 0;
   for (const int count : {1, 10, 100, 1000, 10'000}) {
     for (; subscribed < count; ++subscribed) {
@@ -83,7 +83,7 @@ void measureSubscriptions(ExchangeClient* bare) {
     printPoint("subscriptions to other groups", count, bare, &provider);
   }
   printFigure("memory of zordchd per subscription, bytes",
-              static_cast<double>(residentBytes(server.processId()) - before) / subscribed);
+              static_cast<double>(ownResidentBytes(server.processId()) - before) / subscribed);
 }
 
 // Nobody reads: what the sockets cannot take is dropped by the system, after it was sent.
@@ -100,13 +100,6 @@ void measureSubscribers(ExchangeClient* bare) {
     }
     printPoint("subscribers of the row", count, bare, &provider);
   }
-}
-
-void allowASocketForEachSubscriber() {
-  rlimit limit{};
-  getrlimit(RLIMIT_NOFILE, &limit);
-  limit.rlim_cur = limit.rlim_max;
-  setrlimit(RLIMIT_NOFILE, &limit);
 }
 
 Exchange sendRowOf(int port, int attributes) {
@@ -134,6 +127,25 @@ void measureAttributes(ExchangeClient* bare) {
   }
 }
 
+// Clients of a stream connection each, which have made a request and stay.
+void measureConnections(ExchangeClient* bare) {
+  const ServerProcess server;
+  ExchangeClient provider([&] { return sendRowsToServer(server.port(), "host"); });
+  provider.run(1);
+  std::vector<TcpClient> clients;
+  const std::string row = rowMessage(1);
+  const long before = ownResidentBytes(server.processId());
+  for (const int count : {1, 10, 100, 1000}) {
+    while (clients.size() < static_cast<std::size_t>(count))
+      if (clients.emplace_back(server.port()).ask(row).size() != answerSize)
+        throw std::runtime_error("a connection is not served");
+    printPoint("connections", count, bare, &provider);
+  }
+  printFigure("memory of zordchd per connection, bytes",
+              static_cast<double>(ownResidentBytes(server.processId()) - before) /
+                  static_cast<double>(clients.size()));
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -146,9 +158,10 @@ int main(int argc, char** argv) {
   const EchoPeer echo;
   echo.becomeDch();
   ExchangeClient bare([&] { return exchangeBare(echo.address()); });
-  allowASocketForEachSubscriber();
+  allowManyDescriptors();  // a socket for each subscriber
   measureSources(&bare);
   measureSubscriptions(&bare);
   measureSubscribers(&bare);
   measureAttributes(&bare);
+  measureConnections(&bare);
 }
