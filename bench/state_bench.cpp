@@ -72,21 +72,21 @@ class Case {
     return {_name, rowsPerTurn, [this](int rows) { return run(rows); }};
   }
 
-  double processorTimeOfRow() const { return _processorMicroseconds / _rows; }
+  // The median of the turns.
+  double processorTimeOfRow() const { return median(_processorTimes); }
 
  private:
   std::chrono::nanoseconds run(int rows) {
     const double before = processorMicroseconds(_server.processId());
     const auto time = _providers.run(rows);
-    _processorMicroseconds += processorMicroseconds(_server.processId()) - before;
-    _rows += rows;
+    _processorTimes.push_back((processorMicroseconds(_server.processId()) - before) / rows);
     return time;
   }
 
   const std::string _name;
   const ServerProcess _server;
   Providers _providers;
-  double _processorMicroseconds = 0, _rows = 0;
+  std::vector<double> _processorTimes;
 };
 
 // How much more a row costs in one case than in another.
