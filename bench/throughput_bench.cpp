@@ -109,8 +109,8 @@ int main(int argc, char** argv) {
         sender.sendTo(socket.address(), bytes);
   };
 
-  constexpr int datagramsPerTurn = 10'000;
-  constexpr int deliveriesPerTurn = 320 * subscribers;  // a multiple of what is sent at once
+  constexpr int datagramsPerTurn = 4'000;
+  constexpr int deliveriesPerTurn = 96 * subscribers;  // a multiple of what is sent at once
   Medians medians = runSides(
       argc, argv,
       {{"datagrams on one core, bare queue", datagramsPerTurn,
