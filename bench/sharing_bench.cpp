@@ -30,7 +30,7 @@ using Microseconds = std::chrono::duration<float, std::micro>;
 
 constexpr int sharingThreads = 16;
 constexpr int sockets = 4;
-constexpr int requestsPerTurn = 4000;  // of all threads together
+constexpr int requestsPerTurn = 2000;  // of all threads together
 
 using LatenciesOfThreads = std::array<Latencies, sharingThreads>;
 
