@@ -6,7 +6,6 @@
 #include <array>
 #include <list>
 #include <string>
-#include <thread>
 
 #include "bench/kept_state.h"
 #include "bench/process_usage.h"
@@ -27,12 +26,7 @@ double costOfRow(const ServerProcess& server, std::chrono::milliseconds pause, i
   std::list<ExchangeClient> clients;
   for (int i = 0; i < providers; ++i)
     clients.emplace_back([&] {
-      Exchange exchange = sendRowsToServer(server.port(), "host" + std::to_string(i));
-      exchange.prepare = [prepare = exchange.prepare, pause] {
-        std::this_thread::sleep_for(pause);
-        prepare();
-      };
-      return exchange;
+      return afterAPause(pause, sendRowsToServer(server.port(), "host" + std::to_string(i)));
     });
   for (ExchangeClient& client : clients) client.run(1);  // everybody is on line
   const double before = processorMicroseconds(server.processId());

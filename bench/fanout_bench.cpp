@@ -3,8 +3,6 @@
 //   fanout_bench [ROUNDS [SECONDS]]: 5 rounds of both sides, 2 seconds a side
 #include <cstdio>
 #include <cstdlib>
-#include <optional>
-#include <thread>
 
 #include "bench/descriptors.h"
 #include "bench/latency_run.h"
@@ -30,12 +28,7 @@ int main(int argc, char** argv) {
   const dch::testkit::ServerProcess server;
   Subscribers readers(subscribers);
   ExchangeClient publisher([&] {
-    Exchange exchange = sendRowsToServer(server.port(), "host", "WIDE");
-    exchange.prepare = [prepare = exchange.prepare] {
-      std::this_thread::sleep_for(pauseBetweenRows);
-      prepare();
-    };
-    return exchange;
+    return afterAPause(pauseBetweenRows, sendRowsToServer(server.port(), "host", "WIDE"));
   });
   publisher.run(1);  // it is on line
   readers.subscribe(server.port(), "WIDE");

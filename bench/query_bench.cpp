@@ -10,7 +10,6 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "bench/echo_peer.h"
@@ -24,6 +23,7 @@
 namespace {
 
 constexpr int providers = 64;
+constexpr std::chrono::milliseconds pauseOfQuestions{2};
 
 std::string applicationName(int number) {
   return "APPLICATION" + std::to_string(1000 + number);
@@ -44,26 +44,18 @@ void registerApplications(int port) {
   }
 }
 
-Exchange afterAPause(Exchange exchange) {
-  exchange.prepare = [prepare = exchange.prepare] {
-    std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    prepare();
-  };
-  return exchange;
-}
-
 Exchange askForAttributes(int port) {
   askServer(port);
-  return afterAPause({[] {},
-                      [name = applicationName(100)] {
-                        ZORA_Long length = 0;
-                        char* answer = nullptr;
-                        constexpr short wait = 10;
-                        const int result =
-                            dc_getApplAttributes(&length, &answer, name.c_str(), wait);
-                        std::free(answer);
-                        return result == 0 && length > 0;
-                      }});
+  return afterAPause(pauseOfQuestions, {[] {},
+                                        [name = applicationName(100)] {
+                                          ZORA_Long length = 0;
+                                          char* answer = nullptr;
+                                          constexpr short wait = 10;
+                                          const int result = dc_getApplAttributes(
+                                              &length, &answer, name.c_str(), wait);
+                                          std::free(answer);
+                                          return result == 0 && length > 0;
+                                        }});
 }
 
 using Connect = std::function<Exchange(int number)>;
@@ -118,7 +110,7 @@ int main(int argc, char** argv) {
   Asking questions("zordchd", send, [&](int) { return askForAttributes(server.port()); });
   Asking bare(
       "bare", [&](int) { return exchangeBare(echo.address()); },
-      [&](int) { return afterAPause(exchangeBare(echo.address())); });
+      [&](int) { return afterAPause(pauseOfQuestions, exchangeBare(echo.address())); });
   std::vector<double> rows, rowsBesideQuestions;
   for (int round = 0; round < rounds; ++round) {
     rowsBesideQuestions.push_back(questions.runRound(time).p99);

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <memory>
 #include <stdexcept>
+#include <thread>
 
 #include "dch/testkit/messages.h"
 #include "zordchcl/zordchcl.h"
@@ -60,6 +61,14 @@ Exchange buildAndSendRows() {
 
 Exchange sendRowsToServer(int port, const std::string& source, const std::string& application) {
   return sendRows(goOnLine(port, registrationOf(application), source, application));
+}
+
+Exchange afterAPause(std::chrono::milliseconds pause, Exchange exchange) {
+  exchange.prepare = [prepare = exchange.prepare, pause] {
+    std::this_thread::sleep_for(pause);
+    prepare();
+  };
+  return exchange;
 }
 
 std::string registrationOf(const std::string& application) {

@@ -24,6 +24,9 @@ Exchange buildAndSendRows();
 Exchange sendRowsToServer(int port, const std::string& source,
                           const std::string& application = "BENCH");
 
+// The same, with a pause before each.
+Exchange afterAPause(std::chrono::milliseconds pause, Exchange exchange);
+
 // An application whose group "group" has the one attribute that the rows have.
 std::string registrationOf(const std::string& application);
 
