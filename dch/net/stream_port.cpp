@@ -51,7 +51,7 @@ StreamPort::StreamPort(EventLoop& loop, Descriptor listener, const StreamLimits&
       _client(client),
       _counters(counters),
       _log(log),
-      _buffer(std::make_unique<std::array<char, 8'192>>()),
+      _buffer(std::make_unique<Buffer>()),
       _pause(loop, [this] { _listener.waitUntilReadable(); }),
       _listener(loop, std::move(listener), [this] { accept(); }) {
   watchForVanishedPeers(_listener.descriptor());

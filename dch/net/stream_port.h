@@ -92,6 +92,8 @@ class StreamPort : private ConnectionOwner {
 
   void accept();
   void add(Descriptor socket, const PeerAddress& peer);
+  using Buffer = std::array<char, 8'192>;
+
   void refuse(const PeerAddress& peer);
   void pauseAccepting();
   void note(Entry* entry);
@@ -107,7 +109,7 @@ class StreamPort : private ConnectionOwner {
   Counters& _counters;
   const Log& _log;
   // What one connection sends is done before the next one's turn: some hundred requests at most.
-  const std::unique_ptr<std::array<char, 8'192>> _buffer;
+  const std::unique_ptr<Buffer> _buffer;
   std::uint64_t _lastNumber = 0;
   std::unordered_map<std::uint64_t, std::unique_ptr<Entry>> _connections;  // by serial number
   std::vector<std::uint64_t> _noted;                                       // there is room for all
