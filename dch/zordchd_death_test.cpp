@@ -7,6 +7,7 @@
 #include "dch/testkit/dying_server_test.h"
 #include "dch/testkit/store_test.h"
 #include "tests/support/temporary_files.h"
+#include "tests/support/variables.h"
 
 namespace dch::testkit {
 namespace {
@@ -43,10 +44,7 @@ TEST_F(ZordchdDeathTest, LosesNothingThatItAcknowledged) {
   EXPECT_EQ(found.acknowledged, rows);
   compareWithServer();
   EXPECT_EQ(query(_path, "PRAGMA integrity_check"), "ok\n");
-  std::cout << deaths << " deaths: " << rows << " rows acknowledged, " << found.acknowledged
-            << " found, " << found.lost << " lost, " << found.doubled << " doubled; "
-            << found.unanswered << " kept without an answer, " << found.repeated
-            << " again when they were sent again; " << _deferred.size() << " deferrals\n";
+  std::cout << deaths << " deaths: " << summaryOf(rows, found);
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <iostream>
 #include <list>
 #include <memory>
@@ -20,6 +19,7 @@
 #include "dch/testkit/store_test.h"
 #include "tests/support/process.h"
 #include "tests/support/temporary_files.h"
+#include "tests/support/variables.h"
 #include "tests/support/wait_until.h"
 #include "zordchcl/messages.h"
 #include "zordchcl/status.h"
@@ -106,8 +106,7 @@ class ZordchdDiskTest : public ::testing::Test {
 
 TEST_F(ZordchdDiskTest, ThatDoesNotAnswerMakesOnlyThatWaitWhichIsToBeKept) {
   constexpr int rows = 100;
-  const char* const wanted = std::getenv("ZORD410_HANG_SECONDS");
-  const std::chrono::seconds hang(wanted != nullptr ? std::atoi(wanted) : 0);
+  const std::chrono::seconds hang(numberFrom("ZORD410_HANG_SECONDS", 0));
   ASSERT_EQ(statusOf(UdpClient(_port).ask(registerMessage())), DCH_STATUS_OK);
   const ZORA_Long handles[] = {goOnline("host1"), goOnline("host2")};
   const UdpClient subscriber(_port), other(_port), registrar(_port);

@@ -5,9 +5,7 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -39,9 +37,7 @@ class ZordchdFailingCallsTest : public ::testing::TestWithParam<Call> {
     // -D: the server is the child of this process, and gets its signals.
     _server.run("strace", {"-D", "-f", "-qq", "--seccomp-bpf", "-o", log, "-e", "trace=" + call,
                            "-e", "inject=" + fault, serverPath()});
-    std::ostringstream calls;
-    calls << std::ifstream(log).rdbuf();
-    return calls.str().find("(INJECTED)") != std::string::npos;
+    return contentOf(log).find("(INJECTED)") != std::string::npos;
   }
 
   const ServerUnderFault _server;

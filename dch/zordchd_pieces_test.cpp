@@ -1,13 +1,13 @@
 // The same bytes over a connection, in whatever pieces they come, are answered the same.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <iostream>
 #include <random>
 
 #include "dch/testkit/clients.h"
 #include "dch/testkit/messages.h"
 #include "dch/testkit/server_process.h"
+#include "tests/support/variables.h"
 #include "zordchcl/messages.h"
 #include "zordchcl/status.h"
 
@@ -53,9 +53,7 @@ TEST_F(ZordchdPiecesTest, AreAnsweredTheSameWhereverTheyAreCut) {
 }
 
 TEST_F(ZordchdPiecesTest, AreAnsweredTheSameInManyPieces) {
-  const char* const given = std::getenv("ZORD410_SEED");
-  const auto seed = given != nullptr ? static_cast<unsigned>(std::strtoul(given, nullptr, 10))
-                                     : std::random_device()();
+  const unsigned seed = numberFrom("ZORD410_SEED", std::random_device()());
   std::cout << "ZORD410_SEED=" << seed << '\n';
   std::mt19937 random(seed);
   const std::string expected = answersTo({});

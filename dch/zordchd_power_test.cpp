@@ -12,6 +12,7 @@
 #include "dch/testkit/messages.h"
 #include "dch/testkit/store_test.h"
 #include "tests/support/temporary_files.h"
+#include "tests/support/variables.h"
 #include "zordchcl/status.h"
 
 namespace dch::testkit {
@@ -74,10 +75,7 @@ TEST_F(ZordchdPowerTest, LosesNothingThatItAcknowledged) {
   EXPECT_EQ(query(path(), "PRAGMA integrity_check"), "ok\n");
   beginWith("power");
   compareWithServer();
-  std::cout << _losses << " losses of power: " << rows << " rows acknowledged, "
-            << found.acknowledged << " found, " << found.lost << " lost, " << found.doubled
-            << " doubled; " << found.unanswered << " kept without an answer, " << found.repeated
-            << " again when they were sent again; " << _deferred.size() << " deferrals\n";
+  std::cout << _losses << " losses of power: " << summaryOf(rows, found);
 }
 
 // What "process" leaves out, and so that the test above can fail: the newest rows are gone, when

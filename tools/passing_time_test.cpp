@@ -7,9 +7,7 @@
 
 #include <algorithm>
 #include <atomic>
-#include <fstream>
 #include <future>
-#include <sstream>
 
 #include "tests/support/passing_time.h"
 #include "tests/support/scripted_dch.h"
@@ -106,11 +104,7 @@ class OutputFile {
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
 
-  std::string content() const {
-    std::ostringstream text;
-    text << std::ifstream(_file.path()).rdbuf();
-    return withoutTimes(text.str());
-  }
+  std::string content() const { return withoutTimes(_file.content()); }
 
  private:
   const TemporaryFile _file{""};

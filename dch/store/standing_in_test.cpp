@@ -83,6 +83,13 @@ class StandingInTest : public testkit::StoreTest {
   void letDiskHang() { _hangs = true; }
   void letDiskAnswer() { _hangs = false; }
 
+  // Until somebody stands in for the loop's thread.
+  void hangOnARow() {
+    letDiskHang();
+    run([this] { appendRow(1); });
+    waitForStandIn();
+  }
+
   void expectTimes(const std::vector<Time>& expected) {
     std::vector<Time> times;
     run([&] {
@@ -134,9 +141,7 @@ TEST_F(StandingInTest, TheLoopGoesOnWhileTheDiskHangs) {
   startOnLoop();
   for (int round = 0; round < 3; ++round) {
     const std::size_t before = concludedCount();
-    letDiskHang();
-    run([this] { appendRow(1); });
-    waitForStandIn();
+    hangOnARow();
     run([this] { appendRow(2); });
     EXPECT_EQ(concludedCount(), before);
     EXPECT_EQ(run([this] { return _store->waiting(); }), 2u);
@@ -168,9 +173,7 @@ TEST_F(StandingInTest, WhatManySendWhileTheDiskHangsIsKeptInItsOrder) {
 
 TEST_F(StandingInTest, AllIsConcludedByWhoeverStandsIn) {
   startOnLoop();
-  letDiskHang();
-  run([this] { appendRow(1); });
-  waitForStandIn();
+  hangOnARow();
   run([this] {
     EXPECT_NE(std::this_thread::get_id(), _main);
     appendRow(2);
@@ -188,9 +191,7 @@ TEST_F(StandingInTest, AllIsConcludedByWhoeverStandsIn) {
 
 TEST_F(StandingInTest, AStoppedLoopEndsOnBothThreads) {
   startOnLoop();
-  letDiskHang();
-  run([this] { appendRow(1); });
-  waitForStandIn();
+  hangOnARow();
   run([this] {
     EXPECT_NE(std::this_thread::get_id(), _main);
     letDiskAnswer();

@@ -12,6 +12,7 @@
 #include "dch/testkit/shared.h"
 #include "dch/testkit/store_test.h"
 #include "tests/support/process.h"
+#include "tests/support/variables.h"
 
 namespace dch {
 namespace {
@@ -21,8 +22,7 @@ using testkit::DiskOutcome;
 using testkit::FaultyVfs;
 
 std::uint32_t seed() {
-  const char* const given = std::getenv("ZORD410_SEED");
-  return given != nullptr ? static_cast<std::uint32_t>(std::strtoul(given, nullptr, 10)) : 4711;
+  return numberFrom("ZORD410_SEED", 4711);
 }
 
 // What a process that is killed has told.

@@ -7,10 +7,10 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <stdexcept>
 
 #include "tests/support/process.h"
+#include "tests/support/temporary_files.h"
 
 namespace dch::testkit {
 
@@ -25,12 +25,6 @@ void run(const std::string& program, const Process::Arguments& arguments) {
   const ProcessResult result = Process(program, arguments).finish();
   if (result.exitStatus == Process::notFound) throw std::runtime_error("there is no " + program);
   if (result.exitStatus != 0) throw std::runtime_error(program + ": " + result.standardError);
-}
-
-std::string contentOf(const std::string& path) {
-  std::ostringstream content;
-  content << std::ifstream(path, std::ios::binary).rdbuf();
-  return content.str();
 }
 
 }  // namespace

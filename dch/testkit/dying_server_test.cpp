@@ -3,12 +3,12 @@
 #include <signal.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <iostream>
 #include <sstream>
 #include <stdexcept>
 
 #include "dch/testkit/store_test.h"
+#include "tests/support/variables.h"
 #include "tests/support/wait_until.h"
 
 namespace dch::testkit {
@@ -20,11 +20,6 @@ constexpr unsigned streamsEvery = 8;  // so many senders to one that sends over 
 constexpr std::chrono::seconds longestTakeoff{50};
 
 }  // namespace
-
-unsigned numberFrom(const char* variable, unsigned otherwise) {
-  const char* const given = std::getenv(variable);
-  return given != nullptr ? static_cast<unsigned>(std::strtoul(given, nullptr, 10)) : otherwise;
-}
 
 DyingServerTest::DyingServerTest() : _seed(numberFrom("ZORD410_SEED", std::random_device()())) {
   std::cout << "ZORD410_SEED=" << _seed << '\n';
@@ -138,6 +133,15 @@ void DyingServerTest::compareDeferrals(const std::string& path) {
 
 void DyingServerTest::compareWithServer() {
   for (NumberedSender& sender : _senders) EXPECT_EQ(sender.compareWithServer(), "");
+}
+
+std::string DyingServerTest::summaryOf(std::uint64_t rows, const KeptRows& found) const {
+  std::ostringstream text;
+  text << rows << " rows acknowledged, " << found.acknowledged << " found, " << found.lost
+       << " lost, " << found.doubled << " doubled; " << found.unanswered
+       << " kept without an answer, " << found.repeated << " again when they were sent again; "
+       << _deferred.size() << " deferrals\n";
+  return text.str();
 }
 
 }  // namespace dch::testkit

@@ -18,9 +18,6 @@
 
 namespace dch::testkit {
 
-// The value of a variable of the environment.
-unsigned numberFrom(const char* variable, unsigned otherwise);
-
 // ZORD410_SEED repeats a run.
 class DyingServerTest : public ::testing::Test {
  protected:
@@ -44,16 +41,19 @@ class DyingServerTest : public ::testing::Test {
   KeptRows compareWithFile(const std::string& path);
   void compareWithServer();
 
+  // What was acknowledged, and what was found of it.
+  std::string summaryOf(std::uint64_t rows, const KeptRows& found) const;
+
   const unsigned _seed;
   std::mt19937 _random{_seed};
   std::optional<ServerProcess> _server;
-  std::set<long> _deferred;  // as it said
 
  private:
   void noteDeferrals();
   void compareDeferrals(const std::string& path);
 
   Lives _lives{0};
+  std::set<long> _deferred;  // as the server said
   std::list<NumberedSender> _senders;
 };
 

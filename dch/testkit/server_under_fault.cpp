@@ -27,11 +27,11 @@ class StubbornClient {
  public:
   explicit StubbornClient(int port) : _port(port) {}
 
-  // Until the answer is `wanted`; the answer, empty when it never came.
-  template <typename Good>
+  // Until the answer is good, each time anew; the answer, empty when it never came.
+  template <typename Client, typename Good>
   std::string ask(const std::string& message, Good isGood) const {
     for (int i = 0; i < mostAttempts; ++i) {
-      const UdpClient client(_port);
+      const Client client(_port);
       client.send(message);
       const auto answer = client.receive(shortWaitMilliseconds);
       if (answer && isGood(*answer)) return *answer;
@@ -39,14 +39,15 @@ class StubbornClient {
     return {};
   }
 
+  template <typename Client = UdpClient>
   bool isDone(const std::string& message) const {
-    return !ask(message, [](const std::string& answer) {
+    return !ask<Client>(message, [](const std::string& answer) {
               return statusOf(answer) == DCH_STATUS_OK;
             }).empty();
   }
 
   bool isTold(const std::string& question) const {
-    return !ask(question, [](const std::string& answer) {
+    return !ask<UdpClient>(question, [](const std::string& answer) {
               return !textOf(answer).value_or("").empty();
             }).empty();
   }
@@ -56,19 +57,9 @@ class StubbornClient {
       const auto online = onlineAnswerOf(answer);
       return online && online->status == DCH_STATUS_OK;
     };
-    const auto online = onlineAnswerOf(ask(onlineMessage("HOSTMON", "load", source), isOnline));
+    const auto online =
+        onlineAnswerOf(ask<UdpClient>(onlineMessage("HOSTMON", "load", source), isOnline));
     return online ? online->handle : 0;
-  }
-
-  // Over a connection, each time a new one.
-  bool isDoneOnAStream(const std::string& message) const {
-    for (int i = 0; i < mostAttempts; ++i) {
-      const TcpClient client(_port);
-      client.send(message);
-      const auto answer = client.receive(shortWaitMilliseconds);
-      if (answer && statusOf(*answer) == DCH_STATUS_OK) return true;
-    }
-    return false;
   }
 
   // Whatever comes of it: the calls of the program that is started fail as well.
@@ -152,7 +143,7 @@ void ServerUnderFault::useAndEnd(Process* server, int port) const {
   EXPECT_GT(handle, 0);
   EXPECT_TRUE(client.isDone(dataMessage(handle, {{"load1", 'D', "1"}})));
   EXPECT_TRUE(client.getsRows(handle));
-  EXPECT_TRUE(client.isDoneOnAStream(dataMessage(handle)));
+  EXPECT_TRUE(client.isDone<TcpClient>(dataMessage(handle)));
   EXPECT_TRUE(client.isTold(catalogueMessage(DCH_REQUEST_ATTRIBUTES, "HOSTMON")));
   EXPECT_TRUE(client.startsActions());
   server->signal(SIGUSR1);

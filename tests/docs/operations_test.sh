@@ -14,9 +14,9 @@ expect_block() { # NAME FILE
     fail "the page shows another '$1'"
   echo "as on the page: $1"
 }
-send_demo() {
-  "$zordp" send --registration "$source_dir/examples/demo.reg" --group load --source web1 \
-    --input "$source_dir/examples/demo.csv" "$@"
+send_demo() { # SOURCE [OPTION...]
+  "$zordp" send --registration "$source_dir/examples/demo.reg" --group load --source "$1" \
+    --input "$source_dir/examples/demo.csv" "${@:2}"
 }
 
 blocks 'file: actions.conf' '' >actions.conf
@@ -37,12 +37,12 @@ expect_block ready ready
 watcher=$!
 running+=("$watcher")
 wait_for 'subscribed' log
-send_demo
+send_demo web1
 wait_for 'unregistered' log
 grep 'Z zordchd: ' log >events
 expect_block events events
 
-send_demo --keep
+send_demo web1 --keep
 "$zordc" defer --id 42 --key DMO --table LOAD --source web1 --time 1795267340
 wait_for 'deferred' log
 kill -USR1 "$server"
@@ -65,13 +65,12 @@ run_commands() { # NAME
   bash -e "$1.sh" || fail "what the page says on '$1' does not work"
 }
 start_server "$zordchd" --store zordchd.db
-send_demo --keep
+send_demo web1 --keep
 run_commands reading >reading
 expect_block reading reading
 run_commands copy >copied
 [[ $(<copied) == ok ]] || fail "the copy: $(<copied)"
-"$zordp" send --registration "$source_dir/examples/demo.reg" --group load --source later \
-  --input "$source_dir/examples/demo.csv" --keep
+send_demo later --keep
 end KILL "$server" || [[ $? == 137 ]]
 run_commands restore
 start_server "$zordchd" --store zordchd.db

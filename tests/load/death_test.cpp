@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <random>
@@ -17,6 +16,7 @@
 #include "tests/support/messages.h"
 #include "tests/support/sockets.h"
 #include "tests/support/text_count.h"
+#include "tests/support/variables.h"
 #include "tests/support/wait_until.h"
 #include "tools/testkit/tools_fixture.h"
 
@@ -199,9 +199,7 @@ class Death : public ::testing::Test {
 };
 
 TEST_F(Death, NobodyHasToBeRestarted) {
-  const char* const given = std::getenv("ZORD410_SEED");
-  const unsigned seed =
-      given != nullptr ? static_cast<unsigned>(std::atoi(given)) : std::random_device()();
+  const unsigned seed = numberFrom("ZORD410_SEED", std::random_device()());
   std::cout << "ZORD410_SEED=" << seed << '\n';
   std::mt19937 random(seed);
   std::uniform_int_distribution<int> milliseconds(0, 1000);

@@ -11,6 +11,12 @@
 #include <string>
 #include <string_view>
 
+inline std::string contentOf(const std::string& path) {
+  std::ostringstream content;
+  content << std::ifstream(path, std::ios::binary).rdbuf();
+  return content.str();
+}
+
 class TemporaryFolder {
  public:
   TemporaryFolder() : _path(std::filesystem::temp_directory_path() / "zord410_XXXXXX") {
@@ -45,11 +51,7 @@ class TemporaryFile {
   const TemporaryFolder& folder() const { return _folder; }
 
   void write(std::string_view content) const { std::ofstream(_path, std::ios::binary) << content; }
-  std::string content() const {
-    std::ostringstream text;
-    text << std::ifstream(_path, std::ios::binary).rdbuf();
-    return text.str();
-  }
+  std::string content() const { return contentOf(_path); }
 
  private:
   const TemporaryFolder _folder;
