@@ -91,7 +91,7 @@ class Rules {
 };
 
 constinit std::mutex configurationMutex;
-const suite::HeldWhileForking<configurationMutex> heldWhileForking;
+const suite::HeldWhileForking<configurationMutex> configurationHeldWhileForking;
 
 // Rules in force, the stamp that stands for them, and the units whose functions cache masks.
 class Configuration {

@@ -30,7 +30,7 @@ void writeAll(int descriptor, const char* bytes, std::size_t count) {
 }
 
 constinit std::mutex sinkMutex;
-const suite::HeldWhileForking<sinkMutex> heldWhileForking;
+const suite::HeldWhileForking<sinkMutex> sinkHeldWhileForking;
 
 // Where records go: the sink, else the file, else standard error.
 class Output {

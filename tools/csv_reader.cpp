@@ -52,12 +52,6 @@ class CsvRecords {
   Record _record;
 };
 
-std::string_view withoutBlanks(std::string_view text) {
-  while (text.starts_with(' ') || text.starts_with('\t')) text.remove_prefix(1);
-  while (text.ends_with(' ') || text.ends_with('\t')) text.remove_suffix(1);
-  return text;
-}
-
 class CsvReader : public RowReader {
  public:
   CsvReader(LineInput& input, const suite::RegisteredGroup& group) : _input(input), _group(group) {}

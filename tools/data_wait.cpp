@@ -12,7 +12,7 @@
 namespace tools {
 namespace {
 
-constexpr std::chrono::seconds renewalInterval{5};
+constexpr std::chrono::seconds dataRenewalInterval{5};
 
 }  // namespace
 
@@ -21,7 +21,7 @@ DataWait::DataWait(std::string applName, std::string attrGroup,
     : _applName(std::move(applName)),
       _attrGroup(std::move(attrGroup)),
       _quietLimit(quietLimit),
-      _upkeep([this] { renew(); }, renewalInterval) {
+      _upkeep([this] { renew(); }, dataRenewalInterval) {
   DCH_api_init();
   // First, so that whoever sees the subscription can end it by a signal.
   _controlThread.emplace([this](int signal) { act(signal); }, [this] { return deadline(); });

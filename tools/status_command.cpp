@@ -30,13 +30,13 @@ using Record = std::vector<std::string>;
 
 // Each renewal makes the DCH tell of all that is on line once more, so it is not done too often.
 // One that was away is told apart and asked at once.
-constexpr std::chrono::seconds renewalInterval{30};
+constexpr std::chrono::seconds statusRenewalInterval{30};
 
 // The subscription, which ends with the object. A signal ends the process: the DCH drops a
 // subscriber that is gone.
 class StatusWait {
  public:
-  StatusWait() : _upkeep([this] { renew(); }, renewalInterval) {
+  StatusWait() : _upkeep([this] { renew(); }, statusRenewalInterval) {
     DCH_api_init();
     // First, so that whoever sees the subscription can end it by a signal.
     _controlThread.emplace(

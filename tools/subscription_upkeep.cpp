@@ -14,8 +14,8 @@ constexpr int questionsUntilAway = 2;
 
 }  // namespace
 
-SubscriptionUpkeep::SubscriptionUpkeep(std::function<void()> renew, Clock::duration renewalInterval)
-    : _renew(std::move(renew)), _renewalInterval(renewalInterval) {}
+SubscriptionUpkeep::SubscriptionUpkeep(std::function<void()> renew, Clock::duration interval)
+    : _renew(std::move(renew)), _renewalInterval(interval) {}
 
 void SubscriptionUpkeep::messageCame() {
   const std::lock_guard lock(_mutex);

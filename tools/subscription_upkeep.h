@@ -20,8 +20,8 @@ class SubscriptionUpkeep {
   using Clock = ControlThread::Clock;
 
   // `renew` sends the subscription again: while the DCH does not answer, and after each silence of
-  // `renewalInterval`, for the case that it died and came back between two questions.
-  SubscriptionUpkeep(std::function<void()> renew, Clock::duration renewalInterval);
+  // `interval`, for the case that it died and came back between two questions.
+  SubscriptionUpkeep(std::function<void()> renew, Clock::duration interval);
 
   // Something came from the DCH. Any thread.
   void messageCame();

@@ -16,12 +16,6 @@ bool isShortLetter(char letter) {
   return letter == 'I' || letter == 'S';
 }
 
-std::string_view withoutBlanks(std::string_view text) {
-  const std::size_t first = text.find_first_not_of(" \t");
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(" \t") - first + 1);
-}
-
 template <typename Number>
 std::string bytesOf(std::int64_t number) {
   if (number < std::numeric_limits<Number>::min() || number > std::numeric_limits<Number>::max())
@@ -95,6 +89,12 @@ std::string hexadecimal(std::string_view bytes) {
 }
 
 }  // namespace
+
+std::string_view withoutBlanks(std::string_view text) {
+  const std::size_t first = text.find_first_not_of(" \t");
+  if (first == std::string_view::npos) return {};
+  return text.substr(first, text.find_last_not_of(" \t") - first + 1);
+}
 
 bool isTextLetter(char letter) {
   return letter == 'D' || letter == 'R' || letter == 'T';

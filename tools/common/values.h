@@ -16,6 +16,9 @@ namespace tools {
 
 bool isTextLetter(char letter);
 
+// The text without the blanks and tabs around it.
+std::string_view withoutBlanks(std::string_view text);
+
 // What is wrong with a value or an attribute, without its place.
 class BadValue : public std::runtime_error {
  public:
