@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sysexits.h>
 
 #include <optional>
@@ -52,6 +53,25 @@ TEST_F(ZordchdStateTest, KnowsApplicationsAndSourcesAndTheirHandlesAfterItWasKil
   EXPECT_EQ(statusOf(ask(dataMessage(first, {{"load1", 'D', "1"}}))), DCH_STATUS_UNKNOWN_HANDLE);
   EXPECT_GT(goOnline("host3"), second);
   EXPECT_EQ(goOnline("host1"), first);
+}
+
+TEST_F(ZordchdStateTest, RefusesRowsThatTheLimitOnTheSizeOfFilesLeavesNoRoomForAndGoesOn) {
+  ASSERT_EQ(statusOf(ask(registerMessage())), DCH_STATUS_OK);
+  const ZORA_Long handle = goOnline("host1");
+  const UdpClient provider(_server->port());
+  const auto send = [&] {
+    return statusOf(provider.ask(dataMessage(handle, {{"load1", 'D', "1"}})));
+  };
+  constexpr rlim_t room = 1 << 20;
+  rlimit usual;
+  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &usual), 0);
+  const rlimit little{room, usual.rlim_max};
+  ASSERT_EQ(prlimit(_server->processId(), RLIMIT_FSIZE, &little, nullptr), 0);
+  auto status = send();
+  for (rlim_t rows = 0; rows < room / 100 && status == DCH_STATUS_OK; ++rows) status = send();
+  EXPECT_EQ(status, DCH_STATUS_NOT_STORED);
+  ASSERT_EQ(prlimit(_server->processId(), RLIMIT_FSIZE, &usual, nullptr), 0);
+  EXPECT_EQ(send(), DCH_STATUS_OK);
 }
 
 TEST_F(ZordchdStateTest, KnowsDeferralsAndResultsAfterItWasKilled) {

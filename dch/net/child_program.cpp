@@ -10,6 +10,8 @@
 #include <system_error>
 #include <utility>
 
+#include "dch/net/signals.h"
+
 namespace dch {
 
 namespace {
@@ -39,7 +41,7 @@ class SpawnActions {
   posix_spawn_file_actions_t _actions;
 };
 
-// The server ignores SIGPIPE; its programs must not.
+// What the server ignores, its programs must not.
 class SpawnAttributes {
  public:
   SpawnAttributes() {
@@ -47,7 +49,7 @@ class SpawnAttributes {
     sigset_t blocked, ignored;
     sigemptyset(&blocked);
     sigemptyset(&ignored);
-    sigaddset(&ignored, SIGPIPE);
+    for (const int each : ignoredSignals) sigaddset(&ignored, each);
     // These only store what they are given.
     posix_spawnattr_setsigmask(&_attributes, &blocked);
     posix_spawnattr_setsigdefault(&_attributes, &ignored);

@@ -8,13 +8,15 @@
 #include <cerrno>
 #include <system_error>
 
+#include "dch/net/signals.h"
+
 namespace dch {
 namespace {
 
 // The result of a shell's script, run as the server runs its programs: with what it changes for
 // itself in force.
 ZORA_Long resultOf(const std::string& script) {
-  signal(SIGPIPE, SIG_IGN);
+  for (const int each : ignoredSignals) signal(each, SIG_IGN);
   sigset_t blocked;
   sigemptyset(&blocked);
   sigaddset(&blocked, SIGTERM);
@@ -45,6 +47,7 @@ TEST(ChildProgramTest, HasAResultAlsoWhenSomebodyElseHasWaitedForIt) {
 TEST(ChildProgramTest, RunsItWithoutTheServersSignalSettings) {
   EXPECT_EQ(resultOf("kill -TERM $$; exit 1"), 128 + SIGTERM);
   EXPECT_EQ(resultOf("kill -PIPE $$; exit 1"), 128 + SIGPIPE);
+  EXPECT_EQ(resultOf("kill -XFSZ $$; exit 1"), 128 + SIGXFSZ);
 }
 
 TEST(ChildProgramTest, GivesItAnEmptyInput) {

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "dch/journal.h"
+#include "dch/net/signals.h"
 #include "dch/service/configuration.h"
 #include "dch/service/configuration_error.h"
 #include "dch/service/options.h"
@@ -34,7 +35,7 @@ void keepStandardDescriptorsOpen() {
 
 // Whatever the parent did with them.
 void resetSignals() {
-  std::signal(SIGPIPE, SIG_IGN);
+  for (const int each : dch::ignoredSignals) std::signal(each, SIG_IGN);
   // Else the system would throw the results of programs away.
   std::signal(SIGCHLD, SIG_DFL);
   // What the operator may send at any time must not end the process before it is handled: it waits
