@@ -1,10 +1,15 @@
 #include "dch/core/catalogue.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace dch {
 
 namespace {
+
+// Of what is kept: a client that asks for very many applications, each of very many attributes,
+// does not fill the memory.
+constexpr std::size_t mostKeptBytes = 8 * maxCatalogueTextBytes;
 
 constexpr std::string_view truncatedLine = "#truncated\n";
 
@@ -86,6 +91,29 @@ std::string attributeLines(const Registry& registry, std::string_view applicatio
 std::string helpText(const Registry& registry, std::string_view application) {
   const Application* const known = registry.findApplication(application);
   return known != nullptr ? known->registration.help : "";
+}
+
+const std::string& Catalogue::allApplications() {
+  return kept({}, [this] { return applicationLines(_registry, std::nullopt); });
+}
+
+const std::string& Catalogue::attributes(std::string_view application) {
+  static const std::string nothing;
+  if (_registry.findApplication(application) == nullptr) return nothing;
+  return kept(joinNames("attributes", application),
+              [&] { return attributeLines(_registry, application); });
+}
+
+const std::string& Catalogue::kept(std::string&& key, const std::function<std::string()>& make) {
+  const bool isOld = std::exchange(_revision, _registry.revision()) != _registry.revision();
+  if (isOld || _byteCount > mostKeptBytes) {
+    _texts.clear();
+    _byteCount = 0;
+  }
+  if (const auto known = _texts.find(key); known != _texts.end()) return known->second;
+  const auto& [newKey, text] = *_texts.emplace(std::move(key), make()).first;
+  _byteCount += newKey.size() + text.size();
+  return text;
 }
 
 }  // namespace dch

@@ -3,11 +3,14 @@
 #define DCH_CORE_CATALOGUE_H
 
 #include <cstddef>
+#include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "dch/core/registry.h"
+#include "dch/core/text_map.h"
 #include "suite/fields.h"
 #include "zordsock/zordsock.h"
 
@@ -33,6 +36,32 @@ std::string attributeLines(const Registry& registry, std::string_view applicatio
 
 // The help text as it was registered; it is shorter than any cut.
 std::string helpText(const Registry& registry, std::string_view application);
+
+// The texts that take long to make, each kept until what it tells may have changed: to make that of
+// thousands of applications takes as long as hundreds of rows, and whoever asks can ask often. One
+// thread.
+class Catalogue {
+ public:
+  // `registry` outlives it.
+  explicit Catalogue(const Registry& registry) : _registry(registry) {}
+
+  // As the functions above, of all applications and of the attributes of one. They are valid until
+  // the next call or change. Each throws std::bad_alloc.
+  const std::string& allApplications();
+  const std::string& attributes(std::string_view application);
+
+  // At most some of the longest texts.
+  std::size_t keptBytes() const { return _byteCount; }
+
+ private:
+  // The text of this key, which `make` makes when there is none.
+  const std::string& kept(std::string&& key, const std::function<std::string()>& make);
+
+  const Registry& _registry;
+  TextMap<std::string> _texts;
+  std::size_t _byteCount = 0;   // of keys and texts
+  std::uint64_t _revision = 0;  // of the registry, that they tell
+};
 
 }  // namespace dch
 

@@ -84,5 +84,51 @@ TEST_F(CatalogueTest, CutsALongTextAtALineEndAndSaysSo) {
   EXPECT_EQ(applicationLines(_registry, std::nullopt, cut.size() - 1), "#truncated\n");
 }
 
+TEST_F(CatalogueTest, MakesNoTextAgainWhileNothingChanges) {
+  Catalogue catalogue(_registry);
+  const char* const applications = catalogue.allApplications().data();
+  const char* const attributes = catalogue.attributes("HOSTMON").data();
+  EXPECT_EQ(catalogue.allApplications().data(), applications);
+  EXPECT_EQ(catalogue.attributes("HOSTMON").data(), attributes);
+  EXPECT_EQ(catalogue.allApplications(), applicationLines(_registry, std::nullopt));
+  EXPECT_EQ(catalogue.attributes("HOSTMON"), attributeLines(_registry, "HOSTMON"));
+}
+
+TEST_F(CatalogueTest, TellsEachChangeInTheNextText) {
+  Catalogue catalogue(_registry);
+  const auto expectTheNewest = [&](const std::string& what) {
+    EXPECT_EQ(catalogue.allApplications(), applicationLines(_registry, std::nullopt)) << what;
+    for (const char* name : {"HOSTMON", "APPMON", "OTHER", "NONE"})
+      EXPECT_EQ(catalogue.attributes(name), attributeLines(_registry, name)) << what;
+  };
+  expectTheNewest("at first");
+  registerText("appl:OTHER,OTH;group:g;attr:a,N,4;");
+  expectTheNewest("after a registration");
+  registerText("appl:OTHER,OTH;group:h;attr:b,D,9;");
+  expectTheNewest("after another one of the same application");
+  goOnline({"HOSTMON", "load", "host1"});
+  expectTheNewest("when a source is on line");
+  testkit::goOffline(_registry, 1);
+  expectTheNewest("when it is off line");
+  testkit::unregister(_registry, "OTHER");
+  expectTheNewest("when an application is gone");
+}
+
+TEST_F(CatalogueTest, KeepsOnlyAFewOfTheLongestTexts) {
+  std::string groups = "group:g;";
+  for (int i = 0; i < 1'000; ++i)
+    groups += "attr:a" + std::to_string(i) + ",D,9," + std::string(100, 'h') + ";";
+  Catalogue catalogue(_registry);
+  constexpr int applications = 12;
+  for (int i = 0; i < applications; ++i)
+    registerText("appl:LARGE" + std::to_string(i) + ",LRG;" + groups);
+  for (int i = 0; i < applications; ++i) {
+    const std::string name = "LARGE" + std::to_string(i);
+    ASSERT_GT(catalogue.attributes(name).size(), 100'000u);
+    EXPECT_LE(catalogue.keptBytes(), 9 * maxCatalogueTextBytes) << name;
+  }
+  EXPECT_GT(catalogue.keptBytes(), 0u);
+}
+
 }  // namespace
 }  // namespace dch

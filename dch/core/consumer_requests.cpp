@@ -66,7 +66,8 @@ Reply tellApplications(const RequestContext& context, Request* request) {
   std::optional<std::string_view> name;
   if (!request->fields.atEnd() && !readName(request, &name.emplace()))
     return Refusal{DCH_STATUS_MALFORMED};
-  return Text{applicationLines(context.registry, name)};
+  return Text{name ? applicationLines(context.registry, name)
+                   : context.catalogue.allApplications()};
 }
 
 Reply tellHelp(const RequestContext& context, Request* request) {
@@ -78,7 +79,7 @@ Reply tellHelp(const RequestContext& context, Request* request) {
 Reply tellAttributes(const RequestContext& context, Request* request) {
   std::string_view name;
   if (!readName(request, &name)) return Refusal{DCH_STATUS_MALFORMED};
-  return Text{attributeLines(context.registry, name)};
+  return Text{context.catalogue.attributes(name)};
 }
 
 Reply subscribeToRows(const RequestContext& context, Request* request) {

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "dch/core/answers.h"
+#include "dch/core/catalogue.h"
 #include "dch/core/changes_under_way.h"
 #include "dch/core/counters.h"
 #include "dch/core/deferrals.h"
@@ -125,6 +126,7 @@ class Core : private StoreClient {
   const Log& _log;
   RequestCounts _requestCounts;
   Registry _registry;
+  Catalogue _catalogue{_registry};
   ChangesUnderWay _underWay;
   PostponedRequests _postponed;
   Subscriptions _subscriptions;

@@ -111,6 +111,7 @@ Applied Registry::apply(Registered&& change, Prepared&& prepared) noexcept {
   std::erase_if(prepared.moved, [](const Source* source) { return source->group->isRegistered; });
   for (const Source* source : prepared.moved) setOnline(source, false);
   application.registration = std::move(change.registration);
+  ++_revision;
   dropUnused(application.name);
   return {DCH_STATUS_OK, nullptr, std::move(prepared.moved)};
 }
@@ -122,6 +123,7 @@ Applied Registry::apply(const Unregistered& change, Prepared&& prepared) noexcep
   for (const Source* source : prepared.moved) setOnline(source, false);
   for (auto& [name, group] : known->second.groups) group.isRegistered = false;
   known->second.registration = {};
+  ++_revision;
   dropUnused(change.application);
   return {DCH_STATUS_OK, nullptr, std::move(prepared.moved)};
 }
@@ -176,9 +178,6 @@ std::vector<const Application*> Registry::applications() const {
   std::vector<const Application*> all;
   for (const auto& [name, application] : _applications)
     if (application.isRegistered()) all.push_back(&application);
-  std::sort(all.begin(), all.end(), [](const Application* left, const Application* right) {
-    return left->name < right->name;
-  });
   return all;
 }
 
@@ -256,6 +255,7 @@ void Registry::setOnline(const Source* known, bool isOnline) noexcept {
   Source* const source = find(known->handle);
   source->isOnline = isOnline;
   source->row.reset();
+  ++_revision;
   std::size_t& count = source->group->application->sourcesOnline;
   count = isOnline ? count + 1 : count - 1;
 }

@@ -4,6 +4,9 @@
 #define DCH_CORE_REGISTRY_H
 
 #include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -155,6 +158,9 @@ class Registry {
 
   RegistryFigures figures() const;
 
+  // Another number after each change but a row.
+  std::uint64_t revision() const { return _revision; }
+
   // The source on line with the lowest handle above `handle`, null when there is none. Starting
   // with 0 this leads through all of them.
   const Source* nextOnline(ZORA_Long handle) const;
@@ -169,8 +175,9 @@ class Registry {
 
   const RegistryLimits _limits;
   // Applications that are registered or that have sources.
-  TextMap<Application> _applications;
+  std::map<std::string, Application, std::less<>> _applications;
   std::vector<std::unique_ptr<Source>> _sources;  // that of handle 1 comes first; with gaps
+  std::uint64_t _revision = 0;
 };
 
 }  // namespace dch

@@ -8,6 +8,7 @@
 #include <variant>
 
 #include "dch/core/actions.h"
+#include "dch/core/catalogue.h"
 #include "dch/core/change.h"
 #include "dch/core/changes_under_way.h"
 #include "dch/core/field_reader.h"
@@ -36,6 +37,7 @@ struct RequestContext {
   }
 
   const Registry& registry;
+  Catalogue& catalogue;
   const ChangesUnderWay& underWay;
   const PostponedRequests& postponed;
   Publisher& publisher;
