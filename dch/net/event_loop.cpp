@@ -52,12 +52,16 @@ EventLoop::~EventLoop() = default;
 void EventLoop::run() {
   // Also while nothing waits in it.
   const auto work = boost::asio::make_work_guard(*_context);
-  while (callNext()) {
-  }
+  while (callNext())
+    if (_failure) std::rethrow_exception(_failure);
 }
 
 void EventLoop::standIn(const std::function<bool()>& isOver) {
-  while (callNext() && !isOver()) {
+  try {
+    while (!_failure && callNext() && !isOver()) {
+    }
+  } catch (...) {
+    _failure = std::current_exception();
   }
 }
 

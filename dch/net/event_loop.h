@@ -4,6 +4,7 @@
 #define DCH_NET_EVENT_LOOP_H
 
 #include <cstddef>
+#include <exception>
 #include <functional>
 #include <memory>
 #include <utility>
@@ -25,7 +26,8 @@ class EventLoop {
   EventLoop(const EventLoop&) = delete;
   EventLoop& operator=(const EventLoop&) = delete;
 
-  // Calls what is due, on this thread, until stop().
+  // Calls what is due, on this thread, until stop(). Throws what a call throws, on whichever
+  // thread.
   void run();
   void stop();
 
@@ -34,7 +36,7 @@ class EventLoop {
   void setBetween(std::function<void()> between) { _between = std::move(between); }
 
   // The same as run() on another thread, while the one in run() is held up in `between` and calls
-  // nothing else: until `isOver`, which is asked after each call, or stop().
+  // nothing else: until `isOver`, which is asked after each call, stop(), or a call that throws.
   void standIn(const std::function<bool()>& isOver);
 
   // Has `call` called by run(), after what is due already. Any thread. Throws std::bad_alloc.
@@ -47,6 +49,7 @@ class EventLoop {
 
   const std::unique_ptr<boost::asio::io_context> _context;
   std::function<void()> _between = [] {};
+  std::exception_ptr _failure;  // of a call on the thread that stood in
 };
 
 }  // namespace dch

@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -71,6 +72,20 @@ TEST(EventLoopTest, IsRunByWhoStandsInForWhoIsHeldUp) {
   ASSERT_EQ(callers.size(), 4u);
   EXPECT_EQ(callers[0], std::this_thread::get_id());
   EXPECT_EQ(callers[3], std::this_thread::get_id());
+}
+
+TEST(EventLoopTest, ThrowsWhatACallThrowsOnAnotherThreadWhenThatStandsIn) {
+  EventLoop loop;
+  bool isCalledLater = false;
+  loop.setBetween([&] {
+    // As whoever stands in does, it tries again.
+    for (int i = 0; i < 2; ++i) std::thread([&] { loop.standIn([] { return false; }); }).join();
+  });
+  loop.post([] {});
+  loop.post([] { throw std::runtime_error("on the other thread"); });
+  loop.post([&] { isCalledLater = true; });
+  EXPECT_THROW(loop.run(), std::runtime_error);
+  EXPECT_FALSE(isCalledLater);
 }
 
 TEST(AlarmTest, CallsOnceWhenItsTimeHasCome) {
