@@ -28,6 +28,7 @@ constexpr CounterCase counterCases[] = {
     {Counter::resultsForgotten, cases::resultsForgotten},
     {Counter::waitersForgotten, cases::waitersForgotten},
     {Counter::actionsNotAllowed, cases::actionsNotAllowed},
+    {Counter::actionsNotStarted, cases::actionsNotStarted},
     {Counter::notAllowed, cases::notAllowed},
     {Counter::brokenMessages, cases::brokenMessages},
     {Counter::datagramsThrownAway, cases::datagramsThrownAway},

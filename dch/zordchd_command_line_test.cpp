@@ -1,13 +1,18 @@
 // The command line, start and end of the real program.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sysexits.h>
 #include <unistd.h>
 
+#include "dch/net/descriptor.h"
 #include "dch/testkit/clients.h"
 #include "dch/testkit/messages.h"
 #include "dch/testkit/server_process.h"
+#include "tests/support/sockets.h"
+#include "tests/support/temporary_files.h"
 
 namespace dch::testkit {
 namespace {
@@ -99,6 +104,37 @@ TEST(ZordchdCommandLineTest, ServesWhenItCannotSaySoOnStandardOutput) {
   EXPECT_THAT(said, StartsWith("zordchd: warning: cannot write to standard output: No space"));
   const UdpClient client(portIn(said.substr(said.find('\n') + 1)));
   EXPECT_EQ(statusOf(client.ask(registerMessage())), 0);
+  server.signal(SIGTERM);
+  EXPECT_EQ(server.finish().exitStatus, 0);
+}
+
+TEST(ZordchdCommandLineTest, ServesWhenNobodyReadsItsStandardOutputAndThatIsFull) {
+  const TemporaryFolder folder;
+  const std::string path = folder.path() + "/output";
+  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+  const Descriptor output(open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+  while (write(output.get(), path.data(), 1) == 1) {
+  }
+  Process server("/bin/sh",
+                 {"-c", "exec \"$0\" --port 0 --store memory > \"$1\"", serverPath(), path});
+  const std::string said = server.waitForError("state in memory\n");
+  EXPECT_THAT(said, StartsWith("zordchd: warning: cannot write to standard output: nobody reads"));
+  server.signal(SIGTERM);
+  EXPECT_EQ(server.finish().exitStatus, 0);
+}
+
+TEST(ZordchdCommandLineTest, TellsClientsOfItsPortOnlyWhenItServesIt) {
+  const DatagramSocket taken;
+  const std::string port = std::to_string(ntohs(taken.address().sin_port));
+  const std::string before = "0=1\n22=" + port + "\n23=1\n";
+  const TemporaryFile settings(before);
+  const Process::Environment environment{{"ZOR0_PRODUCT_SPEC", settings.path()}};
+  EXPECT_EQ(runServer({"--store", "/nowhere/state.db"}, environment).exitStatus, EX_CONFIG);
+  EXPECT_EQ(contentOf(settings.path()), before);
+
+  Process server(serverPath(), {"--store", "memory"}, environment);
+  const int served = portIn(server.waitForOutput("state in memory\n"));
+  EXPECT_THAT(contentOf(settings.path()), HasSubstr("22=" + std::to_string(served) + "\n"));
   server.signal(SIGTERM);
   EXPECT_EQ(server.finish().exitStatus, 0);
 }

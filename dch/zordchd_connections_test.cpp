@@ -49,6 +49,15 @@ TEST_F(ZordchdConnectionsTest, APeerThatBreaksOffInAMessageIsForgotten) {
   EXPECT_EQ(_server.stop(SIGTERM), 0);
 }
 
+TEST_F(ZordchdConnectionsTest, WhatCameOnConnectionsThatNobodyHasTakenYetIsAnsweredAtItsEnd) {
+  kill(_server.processId(), SIGSTOP);
+  std::list<TcpClient> clients;
+  for (int i = 0; i < 100; ++i) clients.emplace_back(port()).send(question());
+  kill(_server.processId(), SIGTERM);
+  EXPECT_EQ(_server.stop(SIGCONT), 0);
+  for (const TcpClient& client : clients) EXPECT_TRUE(isAnswer(client.receive().value_or("")));
+}
+
 TEST_F(ZordchdConnectionsTest, APeerThatIsGoneBeforeItsAnswerHoldsUpNobody) {
   for (int i = 0; i < 30; ++i) {
     StreamSocket peer(port());

@@ -23,10 +23,12 @@ bool Actions::request(ZORA_Long id, std::string_view name, const PeerAddress& as
   }
   const auto known = _actions.find(id);
   if (known != _actions.end() && known->second.isRunning) {
+    _counters.add(Counter::actionsNotStarted);
     _log.write("action %d is running and not started again", static_cast<int>(id));
     return false;
   }
   if (known == _actions.end() && !_rules.list.contains(name)) {
+    _counters.add(Counter::actionsNotStarted);
     _log.write("action %d: %s is not listed", static_cast<int>(id), printable(name).c_str());
     return false;
   }
@@ -42,9 +44,12 @@ std::optional<ActionEnded> Actions::apply(const ActionStarted& change) noexcept 
     _log.write("action %d: no memory to start it", static_cast<int>(change.id));
     failure = DCH_STATUS_NOT_STORED;
   }
-  if (failure) return ActionEnded{change.id, change.time, *failure};
-  ++_programCount;
-  return std::nullopt;
+  if (!failure) {
+    ++_programCount;
+    return std::nullopt;
+  }
+  _counters.add(Counter::actionsNotStarted);
+  return ActionEnded{change.id, change.time, *failure};
 }
 
 // The result when there is no program to wait for.

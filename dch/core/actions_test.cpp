@@ -81,6 +81,7 @@ TEST_F(ActionsTest, KnowsNoResultOfUnknownActions) {
 TEST_F(ActionsTest, TellsThatAProgramCouldNotBeStarted) {
   start("missing", 1);
   EXPECT_EQ(resultOf(1), 127);
+  EXPECT_EQ(_counters[Counter::actionsNotStarted], 1u);
 }
 
 TEST_F(ActionsTest, TellsEveryWaiterOnceWhenTheEndOfTheProgramIsKept) {
@@ -134,6 +135,7 @@ TEST_F(ActionsTest, ForgetsWhoWaitedOnAConnectionThatIsClosed) {
 TEST_F(ActionsTest, RunsOnlySoManyAtATime) {
   for (const ZORA_Long id : {1, 2, 3}) start("program", id);
   EXPECT_EQ(resultOf(3), DCH_STATUS_NOT_STORED);
+  EXPECT_EQ(_counters[Counter::actionsNotStarted], 1u);
   end(2, 3);
   start("program", 3);
   end(3, 4);

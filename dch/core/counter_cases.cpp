@@ -158,11 +158,12 @@ void deferralsForgotten() {
 void resultsForgotten() {
   CountedCore core;
   const CounterMoves moves(core._counters);
-  const auto results = static_cast<ZORA_Long>(ActionLimits{}.results);
+  constexpr ZORA_Long results = 10'000;
+  static_assert(results == ActionLimits{}.results);
   for (ZORA_Long id = 1; id <= results; ++id) core.receive(actionMessage("broken", id));
-  moves.expect({});
+  moves.expect({{Counter::actionsNotStarted, results}});
   for (ZORA_Long id = 1; id <= 3; ++id) core.receive(actionMessage("broken", results + id));
-  moves.expect({{Counter::resultsForgotten, 3}});
+  moves.expect({{Counter::actionsNotStarted, results + 3}, {Counter::resultsForgotten, 3}});
 }
 
 void waitersForgotten() {
@@ -186,6 +187,15 @@ void actionsNotAllowed() {
   core.receiveTimes(2, actionMessage("succeed", 2));
   core.receive(actionResultsMessage(1));
   moves.expect({{Counter::actionsNotAllowed, 2}});
+}
+
+void actionsNotStarted() {
+  CountedCore core;
+  const CounterMoves moves(core._counters);
+  core.receive(actionMessage("unlisted", 1));
+  core.receive(actionMessage("last", 2));
+  core.receiveTimes(2, actionMessage("last", 2));  // it runs
+  moves.expect({{Counter::actionsNotStarted, 3}});
 }
 
 void brokenMessages() {

@@ -72,22 +72,17 @@ zordsock::PortChoice chooseFreePort(OpenOnAddress& steps) {
   return choice;
 }
 
-void publish(int item, long long number) {
-  const std::string text = std::to_string(number);
-  if (ZOR0_UpdateProductSpec(item, text.c_str()) == 0)
-    printLines(Priority::warning, withName("warning: cannot write " + text +
-                                           " into product setting " + std::to_string(item)));
-}
-
-zordsock::PortChoice chooseBySettings(std::optional<int> port, OpenOnAddress& steps) {
+zordsock::PortChoice chooseBySettings(std::optional<int> port, OpenOnAddress& steps,
+                                      std::vector<PortSetting>* settings) {
   const unsigned short configured = port ? static_cast<unsigned short>(*port)
                                          : zordsock::configuredPort(std::getenv("ZORA_DCH_PORT"));
   if (configured == 0) throw std::runtime_error("the configured port is not a number");
   const zordsock::PortRule rule = zordsock::readPortRule(configured);
   const zordsock::PortChoice choice = choosePort(rule, steps);
   if (choice.isBound() && rule.hasCandidates()) {
-    publish(zordsock::itemPort, choice.port);
-    if (!rule.startsAtConfiguredPort) publish(zordsock::itemPortOffset, choice.offset);
+    settings->push_back({zordsock::itemPort, choice.port});
+    if (!rule.startsAtConfiguredPort)
+      settings->push_back({zordsock::itemPortOffset, choice.offset});
   }
   return choice;
 }
@@ -96,12 +91,23 @@ zordsock::PortChoice chooseBySettings(std::optional<int> port, OpenOnAddress& st
 
 ServedPort openPort(in_addr address, std::optional<int> port) {
   OpenOnAddress steps(address);
+  std::vector<PortSetting> settings;
   const zordsock::PortChoice choice =
-      port == 0 ? chooseFreePort(steps) : chooseBySettings(port, steps);
+      port == 0 ? chooseFreePort(steps) : chooseBySettings(port, steps, &settings);
   Descriptor datagramSocket(choice.datagramSocket), listener(choice.streamSocket);
   if (!choice.isBound()) refuse(address, choice);
   return {PeerAddress(choice.address),
-          shareDatagramPort(std::move(datagramSocket), datagramSocketCount), std::move(listener)};
+          shareDatagramPort(std::move(datagramSocket), datagramSocketCount), std::move(listener),
+          std::move(settings)};
+}
+
+void publish(const std::vector<PortSetting>& settings) {
+  for (const auto& [item, number] : settings) {
+    const std::string text = std::to_string(number);
+    if (ZOR0_UpdateProductSpec(item, text.c_str()) == 0)
+      printLines(Priority::warning, withName("warning: cannot write " + text +
+                                             " into product setting " + std::to_string(item)));
+  }
 }
 
 }  // namespace dch

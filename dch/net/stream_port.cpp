@@ -18,6 +18,7 @@ namespace dch {
 namespace {
 
 constexpr int mostAtOneGo = 64;
+constexpr int mostGoesAtTheEnd = SOMAXCONN / mostAtOneGo;  // for as many as the system lets wait
 constexpr std::chrono::milliseconds acceptPause{100};
 constexpr int unreadAnswerBytes = 128 << 10;  // the longest answer; the system takes twice that
 
@@ -61,7 +62,14 @@ StreamPort::StreamPort(EventLoop& loop, Descriptor listener, const StreamLimits&
 }
 
 void StreamPort::accept() {
-  for (int i = 0; i < mostAtOneGo; ++i) {
+  acceptSome();
+  if (!_pause.isSet()) _listener.waitUntilReadable();
+}
+
+// Returns how many there were.
+int StreamPort::acceptSome() {
+  int count = 0;
+  for (; count < mostAtOneGo; ++count) {
     sockaddr_in peer{};
     socklen_t length = sizeof peer;
     Descriptor socket(accept4(_listener.descriptor(), reinterpret_cast<sockaddr*>(&peer), &length,
@@ -69,12 +77,12 @@ void StreamPort::accept() {
     if (!socket.isOpen()) {
       // What else goes wrong is the end of the one that waited.
       if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM)
-        return pauseAccepting();
+        pauseAccepting();
       break;
     }
     if (_client.isAllowed(PeerAddress(peer))) add(std::move(socket), PeerAddress(peer));
   }
-  _listener.waitUntilReadable();
+  return count;
 }
 
 void StreamPort::add(Descriptor socket, const PeerAddress& peer) {
@@ -198,6 +206,9 @@ void StreamPort::endNotAllowed() {
 }
 
 void StreamPort::drain() {
+  // Clients that go on connecting do not keep the server from ending.
+  for (int go = 0; go < mostGoesAtTheEnd && acceptSome() == mostAtOneGo; ++go) {
+  }
   for (auto& [number, entry] : _connections) entry->connection.startToDrain();
   drainRest();
 }

@@ -91,6 +91,7 @@ class StreamPort : private ConnectionOwner {
   };
 
   void accept();
+  int acceptSome();
   void add(Descriptor socket, const PeerAddress& peer);
   using Buffer = std::array<char, 8'192>;
 

@@ -123,7 +123,7 @@ TEST(ConfigurationFileTest, SaysWhichValueIsWrongAndWhatIsRight) {
             "4: allow in [channel] has to be an address or a range"},
            {"[channel]\nallow = ['10.0.0.1/8']", "10.0.0.0/8, or 10.0.0.1/32"},
            {"[channel]\nconnections = 0", "from 1 to 1000000, not 0"},
-           {"[channel]\nstream_message_bytes = 1", "from 64 to 1073741824, not 1"},
+           {"[channel]\nstream_message_bytes = 1", "from 64 to 67108864, not 1"},
            {"[store]\npath = 1", "path of a file in quotes, not 1"},
            {"[store]\ndurability = 'disk'", "\"process\" or \"power\", not 'disk'"},
            {"[store]\nkeep_days = 0", "from 1 to 36500, not 0"},

@@ -113,7 +113,7 @@ void readSwitch(const toml::node& value, Configuration*) {
 
 constexpr std::int64_t mostConnections = 1'000'000;
 constexpr std::int64_t leastMessageBytes = 64;
-constexpr std::int64_t mostMessageBytes = 1 << 30;
+constexpr std::int64_t mostMessageBytes = StreamLimits{}.heldBytes;  // longer ones never end
 constexpr std::int64_t mostDays = 36'500;
 constexpr std::int64_t mostMegabytes = 100'000'000;
 

@@ -1,5 +1,6 @@
 #include "dch/service/server.h"
 
+#include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -36,6 +37,7 @@ Server::Server(ServedPort&& port, const std::optional<std::string>& statePath,
       _manager(_loop),
       _signals(_loop, handledSignals, [this](int signal) { takeSignal(signal); }),
       _address(port.address),
+      _portSettings(std::move(port.settings)),
       _statePath(statePath),
       _store(_loop, statePath, _configuration.durability, _configuration.retention, _log,
              [this] { _channel.settle(); }),
@@ -46,6 +48,7 @@ Server::Server(ServedPort&& port, const std::optional<std::string>& statePath,
 void Server::run() {
   _channel.start();
   _tick.set(tickPause);
+  publish(_portSettings);
   announce();
   _manager.ready();
   showStatus();
@@ -56,8 +59,10 @@ void Server::run() {
 // finds what it would have said.
 void Server::announce() {
   const std::string lines = announcement(_address, _statePath);
-  if (std::fputs(lines.c_str(), stdout) >= 0 && std::fflush(stdout) == 0) return;
-  const std::string reason = std::strerror(errno);
+  pollfd output{STDOUT_FILENO, POLLOUT, 0};
+  const bool isTaken = poll(&output, 1, 0) != 0;  // a pipe that nobody reads is full one day
+  if (isTaken && std::fputs(lines.c_str(), stdout) >= 0 && std::fflush(stdout) == 0) return;
+  const std::string reason = isTaken ? std::strerror(errno) : "nobody reads it";
   _output.write(Priority::warning,
                 withName("warning: cannot write to standard output: " + reason) + lines);
 }

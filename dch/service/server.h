@@ -58,6 +58,7 @@ class Server {
   Signals _signals;
   Counters _counters;
   const PeerAddress _address;
+  const std::vector<PortSetting> _portSettings;
   const std::optional<std::string> _statePath;
   ServerStore _store;
   Channel _channel;

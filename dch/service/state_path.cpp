@@ -4,11 +4,11 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <stdexcept>
 #include <string_view>
 #include <system_error>
 
 #include "dch/service/environment.h"
+#include "dch/store/state_file_error.h"
 
 namespace dch {
 
@@ -33,7 +33,7 @@ std::string userStateDirectory() {
   if (configured.starts_with('/')) return configured;  // a relative one does not count
   const std::string home = homeDirectory();
   if (home.empty())
-    throw std::runtime_error(
+    throw StateFileError(
         "no place for the state: this user has no home directory; give --store FILE, or --store "
         "memory to keep nothing");
   return home + "/.local/state";
@@ -43,10 +43,10 @@ void makeDirectory(const std::string& path) {
   std::error_code error;
   std::filesystem::create_directories(path, error);
   if (error)
-    throw std::runtime_error("cannot make the directory " + path +
-                             " for the state: " + error.message() +
-                             "; give --store FILE, or --store memory to keep "
-                             "nothing");
+    throw StateFileError("cannot make the directory " + path +
+                         " for the state: " + error.message() +
+                         "; give --store FILE, or --store memory to keep "
+                         "nothing");
 }
 
 }  // namespace

@@ -5,8 +5,8 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <stdexcept>
 
+#include "dch/store/state_file_error.h"
 #include "tests/support/temporary_files.h"
 
 namespace dch {
@@ -58,7 +58,7 @@ TEST_F(StatePathTest, SaysWhichDirectoryCannotBeMade) {
   try {
     statePath(std::nullopt, false, 1919);
     FAIL();
-  } catch (const std::runtime_error& error) {
+  } catch (const StateFileError& error) {
     EXPECT_NE(std::string(error.what()).find("/proc/none/zord410"), std::string::npos);
   }
 }

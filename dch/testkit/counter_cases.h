@@ -55,6 +55,7 @@ void deferralsForgotten();
 void resultsForgotten();
 void waitersForgotten();
 void actionsNotAllowed();
+void actionsNotStarted();
 void notAllowed();
 void brokenMessages();
 void datagramsThrownAway();
