@@ -92,13 +92,13 @@ void DatagramPort::work() {
   if (_isHeldUp) return;
   if (_waiting.empty())
     _anyReadable.waitUntilReadable();
-  else if (!_again.isSet())
-    _again.set(Alarm::Clock::now());
+  else
+    _again.ask();
 }
 
 void DatagramPort::setHeldUp(bool isHeldUp) {
   _isHeldUp = isHeldUp;
-  if (!isHeldUp && !_again.isSet()) _again.set(Alarm::Clock::now());
+  if (!isHeldUp) _again.ask();
 }
 
 // Returns whether there may be more to do. What the system keeps comes first: it has less room.

@@ -15,6 +15,7 @@
 #include "dch/net/alarm.h"
 #include "dch/net/datagram_batch.h"
 #include "dch/net/event_loop.h"
+#include "dch/net/next_turn.h"
 #include "dch/net/waiting_datagrams.h"
 #include "dch/net/watched_socket.h"
 
@@ -77,7 +78,7 @@ class DatagramPort {
   Alarm::Clock::time_point _keptWaiting;  // the last ones
   Socket* _firstNextTime = nullptr;
   bool _isHeldUp = false;
-  Alarm _again;
+  NextTurn _again;
   std::vector<Socket> _sockets;
   // Tells which of them can be read: many at a time, with one call of the system for all.
   WatchedSocket _anyReadable;

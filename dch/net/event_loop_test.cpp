@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "dch/net/alarm.h"
+#include "dch/net/next_turn.h"
 #include "dch/net/signals.h"
 #include "dch/net/watched_socket.h"
 #include "tests/support/sockets.h"
@@ -86,6 +87,48 @@ TEST(EventLoopTest, ThrowsWhatACallThrowsOnAnotherThreadWhenThatStandsIn) {
   loop.post([&] { isCalledLater = true; });
   EXPECT_THROW(loop.run(), std::runtime_error);
   EXPECT_FALSE(isCalledLater);
+}
+
+TEST(NextTurnTest, CallsOnceAfterOthersHadTheirTurn) {
+  EventLoop loop;
+  std::string calls;
+  std::optional<NextTurn> again;
+  again.emplace(loop, [&] {
+    calls += 'a';
+    if (calls.size() < 5) again->ask();
+  });
+  NextTurn other(loop, [&] { calls += 'o'; }), end(loop, [&] { loop.stop(); });
+  std::optional<NextTurn> gone;
+  gone.emplace(loop, [&] { calls += 'g'; });
+  gone->ask();
+  gone.reset();
+  again->ask();
+  again->ask();
+  other.ask();
+  Alarm later(loop, [&] { end.ask(); });
+  later.set(milliseconds(20));
+  loop.run();
+  EXPECT_EQ(calls, "aoaaa");
+}
+
+TEST(NextTurnTest, LetsInWhatComesWhileItIsAskedAgainAndAgain) {
+  EventLoop loop;
+  const DatagramSocket sender, receiver;
+  bool hasCome = false;
+  WatchedSocket socket(loop, Descriptor(dup(receiver.descriptor())), [&] { hasCome = true; });
+  socket.waitUntilReadable();
+  int turns = 0;
+  std::optional<NextTurn> again;
+  again.emplace(loop, [&] {
+    if (++turns == 10) sender.sendTo(receiver.address(), "x");
+    if (hasCome)
+      loop.stop();
+    else
+      again->ask();
+  });
+  again->ask();
+  loop.run();
+  EXPECT_GE(turns, 10);
 }
 
 TEST(AlarmTest, CallsOnceWhenItsTimeHasCome) {
