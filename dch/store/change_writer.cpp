@@ -86,6 +86,7 @@ bool ChangeWriter::write(const ActionEnded& change) {
 }
 
 std::int64_t ChangeWriter::finish() {
+  _providers.finish();
   _newestRows.save(_position, _positionIsDue);
   return _position;
 }

@@ -18,6 +18,9 @@ std::vector<AttributeColumn> readAttributes(sqlite::Statement* query, std::int64
 
 Providers::Providers(sqlite::Connection& connection)
     : _connection(connection),
+      _edits(connection),
+      _setPlace(connection, "UPDATE known_groups SET place = ? WHERE id = ?"),
+      _setAttribute(connection, "INSERT OR REPLACE INTO known_attributes VALUES (?, ?, ?, ?)"),
       _goOnline(connection, R"(
 INSERT INTO known_sources VALUES (?, ?, ?, 1, ?) ON CONFLICT (handle) DO UPDATE
   SET is_online = 1, online_since = iif(is_online, online_since, excluded.online_since))"),
@@ -34,7 +37,8 @@ FROM known_applications AS a JOIN known_groups AS g ON g.application = a.id ORDE
         std::string(groups.bytes(1)),
         Application{groups.number(0), groups.number(2) != 0, std::string(groups.bytes(3)), {}});
     const std::int64_t id = groups.number(4);
-    _tables.push_back(std::make_unique<RowTable>(connection, id, readAttributes(&attributes, id)));
+    _tables.push_back(
+        std::make_unique<RowTable>(connection, _edits, id, readAttributes(&attributes, id)));
     std::string view(groups.bytes(6));
     _views.take(view);
     known->second.groups.emplace(groups.bytes(5), Group{_tables.back().get(), std::move(view)});
@@ -77,11 +81,10 @@ WHERE id = ?1)")
   sqlite::Statement(_connection, "UPDATE known_groups SET place = NULL WHERE application = ?")
       .bind(1, application.id)
       .run();
-  sqlite::Statement setPlace(_connection, "UPDATE known_groups SET place = ? WHERE id = ?");
   std::int64_t place = 0;
   for (const suite::RegisteredGroup& registered : registration.groups) {
     const Group& group = enterGroup(&application, registration.applName, registered.name);
-    setPlace.bind(1, ++place).bind(2, group.table->group()).run();
+    _setPlace.bind(1, ++place).bind(2, group.table->group()).run();
     arrange(group, registered);
   }
   sqlite::Statement(_connection, R"(
@@ -150,31 +153,24 @@ Providers::Group& Providers::enterGroup(Application* application,
       .bindText(3, view)
       .run();
   const std::int64_t id = sqlite3_last_insert_rowid(_connection.handle());
-  _tables.push_back(std::make_unique<RowTable>(_connection, id));
+  _tables.push_back(std::make_unique<RowTable>(_connection, _edits, id));
   return application->groups.emplace(name, Group{_tables.back().get(), std::move(view)})
       .first->second;
 }
 
 void Providers::arrange(const Group& group, const suite::RegisteredGroup& registered) {
   if (!group.table->arrange(registered.attributes)) return;
-  sqlite::Statement write(_connection,
-                          "INSERT OR REPLACE INTO known_attributes VALUES (?, ?, ?, ?)");
   std::int64_t place = 0;
   for (const AttributeColumn& attribute : group.table->attributes())
-    write.bind(1, group.table->group())
+    _setAttribute.bind(1, group.table->group())
         .bind(2, attribute.column)
         .bindText(3, attribute.name)
         .bind(4, ++place)
         .run();
-  makeView(group);
-}
-
-void Providers::makeView(const Group& group) {
   const int mostColumns = sqlite3_limit(_connection.handle(), SQLITE_LIMIT_COLUMN, -1);
-  _connection.execute("DROP VIEW IF EXISTS " + sqlite::quoted(group.view));
-  _connection.execute(groupViewStatement(group.view, group.table->group(),
-                                         group.table->attributes(),
-                                         static_cast<std::size_t>(mostColumns)));
+  _edits.setView(group.view,
+                 groupViewStatement(group.view, group.table->group(), group.table->attributes(),
+                                    static_cast<std::size_t>(mostColumns)));
 }
 
 void Providers::setTable(ZORA_Long handle, RowTable* table) {

@@ -13,6 +13,7 @@
 #include "dch/core/text_map.h"
 #include "dch/store/group_view.h"
 #include "dch/store/row_table.h"
+#include "dch/store/schema_edits.h"
 #include "dch/store/sqlite.h"
 
 namespace dch {
@@ -37,6 +38,8 @@ class Providers {
   // Returns false when the file has no such group.
   bool write(const WentOnline& change, std::int64_t position);
   void write(const WentOffline& change);
+  // In the same transaction, behind its last change.
+  void finish() { _edits.write(); }
 
   // The table for the rows of a source, null when there is no such source.
   RowTable* tableOf(ZORA_Long handle) const;
@@ -61,14 +64,16 @@ class Providers {
   Group& enterGroup(Application* application, const std::string& applicationName,
                     const std::string& name);
   void arrange(const Group& group, const suite::RegisteredGroup& registered);
-  void makeView(const Group& group);
   void setTable(ZORA_Long handle, RowTable* table);
 
   sqlite::Connection& _connection;
+  SchemaEdits _edits;
   TextMap<Application> _applications;
   std::vector<std::unique_ptr<RowTable>> _tables;
   std::vector<RowTable*> _tableOfSource;  // that of handle 1 comes first; with gaps
   SqlNames _views;
+  sqlite::Statement _setPlace;
+  sqlite::Statement _setAttribute;
   sqlite::Statement _goOnline;
   sqlite::Statement _goOffline;
 };

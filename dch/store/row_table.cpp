@@ -23,9 +23,10 @@ std::string tableDefinition(const std::string& name, std::size_t attributes) {
 
 }  // namespace
 
-RowTable::RowTable(sqlite::Connection& connection, std::int64_t group,
+RowTable::RowTable(sqlite::Connection& connection, SchemaEdits& edits, std::int64_t group,
                    std::vector<AttributeColumn> attributes)
     : _connection(connection),
+      _edits(edits),
       _group(group),
       _name(rowTableName(group)),
       _attributes(std::move(attributes)) {
@@ -56,44 +57,40 @@ bool RowTable::arrange(const std::vector<suite::RegisteredAttribute>& attributes
   if (before == 0)
     _connection.execute(tableDefinition(_name, _columns.size()));
   else if (_columns.size() > before)
-    addColumns(_columns.size());
+    _edits.changeTable(_name, tableDefinition(_name, _columns.size()));
   _attributes = std::move(order);
   return true;
 }
 
-// All at once: ALTER TABLE reads the whole schema again for each column, and a client can ask for
-// hundreds. SQLite's page on ALTER TABLE describes this way for a change that leaves the rows as
-// they are, and a row that ends early has null in the columns behind its end.
-void RowTable::addColumns(std::size_t count) {
-  const auto version = sqlite::queryNumber(_connection, "PRAGMA schema_version");
-  const std::string definition = tableDefinition(_name, count);
-  _connection.execute("PRAGMA writable_schema = ON");
-  sqlite::Statement(_connection,
-                    "UPDATE sqlite_schema SET sql = ? WHERE type = 'table' AND name = ?")
-      .bindText(1, definition)
-      .bindText(2, _name)
-      .run();
-  _connection.execute("PRAGMA schema_version = " + std::to_string(version + 1));
-  _connection.execute("PRAGMA writable_schema = RESET");
-  _insert = {};
-}
-
 void RowTable::insert(std::int64_t number, const Row& row) {
-  if (!_insert) {
-    std::string sql = "INSERT INTO " + _name + " VALUES (?, ?, ?, ?, ?";
-    for (std::size_t count = _columns.size(); count > 0; --count) sql += ", ?";
-    _insert = {_connection, sql + ")"};
-  }
+  if (!_insert) prepareInsert();
   RowMessage message(row.message);
   _insert.clearBindings();
   _insert.bind(1, number).bind(2, row.time).bind(3, row.handle).bind(4, message.code());
   _insert.bindBytes(fixedColumns, row.message);
   RowMessage::Attribute attribute;
-  while (message.next(&attribute))
-    if (const int column = columnOf(attribute.name); column != 0)
-      bindValue(_insert, fixedColumns + column, attribute);
+  while (message.next(&attribute)) {
+    const int column = columnOf(attribute.name);
+    if (column > _writtenColumns) {
+      _insert = {};
+      return insert(number, row);
+    }
+    if (column != 0) bindValue(_insert, fixedColumns + column, attribute);
+  }
   _insert.run();
   if (!_first) _firstIsKnown = false;
+}
+
+// For the columns there are now, some of which may not be in the file yet. More may come.
+void RowTable::prepareInsert() {
+  _edits.writeAndRead();
+  std::string sql = "INSERT INTO " + _name + " (number, time_us, handle, code, message";
+  std::string values = ") VALUES (?, ?, ?, ?, ?";
+  for (_writtenColumns = 0; static_cast<std::size_t>(_writtenColumns) < _columns.size();) {
+    sql += ", " + columnName(++_writtenColumns);
+    values += ", ?";
+  }
+  _insert = {_connection, sql + values + ")"};
 }
 
 std::optional<Row> RowTable::row(std::int64_t number) {

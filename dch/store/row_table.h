@@ -11,6 +11,7 @@
 #include "dch/core/change.h"
 #include "dch/core/text_map.h"
 #include "dch/store/group_view.h"
+#include "dch/store/schema_edits.h"
 #include "dch/store/sqlite.h"
 #include "suite/registration.h"
 
@@ -21,8 +22,8 @@ namespace dch {
 class RowTable {
  public:
   // Of the group with this ID. Without attributes, which are told in the order of the view, it is
-  // not in the file yet: arrange() makes it.
-  RowTable(sqlite::Connection& connection, std::int64_t group,
+  // not in the file yet: arrange() makes it. `edits` outlive it.
+  RowTable(sqlite::Connection& connection, SchemaEdits& edits, std::int64_t group,
            std::vector<AttributeColumn> attributes = {});
 
   std::int64_t group() const { return _group; }
@@ -32,9 +33,9 @@ class RowTable {
   int columnOf(std::string_view attribute) const;
 
   // Gives the attributes this order in the view, with a column for each new one; those that are
-  // named no more stand behind the others. Returns whether that changed anything. An attribute for
-  // which the table has no room is left out: its values are only in the messages. Every group has
-  // attributes.
+  // named no more stand behind the others. Returns whether that changed anything; columns that are
+  // added are among the edits. An attribute for which the table has no room is left out: its values
+  // are only in the messages. Every group has attributes.
   bool arrange(const std::vector<suite::RegisteredAttribute>& attributes);
 
   void insert(std::int64_t number, const Row& row);
@@ -56,14 +57,16 @@ class RowTable {
   const std::optional<First>& first();
 
  private:
-  void addColumns(std::size_t count);
+  void prepareInsert();
   sqlite::Statement& prepared(sqlite::Statement* statement, const std::string& sql);
 
   sqlite::Connection& _connection;
+  SchemaEdits& _edits;
   const std::int64_t _group;
   const std::string _name;
   std::vector<AttributeColumn> _attributes;
   TextMap<int> _columns;
+  int _writtenColumns = 0;  // that `_insert` can write
   // Prepared when they are first needed.
   sqlite::Statement _insert;
   sqlite::Statement _row;

@@ -134,6 +134,19 @@ TEST_F(StoreFaults, TellsWhenItBeginsAndWhenItEnds) {
   EXPECT_EQ(read("SELECT time_us FROM \"HOSTMON.load\""), "4\n5\n");
 }
 
+TEST_F(StoreFaults, ColumnsThatCameBeforeAFailureAreThereBehindIt) {
+  startOnVfs();
+  keep(testkit::registered("appl:A,KEY;group:g;attr:a,D,4;"));
+  keep(WentOnline{"A", "g", "host", 1});
+  keep(Row{1, 1, dataMessage(1, {{"a", 'D', "1"}})});
+  keep(testkit::registered("appl:A,KEY;group:g;attr:b,D,4;"));
+  _vfs.setDecision([](DiskOperation) { return DiskOutcome::fails; });
+  EXPECT_FALSE(keep(Row{1, 2, dataMessage(1)}));
+  _vfs.setDecision(nullptr);
+  EXPECT_TRUE(keep(Row{1, 3, dataMessage(1, {{"b", 'D', "2"}})}));
+  EXPECT_EQ(read("SELECT a, b FROM \"A.g\""), "1|null\nnull|2\n");
+}
+
 TEST_F(StoreFaults, NumbersAreNotUsedAgain) {
   startOnVfs();
   goOnline();
