@@ -9,11 +9,16 @@
 #include <string>
 #include <vector>
 
+#include "dch/core/core.h"
 #include "dch/core/log.h"
 #include "dch/net/alarm.h"
 #include "dch/net/child_programs.h"
 #include "dch/net/push_socket.h"
+#include "dch/store/memory_store.h"
 #include "dch/testkit/clients.h"
+#include "dch/testkit/error_log.h"
+#include "dch/testkit/messages.h"
+#include "dch/testkit/recording_ports.h"
 #include "tests/support/failing_calls.h"
 #include "tests/support/wait_until.h"
 
@@ -91,6 +96,74 @@ TEST(Failures, AReceiverThatIsGoneIsFoundAgainWhenThereWasNoMemory) {
   socket.push("row", receiver);
   collectGoneUntil([&] { return !gone.empty(); }, socket, &gone);
   EXPECT_EQ(gone, std::vector<PeerAddress>{receiver});
+}
+
+// Takes no memory.
+struct CountingReceivers : Answers, RowsOut {
+  void send(const Origin&, std::string_view message) noexcept override {
+    if (testkit::statusOf(std::string(message)) == DCH_STATUS_OK) ++acknowledged;
+  }
+  bool push(std::string_view, const PeerAddress&) override { return ++pushed > 0; }
+  void takeGone(std::vector<PeerAddress>*) override {}
+
+  std::uint64_t acknowledged = 0;
+  std::uint64_t pushed = 0;
+};
+
+// A core with rows on their way.
+struct BusyCore {
+  static constexpr std::uint16_t subscribers = 100;
+  static constexpr std::uint64_t mostRows = Publications::mostReceivers / subscribers;
+
+  explicit BusyCore(std::uint64_t rows) {
+    receive(testkit::registerMessage());
+    receive(testkit::onlineMessage("HOSTMON", "load", "host1"));
+    Origin origin;
+    for (origin.peer.port = 1; origin.peer.port <= subscribers; ++origin.peer.port)
+      core.receive({testkit::subscribeMessage("HOSTMON", "load"), origin});
+    receivers.acknowledged = 0;
+    for (std::uint64_t i = 0; i < rows; ++i) receive(testkit::dataMessage(1));
+  }
+
+  void receive(const std::string& bytes) { core.receive({bytes, {}}); }
+
+  const testkit::ErrorLog log{false};
+  const ActionRules rules;
+  Counters counters;
+  CountingReceivers receivers;
+  testkit::CountingTimer timer;
+  testkit::RecordingPrograms programs;
+  MemoryStore store;
+  Core core{{receivers, receivers, store, timer, programs}, rules, counters, log};
+};
+
+// Returns how often there was no memory for another row.
+int sendARowWithoutMemory(std::uint64_t rowsBefore) {
+  const std::string row = testkit::dataMessage(1);
+  for (int number = 1;; ++number) {
+    BusyCore busy(rowsBefore);
+    refuseAllocation(number);
+    {
+      const UnderTest underTest;
+      busy.receive(row);
+    }
+    const bool happened = faultHappened();
+    planFault({});
+    busy.core.finishPublishing();
+    const Counters& counters = busy.counters;
+    EXPECT_EQ(busy.receivers.acknowledged, counters[Counter::rowsKept]) << "allocation " << number;
+    EXPECT_GE(busy.receivers.acknowledged, rowsBefore) << "allocation " << number;
+    EXPECT_EQ(busy.receivers.pushed + counters[Counter::pushesLost],
+              counters[Counter::rowsKept] * BusyCore::subscribers)
+        << "allocation " << number;
+    if (!happened) return number - 1;
+  }
+}
+
+TEST(Failures, ARowThatIsKeptIsAcknowledgedAndWhoItCannotBePassedOnToIsCounted) {
+  EXPECT_GT(sendARowWithoutMemory(0), 2) << "it is to be passed on at once";
+  EXPECT_GT(sendARowWithoutMemory(BusyCore::mostRows), 2) << "it has to wait";
+  EXPECT_GT(sendARowWithoutMemory(BusyCore::mostRows + 1), 1) << "it waits behind another one";
 }
 
 }  // namespace

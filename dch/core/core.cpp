@@ -55,6 +55,7 @@ Core::Core(const Ports& ports, const ActionRules& actionRules, Counters& counter
       _counters(counters),
       _log(log),
       _publisher(_subscriptions, ports.rowsOut, counters, log),
+      _held(_registry, _publisher),
       _snapshots(_registry, _publisher),
       _actions(actionRules, ports.programs, counters, log),
       _deferrals(counters) {}
@@ -164,7 +165,7 @@ void Core::setGauges() noexcept {
   _counters.set(Counter::sources, known.sources);
   _counters.set(Counter::sourcesOnline, known.sourcesOnline);
   _counters.set(Counter::subscriptions, _subscriptions.size());
-  _counters.set(Counter::changesWaiting, _ports.store.waiting());
+  _counters.set(Counter::changesWaiting, changesWaiting());
 }
 
 std::string Core::report() const {
@@ -211,7 +212,22 @@ Prepared Core::prepare(const Change& change) {
       change);
 }
 
+// More rows than can be passed on are not lost: they are acknowledged later, as those are that wait
+// for a slow store, which holds up who sends them.
 void Core::conclude(Entry&& entry, bool kept) noexcept {
+  try {
+    if (_held.take(&entry, kept)) return;
+  } catch (const std::bad_alloc&) {
+    // All of them are acknowledged now, in their order; what they cause may be lost.
+    while (!_held.empty()) {
+      auto [first, isKept] = _held.takeFirst();
+      carryOn(std::move(first), isKept);
+    }
+  }
+  carryOn(std::move(entry), kept);
+}
+
+void Core::carryOn(Entry&& entry, bool kept) noexcept {
   _underWay.remove(entry.claim);
   if (kept) {
     std::visit([&](auto& change) { apply(std::move(change), std::move(entry)); }, entry.change);
@@ -222,6 +238,19 @@ void Core::conclude(Entry&& entry, bool kept) noexcept {
   if (!entry.claim.application.empty())
     _postponed.resume(entry.claim.application,
                       [this](const Message& message) { return receiveAgain(message); });
+}
+
+void Core::publishMore() noexcept {
+  _publisher.publishMore();
+  for (std::size_t i = 0; i < Publisher::pieceSize; ++i) {
+    std::optional<HeldChanges::Concluded> released = _held.release();
+    if (!released) return;
+    carryOn(std::move(released->entry), released->kept);
+  }
+}
+
+void Core::finishPublishing() noexcept {
+  while (isPublishing()) publishMore();
 }
 
 void Core::abandon(const Entry& entry, std::string_view reason) {
@@ -318,10 +347,12 @@ void Core::acknowledge(const Entry& entry, const Applied& applied) {
 void Core::publishEvents(const Entry& entry, const Applied& applied) {
   if (applied.status != DCH_STATUS_OK || !_publisher.hasSubscribers(statusTopic)) return;
   const short code = entry.request->code;
+  const std::size_t events = applied.moved.size() + (entry.claim.handle == 0 ? 1 : 0);
   for (const Source* source : applied.moved)
-    _publisher.publish(statusTopic, StatusEvent(source->names(), code).message());
+    _publisher.publish(statusTopic, StatusEvent(source->names(), code).message(), events);
   if (entry.claim.handle == 0)
-    _publisher.publish(statusTopic, StatusEvent({entry.claim.application, {}, {}}, code).message());
+    _publisher.publish(statusTopic, StatusEvent({entry.claim.application, {}, {}}, code).message(),
+                       events);
 }
 
 void Core::refuse(const Asked& asked, DCH_Status status, std::string_view reason) {

@@ -10,6 +10,7 @@
 #include "dch/core/changes_under_way.h"
 #include "dch/core/counters.h"
 #include "dch/core/deferrals.h"
+#include "dch/core/held_changes.h"
 #include "dch/core/postponed_requests.h"
 #include "dch/core/programs.h"
 #include "dch/core/publisher.h"
@@ -65,9 +66,12 @@ class Core : private StoreClient {
 
   // Whether publishMore() is to be called: rows are on their way to many subscribers, and go on
   // after others had their turn.
-  bool isPublishing() const { return _publisher.isPublishing(); }
-  void publishMore() noexcept { _publisher.publishMore(); }
-  void finishPublishing() noexcept { _publisher.finishPublishing(); }
+  bool isPublishing() const { return _publisher.isPublishing() || !_held.empty(); }
+  void publishMore() noexcept;
+  void finishPublishing() noexcept;
+
+  // How many changes wait for the store, or until what they cause can be published.
+  std::size_t changesWaiting() const { return _ports.store.waiting() + _held.size(); }
 
   // What Timer::start asked for.
   void timeIsUp() noexcept;
@@ -100,6 +104,7 @@ class Core : private StoreClient {
   Claim claimOf(const Change& change) const;
   Prepared prepare(const Change& change);
   void conclude(Entry&& entry, bool kept) noexcept override;
+  void carryOn(Entry&& entry, bool kept) noexcept;
   void abandon(const Entry& entry, std::string_view reason);
 
   void apply(Registered&& change, Entry&& entry);
@@ -131,6 +136,7 @@ class Core : private StoreClient {
   PostponedRequests _postponed;
   Subscriptions _subscriptions;
   Publisher _publisher;
+  HeldChanges _held;
   StatusSnapshots _snapshots;
   Actions _actions;
   Deferrals _deferrals;

@@ -111,7 +111,7 @@ inline constexpr CounterDescription counterDescriptions[] = {
     {Counter::sourcesOnline, "sources_online", "sources that are on line"},
     {Counter::subscriptions, "subscriptions", "subscriptions to rows and to status"},
     {Counter::connections, "connections", "stream connections that are open"},
-    {Counter::changesWaiting, "changes_waiting", "changes that wait to be kept"},
+    {Counter::changesWaiting, "changes_waiting", "changes that wait to be kept or passed on"},
 };
 
 constexpr bool describesEveryCounter() {

@@ -16,14 +16,12 @@ constexpr std::size_t mostLookedAt = 500;
 }  // namespace
 
 Subscriptions::Added Publisher::subscribe(const std::string& topic, const PeerAddress& subscriber) {
-  finishPublishing();
   // What is known about an earlier owner of the same port must not hit the new one.
   dropGone();
   return _subscriptions.add(topic, subscriber);
 }
 
 bool Publisher::withdraw(std::string_view topic, const PeerAddress& subscriber) {
-  finishPublishing();
   return _subscriptions.remove(topic, subscriber);
 }
 
@@ -38,7 +36,6 @@ void Publisher::lookForGone() {
 }
 
 void Publisher::dropSubscribers(const std::function<bool(const PeerAddress&)>& isToGo) {
-  finishPublishing();
   _gone.reserve(_subscriptions.size());
   _subscriptions.visitSome(_subscriptions.size(), [&](const PeerAddress& address) {
     if (isToGo(address)) _gone.push_back(address);
@@ -46,66 +43,57 @@ void Publisher::dropSubscribers(const std::function<bool(const PeerAddress&)>& i
   dropAll("not allowed any more");
 }
 
-void Publisher::publish(std::string_view topic, std::string_view message) {
-  Subscribers* subscribers = _subscriptions.find(topic);
-  if (subscribers == nullptr || publishLater(topic, message, *subscribers)) return;
-  if (isPublishing()) {
-    finishPublishing();
-    // That may have found the last one gone.
-    subscribers = _subscriptions.find(topic);
-  }
-  if (subscribers != nullptr) publishNow(message, subscribers);
+void Publisher::publish(std::string_view topic, std::string_view message, std::size_t together) {
+  Subscribers* const subscribers = _subscriptions.find(topic);
+  if (subscribers == nullptr) return;
+  if (isPublishing() || subscribers->size() * together > pieceSize)
+    publishLater(topic, message, subscribers);
+  else
+    publishNow(message, subscribers);
 }
 
-// Returns whether it will be: not when there are few, which may be sent to at once, no room or no
-// memory.
-bool Publisher::publishLater(std::string_view topic, std::string_view message,
-                             const Subscribers& receivers) {
-  if (!isPublishing() && receivers.size() <= pieceSize) return false;
+void Publisher::publishLater(std::string_view topic, std::string_view message,
+                             Subscribers* receivers) {
   try {
-    return _publications.add(topic, message, receivers);
+    _publications.add(topic, message, *receivers, _subscriptions.newest());
   } catch (const std::bad_alloc&) {
-    return false;
+    for (auto& [address, subscriber] : *receivers) countLost(address, &subscriber);
   }
 }
 
+// There are no more than are sent to at a time.
 void Publisher::publishNow(std::string_view message, Subscribers* subscribers) {
   std::array<PeerAddress, pieceSize> receivers;
   std::size_t count = 0;
-  for (const auto& [address, subscriber] : *subscribers) {
-    receivers[count++] = address;
-    if (count < pieceSize) continue;
-    pushToAll(message, receivers, subscribers);
-    count = 0;
-  }
+  for (const auto& [address, subscriber] : *subscribers) receivers[count++] = address;
   pushToAll(message, std::span(receivers).first(count), subscribers);
-  // Only now: dropping a subscriber changes what the loop above walks through.
   dropGone();
 }
 
 void Publisher::publishMore() {
-  if (!isPublishing()) return;
-  const std::span<const PeerAddress> next = _publications.takeReceivers(pieceSize);
-  if (Subscribers* const subscribers = _subscriptions.find(_publications.topic())) {
-    std::array<PeerAddress, pieceSize> receivers;
-    // Some may have been found gone.
-    const auto end = std::copy_if(
-        next.begin(), next.end(), receivers.begin(),
-        [subscribers](const PeerAddress& each) { return subscribers->contains(each); });
-    pushToAll(_publications.message(), std::span(receivers.begin(), end), subscribers);
-  }
-  if (!_publications.isDone()) return;
-  _publications.remove();
+  for (std::size_t left = pieceSize; left > 0 && isPublishing();) left -= publishPiece(left);
   dropGone();
 }
 
-void Publisher::finishPublishing() {
-  while (isPublishing()) publishMore();
+// Returns how many of the receivers are done with, `most` at most.
+std::size_t Publisher::publishPiece(std::size_t most) {
+  const std::span<const PeerAddress> next = _publications.takeReceivers(most);
+  if (Subscribers* const subscribers = _subscriptions.find(_publications.topic())) {
+    std::array<PeerAddress, pieceSize> receivers;
+    // Some may have been found gone, or have withdrawn, and may have subscribed again since.
+    const auto end =
+        std::copy_if(next.begin(), next.end(), receivers.begin(), [&](const PeerAddress& each) {
+          const auto known = subscribers->find(each);
+          return known != subscribers->end() && known->second.number <= _publications.newest();
+        });
+    pushToAll(_publications.message(), std::span(receivers.begin(), end), subscribers);
+  }
+  if (_publications.isDone()) _publications.remove();
+  return next.size();
 }
 
 bool Publisher::publishTo(std::string_view topic, const PeerAddress& address,
                           std::string_view message) {
-  finishPublishing();
   Subscribers* const subscribers = _subscriptions.find(topic);
   if (subscribers == nullptr) return false;
   const auto subscriber = subscribers->find(address);

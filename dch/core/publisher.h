@@ -18,10 +18,11 @@ namespace dch {
 
 // Subscribers that are gone are dropped when the system says so. One that cannot be sent a row at
 // once loses that row; nobody waits for it. To send to many takes its time: it is done piece by
-// piece, and what is asked of the publisher meanwhile is done as if all had been sent. One thread.
+// piece, in the order of publication. Each row is for those who have subscribed before it is
+// published and have not withdrawn when it is their turn. One thread.
 class Publisher {
  public:
-  // So many are sent to at a time.
+  // So many datagrams are sent at a time.
   static constexpr std::size_t pieceSize = 64;
 
   Publisher(Subscriptions& subscriptions, RowsOut& rowsOut, Counters& counters, const Log& log)
@@ -42,20 +43,27 @@ class Publisher {
   // std::bad_alloc, and has dropped none.
   void dropSubscribers(const std::function<bool(const PeerAddress&)>& isToGo);
 
-  // Sends the message to every subscriber of the topic; to many when publishMore() is called.
-  void publish(std::string_view topic, std::string_view message);
+  // Sends the message, one of `together` that are published at once, to every subscriber of the
+  // topic. Where that is much to send it is done when publishMore() is called, and takes memory:
+  // without that the message is lost.
+  void publish(std::string_view topic, std::string_view message, std::size_t together = 1);
+
+  // Whether more is to be published: what waits takes memory. What is published nevertheless waits,
+  // too.
+  bool hasRoom() const { return _publications.hasRoom(); }
 
   // Whether publishMore() is to be called, after others had their turn.
   bool isPublishing() const { return !_publications.empty(); }
   void publishMore();
-  void finishPublishing();
 
-  // Sends the message to one subscriber of the topic. Returns false when it is none.
+  // Sends the message to one subscriber of the topic, ahead of what waits for it. Returns false
+  // when it is none.
   bool publishTo(std::string_view topic, const PeerAddress& subscriber, std::string_view message);
 
  private:
-  bool publishLater(std::string_view topic, std::string_view message, const Subscribers& receivers);
   void publishNow(std::string_view message, Subscribers* subscribers);
+  void publishLater(std::string_view topic, std::string_view message, Subscribers* receivers);
+  std::size_t publishPiece(std::size_t most);
   void pushToAll(std::string_view message, std::span<const PeerAddress> receivers,
                  Subscribers* subscribers);
   void push(std::string_view message, const PeerAddress& address, Subscriber* subscriber);

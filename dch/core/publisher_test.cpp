@@ -33,6 +33,7 @@ class PublisherTest : public ::testing::Test {
   void publishUntilLeft(std::size_t subscriptions) {
     waitUntil([&] {
       _publisher.publish("load", "row");
+      while (_publisher.isPublishing()) _publisher.publishMore();
       return _subscriptions.size() == subscriptions;
     });
     EXPECT_EQ(_subscriptions.size(), subscriptions);

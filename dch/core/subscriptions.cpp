@@ -9,7 +9,7 @@ Subscriptions::Added Subscriptions::add(const std::string& topic, const PeerAddr
   if (known != _topics.end() && known->second.contains(subscriber)) return Added::alreadyThere;
   if (_size >= _capacity) return Added::noRoom;
   try {
-    _topics[topic].try_emplace(subscriber);
+    _topics[topic].try_emplace(subscriber, Subscriber{.number = _newest + 1});
     _topicsOf[subscriber].insert(topic);
   } catch (const std::bad_alloc&) {
     removeFromTopic(topic, subscriber);
@@ -18,6 +18,7 @@ Subscriptions::Added Subscriptions::add(const std::string& topic, const PeerAddr
     return Added::noRoom;
   }
   ++_size;
+  ++_newest;
   return Added::yes;
 }
 

@@ -15,6 +15,7 @@ namespace dch {
 
 // What the server remembers of one subscription.
 struct Subscriber {
+  std::uint64_t number = 0;  // later ones have higher numbers
   std::uint64_t lostRows = 0;
 };
 
@@ -40,6 +41,9 @@ class Subscriptions {
   // Removes all subscriptions of an address. Returns how many there were.
   std::size_t removeSubscriber(const PeerAddress& subscriber);
 
+  // The number of the newest subscription, 0 before the first.
+  std::uint64_t newest() const { return _newest; }
+
   // The subscribers of a topic, null when it has none. Valid until the next change.
   Subscribers* find(std::string_view topic);
 
@@ -62,6 +66,7 @@ class Subscriptions {
 
   const std::size_t _capacity;
   std::size_t _size = 0;
+  std::uint64_t _newest = 0;
   std::size_t _nextBucket = 0;
   TextMap<Subscribers> _topics;
   std::unordered_map<PeerAddress, TextSet, PeerAddressHash> _topicsOf;

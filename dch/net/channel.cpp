@@ -12,7 +12,7 @@ namespace dch {
 
 namespace {
 
-constexpr std::size_t mostWaiting = 10'000;  // changes, for the store
+constexpr std::size_t mostWaiting = 10'000;  // changes
 
 }  // namespace
 
@@ -145,14 +145,20 @@ void Channel::settle() noexcept {
   if (_core.isPublishing() && !_publishing.isSet()) _publishing.set(Alarm::Clock::now());
 }
 
+void Channel::finishPublishing() noexcept {
+  _core.finishPublishing();
+  settle();
+}
+
 void Channel::publishMore() {
   _core.publishMore();
   settle();
 }
 
-// What a slow store makes wait is bounded: the rest stays with the system, and with the clients.
+// What waits for a slow store or behind rows to many is bounded: the rest stays with the system,
+// and with the clients.
 void Channel::waitForStore() noexcept {
-  const std::size_t waiting = _store.waiting();
+  const std::size_t waiting = _core.changesWaiting();
   const bool isHeldUp = _isHeldUp ? waiting > mostWaiting / 2 : waiting >= mostWaiting;
   if (isHeldUp == std::exchange(_isHeldUp, isHeldUp)) return;
   _datagrams.setHeldUp(isHeldUp);

@@ -50,8 +50,8 @@ class Channel : private Answers, private StreamClient {
   void drain();
   bool drainRest();
 
-  // Sends what is on its way to subscribers.
-  void finishPublishing() noexcept { _core.finishPublishing(); }
+  // Sends what is on its way to subscribers, and answers what waited for that.
+  void finishPublishing() noexcept;
 
   // To be called after the store has concluded something.
   void settle() noexcept;

@@ -88,9 +88,8 @@ void Server::stop(int signal) {
   do {
     // The disk may take its time.
     _store.finish([this] { _manager.alive(); });
-    _channel.settle();
+    _channel.finishPublishing();
   } while (_channel.drainRest() || _store.store().waiting() > 0);
-  _channel.finishPublishing();
   _loop.stop();
 }
 

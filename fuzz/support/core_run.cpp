@@ -62,6 +62,7 @@ void CoreRun::receive(const std::string& sent, const dch::Origin& origin) {
   _witness.outcome = {};
   if (!origin.isDatagram()) _witness.underWay.insert(origin.connection);
   _life->core.receive({message, origin, 1});
+  _life->core.finishPublishing();
   require(message == sent, "a message stays as it was received");
   // What waits for a slow store is answered later.
   if (!isSlow() || !_witness.outcome.answers.empty())
@@ -102,6 +103,7 @@ void CoreRun::conclude(bool isKept) {
   const dch::RequestType* const request = _store.first().request;
   _witness.outcome = {};
   _store.concludeFirst(isKept);
+  _life->core.finishPublishing();
   if (const auto* const ended = std::get_if<dch::ActionEnded>(&change))
     checkEndOfAction(ended->id, isKept ? ended->status : ZORA_Long{DCH_STATUS_NOT_STORED});
   if (request != nullptr && request->isAnsweredByDatagram)
