@@ -77,8 +77,7 @@ void Core::load() {
 
 void Core::receive(const Message& message) noexcept {
   if (message.origin.isDatagram() && lengthWordIsRight(message) && isAnswer(message)) {
-    _counters.add(Counter::answersIgnored);
-    _log.write("answer from %s ignored", message.origin.peer.text().data());
+    ignoreAnswer(message);
     return;
   }
   const Opened opened(message.bytes);
@@ -97,6 +96,20 @@ void Core::receive(const Message& message) noexcept {
       carryOut(asked, Refusal{DCH_STATUS_NOT_STORED, "too many requests wait"});
   }
   startTimer();
+}
+
+// A forged sender can have a subscriber dropped: by who knows its address, when it follows rows,
+// and the port that they come from. It loses what is pushed until it subscribes again, no more than
+// to a withdrawal that is forged in the same way.
+void Core::receiveFromSubscriber(const Message& message) noexcept {
+  if (!lengthWordIsRight(message) || !isAnswer(message) ||
+      !_publisher.dropAnswering(message.origin.peer))
+    ignoreAnswer(message);
+}
+
+void Core::ignoreAnswer(const Message& message) {
+  _counters.add(Counter::answersIgnored);
+  _log.write("answer from %s ignored", message.origin.peer.text().data());
 }
 
 // One that was postponed. Returns false when it still has to wait.

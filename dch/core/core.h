@@ -48,6 +48,9 @@ class Core : private StoreClient {
   // Does what a message asks, whatever is in it. The bytes are not needed afterwards.
   void receive(const Message& message) noexcept;
 
+  // Does what follows from a datagram that came back where rows are pushed from.
+  void receiveFromSubscriber(const Message& message) noexcept;
+
   // What came on a connection was no whole message.
   void receiveBroken(const Origin& origin) noexcept;
 
@@ -95,6 +98,7 @@ class Core : private StoreClient {
     short code;  // of the message; types without one of their own have others
   };
 
+  void ignoreAnswer(const Message& message);
   bool receiveAgain(const Message& message) noexcept;
   Reply check(const RequestType& type, Request request) noexcept;
   void carryOut(const Asked& asked, Reply&& reply);

@@ -140,6 +140,24 @@ TEST_F(PublicationsTest, SendsNothingMoreToWhomARowFoundGone) {
   EXPECT_EQ(_counters[Counter::pushed], 2 * many - 1);
 }
 
+TEST_F(PublicationsTest, DropsOneThatAnswersWhatItIsSent) {
+  for (const std::size_t each : {1u, 2u}) _publisher.subscribe("few", subscriberAt(each));
+  _publisher.subscribe("status", subscriberAt(many + 1));
+  EXPECT_FALSE(_publisher.dropAnswering(subscriberAt(1))) << "it was sent nothing";
+  _publisher.publish("few", "row");
+  EXPECT_TRUE(_publisher.dropAnswering(subscriberAt(1)));
+  _publisher.publishTo("status", subscriberAt(many + 1), "event");
+  EXPECT_TRUE(_publisher.dropAnswering(subscriberAt(many + 1)));
+  EXPECT_FALSE(_publisher.dropAnswering(subscriberAt(many + 2))) << "a stranger";
+  _publisher.publish("many", "row");
+  EXPECT_FALSE(_publisher.dropAnswering(subscriberAt(many))) << "it is sent something later";
+  publishAll();
+  EXPECT_TRUE(_publisher.dropAnswering(subscriberAt(many)));
+  EXPECT_EQ(_counters[Counter::subscribersGone], 3u);
+  EXPECT_EQ(_subscriptions.find("few")->size(), 1u);
+  EXPECT_EQ(_subscriptions.find("many")->size(), many - 2);
+}
+
 TEST_F(PublicationsTest, CountsWhatEachSubscriberLoses) {
   _rowsOut.full = {subscriberAt(1), subscriberAt(many)};
   for (const char* row : {"1", "2"}) _publisher.publish("many", row);

@@ -43,6 +43,12 @@ void Publisher::dropSubscribers(const std::function<bool(const PeerAddress&)>& i
   dropAll("not allowed any more");
 }
 
+bool Publisher::dropAnswering(const PeerAddress& subscriber) {
+  if (!_subscriptions.isSentTo(subscriber)) return false;
+  drop(subscriber, "a server itself");
+  return true;
+}
+
 void Publisher::publish(std::string_view topic, std::string_view message, std::size_t together) {
   Subscribers* const subscribers = _subscriptions.find(topic);
   if (subscribers == nullptr) return;
@@ -65,7 +71,10 @@ void Publisher::publishLater(std::string_view topic, std::string_view message,
 void Publisher::publishNow(std::string_view message, Subscribers* subscribers) {
   std::array<PeerAddress, pieceSize> receivers;
   std::size_t count = 0;
-  for (const auto& [address, subscriber] : *subscribers) receivers[count++] = address;
+  for (auto& [address, subscriber] : *subscribers) {
+    receivers[count++] = address;
+    _subscriptions.noteSentTo(address, &subscriber);
+  }
   pushToAll(message, std::span(receivers).first(count), subscribers);
   dropGone();
 }
@@ -84,7 +93,10 @@ std::size_t Publisher::publishPiece(std::size_t most) {
     const auto end =
         std::copy_if(next.begin(), next.end(), receivers.begin(), [&](const PeerAddress& each) {
           const auto known = subscribers->find(each);
-          return known != subscribers->end() && known->second.number <= _publications.newest();
+          if (known == subscribers->end() || known->second.number > _publications.newest())
+            return false;
+          _subscriptions.noteSentTo(each, &known->second);
+          return true;
         });
     pushToAll(_publications.message(), std::span(receivers.begin(), end), subscribers);
   }
@@ -98,6 +110,7 @@ bool Publisher::publishTo(std::string_view topic, const PeerAddress& address,
   if (subscribers == nullptr) return false;
   const auto subscriber = subscribers->find(address);
   if (subscriber == subscribers->end()) return false;
+  _subscriptions.noteSentTo(address, &subscriber->second);
   push(message, address, &subscriber->second);
   dropGone();
   return true;
@@ -137,14 +150,16 @@ void Publisher::dropGone() {
 }
 
 void Publisher::dropAll(const char* reason) {
-  for (const PeerAddress& address : _gone) {
-    const std::size_t count = _subscriptions.removeSubscriber(address);
-    if (count == 0) continue;
-    _counters.add(Counter::subscribersGone);
-    _log.write("subscriber %s is %s: %zu subscription(s) dropped", address.text().data(), reason,
-               count);
-  }
+  for (const PeerAddress& address : _gone) drop(address, reason);
   _gone.clear();
+}
+
+void Publisher::drop(const PeerAddress& address, const char* reason) {
+  const std::size_t count = _subscriptions.removeSubscriber(address);
+  if (count == 0) return;
+  _counters.add(Counter::subscribersGone);
+  _log.write("subscriber %s is %s: %zu subscription(s) dropped", address.text().data(), reason,
+             count);
 }
 
 }  // namespace dch

@@ -43,6 +43,10 @@ class Publisher {
   // std::bad_alloc, and has dropped none.
   void dropSubscribers(const std::function<bool(const PeerAddress&)>& isToGo);
 
+  // Drops a subscriber that answers what it is sent: only a server does, and it would take rows for
+  // its own and push them on, to this one in the end. Returns false for one that was sent nothing.
+  bool dropAnswering(const PeerAddress& subscriber);
+
   // Sends the message, one of `together` that are published at once, to every subscriber of the
   // topic. Where that is much to send it is done when publishMore() is called, and takes memory:
   // without that the message is lost.
@@ -70,6 +74,7 @@ class Publisher {
   void countLost(const PeerAddress& address, Subscriber* subscriber);
   void dropGone();
   void dropAll(const char* reason);
+  void drop(const PeerAddress& address, const char* reason);
 
   Subscriptions& _subscriptions;
   RowsOut& _rowsOut;

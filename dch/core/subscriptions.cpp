@@ -10,11 +10,11 @@ Subscriptions::Added Subscriptions::add(const std::string& topic, const PeerAddr
   if (_size >= _capacity) return Added::noRoom;
   try {
     _topics[topic].try_emplace(subscriber, Subscriber{.number = _newest + 1});
-    _topicsOf[subscriber].insert(topic);
+    _topicsOf[subscriber].topics.insert(topic);
   } catch (const std::bad_alloc&) {
     removeFromTopic(topic, subscriber);
     const auto topics = _topicsOf.find(subscriber);
-    if (topics != _topicsOf.end() && topics->second.empty()) _topicsOf.erase(topics);
+    if (topics != _topicsOf.end() && topics->second.topics.empty()) _topicsOf.erase(topics);
     return Added::noRoom;
   }
   ++_size;
@@ -25,10 +25,10 @@ Subscriptions::Added Subscriptions::add(const std::string& topic, const PeerAddr
 bool Subscriptions::remove(std::string_view topic, const PeerAddress& subscriber) {
   const auto topics = _topicsOf.find(subscriber);
   if (topics == _topicsOf.end()) return false;
-  const auto subscribed = topics->second.find(topic);
-  if (subscribed == topics->second.end()) return false;
-  topics->second.erase(subscribed);
-  if (topics->second.empty()) _topicsOf.erase(topics);
+  const auto subscribed = topics->second.topics.find(topic);
+  if (subscribed == topics->second.topics.end()) return false;
+  topics->second.topics.erase(subscribed);
+  if (topics->second.topics.empty()) _topicsOf.erase(topics);
   removeFromTopic(topic, subscriber);
   --_size;
   return true;
@@ -37,8 +37,8 @@ bool Subscriptions::remove(std::string_view topic, const PeerAddress& subscriber
 std::size_t Subscriptions::removeSubscriber(const PeerAddress& subscriber) {
   const auto topics = _topicsOf.find(subscriber);
   if (topics == _topicsOf.end()) return 0;
-  const std::size_t count = topics->second.size();
-  for (const std::string& topic : topics->second) removeFromTopic(topic, subscriber);
+  const std::size_t count = topics->second.topics.size();
+  for (const std::string& topic : topics->second.topics) removeFromTopic(topic, subscriber);
   _topicsOf.erase(topics);
   _size -= count;
   return count;

@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 
 #include "dch/core/peer_address.h"
 #include "dch/core/text_map.h"
@@ -16,6 +17,7 @@ namespace dch {
 // What the server remembers of one subscription.
 struct Subscriber {
   std::uint64_t number = 0;  // later ones have higher numbers
+  bool isSentTo = false;     // something at least
   std::uint64_t lostRows = 0;
 };
 
@@ -41,6 +43,18 @@ class Subscriptions {
   // Removes all subscriptions of an address. Returns how many there were.
   std::size_t removeSubscriber(const PeerAddress& subscriber);
 
+  // Notes that something is sent to a subscriber of a topic.
+  void noteSentTo(const PeerAddress& address, Subscriber* subscriber) {
+    if (std::exchange(subscriber->isSentTo, true)) return;
+    _topicsOf.find(address)->second.isSentTo = true;
+  }
+
+  // Whether something was sent to it as long as it has been a subscriber.
+  bool isSentTo(const PeerAddress& address) const {
+    const auto known = _topicsOf.find(address);
+    return known != _topicsOf.end() && known->second.isSentTo;
+  }
+
   // The number of the newest subscription, 0 before the first.
   std::uint64_t newest() const { return _newest; }
 
@@ -62,6 +76,11 @@ class Subscriptions {
   std::size_t size() const { return _size; }
 
  private:
+  struct Topics {
+    TextSet topics;
+    bool isSentTo = false;
+  };
+
   void removeFromTopic(std::string_view topic, const PeerAddress& subscriber);
 
   const std::size_t _capacity;
@@ -69,7 +88,7 @@ class Subscriptions {
   std::uint64_t _newest = 0;
   std::size_t _nextBucket = 0;
   TextMap<Subscribers> _topics;
-  std::unordered_map<PeerAddress, TextSet, PeerAddressHash> _topicsOf;
+  std::unordered_map<PeerAddress, Topics, PeerAddressHash> _topicsOf;
 };
 
 }  // namespace dch

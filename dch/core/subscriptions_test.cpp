@@ -93,6 +93,20 @@ TEST(SubscriptionsTest, ShowsAllSubscribersAFewAtATime) {
   EXPECT_LE(times, 10u);
 }
 
+TEST(SubscriptionsTest, KnowsWhoWasSentSomethingSinceItSubscribed) {
+  Subscriptions subscriptions;
+  subscriptions.add("a", peer(1));
+  subscriptions.add("b", peer(1));
+  subscriptions.add("a", peer(2));
+  subscriptions.noteSentTo(peer(1), &subscriptions.find("a")->at(peer(1)));
+  EXPECT_TRUE(subscriptions.isSentTo(peer(1)));
+  EXPECT_FALSE(subscriptions.isSentTo(peer(2)));
+  EXPECT_FALSE(subscriptions.isSentTo(peer(3)));
+  subscriptions.removeSubscriber(peer(1));
+  subscriptions.add("a", peer(1));
+  EXPECT_FALSE(subscriptions.isSentTo(peer(1)));
+}
+
 TEST(PeerAddressTest, TellsAddressesApartAndShowsThem) {
   EXPECT_EQ(peer(40000), PeerAddress(peer(40000).socketAddress()));
   EXPECT_FALSE(peer(40000) == peer(40001));

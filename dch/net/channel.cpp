@@ -1,5 +1,7 @@
 #include "dch/net/channel.h"
 
+#include <fcntl.h>
+
 #include <bit>
 #include <cinttypes>
 #include <new>
@@ -7,12 +9,19 @@
 
 #include "dch/clock.h"
 #include "dch/core/state_report.h"
+#include "dch/net/socket_option.h"
 
 namespace dch {
 
 namespace {
 
 constexpr std::size_t mostWaiting = 10'000;  // changes
+
+Descriptor copyOf(int descriptor) {
+  Descriptor copy(fcntl(descriptor, F_DUPFD_CLOEXEC, 0));
+  if (!copy.isOpen()) throwSystemError("cannot watch over the push socket");
+  return copy;
+}
 
 }  // namespace
 
@@ -36,6 +45,8 @@ Channel::Channel(EventLoop& loop, ServedPort&& port, const ChannelLimits& limits
           counters, log),
       _streams(loop, std::move(port.listener), limits.streams, *this, counters, log),
       _pushSocket(in_addr{port.address.address}),
+      _sentBack(loop, copyOf(_pushSocket.descriptor()), [this] { receiveFromSubscribers(); }),
+      _own(port.address, htons(_pushSocket.port())),
       _timer(loop,
              [this] {
                _core.timeIsUp();
@@ -47,6 +58,7 @@ Channel::Channel(EventLoop& loop, ServedPort&& port, const ChannelLimits& limits
 }
 
 void Channel::start() {
+  _sentBack.waitUntilReadable();
   _datagrams.start();
   _streams.start();
 }
@@ -103,7 +115,7 @@ void Channel::CoreTimer::start() {
 
 void Channel::receive(std::span<const Message> datagrams) {
   for (const Message& each : datagrams) {
-    if (!isAllowed(each.origin.peer)) continue;
+    if (!isAllowed(each.origin.peer) || isOwn(each.origin.peer)) continue;
     // It waits for no earlier answer any more.
     _pacedAnswers.giveUp(each.origin.peer);
     _core.receive(each);
@@ -112,12 +124,27 @@ void Channel::receive(std::span<const Message> datagrams) {
 
 bool Channel::isAllowed(const PeerAddress& peer) {
   if (_allowed.contains(peer)) return true;
+  countNotAllowed(peer);
+  return false;
+}
+
+bool Channel::isOwn(const PeerAddress& peer) {
+  if (!_own.contains(peer)) return false;
+  countNotAllowed(peer);
+  return true;
+}
+
+void Channel::countNotAllowed(const PeerAddress& peer) {
   _counters.add(Counter::notAllowed);
   const std::uint64_t count = _counters[Counter::notAllowed];
   // Told when the number doubles, so that a stranger does not fill the log.
   if (std::has_single_bit(count))
     _log.write("%s is not allowed; %" PRIu64 " such so far", peer.text().data(), count);
-  return false;
+}
+
+void Channel::receiveFromSubscribers() {
+  _pushSocket.receive([this](const Message& each) { _core.receiveFromSubscriber(each); });
+  _sentBack.waitUntilReadable();
 }
 
 void Channel::send(const Origin& receiver, std::string_view message) noexcept {
@@ -142,7 +169,7 @@ void Channel::settle() noexcept {
   _store.handOver();
   _answers.flush();
   waitForStore();
-  if (_core.isPublishing() && !_publishing.isSet()) _publishing.set(Alarm::Clock::now());
+  if (_core.isPublishing()) _publishing.ask();
 }
 
 void Channel::finishPublishing() noexcept {

@@ -12,10 +12,13 @@
 #include "dch/net/answer_batch.h"
 #include "dch/net/child_programs.h"
 #include "dch/net/datagram_port.h"
+#include "dch/net/next_turn.h"
+#include "dch/net/own_addresses.h"
 #include "dch/net/paced_answers.h"
 #include "dch/net/port.h"
 #include "dch/net/push_socket.h"
 #include "dch/net/stream_port.h"
+#include "dch/net/watched_socket.h"
 
 namespace dch {
 
@@ -83,8 +86,11 @@ class Channel : private Answers, private StreamClient {
   void closed(const Origin& origin) override { _core.connectionClosed(origin); }
   void worked() override { settle(); }
   bool isAllowed(const PeerAddress& peer) override;
+  bool isOwn(const PeerAddress& peer);
+  void countNotAllowed(const PeerAddress& peer);
 
   void publishMore();
+  void receiveFromSubscribers();
   void waitForStore() noexcept;
 
   Store& _store;
@@ -97,8 +103,10 @@ class Channel : private Answers, private StreamClient {
   PacedAnswers _pacedAnswers;
   StreamPort _streams;
   PushSocket _pushSocket;
+  WatchedSocket _sentBack;  // to the push socket
+  const OwnAddresses _own;
   CoreTimer _timer;
-  Alarm _publishing;
+  NextTurn _publishing;
   ChildPrograms _programs;
   Core _core;
 };

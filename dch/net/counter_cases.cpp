@@ -1,14 +1,10 @@
 // What the carriers count.
 #include <cerrno>
 #include <list>
-#include <optional>
 
-#include "dch/net/channel.h"
-#include "dch/store/memory_store.h"
+#include "dch/testkit/channel_thread.h"
 #include "dch/testkit/clients.h"
 #include "dch/testkit/counter_cases.h"
-#include "dch/testkit/error_log.h"
-#include "dch/testkit/loop_thread.h"
 #include "dch/testkit/messages.h"
 #include "dch/testkit/recording_ports.h"
 #include "tests/support/failing_calls.h"
@@ -19,34 +15,6 @@ namespace dch::testkit::counter_cases {
 
 namespace {
 
-class CountedChannel {
- public:
-  explicit CountedChannel(const StreamLimits& limits = {},
-                          std::unique_ptr<Store> ownStore = std::make_unique<MemoryStore>())
-      : store(std::move(ownStore)),
-        _served(openPort({htonl(INADDR_LOOPBACK)}, 0)),
-        port(ntohs(_served.address.port)),
-        channel(_loop, std::move(_served), {.streams = limits}, *store, _noActions, counters,
-                _log) {
-    channel.start();
-    thread.emplace(_loop);
-  }
-
-  Counters counters;
-  const std::unique_ptr<Store> store;
-
- private:
-  const ErrorLog _log{false};
-  const ActionRules _noActions;
-  EventLoop _loop;
-  ServedPort _served;
-
- public:
-  const int port;
-  Channel channel;  // on the loop's thread
-  std::optional<LoopThread> thread;
-};
-
 std::string question() {
   return catalogueMessage(DCH_REQUEST_APPLICATIONS);
 }
@@ -54,7 +22,7 @@ std::string question() {
 }  // namespace
 
 void answersDropped() {
-  CountedChannel server({}, std::make_unique<SlowStore>());
+  ChannelThread server({}, std::make_unique<SlowStore>());
   auto& store = static_cast<SlowStore&>(*server.store);
   std::list<TcpClient> clients;
   for (const char* name : {"ONE", "TWO", "THREE"}) {
@@ -76,7 +44,7 @@ void answersDropped() {
 }
 
 void datagramsThrownAway() {
-  CountedChannel server;
+  ChannelThread server;
   const UdpClient client(server.port);
   const std::string row = dataMessage(77, {{"name", 'T', std::string(8'000, 'x')}});
   const CounterMoves moves(server.counters);
@@ -96,7 +64,7 @@ void datagramsThrownAway() {
 }
 
 void notAllowed() {
-  CountedChannel server;
+  ChannelThread server;
   const UdpClient client(server.port);
   EXPECT_FALSE(client.ask(question()).empty());
   const CounterMoves moves(server.counters);
@@ -111,7 +79,7 @@ void notAllowed() {
 }
 
 void emptyDatagrams() {
-  CountedChannel server;
+  ChannelThread server;
   const UdpClient client(server.port);
   const CounterMoves moves(server.counters);
   for (int i = 0; i < 3; ++i) client.send("");
@@ -120,7 +88,7 @@ void emptyDatagrams() {
 }
 
 void longAnswersGivenUp() {
-  CountedChannel server;
+  ChannelThread server;
   // Each line of the answer begins with the group.
   std::string text = "appl:HOSTMON,HMN;group:" + std::string(30, 'g') + ";";
   for (int i = 0; i < 250; ++i) text += "attr:a" + std::to_string(i) + ",N,4;";
@@ -139,7 +107,7 @@ void longAnswersGivenUp() {
 }
 
 void connectionsRefused() {
-  CountedChannel server({.connections = 2});
+  ChannelThread server({.connections = 2});
   const TcpClient first(server.port), second(server.port);
   EXPECT_FALSE(first.ask(question()).empty());
   EXPECT_FALSE(second.ask(question()).empty());
@@ -149,7 +117,7 @@ void connectionsRefused() {
 }
 
 void acceptFailures() {
-  CountedChannel server;
+  ChannelThread server;
   const CounterMoves moves(server.counters);
   const FailingCall failing({.kind = SystemCall::acceptConnection, .first = 1, .last = 3}, EMFILE);
   EXPECT_FALSE(TcpClient(server.port).ask(question()).empty());
@@ -157,7 +125,7 @@ void acceptFailures() {
 }
 
 void stalledConnections() {
-  CountedChannel server({.stall = std::chrono::milliseconds(1)});
+  ChannelThread server({.stall = std::chrono::milliseconds(1)});
   const TcpClient quiet(server.port);
   EXPECT_FALSE(quiet.ask(question()).empty());
   const CounterMoves moves(server.counters);
@@ -173,7 +141,7 @@ void stalledConnections() {
 }
 
 void crowdedConnections() {
-  CountedChannel server({.heldBytes = 400'000});
+  ChannelThread server({.heldBytes = 400'000});
   const std::string large = withLengthWord(std::string(400'000, 'x'), 400'000);
   const CounterMoves moves(server.counters);
   std::list<TcpClient> crowding;
@@ -185,7 +153,7 @@ void crowdedConnections() {
 }
 
 void connections() {
-  CountedChannel server;
+  ChannelThread server;
   const CounterMoves moves(server.counters);
   const auto isTold = [&](std::int64_t number) {
     return waitUntil([&] {

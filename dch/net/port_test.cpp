@@ -17,7 +17,7 @@ namespace {
 using ::testing::AllOf;
 using ::testing::HasSubstr;
 
-constexpr in_addr loopback{0x0100007f};
+constexpr in_addr thisMachine{0x0100007f};
 
 int portOf(const ServedPort& served) {
   return ntohs(served.address.port);
@@ -33,7 +33,7 @@ std::string refusalOf(in_addr address, std::optional<int> port) {
 }
 
 TEST(OpenPortTest, ServesAnyFreePort) {
-  const ServedPort first = openPort(loopback, 0), second = openPort(loopback, 0);
+  const ServedPort first = openPort(thisMachine, 0), second = openPort(thisMachine, 0);
   EXPECT_NE(portOf(first), portOf(second));
   for (const Descriptor& socket : first.datagramSockets) EXPECT_TRUE(socket.isOpen());
   EXPECT_GT(first.datagramSockets.size(), 1u);
@@ -41,8 +41,8 @@ TEST(OpenPortTest, ServesAnyFreePort) {
 }
 
 TEST(OpenPortTest, RefusesAPortThatAnotherServerHas) {
-  const ServedPort served = openPort(loopback, 0);
-  EXPECT_THAT(refusalOf(loopback, portOf(served)),
+  const ServedPort served = openPort(thisMachine, 0);
+  EXPECT_THAT(refusalOf(thisMachine, portOf(served)),
               AllOf(HasSubstr("DCH port " + std::to_string(portOf(served)) + " of 127.0.0.1"),
                     HasSubstr("already active")));
 }
@@ -53,7 +53,7 @@ template <class TakenSocket>
 bool isRefusedBecause(const std::string& reason) {
   for (int attempt = 0; attempt < 10; ++attempt) {
     const TakenSocket taken;
-    if (refusalOf(loopback, taken.port()).ends_with(reason)) return true;
+    if (refusalOf(thisMachine, taken.port()).ends_with(reason)) return true;
   }
   return false;
 }
@@ -73,14 +73,14 @@ TEST(OpenPortTest, RefusesAnAddressThatTheMachineDoesNotHave) {
 
 // Whether a port can be served again at once after a server that ended its connections itself.
 bool canServeAgain() {
-  ServedPort served = openPort(loopback, 0);
+  ServedPort served = openPort(thisMachine, 0);
   const int port = portOf(served);
   const StreamSocket client(port);
   // The end that is closed first stays with the system for a while.
   EXPECT_TRUE(waitUntil(
       [&] { return Descriptor(accept(served.listener.get(), nullptr, nullptr)).isOpen(); }));
   served = ServedPort();
-  return refusalOf(loopback, port) == "none";
+  return refusalOf(thisMachine, port) == "none";
 }
 
 TEST(OpenPortTest, TakesAPortThatConnectionsOfAnEarlierServerHold) {

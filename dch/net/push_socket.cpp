@@ -1,6 +1,7 @@
 #include "dch/net/push_socket.h"
 
 #include <linux/errqueue.h>
+#include <linux/filter.h>
 #include <netinet/ip.h>
 #include <sys/socket.h>
 
@@ -13,10 +14,32 @@
 
 #include "dch/net/socket_option.h"
 #include "suite/sockets.h"
+#include "zordchcl/messages.h"
 
 namespace dch {
 
 namespace {
+
+// A length word and a status.
+constexpr std::size_t answerBytes =
+    ZOR0_LENGTH_WORD_SIZE + ZOR0_FIELD_HEADER_SIZE + sizeof(ZORA_Long);
+
+// Nobody else has their turn while so many are read.
+constexpr int mostAtOnce = 32;
+
+// Lets the system throw away what is no answer to a row, by its length. Where it cannot, those
+// datagrams are read and thrown away.
+void takeAnswersAlone(int descriptor) {
+  constexpr std::uint32_t udpHeaderBytes = 8, all = 0xffff, nothing = 0;
+  sock_filter program[] = {
+      BPF_STMT(BPF_LD | BPF_W | BPF_LEN, 0),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, udpHeaderBytes + answerBytes, 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, all),
+      BPF_STMT(BPF_RET | BPF_K, nothing),
+  };
+  const sock_fprog filter{std::size(program), program};
+  setsockopt(descriptor, SOL_SOCKET, SO_ATTACH_FILTER, &filter, sizeof filter);
+}
 
 void bindTo(int descriptor, in_addr address) {
   sockaddr_in local{};
@@ -31,6 +54,7 @@ void bindTo(int descriptor, in_addr address) {
 Descriptor openAt(in_addr address) {
   Descriptor opened(socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
   if (!opened.isOpen()) throwSystemError("cannot open the push socket");
+  takeAnswersAlone(opened.get());
   bindTo(opened.get(), address);
   return opened;
 }
@@ -106,6 +130,21 @@ std::size_t PushSocket::sendTogether(std::string_view message,
   const int sent =
       sendmmsg(_descriptor.get(), headers.data(), static_cast<unsigned>(count), MSG_DONTWAIT);
   return sent > 0 ? static_cast<std::size_t>(sent) : 0;
+}
+
+void PushSocket::receive(const Receive& receive) {
+  collectGone();
+  std::array<char, answerBytes> bytes;
+  for (int i = 0; i < mostAtOnce; ++i) {
+    sockaddr_in sender{};
+    socklen_t length = sizeof sender;
+    const ssize_t size =
+        recvfrom(_descriptor.get(), bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_TRUNC,
+                 reinterpret_cast<sockaddr*>(&sender), &length);
+    if (size < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return;
+    if (size == ssize_t{answerBytes})
+      receive({{bytes.data(), bytes.size()}, {.peer = PeerAddress(sender)}});
+  }
 }
 
 void PushSocket::look(const PeerAddress& receiver) {

@@ -5,10 +5,12 @@
 #include <netinet/in.h>
 
 #include <cstdint>
+#include <functional>
 #include <span>
 #include <string_view>
 #include <vector>
 
+#include "dch/core/message.h"
 #include "dch/core/rows_out.h"
 #include "dch/net/descriptor.h"
 #include "dch/net/local_receivers.h"
@@ -33,6 +35,15 @@ class PushSocket : public RowsOut {
 
   // One for whom there is no memory is found again after the next datagram to it.
   void takeGone(std::vector<PeerAddress>* gone) override;
+
+  // What a subscriber sent back, as far as it is as long as an answer to a row: the system throws
+  // other datagrams away, so that they take no place. The bytes are valid in the call.
+  using Receive = std::function<void(const Message&)>;
+
+  // Reads some of them, and what the system tells of those that are gone. To be called when the
+  // descriptor is readable.
+  void receive(const Receive& receive);
+  int descriptor() const { return _descriptor.get(); }
 
   // The local port, in host order.
   std::uint16_t port() const;

@@ -127,6 +127,60 @@ TEST(PushSocketTest, SendsToManyAndTellsWhoTookNothing) {
   EXPECT_THAT(gone, ElementsAre(receivers[31]));
 }
 
+PeerAddress addressOf(const PushSocket& socket) {
+  sockaddr_in address{};
+  address.sin_addr = anyLoopback;
+  address.sin_port = htons(socket.port());
+  return PeerAddress(address);
+}
+
+// What of an answer's length has come, with its sender.
+std::vector<std::pair<PeerAddress, std::string>> receivedBy(PushSocket& socket) {
+  std::vector<std::pair<PeerAddress, std::string>> all;
+  socket.receive([&](const Message& each) {
+    EXPECT_TRUE(each.origin.isDatagram());
+    all.emplace_back(each.origin.peer, each.bytes);
+  });
+  return all;
+}
+
+const std::string answerOfARow("\0\0\0\x0e\0\x11\0\0\0\x04\0\0\0\0", 14);
+
+TEST(PushSocketTest, ReceivesWhatIsAsLongAsAnAnswerAmongAFloodOfOtherDatagrams) {
+  PushSocket socket(anyLoopback);
+  const UdpClient client(socket.port()), other(socket.port());
+  // Many times what the system keeps.
+  for (int i = 0; i < 1'000; ++i) client.send(std::string(8'000, 'x'));
+  client.send("");
+  client.send(answerOfARow + 'x');
+  other.send(answerOfARow);
+  EXPECT_THAT(receivedBy(socket), ElementsAre(std::pair(other.address(), answerOfARow)));
+  EXPECT_THAT(receivedBy(socket), IsEmpty());
+}
+
+TEST(PushSocketTest, ReceivesAFewAtATime) {
+  PushSocket socket(anyLoopback);
+  const UdpClient client(socket.port());
+  constexpr std::size_t sent = 100;
+  for (std::size_t i = 0; i < sent; ++i) client.send(answerOfARow);
+  std::size_t received = 0;
+  for (std::size_t some; (some = receivedBy(socket).size()) > 0; received += some)
+    EXPECT_LT(some, sent);
+  EXPECT_EQ(received, sent);
+}
+
+TEST(PushSocketTest, ReceivesBehindTheErrorOfOneThatIsGone) {
+  PushSocket socket(anyLoopback);
+  const PeerAddress missing = goneClient();
+  socket.push("row", missing);
+  PushSocket sender(anyLoopback);
+  sender.push(answerOfARow, addressOf(socket));
+  EXPECT_TRUE(waitUntil([&] { return !receivedBy(socket).empty(); }));
+  std::vector<PeerAddress> gone;
+  collectUntilOneIsGone(socket, &gone);
+  EXPECT_THAT(gone, ElementsAre(missing));
+}
+
 TEST(PushSocketTest, SaysWhenADatagramCannotBeSent) {
   PushSocket socket(anyLoopback);
   EXPECT_FALSE(socket.push("row", broadcastAddress()));
