@@ -26,9 +26,7 @@ bool ChangeWriter::write(const Change& change) {
 }
 
 bool ChangeWriter::write(const Registered& change) {
-  if (!_providers.hasRoomFor(change.registration)) return false;
-  _providers.write(change, _position);
-  return true;
+  return _providers.write(change, _position);
 }
 
 bool ChangeWriter::write(const Unregistered& change) {
@@ -83,6 +81,11 @@ bool ChangeWriter::write(const ActionEnded& change) {
       .bind(4, change.id)
       .run();
   return true;
+}
+
+void ChangeWriter::removeUnusedGroups(std::size_t most) {
+  _providers.removeUnused(most);
+  _providers.finish();
 }
 
 std::int64_t ChangeWriter::finish() {

@@ -2,6 +2,7 @@
 #ifndef DCH_STORE_CHANGE_WRITER_H
 #define DCH_STORE_CHANGE_WRITER_H
 
+#include <cstddef>
 #include <cstdint>
 
 #include "dch/core/change.h"
@@ -33,6 +34,9 @@ class ChangeWriter {
   std::int64_t finish();
   // The transaction is kept.
   void committed();
+
+  // In a transaction of its own: removes some of the groups that are not needed any more.
+  void removeUnusedGroups(std::size_t most);
 
  private:
   bool write(const Registered& change);

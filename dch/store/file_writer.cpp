@@ -1,12 +1,14 @@
 #include "dch/store/file_writer.h"
 
 #include <algorithm>
+#include <bit>
 #include <chrono>
 #include <exception>
 #include <stdexcept>
 #include <utility>
 
 #include "dch/clock.h"
+#include "dch/core/log.h"
 
 namespace dch {
 
@@ -68,8 +70,21 @@ void FileWriter::write(std::vector<Item>* group) noexcept {
 
 // The highest position that the group has used.
 std::int64_t FileWriter::writeAll(std::vector<Item>* group) {
-  for (Item& item : *group) item.isKept = _writer->write(*item.change);
+  for (Item& item : *group) {
+    item.isKept = _writer->write(*item.change);
+    if (item.isKept) continue;
+    if (const auto* const change = std::get_if<Registered>(item.change)) tellRefused(*change);
+  }
   return _position = _writer->finish();
+}
+
+// Told when the number doubles, so that a client does not fill the log.
+void FileWriter::tellRefused(const Registered& change) {
+  if (!std::has_single_bit(++_refusedRegistrations)) return;
+  const std::string reason = printable(change.registration.applName) + " was not registered, " +
+                             std::to_string(_refusedRegistrations) + " refused so far";
+  tell(("has no room for more than " + std::to_string(Providers::maxGroups) + " groups").c_str(),
+       reason.c_str());
 }
 
 // The transaction is rolled back, but when its commit failed late it may be in the file all the

@@ -75,6 +75,7 @@ class FileWriter {
 
   void makeWriter();
   std::int64_t writeAll(std::vector<Item>* group);
+  void tellRefused(const Registered& change);
   bool recover(std::int64_t position) noexcept;
   bool isLookDue(bool isIdle) const;
   void checkpoint();
@@ -89,6 +90,7 @@ class FileWriter {
   Retention _retention;
   std::int64_t _position = 0;  // the highest that was ever used
   RetentionLimits _limits;
+  std::uint64_t _refusedRegistrations = 0;  // for want of room for their groups
   std::size_t _changesSinceLook = 0;
   std::chrono::steady_clock::time_point _lastLook;
   bool _hasMoreToTidy = true;

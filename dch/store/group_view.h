@@ -27,6 +27,9 @@ class SqlNames {
   // tables and columns have to be text.
   std::string take(std::string_view wanted);
 
+  // Gives a name back that was taken.
+  void release(std::string_view name) { _taken.erase(folded(name)); }
+
  private:
   static std::string folded(std::string_view name);
 

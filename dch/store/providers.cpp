@@ -1,5 +1,6 @@
 #include "dch/store/providers.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace dch {
@@ -19,6 +20,7 @@ std::vector<AttributeColumn> readAttributes(sqlite::Statement* query, std::int64
 Providers::Providers(sqlite::Connection& connection)
     : _connection(connection),
       _edits(connection),
+      _clearPlaces(connection, "UPDATE known_groups SET place = NULL WHERE application = ?"),
       _setPlace(connection, "UPDATE known_groups SET place = ? WHERE id = ?"),
       _setAttribute(connection, "INSERT OR REPLACE INTO known_attributes VALUES (?, ?, ?, ?)"),
       _goOnline(connection, R"(
@@ -28,9 +30,9 @@ INSERT INTO known_sources VALUES (?, ?, ?, 1, ?) ON CONFLICT (handle) DO UPDATE
   sqlite::Statement attributes(
       connection,
       R"(SELECT name, "column" FROM known_attributes WHERE "group" = ? ORDER BY place)");
-  std::vector<RowTable*> tableOfGroup;
+  std::vector<Group*> groupsById;
   sqlite::Statement groups(connection, R"(
-SELECT a.id, a.name, is_registered, text, g.id, g.name, view
+SELECT a.id, a.name, is_registered, text, g.id, g.name, view, place IS NOT NULL
 FROM known_applications AS a JOIN known_groups AS g ON g.application = a.id ORDER BY g.id)");
   while (groups.step()) {
     const auto [known, isNew] = _applications.try_emplace(
@@ -41,28 +43,88 @@ FROM known_applications AS a JOIN known_groups AS g ON g.application = a.id ORDE
         std::make_unique<RowTable>(connection, _edits, id, readAttributes(&attributes, id)));
     std::string view(groups.bytes(6));
     _views.take(view);
-    known->second.groups.emplace(groups.bytes(5), Group{_tables.back().get(), std::move(view)});
-    tableOfGroup.resize(static_cast<std::size_t>(id) + 1);
-    tableOfGroup.back() = _tables.back().get();
+    const auto group = known->second.groups.emplace(
+        groups.bytes(5), Group{_tables.back().get(), std::move(view),
+                               known->second.isRegistered && groups.number(7) != 0});
+    groupsById.resize(static_cast<std::size_t>(id) + 1);
+    groupsById.back() = &group.first->second;
   }
-  sqlite::Statement sources(connection, R"(SELECT handle, "group" FROM known_sources)");
+  readSources(groupsById);
+}
+
+void Providers::readSources(const std::vector<Group*>& groups) {
+  sqlite::Statement sources(_connection, R"(SELECT handle, "group" FROM known_sources)");
   while (sources.step()) {
-    const auto group = static_cast<std::size_t>(sources.number(1));
-    if (group < tableOfGroup.size())
-      setTable(static_cast<ZORA_Long>(sources.number(0)), tableOfGroup[group]);
+    const auto id = static_cast<std::size_t>(sources.number(1));
+    if (id >= groups.size() || groups[id] == nullptr) continue;
+    groups[id]->hasSources = true;
+    setTable(static_cast<ZORA_Long>(sources.number(0)), groups[id]->table);
   }
 }
 
-bool Providers::hasRoomFor(const suite::Registration& registration) const {
+// Groups that are not needed make room for the new ones.
+bool Providers::makeRoomFor(const suite::Registration& registration) {
   const auto known = _applications.find(registration.applName);
   std::size_t count = _tables.size();
-  for (const suite::RegisteredGroup& group : registration.groups)
+  TextSet names;
+  for (const suite::RegisteredGroup& group : registration.groups) {
+    names.insert(group.name);
     if (known == _applications.end() || !known->second.groups.contains(group.name)) ++count;
-  return count <= maxGroups || count == _tables.size();
+  }
+  if (count <= maxGroups || count == _tables.size()) return true;
+  const std::size_t missing = count - maxGroups;
+  return removeUnused(missing, registration.applName, names) == missing;
 }
 
-void Providers::write(const Registered& change, std::int64_t position) {
+bool Providers::hasUnused() const {
+  return std::any_of(_applications.begin(), _applications.end(), [](const auto& application) {
+    const auto& groups = application.second.groups;
+    return std::any_of(groups.begin(), groups.end(),
+                       [](const auto& group) { return group.second.isUnused(); });
+  });
+}
+
+// But for the named groups of this application.
+std::size_t Providers::removeUnused(std::size_t most, std::string_view application,
+                                    const TextSet& keptGroups) {
+  std::size_t count = 0;
+  for (auto each = _applications.begin(); each != _applications.end() && count < most;) {
+    Application& known = each->second;
+    const bool isKept = each->first == application;
+    for (auto group = known.groups.begin(); group != known.groups.end() && count < most;) {
+      if (!group->second.isUnused() || (isKept && keptGroups.contains(group->first))) {
+        ++group;
+        continue;
+      }
+      remove(group->second);
+      group = known.groups.erase(group);
+      ++count;
+    }
+    if (!known.groups.empty()) {
+      ++each;
+      continue;
+    }
+    sqlite::Statement(_connection, "DELETE FROM known_applications WHERE id = ?")
+        .bind(1, known.id)
+        .run();
+    each = _applications.erase(each);
+  }
+  return count;
+}
+
+void Providers::remove(const Group& group) {
+  for (const char* sql : {"DELETE FROM known_groups WHERE id = ?",
+                          R"(DELETE FROM known_attributes WHERE "group" = ?)"})
+    sqlite::Statement(_connection, sql).bind(1, group.table->group()).run();
+  group.table->drop();
+  _edits.removeView(group.view);
+  _views.release(group.view);
+  std::erase_if(_tables, [&](const auto& table) { return table.get() == group.table; });
+}
+
+bool Providers::write(const Registered& change, std::int64_t position) {
   const suite::Registration& registration = change.registration;
+  if (!makeRoomFor(registration)) return false;
   Application& application = enterApplication(registration);
   sqlite::Statement(_connection, R"(
 UPDATE known_applications SET position = ?2, is_registered = 1, key = ?3, type = ?4, help = ?5, text = ?6
@@ -74,16 +136,16 @@ WHERE id = ?1)")
       .bindText(5, registration.help)
       .bindText(6, registration.text)
       .run();
-  if (application.isRegistered && application.text == registration.text) return;
+  if (application.isRegistered && application.text == registration.text) return true;
   application.isRegistered = true;
   application.text = registration.text;
 
-  sqlite::Statement(_connection, "UPDATE known_groups SET place = NULL WHERE application = ?")
-      .bind(1, application.id)
-      .run();
+  _clearPlaces.bind(1, application.id).run();
+  for (auto& [name, group] : application.groups) group.isRegistered = false;
   std::int64_t place = 0;
   for (const suite::RegisteredGroup& registered : registration.groups) {
-    const Group& group = enterGroup(&application, registration.applName, registered.name);
+    Group& group = enterGroup(&application, registration.applName, registered.name);
+    group.isRegistered = true;
     _setPlace.bind(1, ++place).bind(2, group.table->group()).run();
     arrange(group, registered);
   }
@@ -92,6 +154,7 @@ UPDATE known_sources SET is_online = 0 WHERE is_online AND "group" IN
   (SELECT id FROM known_groups WHERE application = ? AND place IS NULL))")
       .bind(1, application.id)
       .run();
+  return true;
 }
 
 void Providers::write(const Unregistered& change) {
@@ -99,8 +162,9 @@ void Providers::write(const Unregistered& change) {
   if (known == _applications.end()) return;
   Application& application = known->second;
   application.isRegistered = false;
+  for (auto& [name, group] : application.groups) group.isRegistered = false;
+  _clearPlaces.bind(1, application.id).run();
   for (const char* sql : {"UPDATE known_applications SET is_registered = 0 WHERE id = ?",
-                          "UPDATE known_groups SET place = NULL WHERE application = ?",
                           R"(UPDATE known_sources SET is_online = 0 WHERE is_online AND "group" IN
                                (SELECT id FROM known_groups WHERE application = ?))"})
     sqlite::Statement(_connection, sql).bind(1, application.id).run();
@@ -116,6 +180,7 @@ bool Providers::write(const WentOnline& change, std::int64_t position) {
       .bindText(3, change.source)
       .bind(4, position)
       .run();
+  group->second.hasSources = true;
   setTable(change.handle, group->second.table);
   return true;
 }

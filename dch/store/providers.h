@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "dch/core/change.h"
@@ -22,22 +23,24 @@ namespace dch {
 // thread at a time.
 class Providers {
  public:
-  // How many groups the file takes, those that are registered no more included. Each has a table
-  // and a view, and what makes another one takes longer with their number. Far above what a suite
-  // has.
+  // How many groups the file takes: those that are registered, and those that are not any more but
+  // have sources, whose handles stay theirs, or rows. Each has a table and a view, and what makes
+  // another one takes longer with their number. Far above what a suite has.
   static constexpr std::size_t maxGroups = 2'000;
 
   // Reads what is in the file.
   explicit Providers(sqlite::Connection& connection);
 
-  // Whether there is room for the groups of a registration.
-  bool hasRoomFor(const suite::Registration& registration) const;
-
-  void write(const Registered& change, std::int64_t position);
+  // Returns false, and writes nothing that is known, when there is no room for its groups.
+  bool write(const Registered& change, std::int64_t position);
   void write(const Unregistered& change);
   // Returns false when the file has no such group.
   bool write(const WentOnline& change, std::int64_t position);
   void write(const WentOffline& change);
+  // Whether there are groups that are not needed any more.
+  bool hasUnused() const;
+  // Removes some of them, as many as that at most. Returns how many.
+  std::size_t removeUnused(std::size_t most) { return removeUnused(most, {}, {}); }
   // In the same transaction, behind its last change.
   void finish() { _edits.write(); }
 
@@ -51,6 +54,10 @@ class Providers {
   struct Group {
     RowTable* table;
     std::string view;
+    bool isRegistered = false;
+    bool hasSources = false;  // that have been on line at any time
+
+    bool isUnused() const { return !isRegistered && !hasSources && !table->first(); }
   };
   struct Application {
     std::int64_t id;
@@ -59,7 +66,11 @@ class Providers {
     TextMap<Group> groups;
   };
 
-  void readGroups(std::int64_t applicationId, Application* application);
+  void readSources(const std::vector<Group*>& groups);
+  bool makeRoomFor(const suite::Registration& registration);
+  std::size_t removeUnused(std::size_t most, std::string_view application,
+                           const TextSet& keptGroups);
+  void remove(const Group& group);
   Application& enterApplication(const suite::Registration& registration);
   Group& enterGroup(Application* application, const std::string& applicationName,
                     const std::string& name);
@@ -72,6 +83,7 @@ class Providers {
   std::vector<std::unique_ptr<RowTable>> _tables;
   std::vector<RowTable*> _tableOfSource;  // that of handle 1 comes first; with gaps
   SqlNames _views;
+  sqlite::Statement _clearPlaces;
   sqlite::Statement _setPlace;
   sqlite::Statement _setAttribute;
   sqlite::Statement _goOnline;

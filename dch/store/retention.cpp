@@ -39,7 +39,8 @@ bool Retention::step(ChangeWriter* writer, const RetentionLimits& limits, Time n
   const std::optional<RowTable::First> oldest = findOldest(*writer);
   const Time keptSince = now - limits.days * day;
   const bool isTooLarge = usedBytes > limits.megabytes * megabyte;
-  if (!oldest || (!isTooLarge && oldest->time >= keptSince)) return shrink(freePages);
+  if (!oldest || (!isTooLarge && oldest->time >= keptSince))
+    return removeGroups(writer) || shrink(freePages);
   remove(writer, oldest->number + stepRows - 1,
          isTooLarge ? std::numeric_limits<Time>::max() : keptSince);
   return true;
@@ -55,6 +56,14 @@ void Retention::remove(ChangeWriter* writer, std::int64_t last, Time before) {
   transaction.commit();
   writer->committed();
   _removed += removed;
+}
+
+bool Retention::removeGroups(ChangeWriter* writer) {
+  if (!writer->providers().hasUnused()) return false;
+  sqlite::Transaction transaction(_connection);
+  writer->removeUnusedGroups(stepGroups);
+  transaction.commit();
+  return true;
 }
 
 bool Retention::shrink(std::int64_t freePages) {

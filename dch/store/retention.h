@@ -1,7 +1,9 @@
-// retention.h: removes the oldest rows, whatever their group, a few at a time.
+// retention.h: removes the oldest rows, whatever their group, a few at a time, and groups that are
+// not needed any more.
 #ifndef DCH_STORE_RETENTION_H
 #define DCH_STORE_RETENTION_H
 
+#include <cstddef>
 #include <cstdint>
 
 #include "dch/core/message.h"
@@ -20,11 +22,14 @@ class Retention {
   static constexpr std::int64_t sparePages = 4'096;
   static constexpr std::int64_t stepPages = 256;
 
+  // How many groups go in a step.
+  static constexpr std::size_t stepGroups = 8;
+
   explicit Retention(sqlite::Connection& connection);
 
-  // Removes some rows when a limit is passed, or else gives some free pages back to the system, in
-  // a transaction of its own. Returns whether there may be more to do. When this throws, `writer`
-  // is to be made anew.
+  // Removes some rows when a limit is passed, or else some groups, or else gives some free pages
+  // back to the system, in a transaction of its own. Returns whether there may be more to do. When
+  // this throws, `writer` is to be made anew.
   bool step(ChangeWriter* writer, const RetentionLimits& limits, Time now);
 
   // How many rows it has removed.
@@ -32,6 +37,7 @@ class Retention {
 
  private:
   void remove(ChangeWriter* writer, std::int64_t last, Time before);
+  bool removeGroups(ChangeWriter* writer);
   bool shrink(std::int64_t freePages);
 
   sqlite::Connection& _connection;

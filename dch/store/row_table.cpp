@@ -62,6 +62,11 @@ bool RowTable::arrange(const std::vector<suite::RegisteredAttribute>& attributes
   return true;
 }
 
+void RowTable::drop() {
+  _edits.forgetTable(_name);
+  _connection.execute("DROP TABLE " + _name);
+}
+
 void RowTable::insert(std::int64_t number, const Row& row) {
   if (!_insert) prepareInsert();
   RowMessage message(row.message);

@@ -38,6 +38,9 @@ class RowTable {
   // are only in the messages. Every group has attributes.
   bool arrange(const std::vector<suite::RegisteredAttribute>& attributes);
 
+  // Takes the table, which has no rows, out of the file. Nothing else is called then.
+  void drop();
+
   void insert(std::int64_t number, const Row& row);
 
   // A row that is in the table.

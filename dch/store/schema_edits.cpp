@@ -37,6 +37,10 @@ void SchemaEdits::setView(const std::string& name, std::string statement) {
   _edits.insert_or_assign(name, Edit{true, std::move(statement)});
 }
 
+void SchemaEdits::removeView(const std::string& name) {
+  _edits.insert_or_assign(name, Edit{true, {}});
+}
+
 void SchemaEdits::write() {
   if (_edits.empty()) return;
   writeDefinitions();
@@ -64,10 +68,16 @@ void SchemaEdits::writeDefinitions() {
 
   const WritableSchema writable(_connection);
   sqlite::Statement update(_connection, "UPDATE sqlite_schema SET sql = ? WHERE rowid = ?");
-  for (const auto& [row, edit] : known) update.bindText(1, edit->sql).bind(2, row).run();
+  sqlite::Statement remove(_connection, "DELETE FROM sqlite_schema WHERE rowid = ?");
+  for (const auto& [row, edit] : known)
+    if (edit->sql.empty())
+      remove.bind(1, row).run();
+    else
+      update.bindText(1, edit->sql).bind(2, row).run();
   sqlite::Statement insert(_connection, "INSERT INTO sqlite_schema VALUES ('view', ?1, ?1, 0, ?2)");
   for (const auto& [name, edit] : _edits)
-    if (edit.isView && !names.contains(name)) insert.bindText(1, name).bindText(2, edit.sql).run();
+    if (edit.isView && !edit.sql.empty() && !names.contains(name))
+      insert.bindText(1, name).bindText(2, edit.sql).run();
 }
 
 }  // namespace dch

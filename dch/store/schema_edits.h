@@ -26,6 +26,10 @@ class SchemaEdits {
   void changeTable(const std::string& name, std::string definition);
   // From write() on the view is there, and as this statement makes it.
   void setView(const std::string& name, std::string statement);
+  // From write() on there is no such view.
+  void removeView(const std::string& name);
+  // The table goes, and what was to be changed in it is not.
+  void forgetTable(const std::string& name) { _edits.erase(name); }
 
   // Writes what was gathered. Others see it with the transaction.
   void write();
@@ -36,7 +40,7 @@ class SchemaEdits {
  private:
   struct Edit {
     bool isView;
-    std::string sql;
+    std::string sql;  // empty for what goes
   };
 
   void writeDefinitions();

@@ -148,6 +148,15 @@ TEST_F(SqliteStoreTest, ARegistrationBeyondTheMostGroupsIsNotKept) {
   const StoreFigures figures = _store->figures();
   EXPECT_EQ(figures.changesRefused, 1u);
   EXPECT_EQ(figures.failures, 0u);
+  _log.lines.clear();
+  for (int refused = 2; refused < 8; ++refused)
+    EXPECT_FALSE(keep(registered("appl:LAST,KEY;" + text)));
+  EXPECT_THAT(_log.lines, testing::ElementsAre(
+                              testing::HasSubstr("has no room for more than 2000 groups: LAST was "
+                                                 "not registered, 2 refused so far"),
+                              testing::HasSubstr("4 refused so far")));
+  EXPECT_TRUE(keep(Unregistered{"A7"}));
+  EXPECT_TRUE(keep(registered("appl:LAST,KEY;" + text))) << "there is room again, at once";
 }
 
 TEST_F(SqliteStoreTest, CountsWhatItKept) {

@@ -110,12 +110,9 @@ class StoreDeath : public testing::TestWithParam<Way> {
   // The rows in the file in the order of their numbers: handle and message.
   std::vector<std::string> rowsInFile() {
     std::string sql;
-    for (std::size_t table = 1; table <= 12; ++table) {
-      const std::string name = "rows_" + std::to_string(table);
-      if (testkit::query(path(), "SELECT 1 FROM " + name + " LIMIT 1").starts_with("error")) break;
+    for (const std::string& table : testkit::rowTables(path()))
       sql += std::string(sql.empty() ? "" : " UNION ALL ") +
-             "SELECT number, handle || ' ' || hex(message) AS row FROM " + name;
-    }
+             "SELECT number, handle || ' ' || hex(message) AS row FROM " + table;
     if (sql.empty()) return {};
     const std::string text =
         testkit::query(path(), "SELECT row FROM (" + sql + ") ORDER BY number");

@@ -1,5 +1,8 @@
 #include "dch/testkit/store_test.h"
 
+#include <iterator>
+#include <sstream>
+
 #include "dch/store/sqlite.h"
 
 namespace dch::testkit {
@@ -21,6 +24,12 @@ std::string query(const std::string& path, const std::string& sql) {
     result += std::string("error: ") + sqlite3_errmsg(handle);
   sqlite3_close(handle);
   return result;
+}
+
+std::vector<std::string> rowTables(const std::string& path) {
+  std::istringstream lines(
+      query(path, "SELECT name FROM sqlite_schema WHERE type = 'table' AND name GLOB 'rows_*'"));
+  return {std::istream_iterator<std::string>(lines), std::istream_iterator<std::string>()};
 }
 
 }  // namespace dch::testkit

@@ -59,6 +59,9 @@ inline Deferred deferred(ZORA_Long actionId, const std::string& table = "TABLE")
 // What a program sees that reads the file: values separated by `|`, a line for each row.
 std::string query(const std::string& path, const std::string& sql);
 
+// The tables that hold the rows of a group each.
+std::vector<std::string> rowTables(const std::string& path);
+
 class StoreTest : public ::testing::Test {
  protected:
   ~StoreTest() override { _store.reset(); }
