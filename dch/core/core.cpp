@@ -254,6 +254,8 @@ void Core::carryOn(Entry&& entry, bool kept) noexcept {
 }
 
 void Core::publishMore() noexcept {
+  _snapshots.advanceOne();
+  startTimer();
   _publisher.publishMore();
   for (std::size_t i = 0; i < Publisher::pieceSize; ++i) {
     std::optional<HeldChanges::Concluded> released = _held.release();
@@ -422,7 +424,7 @@ void Core::tellResult(const std::vector<Origin>& waiters, ZORA_Long result) {
 
 void Core::startTimer() {
   // Starting it again would put it off, for ever when requests keep coming.
-  if (_timerRuns || !_snapshots.areUnderWay()) return;
+  if (_timerRuns || !_snapshots.areUnderWay() || _snapshots.areAdvancing()) return;
   _timerRuns = true;
   _ports.timer.start();
 }

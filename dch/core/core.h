@@ -67,9 +67,11 @@ class Core : private StoreClient {
     _publisher.dropSubscribers(isToGo);
   }
 
-  // Whether publishMore() is to be called: rows are on their way to many subscribers, and go on
-  // after others had their turn.
-  bool isPublishing() const { return _publisher.isPublishing() || !_held.empty(); }
+  // Whether publishMore() is to be called: rows or events are on their way to many subscribers, and
+  // go on after others had their turn.
+  bool isPublishing() const {
+    return _publisher.isPublishing() || !_held.empty() || _snapshots.areAdvancing();
+  }
   void publishMore() noexcept;
   void finishPublishing() noexcept;
 

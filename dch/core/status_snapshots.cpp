@@ -1,20 +1,27 @@
 #include "dch/core/status_snapshots.h"
 
-#include <iterator>
-
 #include "dch/core/status_events.h"
 #include "zordchcl/messages.h"
 
 namespace dch {
 
 void StatusSnapshots::start(const PeerAddress& subscriber) {
+  if (_due.capacity() <= _lastTold.size()) _due.reserve(2 * _lastTold.size() + 1);
   const auto told = _lastTold.insert_or_assign(subscriber, 0).first;
   if (!sendBatch(subscriber, &told->second)) _lastTold.erase(told);
 }
 
 void StatusSnapshots::advance() noexcept {
-  for (auto told = _lastTold.begin(); told != _lastTold.end();)
-    told = sendBatch(told->first, &told->second) ? std::next(told) : _lastTold.erase(told);
+  _due.clear();
+  for (const auto& [subscriber, told] : _lastTold) _due.push_back(subscriber);
+  advanceOne();
+}
+
+void StatusSnapshots::advanceOne() noexcept {
+  if (_due.empty()) return;
+  const auto told = _lastTold.find(_due.back());
+  _due.pop_back();
+  if (told != _lastTold.end() && !sendBatch(told->first, &told->second)) _lastTold.erase(told);
 }
 
 // Returns whether there is more to tell.

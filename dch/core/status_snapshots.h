@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <unordered_map>
+#include <vector>
 
 #include "dch/core/peer_address.h"
 #include "dch/core/publisher.h"
@@ -25,8 +26,13 @@ class StatusSnapshots {
   // Throws std::bad_alloc.
   void start(const PeerAddress& subscriber);
 
-  // Sends the next batch to everyone who has not been told all. To be called a moment later.
+  // The next batch is due for everyone who has not been told all. To be called a moment later.
+  // Sends it to the first of them.
   void advance() noexcept;
+
+  // Whether advanceOne() is to be called, after others had their turn.
+  bool areAdvancing() const { return !_due.empty(); }
+  void advanceOne() noexcept;
 
   bool areUnderWay() const { return !_lastTold.empty(); }
 
@@ -38,6 +44,7 @@ class StatusSnapshots {
   const std::size_t _batch;
   // The highest handle that each one has been told of.
   std::unordered_map<PeerAddress, ZORA_Long, PeerAddressHash> _lastTold;
+  std::vector<PeerAddress> _due;  // with room for all of them
 };
 
 }  // namespace dch

@@ -35,7 +35,8 @@ class StatusSnapshotsTest : public ::testing::Test {
   Subscriptions _subscriptions;
   Publisher _publisher{_subscriptions, _rowsOut, _counters, _log};
   Registry _registry;
-  StatusSnapshots _snapshots{_registry, _publisher, 2};
+  static constexpr std::size_t batch = 2;
+  StatusSnapshots _snapshots{_registry, _publisher, batch};
   const PeerAddress _client;
 };
 
@@ -72,6 +73,26 @@ TEST_F(StatusSnapshotsTest, StartAgainForOneWhoAsksAgain) {
   _snapshots.start(_client);
   _snapshots.advance();
   expectEvents({"s1", "s2", "s1", "s2", "s3", "s4"});
+}
+
+TEST_F(StatusSnapshotsTest, TellManyOneAfterTheOther) {
+  constexpr std::uint16_t subscribers = 10;
+  for (std::uint16_t port = 1; port <= subscribers; ++port) {
+    PeerAddress subscriber;
+    subscriber.port = port;
+    _publisher.subscribe(statusTopic, subscriber);
+    _snapshots.start(subscriber);
+  }
+  for (int rounds = 2; rounds > 0; --rounds) {
+    _rowsOut.pushed.clear();
+    _snapshots.advance();
+    for (std::size_t told = 1; _snapshots.areAdvancing(); ++told) {
+      EXPECT_LE(_rowsOut.pushed.size(), told * batch);
+      _snapshots.advanceOne();
+    }
+    EXPECT_EQ(_rowsOut.pushed.size(), subscribers * (rounds == 2 ? batch : 1));
+  }
+  EXPECT_FALSE(_snapshots.areUnderWay());
 }
 
 TEST_F(StatusSnapshotsTest, EndForOneWhoIsGone) {

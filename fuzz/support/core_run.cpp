@@ -142,6 +142,7 @@ void CoreRun::checkReport() const {
 void CoreRun::passTime() {
   _witness.outcome = {};
   _life->core.timeIsUp();
+  _life->core.finishPublishing();
   require(_witness.outcome.answers.empty(), "time answers nobody");
   for (const std::string& pushed : _witness.outcome.pushed)
     require(isStatusEvent(pushed), "events of what is on line");
