@@ -8,6 +8,7 @@
 
 #include "dch/service/event_log.h"
 #include "dch/service/log_output.h"
+#include "dch/testkit/log_pipe.h"
 
 namespace dch {
 namespace {
@@ -18,10 +19,8 @@ std::string numbersOf(int descriptor) {
   return std::to_string(status.st_dev) + ':' + std::to_string(status.st_ino);
 }
 
-// Standard error is a file from now on, which JOURNAL_STREAM names.
-void takeStandardErrorForTheJournal() {
-  ::testing::internal::CaptureStderr();
-  setenv("JOURNAL_STREAM", numbersOf(STDERR_FILENO).c_str(), 1);
+void takeForTheJournal(int descriptor) {
+  setenv("JOURNAL_STREAM", numbersOf(descriptor).c_str(), 1);
 }
 
 TEST(JournalTest, IsWhatItsVariableNames) {
@@ -32,7 +31,7 @@ TEST(JournalTest, IsWhatItsVariableNames) {
     setenv("JOURNAL_STREAM", other, 1);
     EXPECT_FALSE(isJournal(STDERR_FILENO)) << other;
   }
-  setenv("JOURNAL_STREAM", numbersOf(STDERR_FILENO).c_str(), 1);
+  takeForTheJournal(STDERR_FILENO);
   EXPECT_TRUE(isJournal(STDERR_FILENO));
   EXPECT_FALSE(isJournal(STDIN_FILENO));
   EXPECT_FALSE(isJournal(-1));
@@ -47,19 +46,23 @@ TEST(JournalTest, HasThePriorityWithEachLine) {
 }
 
 TEST(JournalTest, HasThePriorityOfWhatIsPrinted) {
-  takeStandardErrorForTheJournal();
+  ::testing::internal::CaptureStderr();
+  takeForTheJournal(STDERR_FILENO);
   printLines(Priority::error, withName("one\ntwo"));
   EXPECT_EQ(::testing::internal::GetCapturedStderr(), "<3>zordchd: one\n<3>zordchd: two\n");
 }
 
 TEST(JournalTest, HasThePriorityOfEventsAndReports) {
-  takeStandardErrorForTheJournal();
-  LogOutput output(STDERR_FILENO);
-  const EventLog log(true, output);
-  log.write("event");
-  log.warn("warning");
-  output.write(Priority::notice, "report\n  of lines\n");
-  const std::string text = ::testing::internal::GetCapturedStderr();
+  testkit::LogPipe pipe;
+  takeForTheJournal(pipe.descriptor());
+  {
+    LogOutput output(pipe.descriptor());
+    const EventLog log(true, output);
+    log.write("event");
+    log.warn("warning");
+    output.write(Priority::notice, "report\n  of lines\n");
+  }
+  const std::string text = pipe.content();
   EXPECT_TRUE(text.starts_with("<6>20")) << text;
   EXPECT_NE(text.find(" zordchd: event\n<4>20"), std::string::npos) << text;
   EXPECT_TRUE(text.ends_with(" zordchd: warning\n<5>report\n<5>  of lines\n")) << text;
@@ -69,8 +72,10 @@ TEST(JournalTest, AloneHasPriorities) {
   ::testing::internal::CaptureStderr();
   setenv("JOURNAL_STREAM", "8:1", 1);
   printLines(Priority::error, "zordchd: one\n");
-  LogOutput(STDERR_FILENO).write(Priority::notice, "report\n");
-  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "zordchd: one\nreport\n");
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "zordchd: one\n");
+  testkit::LogPipe pipe;
+  LogOutput(pipe.descriptor()).write(Priority::notice, "report\n");
+  EXPECT_EQ(pipe.content(), "report\n");
 }
 
 }  // namespace

@@ -8,8 +8,6 @@
 #include "dch/testkit/notify_socket.h"
 #include "dch/testkit/server_process.h"
 #include "tests/support/temporary_files.h"
-#include "tests/support/text_count.h"
-#include "tests/support/wait_until.h"
 
 namespace dch::testkit {
 namespace {
@@ -87,33 +85,31 @@ TEST_F(ZordchdSystemdTest, KeepsItsServiceManagerFromActions) {
     EXPECT_THAT(server.standardOutput(), Not(HasSubstr(name)));
 }
 
-// Its standard error is a file, which JOURNAL_STREAM names.
-Process::Arguments withJournal(const std::string& journal, const Process::Arguments& arguments) {
-  Process::Arguments all{
-      "-c", "exec 2>" + journal + "; JOURNAL_STREAM=$(stat -c %d:%i " + journal + ") exec \"$@\"",
-      "bash", serverPath()};
+// JOURNAL_STREAM names its standard error.
+Process::Arguments withJournal(const Process::Arguments& arguments) {
+  Process::Arguments all{"-c", "JOURNAL_STREAM=$(stat -Lc %d:%i /dev/stderr) exec \"$@\"", "bash",
+                         serverPath()};
   all.insert(all.end(), arguments.begin(), arguments.end());
   return all;
 }
 
 TEST_F(ZordchdSystemdTest, TellsTheJournalThePriorityOfEachLine) {
-  const TemporaryFile journal("");
-  Process server("/bin/bash", withJournal(journal.path(), {"--port", "0", "--verbose"}));
+  Process server("/bin/bash", withJournal({"--port", "0", "--verbose"}));
   server.waitForOutput(" state in ");
   server.signal(SIGUSR1);
-  EXPECT_TRUE(waitUntil([&] { return countOf("log_lines_dropped 0\n", journal.content()) == 1; }));
+  server.waitForError("log_lines_dropped 0\n");
   server.signal(SIGTERM);
-  EXPECT_EQ(server.finish().exitStatus, 0);
-  EXPECT_THAT(journal.content(), MatchesRegex("(<5>[^\n]*\n)+<6>[^\n]*stopping on signal 15\n"));
+  const ProcessResult result = server.finish();
+  EXPECT_EQ(result.exitStatus, 0);
+  EXPECT_THAT(result.standardError, MatchesRegex("(<5>[^\n]*\n)+<6>[^\n]*stopping on signal 15\n"));
 }
 
 TEST_F(ZordchdSystemdTest, TellsTheJournalThatAnErrorIsOne) {
-  const TemporaryFile journal("");
   for (const Process::Arguments& arguments :
        {Process::Arguments{"--what"}, {"--actions", "/nowhere/actions.conf"}}) {
-    Process server("/bin/bash", withJournal(journal.path(), arguments));
-    EXPECT_NE(server.finish().exitStatus, 0);
-    EXPECT_THAT(journal.content(), MatchesRegex("<3>zordchd: [^\n]*\n(<3>[^\n]*\n)?"));
+    const ProcessResult result = Process("/bin/bash", withJournal(arguments)).finish();
+    EXPECT_NE(result.exitStatus, 0);
+    EXPECT_THAT(result.standardError, MatchesRegex("<3>zordchd: [^\n]*\n(<3>[^\n]*\n)?"));
   }
 }
 

@@ -1,51 +1,49 @@
-// log_output.h: writes the log without ever waiting for who reads it.
+// log_output.h: writes the log, and lets nobody wait for it.
 #ifndef DCH_SERVICE_LOG_OUTPUT_H
 #define DCH_SERVICE_LOG_OUTPUT_H
 
+#include <cstddef>
 #include <cstdint>
-#include <mutex>
-#include <string>
+#include <memory>
 #include <string_view>
 
 #include "dch/core/log.h"
-#include "dch/net/descriptor.h"
 
 namespace dch {
 
-// What cannot be written at once is kept for a while, up to a limit; what is beyond it is dropped
-// and counted. Any thread.
+// A thread of its own writes what waits here, in its order: the disk of a log, and who reads it,
+// may take their time. When too much waits, what comes is dropped and counted. Any thread.
 class LogOutput {
  public:
-  static constexpr std::size_t mostKept = 1 << 20;  // bytes
+  // What comes while so much waits is dropped.
+  static constexpr std::size_t mostWaiting = 1 << 20;  // bytes
 
-  // Writes where `descriptor`, which stays open, leads.
+  // Writes where `descriptor`, which stays open, leads. Throws std::system_error when there is no
+  // thread to be had, or std::bad_alloc.
   explicit LogOutput(int descriptor);
 
-  // One line, or several, with their ends. The journal of systemd has the priority with each.
-  void write(Priority priority, std::string_view lines) noexcept;
+  // Waits until all is written, but not for longer than about a second: from then on nothing is
+  // written but what the thread is at, which goes on while it has to.
+  ~LogOutput();
 
-  // Writes what is kept, as far as it can be written now. To be called every now and then.
-  void flush() noexcept;
+  LogOutput(const LogOutput&) = delete;
+  LogOutput& operator=(const LogOutput&) = delete;
+
+  // One line, or several, with their ends: all of them are written, or none when there is no room.
+  // The journal of systemd has the priority with each.
+  void write(Priority priority, std::string_view lines) noexcept;
 
   // For a line that is not written at all.
   void countDropped() noexcept;
 
-  // How many calls of write() were for nothing, and lines not written.
+  // How many calls of write() were for nothing so far, and lines not written.
   std::uint64_t dropped() const;
 
  private:
-  void writeAsIs(std::string_view text) noexcept;
-  std::size_t tryWrite(std::string_view text);
-  void writeKept();
+  class Queue;
 
   const bool _isJournal;
-  const bool _isSocket;
-  const Descriptor _own;  // leads to the same, and does not wait
-  const int _descriptor;
-
-  mutable std::mutex _mutex;  // guards what follows
-  std::string _kept;
-  std::uint64_t _dropped = 0;
+  const std::shared_ptr<Queue> _queue;  // also the thread's, which may outlive this
 };
 
 }  // namespace dch

@@ -152,7 +152,6 @@ void Server::report() {
 void Server::tick() {
   _store.collect();
   _channel.tick();
-  _output.flush();
   countDroppedLines();
   _manager.flush();
   if (++_ticks % ticksBetweenStatus == 0) showStatus();

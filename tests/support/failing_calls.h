@@ -116,12 +116,14 @@ struct StandIns {
   std::function<ssize_t(int, const void*, std::size_t, int, const sockaddr*, socklen_t)> sendTo;
   std::function<ssize_t(int, void*, std::size_t, int, sockaddr*, socklen_t*)> receiveFrom;
   std::function<int(pthread_cond_t*, pthread_mutex_t*, const timespec*)> timedWait;
+  std::function<ssize_t(int, const void*, std::size_t)> write;
 };
 extern StandIns standIns;
 
 // What they stand in for.
 extern "C" {
 int __real_select(int count, fd_set* readable, fd_set* writable, fd_set* failed, timeval* limit);
+ssize_t __real_write(int descriptor, const void* bytes, std::size_t count);
 ssize_t __real_sendto(int descriptor, const void* bytes, std::size_t count, int flags,
                       const sockaddr* address, socklen_t length);
 ssize_t __real_recvfrom(int descriptor, void* bytes, std::size_t count, int flags,

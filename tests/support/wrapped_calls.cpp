@@ -280,6 +280,11 @@ WRAPPER(int, posix_spawn, pid_t* process, const char* path,
   return __real_posix_spawn(process, path, actions, attributes, arguments, environment);
 }
 
+WRAPPER(ssize_t, write, int descriptor, const void* bytes, std::size_t count) {
+  return standIns.write ? standIns.write(descriptor, bytes, count)
+                        : __real_write(descriptor, bytes, count);
+}
+
 WRAPPER(int, rename, const char* from, const char* to) {
   return failureOf(SystemCall::rename) ? -1 : __real_rename(from, to);
 }
