@@ -76,7 +76,7 @@ void LogOutput::Queue::start(const std::shared_ptr<Queue>& queue) {
   const int error = ZOR0_CreateThread(entry, threads.get(), 1, nullptr);
   if (error != 0)
     throw std::system_error(error, std::generic_category(), "cannot start the thread of the log");
-  threads.release();
+  static_cast<void>(threads.release());  // the thread has it
 }
 
 // As long as there is any room, a text is taken: else a report that is long would be lost for a
