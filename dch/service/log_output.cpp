@@ -8,8 +8,8 @@
 #include <chrono>
 #include <condition_variable>
 #include <deque>
+#include <exception>
 #include <mutex>
-#include <new>
 #include <string>
 #include <system_error>
 #include <utility>
@@ -28,15 +28,12 @@ constexpr int piecesOfLastWait = 20;
 }  // namespace
 
 // What waits, between those who write to the log and the thread.
-class LogOutput::Queue {
+class LogOutput::Queue : public std::enable_shared_from_this<LogOutput::Queue> {
  public:
   explicit Queue(int descriptor) : _descriptor(descriptor) {}
 
-  // The thread, which owns the queue as well: it may have to be left behind. Throws
-  // std::system_error, or std::bad_alloc.
-  static void start(const std::shared_ptr<Queue>& queue);
-
-  // Throws std::bad_alloc.
+  // The first starts the thread. Throws std::system_error when there is none to be had, or
+  // std::bad_alloc.
   void add(std::string&& text);
   void countDropped() noexcept;
   std::uint64_t dropped() const;
@@ -47,6 +44,7 @@ class LogOutput::Queue {
  private:
   using Lock = std::unique_lock<std::mutex>;
 
+  void start();
   void run() noexcept;
   void writeNext(Lock* lock);
   bool tryWrite(std::string_view text) const;
@@ -61,13 +59,15 @@ class LogOutput::Queue {
   std::deque<std::string> _texts;
   std::size_t _bytes = 0;  // of these, and of the one that is being written
   std::uint64_t _dropped = 0;
+  bool _isStarted = false;
   bool _isFinishing = false;
   bool _isOver = false;
 };
 
-void LogOutput::Queue::start(const std::shared_ptr<Queue>& queue) {
+// The thread owns the queue as well: it may have to be left behind.
+void LogOutput::Queue::start() {
   using Owner = std::shared_ptr<Queue>;
-  auto threads = std::make_unique<Owner>(queue);
+  auto threads = std::make_unique<Owner>(shared_from_this());
   const auto entry = [](void* argument) -> void* {
     const std::unique_ptr<Owner> own(static_cast<Owner*>(argument));
     (*own)->run();
@@ -77,6 +77,7 @@ void LogOutput::Queue::start(const std::shared_ptr<Queue>& queue) {
   if (error != 0)
     throw std::system_error(error, std::generic_category(), "cannot start the thread of the log");
   static_cast<void>(threads.release());  // the thread has it
+  _isStarted = true;
 }
 
 // As long as there is any room, a text is taken: else a report that is long would be lost for a
@@ -88,6 +89,8 @@ void LogOutput::Queue::add(std::string&& text) {
       ++_dropped;
       return;
     }
+    // Not before: what each request does takes longer in a process with several threads.
+    if (!_isStarted) start();
     const std::size_t size = text.size();
     _texts.push_back(std::move(text));
     _bytes += size;
@@ -107,6 +110,7 @@ std::uint64_t LogOutput::Queue::dropped() const {
 
 void LogOutput::Queue::finish() {
   Lock lock(_mutex);
+  if (!_isStarted) return;
   _isFinishing = true;
   _hasChanged.notify_one();
   for (int i = 0; i < piecesOfLastWait && !_isOver; ++i)
@@ -160,9 +164,7 @@ bool LogOutput::Queue::canTryAgain() const {
 }
 
 LogOutput::LogOutput(int descriptor)
-    : _isJournal(isJournal(descriptor)), _queue(std::make_shared<Queue>(descriptor)) {
-  Queue::start(_queue);
-}
+    : _isJournal(isJournal(descriptor)), _queue(std::make_shared<Queue>(descriptor)) {}
 
 LogOutput::~LogOutput() {
   _queue->finish();
@@ -171,7 +173,7 @@ LogOutput::~LogOutput() {
 void LogOutput::write(Priority priority, std::string_view lines) noexcept {
   try {
     _queue->add(_isJournal ? withPriority(priority, lines) : std::string(lines));
-  } catch (const std::bad_alloc&) {
+  } catch (const std::exception&) {
     countDropped();
   }
 }

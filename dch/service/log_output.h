@@ -18,8 +18,7 @@ class LogOutput {
   // What comes while so much waits is dropped.
   static constexpr std::size_t mostWaiting = 1 << 20;  // bytes
 
-  // Writes where `descriptor`, which stays open, leads. Throws std::system_error when there is no
-  // thread to be had, or std::bad_alloc.
+  // Writes where `descriptor`, which stays open, leads. Throws std::bad_alloc.
   explicit LogOutput(int descriptor);
 
   // Waits until all is written, but not for longer than about a second: from then on nothing is
@@ -29,7 +28,8 @@ class LogOutput {
   LogOutput(const LogOutput&) = delete;
   LogOutput& operator=(const LogOutput&) = delete;
 
-  // One line, or several, with their ends: all of them are written, or none when there is no room.
+  // One line, or several, with their ends: all of them are written, or none when there is no room,
+  // or no thread to be had; the next call tries to start it again.
   // The journal of systemd has the priority with each.
   void write(Priority priority, std::string_view lines) noexcept;
 
