@@ -55,6 +55,8 @@ void FileWriter::write(std::vector<Item>* group) noexcept {
   else
     for (Item& item : *group) item.isKept = false;
 
+  for (const Item& item : *group)
+    if (item.isKept) _retention.noteKept(*item.change);
   const auto kept = static_cast<std::uint64_t>(
       std::count_if(group->begin(), group->end(), [](const Item& item) { return item.isKept; }));
   const auto time = std::chrono::steady_clock::now() - start;

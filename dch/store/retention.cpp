@@ -3,6 +3,7 @@
 #include <limits>
 #include <optional>
 #include <string>
+#include <variant>
 
 namespace dch {
 
@@ -10,6 +11,24 @@ namespace {
 
 constexpr std::int64_t megabyte = 1'048'576;
 constexpr Time day = Time{24} * 60 * 60 * 1'000'000;
+
+// What a deferral or an action takes besides its texts, with its places in the indexes.
+constexpr std::int64_t recordBytes = 80;
+
+// What one takes of the file. Those that are longer than half a page have one each.
+std::int64_t bytesOfRecord(std::int64_t textBytes, std::int64_t pageBytes) {
+  const std::int64_t size = textBytes + recordBytes;
+  return size < pageBytes ? pageBytes / (pageBytes / size) : (size / pageBytes + 1) * pageBytes;
+}
+
+std::int64_t bytesOfRecords(sqlite::Connection& connection, std::int64_t pageBytes) {
+  sqlite::Statement texts(connection, R"(
+SELECT length(CAST("key" || "table" || source AS BLOB)) FROM kept_deferrals UNION ALL
+SELECT length(CAST(name || owner AS BLOB)) FROM kept_actions)");
+  std::int64_t bytes = 0;
+  while (texts.step()) bytes += bytesOfRecord(texts.number(0), pageBytes);
+  return bytes;
+}
 
 std::optional<RowTable::First> findOldest(const ChangeWriter& writer) {
   std::optional<RowTable::First> oldest;
@@ -31,11 +50,12 @@ Retention::Retention(sqlite::Connection& connection)
     : _connection(connection),
       _pageCount(connection, "PRAGMA page_count"),
       _freePages(connection, "PRAGMA freelist_count"),
-      _pageBytes(sqlite::queryNumber(connection, "PRAGMA page_size")) {}
+      _pageBytes(sqlite::queryNumber(connection, "PRAGMA page_size")),
+      _recordBytes(bytesOfRecords(connection, _pageBytes)) {}
 
 bool Retention::step(ChangeWriter* writer, const RetentionLimits& limits, Time now) {
   const std::int64_t freePages = numberOf(&_freePages);
-  const std::int64_t usedBytes = (numberOf(&_pageCount) - freePages) * _pageBytes;
+  const std::int64_t usedBytes = (numberOf(&_pageCount) - freePages) * _pageBytes - _recordBytes;
   const std::optional<RowTable::First> oldest = findOldest(*writer);
   const Time keptSince = now - limits.days * day;
   const bool isTooLarge = usedBytes > limits.megabytes * megabyte;
@@ -44,6 +64,19 @@ bool Retention::step(ChangeWriter* writer, const RetentionLimits& limits, Time n
   remove(writer, oldest->number + stepRows - 1,
          isTooLarge ? std::numeric_limits<Time>::max() : keptSince);
   return true;
+}
+
+void Retention::noteKept(const Change& change) noexcept {
+  std::size_t textBytes = 0;
+  if (const auto* const deferred = std::get_if<Deferred>(&change)) {
+    const Deferral& deferral = deferred->deferral.front();
+    textBytes = deferral.applKey.size() + deferral.tableName.size() + deferral.sourceName.size();
+  } else if (const auto* const started = std::get_if<ActionStarted>(&change)) {
+    textBytes = started->name.size() + started->owner.size();
+  } else {
+    return;
+  }
+  _recordBytes += bytesOfRecord(static_cast<std::int64_t>(textBytes), _pageBytes);
 }
 
 void Retention::remove(ChangeWriter* writer, std::int64_t last, Time before) {

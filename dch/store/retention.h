@@ -32,6 +32,10 @@ class Retention {
   // this throws, `writer` is to be made anew.
   bool step(ChangeWriter* writer, const RetentionLimits& limits, Time now);
 
+  // A change is in the file now. What deferrals and actions take is not taken from the rows: who
+  // sends very many of them pushes none out.
+  void noteKept(const Change& change) noexcept;
+
   // How many rows it has removed.
   std::int64_t removed() const { return _removed; }
 
@@ -44,6 +48,7 @@ class Retention {
   sqlite::Statement _pageCount;
   sqlite::Statement _freePages;
   const std::int64_t _pageBytes;
+  std::int64_t _recordBytes;  // of deferrals and actions, which stay for good
   std::int64_t _removed = 0;
 };
 

@@ -64,6 +64,32 @@ TEST_F(RetentionTest, RemovesTheOldestWhateverTheirGroupWhenTheFileIsTooLarge) {
   EXPECT_EQ(read("SELECT count(*) FROM \"HOSTMON.disk\""), "1000\n");
 }
 
+TEST_F(RetentionTest, DeferralsAndActionsPushOutNoRows) {
+  keepRows(2, 1, 1 * day);
+  keepRows(1, 500, 40 * day);
+  keepRows(1, 500, 41 * day);
+  const std::string text(2'100, 'T');  // two are more than a page
+  for (ZORA_Long id = 1; id <= 2'000; ++id) {
+    append(testkit::deferred(id, text));
+    append(ActionStarted{id, "succeed", text, 40 * day});
+    append(ActionEnded{id, 40 * day, 3});
+  }
+  _store->finish();
+  _now = 32 * day;
+  // The row of 1 day goes in the first look: then it has been looked at the size, too.
+  _store->setRetention({.days = 30, .megabytes = 4});
+  EXPECT_TRUE(waitForRows("disk", "0\n"));
+  EXPECT_EQ(read("SELECT count(*) FROM \"HOSTMON.load\""), "1000\n");
+  stop();
+  start();
+  _now = 71 * day;
+  _store->setRetention({.days = 30, .megabytes = 5});
+  EXPECT_TRUE(waitForRows("load", "500\n"));
+  EXPECT_TRUE(waitUntil([&] { return removed() == 500; })) << "after a restart too";
+  EXPECT_EQ(read("SELECT count(*) FROM deferrals"), "2000\n");
+  EXPECT_EQ(read("SELECT count(*) FROM actions"), "2000\n");
+}
+
 TEST_F(RetentionTest, NeverTakesWhatIsKnown) {
   keepRows(1, 3, 1 * day);
   keep(testkit::deferred(1));
