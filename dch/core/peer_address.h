@@ -28,6 +28,9 @@ struct PeerAddress {
   using Text = std::array<char, INET_ADDRSTRLEN + sizeof ":65535">;
   Text text() const;
 
+  // Whether it is in 127.0.0.0/8, which is always this machine.
+  bool isLoopback() const { return ntohl(address) >> IN_CLASSA_NSHIFT == IN_LOOPBACKNET; }
+
   bool operator==(const PeerAddress&) const = default;
 
   std::uint32_t address = 0;  // network order

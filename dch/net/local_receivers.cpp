@@ -39,8 +39,7 @@ bool LocalReceivers::isGone(const PeerAddress& receiver) {
 }
 
 bool LocalReceivers::isOfThisMachine(const PeerAddress& receiver) const {
-  return ntohl(receiver.address) >> IN_CLASSA_NSHIFT == IN_LOOPBACKNET ||
-         receiver.address == _sender.address;
+  return receiver.isLoopback() || receiver.address == _sender.address;
 }
 
 LocalReceivers::Found LocalReceivers::find(const PeerAddress& receiver) {

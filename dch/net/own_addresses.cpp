@@ -11,7 +11,7 @@ namespace {
 
 // Whether it is an address of this machine: to such a one the system sends from itself.
 bool isOfThisMachine(const PeerAddress& peer) {
-  if (ntohl(peer.address) >> IN_CLASSA_NSHIFT == IN_LOOPBACKNET) return true;
+  if (peer.isLoopback()) return true;
   const Descriptor probe(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   const sockaddr_in address = peer.socketAddress();
   return probe.isOpen() &&

@@ -7,14 +7,6 @@
 
 namespace dch {
 
-namespace {
-
-bool isLoopback(const PeerAddress& peer) {
-  return ntohl(peer.address) >> IN_CLASSA_NSHIFT == IN_LOOPBACKNET;
-}
-
-}  // namespace
-
 PacedAnswers::PacedAnswers(EventLoop& loop, Send send, Counters& counters, const Log& log,
                            std::chrono::milliseconds pause, std::size_t capacity)
     : _send(std::move(send)),
@@ -58,7 +50,7 @@ PacedAnswers::Transfers::iterator PacedAnswers::find(const PeerAddress& receiver
 
 bool PacedAnswers::hasRoomFor(const PeerAddress& receiver) const {
   if (_transfers.size() >= _capacity) return false;
-  if (isLoopback(receiver)) return true;
+  if (receiver.isLoopback()) return true;
   const auto count = std::count_if(_transfers.begin(), _transfers.end(), [&](const Transfer& each) {
     return each.receiver.peer.address == receiver.address;
   });

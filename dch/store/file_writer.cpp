@@ -1,6 +1,5 @@
 #include "dch/store/file_writer.h"
 
-#include <algorithm>
 #include <bit>
 #include <chrono>
 #include <exception>
@@ -55,10 +54,12 @@ void FileWriter::write(std::vector<Item>* group) noexcept {
   else
     for (Item& item : *group) item.isKept = false;
 
-  for (const Item& item : *group)
-    if (item.isKept) _retention.noteKept(*item.change);
-  const auto kept = static_cast<std::uint64_t>(
-      std::count_if(group->begin(), group->end(), [](const Item& item) { return item.isKept; }));
+  std::uint64_t kept = 0;
+  for (const Item& item : *group) {
+    if (!item.isKept) continue;
+    _retention.noteKept(*item.change);
+    ++kept;
+  }
   const auto time = std::chrono::steady_clock::now() - start;
   _changesSinceLook += group->size();
   const std::lock_guard lock(_mutex);
