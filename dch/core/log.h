@@ -2,7 +2,9 @@
 #ifndef DCH_CORE_LOG_H
 #define DCH_CORE_LOG_H
 
+#include <bit>
 #include <cstdarg>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -32,6 +34,12 @@ class Log {
 // cannot forge a line or drive a terminal. Without memory it is "?": a line about something that
 // has been done must not make it look undone.
 std::string printable(std::string_view text) noexcept;
+
+// Whether something that has happened so often is told this time: when the number doubles, so that
+// nobody can fill the log with it.
+constexpr bool isToldAt(std::uint64_t count) {
+  return std::has_single_bit(count);
+}
 
 }  // namespace dch
 

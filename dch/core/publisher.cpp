@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cinttypes>
 #include <new>
 
@@ -138,8 +137,7 @@ void Publisher::push(std::string_view message, const PeerAddress& address, Subsc
 void Publisher::countLost(const PeerAddress& address, Subscriber* subscriber) {
   _counters.add(Counter::pushesLost);
   ++subscriber->lostRows;
-  // Told when the number doubles, so that a bad subscriber does not fill the log.
-  if (std::has_single_bit(subscriber->lostRows))
+  if (isToldAt(subscriber->lostRows))
     _log.write("subscriber %s has lost %" PRIu64 " row(s)", address.text().data(),
                subscriber->lostRows);
 }

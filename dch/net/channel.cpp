@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 
-#include <bit>
 #include <cinttypes>
 #include <new>
 #include <utility>
@@ -137,8 +136,7 @@ bool Channel::isOwn(const PeerAddress& peer) {
 void Channel::countNotAllowed(const PeerAddress& peer) {
   _counters.add(Counter::notAllowed);
   const std::uint64_t count = _counters[Counter::notAllowed];
-  // Told when the number doubles, so that a stranger does not fill the log.
-  if (std::has_single_bit(count))
+  if (isToldAt(count))
     _log.write("%s is not allowed; %" PRIu64 " such so far", peer.text().data(), count);
 }
 

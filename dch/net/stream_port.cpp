@@ -3,7 +3,6 @@
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 
-#include <bit>
 #include <cerrno>
 #include <cinttypes>
 #include <cstring>
@@ -100,11 +99,10 @@ void StreamPort::add(Descriptor socket, const PeerAddress& peer) {
   }
 }
 
-// Told when the number doubles, so that it does not fill the log.
 void StreamPort::refuse(const PeerAddress& peer) {
   _counters.add(Counter::connectionsRefused);
   const std::uint64_t count = _counters[Counter::connectionsRefused];
-  if (std::has_single_bit(count))
+  if (isToldAt(count))
     _log.write("connection of %s refused, %" PRIu64 " so far: %zu are open", peer.text().data(),
                count, _connections.size());
 }
@@ -114,7 +112,7 @@ void StreamPort::pauseAccepting() {
   const int error = errno;
   _counters.add(Counter::acceptFailures);
   const std::uint64_t count = _counters[Counter::acceptFailures];
-  if (std::has_single_bit(count)) _log.write("connections have to wait: %s", std::strerror(error));
+  if (isToldAt(count)) _log.write("connections have to wait: %s", std::strerror(error));
   _pause.set(acceptPause);
 }
 

@@ -1,6 +1,5 @@
 #include "dch/store/file_writer.h"
 
-#include <bit>
 #include <chrono>
 #include <exception>
 #include <stdexcept>
@@ -81,9 +80,8 @@ std::int64_t FileWriter::writeAll(std::vector<Item>* group) {
   return _position = _writer->finish();
 }
 
-// Told when the number doubles, so that a client does not fill the log.
 void FileWriter::tellRefused(const Registered& change) {
-  if (!std::has_single_bit(++_refusedRegistrations)) return;
+  if (!isToldAt(++_refusedRegistrations)) return;
   const std::string reason = printable(change.registration.applName) + " was not registered, " +
                              std::to_string(_refusedRegistrations) + " refused so far";
   tell(("has no room for more than " + std::to_string(Providers::maxGroups) + " groups").c_str(),
