@@ -7,6 +7,7 @@ namespace dch {
 ChangeWriter::ChangeWriter(sqlite::Connection& connection)
     : _providers(connection),
       _newestRows(connection, _providers),
+      _clockSteps(connection, _providers),
       _position(_newestRows.position()),
       _defer(connection, "INSERT INTO kept_deferrals VALUES (?, ?, ?, ?, ?, ?, ?)"),
       _startAction(connection, R"(
@@ -48,6 +49,7 @@ bool ChangeWriter::write(const Row& change) {
   if (table == nullptr) return false;
   table->insert(_position, change);
   _newestRows.add(change.handle, _position);
+  _clockSteps.note(_position, change.time);
   return true;
 }
 

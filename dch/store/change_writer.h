@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "dch/core/change.h"
+#include "dch/store/clock_steps.h"
 #include "dch/store/newest_rows.h"
 #include "dch/store/providers.h"
 #include "dch/store/sqlite.h"
@@ -21,6 +22,7 @@ class ChangeWriter {
   const Providers& providers() const { return _providers; }
   const NewestRows& newestRows() const { return _newestRows; }
   NewestRows& newestRows() { return _newestRows; }
+  ClockSteps& clockSteps() { return _clockSteps; }
 
   // The highest position that is kept.
   std::int64_t keptPosition() const { return _newestRows.position(); }
@@ -50,6 +52,7 @@ class ChangeWriter {
 
   Providers _providers;
   NewestRows _newestRows;
+  ClockSteps _clockSteps;
   std::int64_t _position;
   bool _positionIsDue = false;  // a change has used one that no row tells
   sqlite::Statement _defer;

@@ -30,12 +30,13 @@ SELECT length(CAST(name || owner AS BLOB)) FROM kept_actions)");
   return bytes;
 }
 
-std::optional<RowTable::First> findOldest(const ChangeWriter& writer) {
-  std::optional<RowTable::First> oldest;
-  for (const auto& table : writer.providers().tables())
-    if (const auto& first = table->first(); first && (!oldest || first->number < oldest->number))
-      oldest = first;
-  return oldest;
+std::optional<RowTable::Place> findFirst(const Providers& providers, std::int64_t from) {
+  std::optional<RowTable::Place> found;
+  for (const auto& table : providers.tables())
+    if (const auto first = table->firstFrom(from);
+        first && (!found || first->number < found->number))
+      found = first;
+  return found;
 }
 
 std::int64_t numberOf(sqlite::Statement* query) {
@@ -56,14 +57,14 @@ Retention::Retention(sqlite::Connection& connection)
 bool Retention::step(ChangeWriter* writer, const RetentionLimits& limits, Time now) {
   const std::int64_t freePages = numberOf(&_freePages);
   const std::int64_t usedBytes = (numberOf(&_pageCount) - freePages) * _pageBytes - _recordBytes;
-  const std::optional<RowTable::First> oldest = findOldest(*writer);
-  const Time keptSince = now - limits.days * day;
-  const bool isTooLarge = usedBytes > limits.megabytes * megabyte;
-  if (!oldest || (!isTooLarge && oldest->time >= keptSince))
-    return removeGroups(writer) || shrink(freePages);
-  remove(writer, oldest->number + stepRows - 1,
-         isTooLarge ? std::numeric_limits<Time>::max() : keptSince);
-  return true;
+  if (usedBytes > limits.megabytes * megabyte) {
+    if (removeFrom(writer, 0, std::numeric_limits<Time>::max())) return true;
+  } else {
+    const Time keptSince = now - limits.days * day;
+    for (const std::int64_t start : writer->clockSteps().starts())
+      if (removeFrom(writer, start, keptSince)) return true;
+  }
+  return removeGroups(writer) || shrink(freePages);
 }
 
 void Retention::noteKept(const Change& change) noexcept {
@@ -79,16 +80,23 @@ void Retention::noteKept(const Change& change) noexcept {
   _recordBytes += bytesOfRecord(static_cast<std::int64_t>(textBytes), _pageBytes);
 }
 
-void Retention::remove(ChangeWriter* writer, std::int64_t last, Time before) {
+// The first rows from a number on, if the very first is older than `before`.
+bool Retention::removeFrom(ChangeWriter* writer, std::int64_t start, Time before) {
+  const Providers& providers = writer->providers();
+  const std::optional<RowTable::Place> first = findFirst(providers, start);
+  if (!first || first->time >= before) return false;
+  const std::int64_t last = first->number + stepRows - 1;
   sqlite::Transaction transaction(_connection);
   writer->newestRows().saveUpTo(last);
   std::int64_t removed = 0;
-  for (const auto& table : writer->providers().tables())
-    if (const auto& first = table->first(); first && first->number <= last)
-      removed += table->removeOldest(last, before);
+  for (const auto& table : providers.tables())
+    if (const auto& each = table->first(); each && each->number <= last)
+      removed += table->remove(first->number, last, before);
+  if (const auto left = findFirst(providers, 0)) writer->clockSteps().forgetBefore(left->number);
   transaction.commit();
   writer->committed();
   _removed += removed;
+  return true;
 }
 
 bool Retention::removeGroups(ChangeWriter* writer) {

@@ -40,7 +40,7 @@ class Retention {
   std::int64_t removed() const { return _removed; }
 
  private:
-  void remove(ChangeWriter* writer, std::int64_t last, Time before);
+  bool removeFrom(ChangeWriter* writer, std::int64_t start, Time before);
   bool removeGroups(ChangeWriter* writer);
   bool shrink(std::int64_t freePages);
 

@@ -43,6 +43,36 @@ TEST_F(RetentionTest, RemovesWhatIsTooOld) {
   EXPECT_TRUE(waitUntil([&] { return removed() == 5'010; }));
 }
 
+TEST_F(RetentionTest, RowsOfAClockThatWasAheadKeepNoOthers) {
+  for (const Time time : {4'000 * day, 1 * day, 2 * day}) keepRows(1, 5, time);
+  for (const Time time : {3'000 * day, 1 * day, 40 * day}) keepRows(2, 5, time);
+  knownAfterRestart();
+  keepRows(1, 5, 2 * day);
+  keepRows(2, 5, 2 * day);
+  _now = 32 * day + 1;
+  _store->setRetention({.days = 30, .megabytes = 999});
+  EXPECT_TRUE(waitForRows("load", "5\n"));
+  EXPECT_TRUE(waitForRows("disk", "10\n"));
+  EXPECT_EQ(read("SELECT DISTINCT time_us FROM \"HOSTMON.load\""),
+            std::to_string(4'000 * day) + "\n");
+  _now = 4'031 * day;
+  _store->setRetention({.days = 29, .megabytes = 999});
+  EXPECT_TRUE(waitForRows("load", "0\n"));
+  EXPECT_TRUE(waitForRows("disk", "0\n"));
+}
+
+TEST_F(RetentionTest, StepsOfTheClockAreForgottenWithTheirRows) {
+  for (const Time time : {5 * day, 4 * day, 3 * day, 3 * day - ClockSteps::shortest, 20 * day})
+    keepRows(1, 1, time);
+  EXPECT_EQ(read("SELECT count(*) FROM clock_steps"), "2\n") << "a short one is none";
+  _now = 21 * day;
+  _store->setRetention({.days = 10, .megabytes = 999});
+  EXPECT_TRUE(waitForRows("load", "1\n"));
+  EXPECT_EQ(read("SELECT count(*) FROM clock_steps"), "0\n");
+  keepRows(1, 1, 20 * day);
+  EXPECT_EQ(read("SELECT count(*) FROM clock_steps"), "0\n");
+}
+
 TEST_F(RetentionTest, LessOfItIsInForceSoon) {
   _now = 10 * day;
   keepRows(1, 4, 1 * day);

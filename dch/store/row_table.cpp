@@ -116,26 +116,42 @@ void RowTable::saveNewest(std::int64_t number) {
       .run();
 }
 
-std::int64_t RowTable::removeOldest(std::int64_t last, Time before) {
-  prepared(&_removeOldest, "DELETE FROM " + _name + " WHERE number <= ? AND time_us < ?")
-      .bind(1, last)
-      .bind(2, before)
+std::int64_t RowTable::remove(std::int64_t first, std::int64_t last, Time before) {
+  prepared(&_remove, "DELETE FROM " + _name + " WHERE number BETWEEN ? AND ? AND time_us < ?")
+      .bind(1, first)
+      .bind(2, last)
+      .bind(3, before)
       .run();
   _firstIsKnown = false;
   return _connection.changes();
 }
 
-const std::optional<RowTable::First>& RowTable::first() {
-  if (_firstIsKnown) return _first;
-  sqlite::Statement& query =
-      prepared(&_findFirst, "SELECT number, time_us FROM " + _name + " ORDER BY number LIMIT 1");
-  _first.reset();
-  if (query.step()) {
-    _first = {query.number(0), query.number(1)};
-    query.reset();
-  }
+const std::optional<RowTable::Place>& RowTable::first() {
+  if (!_firstIsKnown) _first = findFirst(0);
   _firstIsKnown = true;
   return _first;
+}
+
+std::optional<RowTable::Place> RowTable::firstFrom(std::int64_t number) {
+  return !first() || first()->number >= number ? first() : findFirst(number);
+}
+
+std::optional<RowTable::Place> RowTable::findFirst(std::int64_t number) {
+  return place(prepared(&_findFirst, "SELECT number, time_us FROM " + _name +
+                                         " WHERE number >= ? ORDER BY number LIMIT 1")
+                   .bind(1, number));
+}
+
+std::optional<RowTable::Place> RowTable::last() {
+  return place(prepared(&_findLast,
+                        "SELECT number, time_us FROM " + _name + " ORDER BY number DESC LIMIT 1"));
+}
+
+std::optional<RowTable::Place> RowTable::place(sqlite::Statement& query) {
+  if (!query.step()) return std::nullopt;
+  const Place found{query.number(0), query.number(1)};
+  query.reset();
+  return found;
 }
 
 sqlite::Statement& RowTable::prepared(sqlite::Statement* statement, const std::string& sql) {

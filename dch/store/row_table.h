@@ -49,18 +49,23 @@ class RowTable {
   // Makes the row the newest one of its source.
   void saveNewest(std::int64_t number);
 
-  // Removes rows up to `last` that are older than `before`. Returns how many.
-  std::int64_t removeOldest(std::int64_t last, Time before);
+  // Removes rows from `first` up to `last` that are older than `before`. Returns how many.
+  std::int64_t remove(std::int64_t first, std::int64_t last, Time before);
 
-  // The first row's number and time.
-  struct First {
+  // Which place a row has among all.
+  struct Place {
     std::int64_t number;
     Time time;
   };
-  const std::optional<First>& first();
+  // The first row, without a search; the first one from that number on; the last one.
+  const std::optional<Place>& first();
+  std::optional<Place> firstFrom(std::int64_t number);
+  std::optional<Place> last();
 
  private:
   void prepareInsert();
+  std::optional<Place> findFirst(std::int64_t number);
+  static std::optional<Place> place(sqlite::Statement& query);
   sqlite::Statement& prepared(sqlite::Statement* statement, const std::string& sql);
 
   sqlite::Connection& _connection;
@@ -74,9 +79,10 @@ class RowTable {
   sqlite::Statement _insert;
   sqlite::Statement _row;
   sqlite::Statement _saveNewest;
-  sqlite::Statement _removeOldest;
+  sqlite::Statement _remove;
   sqlite::Statement _findFirst;
-  std::optional<First> _first;
+  sqlite::Statement _findLast;
+  std::optional<Place> _first;
   bool _firstIsKnown = false;
 };
 

@@ -101,8 +101,12 @@ void makeFirstSchema(sqlite::Connection& connection) {
   connection.execute("PRAGMA application_id = " + std::to_string(stateFileId));
 }
 
+void addClockSteps(sqlite::Connection& connection) {
+  connection.execute("CREATE TABLE clock_steps (number INTEGER PRIMARY KEY)");
+}
+
 // The step from each version to the next.
-constexpr std::array steps = {makeFirstSchema};
+constexpr std::array steps = {makeFirstSchema, addClockSteps};
 static_assert(steps.size() == newestSchema);
 
 }  // namespace
