@@ -12,7 +12,6 @@ namespace dch {
 namespace {
 
 constexpr char noMemory[] = "no memory";
-constexpr std::size_t longestStatusBytes = 32;
 
 bool lengthWordIsRight(const Message& message) {
   return message.isWhole && message.bytes.size() >= ZOR0_LENGTH_WORD_SIZE &&
@@ -54,6 +53,7 @@ Core::Core(const Ports& ports, const ActionRules& actionRules, Counters& counter
     : _ports(ports),
       _counters(counters),
       _log(log),
+      _responder(ports.answers, _requestCounts, counters, log),
       _publisher(_subscriptions, ports.rowsOut, counters, log),
       _held(_registry, _publisher),
       _snapshots(_registry, _publisher),
@@ -134,26 +134,23 @@ Reply Core::check(const RequestType& type, Request request) noexcept {
 
 void Core::carryOut(const Asked& asked, Reply&& reply) {
   std::visit(
-      Overloaded{[&](NoAnswer) { _requestCounts.add(asked.type, DCH_STATUS_OK); },
-                 [&](const Refusal& refusal) { refuse(asked, refusal.status, refusal.reason); },
-                 [&](const Result& result) { sendResult(asked, result); },
-                 [&](const ActionResult& each) { sendActionResult(asked.origin, each.result); },
-                 [&](const Text& text) { sendText(asked, text.text); },
-                 [](Waits) {},  // counted when it is answered
-                 [](const Postponed&) {},
-                 [&](Change& change) { keep(std::move(change), asked.origin, &asked.type); }},
+      Overloaded{
+          [&](NoAnswer) { _requestCounts.add(asked.type, DCH_STATUS_OK); },
+          [&](const Refusal& refusal) { _responder.refuse(asked, refusal.status, refusal.reason); },
+          [&](const Result& result) { _responder.sendResult(asked, result); },
+          [&](const ActionResult& each) { _responder.sendActionResult(asked.origin, each.result); },
+          [&](const Text& text) { _responder.sendText(asked, text.text); },
+          [](Waits) {},  // counted when it is answered
+          [](const Postponed&) {},
+          [&](Change& change) { keep(std::move(change), asked.origin, &asked.type); }},
       reply);
-  if (!std::holds_alternative<Change>(reply)) finish(asked.origin);
-}
-
-void Core::finish(const Origin& asker) {
-  if (!asker.isDatagram()) _ports.answers.finished(asker);
+  if (!std::holds_alternative<Change>(reply)) _responder.finish(asked.origin);
 }
 
 void Core::receiveBroken(const Origin& origin) noexcept {
   _counters.add(Counter::brokenMessages);
   _log.write("broken message from %s", origin.peer.text().data());
-  sendResult({origin, requestTypeOf(0), 0}, {DCH_STATUS_MALFORMED});
+  _responder.sendResult({origin, requestTypeOf(0), 0}, {DCH_STATUS_MALFORMED});
 }
 
 void Core::connectionClosed(const Origin& origin) noexcept {
@@ -244,7 +241,7 @@ void Core::carryOn(Entry&& entry, bool kept) noexcept {
   _underWay.remove(entry.claim);
   if (kept) {
     std::visit([&](auto& change) { apply(std::move(change), std::move(entry)); }, entry.change);
-    if (entry.request != nullptr) finish(entry.origin);
+    if (entry.request != nullptr) _responder.finish(entry.origin);
   } else {
     abandon(entry, "the store did not keep it");
   }
@@ -270,18 +267,20 @@ void Core::finishPublishing() noexcept {
 
 void Core::abandon(const Entry& entry, std::string_view reason) {
   _counters.add(Counter::changesNotKept);
-  std::visit(Overloaded{[&](const Registered& each) { _registry.abandon(each); },
-                        [&](const ActionStarted& each) {
-                          tellResult(_actions.abandon(each.id), DCH_STATUS_NOT_STORED);
-                        },
-                        [&](const ActionEnded& each) {
-                          tellResult(_actions.abandon(each.id), DCH_STATUS_NOT_STORED);
-                        },
-                        [](const auto&) {}},
-             entry.change);
+  std::visit(
+      Overloaded{[&](const Registered& each) { _registry.abandon(each); },
+                 [&](const ActionStarted& each) {
+                   _responder.sendActionResult(_actions.abandon(each.id), DCH_STATUS_NOT_STORED);
+                 },
+                 [&](const ActionEnded& each) {
+                   _responder.sendActionResult(_actions.abandon(each.id), DCH_STATUS_NOT_STORED);
+                 },
+                 [](const auto&) {}},
+      entry.change);
   if (entry.request == nullptr) return;
-  refuse({entry.origin, *entry.request, entry.request->code}, DCH_STATUS_NOT_STORED, reason);
-  finish(entry.origin);
+  _responder.refuse({entry.origin, *entry.request, entry.request->code}, DCH_STATUS_NOT_STORED,
+                    reason);
+  _responder.finish(entry.origin);
 }
 
 void Core::apply(Registered&& change, Entry&& entry) {
@@ -348,14 +347,14 @@ void Core::apply(ActionStarted&& change, Entry&& entry) {
 }
 
 void Core::apply(ActionEnded&& change, Entry&&) {
-  tellResult(_actions.apply(change), change.status);
+  _responder.sendActionResult(_actions.apply(change), change.status);
 }
 
 void Core::acknowledge(const Entry& entry, const Applied& applied) {
   const Asked asked{entry.origin, *entry.request, entry.request->code};
-  if (applied.status != DCH_STATUS_OK) return refuse(asked, applied.status);
+  if (applied.status != DCH_STATUS_OK) return _responder.refuse(asked, applied.status);
   const bool hasHandle = asked.type.hasHandle && applied.source != nullptr;
-  sendResult(asked, {DCH_STATUS_OK, hasHandle ? applied.source->handle : 0});
+  _responder.sendResult(asked, {DCH_STATUS_OK, hasHandle ? applied.source->handle : 0});
 }
 
 // The sources first, then the application when the change is one of all of it.
@@ -368,58 +367,6 @@ void Core::publishEvents(const Entry& entry, const Applied& applied) {
   if (entry.claim.handle == 0)
     _publisher.publish(statusTopic, StatusEvent({entry.claim.application, {}, {}}, code).message(),
                        events);
-}
-
-void Core::refuse(const Asked& asked, DCH_Status status, std::string_view reason) {
-  const char* const separator = reason.empty() ? "" : ": ";
-  _log.write("refused %s (0x%04x) from %s: status %d, %s%s%s", asked.type.name,
-             static_cast<unsigned>(static_cast<unsigned short>(asked.code)),
-             asked.origin.peer.text().data(), static_cast<int>(status), DCH_statusText(status),
-             separator, printable(reason).c_str());
-  if (asked.type.isAnsweredByDatagram || !asked.origin.isDatagram())
-    sendResult(asked, {status});
-  else
-    _requestCounts.add(asked.type, status);
-}
-
-void Core::sendResult(const Asked& asked, const Result& result) {
-  _requestCounts.add(asked.type, result.status);
-  sendStatus(asked.origin, result.status, asked.type.hasHandle ? &result.handle : nullptr);
-}
-
-// What a program has ended with is no status of the request for it. One that ends with the number
-// of a status that says that there is no result is told, and so counted, as that.
-void Core::sendActionResult(const Origin& receiver, ZORA_Long result) {
-  const bool isStatus = result == DCH_STATUS_NOT_STORED || result == DCH_STATUS_UNKNOWN_ACTION;
-  _requestCounts.add(requestTypeOf(DCH_REQUEST_ACTION_RESULTS),
-                     isStatus ? static_cast<DCH_Status>(result) : DCH_STATUS_OK);
-  sendStatus(receiver, result);
-}
-
-void Core::sendStatus(const Origin& receiver, ZORA_Long status, const ZORA_Long* handle) {
-  char buffer[longestStatusBytes];
-  DCH_MessageBuilder message(buffer, sizeof buffer);
-  message.add(DCH_status, status);
-  if (handle != nullptr) message.add(DCH_handle, *handle);
-  _ports.answers.send(receiver, {buffer, static_cast<std::size_t>(message.length())});
-}
-
-void Core::sendText(const Asked& asked, const std::string& text) {
-  _requestCounts.add(asked.type, DCH_STATUS_OK);
-  const auto length = static_cast<ZORA_Long>(text.size());
-  try {
-    std::string bytes(ZOR0_LENGTH_WORD_SIZE + ZOR0_FieldSize(DCH_response, text.data(), length),
-                      '\0');
-    DCH_MessageBuilder message(bytes.data(), bytes.size());
-    message.addBytes(DCH_response, text.data(), length);
-    _ports.answers.send(asked.origin, bytes);
-  } catch (const std::bad_alloc&) {
-    countDroppedAnswer(asked.origin, _counters, _log);
-  }
-}
-
-void Core::tellResult(const std::vector<Origin>& waiters, ZORA_Long result) {
-  for (const Origin& waiter : waiters) sendActionResult(waiter, result);
 }
 
 void Core::startTimer() {

@@ -5,7 +5,6 @@
 #include <functional>
 #include <string>
 
-#include "dch/core/answers.h"
 #include "dch/core/catalogue.h"
 #include "dch/core/changes_under_way.h"
 #include "dch/core/counters.h"
@@ -16,6 +15,7 @@
 #include "dch/core/publisher.h"
 #include "dch/core/request_counts.h"
 #include "dch/core/requests.h"
+#include "dch/core/responder.h"
 #include "dch/core/rows_out.h"
 #include "dch/core/store.h"
 #include "dch/core/subscriptions.h"
@@ -93,18 +93,10 @@ class Core : private StoreClient {
   std::size_t subscriptionCount() const { return _subscriptions.size(); }
 
  private:
-  // A request as far as it concerns its answer.
-  struct Asked {
-    const Origin& origin;
-    const RequestType& type;
-    short code;  // of the message; types without one of their own have others
-  };
-
   void ignoreAnswer(const Message& message);
   bool receiveAgain(const Message& message) noexcept;
   Reply check(const RequestType& type, Request request) noexcept;
   void carryOut(const Asked& asked, Reply&& reply);
-  void finish(const Origin& asker);
 
   void keep(Change&& change, const Origin& origin = {}, const RequestType* type = nullptr) noexcept;
   Claim claimOf(const Change& change) const;
@@ -124,18 +116,13 @@ class Core : private StoreClient {
   void acknowledge(const Entry& entry, const Applied& applied);
   void publishEvents(const Entry& entry, const Applied& applied);
 
-  void refuse(const Asked& asked, DCH_Status status, std::string_view reason = {});
-  void sendResult(const Asked& asked, const Result& result);
-  void sendActionResult(const Origin& receiver, ZORA_Long result);
-  void sendStatus(const Origin& receiver, ZORA_Long status, const ZORA_Long* handle = nullptr);
-  void sendText(const Asked& asked, const std::string& text);
-  void tellResult(const std::vector<Origin>& waiters, ZORA_Long result);
   void startTimer();
 
   const Ports _ports;
   Counters& _counters;
   const Log& _log;
   RequestCounts _requestCounts;
+  Responder _responder;
   Registry _registry;
   Catalogue _catalogue{_registry};
   ChangesUnderWay _underWay;
