@@ -59,8 +59,8 @@ class Core : private StoreClient {
   // Of a program that Programs::start has started, with its result.
   void programEnded(ZORA_Long id, ZORA_Long status, Time now) noexcept;
 
-  // To be called every second or so.
-  void lookForGoneSubscribers() noexcept { _publisher.lookForGone(); }
+  // See Publisher::lookForGone.
+  bool lookForGoneSubscribers() noexcept { return _publisher.lookForGone(); }
 
   // See Publisher::dropSubscribers.
   void dropSubscribers(const std::function<bool(const PeerAddress&)>& isToGo) {

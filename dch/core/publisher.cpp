@@ -28,10 +28,11 @@ bool Publisher::hasSubscribers(std::string_view topic) const {
   return _subscriptions.find(topic) != nullptr;
 }
 
-void Publisher::lookForGone() {
-  _subscriptions.visitSome(mostLookedAt,
-                           [this](const PeerAddress& address) { _rowsOut.look(address); });
+bool Publisher::lookForGone() {
+  const bool areAll = _subscriptions.visitSome(
+      mostLookedAt, [this](const PeerAddress& address) { _rowsOut.look(address); });
   dropGone();
+  return !areAll;
 }
 
 void Publisher::dropSubscribers(const std::function<bool(const PeerAddress&)>& isToGo) {

@@ -35,9 +35,9 @@ class Publisher {
 
   bool hasSubscribers(std::string_view topic) const;
 
-  // Looks whether some of the subscribers are gone, and has looked at all of them after a while. To
-  // be called every now and then.
-  void lookForGone();
+  // Looks whether some of the subscribers are gone. To be called every second or so. Returns
+  // whether there are others: then soon again, and so on.
+  bool lookForGone();
 
   // Drops the subscribers of which `isToGo` says so. Without memory for that it throws
   // std::bad_alloc, and has dropped none.

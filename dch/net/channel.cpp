@@ -52,6 +52,7 @@ Channel::Channel(EventLoop& loop, ServedPort&& port, const ChannelLimits& limits
                settle();
              }),
       _publishing(loop, [this] { publishMore(); }),
+      _looking(loop, [this] { lookForGone(); }),
       _core({*this, _pushSocket, store, _timer, _programs}, actionRules, counters, log) {
   _core.load();
 }
@@ -70,9 +71,15 @@ void Channel::collectPrograms() noexcept {
 
 void Channel::tick() noexcept {
   _streams.endStalled(StreamConnection::Clock::now());
-  _core.lookForGoneSubscribers();
+  lookForGone();
   // The signal that tells of an end is lost when very many others come at the same moment.
   collectPrograms();
+}
+
+// Thousands of subscribers are looked at in some seconds, and nobody waits for that.
+void Channel::lookForGone() noexcept {
+  if (_core.lookForGoneSubscribers() && !_looking.isSet())
+    _looking.set(std::chrono::milliseconds(100));
 }
 
 void Channel::drain() {

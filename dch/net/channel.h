@@ -89,6 +89,7 @@ class Channel : private Answers, private StreamClient {
   bool isOwn(const PeerAddress& peer);
   void countNotAllowed(const PeerAddress& peer);
 
+  void lookForGone() noexcept;
   void publishMore();
   void receiveFromSubscribers();
   void waitForStore() noexcept;
@@ -107,6 +108,7 @@ class Channel : private Answers, private StreamClient {
   const OwnAddresses _own;
   CoreTimer _timer;
   NextTurn _publishing;
+  Alarm _looking;  // for subscribers that are gone
   ChildPrograms _programs;
   Core _core;
 };

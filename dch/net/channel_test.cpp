@@ -96,6 +96,20 @@ TEST(ChannelTest, DropsASubscriberThatIsAServer) {
   EXPECT_EQ(subscriber.receive(), row);
 }
 
+TEST(ChannelTest, FindsThousandsOfSubscribersGone) {
+  OpenChannel server;
+  constexpr int count = 2'000;
+  for (int i = 0; i < count; ++i) {
+    UdpClient(server.port).send(testkit::subscribeMessage("HOSTMON", "load"));
+    if (i % 100 == 0) server.drain();
+  }
+  server.drain();
+  // A later one, or somebody else's, may have the port of one that is gone.
+  EXPECT_GT(server.subscriptions(), count * 3 / 4u);
+  server.thread->call([&] { server.channel.tick(); });
+  EXPECT_TRUE(waitUntil([&] { return server.subscriptions() < count / 4u; }));
+}
+
 TEST(ChannelTest, LetsAStrangersAnswerPass) {
   OpenChannel server;
   const UdpClient subscriber(server.port);
