@@ -13,6 +13,7 @@
 #include "dch/core/log.h"
 #include "dch/net/alarm.h"
 #include "dch/net/child_programs.h"
+#include "dch/net/port.h"
 #include "dch/net/push_socket.h"
 #include "dch/store/memory_store.h"
 #include "dch/testkit/clients.h"
@@ -35,6 +36,13 @@ TEST(Failures, ATextForALineIsCutShortWithoutMemory) {
   const UnderTest underTest;
   EXPECT_EQ(printable(longText), "?");
   EXPECT_EQ(printable(longText), longText);
+}
+
+TEST(Failures, APortThatIsTakenForAMomentIsServed) {
+  const int port = testkit::portToLeave();
+  const FailingCall taken({.kind = SystemCall::bindSocket, .last = 5}, EADDRINUSE);
+  EXPECT_EQ(ntohs(openPort({htonl(INADDR_LOOPBACK)}, port).address.port), port);
+  EXPECT_GT(taken.count(), 5);
 }
 
 TEST(Failures, AnAlarmIsSetWithoutMemory) {

@@ -8,6 +8,7 @@
 
 #include "dch/journal.h"
 #include "dch/net/port_sockets.h"
+#include "dch/patience.h"
 #include "suite/product_settings.h"
 #include "zordsock/port_choice.h"
 #include "zordsock/settings.h"
@@ -60,14 +61,17 @@ class OpenOnAddress : public zordsock::PortChoiceSteps {
   const in_addr _address;
 };
 
+bool isTaken(const zordsock::PortChoice& choice) {
+  return choice.datagramError == EADDRINUSE || choice.streamError == EADDRINUSE;
+}
+
 zordsock::PortChoice chooseFreePort(OpenOnAddress& steps) {
   zordsock::PortChoice choice;
   for (int attempt = 0; attempt < mostAttempts; ++attempt) {
     const int port = lowestPort + (getpid() % portCount + attempt * stride) % portCount;
     const zordsock::PortRule onlyThis{static_cast<unsigned short>(port), false, false};
     choice = choosePort(onlyThis, steps);
-    const bool isTaken = choice.datagramError == EADDRINUSE || choice.streamError == EADDRINUSE;
-    if (choice.isBound() || !isTaken) break;
+    if (choice.isBound() || !isTaken(choice)) break;
   }
   return choice;
 }
@@ -78,7 +82,11 @@ zordsock::PortChoice chooseBySettings(std::optional<int> port, OpenOnAddress& st
                                          : zordsock::configuredPort(std::getenv("ZORA_DCH_PORT"));
   if (configured == 0) throw std::runtime_error("the configured port is not a number");
   const zordsock::PortRule rule = zordsock::readPortRule(configured);
-  const zordsock::PortChoice choice = choosePort(rule, steps);
+  zordsock::PortChoice choice;
+  tryForAMoment([&] {
+    choice = choosePort(rule, steps);
+    return choice.isBound() || !isTaken(choice);
+  });
   if (choice.isBound() && rule.hasCandidates()) {
     settings->push_back({zordsock::itemPort, choice.port});
     if (!rule.startsAtConfiguredPort)

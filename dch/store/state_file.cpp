@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "dch/patience.h"
 #include "dch/store/schema.h"
 
 namespace dch {
@@ -64,14 +65,19 @@ StateFile::StateFile(const std::string& path, Durability durability, const char*
 Descriptor StateFile::lock() const {
   Descriptor lock(::open(lockPath().c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
   if (!lock.isOpen()) throw StateFileError(cannotOpen(_path, errno));
-  if (flock(lock.get(), LOCK_EX | LOCK_NB) == 0) {
+  int error = 0;
+  tryForAMoment([&] {
+    error = flock(lock.get(), LOCK_EX | LOCK_NB) == 0 ? 0 : errno;
+    return error != EWOULDBLOCK;
+  });
+  if (error == 0) {
     const std::string holder = std::to_string(getpid());
     // It is only a help for people.
     if (ftruncate(lock.get(), 0) != 0 || pwrite(lock.get(), holder.data(), holder.size(), 0) < 0)
       errno = 0;
     return lock;
   }
-  if (errno != EWOULDBLOCK) throw StateFileError(cannotOpen(_path, errno));
+  if (error != EWOULDBLOCK) throw StateFileError(cannotOpen(_path, error));
   throw StateFileError("the state file " + _path + " is in use by another server" +
                        holderOf(lock.get()) + ": stop that one or give this one a file of its own");
 }
