@@ -5,12 +5,15 @@
 #include <sys/resource.h>
 #include <sysexits.h>
 
+#include <filesystem>
 #include <optional>
 
 #include "dch/testkit/clients.h"
 #include "dch/testkit/messages.h"
 #include "dch/testkit/server_process.h"
+#include "dch/testkit/store_test.h"
 #include "tests/support/temporary_files.h"
+#include "tests/support/wait_until.h"
 #include "zordchcl/messages.h"
 #include "zordchcl/status.h"
 
@@ -72,6 +75,32 @@ TEST_F(ZordchdStateTest, RefusesRowsThatTheLimitOnTheSizeOfFilesLeavesNoRoomForA
   EXPECT_EQ(status, DCH_STATUS_NOT_STORED);
   ASSERT_EQ(prlimit(_server->processId(), RLIMIT_FSIZE, &usual, nullptr), 0);
   EXPECT_EQ(send(), DCH_STATUS_OK);
+}
+
+TEST_F(ZordchdStateTest, RefusesRowsWhileItsFileIsNotInItsPlaceAndLosesNone) {
+  ASSERT_EQ(statusOf(ask(registerMessage())), DCH_STATUS_OK);
+  const ZORA_Long handle = goOnline("host1");
+  const UdpClient provider(_server->port());
+  int kept = 0;
+  const auto isKept = [&] {
+    const auto status = statusOf(provider.ask(dataMessage(handle, {{"load1", 'D', "1"}})));
+    if (status == DCH_STATUS_OK)
+      ++kept;
+    else
+      EXPECT_EQ(status, DCH_STATUS_NOT_STORED);
+    return status == DCH_STATUS_OK;
+  };
+  EXPECT_TRUE(isKept());
+  std::filesystem::rename(_path, _path + "-moved");
+  EXPECT_TRUE(waitUntil([&] { return !isKept(); }));
+  EXPECT_TRUE(_server->waitForError("takes nothing more: it was removed, moved or replaced"));
+  EXPECT_FALSE(isKept());
+  std::filesystem::rename(_path + "-moved", _path);
+  EXPECT_TRUE(waitUntil(isKept));
+  EXPECT_TRUE(_server->waitForError("takes changes again"));
+  killAndStart();
+  EXPECT_EQ(goOnline("host1"), handle);
+  EXPECT_EQ(query(_path, "SELECT count(*) FROM \"HOSTMON.load\""), std::to_string(kept) + "\n");
 }
 
 TEST_F(ZordchdStateTest, KnowsDeferralsAndResultsAfterItWasKilled) {

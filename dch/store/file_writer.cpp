@@ -36,25 +36,10 @@ void FileWriter::makeWriter() {
 
 void FileWriter::write(std::vector<Item>* group) noexcept {
   const auto start = std::chrono::steady_clock::now();
-  std::int64_t position = 0;
-  bool isKept = true;
-  try {
-    makeWriter();
-    sqlite::Transaction transaction(_file.connection());
-    position = writeAll(group);
-    transaction.commit();
-    _writer->committed();
-  } catch (const std::exception& error) {
-    isKept = recover(position);
-    begin(&_writing, error.what());
-  }
-  if (isKept)
-    end(&_writing);
-  else
-    for (Item& item : *group) item.isKept = false;
-
+  const bool isKept = isInPlace() && tryToWrite(group);
   std::uint64_t kept = 0;
-  for (const Item& item : *group) {
+  for (Item& item : *group) {
+    item.isKept = item.isKept && isKept;
     if (!item.isKept) continue;
     _retention.noteKept(*item.change);
     ++kept;
@@ -68,6 +53,45 @@ void FileWriter::write(std::vector<Item>* group) noexcept {
   _figures.isFailing = !isKept;
   _figures.microseconds += static_cast<std::uint64_t>(
       std::chrono::duration_cast<std::chrono::microseconds>(time).count());
+}
+
+// Looks at it now and then. What was written into a file that nobody finds would be gone with this
+// process, so that it must not be acknowledged.
+bool FileWriter::isInPlace() noexcept {
+  const auto now = std::chrono::steady_clock::now();
+  if (!_place.isOn && now - _lastLookAtPlace < timeBetweenLooks) return true;
+  _lastLookAtPlace = now;
+  try {
+    const std::string lost = _file.whatIsLost();
+    if (lost.empty()) {
+      end(&_place);
+    } else {
+      begin(&_place, lost.c_str());
+      _writer.reset();
+      _file.saveLog();
+    }
+  } catch (const std::exception&) {
+    // The next look tries it again.
+  }
+  return !_place.isOn;
+}
+
+// Returns whether it is in the file.
+bool FileWriter::tryToWrite(std::vector<Item>* group) noexcept {
+  std::int64_t position = 0;
+  bool isKept = true;
+  try {
+    makeWriter();
+    sqlite::Transaction transaction(_file.connection());
+    position = writeAll(group);
+    transaction.commit();
+    _writer->committed();
+  } catch (const std::exception& error) {
+    isKept = recover(position);
+    begin(&_writing, error.what());
+  }
+  if (isKept) end(&_writing);
+  return isKept;
 }
 
 // The highest position that the group has used.
@@ -105,6 +129,7 @@ bool FileWriter::recover(std::int64_t position) noexcept {
 }
 
 bool FileWriter::tidy(const RetentionLimits& limits, bool isIdle) noexcept {
+  if (!isInPlace()) return _hasMoreToTidy = false;
   try {
     if (_logPages >= _nextCheckpoint) checkpoint();
     const bool isNew = std::exchange(_limits, limits) != limits;

@@ -31,7 +31,8 @@ struct StoreFigures {
 // One thread, but for what says otherwise.
 class FileWriter {
  public:
-  // While changes come it is seen to retention after so many of them or so long.
+  // While changes come it is seen to retention after so many of them or so long, and after so long
+  // whether the file is in its place.
   static constexpr std::size_t changesBetweenLooks = 1'000;
   static constexpr std::chrono::milliseconds timeBetweenLooks{100};
 
@@ -49,7 +50,8 @@ class FileWriter {
     bool isKept;
   };
   // Writes all changes in one transaction and tells which of them are kept: they are in the file,
-  // and the others are not as far as it can tell.
+  // and the others are not as far as it can tell. While the file is not where the next server looks
+  // for it nothing is kept.
   void write(std::vector<Item>* group) noexcept;
 
   // Does some of what keeps the file in shape, bounded so that changes do not wait for long.
@@ -73,6 +75,8 @@ class FileWriter {
     bool isOn = false;
   };
 
+  bool isInPlace() noexcept;
+  bool tryToWrite(std::vector<Item>* group) noexcept;
   void makeWriter();
   std::int64_t writeAll(std::vector<Item>* group);
   void tellRefused(const Registered& change);
@@ -96,6 +100,8 @@ class FileWriter {
   bool _hasMoreToTidy = true;
   int _logPages = 0;
   int _nextCheckpoint = _checkpointPages;
+  std::chrono::steady_clock::time_point _lastLookAtPlace;
+  Trouble _place{"takes nothing more", "takes changes again"};
   Trouble _writing{"cannot be written", "is written again"};
   Trouble _tidying{"cannot be tidied, and rows may stay for longer than they should",
                    "is tidied again"};

@@ -9,8 +9,9 @@ namespace dch {
 
 namespace {
 
-// How often the age of the rows is looked at when nothing happens.
-constexpr std::chrono::seconds longestIdle{10};
+// How often the age of the rows, and whether the file is in its place, is looked at when nothing
+// happens.
+constexpr std::chrono::seconds longestIdle{1};
 
 constexpr std::chrono::milliseconds pauseOfWait{50};
 

@@ -4,6 +4,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -17,8 +18,9 @@ namespace dch {
 namespace {
 
 // Another program that writes has to be done in this time.
+constexpr int busyMilliseconds = 5'000;
+
 constexpr char settings[] = R"(
-PRAGMA busy_timeout = 5000;
 PRAGMA auto_vacuum = INCREMENTAL;
 PRAGMA wal_autocheckpoint = 0;
 PRAGMA journal_size_limit = 67108864;
@@ -57,6 +59,7 @@ StateFile::StateFile(const std::string& path, Durability durability, const char*
     : _path(path), _lock(lock()), _connection(open(vfs)) {
   try {
     prepare(durability);
+    findPlaces();
   } catch (const sqlite::Error& error) {
     throw errorFor(error);
   }
@@ -102,6 +105,7 @@ void StateFile::prepare(Durability durability) {
   checkVersion();
   if (sqlite3_db_readonly(_connection.handle(), "main") == 1)
     throw StateFileError(cannotOpen(_path, EACCES));
+  sqlite3_busy_timeout(_connection.handle(), busyMilliseconds);
   _connection.execute(settings);
   useLog();
   _connection.execute(durability == Durability::power ? "PRAGMA synchronous = FULL"
@@ -131,6 +135,45 @@ void StateFile::checkVersion() {
     throw StateFileError("the state file " + _path + " has version " + std::to_string(version) +
                          ", and this server knows versions up to " + std::to_string(newestSchema) +
                          ": run the newer server that wrote it, or name another file");
+}
+
+// The log is beside the file itself, where a link leads to one; the first look at the file opens
+// it.
+void StateFile::findPlaces() {
+  sqlite::queryNumber(_connection, "PRAGMA user_version");
+  const std::string file = sqlite3_db_filename(_connection.handle(), "main");
+  _place = FilePlace(_path);
+  _logPlaces = {FilePlace(file + "-wal"), FilePlace(file + "-shm")};
+}
+
+const FilePlace* StateFile::findLostLog() const {
+  const auto* const found = std::find_if(_logPlaces.begin(), _logPlaces.end(),
+                                         [](const FilePlace& each) { return each.isLost(); });
+  return found != _logPlaces.end() ? found : nullptr;
+}
+
+std::string StateFile::whatIsLost() const {
+  if (_place.isLost())
+    return "it was removed, moved or replaced; put it back, or start the server anew to go on with "
+           "what is there";
+  if (const FilePlace* const log = findLostLog())
+    return log->path() +
+           " was removed, moved or replaced; end what reads the file, or start the "
+           "server anew";
+  return {};
+}
+
+void StateFile::saveLog() {
+  sqlite3* const handle = _connection.handle();
+  sqlite3_busy_timeout(handle, 0);  // readers are not waited for: it is tried again
+  const int code =
+      sqlite3_wal_checkpoint_v2(handle, nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
+  sqlite3_busy_timeout(handle, busyMilliseconds);
+  _connection.check(code);
+  if (_place.isLost()) return;
+  _connection.execute("PRAGMA journal_mode = DELETE");
+  useLog();
+  findPlaces();
 }
 
 StateFileError StateFile::errorFor(const sqlite::Error& error) const {

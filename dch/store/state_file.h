@@ -2,9 +2,11 @@
 #ifndef DCH_STORE_STATE_FILE_H
 #define DCH_STORE_STATE_FILE_H
 
+#include <array>
 #include <string>
 
 #include "dch/net/descriptor.h"
+#include "dch/store/file_place.h"
 #include "dch/store/sqlite.h"
 #include "dch/store/state_file_error.h"
 #include "dch/store/store_settings.h"
@@ -23,6 +25,17 @@ class StateFile {
   sqlite::Connection& connection() { return _connection; }
   const std::string& path() const { return _path; }
 
+  // Why the next server would not find what is written now, and what to do about it; nothing when
+  // it would. Somebody may take files away, or put others in their place, at any time. May take as
+  // long as the disk does.
+  std::string whatIsLost() const;
+
+  // To be called when something is lost: what is in the log goes into the file itself, wherever
+  // that is. So it is found there, and not mixed into another one that has come into its place.
+  // Where only the log is lost a new one is begun. Throws sqlite::Error when readers are in the
+  // way, too.
+  void saveLog();
+
   // The same words for what is found later.
   StateFileError errorFor(const sqlite::Error& error) const;
 
@@ -33,12 +46,16 @@ class StateFile {
   void prepare(Durability durability);
   void checkVersion();
   void useLog();
+  void findPlaces();
+  const FilePlace* findLostLog() const;
 
   const std::string _path;
   // A lock of this server's own: SQLite's would keep readers out too. It goes with the descriptor,
   // and so with the process, whatever ends it.
   const Descriptor _lock;
   sqlite::Connection _connection;
+  FilePlace _place;
+  std::array<FilePlace, 2> _logPlaces;  // and that of its index
 };
 
 }  // namespace dch
