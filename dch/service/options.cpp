@@ -57,7 +57,8 @@ std::optional<int> readOptions(int argc, const char* const* argv, Options* optio
   CLI::Option* const configuration =
       app.add_option("--config", options->configurationFile,
                      "Read this configuration file; SIGHUP reads it again")
-          ->type_name("FILE");
+          ->type_name("FILE")
+          ->check(checkFileName);
   app.add_flag("--check", options->isCheck,
                "Say whether the configuration file is in order, and exit")
       ->needs(configuration);
@@ -74,10 +75,12 @@ std::optional<int> readOptions(int argc, const char* const* argv, Options* optio
       ->check(checkInstanceName);
   app.add_option("--actions", options->actionsFile,
                  "Let consumers start the programs that this file lists")
-      ->type_name("FILE");
+      ->type_name("FILE")
+      ->check(checkFileName);
   app.add_option("--store", options->store,
                  "Keep the state and the rows in this file; memory keeps nothing")
-      ->type_name("FILE");
+      ->type_name("FILE")
+      ->check(checkFileName);
   app.add_flag("--verbose", options->verbose, "Tell each event on standard error");
   try {
     app.parse(argc, argv);

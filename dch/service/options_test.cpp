@@ -48,6 +48,9 @@ TEST(OptionsTest, RefusesBadValuesAndNamesThem) {
            {{"--bind", ""}, "--bind"},
            {{"--instance", "123456789012345678901"}, "123456789012345678901"},
            {{"--instance", "  "}, "--instance"},
+           {{"--store", ""}, "--store: the name is empty"},
+           {{"--actions", ""}, "--actions: the name is empty"},
+           {{"--config", ""}, "--config: the name is empty"},
            {{"--fast"}, "--fast"},
            {{"extra"}, "extra"}}) {
     Options options;

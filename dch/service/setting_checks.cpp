@@ -22,4 +22,8 @@ std::string checkInstanceName(const std::string& text) {
   return text.size() <= maxInstanceName ? "" : "'" + text + "' has more than 20 characters";
 }
 
+std::string checkFileName(const std::string& text) {
+  return text.empty() ? "the name is empty" : "";
+}
+
 }  // namespace dch

@@ -9,6 +9,7 @@ namespace dch {
 // Each returns what is wrong with the text, nothing when it is good.
 std::string checkAddress(const std::string& text);
 std::string checkInstanceName(const std::string& text);
+std::string checkFileName(const std::string& text);
 
 }  // namespace dch
 

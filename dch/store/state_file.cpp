@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -47,16 +48,34 @@ std::string cannotOpen(const std::string& path, int systemError) {
   if (systemError == ENOENT && !std::filesystem::is_directory(folder, ignored))
     return "the state file " + path + " has no directory: make " + folder.string() +
            " or name another file";
-  if (std::filesystem::is_directory(path, ignored))
-    return "the state file " + path + " is a directory: name a file";
   return "the state file " + path + " cannot be opened (" + systemText(systemError) +
          "): let this user read and write it and its directory, or name another file";
+}
+
+// Returns the path, unless it is of something that can be no state file whatever is in it: nothing
+// is made beside that. A file with several names has several logs, and who opens it under the other
+// one misses what is in the first.
+const std::string& checked(const std::string& path) {
+  if (path == ":memory:")
+    throw StateFileError("the state file cannot be " + path +
+                         ", which is a name of SQLite's: name another file");
+  struct stat file;
+  if (stat(path.c_str(), &file) != 0) return path;  // to open it tells why
+  if (S_ISDIR(file.st_mode))
+    throw StateFileError("the state file " + path + " is a directory: name a file");
+  if (!S_ISREG(file.st_mode))
+    throw StateFileError("the state file " + path + " is a device or a pipe: name a file");
+  if (file.st_nlink > 1)
+    throw StateFileError("the state file " + path + " has " + std::to_string(file.st_nlink) +
+                         " names (hard links), and its log is beside one of them: remove the "
+                         "others, or name a copy of it");
+  return path;
 }
 
 }  // namespace
 
 StateFile::StateFile(const std::string& path, Durability durability, const char* vfs)
-    : _path(path), _lock(lock()), _connection(open(vfs)) {
+    : _path(checked(path)), _lock(lock()), _connection(open(vfs)) {
   try {
     prepare(durability);
     findPlaces();

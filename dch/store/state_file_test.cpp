@@ -1,6 +1,7 @@
 #include "dch/store/state_file.h"
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -12,6 +13,7 @@
 namespace dch {
 namespace {
 
+using testing::ElementsAre;
 using testing::HasSubstr;
 
 class StateFileTest : public testkit::StoreTest {
@@ -126,8 +128,34 @@ TEST_F(StateFileTest, AMissingDirectoryIsNamed) {
               HasSubstr("has no directory: make " + _folder.path() + "/no"));
 }
 
-TEST_F(StateFileTest, ADirectoryIsRefused) {
-  EXPECT_THAT(errorOf(_folder.path()), HasSubstr("is a directory: name a file"));
+TEST_F(StateFileTest, WhatIsNoFileIsRefusedAndNothingLeftBesideIt) {
+  std::filesystem::create_directory(path());
+  expectError("is a directory: name a file");
+  EXPECT_THAT(errorOf(path() + '/'), HasSubstr("is a directory: name a file"));
+  std::filesystem::remove(path());
+  ASSERT_EQ(mkfifo(path().c_str(), 0600), 0);
+  expectError("is a device or a pipe: name a file");
+  EXPECT_THAT(_folder.files(), ElementsAre("state.db"));
+  const std::filesystem::path before = std::filesystem::current_path();
+  std::filesystem::current_path(_folder.path());
+  EXPECT_THAT(errorOf(":memory:"), HasSubstr("cannot be :memory:"));
+  std::filesystem::current_path(before);
+  EXPECT_THAT(_folder.files(), ElementsAre("state.db"));
+}
+
+// The log of the one name would be missed under the other.
+TEST_F(StateFileTest, AFileWithTwoNamesIsRefusedUnderEach) {
+  const std::string other = path() + "-other";
+  start();
+  goOnline();
+  std::filesystem::create_hard_link(path(), other);
+  EXPECT_THAT(errorOf(other), HasSubstr("the state file " + other + " has 2 names (hard links)"));
+  EXPECT_FALSE(std::filesystem::exists(other + "-lock"));
+  EXPECT_TRUE(keep(Row{1, 1, testkit::dataMessage(1)})) << "who has it goes on";
+  stop();
+  expectError("has 2 names (hard links)");
+  std::filesystem::remove(other);
+  EXPECT_EQ(errorOf(path()), "");
 }
 
 TEST_F(StateFileTest, AFileWithoutPermissionIsRefused) {
