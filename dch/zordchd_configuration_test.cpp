@@ -2,8 +2,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sysexits.h>
 
+#include <filesystem>
 #include <fstream>
 #include <string>
 
@@ -213,6 +215,30 @@ TEST_F(ZordchdConfigurationTest, ABadFileChangesNothing) {
   }
   EXPECT_THAT(server.standardError(), HasSubstr(file() + ":3: port in [channel]"));
   EXPECT_THAT(server.standardError(), HasSubstr("/nowhere/actions: No such file"));
+  EXPECT_EQ(server.stop(SIGTERM), 0);
+}
+
+// Nobody writes into the pipe.
+TEST_F(ZordchdConfigurationTest, APipeInItsPlaceIsRefusedAndHoldsNothingUp) {
+  write("[channel]\nallow = ['127.0.0.1']\n");
+  ServerProcess server({"--config", file()});
+  const UdpClient client(server.port());
+  const auto expectRefusal = [&](const std::string& pipe) {
+    const std::string reason = pipe + ": it is no file, but a pipe, a socket or a device";
+    kill(server.processId(), SIGHUP);
+    EXPECT_TRUE(server.waitForError("zordchd: nothing has changed\n", ++_reloads));
+    EXPECT_EQ(statusOf(client.ask(registerMessage())), DCH_STATUS_OK);
+    EXPECT_THAT(server.standardError(), HasSubstr(reason));
+    const ProcessResult started = runServer({"--config", file()});
+    EXPECT_EQ(started.exitStatus, EX_CONFIG);
+    EXPECT_EQ(started.standardError, "zordchd: " + reason + "\n");
+  };
+  ASSERT_EQ(mkfifo(beside("actions").c_str(), 0600), 0);
+  write("[actions]\nfile = '" + beside("actions") + "'\n");
+  expectRefusal(beside("actions"));
+  std::filesystem::remove(file());
+  ASSERT_EQ(mkfifo(file().c_str(), 0600), 0);
+  expectRefusal(file());
   EXPECT_EQ(server.stop(SIGTERM), 0);
 }
 

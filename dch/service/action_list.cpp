@@ -1,12 +1,10 @@
 #include "dch/service/action_list.h"
 
-#include <cerrno>
-#include <cstring>
-#include <fstream>
 #include <sstream>
 #include <utility>
 
 #include "dch/service/configuration_error.h"
+#include "dch/service/file_content.h"
 
 namespace dch {
 
@@ -38,8 +36,7 @@ std::string located(const std::string& path, int line, const std::string& error)
 }  // namespace
 
 ActionList readActionList(const std::string& path) {
-  std::ifstream input(path);
-  if (!input) throw ConfigurationError(path + ": " + std::strerror(errno));
+  std::istringstream input(contentOfFile(path));
   return readActionList(input, path);
 }
 
@@ -55,7 +52,6 @@ ActionList readActionList(std::istream& input, const std::string& path) {
       error = addAction(std::move(words), &actions);
     if (!error.empty()) throw ConfigurationError(located(path, number, error));
   }
-  if (input.bad()) throw ConfigurationError(path + ": cannot be read: " + std::strerror(errno));
   return actions;
 }
 

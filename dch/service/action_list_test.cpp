@@ -1,10 +1,12 @@
 #include "dch/service/action_list.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <sstream>
 
 #include "dch/service/configuration_error.h"
+#include "tests/support/temporary_files.h"
 
 namespace dch {
 namespace {
@@ -50,14 +52,35 @@ TEST(ActionListTest, SaysWhichLineIsWrongAndWhy) {
   EXPECT_EQ(errorOf(std::string("a /a\0b\n", 7)), "actions.conf:1: the line holds a zero byte");
 }
 
-TEST(ActionListTest, SaysWhyAFileCannotBeRead) {
+std::string errorOfFile(const std::string& path) {
   try {
-    readActionList("/nowhere/actions.conf");
-    FAIL();
+    readActionList(path);
+    return "no error";
   } catch (const ConfigurationError& error) {
-    EXPECT_STREQ(error.what(), "/nowhere/actions.conf: No such file or directory");
+    return error.what();
   }
-  EXPECT_THROW(readActionList("/"), ConfigurationError) << "a directory";
+}
+
+TEST(ActionListTest, SaysWhyAFileCannotBeRead) {
+  EXPECT_EQ(errorOfFile("/nowhere/actions.conf"),
+            "/nowhere/actions.conf: No such file or directory");
+  EXPECT_EQ(errorOfFile("/"), "/: Is a directory");
+}
+
+TEST(ActionListTest, ReadsAFileOfAMegabyteAndNoMore) {
+  constexpr char action[] = "a /a\n";
+  const TemporaryFile file(action + std::string((1 << 20) - 5, '\n'));
+  EXPECT_EQ(readActionList(file.path()).size(), 1u);
+  file.write(action + std::string((1 << 20) - 4, '\n'));
+  EXPECT_EQ(errorOfFile(file.path()),
+            file.path() + ": it is larger than a megabyte, more than it may be");
+}
+
+TEST(ActionListTest, DoesNotWaitForWhoWritesIntoAPipe) {
+  const TemporaryFolder folder;
+  const std::string pipe = folder.path() + "/pipe";
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  EXPECT_EQ(errorOfFile(pipe), pipe + ": it is no file, but a pipe, a socket or a device");
 }
 
 }  // namespace

@@ -1,9 +1,6 @@
 #include "dch/service/configuration_file.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <fstream>
 #include <map>
 #include <set>
 #include <sstream>
@@ -11,13 +8,13 @@
 #include "dch/core/log.h"
 #include "dch/service/configuration_error.h"
 #include "dch/service/configuration_keys.h"
+#include "dch/service/file_content.h"
 #include "dch/service/toml.h"
 
 namespace dch {
 
 namespace {
 
-constexpr std::size_t mostBytes = 1 << 20;
 constexpr std::size_t mostShown = 60;  // characters of a wrong value
 
 // Reads the sections one by one, and gathers all that is wrong.
@@ -113,15 +110,7 @@ class Reader {
 }  // namespace
 
 Configuration readConfigurationFile(const std::string& path) {
-  std::ifstream input(path, std::ios::binary);
-  std::string text(mostBytes + 1, '\0');
-  if (!input ||
-      (!input.read(text.data(), static_cast<std::streamsize>(text.size())) && input.bad()))
-    throw ConfigurationError(path + ": " + std::strerror(errno));
-  text.resize(static_cast<std::size_t>(input.gcount()));
-  if (text.size() > mostBytes)
-    throw ConfigurationError(path + ": it is larger than a configuration file can be, a megabyte");
-  return readConfigurationText(text, path);
+  return readConfigurationText(contentOfFile(path), path);
 }
 
 Configuration readConfigurationText(std::string_view text, const std::string& path) {

@@ -189,7 +189,7 @@ TEST(ConfigurationFileTest, SaysWhyAFileCannotBeRead) {
   for (const auto& [path, reason] : std::initializer_list<std::pair<const char*, const char*>>{
            {"/nowhere/zordchd.toml", "/nowhere/zordchd.toml: No such file or directory"},
            {"/", "/: Is a directory"},
-           {"/dev/zero", "larger"}}) {
+           {"/dev/zero", "/dev/zero: it is no file, but a pipe"}}) {
     try {
       readConfigurationFile(path);
       FAIL() << path;
