@@ -3,16 +3,24 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
+#include <list>
+#include <memory>
+
 #include "dch/testkit/channel_thread.h"
 #include "dch/testkit/clients.h"
 #include "dch/testkit/messages.h"
+#include "dch/testkit/recording_ports.h"
 #include "tests/support/wait_until.h"
 
 namespace dch {
 namespace {
 
 using testkit::ChannelThread;
+using testkit::TcpClient;
 using testkit::UdpClient;
+
+constexpr int noWait = 0;
+constexpr std::size_t statusAnswerBytes = 14;
 
 TEST(ChannelTest, FindsTheEndOfAProgramWhoseSignalWasLost) {
   ChannelThread server({}, std::make_unique<MemoryStore>(), {{{"succeed", {"/bin/true"}}}});
@@ -22,7 +30,6 @@ TEST(ChannelTest, FindsTheEndOfAProgramWhoseSignalWasLost) {
   std::optional<std::string> answer;
   EXPECT_TRUE(waitUntil([&] {
     server.thread->call([&] { server.channel.tick(); });
-    constexpr int noWait = 0;
     answer = client.receive(noWait);
     return answer.has_value();
   }));
@@ -126,6 +133,101 @@ TEST(ChannelTest, LetsAStrangersAnswerPass) {
   stranger.send(std::string("\0\0\0\x0e\0\x11\0\0\0\x04\0\0\0\0", 14));
   EXPECT_TRUE(waitUntil([&] { return server.counters[Counter::answersIgnored] == 1; }));
   EXPECT_EQ(server.subscriptions(), 1u);
+}
+
+// A channel whose store keeps nothing until the test says so, with a source that has handle 1.
+class SlowStoreChannelTest : public ::testing::Test {
+ protected:
+  SlowStoreChannelTest() {
+    keep(testkit::registerMessage());
+    keep(testkit::onlineMessage("HOSTMON", "load", "host1"));
+  }
+
+  void keep(const std::string& message) {
+    const UdpClient client(_server.port);
+    client.send(message);
+    EXPECT_TRUE(comeToWait(1));
+    conclude(1);
+    EXPECT_TRUE(client.receive());
+  }
+
+  // Whether so many changes wait soon.
+  bool comeToWait(std::size_t count) {
+    return waitUntil([&] { return waiting() == count; });
+  }
+  // When the loop has had time for all that had come.
+  std::size_t waiting() {
+    std::size_t count = 0;
+    for (int turn = 0; turn < 20; ++turn)
+      count = _server.thread->call([this] { return _store->waiting(); });
+    return count;
+  }
+  void conclude(std::size_t count) {
+    _server.thread->call([this, count] {
+      for (std::size_t i = 0; i < count && _store->waiting() > 0; ++i) _store->conclude();
+      _server.channel.settle();
+    });
+  }
+
+  // So many rows of the client are acknowledged, once: the next answer is that to a question.
+  void expectAnswers(const UdpClient& client, std::size_t count) const {
+    for (std::size_t i = 0; i < count; ++i)
+      ASSERT_EQ(testkit::statusOf(client.receive().value_or("")), DCH_STATUS_OK) << i;
+    EXPECT_EQ(testkit::statusOf(client.ask(testkit::unregisterMessage("NONE"))),
+              DCH_STATUS_UNKNOWN_APPLICATION);
+  }
+
+  testkit::SlowStore* const _store = new testkit::SlowStore;
+  ChannelThread _server{{}, std::unique_ptr<Store>(_store)};
+};
+
+TEST_F(SlowStoreChannelTest, TakesNothingWhileTenThousandChangesWaitAndLosesNone) {
+  constexpr std::size_t most = 10'000, ofEach = 100;  // its system keeps as many answers
+  const std::string row = testkit::dataMessage(1), question = testkit::unregisterMessage("NONE");
+  const TcpClient connection(_server.port);
+  ASSERT_TRUE(testkit::statusOf(connection.ask(question)));
+  std::list<UdpClient> senders;
+  while (senders.size() * ofEach < most) {
+    senders.emplace_back(_server.port);
+    for (std::size_t i = 0; i < ofEach; ++i) senders.back().send(row);
+    ASSERT_TRUE(comeToWait(senders.size() * ofEach));
+  }
+
+  std::list<UdpClient> late;
+  for (int i = 0; i < 10; ++i) late.emplace_back(_server.port).send(row);
+  const UdpClient asker(_server.port);
+  asker.send(question);
+  connection.send(question + row);
+  const TcpClient lateConnection(_server.port);
+  lateConnection.send(question + row);
+  for (const std::size_t left : {most, most - 1, most / 2 + 1}) {
+    conclude(waiting() - left);
+    EXPECT_EQ(waiting(), left);
+    EXPECT_EQ(_server.counters[Counter::rowsReceived], most);
+    EXPECT_EQ(asker.receive(noWait), std::nullopt);
+    EXPECT_EQ(connection.receive(noWait), std::nullopt);
+    EXPECT_EQ(lateConnection.receive(noWait), std::nullopt);
+    ASSERT_FALSE(HasFailure());
+  }
+
+  conclude(1);
+  const std::size_t all = most + late.size() + 2;
+  ASSERT_TRUE(comeToWait(all - most / 2));
+  EXPECT_EQ(testkit::statusOf(asker.receive().value_or("")), DCH_STATUS_UNKNOWN_APPLICATION);
+  conclude(all - most / 2);
+  for (const UdpClient& each : senders) expectAnswers(each, ofEach);
+  for (const UdpClient& each : late) expectAnswers(each, 1);
+  for (const TcpClient* each : {&connection, &lateConnection}) {
+    each->send(question);
+    for (const DCH_Status status :
+         {DCH_STATUS_UNKNOWN_APPLICATION, DCH_STATUS_OK, DCH_STATUS_UNKNOWN_APPLICATION})
+      EXPECT_EQ(testkit::statusOf(each->StreamSocket::receive(statusAnswerBytes)), status);
+  }
+  EXPECT_EQ(_server.counters[Counter::rowsReceived], all);
+  EXPECT_EQ(_server.counters[Counter::rowsKept], all);
+  for (const Counter lost :
+       {Counter::datagramsThrownAway, Counter::answersDropped, Counter::changesNotKept})
+    EXPECT_EQ(_server.counters[lost], 0u);
 }
 
 }  // namespace

@@ -21,6 +21,7 @@ StreamConnection::StreamConnection(EventLoop& loop, Descriptor socket, const Ori
       _socket(
           loop, std::move(socket),
           [this] {
+            if (_isHeldUp) return;  // it was not when the wait began
             receive();
             _owner.worked(*this);
           },
@@ -49,6 +50,7 @@ void StreamConnection::goOn() {
 }
 
 void StreamConnection::waitForMore(bool isHeldUp) {
+  if (std::exchange(_isHeldUp, isHeldUp) && !isHeldUp) _lastMoved = Clock::now();
   if (hasEnded()) return;
   if (_isBroken && !hasUnsent()) shutdown(_socket.descriptor(), SHUT_WR);
   if (hasUnsent())
@@ -88,7 +90,7 @@ bool StreamConnection::send(std::string_view message) noexcept {
 }
 
 bool StreamConnection::isStalledSince(Clock::time_point time) const {
-  const bool isInMessage = !_isUnderWay && _framer.isInMessage();
+  const bool isInMessage = !_isUnderWay && !_isHeldUp && _framer.isInMessage();
   return (hasUnsent() || isInMessage || _isBroken) && _lastMoved < time;
 }
 

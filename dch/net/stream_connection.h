@@ -44,8 +44,8 @@ class StreamConnection {
   // Hands over what waits, as far as it may.
   void goOn();
 
-  // Has the loop call it when there is something to do; new messages are not wanted when it is held
-  // up.
+  // Has the loop call it when there is something to do; while it is held up nothing is taken from
+  // the system, and the client is not the one that stands still.
   void waitForMore(bool isHeldUp);
 
   // From now on drain() receives what has come in already, as far as messages are wanted then.
@@ -87,6 +87,7 @@ class StreamConnection {
   std::string _unsent;
   std::size_t _bytesToDrain = 0;
   Clock::time_point _lastMoved = Clock::now();
+  bool _isHeldUp = false;
   bool _isUnderWay = false;  // a message that was handed over
   bool _isLast = false;      // nothing more is received
   bool _isBroken = false;    // what still comes is thrown away

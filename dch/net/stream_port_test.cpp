@@ -291,9 +291,10 @@ TEST_F(CrowdedStreamTest, CountsNothingForMessagesThatAreWhole) {
 
 class StalledStreamTest : public StreamPortTest {
  protected:
+  static constexpr std::chrono::milliseconds stall{1};
+
   StalledStreamTest()
-      : StreamPortTest(
-            {.connections = 4, .messageBytes = 100'000, .stall = std::chrono::milliseconds(1)}) {}
+      : StreamPortTest({.connections = 4, .messageBytes = 100'000, .stall = stall}) {}
 
   // Whether it has ended so many connections.
   bool endsStalled(std::uint64_t count) {
@@ -336,6 +337,23 @@ TEST_F(StalledStreamTest, KeepsAConnectionThatIsQuietBetweenMessages) {
   stalling.send(message("hello").substr(0, 6));
   EXPECT_TRUE(endsStalled(1));
   EXPECT_EQ(quiet.ask(message("hello")), message("hello"));
+}
+
+TEST_F(StalledStreamTest, KeepsAConnectionWhoseMessageItDoesNotTakeItself) {
+  TcpClient client(port()), other(port());
+  EXPECT_EQ(client.ask(message("hello")), message("hello"));
+  client.send(message("hello").substr(0, 6));
+  EXPECT_EQ(other.ask(message("hello")), message("hello"));  // it has the first part then
+  _thread->call([&] { _port.setHeldUp(true); });
+  client.send(message("hello").substr(6));
+  _thread->call([&] {
+    const auto now = std::chrono::steady_clock::now();
+    _port.endStalled(now + std::chrono::hours(1));
+    _port.setHeldUp(false);
+    _port.endStalled(now + stall);
+    _port.settle();
+  });
+  EXPECT_EQ(client.receive(), message("hello"));
 }
 
 }  // namespace
