@@ -1,5 +1,6 @@
 #!/bin/bash
-# dependencies_test.sh SOURCES: the library's folders include each other as CONTRIBUTING.md says.
+# dependencies_test.sh SOURCES: the library's folders include each other as CONTRIBUTING.md says, and
+# only the sources that carry messages read Boost's headers.
 set -euo pipefail
 
 cd "$1"
@@ -21,4 +22,11 @@ for folder in "${!below[@]}"; do
     failed=1
   fi
 done
+
+boost=$(grep -rlE '^ *# *include *[<"]boost/' --include='*.cpp' --include='*.h' \
+  suite zora zordipc zordlpc zordsock zordchcl dch tools tests examples fuzz bench)
+if grep -Ev '^dch/(net/.*\.cpp|web/.*)$' <<<"$boost" >&2; then
+  echo "Boost's headers are for the sources of dch/net alone: what reads them builds slowly" >&2
+  failed=1
+fi
 exit $failed
