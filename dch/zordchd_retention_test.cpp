@@ -1,0 +1,65 @@
+// How long the real program keeps rows when its configuration file is read again.
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <optional>
+
+#include "dch/clock.h"
+#include "dch/testkit/server_process.h"
+#include "dch/testkit/store_test.h"
+#include "tests/support/temporary_files.h"
+#include "tests/support/wait_until.h"
+
+namespace dch::testkit {
+namespace {
+
+class ZordchdRetentionTest : public StoreTest {
+ protected:
+  void SetUp() override {
+    start();
+    goOnline();
+  }
+
+  void keepRows(int count, Time age, std::size_t bytes = 0) {
+    std::string message = dataMessage(1);
+    message.resize(message.size() + bytes);
+    for (int row = 0; row < count; ++row) append(Row{1, dch::now() - age, message});
+    _store->finish();
+  }
+  std::string rows() const { return read("SELECT count(*) FROM \"HOSTMON.load\""); }
+
+  // A server serves what is kept, and reads its file again with these limits.
+  void serveAndKeepLess(const std::string& limits) {
+    stop();
+    const std::string kept = rows();
+    const TemporaryFile configuration("[store]\nkeep_days = 30\nkeep_megabytes = 1000\n");
+    _server.emplace(ServerProcess::Arguments{"--config", configuration.path(), "--store", path()});
+    EXPECT_EQ(rows(), kept);
+    configuration.write("[store]\n" + limits);
+    kill(_server->processId(), SIGHUP);
+    EXPECT_TRUE(_server->waitForError("has read " + configuration.path() + " again\n"));
+  }
+  bool waitForRows(const std::string& count) {
+    return waitUntil([&] { return rows() == count; });
+  }
+
+  std::optional<ServerProcess> _server;
+};
+
+TEST_F(ZordchdRetentionTest, FewerDaysAreInForceSoon) {
+  keepRows(4, 9 * day);
+  keepRows(6, 1 * day);
+  serveAndKeepLess("keep_days = 2\nkeep_megabytes = 1000\n");
+  EXPECT_TRUE(waitForRows("6\n")) << rows();
+  EXPECT_EQ(_server->stop(SIGTERM), 0);
+}
+
+TEST_F(ZordchdRetentionTest, FewerMegabytesAreInForceSoon) {
+  keepRows(4'000, 1 * day, 1'000);
+  serveAndKeepLess("keep_days = 30\nkeep_megabytes = 3\n");
+  EXPECT_TRUE(waitForRows("2000\n")) << rows();
+  EXPECT_EQ(_server->stop(SIGTERM), 0);
+}
+
+}  // namespace
+}  // namespace dch::testkit
