@@ -26,13 +26,18 @@ class ZordchdStateTest : public ::testing::Test {
  protected:
   ZordchdStateTest() { start(); }
 
-  void start() { _server.emplace(ServerProcess::Arguments{"--store", _path, "--verbose"}); }
+  void start() {
+    _server.emplace(
+        ServerProcess::Arguments{"--store", _path, "--actions", _actions.path(), "--verbose"});
+  }
   void killAndStart() {
     EXPECT_EQ(_server->stop(SIGKILL), -SIGKILL);
     start();
   }
 
-  std::string ask(const std::string& message) { return UdpClient(_server->port()).ask(message); }
+  std::string ask(const std::string& message) const {
+    return UdpClient(_server->port()).ask(message);
+  }
   ZORA_Long goOnline(const std::string& source) {
     const auto answer = onlineAnswerOf(ask(onlineMessage("HOSTMON", "load", source)));
     return answer && answer->status == DCH_STATUS_OK ? answer->handle : 0;
@@ -40,6 +45,7 @@ class ZordchdStateTest : public ::testing::Test {
 
   const TemporaryFolder _folder;
   const std::string _path = _folder.path() + "/state.db";
+  const TemporaryFile _actions{"succeed /bin/true\nfail /bin/false\n"};
   std::optional<ServerProcess> _server;
 };
 
@@ -104,12 +110,21 @@ TEST_F(ZordchdStateTest, RefusesRowsWhileItsFileIsNotInItsPlaceAndLosesNone) {
 }
 
 TEST_F(ZordchdStateTest, KnowsDeferralsAndResultsAfterItWasKilled) {
-  ask(registerMessage());
   UdpClient(_server->port()).send(deferralMessage(42));
   EXPECT_TRUE(_server->waitForError("deferred: "));
+  UdpClient(_server->port()).send(actionMessage("fail", 7, "secret"));
+  EXPECT_TRUE(_server->waitForError("action 7: fail started\n"));
+  EXPECT_EQ(statusOf(ask(actionResultsMessage(7))), 1);
   killAndStart();
+  EXPECT_EQ(query(_path, "SELECT id, name, owner, result, ended IS NOT NULL FROM actions"),
+            "7|fail|owner|1|1\n");
+  EXPECT_EQ(statusOf(ask(actionResultsMessage(7))), 1);
   EXPECT_EQ(kill(_server->processId(), SIGUSR1), 0);
   EXPECT_TRUE(_server->waitForError("zordchd: 1 deferral(s)\n"));
+  // The ID is free again: that of an action which runs would not be.
+  UdpClient(_server->port()).send(actionMessage("succeed", 7));
+  EXPECT_TRUE(_server->waitForError("action 7: succeed started\n"));
+  EXPECT_EQ(statusOf(ask(actionResultsMessage(7))), 0);
 }
 
 TEST_F(ZordchdStateTest, AnswersRequestsOfAConnectionInTheirOrder) {
