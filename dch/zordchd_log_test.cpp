@@ -131,15 +131,8 @@ TEST_F(ZordchdLogFileTest, ThatHangsKeepsNoServerFromItsEnd) {
   EXPECT_EQ(query(statePath(), "SELECT count(*) FROM \"HOSTMON.load\""), "1\n");
 }
 
-// Standard error is a pipe with little room, whose other end nobody reads.
-void takeAPipeThatNobodyReads() {
-  int ends[2];
-  if (pipe(ends) != 0 || fcntl(ends[1], F_SETPIPE_SZ, 4096) < 0) _exit(EXIT_FAILURE);
-  dup2(ends[1], STDERR_FILENO);
-}
-
 TEST(ZordchdLogPipeTest, ThatNobodyReadsKeepsNoServerFromItsEnd) {
-  ServerProcess server({"--verbose"}, takeAPipeThatNobodyReads);
+  ServerProcess server({"--verbose"}, takeALogThatNobodyReads);
   const UdpClient client(server.port());
   EXPECT_EQ(statusOf(client.ask(registerMessage())), DCH_STATUS_OK);
   for (int i = 1; i <= 100; ++i)

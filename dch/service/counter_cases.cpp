@@ -10,6 +10,7 @@
 #include "dch/service/server.h"
 #include "dch/testkit/clients.h"
 #include "dch/testkit/counter_cases.h"
+#include "dch/testkit/log_pipe.h"
 #include "dch/testkit/messages.h"
 #include "tests/support/process.h"
 #include "tests/support/text_count.h"
@@ -24,10 +25,9 @@ namespace {
 class ServerWithPipe {
  public:
   ServerWithPipe() {
-    if (pipe2(_ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
-    fcntl(_ends[0], F_SETFL, O_NONBLOCK);
+    fcntl(_pipe.reader(), F_SETFL, O_NONBLOCK);
     _process = std::make_unique<Process>([this] {
-      dup2(_ends[1], STDERR_FILENO);
+      dup2(_pipe.descriptor(), STDERR_FILENO);
       Configuration configuration;
       configuration.isVerbose = true;
       Server(openPort({htonl(INADDR_LOOPBACK)}, 0), std::nullopt, {}, configuration).run();
@@ -36,18 +36,10 @@ class ServerWithPipe {
     const std::string ready = _process->waitForOutput("\n");
     port = std::stoi(ready.substr(ready.find(" port ") + 6));
   }
-  ~ServerWithPipe() {
-    for (const int end : _ends) close(end);
-  }
-  ServerWithPipe(const ServerWithPipe&) = delete;
-  ServerWithPipe& operator=(const ServerWithPipe&) = delete;
-
   // All that it has written so far, and could write.
   const std::string& readLog() {
-    char bytes[65'536];
-    ssize_t count;
-    while ((count = read(_ends[0], bytes, sizeof bytes)) > 0)
-      _log.append(bytes, static_cast<std::size_t>(count));
+    constexpr std::size_t mostInPipe = 65'536;
+    _log += _pipe.read(mostInPipe);
     return _log;
   }
   void signal(int number) { _process->signal(number); }
@@ -55,7 +47,7 @@ class ServerWithPipe {
   int port = 0;
 
  private:
-  int _ends[2] = {-1, -1};
+  const LogPipe _pipe;
   std::string _log;
   std::unique_ptr<Process> _process;
 };

@@ -12,30 +12,22 @@
 #include <ostream>
 #include <string>
 
-#include "dch/net/descriptor.h"
+#include "dch/testkit/log_pipe.h"
 #include "tests/support/wait_until.h"
 
 namespace dch {
 namespace {
 
-struct Ends {
-  Descriptor reading, writing;
-};
-
-Ends openPipe() {
-  int ends[2];
-  EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
-  return {Descriptor(ends[0]), Descriptor(ends[1])};
-}
+using testkit::LogPipe;
 
 // As another program leaves it that has it too.
-Ends openPipeThatDoesNotWait() {
-  Ends ends = openPipe();
-  EXPECT_EQ(fcntl(ends.writing.get(), F_SETFL, O_NONBLOCK), 0);
-  return ends;
+LogPipe openPipeThatDoesNotWait() {
+  LogPipe pipe;
+  EXPECT_EQ(fcntl(pipe.descriptor(), F_SETFL, O_NONBLOCK), 0);
+  return pipe;
 }
 
-Ends openSocketPair() {
+LogPipe openSocketPair() {
   int ends[2];
   EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
   return {Descriptor(ends[0]), Descriptor(ends[1])};
@@ -49,21 +41,9 @@ std::ptrdiff_t threadCount() {
   return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
 }
 
-// So many bytes, or what there is before the end.
-std::string readAll(const Ends& ends, std::size_t count) {
-  std::string bytes(count, '\0');
-  std::size_t length = 0;
-  ssize_t got;
-  while (length < count &&
-         (got = read(ends.reading.get(), bytes.data() + length, count - length)) > 0)
-    length += static_cast<std::size_t>(got);
-  bytes.resize(length);
-  return bytes;
-}
-
 struct Kind {
   const char* name;
-  Ends (*open)();
+  LogPipe (*open)();
 };
 
 void PrintTo(const Kind& kind, std::ostream* out) {
@@ -82,14 +62,14 @@ class LogOutputTest : public ::testing::TestWithParam<Kind> {
     return lines;
   }
 
-  const Ends _ends = GetParam().open();
-  std::optional<LogOutput> _output{_ends.writing.get()};
+  const LogPipe _pipe = GetParam().open();
+  std::optional<LogOutput> _output{_pipe.descriptor()};
 };
 
 TEST_P(LogOutputTest, WritesInOrder) {
   _output->write(Priority::info, "first\n");
   _output->write(Priority::info, "second\n");
-  EXPECT_EQ(readAll(_ends, 13), "first\nsecond\n");
+  EXPECT_EQ(_pipe.read(13), "first\nsecond\n");
   EXPECT_EQ(_output->dropped(), 0u);
 }
 
@@ -97,9 +77,9 @@ TEST_P(LogOutputTest, NeverWaitsForAReaderAndLosesOnlyWhatItCounts) {
   const std::string expected = fill();
   EXPECT_EQ(_output->dropped(), 1u);
   EXPECT_GE(expected.size(), LogOutput::mostWaiting);
-  EXPECT_EQ(readAll(_ends, expected.size()), expected);
+  EXPECT_EQ(_pipe.read(expected.size()), expected);
   _output->write(Priority::info, "again\n");
-  EXPECT_EQ(readAll(_ends, 6), "again\n");
+  EXPECT_EQ(_pipe.read(6), "again\n");
   EXPECT_EQ(_output->dropped(), 1u);
 }
 
@@ -110,7 +90,7 @@ TEST_P(LogOutputTest, WritesWhatWaitsBeforeItEnds) {
     _output->write(Priority::info, line(number));
   }
   _output.reset();
-  EXPECT_EQ(readAll(_ends, expected.size()), expected);
+  EXPECT_EQ(_pipe.read(expected.size()), expected);
 }
 
 TEST_P(LogOutputTest, EndsThoughNobodyReadsAndWritesNoMoreThen) {
@@ -118,11 +98,11 @@ TEST_P(LogOutputTest, EndsThoughNobodyReadsAndWritesNoMoreThen) {
   const std::ptrdiff_t threads = threadCount();  // with the log's
   _output.reset();
   // Now somebody reads: the thread finishes what it is at, and ends.
-  EXPECT_EQ(fcntl(_ends.reading.get(), F_SETFL, O_NONBLOCK), 0);
+  EXPECT_EQ(fcntl(_pipe.reader(), F_SETFL, O_NONBLOCK), 0);
   std::string written;
   EXPECT_TRUE(waitUntil([&] {
     const bool isLast = threadCount() < threads;
-    written += readAll(_ends, expected.size());
+    written += _pipe.read(expected.size());
     return isLast;
   }));
   EXPECT_LT(written.size(), expected.size());
@@ -135,20 +115,20 @@ TEST_P(LogOutputTest, TakesATextThatIsLongAsLongAsThereIsAnyRoom) {
   _output->write(Priority::notice, report);
   _output->write(Priority::info, line(1));
   EXPECT_EQ(_output->dropped(), 1u);
-  EXPECT_EQ(readAll(_ends, line(0).size() + report.size()), line(0) + report);
+  EXPECT_EQ(_pipe.read(line(0).size() + report.size()), line(0) + report);
 }
 
 INSTANTIATE_TEST_SUITE_P(Each, LogOutputTest,
-                         ::testing::Values(Kind{"Pipe", openPipe},
+                         ::testing::Values(Kind{"Pipe", [] { return LogPipe(); }},
                                            Kind{"PipeThatDoesNotWait", openPipeThatDoesNotWait},
                                            Kind{"Socket", openSocketPair}),
                          [](const auto& test) { return std::string(test.param.name); });
 
 TEST(LogOutputToADescriptorTest, LeavesItAsItIs) {
-  const Ends ends = openPipe();
-  const int flags = fcntl(ends.writing.get(), F_GETFL);
-  const LogOutput output(ends.writing.get());
-  EXPECT_EQ(fcntl(ends.writing.get(), F_GETFL), flags);
+  const LogPipe pipe;
+  const int flags = fcntl(pipe.descriptor(), F_GETFL);
+  const LogOutput output(pipe.descriptor());
+  EXPECT_EQ(fcntl(pipe.descriptor(), F_GETFL), flags);
 }
 
 TEST(LogOutputToADescriptorTest, CountsWhatCannotBeWritten) {
