@@ -2,11 +2,9 @@
 
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
-#include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <chrono>
 #include <stdexcept>
-#include <utility>
 #include <vector>
 
 namespace dch {
@@ -75,10 +73,6 @@ bool EventLoop::callNext() {
 
 void EventLoop::stop() {
   _context->stop();
-}
-
-void EventLoop::post(std::function<void()> call) {
-  boost::asio::post(*_context, std::move(call));
 }
 
 }  // namespace dch

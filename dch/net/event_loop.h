@@ -39,9 +39,6 @@ class EventLoop {
   // nothing else: until `isOver`, which is asked after each call, stop(), or a call that throws.
   void standIn(const std::function<bool()>& isOver);
 
-  // Has `call` called by run(), after what is due already. Any thread. Throws std::bad_alloc.
-  void post(std::function<void()> call);
-
   boost::asio::io_context& context() { return *_context; }
 
  private:

@@ -3,11 +3,14 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <functional>
+#include <list>
 #include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "dch/net/alarm.h"
@@ -28,25 +31,36 @@ Descriptor readableSocket() {
   return Descriptor(dup(socket.descriptor()));
 }
 
-TEST(EventLoopTest, CallsWhatWasPostedInItsOrder) {
-  EventLoop loop;
+// A loop that makes calls one after the other, and stops.
+struct CallingLoop : EventLoop {
+  void callNext(std::function<void()> call) { _turns.emplace_back(*this, std::move(call)).ask(); }
+  void stopNext() {
+    callNext([this] { stop(); });
+  }
+
+ private:
+  std::list<NextTurn> _turns;
+};
+
+TEST(EventLoopTest, CallsInTheOrderOfTheTurns) {
+  CallingLoop loop;
   std::vector<int> calls;
-  for (int i = 0; i < 3; ++i) loop.post([&calls, i] { calls.push_back(i); });
-  loop.post([&] { loop.stop(); });
+  for (int i = 0; i < 3; ++i) loop.callNext([&calls, i] { calls.push_back(i); });
+  loop.stopNext();
   loop.run();
   EXPECT_EQ(calls, (std::vector<int>{0, 1, 2}));
 }
 
 TEST(EventLoopTest, CallsWhatComesBetweenAfterEachCall) {
-  EventLoop loop;
+  CallingLoop loop;
   std::string calls;
   bool isWithin = false;
   loop.setBetween([&] { calls += isWithin ? "within" : "-"; });
   for (const char* name : {"a", "b"})
-    loop.post([&, name] {
+    loop.callNext([&, name] {
       isWithin = true;
       calls += name;
-      loop.post([&] { calls += "later"; });
+      loop.callNext([&] { calls += "later"; });
       isWithin = false;
     });
   Alarm end(loop, [&] { loop.stop(); });
@@ -56,7 +70,7 @@ TEST(EventLoopTest, CallsWhatComesBetweenAfterEachCall) {
 }
 
 TEST(EventLoopTest, IsRunByWhoStandsInForWhoIsHeldUp) {
-  EventLoop loop;
+  CallingLoop loop;
   std::vector<std::thread::id> callers;
   const auto note = [&] { callers.push_back(std::this_thread::get_id()); };
   loop.setBetween([&] {
@@ -67,8 +81,8 @@ TEST(EventLoopTest, IsRunByWhoStandsInForWhoIsHeldUp) {
     EXPECT_EQ(callers[1], id);
     EXPECT_EQ(callers[2], id);
   });
-  for (int i = 0; i < 4; ++i) loop.post(note);
-  loop.post([&] { loop.stop(); });
+  for (int i = 0; i < 4; ++i) loop.callNext(note);
+  loop.stopNext();
   loop.run();
   ASSERT_EQ(callers.size(), 4u);
   EXPECT_EQ(callers[0], std::this_thread::get_id());
@@ -76,15 +90,15 @@ TEST(EventLoopTest, IsRunByWhoStandsInForWhoIsHeldUp) {
 }
 
 TEST(EventLoopTest, ThrowsWhatACallThrowsOnAnotherThreadWhenThatStandsIn) {
-  EventLoop loop;
+  CallingLoop loop;
   bool isCalledLater = false;
   loop.setBetween([&] {
     // As whoever stands in does, it tries again.
     for (int i = 0; i < 2; ++i) std::thread([&] { loop.standIn([] { return false; }); }).join();
   });
-  loop.post([] {});
-  loop.post([] { throw std::runtime_error("on the other thread"); });
-  loop.post([&] { isCalledLater = true; });
+  loop.callNext([] {});
+  loop.callNext([] { throw std::runtime_error("on the other thread"); });
+  loop.callNext([&] { isCalledLater = true; });
   EXPECT_THROW(loop.run(), std::runtime_error);
   EXPECT_FALSE(isCalledLater);
 }
@@ -169,14 +183,14 @@ TEST(SignalsTest, CallsForEachSignal) {
 }
 
 TEST(WatchedSocketTest, CallsOnceForEachWait) {
-  EventLoop loop;
+  CallingLoop loop;
   int calls = 0;
   std::optional<WatchedSocket> watched;
   watched.emplace(loop, readableSocket(), [&] {
     if (++calls < 3)
       watched->waitUntilReadable();  // nobody has read: it is still readable
     else
-      loop.post([&] { loop.stop(); });
+      loop.stopNext();
   });
   watched->waitUntilReadable();
   watched->waitUntilReadable();
@@ -197,14 +211,14 @@ TEST(WatchedSocketTest, MayGoInItsOwnCall) {
 }
 
 TEST(WatchedSocketTest, IsNotCalledWhenAnotherOnesCallEndsIt) {
-  EventLoop loop;
+  CallingLoop loop;
   std::optional<WatchedSocket> first, second;
   int calls = 0;
   const auto endBoth = [&] {
     ++calls;
     first.reset();
     second.reset();
-    loop.post([&] { loop.stop(); });
+    loop.stopNext();
   };
   first.emplace(loop, readableSocket(), endBoth);
   second.emplace(loop, readableSocket(), endBoth);

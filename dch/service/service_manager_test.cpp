@@ -125,7 +125,7 @@ TEST_F(ServiceManagerTest, IsToldOfLifeByTheLoopAlone) {
   ServiceManager manager(_loop);
   testkit::LoopThread running(_loop);
   std::promise<void> isStuck, goesOn;
-  _loop.post([&] {
+  running.post([&] {
     isStuck.set_value();
     goesOn.get_future().wait();
   });
