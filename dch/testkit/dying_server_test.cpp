@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <iostream>
+#include <map>
 #include <sstream>
 #include <stdexcept>
 
@@ -35,7 +36,8 @@ void DyingServerTest::TearDown() {
 
 // Another test's server may have the port for a moment.
 void DyingServerTest::begin(const std::string& path, ServerProcess::Arguments moreArguments) {
-  moreArguments.insert(moreArguments.end(), {"--store", path, "--verbose"});
+  moreArguments.insert(moreArguments.end(),
+                       {"--store", path, "--actions", _actions.path(), "--verbose"});
   std::string failure;
   const int port = _server ? _server->port() : 0;
   const bool hasBegun = waitUntil(
@@ -112,7 +114,9 @@ KeptRows DyingServerTest::compareWithFile(const std::string& path) {
                 std::to_string(source.handle) + "\n");
     }
   }
+  compareRegistrations(path);
   compareDeferrals(path);
+  compareActions(path);
   EXPECT_EQ(found.lost, 0u);
   EXPECT_EQ(found.doubled, 0u);
   EXPECT_EQ(found.outOfOrder, 0u);
@@ -131,16 +135,51 @@ void DyingServerTest::compareDeferrals(const std::string& path) {
   for (const long id : kept) EXPECT_TRUE(sent.contains(id)) << "deferral " << id;
 }
 
+void DyingServerTest::compareRegistrations(const std::string& path) {
+  std::set<std::string> registered;
+  std::istringstream lines(query(path, "SELECT name FROM applications"));
+  for (std::string name; std::getline(lines, name);) registered.insert(name);
+  for (const NumberedSender& sender : _senders) {
+    const SenderBook book = sender.book();
+    if (book.isChanging) continue;
+    EXPECT_EQ(registered.contains(book.application), book.isRegistered) << book.application;
+  }
+}
+
+void DyingServerTest::compareActions(const std::string& path) {
+  std::map<ZORA_Long, std::string> kept;
+  std::istringstream lines(query(path, "SELECT id, result FROM actions"));
+  for (std::string line; std::getline(lines, line);) {
+    const std::size_t bar = line.find('|');
+    const auto id = static_cast<ZORA_Long>(std::stol(line.substr(0, bar)));
+    EXPECT_TRUE(kept.emplace(id, line.substr(bar + 1)).second) << "action " << id << " twice";
+  }
+  _results = 0;
+  for (const NumberedSender& sender : _senders) {
+    for (const ActionBook& action : sender.book().actions) {
+      if (action.result) {
+        EXPECT_EQ(kept[action.id], std::to_string(*action.result)) << "action " << action.id;
+        ++_results;
+      }
+      kept.erase(action.id);
+    }
+  }
+  for (const auto& [id, result] : kept) ADD_FAILURE() << "nobody asked for action " << id;
+}
+
 void DyingServerTest::compareWithServer() {
   for (NumberedSender& sender : _senders) EXPECT_EQ(sender.compareWithServer(), "");
 }
 
 std::string DyingServerTest::summaryOf(std::uint64_t rows, const KeptRows& found) const {
+  unsigned unregistrations = 0;
+  for (const NumberedSender& sender : _senders) unregistrations += sender.book().unregistrations;
   std::ostringstream text;
   text << rows << " rows acknowledged, " << found.acknowledged << " found, " << found.lost
        << " lost, " << found.doubled << " doubled; " << found.unanswered
        << " kept without an answer, " << found.repeated << " again when they were sent again; "
-       << _deferred.size() << " deferrals\n";
+       << _deferred.size() << " deferrals, " << _results << " results of actions, "
+       << unregistrations << " ends of registrations\n";
   return text.str();
 }
 

@@ -15,6 +15,7 @@
 #include "dch/testkit/kept_rows.h"
 #include "dch/testkit/numbered_sender.h"
 #include "dch/testkit/server_process.h"
+#include "tests/support/temporary_files.h"
 
 namespace dch::testkit {
 
@@ -51,9 +52,13 @@ class DyingServerTest : public ::testing::Test {
  private:
   void noteDeferrals();
   void compareDeferrals(const std::string& path);
+  void compareRegistrations(const std::string& path);
+  void compareActions(const std::string& path);
 
+  const TemporaryFile _actions{actionsOfSenders};
   Lives _lives{0};
   std::set<long> _deferred;  // as the server said
+  std::size_t _results = 0;  // of actions, that were found
   std::list<NumberedSender> _senders;
 };
 

@@ -16,7 +16,7 @@ namespace {
 
 constexpr char groupName[] = "rows";
 constexpr std::size_t mostSources = 12;
-constexpr ZORA_Long deferralsOfASender = 1'000'000;
+constexpr ZORA_Long idsOfASender = 1'000'000;
 // Much longer than a server is away or takes for an answer.
 constexpr std::chrono::seconds longestWait{50};
 constexpr int lookMilliseconds = 20;
@@ -68,6 +68,7 @@ void NumberedSender::run() {
 }
 
 void NumberedSender::work() {
+  if (!_book.isRegistered) return workUnregistered();
   const unsigned kind = below(1'000);
   const std::optional<std::size_t> source = anyOnline();
   if (std::exchange(_isFirstOfLife, false) && below(2) == 0)
@@ -80,16 +81,50 @@ void NumberedSender::work() {
     goOffline(*source);
   else if (kind < 12)
     defer();
+  else if (kind < 14)
+    act();
+  else if (kind < 16 && _rows > 0)  // else there may be no view of its rows
+    unregister();
   else
     sendRow(*source);
 }
 
+// For a while, in which the server may die.
+void NumberedSender::workUnregistered() {
+  if (below(20) == 0) return registerNext();
+  const auto any = below(static_cast<unsigned>(_book.sources.size()));
+  std::string answer = ask(dataMessage(_book.sources[any].handle, {numberValue(0)}));
+  expect(statusOf(answer) == DCH_STATUS_UNKNOWN_HANDLE, "a row without a registration", answer);
+  answer = ask(unregisterMessage(_book.application));
+  expect(statusOf(answer) == DCH_STATUS_UNKNOWN_APPLICATION, "no registration", answer);
+}
+
 void NumberedSender::registerNext() {
   const int version = _book.version + 1;
+  note([&](SenderBook& book) { book.isChanging = true; });
   const std::string answer =
       ask(registerMessage(registrationOf(_book.application, version), _book.application, "KEY"));
   expect(statusOf(answer) == DCH_STATUS_OK, "a registration", answer);
-  note([&](SenderBook& book) { book.version = version; });
+  note([&](SenderBook& book) {
+    book.version = version;
+    book.isRegistered = true;
+    book.isChanging = false;
+  });
+}
+
+void NumberedSender::unregister() {
+  int asked = 0;
+  note([&](SenderBook& book) { book.isChanging = true; });
+  const std::string answer =
+      ask(unregisterMessage(_book.application), [&](SenderBook&) { ++asked; });
+  const auto status = statusOf(answer);
+  expect(status == DCH_STATUS_OK || (asked > 1 && status == DCH_STATUS_UNKNOWN_APPLICATION),
+         "the end of the registration", answer);
+  note([&](SenderBook& book) {
+    book.isRegistered = book.isChanging = false;
+    ++book.unregistrations;
+    for (SourceBook& source : book.sources) source.isOnline = false;
+  });
 }
 
 void NumberedSender::goOnline(std::size_t index) {
@@ -134,10 +169,28 @@ void NumberedSender::sendRow(std::size_t index) {
 
 void NumberedSender::defer() {
   connect(_lives);
-  const auto id = _number * deferralsOfASender + static_cast<ZORA_Long>(_book.deferred.size()) + 1;
+  const auto id = _number * idsOfASender + static_cast<ZORA_Long>(_book.deferred.size()) + 1;
   note([&](SenderBook& book) { book.deferred.push_back(id); });
-  if (_datagrams != nullptr) _datagrams->send(deferralMessage(id));
-  if (_stream != nullptr) _stream->send(deferralMessage(id));
+  send(deferralMessage(id));
+}
+
+// One that the death has cut off has no result of its program, and that of the last one stays.
+void NumberedSender::act() {
+  if (!_book.actions.empty() && _book.actions.back().result) {
+    const ActionBook& last = _book.actions.back();
+    const std::string answer = ask(actionResultsMessage(last.id));
+    expect(statusOf(answer) == last.result, "the result of an action before", answer);
+  }
+  connect(_lives);
+  const auto id = _number * idsOfASender + static_cast<ZORA_Long>(_book.actions.size()) + 1;
+  const ZORA_Long result = id % 2;
+  note([&](SenderBook& book) { book.actions.push_back({id, std::nullopt}); });
+  send(actionMessage(result == 0 ? "succeed" : "fail", id));
+  const std::string answer = ask(actionResultsMessage(id));
+  const auto status = statusOf(answer);
+  if (status == DCH_STATUS_UNKNOWN_ACTION || status == DCH_STATUS_NOT_STORED) return;
+  expect(status == result, "the result of an action", answer);
+  note([&](SenderBook& book) { book.actions.back().result = result; });
 }
 
 std::optional<std::size_t> NumberedSender::anyOnline() {
@@ -164,6 +217,11 @@ void NumberedSender::connect(int life) {
   }
 }
 
+void NumberedSender::send(const std::string& message) {
+  if (_datagrams != nullptr) _datagrams->send(message);
+  if (_stream != nullptr) _stream->send(message);
+}
+
 std::string NumberedSender::ask(const std::string& message, const Noted& beforeEach) {
   for (;;) {
     const int life = _lives;
@@ -175,8 +233,7 @@ std::string NumberedSender::ask(const std::string& message, const Noted& beforeE
 
 // Nothing when the life ended without an answer.
 std::optional<std::string> NumberedSender::exchange(const std::string& message, int life) {
-  if (_datagrams != nullptr) _datagrams->send(message);
-  if (_stream != nullptr) _stream->send(message);
+  send(message);
   const auto end = std::chrono::steady_clock::now() + longestWait;
   while (std::chrono::steady_clock::now() < end) {
     std::optional<std::string> answer;
@@ -212,13 +269,24 @@ std::string NumberedSender::compareWithServer() {
   const std::string attributes =
       textOf(client.ask(catalogueMessage(DCH_REQUEST_ATTRIBUTES, _book.application.c_str())))
           .value_or("");
-  if (attributes.find("rows,version,T," + std::to_string(_book.version) + ",") == std::string::npos)
+  const std::string version = "rows,version,T," + std::to_string(_book.version) + ",";
+  if (_book.isRegistered && attributes.find(version) == std::string::npos)
     wrong += "it is not registered in version " + std::to_string(_book.version) + "\n";
+  if (!_book.isRegistered && !attributes.empty()) wrong += "it is registered\n";
+  if (!_book.actions.empty() && _book.actions.back().result &&
+      statusOf(client.ask(actionResultsMessage(_book.actions.back().id))) !=
+          _book.actions.back().result)
+    wrong += "its last action has another result\n";
   for (const SourceBook& source : _book.sources) {
     // A row that is refused on line and off, each in its way.
     const auto status = statusOf(client.ask(dataMessage(source.handle, {{"none", 'G', "1234"}})));
     if (status != (source.isOnline ? DCH_STATUS_UNKNOWN_ATTRIBUTE : DCH_STATUS_UNKNOWN_HANDLE))
       wrong += source.name + (source.isOnline ? " is not on line\n" : " is not off line\n");
+  }
+  if (!_book.isRegistered)
+    client.ask(registerMessage(registrationOf(_book.application, _book.version), _book.application,
+                               "KEY"));
+  for (const SourceBook& source : _book.sources) {
     const auto online =
         onlineAnswerOf(client.ask(onlineMessage(_book.application, groupName, source.name)));
     if (!online || online->handle != source.handle) wrong += source.name + " has another handle\n";

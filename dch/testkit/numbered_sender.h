@@ -20,20 +20,33 @@
 
 namespace dch::testkit {
 
+// An action that was asked for.
+struct ActionBook {
+  ZORA_Long id;
+  std::optional<ZORA_Long> result;  // of its program, when that was told
+};
+
 struct SenderBook {
   std::string application;
   int version = 0;  // of its registration, as far as that was acknowledged
+  bool isRegistered = false;
+  bool isChanging = false;  // a registration or the end of one is asked for, and not answered
+  unsigned unregistrations = 0;
   std::vector<SourceBook> sources;
   std::vector<ZORA_Long> deferred;  // the IDs that were sent; nobody answers them
+  std::vector<ActionBook> actions;
 };
+
+// The list of actions that a server of such senders has to have.
+inline constexpr char actionsOfSenders[] = "succeed /bin/true\nfail /bin/false\n";
 
 // The lives of a server on one port: their count, which goes up when it is ready again. What was
 // asked in a life is answered in it, or not at all.
 using Lives = std::atomic<int>;
 
-// Registers its application in ever new versions, takes sources on line and off, sends rows of any
-// of them and defers reports, on a thread of its own: each request until it is answered, again in
-// each life.
+// Registers its application in ever new versions and takes that back, takes sources on line and
+// off, sends rows of any of them, defers reports and starts actions, on a thread of its own: each
+// request until it is answered, again in each life.
 class NumberedSender {
  public:
   enum class Carrier { datagrams, stream };
@@ -55,8 +68,8 @@ class NumberedSender {
   // In which life one was acknowledged last. Any thread.
   int lastLife() const { return _lastLife; }
 
-  // After stop(): asks the server for the handles of its sources and for its registration. Returns
-  // what is not as in the book.
+  // After stop(): asks the server for its registration, the handles of its sources, which are on
+  // line then, and the result of its last action. Returns what is not as in the book.
   std::string compareWithServer();
 
  private:
@@ -64,11 +77,15 @@ class NumberedSender {
 
   void run();
   void work();
+  void workUnregistered();
   void registerNext();
+  void unregister();
   void goOnline(std::size_t index);
   void goOffline(std::size_t index);
   void sendRow(std::size_t index);
   void defer();
+  void act();
+  void send(const std::string& message);
   unsigned below(unsigned end) { return static_cast<unsigned>(_random() % end); }
   // A source that is on line, as one may be.
   std::optional<std::size_t> anyOnline();
