@@ -3,6 +3,9 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <map>
+#include <string>
+
 #include "dch/testkit/clients.h"
 #include "dch/testkit/messages.h"
 #include "dch/testkit/notify_socket.h"
@@ -15,6 +18,7 @@ namespace {
 using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
 using ::testing::Not;
+using ::testing::StartsWith;
 
 class ZordchdSystemdTest : public ::testing::Test {
  protected:
@@ -50,6 +54,29 @@ TEST_F(ZordchdSystemdTest, TellsHowItDoes) {
   EXPECT_EQ(_manager.receive(), "STOPPING=1");
   EXPECT_EQ(_manager.receive(), "STATUS=stopping");
   EXPECT_FALSE(_manager.hasMessage());
+}
+
+TEST_F(ZordchdSystemdTest, TellsWhenItReadsItsFileAgainWhateverThatIsLike) {
+  const TemporaryFile file("[channel]\nconnections = 10\n", "zordchd.toml");
+  ServerProcess server({"--config", file.path()}, nullptr, 0, environment());
+  EXPECT_EQ(_manager.receive(), "READY=1");
+  EXPECT_THAT(_manager.receive(), StartsWith("STATUS="));
+  struct {
+    std::string text, said;
+  } const files[] = {{"[channel]\nconnections = 20\n", "has read " + file.path() + " again\n"},
+                     {"[channel]\nconnections = 'many'\n", "nothing has changed\n"},
+                     {"[actions]\nfile = '/nowhere/actions'\n", "nothing has changed\n"},
+                     {"", "has read " + file.path() + " again\n"}};
+  std::map<std::string, int> times;
+  for (const auto& [text, said] : files) {
+    file.write(text);
+    kill(server.processId(), SIGHUP);
+    EXPECT_EQ(_manager.receive(), "RELOADING=1") << text;
+    EXPECT_EQ(_manager.receive(), "READY=1") << text;
+    EXPECT_TRUE(server.waitForError(said, ++times[said])) << text;
+    EXPECT_FALSE(_manager.hasMessage()) << text;
+  }
+  EXPECT_EQ(server.stop(SIGTERM), 0);
 }
 
 TEST_F(ZordchdSystemdTest, AnswersTheWatchdog) {
