@@ -122,10 +122,23 @@ bool FileWriter::recover(std::int64_t position) noexcept {
     sqlite3_wal_checkpoint_v2(_file.connection().handle(), nullptr, SQLITE_CHECKPOINT_PASSIVE,
                               nullptr, nullptr);
     makeWriter();
-    return position != 0 && _writer->keptPosition() >= position;
+    if (position == 0) return false;
+    if (_writer->keptPosition() >= position) return true;
+    takeOutOfLog();
   } catch (const std::exception&) {
-    return false;
+    // It is tried again with the next group.
   }
+  return false;
+}
+
+// A commit that fails late, such as when it is to be flushed, is in the log of SQLite all the same,
+// until something is written there: a start after a sudden death would find it, though it was
+// answered as not kept. Another commit, that its positions are used up, takes its place, whether
+// that succeeds or fails as late.
+void FileWriter::takeOutOfLog() {
+  sqlite::Transaction transaction(_file.connection());
+  _file.connection().execute("UPDATE state SET position = " + std::to_string(_position));
+  transaction.commit();
 }
 
 bool FileWriter::tidy(const RetentionLimits& limits, bool isIdle) noexcept {

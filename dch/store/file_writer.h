@@ -81,6 +81,7 @@ class FileWriter {
   std::int64_t writeAll(std::vector<Item>* group);
   void tellRefused(const Registered& change);
   bool recover(std::int64_t position) noexcept;
+  void takeOutOfLog();
   bool isLookDue(bool isIdle) const;
   void checkpoint();
   void begin(Trouble* trouble, const char* reason) noexcept;

@@ -156,6 +156,21 @@ TEST_F(StoreFaults, NumbersAreNotUsedAgain) {
   EXPECT_EQ(read("SELECT max(number) - min(number) FROM rows_1"), "2\n") << first;
 }
 
+TEST_F(StoreFaults, WhatWasRefusedIsNotThereAfterADeath) {
+  startOnVfs(Durability::power);
+  goOnline();
+  EXPECT_TRUE(keep(Row{1, 1, dataMessage(1)}));
+  _vfs.setDecision([](DiskOperation operation) {
+    return operation == DiskOperation::sync ? DiskOutcome::fails : DiskOutcome::works;
+  });
+  EXPECT_FALSE(keep(Row{1, 2, dataMessage(1)}));
+  const std::string copy = path() + "-of-the-dead";
+  for (const char* suffix : {"", "-wal"}) std::filesystem::copy(path() + suffix, copy + suffix);
+  EXPECT_EQ(testkit::query(copy, "SELECT time_us FROM \"HOSTMON.load\""), "1\n");
+  _vfs.setDecision(nullptr);
+  EXPECT_TRUE(keep(Row{1, 3, dataMessage(1)}));
+}
+
 TEST_F(StoreFaults, ADiskThatDoesNotAnswerHoldsUpOnlyWhatIsToBeKept) {
   startOnVfs();
   goOnline();
