@@ -144,15 +144,18 @@ void FileWriter::takeOutOfLog() {
 bool FileWriter::tidy(const RetentionLimits& limits, bool isIdle) noexcept {
   if (!isInPlace()) return _hasMoreToTidy = false;
   try {
-    if (_logPages >= _nextCheckpoint) checkpoint();
-    const bool isNew = std::exchange(_limits, limits) != limits;
-    if (!isNew && !isLookDue(isIdle)) return _hasMoreToTidy;
+    const bool isLook = limits != _limits || isLookDue(isIdle);
+    bool isLogDone = true;
+    // All that may have failed has to work before it is told so.
+    if (_logPages >= _nextCheckpoint || (isLook && _tidying.isOn)) isLogDone = checkpoint();
+    if (!isLook) return _hasMoreToTidy;
+    _limits = limits;
     _changesSinceLook = 0;
     _lastLook = std::chrono::steady_clock::now();
     makeWriter();
     const std::int64_t before = _retention.removed();
     _hasMoreToTidy = _retention.step(&*_writer, limits, _now());
-    end(&_tidying);
+    if (isLogDone) end(&_tidying);
     const std::lock_guard lock(_mutex);
     _figures.rowsRemoved += static_cast<std::uint64_t>(_retention.removed() - before);
   } catch (const std::exception& error) {
@@ -168,7 +171,8 @@ bool FileWriter::isLookDue(bool isIdle) const {
          std::chrono::steady_clock::now() - _lastLook >= timeBetweenLooks;
 }
 
-void FileWriter::checkpoint() {
+// Returns whether nothing is left of the log.
+bool FileWriter::checkpoint() {
   int pages = 0;
   int done = 0;
   // A reader can keep the log from beginning anew: it is tried again when there is more to do.
@@ -177,6 +181,7 @@ void FileWriter::checkpoint() {
                                                      SQLITE_CHECKPOINT_PASSIVE, &pages, &done));
   if (pages == done) _nextCheckpoint = _checkpointPages;
   _logPages = 0;
+  return pages == done;
 }
 
 void FileWriter::begin(Trouble* trouble, const char* reason) noexcept {

@@ -83,7 +83,7 @@ class FileWriter {
   bool recover(std::int64_t position) noexcept;
   void takeOutOfLog();
   bool isLookDue(bool isIdle) const;
-  void checkpoint();
+  bool checkpoint();
   void begin(Trouble* trouble, const char* reason) noexcept;
   void end(Trouble* trouble) noexcept;
   void tell(const char* what, const char* reason) noexcept;

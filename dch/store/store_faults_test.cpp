@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <future>
@@ -10,10 +11,12 @@
 #include "dch/testkit/faulty_vfs.h"
 #include "dch/testkit/random_changes.h"
 #include "dch/testkit/store_test.h"
+#include "tests/support/wait_until.h"
 
 namespace dch {
 namespace {
 
+using testing::ElementsAre;
 using testing::HasSubstr;
 using testkit::dataMessage;
 using testkit::DiskOperation;
@@ -129,6 +132,29 @@ TEST_F(StoreFaults, TellsWhenItBeginsAndWhenItEnds) {
   EXPECT_THAT(_log.lines[1], HasSubstr("is written again"));
   EXPECT_FALSE(_store->figures().isFailing);
   EXPECT_EQ(read("SELECT time_us FROM \"HOSTMON.load\""), "4\n5\n");
+}
+
+TEST_F(StoreFaults, IsTidiedAgainOnlyWhenWhatFailedWorks) {
+  startOnVfs();
+  goOnline();
+  _log.lines.clear();
+  // Of all that is done only a checkpoint waits for the disk.
+  _vfs.setDecision([](DiskOperation operation) {
+    return operation == DiskOperation::sync ? DiskOutcome::fails : DiskOutcome::works;
+  });
+  Time time = 0;
+  const auto keepRowsUntil = [&](auto isOver) {
+    return waitUntil([&] { return !keep(Row{1, ++time, dataMessage(1)}) || isOver(); });
+  };
+  EXPECT_TRUE(keepRowsUntil([&] { return !_log.lines.empty(); }));
+  const auto end = std::chrono::steady_clock::now() + 2 * FileWriter::timeBetweenLooks;
+  EXPECT_TRUE(keepRowsUntil([&] { return std::chrono::steady_clock::now() > end; }));
+  EXPECT_THAT(_log.lines, ElementsAre(HasSubstr("cannot be tidied")));
+  _vfs.setDecision(nullptr);
+  EXPECT_TRUE(keepRowsUntil([&] { return _log.lines.size() > 1; }));
+  EXPECT_THAT(_log.lines, ElementsAre(HasSubstr("cannot be tidied"), HasSubstr("is tidied again")));
+  EXPECT_EQ(_client.keptCount(), static_cast<std::size_t>(time) + 2)
+      << "rows are kept all the time";
 }
 
 TEST_F(StoreFaults, ColumnsThatCameBeforeAFailureAreThereBehindIt) {
