@@ -93,8 +93,8 @@ bool SqliteStore::writeHere() {
     const bool isTidyingDue = _writer.isTidyingDue();
     Lock lock(_mutex);
     _concluded.splice(_concluded.end(), group);
-    _clientIsAtFile = false;
-    if (isTidyingDue) _upkeepIsDue = true;
+    _atFile = AtFile::nobody;
+    if (isTidyingDue) raiseUpkeep(Upkeep::now);
     if (hasWork()) _changed.notify_one();
     if (!_standsIn) break;
     // Whoever stands in collects it, and may give more before he is gone.
@@ -103,7 +103,7 @@ bool SqliteStore::writeHere() {
     _changed.wait(lock, [this] { return !_standsIn || !_appended.empty(); });
     if (!_standsIn) break;
     group.swap(_appended);
-    _clientIsAtFile = true;
+    _atFile = AtFile::client;
   }
   collect();
   return true;
@@ -113,10 +113,10 @@ bool SqliteStore::writeHere() {
 // the file: the client is woken when that is done.
 bool SqliteStore::takeFile(Items* group) {
   const std::lock_guard lock(_mutex);
-  _clientWaits = _isWorking || _clientIsAtFile || _standsIn || !_appended.empty();
+  _clientWaits = _atFile != AtFile::nobody || _standsIn || !_appended.empty();
   if (_clientWaits) return false;
   group->swap(_gathered);
-  _clientIsAtFile = true;
+  _atFile = AtFile::client;
   _isQuiet = false;
   if (!std::exchange(_watches, true)) _changed.notify_one();
   return true;
@@ -153,7 +153,7 @@ void SqliteStore::setRetention(const RetentionLimits& limits) {
   {
     const std::lock_guard lock(_mutex);
     _retention = limits;
-    _upkeepIsDue = true;
+    raiseUpkeep(Upkeep::now);
   }
   _changed.notify_one();
 }
@@ -179,8 +179,9 @@ void SqliteStore::run() {
 }
 
 bool SqliteStore::hasWork() const {
-  if (_clientIsAtFile) return false;
-  return !_appended.empty() || (!_clientWaits && (_upkeepIsDue || (_hasUpkeep && _isQuiet)));
+  if (_atFile == AtFile::client) return false;
+  const bool isUpkeepDue = _upkeep == Upkeep::now || (_upkeep == Upkeep::whenQuiet && _isQuiet);
+  return !_appended.empty() || (isUpkeepDue && !_clientWaits);
 }
 
 void SqliteStore::work(Lock* lock) {
@@ -188,8 +189,8 @@ void SqliteStore::work(Lock* lock) {
   group.swap(_appended);
   const RetentionLimits limits = _retention;
   const bool isIdle = group.empty() && _isQuiet;
-  _hasUpkeep = _upkeepIsDue = false;
-  _isWorking = true;
+  _upkeep = Upkeep::none;
+  _atFile = AtFile::storeThread;
   lock->unlock();
   if (!group.empty()) {
     writeGroup(&group);
@@ -198,8 +199,8 @@ void SqliteStore::work(Lock* lock) {
   const bool hasMore = _writer.tidy(limits, isIdle);
   const bool hasEvents = _writer.hasEvents();
   lock->lock();
-  if (hasMore) _hasUpkeep = true;
-  _isWorking = false;
+  if (hasMore) raiseUpkeep(Upkeep::whenQuiet);
+  _atFile = AtFile::nobody;
   if (_clientWaits || hasEvents) _wake();
 }
 
@@ -209,14 +210,14 @@ void SqliteStore::waitForWork(Lock* lock) {
   if (watches) {
     if (!_changed.wait_for(*lock, pauseOfLooks, isOver)) look(lock);
   } else if (!_changed.wait_for(*lock, longestIdle, isOver)) {
-    _hasUpkeep = true;
+    raiseUpkeep(Upkeep::whenQuiet);
   }
 }
 
 void SqliteStore::look(Lock* lock) {
   if (!std::exchange(_isQuiet, true))
     _quietLooks = 0;
-  else if (_clientIsAtFile)
+  else if (_atFile == AtFile::client)
     standIn(lock);
   else if (++_quietLooks == mostQuietLooks)
     _watches = false;
@@ -234,7 +235,7 @@ void SqliteStore::standIn(Lock* lock) {
 // From now on the client's thread is on its own again, if this is true.
 bool SqliteStore::isOver() {
   const std::lock_guard lock(_mutex);
-  if (!_clientIsAtFile) _standsIn = false;
+  if (_atFile != AtFile::client) _standsIn = false;
   return !_standsIn;
 }
 

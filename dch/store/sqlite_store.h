@@ -2,6 +2,7 @@
 #ifndef DCH_STORE_SQLITE_STORE_H
 #define DCH_STORE_SQLITE_STORE_H
 
+#include <algorithm>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
@@ -96,12 +97,18 @@ class SqliteStore : public Store {
 
   using Lock = std::unique_lock<std::mutex>;
 
+  enum class AtFile { nobody, client, storeThread };
+
+  // What keeps the file in shape: when the next of it is to be done, the more urgent the later.
+  enum class Upkeep { none, whenQuiet, now };
+
   void give();
   bool takeFile(Items* group);
   bool waitForConcluded();
   void run();
   bool hasWork() const;
   void work(Lock* lock);
+  void raiseUpkeep(Upkeep upkeep) { _upkeep = std::max(_upkeep, upkeep); }
   void waitForWork(Lock* lock);
   void look(Lock* lock);
   void standIn(Lock* lock);
@@ -127,11 +134,9 @@ class SqliteStore : public Store {
   Items _appended;
   Items _concluded;
   RetentionLimits _retention;
-  bool _hasUpkeep = true;     // there may be something for retention to do while nothing comes
-  bool _upkeepIsDue = false;  // also while something does
+  Upkeep _upkeep = Upkeep::whenQuiet;
+  AtFile _atFile = AtFile::nobody;
   bool _isStopping = false;
-  bool _isWorking = false;  // the store's thread is at the file
-  bool _clientIsAtFile = false;
   bool _clientWaits = false;  // for the file
   bool _isQuiet = true;       // the client has not come to the file since the last look
   bool _watches = false;      // the store's thread looks whether the client is held up
