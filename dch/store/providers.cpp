@@ -30,7 +30,7 @@ INSERT INTO known_sources VALUES (?, ?, ?, 1, ?) ON CONFLICT (handle) DO UPDATE
   sqlite::Statement attributes(
       connection,
       R"(SELECT name, "column" FROM known_attributes WHERE "group" = ? ORDER BY place)");
-  std::vector<Group*> groupsById;
+  std::unordered_map<std::int64_t, Group*> groupsById;
   sqlite::Statement groups(connection, R"(
 SELECT a.id, a.name, is_registered, text, g.id, g.name, view, place IS NOT NULL
 FROM known_applications AS a JOIN known_groups AS g ON g.application = a.id ORDER BY g.id)");
@@ -46,19 +46,23 @@ FROM known_applications AS a JOIN known_groups AS g ON g.application = a.id ORDE
     const auto group = known->second.groups.emplace(
         groups.bytes(5), Group{_tables.back().get(), std::move(view),
                                known->second.isRegistered && groups.number(7) != 0});
-    groupsById.resize(static_cast<std::size_t>(id) + 1);
-    groupsById.back() = &group.first->second;
+    groupsById.emplace(id, &group.first->second);
   }
   readSources(groupsById);
 }
 
-void Providers::readSources(const std::vector<Group*>& groups) {
+void Providers::readSources(const std::unordered_map<std::int64_t, Group*>& groups) {
+  // To go on line takes a position, so that no handle is higher than they are.
+  const std::int64_t highest = sqlite::queryNumber(_connection, "SELECT position FROM state");
   sqlite::Statement sources(_connection, R"(SELECT handle, "group" FROM known_sources)");
   while (sources.step()) {
-    const auto id = static_cast<std::size_t>(sources.number(1));
-    if (id >= groups.size() || groups[id] == nullptr) continue;
-    groups[id]->hasSources = true;
-    setTable(static_cast<ZORA_Long>(sources.number(0)), groups[id]->table);
+    const std::int64_t handle = sources.number(0);
+    if (handle < 1 || handle > highest)
+      throw sqlite::Error(SQLITE_CORRUPT, 0, "a source has handle " + std::to_string(handle));
+    const auto group = groups.find(sources.number(1));
+    if (group == groups.end()) continue;
+    group->second->hasSources = true;
+    setTable(static_cast<ZORA_Long>(handle), group->second->table);
   }
 }
 

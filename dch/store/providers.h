@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "dch/core/change.h"
@@ -66,7 +67,7 @@ class Providers {
     TextMap<Group> groups;
   };
 
-  void readSources(const std::vector<Group*>& groups);
+  void readSources(const std::unordered_map<std::int64_t, Group*>& groups);
   bool makeRoomFor(const suite::Registration& registration);
   std::size_t removeUnused(std::size_t most, std::string_view application,
                            const TextSet& keptGroups);

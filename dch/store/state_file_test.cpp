@@ -123,6 +123,24 @@ TEST_F(StateFileTest, ADamagedFileIsRefused) {
   }
 }
 
+TEST_F(StateFileTest, ASourceWithAnImpossibleHandleIsDamage) {
+  for (const char* handle : {"0", "-1", "2000000000"}) {
+    start();
+    goOnline();
+    stop();
+    write(std::string("UPDATE known_sources SET handle = ") + handle);
+    try {
+      start();
+      ADD_FAILURE() << "it was opened with " << handle;
+    } catch (const StateFileError& error) {
+      EXPECT_THAT(error.what(),
+                  HasSubstr("is damaged (a source has handle " + std::string(handle)));
+    }
+    stop();
+    std::filesystem::remove(path());
+  }
+}
+
 TEST_F(StateFileTest, AMissingDirectoryIsNamed) {
   EXPECT_THAT(errorOf(_folder.path() + "/no/state.db"),
               HasSubstr("has no directory: make " + _folder.path() + "/no"));
