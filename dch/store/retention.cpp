@@ -1,5 +1,6 @@
 #include "dch/store/retention.h"
 
+#include <algorithm>
 #include <limits>
 #include <optional>
 #include <string>
@@ -57,14 +58,30 @@ Retention::Retention(sqlite::Connection& connection)
 bool Retention::step(ChangeWriter* writer, const RetentionLimits& limits, Time now) {
   const std::int64_t freePages = numberOf(&_freePages);
   const std::int64_t usedBytes = (numberOf(&_pageCount) - freePages) * _pageBytes - _recordBytes;
-  if (usedBytes > limits.megabytes * megabyte) {
-    if (removeFrom(writer, 0, std::numeric_limits<Time>::max())) return true;
-  } else {
-    const Time keptSince = now - limits.days * day;
-    for (const std::int64_t start : writer->clockSteps().starts())
-      if (removeFrom(writer, start, keptSince)) return true;
+  return removeTooMany(writer, usedBytes, limits.megabytes * megabyte) ||
+         removeTooOld(writer, now - limits.days * day) || removeGroups(writer) || shrink(freePages);
+}
+
+// As many as take what is too much, if all take the same, and no more: they may be large and few.
+bool Retention::removeTooMany(ChangeWriter* writer, std::int64_t usedBytes,
+                              std::int64_t mostBytes) {
+  const std::optional<RowTable::Place> first = findFirst(writer->providers(), 0);
+  if (!first || usedBytes <= mostBytes) return false;
+  const std::int64_t count = writer->keptPosition() - first->number + 1;
+  const std::int64_t each = std::max<std::int64_t>(usedBytes / count, 1);
+  remove(writer, first->number, std::min((usedBytes - mostBytes) / each + 1, stepRows),
+         std::numeric_limits<Time>::max());
+  return true;
+}
+
+bool Retention::removeTooOld(ChangeWriter* writer, Time keptSince) {
+  for (const std::int64_t start : writer->clockSteps().starts()) {
+    const std::optional<RowTable::Place> first = findFirst(writer->providers(), start);
+    if (!first || first->time >= keptSince) continue;
+    remove(writer, first->number, stepRows, keptSince);
+    return true;
   }
-  return removeGroups(writer) || shrink(freePages);
+  return false;
 }
 
 void Retention::noteKept(const Change& change) noexcept {
@@ -80,23 +97,20 @@ void Retention::noteKept(const Change& change) noexcept {
   _recordBytes += bytesOfRecord(static_cast<std::int64_t>(textBytes), _pageBytes);
 }
 
-// The first rows from a number on, if the very first is older than `before`.
-bool Retention::removeFrom(ChangeWriter* writer, std::int64_t start, Time before) {
+// Those that are older than `before`, of so many positions.
+void Retention::remove(ChangeWriter* writer, std::int64_t first, std::int64_t count, Time before) {
   const Providers& providers = writer->providers();
-  const std::optional<RowTable::Place> first = findFirst(providers, start);
-  if (!first || first->time >= before) return false;
-  const std::int64_t last = first->number + stepRows - 1;
+  const std::int64_t last = first + count - 1;
   sqlite::Transaction transaction(_connection);
   writer->newestRows().saveUpTo(last);
   std::int64_t removed = 0;
   for (const auto& table : providers.tables())
     if (const auto& each = table->first(); each && each->number <= last)
-      removed += table->remove(first->number, last, before);
+      removed += table->remove(first, last, before);
   if (const auto left = findFirst(providers, 0)) writer->clockSteps().forgetBefore(left->number);
   transaction.commit();
   writer->committed();
   _removed += removed;
-  return true;
 }
 
 bool Retention::removeGroups(ChangeWriter* writer) {

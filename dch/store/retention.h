@@ -40,7 +40,9 @@ class Retention {
   std::int64_t removed() const { return _removed; }
 
  private:
-  bool removeFrom(ChangeWriter* writer, std::int64_t start, Time before);
+  bool removeTooMany(ChangeWriter* writer, std::int64_t usedBytes, std::int64_t mostBytes);
+  bool removeTooOld(ChangeWriter* writer, Time keptSince);
+  void remove(ChangeWriter* writer, std::int64_t first, std::int64_t count, Time before);
   bool removeGroups(ChangeWriter* writer);
   bool shrink(std::int64_t freePages);
 

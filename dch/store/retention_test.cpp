@@ -28,6 +28,11 @@ class RetentionTest : public testkit::StoreTest {
     return waitUntil(
         [&] { return read("SELECT count(*) FROM \"HOSTMON." + view + "\"") == count; });
   }
+  long usedBytes() {
+    return 4'096 *
+           (std::stol(read("PRAGMA page_count")) - std::stol(read("PRAGMA freelist_count")));
+  }
+  static constexpr long megabyte = 1'048'576;
   std::uint64_t removed() const { return _store->figures().rowsRemoved; }
 };
 
@@ -86,12 +91,22 @@ TEST_F(RetentionTest, RemovesTheOldestWhateverTheirGroupWhenTheFileIsTooLarge) {
   keepRows(1, 1'500, 1, 1'000);
   keepRows(2, 1'500, 2, 1'000);
   keepRows(1, 1'500, 3, 1'000);
-  _store->setRetention({.days = 30, .megabytes = 4});
-  EXPECT_TRUE(waitUntil([&] { return removed() == 2'000; }));
-  // The first 2,000 are gone, which were all those of 1 in group load and some of 2 in disk.
+  _store->setRetention({.days = 30, .megabytes = 3});
+  EXPECT_TRUE(waitUntil([&] { return usedBytes() <= 3 * megabyte; }));
+  // The first ones are gone, which were all those of 1 in group load and some of 2 in disk.
   EXPECT_EQ(read("SELECT min(time_us), max(time_us), count(*) FROM \"HOSTMON.load\""),
             "3|3|1500\n");
-  EXPECT_EQ(read("SELECT count(*) FROM \"HOSTMON.disk\""), "1000\n");
+  const int left = std::stoi(read("SELECT count(*) FROM rows_2"));
+  EXPECT_EQ(left + 1'500 + static_cast<int>(removed()), 4'500);
+  EXPECT_EQ(read("SELECT max(number) - min(number) + 1 FROM rows_2"), std::to_string(left) + "\n");
+}
+
+TEST_F(RetentionTest, RemovesNoMoreThanWhatIsTooMuch) {
+  _store->setRetention({.days = 30, .megabytes = 4});
+  for (int round = 0; round < 10; ++round) keepRows(1, 100, 1, 7'900);
+  EXPECT_TRUE(waitUntil([&] { return removed() > 0 && usedBytes() <= 4 * megabyte; }));
+  stop();
+  EXPECT_GT(usedBytes(), 3 * megabyte);
 }
 
 TEST_F(RetentionTest, DeferralsAndActionsPushOutNoRows) {
