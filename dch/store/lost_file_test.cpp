@@ -1,6 +1,9 @@
 // Files of the state that are removed, moved or replaced while the server has them open: what is
 // acknowledged is found by the next server all the same.
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 #include <filesystem>
 
@@ -15,6 +18,7 @@ namespace fs = std::filesystem;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::IsEmpty;
 
 class LostFileTest : public testkit::StoreTest {
  protected:
@@ -50,6 +54,7 @@ class LostFileTest : public testkit::StoreTest {
       if (fs::exists(path() + suffix)) fs::copy(path() + suffix, folder.path() + "/db" + suffix);
     return testkit::query(folder.path() + "/db", count);
   }
+  std::string lockPath() const { return path() + "-lock"; }
   std::string kept() const { return std::to_string(_kept) + "\n"; }
 
   static constexpr char count[] = "SELECT count(*) FROM \"HOSTMON.load\"";
@@ -126,6 +131,32 @@ TEST_F(LostFileTest, ALogThatIsReadIsBegunAnewWhenThatEnds) {
   reader.reset();
   keepRowsAgain();
   EXPECT_EQ(rowsAfterDeath(), kept());
+}
+
+TEST_F(LostFileTest, ALockThatWasRemovedIsTakenAgain) {
+  fs::remove(lockPath());
+  // Its number is in it when it is locked.
+  EXPECT_TRUE(waitUntil([&] { return contentOf(lockPath()) == std::to_string(getpid()); }));
+  EXPECT_THROW(StateFile(path(), Durability::process), StateFileError);
+  EXPECT_TRUE(keepRow());
+  EXPECT_THAT(_log.lines, IsEmpty());
+}
+
+TEST_F(LostFileTest, NothingIsKeptByAFileThatAnotherServerHasHad) {
+  EXPECT_TRUE(keepRow());
+  {
+    const std::string anothers = lockPath() + "-new";
+    const Descriptor lock(open(anothers.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    ASSERT_EQ(flock(lock.get(), LOCK_EX), 0);
+    fs::rename(anothers, lockPath());
+    keepRowsUntilItIsNoticed();
+  }
+  EXPECT_FALSE(keepRow());
+  EXPECT_THAT(_log.lines, ElementsAre(HasSubstr("takes nothing more: " + lockPath() +
+                                                " was removed, moved or replaced, and another")));
+  stop();
+  start();
+  EXPECT_TRUE(keepRow());
 }
 
 TEST_F(LostFileTest, IsToldWhenNothingIsToBeKeptToo) {

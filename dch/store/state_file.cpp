@@ -162,6 +162,7 @@ void StateFile::findPlaces() {
   sqlite::queryNumber(_connection, "PRAGMA user_version");
   const std::string file = sqlite3_db_filename(_connection.handle(), "main");
   _place = FilePlace(_path);
+  _lockPlace = FilePlace(lockPath());
   _logPlaces = {FilePlace(file + "-wal"), FilePlace(file + "-shm")};
 }
 
@@ -171,10 +172,27 @@ const FilePlace* StateFile::findLostLog() const {
   return found != _logPlaces.end() ? found : nullptr;
 }
 
-std::string StateFile::whatIsLost() const {
+// Returns false from when another server has had it: what this one knows is not in it any more.
+bool StateFile::keepLock() {
+  if (!_lock.isOpen() || !_lockPlace.isLost()) return _lock.isOpen();
+  try {
+    _lock = Descriptor();
+    _lock = lock();
+    _lockPlace = FilePlace(_lockPlace.path());
+  } catch (const StateFileError&) {
+    // Another one has it.
+  }
+  return _lock.isOpen();
+}
+
+std::string StateFile::whatIsLost() {
   if (_place.isLost())
     return "it was removed, moved or replaced; put it back, or start the server anew to go on with "
            "what is there";
+  if (!keepLock())
+    return _lockPlace.path() +
+           " was removed, moved or replaced, and another server has the file "
+           "since; end that one, and start this one anew";
   if (const FilePlace* const log = findLostLog())
     return log->path() +
            " was removed, moved or replaced; end what reads the file, or start the "
@@ -183,6 +201,7 @@ std::string StateFile::whatIsLost() const {
 }
 
 void StateFile::saveLog() {
+  if (!_lock.isOpen()) return;  // it is the other server's
   sqlite3* const handle = _connection.handle();
   sqlite3_busy_timeout(handle, 0);  // readers are not waited for: it is tried again
   const int code =

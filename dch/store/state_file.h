@@ -25,10 +25,11 @@ class StateFile {
   sqlite::Connection& connection() { return _connection; }
   const std::string& path() const { return _path; }
 
-  // Why the next server would not find what is written now, and what to do about it; nothing when
-  // it would. Somebody may take files away, or put others in their place, at any time. May take as
-  // long as the disk does.
-  std::string whatIsLost() const;
+  // Why the next server would not find what is written now, or finds the file free already, and
+  // what to do about it; nothing when all is well. Somebody may take files away, or put others in
+  // their place, at any time. Locks the file again where that is all. May take as long as the disk
+  // does.
+  std::string whatIsLost();
 
   // To be called when something is lost: what is in the log goes into the file itself, wherever
   // that is. So it is found there, and not mixed into another one that has come into its place.
@@ -48,13 +49,15 @@ class StateFile {
   void useLog();
   void findPlaces();
   const FilePlace* findLostLog() const;
+  bool keepLock();
 
   const std::string _path;
   // A lock of this server's own: SQLite's would keep readers out too. It goes with the descriptor,
   // and so with the process, whatever ends it.
-  const Descriptor _lock;
+  Descriptor _lock;
   sqlite::Connection _connection;
   FilePlace _place;
+  FilePlace _lockPlace;
   std::array<FilePlace, 2> _logPlaces;  // and that of its index
 };
 
