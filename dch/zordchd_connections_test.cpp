@@ -4,6 +4,9 @@
 #include <signal.h>
 #include <sys/socket.h>
 
+#include <array>
+#include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <list>
 
@@ -56,6 +59,25 @@ TEST_F(ZordchdConnectionsTest, WhatCameOnConnectionsThatNobodyHasTakenYetIsAnswe
   kill(_server.processId(), SIGTERM);
   EXPECT_EQ(_server.stop(SIGCONT), 0);
   for (const TcpClient& client : clients) EXPECT_TRUE(isAnswer(client.receive().value_or("")));
+}
+
+// What lies there when a connection is closed has the system throw away the answers on their way.
+TEST_F(ZordchdConnectionsTest, WhoIsStillSendingAtItsEndReadsAllAnswers) {
+  kill(_server.processId(), SIGSTOP);
+  const TcpClient client(port());
+  std::string requests;
+  while (requests.size() < 1'000'000) requests += question();
+  ASSERT_GT(send(client.descriptor(), requests.data(), requests.size(), MSG_DONTWAIT), 0);
+  kill(_server.processId(), SIGTERM);
+  EXPECT_EQ(_server.stop(SIGCONT), 0);
+  std::array<char, 100'000> answers;
+  std::size_t size = 0;
+  ssize_t count;
+  while ((count = recv(client.descriptor(), answers.data(), answers.size(), 0)) > 0)
+    size += static_cast<std::size_t>(count);
+  EXPECT_EQ(count, 0) << std::strerror(errno);
+  EXPECT_GT(size, 100 * sizeOfStatusAnswer);
+  EXPECT_EQ(size % sizeOfStatusAnswer, 0u);
 }
 
 TEST_F(ZordchdConnectionsTest, APeerThatIsGoneBeforeItsAnswerHoldsUpNobody) {

@@ -53,6 +53,9 @@ class Channel : private Answers, private StreamClient {
   void drain();
   bool drainRest();
 
+  // See StreamPort::endSending.
+  void endSending() { _streams.endSending(); }
+
   // Sends what is on its way to subscribers, and answers what waited for that.
   void finishPublishing() noexcept;
 

@@ -76,6 +76,19 @@ bool StreamConnection::drain() {
   return hasReceived;
 }
 
+bool StreamConnection::endSending() {
+  shutdown(_socket.descriptor(), SHUT_WR);
+  int bytes = 0;
+  return ioctl(_socket.descriptor(), FIONREAD, &bytes) == 0 && bytes > 0;
+}
+
+bool StreamConnection::discard() {
+  for (;;) {
+    const ssize_t count = recv(_socket.descriptor(), _buffer.data(), _buffer.size(), MSG_DONTWAIT);
+    if (count <= 0) return count < 0 && (errno == EAGAIN || errno == EINTR);
+  }
+}
+
 bool StreamConnection::send(std::string_view message) noexcept {
   if (_hasFailed) return false;
   try {

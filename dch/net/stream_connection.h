@@ -53,6 +53,11 @@ class StreamConnection {
   void startToDrain();
   bool drain();
 
+  // Tells the client that no more answers come. Returns whether it is still sending.
+  bool endSending();
+  // Throws away what has come. Returns whether more may come.
+  bool discard();
+
   // Sends it, now or when the client reads: waitForMore() is to be called. Returns false when the
   // connection has failed.
   bool send(std::string_view message) noexcept;

@@ -7,6 +7,7 @@
 #include <cinttypes>
 #include <cstring>
 #include <exception>
+#include <thread>
 #include <utility>
 
 #include "dch/core/answers.h"
@@ -18,6 +19,8 @@ namespace {
 
 constexpr int mostAtOneGo = 64;
 constexpr int mostGoesAtTheEnd = SOMAXCONN / mostAtOneGo;  // for as many as the system lets wait
+constexpr int mostLooksAtTheEnd = 50;
+constexpr std::chrono::milliseconds pauseOfLooksAtTheEnd{10};
 constexpr std::chrono::milliseconds acceptPause{100};
 constexpr int unreadAnswerBytes = 128 << 10;  // the longest answer; the system takes twice that
 
@@ -218,6 +221,17 @@ bool StreamPort::drainRest() {
     note(entry.get());
   }
   return hasReceived;
+}
+
+void StreamPort::endSending() {
+  std::vector<StreamConnection*> sending;
+  for (auto& [number, entry] : _connections)
+    if (entry->connection.endSending()) sending.push_back(&entry->connection);
+  for (int look = 0; look < mostLooksAtTheEnd; ++look) {
+    std::erase_if(sending, [](StreamConnection* each) { return !each->discard(); });
+    if (sending.empty()) return;
+    std::this_thread::sleep_for(pauseOfLooksAtTheEnd);
+  }
 }
 
 }  // namespace dch

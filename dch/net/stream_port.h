@@ -83,6 +83,11 @@ class StreamPort : private ConnectionOwner {
   void drain();
   bool drainRest();
 
+  // Tells all clients that no more answers come. Those that are still sending have half a second to
+  // stop: to close a connection while something lies there would have the system throw away the
+  // answers on their way.
+  void endSending();
+
  private:
   struct Entry {
     StreamConnection connection;

@@ -90,6 +90,7 @@ void Server::stop(int signal) {
     _store.finish([this] { _manager.alive(); });
     _channel.finishPublishing();
   } while (_channel.drainRest() || _store.store().waiting() > 0);
+  _channel.endSending();
   _loop.stop();
 }
 

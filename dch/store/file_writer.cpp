@@ -91,6 +91,8 @@ bool FileWriter::tryToWrite(std::vector<Item>* group) noexcept {
     begin(&_writing, error.what());
   }
   if (isKept) end(&_writing);
+  // Whoever kept one group waiting in vain does not keep each of the next ones waiting as long.
+  _file.setPatience(isKept);
   return isKept;
 }
 

@@ -124,13 +124,17 @@ void StateFile::prepare(Durability durability) {
   checkVersion();
   if (sqlite3_db_readonly(_connection.handle(), "main") == 1)
     throw StateFileError(cannotOpen(_path, EACCES));
-  sqlite3_busy_timeout(_connection.handle(), busyMilliseconds);
+  setPatience(true);
   _connection.execute(settings);
   useLog();
   _connection.execute(durability == Durability::power ? "PRAGMA synchronous = FULL"
                                                       : "PRAGMA synchronous = NORMAL");
   upgradeSchema(_connection,
                 static_cast<int>(sqlite::queryNumber(_connection, "PRAGMA user_version")));
+}
+
+void StateFile::setPatience(bool isPatient) noexcept {
+  sqlite3_busy_timeout(_connection.handle(), isPatient ? busyMilliseconds : 0);
 }
 
 // Some file systems of networks cannot share the memory that the log takes.
@@ -202,11 +206,10 @@ std::string StateFile::whatIsLost() {
 
 void StateFile::saveLog() {
   if (!_lock.isOpen()) return;  // it is the other server's
-  sqlite3* const handle = _connection.handle();
-  sqlite3_busy_timeout(handle, 0);  // readers are not waited for: it is tried again
-  const int code =
-      sqlite3_wal_checkpoint_v2(handle, nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
-  sqlite3_busy_timeout(handle, busyMilliseconds);
+  setPatience(false);           // readers are not waited for: it is tried again
+  const int code = sqlite3_wal_checkpoint_v2(_connection.handle(), nullptr,
+                                             SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
+  setPatience(true);
   _connection.check(code);
   if (_place.isLost()) return;
   _connection.execute("PRAGMA journal_mode = DELETE");

@@ -25,6 +25,9 @@ class StateFile {
   sqlite::Connection& connection() { return _connection; }
   const std::string& path() const { return _path; }
 
+  // Whether another program that writes is waited for, for some seconds.
+  void setPatience(bool isPatient) noexcept;
+
   // Why the next server would not find what is written now, or finds the file free already, and
   // what to do about it; nothing when all is well. Somebody may take files away, or put others in
   // their place, at any time. Locks the file again where that is all. May take as long as the disk

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 
@@ -74,6 +75,19 @@ TEST_F(StateFileTest, AReaderThatStaysDoesNotHoldUpTheServer) {
   reader.execute("COMMIT");
   EXPECT_EQ(sqlite::queryNumber(reader, "SELECT count(*) FROM \"HOSTMON.load\""), 200);
   EXPECT_EQ(_store->figures().failures, 0u);
+}
+
+TEST_F(StateFileTest, AWriterThatStaysKeepsRowsWaitingOnce) {
+  start();
+  goOnline();
+  sqlite::Connection writer(path(), nullptr);
+  writer.execute("BEGIN IMMEDIATE");
+  const auto begin = std::chrono::steady_clock::now();
+  for (Time time = 1; time <= 5; ++time) EXPECT_FALSE(keep(Row{1, time, testkit::dataMessage(1)}));
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20)) << "5 of them each";
+  writer.execute("COMMIT");
+  EXPECT_TRUE(keep(Row{1, 6, testkit::dataMessage(1)}));
+  EXPECT_EQ(read("SELECT time_us FROM \"HOSTMON.load\""), "6\n");
 }
 
 TEST_F(StateFileTest, ANewerVersionIsRefused) {
