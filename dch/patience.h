@@ -7,9 +7,9 @@
 
 namespace dch {
 
-// Calls `attempt` until it returns true, or for half a second. A program that a server was about to start
-// when it was killed has the server's port and lock until it runs: who starts the next one at once
-// need not know.
+// Calls `attempt` until it returns true, or for half a second. A program that a server was about to
+// start when it was killed has the server's port and lock until it runs: who starts the next one at
+// once need not know.
 template <class Attempt>
 bool tryForAMoment(Attempt attempt) {
   constexpr int attempts = 25;
