@@ -9,6 +9,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "dch/net/this_machine.h"
+
 namespace dch {
 
 namespace {
@@ -29,17 +31,24 @@ PeerAddress asSeenFromThisMachine(PeerAddress sender) {
 }  // namespace
 
 LocalReceivers::LocalReceivers(const PeerAddress& sender)
-    : _sender(asSeenFromThisMachine(sender)),
+    : _sendsFromAll(sender.address == htonl(INADDR_ANY)),
+      _sender(asSeenFromThisMachine(sender)),
       _socket(socket(AF_NETLINK, SOCK_RAW | SOCK_NONBLOCK | SOCK_CLOEXEC, NETLINK_SOCK_DIAG)) {}
 
 // A system that cannot look for sockets answers that there is none: it has to find the sender
 // first.
 bool LocalReceivers::isGone(const PeerAddress& receiver) {
-  return isOfThisMachine(receiver) && find(receiver) == Found::no && find(_sender) == Found::yes;
+  return isLocal(receiver) && find(receiver) == Found::no && find(_sender) == Found::yes;
 }
 
-bool LocalReceivers::isOfThisMachine(const PeerAddress& receiver) const {
-  return receiver.isLoopback() || receiver.address == _sender.address;
+bool LocalReceivers::isLocal(const PeerAddress& receiver) const {
+  return receiver.isLoopback() || receiver.address == _sender.address ||
+         (_sendsFromAll && isOfThisMachine(receiver));
+}
+
+// To an address of its own a machine sends from that one.
+std::uint32_t LocalReceivers::senderFor(const PeerAddress& receiver) const {
+  return _sendsFromAll && !receiver.isLoopback() ? receiver.address : _sender.address;
 }
 
 LocalReceivers::Found LocalReceivers::find(const PeerAddress& receiver) {
@@ -56,7 +65,7 @@ bool LocalReceivers::ask(const PeerAddress& receiver) {
   question.request.sdiag_protocol = IPPROTO_UDP;
   // Looked for as for a datagram that comes in, so from the sender to the receiver.
   inet_diag_sockid& id = question.request.id;
-  id.idiag_src[0] = _sender.address;
+  id.idiag_src[0] = senderFor(receiver);
   id.idiag_sport = _sender.port;
   id.idiag_dst[0] = receiver.address;
   id.idiag_dport = receiver.port;

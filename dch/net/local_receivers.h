@@ -22,11 +22,13 @@ class LocalReceivers {
  private:
   enum class Found { yes, no, unknown };
 
-  bool isOfThisMachine(const PeerAddress& receiver) const;
+  bool isLocal(const PeerAddress& receiver) const;
+  std::uint32_t senderFor(const PeerAddress& receiver) const;
   Found find(const PeerAddress& receiver);
   bool ask(const PeerAddress& receiver);
   Found readAnswer();
 
+  const bool _sendsFromAll;  // addresses of the machine
   const PeerAddress _sender;
   const Descriptor _socket;
   std::uint32_t _lastNumber = 0;  // of a question

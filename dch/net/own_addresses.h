@@ -22,6 +22,7 @@ class OwnAddresses {
   }
 
  private:
+  // Asked for two ports alone, so it may cost a few calls of the system.
   bool isOwnMachine(const PeerAddress& peer) const;
 
   const PeerAddress _served;

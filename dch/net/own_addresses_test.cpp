@@ -2,7 +2,8 @@
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <ifaddrs.h>
+
+#include "dch/testkit/machine_addresses.h"
 
 namespace dch {
 namespace {
@@ -34,15 +35,11 @@ TEST(OwnAddressesTest, AreTwoPortsOfAllAddressesOfTheMachineWhereAllAreServed) {
     EXPECT_FALSE(own.contains(at("255.255.255.255", port)));
   }
   EXPECT_FALSE(own.contains(at("127.0.0.1", otherPort)));
-  ifaddrs* all = nullptr;
-  ASSERT_EQ(getifaddrs(&all), 0);
-  for (const ifaddrs* each = all; each != nullptr; each = each->ifa_next) {
-    if (each->ifa_addr == nullptr || each->ifa_addr->sa_family != AF_INET) continue;
-    PeerAddress address(reinterpret_cast<const sockaddr_in*>(each->ifa_addr)->sin_addr);
+  for (const in_addr each : testkit::machineAddresses()) {
+    PeerAddress address(each);
     address.port = htons(servedPort);
     EXPECT_TRUE(own.contains(address)) << address.text().data();
   }
-  freeifaddrs(all);
 }
 
 }  // namespace

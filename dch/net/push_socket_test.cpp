@@ -10,7 +10,9 @@
 #include <memory>
 #include <system_error>
 
+#include "dch/net/socket_option.h"
 #include "dch/testkit/clients.h"
+#include "dch/testkit/machine_addresses.h"
 #include "suite/zor0.h"
 #include "tests/support/wait_until.h"
 
@@ -97,6 +99,31 @@ TEST(PushSocketTest, FindsWhoIsGoneWithoutSendingAnything) {
     EXPECT_THAT(goneOf(socket), ElementsAre(missing));
   }
   EXPECT_EQ(first.receive(0), std::nullopt);
+}
+
+// Bound to an address of this machine, and gone unless it is kept.
+PeerAddress bindOne(in_addr to, Descriptor* kept = nullptr) {
+  Descriptor bound(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr = to;
+  address.sin_port =
+      kept == nullptr ? htons(static_cast<std::uint16_t>(testkit::portToLeave())) : 0;
+  EXPECT_EQ(bind(bound.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  const PeerAddress own(localAddressOf(bound.get()));
+  if (kept != nullptr) *kept = std::move(bound);
+  return own;
+}
+
+TEST(PushSocketTest, FindsWhoIsGoneAtAnyAddressOfTheMachine) {
+  if (!canLook()) GTEST_SKIP() << "the system may not be asked for sockets here";
+  PushSocket socket({htonl(INADDR_ANY)});
+  for (const in_addr address : testkit::machineAddresses()) {
+    Descriptor kept;
+    const PeerAddress there = bindOne(address, &kept), missing = bindOne(address);
+    for (const PeerAddress& each : {there, missing}) socket.look(each);
+    EXPECT_THAT(goneOf(socket), ElementsAre(missing)) << missing.text().data();
+  }
 }
 
 TEST(PushSocketTest, TakesNobodyOfAnotherMachineForGone) {
