@@ -50,7 +50,7 @@ void StreamConnection::goOn() {
 }
 
 void StreamConnection::waitForMore(bool isHeldUp) {
-  if (std::exchange(_isHeldUp, isHeldUp) && !isHeldUp) _lastMoved = Clock::now();
+  if (std::exchange(_isHeldUp, isHeldUp) && !isHeldUp && !hasUnsent()) _lastMoved = Clock::now();
   if (hasEnded()) return;
   if (_isBroken && !hasUnsent()) shutdown(_socket.descriptor(), SHUT_WR);
   if (hasUnsent())
@@ -83,10 +83,12 @@ bool StreamConnection::endSending() {
 }
 
 bool StreamConnection::discard() {
-  for (;;) {
+  constexpr int mostAtOnce = 4;
+  for (int i = 0; i < mostAtOnce; ++i) {
     const ssize_t count = recv(_socket.descriptor(), _buffer.data(), _buffer.size(), MSG_DONTWAIT);
     if (count <= 0) return count < 0 && (errno == EAGAIN || errno == EINTR);
   }
+  return true;
 }
 
 bool StreamConnection::send(std::string_view message) noexcept {
@@ -103,8 +105,8 @@ bool StreamConnection::send(std::string_view message) noexcept {
 }
 
 bool StreamConnection::isStalledSince(Clock::time_point time) const {
-  const bool isInMessage = !_isUnderWay && !_isHeldUp && _framer.isInMessage();
-  return (hasUnsent() || isInMessage || _isBroken) && _lastMoved < time;
+  const bool isToSend = (!_isUnderWay && _framer.isInMessage()) || _isBroken;
+  return (hasUnsent() || (isToSend && !_isHeldUp)) && _lastMoved < time;
 }
 
 // Returns whether something came. To close the connection while something lies there would have the

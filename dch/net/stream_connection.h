@@ -55,7 +55,7 @@ class StreamConnection {
 
   // Tells the client that no more answers come. Returns whether it is still sending.
   bool endSending();
-  // Throws away what has come. Returns whether more may come.
+  // Throws away some of what has come. Returns whether more may come.
   bool discard();
 
   // Sends it, now or when the client reads: waitForMore() is to be called. Returns false when the

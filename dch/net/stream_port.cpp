@@ -224,12 +224,14 @@ bool StreamPort::drainRest() {
 }
 
 void StreamPort::endSending() {
-  std::vector<StreamConnection*> sending;
-  for (auto& [number, entry] : _connections)
-    if (entry->connection.endSending()) sending.push_back(&entry->connection);
+  for (auto& [number, entry] : _connections) entry->isStillSending = entry->connection.endSending();
   for (int look = 0; look < mostLooksAtTheEnd; ++look) {
-    std::erase_if(sending, [](StreamConnection* each) { return !each->discard(); });
-    if (sending.empty()) return;
+    bool isSome = false;
+    for (auto& [number, entry] : _connections) {
+      entry->isStillSending = entry->isStillSending && entry->connection.discard();
+      isSome = isSome || entry->isStillSending;
+    }
+    if (!isSome) return;
     std::this_thread::sleep_for(pauseOfLooksAtTheEnd);
   }
 }

@@ -83,15 +83,16 @@ class StreamPort : private ConnectionOwner {
   void drain();
   bool drainRest();
 
-  // Tells all clients that no more answers come. Those that are still sending have half a second to
-  // stop: to close a connection while something lies there would have the system throw away the
-  // answers on their way.
+  // Tells all clients that no more answers come. Those of which something lies there unread have
+  // some half a second to stop: to close their connections then would have the system throw away
+  // the answers on their way.
   void endSending();
 
  private:
   struct Entry {
     StreamConnection connection;
-    bool isNoted = false;       // among those to be settled
+    bool isNoted = false;  // among those to be settled
+    bool isStillSending = false;
     std::size_t heldBytes = 0;  // counted
   };
 
