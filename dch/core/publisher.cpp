@@ -29,10 +29,12 @@ bool Publisher::hasSubscribers(std::string_view topic) const {
 }
 
 bool Publisher::lookForGone() {
-  const bool areAll = _subscriptions.visitSome(
-      mostLookedAt, [this](const PeerAddress& address) { _rowsOut.look(address); });
+  if (_leftToLookAt == 0) _leftToLookAt = _subscriptions.subscriberCount();
+  _subscriptions.visitSome(mostLookedAt,
+                           [this](const PeerAddress& address) { _rowsOut.look(address); });
+  _leftToLookAt -= std::min(_leftToLookAt, mostLookedAt);
   dropGone();
-  return !areAll;
+  return _leftToLookAt > 0;
 }
 
 void Publisher::dropSubscribers(const std::function<bool(const PeerAddress&)>& isToGo) {

@@ -36,7 +36,7 @@ class Publisher {
   bool hasSubscribers(std::string_view topic) const;
 
   // Looks whether some of the subscribers are gone. To be called every second or so. Returns
-  // whether there are others: then soon again, and so on.
+  // whether others are left: to be called again soon, until it has looked at all of them.
   bool lookForGone();
 
   // Drops the subscribers of which `isToGo` says so. Without memory for that it throws
@@ -81,6 +81,7 @@ class Publisher {
   Counters& _counters;
   const Log& _log;
   Publications _publications;
+  std::size_t _leftToLookAt = 0;   // whether they are gone
   std::vector<PeerAddress> _gone;  // those that are to be dropped; kept for its memory
 };
 

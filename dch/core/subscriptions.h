@@ -62,20 +62,19 @@ class Subscriptions {
   Subscribers* find(std::string_view topic);
 
   // Calls `call` with the addresses of some subscribers, `most` or a few more, and next time with
-  // those that follow. It changes nothing. Returns whether these were all of them.
+  // those that follow. It changes nothing.
   template <class Call>
-  bool visitSome(std::size_t most, Call call) {
+  void visitSome(std::size_t most, Call call) {
     const std::size_t buckets = _topicsOf.bucket_count();
-    for (std::size_t i = 0, visited = 0; i < buckets; ++i) {
-      if (visited >= most) return false;
+    for (std::size_t i = 0, visited = 0; i < buckets && visited < most; ++i) {
       const std::size_t bucket = _nextBucket++ % buckets;
       for (auto each = _topicsOf.begin(bucket); each != _topicsOf.end(bucket); ++each, ++visited)
         call(each->first);
     }
-    return true;
   }
 
   std::size_t size() const { return _size; }
+  std::size_t subscriberCount() const { return _topicsOf.size(); }
 
  private:
   struct Topics {

@@ -87,14 +87,10 @@ TEST(SubscriptionsTest, ShowsAllSubscribersAFewAtATime) {
   std::unordered_set<PeerAddress, PeerAddressHash> seen;
   std::size_t times = 0;
   for (; seen.size() < subscribers && times < subscribers; ++times)
-    EXPECT_FALSE(subscriptions.visitSome(100, [&](const PeerAddress& each) { seen.insert(each); }));
+    subscriptions.visitSome(100, [&](const PeerAddress& each) { seen.insert(each); });
   EXPECT_EQ(seen.size(), subscribers);
   EXPECT_GT(times, 1u);
   EXPECT_LE(times, 10u);
-  seen.clear();
-  EXPECT_TRUE(subscriptions.visitSome(subscribers + 1,
-                                      [&](const PeerAddress& each) { seen.insert(each); }));
-  EXPECT_EQ(seen.size(), subscribers);
 }
 
 TEST(SubscriptionsTest, KnowsWhoWasSentSomethingSinceItSubscribed) {

@@ -71,15 +71,14 @@ void Channel::collectPrograms() noexcept {
 
 void Channel::tick() noexcept {
   _streams.endStalled(StreamConnection::Clock::now());
-  lookForGone();
+  if (!_looking.isSet()) lookForGone();
   // The signal that tells of an end is lost when very many others come at the same moment.
   collectPrograms();
 }
 
 // Thousands of subscribers are looked at in some seconds, and nobody waits for that.
 void Channel::lookForGone() noexcept {
-  if (_core.lookForGoneSubscribers() && !_looking.isSet())
-    _looking.set(std::chrono::milliseconds(100));
+  if (_core.lookForGoneSubscribers()) _looking.set(std::chrono::milliseconds(100));
 }
 
 void Channel::drain() {
