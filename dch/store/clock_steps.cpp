@@ -25,8 +25,8 @@ ClockSteps::ClockSteps(sqlite::Connection& connection, const Providers& provider
 }
 
 void ClockSteps::note(std::int64_t number, Time time) {
-  // The sum, as the difference to the lowest number is none.
-  if (time + shortest >= _latest) {
+  // A sum: the difference to the lowest number would overflow.
+  if (time + leastStep >= _latest) {
     _latest = std::max(_latest, time);
     return;
   }

@@ -17,8 +17,8 @@ namespace dch {
 // made anew. One thread at a time.
 class ClockSteps {
  public:
-  // A step that is shorter is none: rows stay for so much longer than they should, at most.
-  static constexpr Time shortest = Time{60} * 60 * 1'000'000;
+  // Shorter steps are ignored: rows stay for up to so much too long.
+  static constexpr Time leastStep = Time{60} * 60 * 1'000'000;
 
   // Reads what is in the file.
   ClockSteps(sqlite::Connection& connection, const Providers& providers);

@@ -10,6 +10,13 @@
 
 namespace dch {
 
+namespace {
+
+// After a failure; how long others are waited for is in StateFile.
+constexpr std::chrono::seconds pauseOfPatience{30};
+
+}  // namespace
+
 FileWriter::FileWriter(StateFile& file, int checkpointPages, std::function<Time()> now)
     : _file(file),
       _checkpointPages(checkpointPages),
@@ -59,7 +66,7 @@ void FileWriter::write(std::vector<Item>* group) noexcept {
 // process, so that it must not be acknowledged.
 bool FileWriter::isInPlace() noexcept {
   const auto now = std::chrono::steady_clock::now();
-  if (!_place.isOn && now - _lastLookAtPlace < timeBetweenLooks) return true;
+  if (now - _lastLookAtPlace < timeBetweenLooks) return !_place.isOn;
   _lastLookAtPlace = now;
   try {
     const std::string lost = _file.whatIsLost();
@@ -80,6 +87,8 @@ bool FileWriter::isInPlace() noexcept {
 bool FileWriter::tryToWrite(std::vector<Item>* group) noexcept {
   std::int64_t position = 0;
   bool isKept = true;
+  // Whoever kept one group waiting in vain does not keep each of the next ones waiting as long.
+  _file.setPatience(std::chrono::steady_clock::now() >= _patientFrom);
   try {
     makeWriter();
     sqlite::Transaction transaction(_file.connection());
@@ -89,10 +98,9 @@ bool FileWriter::tryToWrite(std::vector<Item>* group) noexcept {
   } catch (const std::exception& error) {
     isKept = recover(position);
     begin(&_writing, error.what());
+    _patientFrom = std::chrono::steady_clock::now() + pauseOfPatience;
   }
   if (isKept) end(&_writing);
-  // Whoever kept one group waiting in vain does not keep each of the next ones waiting as long.
-  _file.setPatience(isKept);
   return isKept;
 }
 
@@ -144,16 +152,18 @@ void FileWriter::takeOutOfLog() {
 }
 
 bool FileWriter::tidy(const RetentionLimits& limits, bool isIdle) noexcept {
+  const bool isLook = limits != _limits || isLookDue(isIdle);
+  if (isLook) {
+    _limits = limits;
+    _changesSinceLook = 0;
+    _lastLook = std::chrono::steady_clock::now();
+  }
   if (!isInPlace()) return _hasMoreToTidy = false;
   try {
-    const bool isLook = limits != _limits || isLookDue(isIdle);
     bool isLogDone = true;
     // All that may have failed has to work before it is told so.
     if (_logPages >= _nextCheckpoint || (isLook && _tidying.isOn)) isLogDone = checkpoint();
     if (!isLook) return _hasMoreToTidy;
-    _limits = limits;
-    _changesSinceLook = 0;
-    _lastLook = std::chrono::steady_clock::now();
     makeWriter();
     const std::int64_t before = _retention.removed();
     _hasMoreToTidy = _retention.step(&*_writer, limits, _now());

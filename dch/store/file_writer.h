@@ -23,7 +23,7 @@ struct StoreFigures {
   std::uint64_t changesKept = 0;
   std::uint64_t changesRefused = 0;
   std::uint64_t rowsRemoved = 0;   // by retention
-  std::uint64_t failures = 0;      // groups, checkpoints and steps of retention
+  std::uint64_t failures = 0;      // groups, checkpoints, steps of retention, looks at its place
   std::uint64_t microseconds = 0;  // in which groups were written
   bool isFailing = false;          // the last group was not kept
 };
@@ -102,6 +102,7 @@ class FileWriter {
   int _logPages = 0;
   int _nextCheckpoint = _checkpointPages;
   std::chrono::steady_clock::time_point _lastLookAtPlace;
+  std::chrono::steady_clock::time_point _patientFrom;  // with other programs that write
   Trouble _place{"takes nothing more", "takes changes again"};
   Trouble _writing{"cannot be written", "is written again"};
   Trouble _tidying{"cannot be tidied, and rows may stay for longer than they should",

@@ -107,7 +107,8 @@ void Retention::remove(ChangeWriter* writer, std::int64_t first, std::int64_t co
   for (const auto& table : providers.tables())
     if (const auto& each = table->first(); each && each->number <= last)
       removed += table->remove(first, last, before);
-  if (const auto left = findFirst(providers, 0)) writer->clockSteps().forgetBefore(left->number);
+  const std::optional<RowTable::Place> left = findFirst(providers, 0);
+  writer->clockSteps().forgetBefore(left ? left->number : writer->keptPosition() + 1);
   transaction.commit();
   writer->committed();
   _removed += removed;

@@ -67,7 +67,7 @@ TEST_F(RetentionTest, RowsOfAClockThatWasAheadKeepNoOthers) {
 }
 
 TEST_F(RetentionTest, StepsOfTheClockAreForgottenWithTheirRows) {
-  for (const Time time : {5 * day, 4 * day, 3 * day, 3 * day - ClockSteps::shortest, 20 * day})
+  for (const Time time : {5 * day, 4 * day, 3 * day, 3 * day - ClockSteps::leastStep, 20 * day})
     keepRows(1, 1, time);
   EXPECT_EQ(read("SELECT count(*) FROM clock_steps"), "2\n") << "a short one is none";
   _now = 21 * day;

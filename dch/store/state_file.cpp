@@ -21,6 +21,9 @@ namespace {
 // Another program that writes has to be done in this time.
 constexpr int busyMilliseconds = 5'000;
 
+constexpr int lockFlags = O_RDWR | O_CREAT | O_CLOEXEC;
+constexpr mode_t lockMode = 0644;
+
 constexpr char settings[] = R"(
 PRAGMA auto_vacuum = INCREMENTAL;
 PRAGMA wal_autocheckpoint = 0;
@@ -40,6 +43,13 @@ std::string holderOf(int descriptor) {
   char text[32] = {};
   const ssize_t count = pread(descriptor, text, sizeof text - 1, 0);
   return count > 0 ? " (process " + std::string(text, static_cast<std::size_t>(count)) + ")" : "";
+}
+
+// It is only a help for people.
+void tellHolder(int descriptor) {
+  const std::string holder = std::to_string(getpid());
+  if (ftruncate(descriptor, 0) != 0 || pwrite(descriptor, holder.data(), holder.size(), 0) < 0)
+    errno = 0;
 }
 
 std::string cannotOpen(const std::string& path, int systemError) {
@@ -85,7 +95,7 @@ StateFile::StateFile(const std::string& path, Durability durability, const char*
 }
 
 Descriptor StateFile::lock() const {
-  Descriptor lock(::open(lockPath().c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+  Descriptor lock(::open(lockPath().c_str(), lockFlags, lockMode));
   if (!lock.isOpen()) throw StateFileError(cannotOpen(_path, errno));
   int error = 0;
   tryForAMoment([&] {
@@ -93,10 +103,7 @@ Descriptor StateFile::lock() const {
     return error != EWOULDBLOCK;
   });
   if (error == 0) {
-    const std::string holder = std::to_string(getpid());
-    // It is only a help for people.
-    if (ftruncate(lock.get(), 0) != 0 || pwrite(lock.get(), holder.data(), holder.size(), 0) < 0)
-      errno = 0;
+    tellHolder(lock.get());
     return lock;
   }
   if (error != EWOULDBLOCK) throw StateFileError(cannotOpen(_path, error));
@@ -178,15 +185,18 @@ const FilePlace* StateFile::findLostLog() const {
 
 // Returns false from when another server has had it: what this one knows is not in it any more.
 bool StateFile::keepLock() {
-  if (!_lock.isOpen() || !_lockPlace.isLost()) return _lock.isOpen();
-  try {
-    _lock = Descriptor();
-    _lock = lock();
-    _lockPlace = FilePlace(_lockPlace.path());
-  } catch (const StateFileError&) {
-    // Another one has it.
+  if (_isAnothers || !_lockPlace.isLost()) return !_isAnothers;
+  const std::string path = _lockPlace.path();
+  Descriptor fresh(::open(path.c_str(), lockFlags, lockMode));
+  if (!fresh.isOpen()) return false;  // it is tried again
+  if (flock(fresh.get(), LOCK_EX | LOCK_NB) == 0) {
+    tellHolder(fresh.get());
+    _lock = std::move(fresh);
+    _lockPlace = FilePlace(path);
+    return true;
   }
-  return _lock.isOpen();
+  _isAnothers = errno == EWOULDBLOCK;
+  return false;
 }
 
 std::string StateFile::whatIsLost() {
@@ -194,9 +204,10 @@ std::string StateFile::whatIsLost() {
     return "it was removed, moved or replaced; put it back, or start the server anew to go on with "
            "what is there";
   if (!keepLock())
-    return _lockPlace.path() +
-           " was removed, moved or replaced, and another server has the file "
-           "since; end that one, and start this one anew";
+    return _lockPlace.path() + " was removed, moved or replaced, " +
+           (_isAnothers ? "and another server has the file since; end that one, and start this one "
+                          "anew"
+                        : "and cannot be made anew");
   if (const FilePlace* const log = findLostLog())
     return log->path() +
            " was removed, moved or replaced; end what reads the file, or start the "
@@ -205,8 +216,8 @@ std::string StateFile::whatIsLost() {
 }
 
 void StateFile::saveLog() {
-  if (!_lock.isOpen()) return;  // it is the other server's
-  setPatience(false);           // readers are not waited for: it is tried again
+  if (_isAnothers) return;
+  setPatience(false);  // readers are not waited for: it is tried again
   const int code = sqlite3_wal_checkpoint_v2(_connection.handle(), nullptr,
                                              SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
   setPatience(true);

@@ -61,6 +61,7 @@ class StateFile {
   sqlite::Connection _connection;
   FilePlace _place;
   FilePlace _lockPlace;
+  bool _isAnothers = false;             // another server has locked it since
   std::array<FilePlace, 2> _logPlaces;  // and that of its index
 };
 
