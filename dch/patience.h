@@ -1,4 +1,4 @@
-// patience.h: with what a server that has just died leaves behind for a moment.
+// patience.h: tries for a moment to get what a server that has just died still holds.
 #ifndef DCH_PATIENCE_H
 #define DCH_PATIENCE_H
 
@@ -9,7 +9,7 @@ namespace dch {
 
 // Calls `attempt` until it returns true, or for half a second. A program that a server was about to
 // start when it was killed has the server's port and lock until it runs: who starts the next one at
-// once need not know.
+// once need not wait for that.
 template <class Attempt>
 bool tryForAMoment(Attempt attempt) {
   constexpr int attempts = 25;

@@ -22,12 +22,16 @@ constexpr char application[] = "BYSTANDER";
 
 // As many answers at least, and as many calls of the other one.
 constexpr std::size_t leastAnswers = 300;
-constexpr int leastCalls = 20;
+constexpr std::size_t leastCalls = 20;
 
-// A busy machine that is stopped now and then makes few answers take so long. Who is held up asks
-// less, so that they are compared with what the other one did, and not with all answers.
+// A busy machine that is stopped now and then makes few answers take so long.
 constexpr double longSeconds = 0.5;
-constexpr int callsToOneLong = 4;
+
+// Who is held up each time the other one does something asks less than usual, and may be held up
+// each time he asks himself: so the fewer of both count.
+std::size_t mostLongOnes(std::size_t calls, std::size_t answers) {
+  return std::max(leastCalls, std::min(calls, answers)) / 4;
+}
 
 std::string milliseconds(double seconds) {
   return std::to_string(seconds * 1'000) + " ms";
@@ -55,9 +59,9 @@ bool Bystander::isServed(std::size_t turn, Wants wants) const {
 void Bystander::expectIsServed(const std::function<void()>& hostile, Wants wants,
                                std::chrono::seconds atLeast) const {
   const auto end = std::chrono::steady_clock::now() + atLeast;
-  std::atomic<int> calls{hostile ? 0 : leastCalls};
+  std::atomic<std::size_t> calls{hostile ? 0 : leastCalls};
   std::vector<double> times;
-  int longOnes = 0;
+  std::size_t longOnes = 0;
   {
     const std::jthread other([&](const std::stop_token& isOver) {
       try {
@@ -69,7 +73,7 @@ void Bystander::expectIsServed(const std::function<void()>& hostile, Wants wants
     });
     while ((times.size() < leastAnswers || calls < leastCalls ||
             std::chrono::steady_clock::now() < end) &&
-           longOnes <= std::max(calls.load(), leastCalls) / callsToOneLong) {
+           longOnes <= mostLongOnes(calls, times.size())) {
       bool hasAnswer = false;
       times.push_back(secondsOf([&] { hasAnswer = isServed(times.size(), wants); }));
       ASSERT_TRUE(hasAnswer) << "question " << times.size();
@@ -84,8 +88,7 @@ void Bystander::expectIsServed(const std::function<void()>& hostile, Wants wants
   ::testing::Test::RecordProperty("median", milliseconds(median));
   ::testing::Test::RecordProperty("nine_tenths", milliseconds(most));
   ::testing::Test::RecordProperty("slowest", milliseconds(times.back()));
-  EXPECT_LE(longOnes, std::max(calls.load(), leastCalls) / callsToOneLong)
-      << "took longer than half a second";
+  EXPECT_LE(longOnes, mostLongOnes(calls, times.size())) << "took longer than half a second";
 }
 
 }  // namespace dch::testkit

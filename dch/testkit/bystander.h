@@ -22,7 +22,8 @@ class Bystander {
   // Asks over both carriers, one thing after the other and for so long at least, while `hostile`,
   // if there is one, is called again and again on a thread of its own. Prints and records how long
   // the answers took; the test fails when one does not come, or when more of them take longer than
-  // half a second than a quarter of those calls, or than five.
+  // half a second than five, and than a quarter of the calls, or of the answers where they are
+  // fewer.
   void expectIsServed(const std::function<void()>& hostile = nullptr,
                       Wants wants = Wants::everything,
                       std::chrono::seconds atLeast = std::chrono::seconds(0)) const;
