@@ -61,9 +61,7 @@ void StreamConnection::waitForMore(bool isHeldUp) {
 
 // A client that goes on sending does not keep the server from ending.
 void StreamConnection::startToDrain() {
-  int bytes = 0;
-  ioctl(_socket.descriptor(), FIONREAD, &bytes);
-  _bytesToDrain = static_cast<std::size_t>(bytes) + 1;  // the end may be there too
+  _bytesToDrain = unreadBytes() + 1;  // the end may be there too
 }
 
 bool StreamConnection::drain() {
@@ -78,8 +76,7 @@ bool StreamConnection::drain() {
 
 bool StreamConnection::endSending() {
   shutdown(_socket.descriptor(), SHUT_WR);
-  int bytes = 0;
-  return ioctl(_socket.descriptor(), FIONREAD, &bytes) == 0 && bytes > 0;
+  return unreadBytes() > 0;
 }
 
 bool StreamConnection::discard() {
@@ -127,6 +124,13 @@ bool StreamConnection::receive() {
   }
   goOn();
   return !_isLast;
+}
+
+// What lies with the system.
+std::size_t StreamConnection::unreadBytes() const {
+  int bytes = 0;
+  ioctl(_socket.descriptor(), FIONREAD, &bytes);
+  return static_cast<std::size_t>(bytes);
 }
 
 void StreamConnection::endWithBroken() {

@@ -80,6 +80,7 @@ class StreamConnection {
 
  private:
   bool receive();
+  std::size_t unreadBytes() const;
   void endWithBroken();
   void sendRest();
   std::size_t trySend(std::string_view bytes);

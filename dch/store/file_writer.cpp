@@ -136,7 +136,7 @@ bool FileWriter::recover(std::int64_t position) noexcept {
     if (_writer->keptPosition() >= position) return true;
     takeOutOfLog();
   } catch (const std::exception&) {
-    // It is tried again with the next group.
+    // The next group takes its place, if it can.
   }
   return false;
 }

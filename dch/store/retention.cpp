@@ -65,8 +65,9 @@ bool Retention::step(ChangeWriter* writer, const RetentionLimits& limits, Time n
 // As many as take what is too much, if all take the same, and no more: they may be large and few.
 bool Retention::removeTooMany(ChangeWriter* writer, std::int64_t usedBytes,
                               std::int64_t mostBytes) {
+  if (usedBytes <= mostBytes) return false;
   const std::optional<RowTable::Place> first = findFirst(writer->providers(), 0);
-  if (!first || usedBytes <= mostBytes) return false;
+  if (!first) return false;
   const std::int64_t count = writer->keptPosition() - first->number + 1;
   const std::int64_t each = std::max<std::int64_t>(usedBytes / count, 1);
   remove(writer, first->number, std::min((usedBytes - mostBytes) / each + 1, stepRows),

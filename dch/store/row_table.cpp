@@ -143,8 +143,9 @@ std::optional<RowTable::Place> RowTable::findFirst(std::int64_t number) {
 }
 
 std::optional<RowTable::Place> RowTable::last() {
-  return place(prepared(&_findLast,
-                        "SELECT number, time_us FROM " + _name + " ORDER BY number DESC LIMIT 1"));
+  sqlite::Statement query(_connection,
+                          "SELECT number, time_us FROM " + _name + " ORDER BY number DESC LIMIT 1");
+  return place(query);
 }
 
 std::optional<RowTable::Place> RowTable::place(sqlite::Statement& query) {

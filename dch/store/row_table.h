@@ -57,7 +57,8 @@ class RowTable {
     std::int64_t number;
     Time time;
   };
-  // The first row, without a search; the first one from that number on; the last one.
+  // The first row, without a search; the first one from that number on; the last one, for which a
+  // statement is prepared each time.
   const std::optional<Place>& first();
   std::optional<Place> firstFrom(std::int64_t number);
   std::optional<Place> last();
@@ -81,7 +82,6 @@ class RowTable {
   sqlite::Statement _saveNewest;
   sqlite::Statement _remove;
   sqlite::Statement _findFirst;
-  sqlite::Statement _findLast;
   std::optional<Place> _first;
   bool _firstIsKnown = false;
 };

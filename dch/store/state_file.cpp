@@ -21,9 +21,6 @@ namespace {
 // Another program that writes has to be done in this time.
 constexpr int busyMilliseconds = 5'000;
 
-constexpr int lockFlags = O_RDWR | O_CREAT | O_CLOEXEC;
-constexpr mode_t lockMode = 0644;
-
 constexpr char settings[] = R"(
 PRAGMA auto_vacuum = INCREMENTAL;
 PRAGMA wal_autocheckpoint = 0;
@@ -45,11 +42,18 @@ std::string holderOf(int descriptor) {
   return count > 0 ? " (process " + std::string(text, static_cast<std::size_t>(count)) + ")" : "";
 }
 
-// It is only a help for people.
-void tellHolder(int descriptor) {
+Descriptor openLock(const std::string& path) {
+  return Descriptor(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+}
+
+// Returns the system's error, 0 when it is locked now.
+int tryToLock(int descriptor) {
+  if (flock(descriptor, LOCK_EX | LOCK_NB) != 0) return errno;
+  // It is only a help for people.
   const std::string holder = std::to_string(getpid());
   if (ftruncate(descriptor, 0) != 0 || pwrite(descriptor, holder.data(), holder.size(), 0) < 0)
     errno = 0;
+  return 0;
 }
 
 std::string cannotOpen(const std::string& path, int systemError) {
@@ -95,17 +99,14 @@ StateFile::StateFile(const std::string& path, Durability durability, const char*
 }
 
 Descriptor StateFile::lock() const {
-  Descriptor lock(::open(lockPath().c_str(), lockFlags, lockMode));
+  Descriptor lock = openLock(lockPath());
   if (!lock.isOpen()) throw StateFileError(cannotOpen(_path, errno));
   int error = 0;
   tryForAMoment([&] {
-    error = flock(lock.get(), LOCK_EX | LOCK_NB) == 0 ? 0 : errno;
+    error = tryToLock(lock.get());
     return error != EWOULDBLOCK;
   });
-  if (error == 0) {
-    tellHolder(lock.get());
-    return lock;
-  }
+  if (error == 0) return lock;
   if (error != EWOULDBLOCK) throw StateFileError(cannotOpen(_path, error));
   throw StateFileError("the state file " + _path + " is in use by another server" +
                        holderOf(lock.get()) + ": stop that one or give this one a file of its own");
@@ -187,16 +188,14 @@ const FilePlace* StateFile::findLostLog() const {
 bool StateFile::keepLock() {
   if (_isAnothers || !_lockPlace.isLost()) return !_isAnothers;
   const std::string path = _lockPlace.path();
-  Descriptor fresh(::open(path.c_str(), lockFlags, lockMode));
+  Descriptor fresh = openLock(path);
   if (!fresh.isOpen()) return false;  // it is tried again
-  if (flock(fresh.get(), LOCK_EX | LOCK_NB) == 0) {
-    tellHolder(fresh.get());
-    _lock = std::move(fresh);
-    _lockPlace = FilePlace(path);
-    return true;
-  }
-  _isAnothers = errno == EWOULDBLOCK;
-  return false;
+  const int error = tryToLock(fresh.get());
+  _isAnothers = error == EWOULDBLOCK;
+  if (error != 0) return false;
+  _lock = std::move(fresh);
+  _lockPlace = FilePlace(path);
+  return true;
 }
 
 std::string StateFile::whatIsLost() {
