@@ -3,12 +3,10 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
-#include <atomic>
 #include <chrono>
 #include <list>
 #include <memory>
 #include <set>
-#include <thread>
 
 #include "dch/net/port.h"
 #include "dch/service/server.h"
@@ -16,7 +14,9 @@
 #include "dch/testkit/clients.h"
 #include "dch/testkit/faulty_vfs.h"
 #include "dch/testkit/messages.h"
+#include "dch/testkit/server_process.h"
 #include "dch/testkit/shared.h"
+#include "dch/testkit/standstill.h"
 #include "dch/testkit/store_test.h"
 #include "tests/support/process.h"
 #include "tests/support/temporary_files.h"
@@ -28,28 +28,16 @@
 namespace dch::testkit {
 namespace {
 
-struct Disk {
-  std::atomic<bool> hangs{false};
-  std::atomic<bool> isAsked{false};  // while it hangs
-};
-
 class ZordchdDiskTest : public ::testing::Test {
  protected:
-  ZordchdDiskTest() {
-    const std::string ready = _server.waitForOutput("\n");
-    _port = std::stoi(ready.substr(ready.find(" port ") + 6));
-  }
-  ~ZordchdDiskTest() override { _disk->hangs = false; }
+  ~ZordchdDiskTest() override { _hang->isOn = false; }
 
   // What the process of the server does.
   int serve() const {
     FaultyVfs vfs;
     sqlite3_vfs_register(sqlite3_vfs_find(vfs.name()), 1);  // what the server opens is on it
     vfs.setDecision([this](DiskOperation) {
-      while (_disk->hangs) {
-        _disk->isAsked = true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-      }
+      _hang->wait();
       return DiskOutcome::works;
     });
     Configuration configuration;
@@ -59,9 +47,7 @@ class ZordchdDiskTest : public ::testing::Test {
   }
 
   ZORA_Long goOnline(const std::string& source) {
-    const auto answer =
-        onlineAnswerOf(UdpClient(_port).ask(onlineMessage("HOSTMON", "load", source)));
-    return answer ? answer->handle : 0;
+    return handleOf(UdpClient(_port).ask(onlineMessage("HOSTMON", "load", source)));
   }
 
   static std::string row(ZORA_Long handle, int number) {
@@ -89,9 +75,9 @@ class ZordchdDiskTest : public ::testing::Test {
 
   const TemporaryFolder _folder;
   const std::string _path = _folder.path() + "/state.db";
-  const Shared<Disk> _disk;
+  const Shared<Standstill> _hang;  // of the disk
   Process _server{[this] { return serve(); }};
-  int _port = 0;
+  const int _port = portIn(_server.waitForOutput("\n"));
 };
 
 TEST_F(ZordchdDiskTest, ThatDoesNotAnswerMakesOnlyThatWaitWhichIsToBeKept) {
@@ -104,13 +90,13 @@ TEST_F(ZordchdDiskTest, ThatDoesNotAnswerMakesOnlyThatWaitWhichIsToBeKept) {
   subscriber.send(subscribeMessage("HOSTMON", "load"));
   subscriber.ask(unregisterMessage("NONE"));  // it is done with the subscription then
 
-  _disk->hangs = true;
+  _hang->isOn = true;
   std::list<UdpClient> senders;
   for (int number = 1; number <= rows; ++number)
     senders.emplace_back(_port).send(row(handles[number % 2], number));
   registrar.send(registerMessage("appl:OTHER,OTH;group:g;attr:a,N,4;", "OTHER", "OTH"));
   other.send(deferralMessage(42));
-  ASSERT_TRUE(waitUntil([&] { return _disk->isAsked.load(); }));
+  ASSERT_TRUE(waitUntil([&] { return _hang->isMet.load(); }));
   bystander.expectIsServed([this] { expectOthersAreServed(); }, Bystander::Wants::questions, hang);
   // Subscribers come while rows wait, and get those too.
   other.send(subscribeMessage("HOSTMON", "load"));
@@ -124,7 +110,7 @@ TEST_F(ZordchdDiskTest, ThatDoesNotAnswerMakesOnlyThatWaitWhichIsToBeKept) {
   EXPECT_FALSE(registrar.hasDatagram());
   EXPECT_FALSE(subscriber.hasDatagram());
 
-  _disk->hangs = false;
+  _hang->isOn = false;
   for (const UdpClient& sender : senders)
     EXPECT_EQ(statusOf(sender.receive().value_or("")), DCH_STATUS_OK);
   EXPECT_EQ(statusOf(registrar.receive().value_or("")), DCH_STATUS_OK);

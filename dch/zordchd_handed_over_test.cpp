@@ -180,9 +180,9 @@ TEST_F(ZordchdHandedOverTest, KeepWhatComesWhileNoServerRuns) {
 class Source {
  public:
   Source(int port, int number) : _client(port) {
-    const auto answer = onlineAnswerOf(
-        _client.ask(onlineMessage("HOSTMON", "load", "host" + std::to_string(number))));
-    _row = dataMessage(answer ? answer->handle : 0, {{"load1", 'D', "1"}});
+    const std::string name = "host" + std::to_string(number);
+    const ZORA_Long handle = handleOf(_client.ask(onlineMessage("HOSTMON", "load", name)));
+    _row = dataMessage(handle, {{"load1", 'D', "1"}});
     _thread = std::thread([this] { run(); });
   }
   ~Source() { finish(); }

@@ -5,12 +5,10 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <iostream>
 #include <string>
-#include <thread>
 
 #include "dch/net/port.h"
 #include "dch/service/server.h"
@@ -20,6 +18,7 @@
 #include "dch/testkit/messages.h"
 #include "dch/testkit/server_process.h"
 #include "dch/testkit/shared.h"
+#include "dch/testkit/standstill.h"
 #include "dch/testkit/store_test.h"
 #include "tests/support/failing_calls.h"
 #include "tests/support/process.h"
@@ -39,38 +38,29 @@ double secondsSince(Clock::time_point start) {
 }
 
 ZORA_Long goOnline(const UdpClient& client, const std::string& source) {
-  const auto answer = onlineAnswerOf(client.ask(onlineMessage("HOSTMON", "load", source)));
-  return answer ? answer->handle : 0;
+  return handleOf(client.ask(onlineMessage("HOSTMON", "load", source)));
 }
 
 bool isRowKept(const UdpClient& client, ZORA_Long handle) {
   return statusOf(client.ask(dataMessage(handle, {{"load1", 'D', "1"}}))) == DCH_STATUS_OK;
 }
 
-struct LogFile {
-  std::atomic<bool> hangs{false};
-  std::atomic<bool> isAsked{false};  // while it hangs
-};
-
 class ZordchdLogFileTest : public ::testing::Test {
  protected:
   // Registers, and goes on line when the log takes nothing any more.
   ZordchdLogFileTest() {
     EXPECT_EQ(statusOf(_client.ask(registerMessage())), DCH_STATUS_OK);
-    _file->hangs = true;
+    _hang->isOn = true;
     EXPECT_EQ(goOnline(_client, "host0"), 1);
-    EXPECT_TRUE(waitUntil([this] { return _file->isAsked.load(); }));
+    EXPECT_TRUE(waitUntil([this] { return _hang->isMet.load(); }));
   }
-  ~ZordchdLogFileTest() override { _file->hangs = false; }
+  ~ZordchdLogFileTest() override { _hang->isOn = false; }
 
   // What the process of the server does.
   int serve() const {
     dup2(open(logPath().c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600), STDERR_FILENO);
     standIns.write = [this](int descriptor, const void* bytes, std::size_t count) {
-      while (descriptor == STDERR_FILENO && _file->hangs) {
-        _file->isAsked = true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-      }
+      if (descriptor == STDERR_FILENO) _hang->wait();
       return __real_write(descriptor, bytes, count);
     };
     Configuration configuration;
@@ -83,7 +73,7 @@ class ZordchdLogFileTest : public ::testing::Test {
   std::string statePath() const { return _folder.path() + "/state.db"; }
 
   const TemporaryFolder _folder;
-  const Shared<LogFile> _file;
+  const Shared<Standstill> _hang;  // of the log file
   Process _server{[this] { return serve(); }};
   const int _port = portIn(_server.waitForOutput("\n"));
   const UdpClient _client{_port};
@@ -97,7 +87,7 @@ TEST_F(ZordchdLogFileTest, ThatHangsHoldsNobodyUpAndGetsAllLinesWhenItGoesOn) {
   Bystander(_port).expectIsServed(nullptr, Bystander::Wants::everything, hang);
   _server.signal(SIGUSR1);
 
-  _file->hangs = false;
+  _hang->isOn = false;
   EXPECT_TRUE(waitUntil(
       [&] { return contentOf(logPath()).find("  changes_waiting ") != std::string::npos; }));
   const std::string log = contentOf(logPath());

@@ -40,8 +40,7 @@ class ZordchdMangledTest : public ::testing::Test {
   }
 
   ZORA_Long goOnline(const std::string& application, const std::string& source) {
-    const auto answer = onlineAnswerOf(_witness->ask(onlineMessage(application, "load", source)));
-    return answer ? answer->handle : 0;
+    return handleOf(_witness->ask(onlineMessage(application, "load", source)));
   }
 
   std::string catalogue() {

@@ -21,12 +21,6 @@ class ZordchdRetentionTest : public StoreTest {
     goOnline();
   }
 
-  void keepRows(int count, Time age, std::size_t bytes = 0) {
-    std::string message = dataMessage(1);
-    message.resize(message.size() + bytes);
-    for (int row = 0; row < count; ++row) append(Row{1, dch::now() - age, message});
-    _store->finish();
-  }
   int rows() const { return std::stoi(read("SELECT count(*) FROM \"HOSTMON.load\"")); }
 
   // A server serves what is kept, and reads its file again with these limits.
@@ -44,15 +38,15 @@ class ZordchdRetentionTest : public StoreTest {
 };
 
 TEST_F(ZordchdRetentionTest, FewerDaysAreInForceSoon) {
-  keepRows(4, 9 * day);
-  keepRows(6, 1 * day);
+  keepRows(1, 4, dch::now() - 9 * day);
+  keepRows(1, 6, dch::now() - 1 * day);
   serveAndKeepLess("keep_days = 2\nkeep_megabytes = 1000\n");
   EXPECT_TRUE(waitUntil([&] { return rows() == 6; })) << rows();
   EXPECT_EQ(_server->stop(SIGTERM), 0);
 }
 
 TEST_F(ZordchdRetentionTest, FewerMegabytesAreInForceSoon) {
-  keepRows(4'000, 1 * day, 1'000);
+  keepRows(1, 4'000, dch::now() - 1 * day, 1'000);
   serveAndKeepLess("keep_days = 30\nkeep_megabytes = 3\n");
   // Three have room in a page of 4,096 bytes.
   EXPECT_TRUE(waitUntil([&] { return rows() * 4'096 / 3 <= 3 * 1'048'576; })) << rows();

@@ -12,6 +12,7 @@
 #include "dch/testkit/counter_cases.h"
 #include "dch/testkit/log_pipe.h"
 #include "dch/testkit/messages.h"
+#include "dch/testkit/server_process.h"
 #include "tests/support/process.h"
 #include "tests/support/text_count.h"
 #include "tests/support/wait_until.h"
@@ -33,8 +34,7 @@ class ServerWithPipe {
       Server(openPort({htonl(INADDR_LOOPBACK)}, 0), std::nullopt, {}, configuration).run();
       return 0;
     });
-    const std::string ready = _process->waitForOutput("\n");
-    port = std::stoi(ready.substr(ready.find(" port ") + 6));
+    port = portIn(_process->waitForOutput("\n"));
   }
   // All that it has written so far, and could write.
   const std::string& readLog() {

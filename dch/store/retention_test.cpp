@@ -8,7 +8,6 @@
 namespace dch {
 namespace {
 
-using testkit::dataMessage;
 using testkit::day;
 
 class RetentionTest : public testkit::StoreTest {
@@ -17,12 +16,6 @@ class RetentionTest : public testkit::StoreTest {
     start();
     goOnline();
     ASSERT_TRUE(keep(WentOnline{"HOSTMON", "disk", "sda", 2}));
-  }
-  void keepRows(ZORA_Long handle, int count, Time time, std::size_t bytes = 0) {
-    std::string message = dataMessage(handle);
-    message.resize(message.size() + bytes);
-    for (int row = 0; row < count; ++row) append(Row{handle, time, message});
-    _store->finish();
   }
   bool waitForRows(const std::string& view, const std::string& count) {
     return waitUntil(

@@ -156,6 +156,11 @@ std::optional<OnlineAnswer> onlineAnswerOf(const std::string& answer) {
   return result;
 }
 
+ZORA_Long handleOf(const std::string& answer) {
+  const auto online = onlineAnswerOf(answer);
+  return online ? online->handle : 0;
+}
+
 std::optional<std::string> textOf(const std::string& answer) {
   std::string message = answer;
   FieldReader fields(message);

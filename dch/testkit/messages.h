@@ -56,6 +56,8 @@ struct OnlineAnswer {
   bool operator==(const OnlineAnswer&) const = default;
 };
 std::optional<OnlineAnswer> onlineAnswerOf(const std::string& answer);
+// The handle alone, 0 when there is none.
+ZORA_Long handleOf(const std::string& answer);
 std::optional<std::string> textOf(const std::string& answer);
 
 // A status event as "APPLICATION,GROUP,SOURCE,CODE" with the code in hexadecimal, such as

@@ -92,6 +92,14 @@ class StoreTest : public ::testing::Test {
     return _client.concluded.back().second;
   }
 
+  // So many rows that are alike, each longer by so many bytes than it need be.
+  void keepRows(ZORA_Long handle, int count, Time time, std::size_t bytes = 0) {
+    std::string message = dataMessage(handle);
+    message.resize(message.size() + bytes);
+    for (int row = 0; row < count; ++row) append(Row{handle, time, message});
+    _store->finish();
+  }
+
   // HOSTMON with its groups, and a source of load with handle 1.
   void goOnline() {
     ASSERT_TRUE(keep(registered(hostmonRegistration)));
