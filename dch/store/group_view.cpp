@@ -1,5 +1,6 @@
 #include "dch/store/group_view.h"
 
+#include "dch/core/utf8.h"
 #include "dch/store/schema.h"
 #include "dch/store/sqlite.h"
 
@@ -18,7 +19,7 @@ SqlNames::SqlNames(std::initializer_list<std::string_view> taken) {
 }
 
 std::string SqlNames::take(std::string_view wanted) {
-  std::string name = sqlite::asUtf8(wanted);
+  std::string name = asUtf8(wanted);
   if (folded(name).starts_with(reservedPrefix)) name.insert(0, 1, '_');
   while (!_taken.insert(folded(name)).second) name += '_';
   return name;

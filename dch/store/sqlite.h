@@ -69,11 +69,6 @@ class Connection {
   bool _isWholeOnly = false;
 };
 
-// Whether the text is well-formed UTF-8.
-bool isUtf8(std::string_view text);
-// The same text, each byte that is no part of a character replaced by U+FFFD.
-std::string asUtf8(std::string_view text);
-
 // A name in SQL.
 std::string quoted(std::string_view name);
 
