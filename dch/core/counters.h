@@ -37,6 +37,15 @@ enum class Counter : std::size_t {
   stalledConnections,
   crowdedConnections,
   logLinesDropped,
+  // Of the page and what is behind it.
+  webRequests,
+  webRequestsRefused,
+  webFailures,
+  webConnectionsRefused,
+  webConnectionsGivenUp,
+  webAcceptFailures,
+  liveEventsLost,
+  liveClientsDropped,
   // Of the file that the state is kept in.
   groupsWritten,
   changesKept,
@@ -51,6 +60,8 @@ enum class Counter : std::size_t {
   subscriptions,
   connections,
   changesWaiting,
+  webConnections,
+  liveClients,
   count
 };
 
@@ -101,6 +112,20 @@ inline constexpr CounterDescription counterDescriptions[] = {
      "connections ended as the unfinished messages of all took too much memory"},
     {Counter::logLinesDropped, "log_lines_dropped",
      "lines that the log could not take, or should not"},
+    {Counter::webRequests, "web_requests", "requests for the page and what is behind it"},
+    {Counter::webRequestsRefused, "web_requests_refused",
+     "such requests for another host, or without the token"},
+    {Counter::webFailures, "web_failures", "such requests that the server could not do"},
+    {Counter::webConnectionsRefused, "web_connections_refused",
+     "connections for the page without room for them"},
+    {Counter::webConnectionsGivenUp, "web_connections_given_up",
+     "connections for the page that asked nothing, and gave way to others"},
+    {Counter::webAcceptFailures, "web_accept_failures",
+     "times that the system could not accept one for the page"},
+    {Counter::liveEventsLost, "live_events_lost",
+     "rows and changes of status that live pages lost, and find in the store"},
+    {Counter::liveClientsDropped, "live_clients_dropped",
+     "live pages that were ended as they did not read"},
     {Counter::groupsWritten, "groups_written", "times that changes were written to the state file"},
     {Counter::changesKept, "changes_kept", "changes that were written to the state file"},
     {Counter::changesRefused, "changes_refused", "changes that the state file did not take"},
@@ -113,6 +138,8 @@ inline constexpr CounterDescription counterDescriptions[] = {
     {Counter::subscriptions, "subscriptions", "subscriptions to rows and to status"},
     {Counter::connections, "connections", "stream connections that are open"},
     {Counter::changesWaiting, "changes_waiting", "changes that wait to be kept or passed on"},
+    {Counter::webConnections, "web_connections", "connections for the page that are open"},
+    {Counter::liveClients, "live_clients", "those of them that are told rows and status live"},
 };
 
 constexpr bool describesEveryCounter() {

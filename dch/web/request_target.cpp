@@ -1,0 +1,123 @@
+#include "dch/web/request_target.h"
+
+#include <algorithm>
+#include <charconv>
+
+#include "dch/core/log.h"
+#include "dch/web/web_error.h"
+
+namespace dch {
+
+namespace {
+
+constexpr int badRequest = 400;
+constexpr std::size_t longestShown = 60;
+
+// -1 for what is none.
+int digitOf(char character) {
+  if (character >= '0' && character <= '9') return character - '0';
+  if (character >= 'a' && character <= 'f') return character - 'a' + 10;
+  if (character >= 'A' && character <= 'F') return character - 'A' + 10;
+  return -1;
+}
+
+// As forms write it: a plus sign is a blank.
+std::string decoded(std::string_view text) {
+  std::string result;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '+') {
+      result += ' ';
+    } else if (text[i] != '%') {
+      result += text[i];
+    } else {
+      const int high = i + 2 < text.size() ? digitOf(text[i + 1]) : -1;
+      const int low = high >= 0 ? digitOf(text[i + 2]) : -1;
+      if (low < 0)
+        throw WebError(badRequest,
+                       "two hexadecimal digits have to follow each % in the address, "
+                       "and do not in " +
+                           shown(text));
+      result += static_cast<char>(high * 16 + low);
+      i += 2;
+    }
+  }
+  return result;
+}
+
+// Takes what stands before the separator, or all of it, off the text.
+std::string_view takeUpTo(char separator, std::string_view* text) {
+  const std::size_t end = std::min(text->find(separator), text->size());
+  const std::string_view part = text->substr(0, end);
+  text->remove_prefix(std::min(end + 1, text->size()));
+  return part;
+}
+
+}  // namespace
+
+std::string shown(std::string_view text) {
+  if (text.size() <= longestShown) return "'" + printable(text) + "'";
+  return "'" + printable(text.substr(0, longestShown)) + "...'";
+}
+
+Parameters::Parameters(std::string_view query) {
+  while (!query.empty()) {
+    std::string_view value = takeUpTo('&', &query);
+    if (value.empty()) continue;
+    const std::string name = decoded(takeUpTo('=', &value));
+    if (find(name)) throw WebError(badRequest, "parameter " + shown(name) + " is there twice");
+    _all.emplace_back(name, decoded(value));
+  }
+}
+
+void Parameters::allow(std::initializer_list<std::string_view> names) const {
+  for (const auto& [name, value] : _all) {
+    if (std::find(names.begin(), names.end(), name) != names.end()) continue;
+    std::string known;
+    for (const std::string_view each : names) (known += known.empty() ? "" : ", ") += each;
+    throw WebError(badRequest, "unknown parameter " + shown(name) + "; there is " +
+                                   (known.empty() ? "none here" : known));
+  }
+}
+
+std::optional<std::string_view> Parameters::find(std::string_view name) const {
+  for (const auto& [known, value] : _all)
+    if (known == name) return value;
+  return std::nullopt;
+}
+
+std::string_view Parameters::get(std::string_view name) const {
+  const std::optional<std::string_view> value = find(name);
+  if (!value) throw WebError(badRequest, "parameter '" + std::string(name) + "' is missing");
+  return *value;
+}
+
+std::optional<long long> Parameters::number(std::string_view name, long long least,
+                                            long long most) const {
+  const std::optional<std::string_view> text = find(name);
+  if (!text) return std::nullopt;
+  long long value = 0;
+  const char* const end = text->data() + text->size();
+  const auto [stopped, error] = std::from_chars(text->data(), end, value);
+  if (error != std::errc() || stopped != end || value < least || value > most)
+    throw WebError(badRequest, "'" + std::string(name) + "' has to be a whole number from " +
+                                   std::to_string(least) + " to " + std::to_string(most) +
+                                   ", not " + shown(*text));
+  return value;
+}
+
+bool Parameters::flag(std::string_view name) const {
+  const std::optional<std::string_view> value = find(name);
+  if (value && !value->empty())
+    throw WebError(badRequest, "'" + std::string(name) + "' takes no value");
+  return value.has_value();
+}
+
+RequestTarget parseTarget(std::string_view target) {
+  if (target.empty() || target.front() != '/')
+    throw WebError(badRequest,
+                   "the address has to begin with /, and " + shown(target) + " does not");
+  const std::string_view path = takeUpTo('?', &target);
+  return {path, target};
+}
+
+}  // namespace dch

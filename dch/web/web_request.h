@@ -1,0 +1,21 @@
+// web_request.h: what is asked for over HTTP.
+#ifndef DCH_WEB_WEB_REQUEST_H
+#define DCH_WEB_WEB_REQUEST_H
+
+#include <string>
+
+namespace dch {
+
+struct WebRequest {
+  bool isRead = false;  // GET or HEAD
+  bool isHead = false;
+  std::string target;
+  std::string host;
+  std::string authorization;
+  std::string cookies;
+  std::string accept;
+};
+
+}  // namespace dch
+
+#endif  // DCH_WEB_WEB_REQUEST_H
