@@ -2,6 +2,7 @@
 
 #include "dch/service/action_list.h"
 #include "dch/service/configuration_file.h"
+#include "dch/service/token_file.h"
 
 namespace dch {
 
@@ -29,9 +30,13 @@ Configuration readConfiguration(const Options& options) {
   prefer(options.instance, &configuration.instance);
   prefer(options.actionsFile, &configuration.actionsFile);
   prefer(options.store, &configuration.store);
+  if (options.web) configuration.webAddress = parseWebAddress(*options.web);
   configuration.isVerbose = configuration.isVerbose || options.verbose;
   if (configuration.actionsFile)
     configuration.actions.list = readActionList(*configuration.actionsFile);
+  if (configuration.tokenFile)
+    configuration.webAccess.token =
+        readTokenFile(*configuration.tokenFile, &configuration.warnings);
   return configuration;
 }
 
@@ -42,6 +47,7 @@ std::vector<std::string> keepWhatCannotChange(const Configuration& running, Conf
   keep("instance in [channel]", running.instance, &fresh->instance, &kept);
   keep("path in [store]", running.store, &fresh->store, &kept);
   keep("durability in [store]", running.durability, &fresh->durability, &kept);
+  keep("listen in [web]", running.webAddress, &fresh->webAddress, &kept);
   return kept;
 }
 

@@ -10,6 +10,8 @@
 #include "dch/net/channel.h"
 #include "dch/service/options.h"
 #include "dch/store/store_settings.h"
+#include "dch/web/access.h"
+#include "dch/web/web_port.h"
 
 namespace dch {
 
@@ -26,6 +28,10 @@ struct Configuration {
 
   std::optional<std::string> actionsFile;
   ActionRules actions{.allowed = AddressRanges::thisMachine()};
+
+  std::optional<WebAddress> webAddress;  // of the page; nothing: there is none
+  std::optional<std::string> tokenFile;
+  Access webAccess = {};
 
   bool isVerbose = false;
 

@@ -76,6 +76,23 @@ bool textsIn(const toml::node& value) {
   return !texts.empty();
 }
 
+std::optional<WebAddress> webAddressIn(const toml::node& value) {
+  const std::optional<std::string> text =
+      textIn(value, "an address and port such as \"127.0.0.1:1980\"", checkWebAddress);
+  return text ? parseWebAddress(*text) : std::nullopt;
+}
+
+std::vector<std::string> hostsIn(const toml::node& value) {
+  std::vector<std::string> hosts;
+  for (const toml::node& each : arrayIn(value, "an array such as [\"monitor.example\"]")) {
+    constexpr char expected[] = "the name of a host, without a port";
+    const std::optional<std::string> text = textIn(each, expected, checkHostName);
+    if (!text) throw WrongValue{each, expected};
+    hosts.push_back(*text);
+  }
+  return hosts;
+}
+
 Durability durabilityIn(const toml::node& value) {
   const std::optional<std::string> text = value.value_exact<std::string>();
   if (text == "process") return Durability::process;
@@ -84,11 +101,6 @@ Durability durabilityIn(const toml::node& value) {
 }
 
 // Keys of what this version does not have take what leaves it out.
-
-void readNoPage(const toml::node& value, Configuration* configuration) {
-  if (textIn(value, "an address and port such as \"127.0.0.1:1980\""))
-    configuration->warnings.push_back("listen in [web]: this version has no page to serve");
-}
 
 void readNoText(const toml::node& value, Configuration*) {
   constexpr char expected[] = "left out: this version does not have it";
@@ -155,9 +167,12 @@ constexpr ConfigurationKey keys[] = {
      [](const toml::node& value, Configuration* to) { to->actionsFile = pathIn(value); }},
     {"actions", "allow",
      [](const toml::node& value, Configuration* to) { to->actions.allowed = rangesIn(value); }},
-    {"web", "listen", readNoPage},
-    {"web", "hosts", readTexts},
-    {"web", "token_file", readText},
+    {"web", "listen",
+     [](const toml::node& value, Configuration* to) { to->webAddress = webAddressIn(value); }},
+    {"web", "hosts",
+     [](const toml::node& value, Configuration* to) { to->webAccess.hosts = hostsIn(value); }},
+    {"web", "token_file",
+     [](const toml::node& value, Configuration* to) { to->tokenFile = pathIn(value); }},
     {"log", "verbose",
      [](const toml::node& value, Configuration* to) { to->isVerbose = switchIn(value); }},
     {"link", "servers", readNoServers},

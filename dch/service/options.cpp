@@ -81,6 +81,11 @@ std::optional<int> readOptions(int argc, const char* const* argv, Options* optio
                  "Keep the state and the rows in this file; memory keeps nothing")
       ->type_name("FILE")
       ->check(checkFileName);
+  app.add_option("--web", options->web,
+                 "Show a page on this address and port, such as 127.0.0.1:1980; port 0 is any free "
+                 "one")
+      ->type_name("ADDR:PORT")
+      ->check(checkWebAddress);
   app.add_flag("--verbose", options->verbose, "Tell each event on standard error");
   try {
     app.parse(argc, argv);

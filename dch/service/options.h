@@ -16,6 +16,7 @@ struct Options {
   std::optional<std::string> instance;
   std::optional<std::string> actionsFile;
   std::optional<std::string> store;  // a file, or "memory"
+  std::optional<std::string> web;    // address and port of the page
   bool verbose = false;
 };
 

@@ -2,6 +2,8 @@
 
 #include <arpa/inet.h>
 
+#include "dch/web/web_port.h"
+
 namespace dch {
 
 namespace {
@@ -24,6 +26,19 @@ std::string checkInstanceName(const std::string& text) {
 
 std::string checkFileName(const std::string& text) {
   return text.empty() ? "the name is empty" : "";
+}
+
+std::string checkWebAddress(const std::string& text) {
+  return parseWebAddress(text)
+             ? ""
+             : "'" + text + "' is not an address and port such as 127.0.0.1:1980 or [::1]:1980";
+}
+
+std::string checkHostName(const std::string& text) {
+  constexpr char characters[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789.-_";
+  return !text.empty() && text.find_first_not_of(characters) == std::string::npos
+             ? ""
+             : "'" + text + "' is not the name of a host, without a port";
 }
 
 }  // namespace dch

@@ -10,6 +10,8 @@ namespace dch {
 std::string checkAddress(const std::string& text);
 std::string checkInstanceName(const std::string& text);
 std::string checkFileName(const std::string& text);
+std::string checkWebAddress(const std::string& text);
+std::string checkHostName(const std::string& text);
 
 }  // namespace dch
 
