@@ -3,7 +3,8 @@
 #include <set>
 #include <utility>
 
-#include "dch/store/row_message.h"
+#include "dch/core/attribute_value.h"
+#include "dch/core/row_message.h"
 
 namespace dch {
 
@@ -19,6 +20,23 @@ std::string tableDefinition(const std::string& name, std::size_t attributes) {
   for (std::size_t column = 1; column <= attributes; ++column)
     sql += ", " + columnName(static_cast<int>(column));
   return sql + ")";
+}
+
+void bindValue(sqlite::Statement& statement, int parameter, const AttributeValue& value) {
+  switch (value.kind) {
+    case AttributeValue::Kind::number:
+      statement.bind(parameter, value.number);
+      return;
+    case AttributeValue::Kind::text:
+      statement.bindUtf8(parameter, value.bytes);
+      return;
+    case AttributeValue::Kind::bytes:
+      statement.bindBytes(parameter, value.bytes);
+      return;
+    case AttributeValue::Kind::none:
+      statement.bindNull(parameter);
+      return;
+  }
 }
 
 }  // namespace
@@ -80,7 +98,8 @@ void RowTable::insert(std::int64_t number, const Row& row) {
       _insert = {};
       return insert(number, row);
     }
-    if (column != 0) bindValue(_insert, fixedColumns + column, attribute);
+    if (column != 0)
+      bindValue(_insert, fixedColumns + column, attributeValue(attribute.letter, attribute.value));
   }
   _insert.run();
   if (!_first) _firstIsKnown = false;

@@ -90,7 +90,10 @@ Statement& Statement::bindBytes(int parameter, std::string_view bytes) {
 }
 
 Statement& Statement::bindText(int parameter, std::string_view text) {
-  if (!isUtf8(text)) return bindBytes(parameter, text);
+  return isUtf8(text) ? bindUtf8(parameter, text) : bindBytes(parameter, text);
+}
+
+Statement& Statement::bindUtf8(int parameter, std::string_view text) {
   const char* const address = text.data() != nullptr ? text.data() : "";
   _connection->check(sqlite3_bind_text64(_handle.get(), parameter, address, text.size(),
                                          SQLITE_STATIC, SQLITE_UTF8));

@@ -86,6 +86,8 @@ class Statement {
   Statement& bindBytes(int parameter, std::string_view bytes);
   // What is no UTF-8 is bound as bytes.
   Statement& bindText(int parameter, std::string_view text);
+  // A text that is known to be UTF-8.
+  Statement& bindUtf8(int parameter, std::string_view text);
   void clearBindings() { sqlite3_clear_bindings(_handle.get()); }
 
   // Runs it to its end, or to its first row, whose values are gone then.

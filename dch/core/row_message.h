@@ -1,11 +1,10 @@
 // row_message.h: takes the message of a row apart.
-#ifndef DCH_STORE_ROW_MESSAGE_H
-#define DCH_STORE_ROW_MESSAGE_H
+#ifndef DCH_CORE_ROW_MESSAGE_H
+#define DCH_CORE_ROW_MESSAGE_H
 
 #include <string_view>
 
 #include "dch/core/field_reader.h"
-#include "dch/store/sqlite.h"
 
 namespace dch {
 
@@ -29,10 +28,6 @@ class RowMessage {
   short _code = 0;
 };
 
-// Binds a value as what its letter says: text up to its terminating zero for D, R and T, else a
-// number, signed and in the byte order of the host. What is neither is bound as bytes.
-void bindValue(sqlite::Statement& statement, int parameter, const RowMessage::Attribute& attribute);
-
 }  // namespace dch
 
-#endif  // DCH_STORE_ROW_MESSAGE_H
+#endif  // DCH_CORE_ROW_MESSAGE_H
