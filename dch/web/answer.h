@@ -11,6 +11,8 @@
 
 namespace dch {
 
+constexpr char jsonType[] = "application/json";
+
 // Text that several answers may share.
 using SharedText = std::shared_ptr<const std::string>;
 
@@ -51,7 +53,6 @@ struct Answer {
   std::vector<std::pair<const char*, std::string>> fields = {};  // further ones of the header
 };
 
-constexpr std::string_view jsonType = "application/json";
 
 // {"error": sentence}
 Answer errorAnswer(int status, std::string_view sentence);

@@ -28,6 +28,7 @@ constexpr std::size_t mostBuffers = 16;
 
 constexpr int badRequest = 400;
 constexpr int headerTooLarge = 431;
+constexpr int serviceUnavailable = 503;
 
 // The same with each answer. What is shown comes from here alone, is framed by nobody, runs no
 // script but the page's own and tells other sites nothing.
@@ -67,7 +68,11 @@ auto Connection::whileThere(Call call) {
 
 Connection::Connection(boost::asio::ip::tcp::socket&& socket, const ConnectionLimits& limits,
                        ConnectionClient& client)
-    : _limits(limits), _client(&client), _stream(std::move(socket)), _received(mostReceivedBytes) {}
+    : _limits(limits),
+      _client(&client),
+      _stream(std::move(socket)),
+      _received(mostReceivedBytes),
+      _patience(_stream.get_executor()) {}
 
 void Connection::start() {
   Error ignored;
@@ -115,10 +120,23 @@ void Connection::headerRead(const Error& error) {
     return respond(errorAnswer(badRequest, "the header has more than one Host"));
   if (header.version() >= http11 && header.count(http::field::host) == 0)
     return respond(errorAnswer(badRequest, "the header has no Host"));
-  _client->requested(request(), [weak = weak_from_this()](Answer&& answer) {
-    if (const auto self = weak.lock(); self && self->_client != nullptr)
-      self->respond(std::move(answer));
+  ask();
+}
+
+// An answer that comes too late is none.
+void Connection::ask() {
+  _isAnswered = false;
+  const auto isOpen = [serial = ++_serial](const Connection& self) {
+    return self._client != nullptr && self._serial == serial && !self._isAnswered;
+  };
+  _client->requested(request(), [isOpen, weak = weak_from_this()](Answer&& answer) {
+    if (const auto self = weak.lock(); self && isOpen(*self)) self->respond(std::move(answer));
   });
+  if (!isOpen(*this)) return;
+  _patience.expires_after(_limits.answer);
+  _patience.async_wait(whileThere([this, isOpen](const Error& error) {
+    if (!error && isOpen(*this)) respond(errorAnswer(serviceUnavailable, "it takes too long"));
+  }));
 }
 
 // What is no HTTP is answered so that a person who tries finds out, all else with silence.
@@ -144,7 +162,9 @@ WebRequest Connection::request() const {
           .host = field(header, http::field::host),
           .authorization = field(header, http::field::authorization),
           .cookies = field(header, http::field::cookie),
-          .accept = field(header, http::field::accept)};
+          .accept = field(header, http::field::accept),
+          .fetchSite = std::string(header["Sec-Fetch-Site"]),
+          .fetchMode = std::string(header["Sec-Fetch-Mode"])};
 }
 
 bool Connection::hasBody() const {
@@ -152,6 +172,8 @@ bool Connection::hasBody() const {
 }
 
 void Connection::respond(Answer&& answer) {
+  _isAnswered = true;
+  _patience.cancel();
   const bool is11 = _parser->get().version() >= http11;
   _isChunked = answer.pieces != nullptr && is11;
   if (answer.pieces != nullptr && (!is11 || answer.pieces->areEndless())) _staysOpen = false;
@@ -260,6 +282,7 @@ void Connection::discardRest() {
 }
 
 void Connection::end() {
+  _patience.cancel();
   _pieces.reset();
   if (ConnectionClient* const client = std::exchange(_client, nullptr)) client->ended(this);
 }

@@ -3,6 +3,7 @@
 #define DCH_WEB_CONNECTION_H
 
 #include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/core/tcp_stream.hpp>
 #include <boost/beast/http/empty_body.hpp>
@@ -27,6 +28,7 @@ struct ConnectionLimits {
   std::uint32_t headerBytes = 8'192;
   std::chrono::milliseconds header{10'000};      // from its first byte to its last one
   std::chrono::milliseconds idle{60'000};        // between two requests
+  std::chrono::milliseconds answer{10'000};      // from the request until its answer begins
   std::chrono::milliseconds standstill{30'000};  // of an answer that nobody reads
   std::chrono::milliseconds farewell{2'000};     // until the other side closes, too
 };
@@ -71,6 +73,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void readHeader();
   void headerRead(const Error& error);
   void refuse(const Error& error);
+  void ask();
   WebRequest request() const;
   bool hasBody() const;
   void respond(Answer&& answer);
@@ -96,6 +99,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
   std::optional<std::chrono::steady_clock::time_point> _waitingSince;
 
   // Of the request that is answered.
+  std::uint64_t _serial = 0;
+  bool _isAnswered = false;
+  boost::asio::steady_timer _patience;
   bool _isHead = false;
   bool _isChunked = false;
   bool _staysOpen = true;

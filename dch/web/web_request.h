@@ -14,6 +14,9 @@ struct WebRequest {
   std::string authorization;
   std::string cookies;
   std::string accept;
+  // What a browser says of the page for which it asks.
+  std::string fetchSite;
+  std::string fetchMode;
 };
 
 }  // namespace dch

@@ -1,0 +1,265 @@
+#include "dch/web/live_streams.h"
+
+#include <algorithm>
+#include <deque>
+#include <new>
+#include <utility>
+
+#include "dch/web/applications_json.h"
+#include "dch/web/moment.h"
+
+namespace dch {
+
+namespace {
+
+// A line that nobody is told of.
+const SharedText& signOfLife() {
+  static const SharedText sign = shareText(":\n\n");
+  return sign;
+}
+
+std::string eventText(const char* name, Json&& json) {
+  return std::string("event: ") + name + "\ndata: " + json.take() + "\n\n";
+}
+
+std::string rowText(const LiveEvent& event) {
+  Json json;
+  json.beginObject();
+  json.key("time").text(momentText(event.time));
+  json.key("handle").number(event.handle);
+  json.key("source").text(event.source);
+  json.key("values");
+  writeValues(&json, event.message);
+  json.endObject();
+  return eventText("row", std::move(json));
+}
+
+std::string statusText(const LiveEvent& event) {
+  Json json;
+  json.beginObject();
+  json.key("time").text(momentText(event.time));
+  json.key("change").text(event.change);
+  json.key("application").text(event.application);
+  json.key("group").text(event.group);
+  json.key("source").text(event.source);
+  json.endObject();
+  return eventText("status", std::move(json));
+}
+
+std::string lostText(std::uint64_t events) {
+  Json json;
+  json.beginObject().key("rows").number(static_cast<std::int64_t>(events)).endObject();
+  return eventText("lost", std::move(json));
+}
+
+}  // namespace
+
+// What waits for one who watches.
+class LiveStreams::Stream {
+ public:
+  Stream(LiveStreams* streams, std::vector<std::string> topics)
+      : owner(streams), topicNames(std::move(topics)) {}
+
+  // Returns false when too much waits.
+  bool add(const SharedText& text) {
+    _waiting.push_back(text);
+    _bytes += text->size();
+    return _bytes <= mostWaitingBytes;
+  }
+
+  void next(Pieces::Take take) {
+    _take = std::move(take);
+    deliver();
+  }
+
+  void deliver() {
+    if (!_take || (_waiting.empty() && !_hasEnded)) return;
+    Piece piece{std::exchange(_waiting, {})};
+    if (_hasEnded) piece.follows = Piece::Follows::failure;
+    _bytes = 0;
+    std::exchange(_take, nullptr)(std::move(piece));
+  }
+
+  void end() {
+    _waiting.clear();
+    _hasEnded = true;
+  }
+  bool hasEnded() const { return _hasEnded; }
+
+  LiveStreams* owner;  // null when there is none any more
+  const std::vector<std::string> topicNames;
+
+ private:
+  std::vector<SharedText> _waiting;
+  std::size_t _bytes = 0;
+  bool _hasEnded = false;
+  Pieces::Take _take;
+};
+
+// The connection's side of it.
+class LiveStreams::Handle : public Pieces {
+ public:
+  explicit Handle(std::shared_ptr<Stream> stream) : _stream(std::move(stream)) {}
+  ~Handle() override {
+    if (_stream->owner != nullptr) _stream->owner->remove(_stream.get());
+  }
+  Handle(const Handle&) = delete;
+  Handle& operator=(const Handle&) = delete;
+
+  void next(Take take) override { _stream->next(std::move(take)); }
+  bool areEndless() const override { return true; }
+  void peerHasEnded() override {
+    _stream->add(signOfLife());
+    _stream->deliver();
+  }
+
+ private:
+  const std::shared_ptr<Stream> _stream;
+};
+
+struct LiveStreams::Topic {
+  std::shared_ptr<WatchedTopic> watched;
+  std::uint64_t lostTold = 0;
+  std::string written = {};  // for all who watch it
+  std::vector<std::shared_ptr<Stream>> streams = {};
+};
+
+// One who is told when what he wants is watched.
+struct LiveStreams::Opening {
+  std::uint64_t inForceFrom;
+  std::unique_ptr<Pieces> pieces;
+  std::function<void(std::unique_ptr<Pieces>)> begin;
+};
+
+LiveStreams::LiveStreams(EventLoop& loop, Counters& counters)
+    : _counters(counters),
+      _flushing(loop, [this] { flush(); }),
+      _signs(loop, [this] { giveSign(); }) {
+  _signs.set(sign);
+}
+
+LiveStreams::~LiveStreams() {
+  for (const auto& each : _streams) each->owner = nullptr;
+}
+
+void LiveStreams::open(const std::vector<std::string>& topics,
+                       std::function<void(std::unique_ptr<Pieces>)> begin) {
+  if (_streams.size() >= mostStreams) return begin(nullptr);
+  const auto stream = std::make_shared<Stream>(this, topics);
+  _streams.push_back(stream);
+  _counters.set(Counter::liveClients, _streams.size());
+  auto handle = std::make_unique<Handle>(stream);  // which takes it out again
+  for (const std::string& name : topics) {
+    std::unique_ptr<Topic>& topic = _topics[name];
+    if (topic == nullptr) {
+      topic = std::make_unique<Topic>(
+          Topic{std::make_shared<WatchedTopic>(name, ++_lastNumber)});
+      _byNumber.emplace(_lastNumber, topic.get());
+    }
+    topic->streams.push_back(stream);
+  }
+  _openings.push_back({watch(), std::move(handle), std::move(begin)});
+}
+
+void LiveStreams::endAll() {
+  const auto streams = _streams;
+  for (const auto& each : streams) {
+    each->end();
+    each->deliver();
+  }
+}
+
+void LiveStreams::happened(const LiveEvent& event) noexcept {
+  const auto known = _byNumber.find(event.topic);
+  if (known == _byNumber.end()) return;
+  Topic& topic = *known->second;
+  try {
+    topic.written += event.change == nullptr ? rowText(event) : statusText(event);
+  } catch (const std::bad_alloc&) {
+    topic.watched->lost.fetch_add(1, std::memory_order_relaxed);
+  }
+}
+
+void LiveStreams::told() noexcept {
+  try {
+    for (const auto& [name, topic] : _topics) tellLost(topic.get());
+    begin();
+    if (_flushing.isSet()) return;
+    const auto due = _lastFlush + pause;
+    if (due <= Alarm::Clock::now())
+      flush();
+    else
+      _flushing.set(due);
+  } catch (const std::bad_alloc&) {
+    // The next time there is more of it.
+  }
+}
+
+void LiveStreams::tellLost(Topic* topic) {
+  const std::uint64_t lost = topic->watched->lost.load(std::memory_order_relaxed);
+  if (lost == topic->lostTold) return;
+  topic->written += lostText(lost - topic->lostTold);
+  topic->lostTold = lost;
+}
+
+void LiveStreams::begin() {
+  const std::uint64_t inForce = _view->inForce();
+  const auto first = std::partition(
+      _openings.begin(), _openings.end(),
+      [&](const Opening& each) { return each.inForceFrom > inForce; });
+  std::vector<Opening> ready(std::make_move_iterator(first),
+                             std::make_move_iterator(_openings.end()));
+  _openings.erase(first, _openings.end());
+  for (Opening& each : ready) each.begin(std::move(each.pieces));
+}
+
+void LiveStreams::flush() {
+  _lastFlush = Alarm::Clock::now();
+  for (const auto& [name, topic] : _topics) {
+    if (topic->written.empty()) continue;
+    const SharedText text = shareText(std::exchange(topic->written, {}));
+    for (const auto& each : topic->streams) {
+      if (each->hasEnded() || each->add(text)) continue;
+      each->end();
+      _counters.add(Counter::liveClientsDropped);
+    }
+  }
+  const auto streams = _streams;  // those that end meanwhile leave it
+  for (const auto& each : streams) each->deliver();
+}
+
+void LiveStreams::giveSign() {
+  _signs.set(sign);
+  const auto streams = _streams;
+  for (const auto& each : streams) {
+    each->add(signOfLife());
+    each->deliver();
+  }
+}
+
+void LiveStreams::remove(Stream* stream) noexcept {
+  const auto isIt = [&](const std::shared_ptr<Stream>& each) { return each.get() == stream; };
+  for (const std::string& name : stream->topicNames) {
+    const auto topic = _topics.find(name);
+    if (topic == _topics.end()) continue;
+    std::erase_if(topic->second->streams, isIt);
+    if (!topic->second->streams.empty()) continue;
+    _byNumber.erase(topic->second->watched->number);
+    _topics.erase(topic);
+  }
+  std::erase_if(_streams, isIt);
+  _counters.set(Counter::liveClients, _streams.size());
+  try {
+    watch();
+  } catch (const std::bad_alloc&) {
+    // What nobody looks at any more is watched until somebody comes or goes.
+  }
+}
+
+std::uint64_t LiveStreams::watch() {
+  LiveFeed::Topics topics;
+  for (const auto& [name, topic] : _topics) topics.push_back(topic->watched);
+  return _view->watch(topics);
+}
+
+}  // namespace dch

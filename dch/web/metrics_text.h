@@ -1,0 +1,29 @@
+// metrics_text.h: the counters and the newest values, as programs that collect metrics read them.
+#ifndef DCH_WEB_METRICS_TEXT_H
+#define DCH_WEB_METRICS_TEXT_H
+
+#include <string>
+#include <string_view>
+
+#include "dch/core/counters.h"
+#include "dch/web/snapshot.h"
+
+namespace dch {
+
+enum class MetricsForm { openMetrics, text };
+
+// The form that the header Accept prefers; OpenMetrics where it does not matter. Those who read
+// pages get text, which a browser shows.
+MetricsForm metricsFormFor(std::string_view accept);
+
+// The content's type.
+std::string metricsType(MetricsForm form);
+
+// Values have no time of their own: a source that goes off line has none any more, and whoever
+// collects them sees that.
+std::string metricsText(MetricsForm form, const Counters& counters, const Figures& figures,
+                        const Snapshot& snapshot);
+
+}  // namespace dch
+
+#endif  // DCH_WEB_METRICS_TEXT_H

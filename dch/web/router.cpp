@@ -1,0 +1,252 @@
+#include "dch/web/router.h"
+
+#include <algorithm>
+#include <new>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include "dch/clock.h"
+#include "dch/core/registry.h"
+#include "dch/core/status_events.h"
+#include "dch/web/applications_json.h"
+#include "dch/web/moment.h"
+#include "dch/web/page_file.h"
+#include "dch/web/web_error.h"
+
+namespace dch {
+
+namespace {
+
+constexpr int badRequest = 400;
+constexpr int unauthorized = 401;
+constexpr int forbidden = 403;
+constexpr int notFound = 404;
+constexpr int methodNotAllowed = 405;
+constexpr int serviceUnavailable = 503;
+
+constexpr std::string_view startPage = "index.html";
+constexpr std::string_view askingPage = "login.html";
+constexpr long long mostRows = 1'000'000'000;
+constexpr long long mostPoints = 100'000;
+
+constexpr char liveType[] = "text/event-stream";
+constexpr char noMemory[] = "the server has no memory for the answer";
+
+Answer fileAnswer(int status, const PageFile& file) {
+  return {.status = status,
+          .type = pageFileType(file.name),
+          .body = shareText(std::string(file.content))};
+}
+
+Answer jsonAnswer(std::string&& body) {
+  return {.type = jsonType, .body = shareText(std::move(body))};
+}
+
+std::optional<Time> momentIn(const Parameters& asked, std::string_view name, Time now) {
+  const std::optional<std::string_view> text = asked.find(name);
+  if (!text) return std::nullopt;
+  const std::optional<Time> moment = parseMoment(*text, now);
+  if (!moment)
+    throw WebError(badRequest, "'" + std::string(name) +
+                                   "' has to be a time such as 2026-01-31T23:59:59Z, seconds since "
+                                   "1970, or -90s, -15m, -24h or -7d, not " +
+                                   shown(*text));
+  return moment;
+}
+
+bool isCsv(const Parameters& asked) {
+  const std::string_view format = asked.find("format").value_or("json");
+  if (format != "json" && format != "csv")
+    throw WebError(badRequest, "'format' has to be json or csv, not " + shown(format));
+  return format == "csv";
+}
+
+std::size_t sizeOf(long long number) {
+  return static_cast<std::size_t>(number);
+}
+
+RowsQuestion questionIn(const Parameters& asked) {
+  RowsQuestion question{.application = std::string(asked.get("application")),
+                        .group = std::string(asked.get("group"))};
+  if (const auto source = asked.find("source")) question.source = *source;
+  const Time present = now();
+  question.since = momentIn(asked, "since", present);
+  question.until = momentIn(asked, "until", present);
+  if (question.since && question.until && *question.since > *question.until)
+    throw WebError(badRequest, "'since' is later than 'until'");
+  if (const auto limit = asked.number("limit", 1, mostRows)) question.limit = sizeOf(*limit);
+  if (const auto points = asked.number("points", 1, mostPoints)) question.points = sizeOf(*points);
+  if (question.limit && question.points)
+    throw WebError(badRequest, "'limit' and 'points' exclude each other");
+  question.asCsv = isCsv(asked);
+  return question;
+}
+
+// As a sentence; nothing when both are known.
+std::string whatIsUnknown(const Snapshot& snapshot, std::string_view application,
+                          std::string_view group) {
+  const auto& known = *snapshot.applications;
+  const auto found = std::find_if(known.begin(), known.end(), [&](const auto& each) {
+    return each->applName == application;
+  });
+  if (found == known.end()) return "there is no application " + shown(application);
+  const auto& groups = (*found)->groups;
+  const bool hasGroup = std::any_of(groups.begin(), groups.end(),
+                                    [&](const auto& each) { return each.name == group; });
+  return hasGroup ? ""
+                  : "application " + shown(application) + " has no group " + shown(group);
+}
+
+// A program of another site's that a browser runs has no business here.
+bool isOfAnotherSite(const WebRequest& request) {
+  return request.fetchSite == "cross-site" && request.fetchMode != "navigate";
+}
+
+}  // namespace
+
+struct Router::Route {
+  std::string_view path;
+  std::initializer_list<std::string_view> parameters;
+  void (Router::*answer)(const WebRequest& request, const Parameters& asked,
+                         const Respond& respond);
+  bool isForEverybody = false;
+};
+
+const Router::Route* Router::findRoute(std::string_view path) {
+  static const Route routes[] = {
+      {"/api/applications", {}, &Router::answerApplications},
+      {"/api/rows",
+       {"application", "group", "source", "since", "until", "limit", "points", "format"},
+       &Router::answerRows},
+      {"/api/live", {"application", "group", "status"}, &Router::answerLive},
+      {"/api/state", {}, &Router::answerState},
+      {"/metrics", {}, &Router::answerMetrics},
+      {"/healthz", {}, &Router::answerHealth, true},
+  };
+  for (const Route& each : routes)
+    if (each.path == path) return &each;
+  return nullptr;
+}
+
+void Router::handle(const WebRequest& request, const Respond& respond) {
+  const auto counted = [this, respond](Answer&& answer) {
+    if (answer.status == unauthorized || answer.status == forbidden)
+      _parts.counters.add(Counter::webRequestsRefused);
+    if (answer.status == serviceUnavailable) _parts.counters.add(Counter::webFailures);
+    respond(std::move(answer));
+  };
+  try {
+    answer(request, counted);
+  } catch (const WebError& error) {
+    counted(errorAnswer(error.status(), error.what()));
+  } catch (const std::bad_alloc&) {
+    counted(errorAnswer(serviceUnavailable, noMemory));
+  }
+}
+
+void Router::answer(const WebRequest& request, const Respond& respond) {
+  if (!request.host.empty() && !_access.allowsHost(request.host))
+    throw WebError(forbidden, "this server is not " + shown(request.host) +
+                                  "; ask for it by its address, or have its name added to hosts "
+                                  "in [web]");
+  if (isOfAnotherSite(request))
+    throw WebError(forbidden, "pages of other sites may not read what is here");
+  if (!request.isRead) {
+    Answer answer = errorAnswer(methodNotAllowed, "what is here can only be read: GET or HEAD");
+    answer.fields.emplace_back("Allow", "GET, HEAD");
+    return respond(std::move(answer));
+  }
+  const RequestTarget target = parseTarget(request.target);
+  const Route* const route = findRoute(target.path);
+  const bool isForEverybody = route != nullptr && route->isForEverybody;
+  if (!isForEverybody && !_access.allowsToken(request.authorization, request.cookies))
+    return refuseWithoutToken(target.path, respond);
+  if (route == nullptr) return answerFile(target.path, respond);
+  const Parameters asked(target.query);
+  asked.allow(route->parameters);
+  (this->*route->answer)(request, asked, respond);
+}
+
+void Router::refuseWithoutToken(std::string_view path, const Respond& respond) {
+  const std::string_view name = path.substr(1);
+  if (isForAskingToken(name))
+    if (const PageFile* const file = findPageFile(name)) return respond(fileAnswer(200, *file));
+  Answer answer = name.empty() ? fileAnswer(unauthorized, *findPageFile(askingPage))
+                               : errorAnswer(unauthorized, "a token is needed: Authorization: Bearer TOKEN");
+  answer.fields.emplace_back("WWW-Authenticate", "Bearer");
+  respond(std::move(answer));
+}
+
+// What stands behind the question mark is the page's own.
+void Router::answerFile(std::string_view path, const Respond& respond) {
+  const std::string_view name = path == "/" ? startPage : path.substr(1);
+  const PageFile* const file = findPageFile(name);
+  if (file == nullptr) throw WebError(notFound, "there is nothing at " + shown(path));
+  respond(fileAnswer(200, *file));
+}
+
+void Router::answerApplications(const WebRequest&, const Parameters&, const Respond& respond) {
+  _parts.channel.askForSnapshot([respond](const std::shared_ptr<const Snapshot>& snapshot) {
+    respond(snapshot != nullptr ? jsonAnswer(applicationsJson(*snapshot))
+                                : errorAnswer(serviceUnavailable, noMemory));
+  });
+}
+
+void Router::answerRows(const WebRequest&, const Parameters& asked, const Respond& respond) {
+  _parts.rows.answer(questionIn(asked), respond);
+}
+
+void Router::answerLive(const WebRequest& request, const Parameters& asked,
+                        const Respond& respond) {
+  std::vector<std::string> topics;
+  if (asked.find("application") || asked.find("group") || !asked.flag("status"))
+    topics.push_back(topicOf(asked.get("application"), asked.get("group")));
+  if (asked.flag("status")) topics.emplace_back(statusTopic);
+  const std::string application(asked.find("application").value_or(""));
+  const std::string group(asked.find("group").value_or(""));
+  _parts.channel.askForSnapshot([=, this, isHead = request.isHead](
+                                    const std::shared_ptr<const Snapshot>& snapshot) {
+    if (snapshot == nullptr) return respond(errorAnswer(serviceUnavailable, noMemory));
+    if (!application.empty() || !group.empty()) {
+      const std::string problem = whatIsUnknown(*snapshot, application, group);
+      if (!problem.empty()) return respond(errorAnswer(notFound, problem));
+    }
+    if (isHead) return respond({.type = liveType, .body = shareText("")});
+    _parts.live.open(topics, [respond](std::unique_ptr<Pieces> pieces) {
+      if (pieces == nullptr)
+        return respond(errorAnswer(serviceUnavailable, "too many pages are live already"));
+      respond({.type = liveType, .pieces = std::move(pieces)});
+    });
+  });
+}
+
+void Router::answerState(const WebRequest&, const Parameters&, const Respond& respond) {
+  _parts.channel.askForFigures([this, respond](const std::shared_ptr<const Figures>& figures) {
+    respond(figures != nullptr ? jsonAnswer(stateJson(_parts.facts, _parts.counters, *figures))
+                               : errorAnswer(serviceUnavailable, noMemory));
+  });
+}
+
+void Router::answerMetrics(const WebRequest& request, const Parameters&, const Respond& respond) {
+  const MetricsForm form = metricsFormFor(request.accept);
+  _parts.channel.askForFigures([this, form,
+                                respond](const std::shared_ptr<const Figures>& figures) {
+    _parts.channel.askForSnapshot([this, form, respond,
+                                   figures](const std::shared_ptr<const Snapshot>& snapshot) {
+      if (figures == nullptr || snapshot == nullptr)
+        return respond(errorAnswer(serviceUnavailable, noMemory));
+      respond({.type = metricsType(form),
+               .body = shareText(metricsText(form, _parts.counters, *figures, *snapshot))});
+    });
+  });
+}
+
+void Router::answerHealth(const WebRequest&, const Parameters&, const Respond& respond) {
+  const std::string trouble = _parts.health.trouble(Health::Clock::now());
+  respond({.status = trouble.empty() ? 200 : serviceUnavailable,
+           .type = "text/plain; charset=utf-8",
+           .body = shareText((trouble.empty() ? "ok" : trouble) + "\n")});
+}
+
+}  // namespace dch

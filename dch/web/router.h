@@ -1,0 +1,68 @@
+// router.h: what is answered under which address.
+#ifndef DCH_WEB_ROUTER_H
+#define DCH_WEB_ROUTER_H
+
+#include <functional>
+#include <string>
+
+#include "dch/core/counters.h"
+#include "dch/web/access.h"
+#include "dch/web/answer.h"
+#include "dch/web/channel_view.h"
+#include "dch/web/health.h"
+#include "dch/web/kept_rows.h"
+#include "dch/web/live_streams.h"
+#include "dch/web/metrics_text.h"
+#include "dch/web/request_target.h"
+#include "dch/web/state_json.h"
+#include "dch/web/web_request.h"
+
+namespace dch {
+
+// What requests are answered from.
+struct RouterParts {
+  ChannelView& channel;
+  LiveStreams& live;
+  KeptRows& rows;
+  Counters& counters;
+  const Health& health;
+  ServerFacts facts;
+};
+
+// One thread, the web's.
+class Router {
+ public:
+  using Respond = std::function<void(Answer&&)>;
+
+  // What the parts refer to outlives it.
+  explicit Router(const RouterParts& parts) : _parts(parts) {}
+
+  void setAccess(Access access) { _access = std::move(access); }
+
+  // Answers, within the call or later: with a sentence what cannot be done.
+  void handle(const WebRequest& request, const Respond& respond);
+
+ private:
+  struct Route;
+  static const Route* findRoute(std::string_view path);
+
+  void answer(const WebRequest& request, const Respond& respond);
+  bool hasToken(const WebRequest& request) const;
+  void refuseWithoutToken(std::string_view path, const Respond& respond);
+  void answerFile(std::string_view path, const Respond& respond);
+
+  void answerApplications(const WebRequest& request, const Parameters& asked,
+                          const Respond& respond);
+  void answerRows(const WebRequest& request, const Parameters& asked, const Respond& respond);
+  void answerLive(const WebRequest& request, const Parameters& asked, const Respond& respond);
+  void answerState(const WebRequest& request, const Parameters& asked, const Respond& respond);
+  void answerMetrics(const WebRequest& request, const Parameters& asked, const Respond& respond);
+  void answerHealth(const WebRequest& request, const Parameters& asked, const Respond& respond);
+
+  const RouterParts _parts;
+  Access _access;
+};
+
+}  // namespace dch
+
+#endif  // DCH_WEB_ROUTER_H

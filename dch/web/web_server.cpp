@@ -1,0 +1,122 @@
+#include "dch/web/web_server.h"
+
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <exception>
+#include <mutex>
+#include <optional>
+#include <thread>
+#include <utility>
+
+#include "dch/net/event_loop.h"
+#include "dch/net/waker.h"
+#include "dch/web/channel_view.h"
+#include "dch/web/connections.h"
+#include "dch/web/kept_rows.h"
+#include "dch/web/live_streams.h"
+#include "dch/web/router.h"
+
+namespace dch {
+
+namespace {
+
+// The channel goes first where there is too little time for both.
+constexpr int niceness = 10;
+
+void giveWay() {
+  setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), niceness);
+}
+
+}  // namespace
+
+class WebServer::Thread {
+ public:
+  Thread(WebPort&& port, Access access, const WebSources& sources)
+      : _live(_loop, sources.counters),
+        _view(_loop, sources.channel, _live),
+        _router({_view, _live, _rows, sources.counters, sources.health, sources.facts}),
+        _connections(
+            _loop.context(), std::move(port.listener), {},
+            [this](const WebRequest& request, const Connections::Respond& respond) {
+              _router.handle(request, respond);
+            },
+            sources.counters),
+        _ordered(_loop, [this] { obey(); }) {
+    _live.setView(&_view);
+    _router.setAccess(std::move(access));
+    _thread = std::thread([this] { run(); });
+  }
+
+  ~Thread() {
+    {
+      const std::lock_guard lock(_mutex);
+      _isStopping = true;
+    }
+    _ordered.wake();
+    _thread.join();
+  }
+  Thread(const Thread&) = delete;
+  Thread& operator=(const Thread&) = delete;
+
+  void wake() noexcept { _view.wake(); }
+
+  void setAccess(Access access) {
+    {
+      const std::lock_guard lock(_mutex);
+      _access = std::move(access);
+    }
+    _ordered.wake();
+  }
+
+ private:
+  // What a call could not do for want of memory is done with.
+  void run() noexcept {
+    giveWay();
+    for (;;) {
+      try {
+        _loop.run();
+        return;
+      } catch (const std::exception&) {
+        continue;
+      }
+    }
+  }
+
+  void obey() {
+    const std::lock_guard lock(_mutex);
+    if (_isStopping) return _loop.stop();
+    if (!_access) return;
+    _router.setAccess(*std::exchange(_access, std::nullopt));
+    _live.endAll();
+  }
+
+  std::mutex _mutex;  // guards what follows
+  std::optional<Access> _access;
+  bool _isStopping = false;
+
+  EventLoop _loop;
+  LiveStreams _live;
+  ChannelView _view;
+  NoKeptRows _rows;
+  Router _router;
+  Connections _connections;
+  Waker _ordered;
+  std::thread _thread;
+};
+
+WebServer::WebServer(WebPort&& port, Access access, const WebSources& sources)
+    : _thread(std::make_unique<Thread>(std::move(port), std::move(access), sources)) {}
+
+WebServer::~WebServer() = default;
+
+void WebServer::wake() noexcept {
+  _thread->wake();
+}
+
+void WebServer::setAccess(Access access) {
+  _thread->setAccess(std::move(access));
+}
+
+}  // namespace dch

@@ -1,0 +1,49 @@
+// web_server.h: the page and what is behind it, on a thread of its own.
+#ifndef DCH_WEB_WEB_SERVER_H
+#define DCH_WEB_WEB_SERVER_H
+
+#include <memory>
+#include <string>
+
+#include "dch/core/counters.h"
+#include "dch/web/access.h"
+#include "dch/web/channel_side.h"
+#include "dch/web/health.h"
+#include "dch/web/state_json.h"
+#include "dch/web/web_port.h"
+
+namespace dch {
+
+// What the web reads, all of which outlives it.
+struct WebSources {
+  ChannelSide& channel;
+  Counters& counters;
+  const Health& health;
+  ServerFacts facts;
+  std::string statePath;  // of the file that rows are in; empty: they are not kept
+};
+
+class WebServer {
+ public:
+  // Serves the port from now on. Throws std::runtime_error or std::bad_alloc.
+  WebServer(WebPort&& port, Access access, const WebSources& sources);
+  // Ends all connections.
+  ~WebServer();
+  WebServer(const WebServer&) = delete;
+  WebServer& operator=(const WebServer&) = delete;
+
+  // What ChannelSide::attach() is given. Any thread; does not fail.
+  void wake() noexcept;
+
+  // In force soon; those who are told live come again. Any thread. Throws std::bad_alloc.
+  void setAccess(Access access);
+
+ private:
+  class Thread;
+
+  const std::unique_ptr<Thread> _thread;
+};
+
+}  // namespace dch
+
+#endif  // DCH_WEB_WEB_SERVER_H
