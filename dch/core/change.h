@@ -35,7 +35,8 @@ struct WentOffline {
 struct Row {
   ZORA_Long handle = 0;
   Time time = 0;
-  std::string message;  // as it came
+  std::string message;    // as it came
+  bool isCurrent = true;  // its source has not gone on line since
 };
 
 struct Deferred {

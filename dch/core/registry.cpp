@@ -151,7 +151,10 @@ Applied Registry::apply(const WentOffline& change, Prepared&& prepared) noexcept
 Applied Registry::apply(Row* change) noexcept {
   Source* const source = find(change->handle);
   if (source == nullptr) return refused(DCH_STATUS_UNKNOWN_HANDLE);
-  if (source->isOnline) source->row = std::move(*change);
+  if (source->isOnline)
+    source->row = std::move(*change);
+  else
+    _offlineRows.replace(source, change);
   return {DCH_STATUS_OK, source, {}};
 }
 
@@ -181,6 +184,12 @@ std::vector<const Application*> Registry::applications() const {
   return all;
 }
 
+const Application* Registry::nextApplication(std::string_view name) const {
+  const auto next = std::find_if(_applications.upper_bound(name), _applications.end(),
+                                 [](const auto& each) { return each.second.isRegistered(); });
+  return next != _applications.end() ? &next->second : nullptr;
+}
+
 RegistryFigures Registry::figures() const {
   RegistryFigures figures;
   for (const auto& [name, application] : _applications) {
@@ -196,6 +205,12 @@ const Source* Registry::nextOnline(ZORA_Long handle) const {
   // The source of the next handle stands at the index of this one.
   for (auto next = static_cast<std::size_t>(handle); next < _sources.size(); ++next)
     if (_sources[next] != nullptr && _sources[next]->isOnline) return _sources[next].get();
+  return nullptr;
+}
+
+const Source* Registry::nextSource(ZORA_Long handle) const {
+  for (auto next = static_cast<std::size_t>(handle); next < _sources.size(); ++next)
+    if (_sources[next] != nullptr) return _sources[next].get();
   return nullptr;
 }
 
@@ -254,7 +269,12 @@ Source* Registry::find(ZORA_Long handle) const {
 void Registry::setOnline(const Source* known, bool isOnline) noexcept {
   Source* const source = find(known->handle);
   source->isOnline = isOnline;
-  source->row.reset();
+  if (isOnline) {
+    _offlineRows.remove(source);
+    if (source->row) source->row->isCurrent = false;
+  } else {
+    _offlineRows.add(source);
+  }
   ++_revision;
   std::size_t& count = source->group->application->sourcesOnline;
   count = isOnline ? count + 1 : count - 1;

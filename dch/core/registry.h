@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "dch/core/change.h"
+#include "dch/core/offline_rows.h"
 #include "dch/core/text_map.h"
 #include "suite/registration.h"
 #include "zordchcl/status.h"
@@ -70,9 +71,10 @@ struct Source {
   bool isOnline = false;  // its group is registered then
   Group* group = nullptr;
   std::string name;
-  // Its newest row while it is on line. Sources that have gone off line are many, some of them for
-  // good, so their rows are left to the store.
+  // Its newest row, as long as it is at hand: always while it is on line. See OfflineRows.
   std::optional<Row> row;
+  Source* olderOffline = nullptr;  // their neighbours among the OfflineRows
+  Source* newerOffline = nullptr;
 };
 
 // How much the registry takes in; what is beyond is not stored. Far above what a suite has, so that
@@ -80,6 +82,7 @@ struct Source {
 struct RegistryLimits {
   std::size_t applications = 10'000;
   std::size_t sources = 1'000'000;
+  std::size_t offlineRowBytes = 16 * 1024 * 1024;
 };
 
 // What has become of a change.
@@ -111,7 +114,8 @@ struct RegistryFigures {
 // valid until the next change, those to sources for good. One thread.
 class Registry {
  public:
-  explicit Registry(const RegistryLimits& limits = {}) : _limits(limits) {}
+  explicit Registry(const RegistryLimits& limits = {})
+      : _limits(limits), _offlineRows(limits.offlineRowBytes) {}
   Registry(const Registry&) = delete;
   Registry& operator=(const Registry&) = delete;
 
@@ -139,8 +143,8 @@ class Registry {
   Applied apply(const Unregistered& change, Prepared&& prepared) noexcept;
   Applied apply(const WentOnline& change, Prepared&& prepared) noexcept;
   Applied apply(const WentOffline& change, Prepared&& prepared) noexcept;
-  // A row that was good when it came stays good, whatever has come in between. It is taken when its
-  // source is on line.
+  // A row that was good when it came stays good, whatever has come in between. It is taken unless
+  // its source is off line and it is larger than all rows of such sources may be.
   Applied apply(Row* change) noexcept;
 
   // The source with this handle, null when there is none.
@@ -156,6 +160,10 @@ class Registry {
   // All that are registered, sorted by name.
   std::vector<const Application*> applications() const;
 
+  // The first of them behind `name`, null when there is none. Starting with an empty name this
+  // leads through all of them, also when some come and go meanwhile.
+  const Application* nextApplication(std::string_view name) const;
+
   RegistryFigures figures() const;
 
   // Another number after each change but a row.
@@ -164,6 +172,8 @@ class Registry {
   // The source on line with the lowest handle above `handle`, null when there is none. Starting
   // with 0 this leads through all of them.
   const Source* nextOnline(ZORA_Long handle) const;
+  // The same, on line or not.
+  const Source* nextSource(ZORA_Long handle) const;
 
  private:
   Application* enterApplication(std::string_view name);
@@ -177,6 +187,7 @@ class Registry {
   // Applications that are registered or that have sources.
   std::map<std::string, Application, std::less<>> _applications;
   std::vector<std::unique_ptr<Source>> _sources;  // that of handle 1 comes first; with gaps
+  OfflineRows _offlineRows;
   std::uint64_t _revision = 0;
 };
 

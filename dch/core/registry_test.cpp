@@ -204,14 +204,21 @@ TEST_F(RegistryTest, HasTheNewestRowOfASourceThatIsOnLine) {
   EXPECT_TRUE(source->row.has_value());
 }
 
-TEST_F(RegistryTest, HasNoRowOfASourceThatHasGoneOffLine) {
+TEST_F(RegistryTest, StillHasTheNewestRowOfASourceThatHasGoneOffLine) {
   const ZORA_Long handle = goOnline(loadOfHost1);
+  const Source* const source = _registry.findSource(handle);
   takeRow({handle, 1, "first"});
+  EXPECT_TRUE(source->row->isCurrent);
   testkit::goOffline(_registry, handle);
-  EXPECT_FALSE(_registry.findSource(handle)->row.has_value());
-  EXPECT_EQ(takeRow({handle, 2, "second"}), "second") << "it was good when it came";
+  EXPECT_EQ(source->row->message, "first");
+  takeRow({handle, 2, "second"});
+  EXPECT_EQ(source->row->message, "second") << "it was good when it came";
   goOnline(loadOfHost1);
-  EXPECT_FALSE(_registry.findSource(handle)->row.has_value());
+  EXPECT_EQ(source->row->message, "second");
+  EXPECT_FALSE(source->row->isCurrent) << "it came before";
+  takeRow({handle, 3, "third"});
+  EXPECT_EQ(source->row->message, "third");
+  EXPECT_TRUE(source->row->isCurrent);
 }
 
 TEST(RegistryLimitsTest, DoesNotStoreMoreThanItsLimitsAndStillServesWhatItHas) {
@@ -230,6 +237,95 @@ TEST(RegistryLimitsTest, MakesRoomWhenAnApplicationWithoutSourcesIsUnregistered)
   registerText(registry, "appl:ONE,ONE;group:g;attr:a,N,4;");
   unregister(registry, "ONE");
   EXPECT_EQ(registerText(registry, "appl:TWO,TWO;group:g;attr:a,N,4;"), DCH_STATUS_OK);
+}
+
+// Three sources on line, each of which has sent a row of so many bytes.
+class OfflineRowsTest : public testing::Test {
+ protected:
+  static constexpr std::size_t rowBytes = 1'000;
+
+  OfflineRowsTest() {
+    registerText(_registry, "appl:ONE,ONE;group:g;attr:a,N,4;");
+    for (const char* source : {"s1", "s2", "s3"}) goOnline(source);
+    for (const ZORA_Long handle : {1, 2, 3}) takeRow(handle, rowBytes);
+  }
+
+  void goOnline(const char* source) { testkit::goOnline(_registry, {"ONE", "g", source}); }
+
+  void takeRow(ZORA_Long handle, std::size_t bytes) {
+    Row row{handle, 1, std::string(bytes, 'r')};
+    _registry.apply(&row);
+  }
+
+  // Of which sources there is one, as digits.
+  std::string known() const {
+    std::string handles;
+    for (const ZORA_Long handle : {1, 2, 3})
+      if (_registry.findSource(handle)->row) handles += std::to_string(handle);
+    return handles;
+  }
+
+  Registry _registry{{.offlineRowBytes = 2 * rowBytes + rowBytes / 2}};
+};
+
+TEST_F(OfflineRowsTest, ThatOfTheSourceThatIsOffLineLongestIsForgottenFirst) {
+  for (const ZORA_Long handle : {2, 1}) testkit::goOffline(_registry, handle);
+  EXPECT_EQ(known(), "123");
+  testkit::goOffline(_registry, 3);
+  EXPECT_EQ(known(), "13");
+}
+
+TEST_F(OfflineRowsTest, ThoseOfSourcesOnLineAgainCountNoMore) {
+  for (const ZORA_Long handle : {1, 2}) testkit::goOffline(_registry, handle);
+  goOnline("s1");
+  testkit::goOffline(_registry, 3);
+  EXPECT_EQ(known(), "123");
+  testkit::goOffline(_registry, 1);
+  EXPECT_EQ(known(), "13");
+}
+
+TEST_F(OfflineRowsTest, OneThatComesLateTakesThePlaceOfItsForerunner) {
+  for (const ZORA_Long handle : {1, 2}) testkit::goOffline(_registry, handle);
+  takeRow(1, rowBytes);
+  EXPECT_EQ(known(), "123");
+  testkit::goOffline(_registry, 3);
+  EXPECT_EQ(known(), "13") << "the late one was the newest";
+  takeRow(2, rowBytes);
+  EXPECT_EQ(known(), "23");
+}
+
+TEST_F(OfflineRowsTest, OneThatIsTooLargeIsNotKeptAndPushesOutNoOther) {
+  testkit::goOffline(_registry, 1);
+  takeRow(2, 3 * rowBytes);
+  testkit::goOffline(_registry, 2);
+  EXPECT_EQ(known(), "13");
+  takeRow(1, 3 * rowBytes);
+  EXPECT_EQ(known(), "3") << "an older one is not the newest";
+  testkit::goOffline(_registry, 3);
+  takeRow(1, rowBytes);
+  EXPECT_EQ(known(), "13");
+}
+
+TEST_F(OfflineRowsTest, AreThereAlsoWhenTheApplicationIsUnregistered) {
+  takeRow(3, rowBytes / 4);
+  unregister(_registry, "ONE");
+  EXPECT_EQ(known(), "123");
+  EXPECT_EQ(_registry.nextSource(0)->handle, 1);
+  EXPECT_EQ(_registry.nextSource(2)->handle, 3);
+  EXPECT_EQ(_registry.nextSource(3), nullptr);
+}
+
+TEST(RegistryWalkTest, LeadsThroughTheApplicationsThatAreRegistered) {
+  Registry registry;
+  EXPECT_EQ(registry.nextApplication(""), nullptr);
+  for (const char* name : {"A", "B", "C"})
+    registerText(registry, std::string("appl:") + name + ",KEY;group:g;attr:a,N,4;");
+  testkit::goOnline(registry, {"B", "g", "s"});
+  unregister(registry, "B");  // it stays known, for its source
+  EXPECT_EQ(registry.nextApplication("")->name, "A");
+  EXPECT_EQ(registry.nextApplication("A")->name, "C");
+  EXPECT_EQ(registry.nextApplication("AB")->name, "C");
+  EXPECT_EQ(registry.nextApplication("C"), nullptr);
 }
 
 }  // namespace

@@ -1,11 +1,14 @@
 #include "dch/store/loader.h"
 
+#include <algorithm>
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "dch/core/actions.h"
 #include "dch/core/deferrals.h"
+#include "dch/core/registry.h"
 
 namespace dch {
 
@@ -44,22 +47,67 @@ void loadRegistrations(sqlite::Connection& connection, const Take& take) {
   }
 }
 
-// Those that their sources sent since they went on line: the others are not known any more.
-void loadNewestRows(sqlite::Connection& connection, const ChangeWriter& writer, const Take& take) {
-  sqlite::Statement query(connection, R"(
-SELECT s.handle, online_since, number, time_us, message
-FROM known_sources AS s LEFT JOIN newest_rows AS r ON r.handle = s.handle
-WHERE is_online ORDER BY s.handle)");
-  while (query.step()) {
-    const ZORA_Long handle = longOf(query, 0);
-    const std::int64_t since = query.number(1);
-    const std::int64_t unsaved = writer.newestRows().unsavedOf(handle);
-    RowTable* const table = writer.providers().tableOf(handle);
-    if (unsaved == 0 && query.number(2) > since)
-      take(Row{handle, query.number(3), textOf(query, 4)});
-    else if (unsaved > since && table != nullptr)
-      if (std::optional<Row> row = table->row(unsaved)) take(std::move(*row));
+struct NumberedRow {
+  std::int64_t number;
+  Row row;
+};
+
+bool isNewer(const NumberedRow& left, const NumberedRow& right) {
+  return left.number > right.number;
+}
+
+// The newest ones of those that come, as many as the registry has room for.
+class OfflineRowsOnFile {
+ public:
+  void add(NumberedRow&& row) {
+    _bytes += row.row.message.size();
+    _rows.push_back(std::move(row));
+    std::push_heap(_rows.begin(), _rows.end(), isNewer);
+    while (_bytes > RegistryLimits().offlineRowBytes) {
+      std::pop_heap(_rows.begin(), _rows.end(), isNewer);
+      _bytes -= _rows.back().row.message.size();
+      _rows.pop_back();
+    }
   }
+
+  // Those of the sources that were the last to send one come last: they are forgotten last.
+  void tell(const Take& take) {
+    std::sort(_rows.rbegin(), _rows.rend(), isNewer);
+    for (NumberedRow& each : _rows) take(std::move(each.row));
+  }
+
+ private:
+  std::vector<NumberedRow> _rows;  // a heap: the oldest one in front
+  std::size_t _bytes = 0;
+};
+
+std::optional<NumberedRow> newestRow(sqlite::Statement* query, const ChangeWriter& writer) {
+  const ZORA_Long handle = longOf(*query, 0);
+  if (const std::int64_t unsaved = writer.newestRows().unsavedOf(handle); unsaved != 0) {
+    RowTable* const table = writer.providers().tableOf(handle);
+    std::optional<Row> row = table != nullptr ? table->row(unsaved) : std::nullopt;
+    return row ? std::optional(NumberedRow{unsaved, std::move(*row)}) : std::nullopt;
+  }
+  const std::int64_t number = query->number(3);  // 0: the source has sent none
+  if (number == 0) return std::nullopt;
+  return NumberedRow{number, {handle, query->number(4), textOf(*query, 5)}};
+}
+
+void loadNewestRows(sqlite::Connection& connection, const ChangeWriter& writer, const Take& take) {
+  OfflineRowsOnFile offlineRows;
+  sqlite::Statement query(connection, R"(
+SELECT s.handle, is_online, online_since, number, time_us, message
+FROM known_sources AS s LEFT JOIN newest_rows AS r ON r.handle = s.handle ORDER BY s.handle)");
+  while (query.step()) {
+    std::optional<NumberedRow> newest = newestRow(&query, writer);
+    if (!newest) continue;
+    newest->row.isCurrent = newest->number > query.number(2);
+    if (query.number(1) != 0)
+      take(std::move(newest->row));
+    else
+      offlineRows.add(std::move(*newest));
+  }
+  offlineRows.tell(take);
 }
 
 void loadDeferrals(sqlite::Connection& connection, const Take& take) {

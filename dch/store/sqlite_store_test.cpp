@@ -77,6 +77,7 @@ TEST_F(SqliteStoreTest, KnowsAfterARestartWhatItKnewBefore) {
   keep(WentOnline{"HOSTMON", "load", "host1", 1});  // it asks again
   keep(registered("appl:OTHER,OTH;group:g;attr:a,N,4;"));
   keep(WentOnline{"OTHER", "g", "x", 5});
+  keep(Row{5, 20, dataMessage(5)});
   keep(Unregistered{"OTHER"});
   keep(deferred(1));
   keep(deferred(2));
@@ -88,7 +89,8 @@ TEST_F(SqliteStoreTest, KnowsAfterARestartWhatItKnewBefore) {
   for (auto& [change, isKept] : _client.concluded) expected.apply(std::move(change));
   const std::string text = expected.text();
   EXPECT_THAT(text, testing::HasSubstr("host1 1 on 18 "));
-  EXPECT_THAT(text, testing::HasSubstr("sda 2 on no row"));
+  EXPECT_THAT(text, testing::HasSubstr("sda 2 on earlier 19 "));
+  EXPECT_THAT(text, testing::HasSubstr("x 5 off 20 "));
   EXPECT_EQ(knownAfterRestart(), text);
   EXPECT_EQ(knownAfterRestart(), text) << "and after another one";
 }
@@ -188,6 +190,23 @@ TEST_F(SqliteStoreTest, FindsTheNewestRowsThatItsTableDoesNotKnow) {
   knownAfterRestart();
   EXPECT_EQ(_known->registry().findSource(1)->row.value().time, 77);
   EXPECT_EQ(_known->registry().findSource(2)->row.value().time, 5);
+}
+
+TEST_F(SqliteStoreTest, ForgetsTheRowsOfTheSourcesThatFellSilentFirst) {
+  start();
+  goOnline();
+  const ZORA_Long last = 20;  // whose rows are too many
+  const std::string padding(1024 * 1024 - 100, '\0');
+  for (ZORA_Long handle = last; handle > 1; --handle) {
+    keep(WentOnline{"HOSTMON", "disk", "d" + std::to_string(handle), handle});
+    keep(Row{handle, handle, dataMessage(handle) + padding});
+    keep(WentOffline{handle});
+  }
+  knownAfterRestart();
+  std::string known;
+  for (ZORA_Long handle = 2; handle <= last; ++handle)
+    known += _known->registry().findSource(handle)->row ? '+' : '-';
+  EXPECT_EQ(known, std::string(16, '+') + std::string(3, '-'));
 }
 
 // Where to look for them is written with a change that is no row.

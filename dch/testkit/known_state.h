@@ -66,9 +66,7 @@ class KnownState {
       if (const Source* const source = _registry.findSource(handle); source != nullptr)
         result += "source " + source->group->topic + "/" + source->name + " " +
                   std::to_string(handle) + (source->isOnline ? " on " : " off ") +
-                  (source->row ? std::to_string(source->row->time) + " " + source->row->message
-                               : "no row") +
-                  "\n";
+                  rowText(*source) + "\n";
     for (const Deferral& deferral : _deferrals.kept()) result += deferral.text() + "\n";
     for (const auto& [id, status] : _results)
       result += "action " + std::to_string(id) + ": " + std::to_string(status) + "\n";
@@ -76,6 +74,13 @@ class KnownState {
   }
 
  private:
+  static std::string rowText(const Source& source) {
+    if (!source.row) return "no row";
+    const bool isEarlier = source.isOnline && !source.row->isCurrent;
+    return (isEarlier ? "earlier " : "") + std::to_string(source.row->time) + " " +
+           source.row->message;
+  }
+
   void applyPrepared(Registered&& change) {
     Prepared prepared = _registry.prepare(change);
     _registry.apply(std::move(change), std::move(prepared));
