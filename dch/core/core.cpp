@@ -329,6 +329,7 @@ void Core::apply(Row&& change, Entry&& entry) {
   _counters.add(Counter::rowsKept);
   const Row& row = applied.source->row ? *applied.source->row : change;
   _publisher.publish(applied.source->group->topic, row.message);
+  if (_ports.observer != nullptr) _ports.observer->rowKept(*applied.source, row.message, row.time);
 }
 
 void Core::apply(Deferred&& change, Entry&& entry) {
@@ -359,14 +360,17 @@ void Core::acknowledge(const Entry& entry, const Applied& applied) {
 
 // The sources first, then the application when the change is one of all of it.
 void Core::publishEvents(const Entry& entry, const Applied& applied) {
-  if (applied.status != DCH_STATUS_OK || !_publisher.hasSubscribers(statusTopic)) return;
+  if (applied.status != DCH_STATUS_OK) return;
   const short code = entry.request->code;
   const std::size_t events = applied.moved.size() + (entry.claim.handle == 0 ? 1 : 0);
-  for (const Source* source : applied.moved)
-    _publisher.publish(statusTopic, StatusEvent(source->names(), code).message(), events);
-  if (entry.claim.handle == 0)
-    _publisher.publish(statusTopic, StatusEvent({entry.claim.application, {}, {}}, code).message(),
-                       events);
+  for (const Source* source : applied.moved) publishEvent(source->names(), code, events);
+  if (entry.claim.handle == 0) publishEvent({entry.claim.application, {}, {}}, code, events);
+}
+
+void Core::publishEvent(const SourceNames& names, short code, std::size_t together) {
+  if (_publisher.hasSubscribers(statusTopic))
+    _publisher.publish(statusTopic, StatusEvent(names, code).message(), together);
+  if (_ports.observer != nullptr) _ports.observer->statusChanged(names, code);
 }
 
 void Core::startTimer() {

@@ -10,6 +10,7 @@
 #include "dch/core/counters.h"
 #include "dch/core/deferrals.h"
 #include "dch/core/held_changes.h"
+#include "dch/core/observer.h"
 #include "dch/core/postponed_requests.h"
 #include "dch/core/programs.h"
 #include "dch/core/publisher.h"
@@ -31,6 +32,7 @@ struct Ports {
   Store& store;
   Timer& timer;
   Programs& programs;
+  Observer* observer = nullptr;  // null: nobody looks on
 };
 
 // The one place that has the order: a request is checked, its change is kept, then applied,
@@ -115,6 +117,7 @@ class Core : private StoreClient {
   void apply(ActionEnded&& change, Entry&& entry);
   void acknowledge(const Entry& entry, const Applied& applied);
   void publishEvents(const Entry& entry, const Applied& applied);
+  void publishEvent(const SourceNames& names, short code, std::size_t together);
 
   void startTimer();
 

@@ -25,7 +25,8 @@ Descriptor copyOf(int descriptor) {
 }  // namespace
 
 Channel::Channel(EventLoop& loop, ServedPort&& port, const ChannelLimits& limits, Store& store,
-                 const ActionRules& actionRules, Counters& counters, const Log& log)
+                 const ActionRules& actionRules, Counters& counters, const Log& log,
+                 Observer* observer)
     : _store(store),
       _counters(counters),
       _log(log),
@@ -53,7 +54,7 @@ Channel::Channel(EventLoop& loop, ServedPort&& port, const ChannelLimits& limits
              }),
       _publishing(loop, [this] { publishMore(); }),
       _looking(loop, [this] { lookForGone(); }),
-      _core({*this, _pushSocket, store, _timer, _programs}, actionRules, counters, log) {
+      _core({*this, _pushSocket, store, _timer, _programs, observer}, actionRules, counters, log) {
   _core.load();
 }
 
@@ -102,9 +103,13 @@ void Channel::setLimits(const ChannelLimits& limits) {
   settle();
 }
 
-std::string Channel::report() {
+void Channel::setGauges() noexcept {
   _core.setGauges();
   _counters.set(Counter::connections, _streams.connectionCount());
+}
+
+std::string Channel::report() {
+  setGauges();
   return _core.report();
 }
 

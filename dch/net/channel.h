@@ -33,7 +33,8 @@ class Channel : private Answers, private StreamClient {
  public:
   // Takes up what the store has. Throws std::runtime_error or std::bad_alloc.
   Channel(EventLoop& loop, ServedPort&& port, const ChannelLimits& limits, Store& store,
-          const ActionRules& actionRules, Counters& counters, const Log& log);
+          const ActionRules& actionRules, Counters& counters, const Log& log,
+          Observer* observer = nullptr);
 
   // From now on clients are served.
   void start();
@@ -61,6 +62,11 @@ class Channel : private Answers, private StreamClient {
 
   // To be called after the store has concluded something.
   void settle() noexcept;
+
+  const Core& core() const { return _core; }
+
+  // Brings its gauges up to date.
+  void setGauges() noexcept;
 
   // Lines for the operator who asks. Throws std::bad_alloc.
   std::string report();

@@ -1,0 +1,99 @@
+// What those who look on are told, with and without subscribers.
+#include "dch/core/observer.h"
+
+#include <cstdio>
+
+#include "dch/core/status_events.h"
+#include "dch/testkit/core_test.h"
+
+namespace dch {
+namespace {
+
+using testkit::dataMessage;
+using testkit::offlineMessage;
+using testkit::onlineMessage;
+using testkit::registerMessage;
+using testkit::unregisterMessage;
+
+class RecordingObserver : public Observer {
+ public:
+  RecordingObserver(const testkit::RecordingAnswers& answers,
+                    const testkit::RecordingRowsOut& rowsOut)
+      : _answers(answers), _rowsOut(rowsOut) {}
+
+  void rowKept(const Source& source, std::string_view message, Time time) noexcept override {
+    rows.push_back(source.name + " " + std::to_string(time));
+    lastRow = message;
+    sentBefore = _answers.sent.size();
+    pushedBefore = _rowsOut.pushed.size();
+  }
+  void statusChanged(const SourceNames& names, short requestCode) noexcept override {
+    events.push_back(testkit::eventText(std::string(StatusEvent(names, requestCode).message())));
+  }
+
+  std::vector<std::string> rows;
+  std::string lastRow;
+  std::size_t sentBefore = 0;  // answers, when the last row was told
+  std::size_t pushedBefore = 0;
+  std::vector<std::string> events;
+
+ private:
+  const testkit::RecordingAnswers& _answers;
+  const testkit::RecordingRowsOut& _rowsOut;
+};
+
+class ObserverTest : public CoreTest {
+ protected:
+  ObserverTest() { receiveObserved(registerMessage()); }
+
+  void receiveObserved(const std::string& message) { _observed.receive({message, client(), 17}); }
+
+  RecordingObserver _observer{_answers, _rowsOut};
+  testkit::SlowStore _slow;
+  Core _observed{
+      {_answers, _rowsOut, _slow, _timer, _programs, &_observer}, _actionRules, _counters, _log};
+};
+
+TEST_F(ObserverTest, IsToldARowWhenItIsAcknowledgedAndPublished) {
+  receiveObserved(onlineMessage("HOSTMON", "load", "host1"));
+  _slow.concludeAll();
+  receiveObserved(testkit::subscribeMessage("HOSTMON", "load"));
+  const std::string row = dataMessage(1, {{"load1", 'D', "0.42"}});
+  _answers.sent.clear();
+  receiveObserved(row);
+  receiveObserved(row);
+  EXPECT_TRUE(_observer.rows.empty()) << "it is not kept yet";
+  _slow.conclude();
+  EXPECT_EQ(_observer.rows, std::vector<std::string>{"host1 17"});
+  EXPECT_EQ(_observer.lastRow, row);
+  EXPECT_EQ(_observer.sentBefore, 1u);
+  EXPECT_EQ(_observer.pushedBefore, 1u);
+  _slow.conclude(false);
+  EXPECT_EQ(_observer.rows.size(), 1u) << "it was not kept";
+}
+
+TEST_F(ObserverTest, IsToldALateRowOfASourceThatIsOffLine) {
+  receiveObserved(onlineMessage("HOSTMON", "load", "host1"));
+  _slow.concludeAll();
+  receiveObserved(offlineMessage(1));
+  receiveObserved(dataMessage(1));
+  _slow.concludeAll();
+  EXPECT_EQ(_observer.rows, std::vector<std::string>{"host1 17"});
+  EXPECT_EQ(_observer.lastRow, dataMessage(1));
+}
+
+TEST_F(ObserverTest, IsToldChangesOfStatusAlsoWithoutSubscribers) {
+  for (const char* group : {"load", "disk"}) receiveObserved(onlineMessage("HOSTMON", group, "s"));
+  receiveObserved(onlineMessage("HOSTMON", "disk", "s"));  // it asks again
+  _slow.concludeAll();
+  receiveObserved(offlineMessage(1));
+  receiveObserved(unregisterMessage("HOSTMON"));
+  EXPECT_EQ(_observer.events.size(), 3u) << "the others are not kept yet";
+  _slow.concludeAll();
+  EXPECT_EQ(_observer.events, (std::vector<std::string>{
+                                  "HOSTMON,,,1010", "HOSTMON,load,s,1025", "HOSTMON,disk,s,1025",
+                                  "HOSTMON,load,s,1020", "HOSTMON,disk,s,1015", "HOSTMON,,,1015"}));
+}
+
+}  // namespace
+}  // namespace dch
