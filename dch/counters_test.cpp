@@ -39,6 +39,7 @@ constexpr CounterCase counterCases[] = {
     {Counter::stalledConnections, cases::stalledConnections},
     {Counter::crowdedConnections, cases::crowdedConnections},
     {Counter::logLinesDropped, cases::logLinesDropped},
+    {Counter::liveEventsLost, cases::liveEventsLost},
     {Counter::groupsWritten, cases::groupsWritten},
     {Counter::changesKept, cases::changesKept},
     {Counter::changesRefused, cases::changesRefused},

@@ -66,6 +66,7 @@ void acceptFailures();
 void stalledConnections();
 void crowdedConnections();
 void logLinesDropped();
+void liveEventsLost();
 void groupsWritten();
 void changesKept();
 void changesRefused();
