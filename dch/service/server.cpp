@@ -41,12 +41,19 @@ Server::Server(ServedPort&& port, const std::optional<std::string>& statePath,
       _statePath(statePath),
       _store(_loop, statePath, _configuration.durability, _configuration.retention, _log,
              [this] { _channel.settle(); }),
+      _page(_loop, _counters, _configuration.webAddress),
       _channel(_loop, std::move(port), limitsWithRoom(_configuration), _store.store(),
-               _configuration.actions, _counters, _log),
+               _configuration.actions, _counters, _log, _page.observer()),
       _tick(_loop, [this] { tick(); }) {}
+
+Server::~Server() {
+  _page.stop();
+}
 
 void Server::run() {
   _channel.start();
+  _page.start(
+      _channel.core(), [this] { setGauges(); }, _configuration.webAccess, _statePath.value_or(""));
   _tick.set(tickPause);
   publish(_portSettings);
   announce();
@@ -58,7 +65,7 @@ void Server::run() {
 // Where standard output takes nothing it serves all the same, and whoever looks for the reason
 // finds what it would have said.
 void Server::announce() {
-  const std::string lines = announcement(_address, _statePath);
+  const std::string lines = announcement(_address, _statePath) + _page.announcement();
   pollfd output{STDOUT_FILENO, POLLOUT, 0};
   const bool isTaken = poll(&output, 1, 0) != 0;  // a pipe that nobody reads is full one day
   if (isTaken && std::fputs(lines.c_str(), stdout) >= 0 && std::fflush(stdout) == 0) return;
@@ -116,6 +123,7 @@ void Server::apply(Configuration&& fresh) {
   for (const std::string& each : fresh.warnings) say(Priority::warning, "warning: " + each);
   _channel.setLimits(limitsWithRoom(fresh));
   _store.setRetention(fresh.retention);
+  _page.setAccess(fresh.webAccess);
   _log.setEnabled(fresh.isVerbose);
   _configuration = std::move(fresh);
 }
@@ -141,8 +149,7 @@ void Server::say(Priority priority, const std::string& sentences) {
 
 // Also without --verbose: it was asked for.
 void Server::report() {
-  countDroppedLines();
-  _store.setCounters(&_counters);
+  setGauges();
   try {
     _output.write(Priority::notice, _channel.report());
   } catch (const std::bad_alloc&) {
@@ -154,6 +161,7 @@ void Server::tick() {
   _store.collect();
   _channel.tick();
   countDroppedLines();
+  _page.tick(_store.health());
   _manager.flush();
   if (++_ticks % ticksBetweenStatus == 0) showStatus();
   _tick.set(tickPause);
@@ -166,6 +174,12 @@ void Server::showStatus() {
   } catch (const std::bad_alloc&) {
     // It goes on showing the last one.
   }
+}
+
+void Server::setGauges() {
+  countDroppedLines();
+  _store.setCounters(&_counters);
+  _channel.setGauges();
 }
 
 void Server::countDroppedLines() {

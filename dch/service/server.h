@@ -14,6 +14,7 @@
 #include "dch/service/event_log.h"
 #include "dch/service/log_output.h"
 #include "dch/service/options.h"
+#include "dch/service/server_page.h"
 #include "dch/service/server_store.h"
 #include "dch/service/service_manager.h"
 
@@ -28,8 +29,10 @@ class Server {
   Server(ServedPort&& port, const std::optional<std::string>& statePath, const Options& options,
          Configuration configuration);
 
+  ~Server();
+
   // Says on standard output, and to the service manager, that it is ready, on the former also where
-  // its state is, and serves until SIGTERM or SIGINT.
+  // its state and its page are, and serves until SIGTERM or SIGINT.
   void run();
 
  private:
@@ -48,6 +51,7 @@ class Server {
   void tick();
   void showStatus();
   void countDroppedLines();
+  void setGauges();
 
   const Options _options;
   Configuration _configuration;
@@ -61,6 +65,7 @@ class Server {
   const std::vector<PortSetting> _portSettings;
   const std::optional<std::string> _statePath;
   ServerStore _store;
+  ServerPage _page;
   Channel _channel;
   Alarm _tick;
   int _ticks = 0;

@@ -54,6 +54,12 @@ void ServerStore::setCounters(Counters* counters) const {
   if (_sqlite != nullptr) _sqlite->setCounters(counters);
 }
 
+Health::Store ServerStore::health() const {
+  if (_sqlite == nullptr) return {};
+  const StoreFigures figures = _sqlite->figures();
+  return {_sqlite->waiting(), figures.changesKept + figures.changesRefused, figures.isFailing};
+}
+
 #else
 
 // A build without a store for files.
@@ -70,6 +76,9 @@ void ServerStore::setRetention(const RetentionLimits&) {}
 void ServerStore::collect() {}
 void ServerStore::finish(const std::function<void()>&) {}
 void ServerStore::setCounters(Counters*) const {}
+Health::Store ServerStore::health() const {
+  return {};
+}
 
 #endif
 

@@ -12,6 +12,7 @@
 #include "dch/core/store.h"
 #include "dch/net/event_loop.h"
 #include "dch/store/store_settings.h"
+#include "dch/web/health.h"
 
 namespace dch {
 
@@ -39,6 +40,9 @@ class ServerStore {
   // Waits until all changes that were appended are concluded, and calls `stillWaiting` every now
   // and then meanwhile.
   void finish(const std::function<void()>& stillWaiting);
+
+  // What is known of its doings.
+  Health::Store health() const;
 
   // Brings the counters of the file up to date.
   void setCounters(Counters* counters) const;

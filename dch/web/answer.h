@@ -53,7 +53,6 @@ struct Answer {
   std::vector<std::pair<const char*, std::string>> fields = {};  // further ones of the header
 };
 
-
 // {"error": sentence}
 Answer errorAnswer(int status, std::string_view sentence);
 

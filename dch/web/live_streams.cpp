@@ -152,8 +152,7 @@ void LiveStreams::open(const std::vector<std::string>& topics,
   for (const std::string& name : topics) {
     std::unique_ptr<Topic>& topic = _topics[name];
     if (topic == nullptr) {
-      topic = std::make_unique<Topic>(
-          Topic{std::make_shared<WatchedTopic>(name, ++_lastNumber)});
+      topic = std::make_unique<Topic>(Topic{std::make_shared<WatchedTopic>(name, ++_lastNumber)});
       _byNumber.emplace(_lastNumber, topic.get());
     }
     topic->streams.push_back(stream);
@@ -204,9 +203,9 @@ void LiveStreams::tellLost(Topic* topic) {
 
 void LiveStreams::begin() {
   const std::uint64_t inForce = _view->inForce();
-  const auto first = std::partition(
-      _openings.begin(), _openings.end(),
-      [&](const Opening& each) { return each.inForceFrom > inForce; });
+  const auto first = std::partition(_openings.begin(), _openings.end(), [&](const Opening& each) {
+    return each.inForceFrom > inForce;
+  });
   std::vector<Opening> ready(std::make_move_iterator(first),
                              std::make_move_iterator(_openings.end()));
   _openings.erase(first, _openings.end());

@@ -23,7 +23,7 @@ namespace dch {
 // he has missed is in the store. One thread, the web's.
 class LiveStreams : public LiveClient {
  public:
-  static constexpr std::size_t mostStreams = 192;  // others are to have connections, too
+  static constexpr std::size_t mostStreams = 192;           // others are to have connections, too
   static constexpr std::size_t mostWaitingBytes = 2 << 20;  // of each
   static constexpr std::chrono::milliseconds pause{20};
   static constexpr std::chrono::seconds sign{10};  // of life, when nothing comes

@@ -119,15 +119,16 @@ void addTable(Metrics* metrics, const Counters& counters) {
 }
 
 void addRequests(Metrics* metrics, const RequestCounts& counts) {
-  metrics->describeCounter("zordchd_requests", "requests by what was asked and the status of the answer");
+  metrics->describeCounter("zordchd_requests",
+                           "requests by what was asked and the status of the answer");
   for (const RequestType& type : requestTypes()) {
     const RequestCounts::ByStatus& byStatus = counts.of(type);
     for (std::size_t column = 0; column < byStatus.size(); ++column)
       // Those that have never come are not told, but for those that go well: it is known then that
       // there are none.
       if (column == 0 || byStatus.at(column) != 0)
-        metrics->add(std::string("zordchd_requests_total{request=\"") + type.name +
-                         "\",status=\"" + std::to_string(DCH_statusTable[column].number) + "\"}",
+        metrics->add(std::string("zordchd_requests_total{request=\"") + type.name + "\",status=\"" +
+                         std::to_string(DCH_statusTable[column].number) + "\"}",
                      std::to_string(byStatus.at(column)));
   }
 }

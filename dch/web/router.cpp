@@ -67,8 +67,9 @@ std::size_t sizeOf(long long number) {
 }
 
 RowsQuestion questionIn(const Parameters& asked) {
-  RowsQuestion question{.application = std::string(asked.get("application")),
-                        .group = std::string(asked.get("group"))};
+  RowsQuestion question;
+  question.application = asked.get("application");
+  question.group = asked.get("group");
   if (const auto source = asked.find("source")) question.source = *source;
   const Time present = now();
   question.since = momentIn(asked, "since", present);
@@ -87,15 +88,13 @@ RowsQuestion questionIn(const Parameters& asked) {
 std::string whatIsUnknown(const Snapshot& snapshot, std::string_view application,
                           std::string_view group) {
   const auto& known = *snapshot.applications;
-  const auto found = std::find_if(known.begin(), known.end(), [&](const auto& each) {
-    return each->applName == application;
-  });
+  const auto found = std::find_if(known.begin(), known.end(),
+                                  [&](const auto& each) { return each->applName == application; });
   if (found == known.end()) return "there is no application " + shown(application);
   const auto& groups = (*found)->groups;
   const bool hasGroup = std::any_of(groups.begin(), groups.end(),
                                     [&](const auto& each) { return each.name == group; });
-  return hasGroup ? ""
-                  : "application " + shown(application) + " has no group " + shown(group);
+  return hasGroup ? "" : "application " + shown(application) + " has no group " + shown(group);
 }
 
 // A program of another site's that a browser runs has no business here.
@@ -172,8 +171,9 @@ void Router::refuseWithoutToken(std::string_view path, const Respond& respond) {
   const std::string_view name = path.substr(1);
   if (isForAskingToken(name))
     if (const PageFile* const file = findPageFile(name)) return respond(fileAnswer(200, *file));
-  Answer answer = name.empty() ? fileAnswer(unauthorized, *findPageFile(askingPage))
-                               : errorAnswer(unauthorized, "a token is needed: Authorization: Bearer TOKEN");
+  Answer answer = name.empty()
+                      ? fileAnswer(unauthorized, *findPageFile(askingPage))
+                      : errorAnswer(unauthorized, "a token is needed: Authorization: Bearer TOKEN");
   answer.fields.emplace_back("WWW-Authenticate", "Bearer");
   respond(std::move(answer));
 }
@@ -205,20 +205,20 @@ void Router::answerLive(const WebRequest& request, const Parameters& asked,
   if (asked.flag("status")) topics.emplace_back(statusTopic);
   const std::string application(asked.find("application").value_or(""));
   const std::string group(asked.find("group").value_or(""));
-  _parts.channel.askForSnapshot([=, this, isHead = request.isHead](
-                                    const std::shared_ptr<const Snapshot>& snapshot) {
-    if (snapshot == nullptr) return respond(errorAnswer(serviceUnavailable, noMemory));
-    if (!application.empty() || !group.empty()) {
-      const std::string problem = whatIsUnknown(*snapshot, application, group);
-      if (!problem.empty()) return respond(errorAnswer(notFound, problem));
-    }
-    if (isHead) return respond({.type = liveType, .body = shareText("")});
-    _parts.live.open(topics, [respond](std::unique_ptr<Pieces> pieces) {
-      if (pieces == nullptr)
-        return respond(errorAnswer(serviceUnavailable, "too many pages are live already"));
-      respond({.type = liveType, .pieces = std::move(pieces)});
-    });
-  });
+  _parts.channel.askForSnapshot(
+      [=, this, isHead = request.isHead](const std::shared_ptr<const Snapshot>& snapshot) {
+        if (snapshot == nullptr) return respond(errorAnswer(serviceUnavailable, noMemory));
+        if (!application.empty() || !group.empty()) {
+          const std::string problem = whatIsUnknown(*snapshot, application, group);
+          if (!problem.empty()) return respond(errorAnswer(notFound, problem));
+        }
+        if (isHead) return respond({.type = liveType, .body = shareText("")});
+        _parts.live.open(topics, [respond](std::unique_ptr<Pieces> pieces) {
+          if (pieces == nullptr)
+            return respond(errorAnswer(serviceUnavailable, "too many pages are live already"));
+          respond({.type = liveType, .pieces = std::move(pieces)});
+        });
+      });
 }
 
 void Router::answerState(const WebRequest&, const Parameters&, const Respond& respond) {
@@ -230,16 +230,16 @@ void Router::answerState(const WebRequest&, const Parameters&, const Respond& re
 
 void Router::answerMetrics(const WebRequest& request, const Parameters&, const Respond& respond) {
   const MetricsForm form = metricsFormFor(request.accept);
-  _parts.channel.askForFigures([this, form,
-                                respond](const std::shared_ptr<const Figures>& figures) {
-    _parts.channel.askForSnapshot([this, form, respond,
-                                   figures](const std::shared_ptr<const Snapshot>& snapshot) {
-      if (figures == nullptr || snapshot == nullptr)
-        return respond(errorAnswer(serviceUnavailable, noMemory));
-      respond({.type = metricsType(form),
-               .body = shareText(metricsText(form, _parts.counters, *figures, *snapshot))});
-    });
-  });
+  _parts.channel.askForFigures(
+      [this, form, respond](const std::shared_ptr<const Figures>& figures) {
+        _parts.channel.askForSnapshot(
+            [this, form, respond, figures](const std::shared_ptr<const Snapshot>& snapshot) {
+              if (figures == nullptr || snapshot == nullptr)
+                return respond(errorAnswer(serviceUnavailable, noMemory));
+              respond({.type = metricsType(form),
+                       .body = shareText(metricsText(form, _parts.counters, *figures, *snapshot))});
+            });
+      });
 }
 
 void Router::answerHealth(const WebRequest&, const Parameters&, const Respond& respond) {
