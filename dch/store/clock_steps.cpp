@@ -14,10 +14,16 @@ Time timeOfNewestRow(const Providers& providers) {
   return newest.time;
 }
 
+// What is known of the latest row without a search: it may be so much later than the newest one.
+Time latestAfter(Time newest) {
+  return std::min(newest, std::numeric_limits<Time>::max() - ClockSteps::leastStep) +
+         ClockSteps::leastStep;
+}
+
 }  // namespace
 
 ClockSteps::ClockSteps(sqlite::Connection& connection, const Providers& providers)
-    : _latest(timeOfNewestRow(providers)),
+    : _latest(latestAfter(timeOfNewestRow(providers))),
       _add(connection, "INSERT INTO clock_steps VALUES (?)"),
       _forget(connection, "DELETE FROM clock_steps WHERE number <= ?") {
   sqlite::Statement query(connection, "SELECT number FROM clock_steps ORDER BY number");

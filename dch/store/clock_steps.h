@@ -12,13 +12,15 @@
 namespace dch {
 
 // Rows have the order in which they came, and an index by time would make each cost more. Between
-// two steps the first row is the oldest one; rows of a clock that was ahead for a while stay for
-// long, and the later ones behind them need not. After a transaction that did not succeed it is
-// made anew. One thread at a time.
+// two steps no row is older by more than `leastStep` than one before it, so that a time is found by
+// a binary search; rows of a clock that was ahead for a while stay for long, and the later ones
+// behind them need not. After a transaction that did not succeed it is made anew. One thread at a
+// time.
 class ClockSteps {
  public:
-  // Shorter steps are ignored: rows stay for up to so much too long.
-  static constexpr Time leastStep = Time{60} * 60 * 1'000'000;
+  // Shorter steps are ignored: rows stay for up to so much too long, and who looks for a time looks
+  // through so much more.
+  static constexpr Time leastStep = Time{10} * 1'000'000;
 
   // Reads what is in the file.
   ClockSteps(sqlite::Connection& connection, const Providers& providers);
@@ -33,7 +35,7 @@ class ClockSteps {
 
  private:
   std::vector<std::int64_t> _starts{0};
-  Time _latest;  // since the last step
+  Time _latest;  // since the last step, or later
   sqlite::Statement _add;
   sqlite::Statement _forget;
 };

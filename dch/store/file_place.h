@@ -4,6 +4,7 @@
 
 #include <sys/types.h>
 
+#include <array>
 #include <string>
 
 namespace dch {
@@ -25,6 +26,9 @@ class FilePlace {
   dev_t _device = 0;
   ino_t _inode = 0;
 };
+
+// Those of a state file, its log and the index of that.
+using StatePlaces = std::array<FilePlace, 3>;
 
 }  // namespace dch
 

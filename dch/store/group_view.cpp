@@ -40,18 +40,24 @@ std::string rowTableName(std::int64_t group) {
   return "rows_" + std::to_string(group);
 }
 
+std::vector<AttributeColumn> viewColumns(const std::vector<AttributeColumn>& attributes,
+                                         std::size_t mostColumns) {
+  SqlNames names = {"time", "time_us", "source", "handle", "code"};
+  std::vector<AttributeColumn> columns;
+  for (const AttributeColumn& attribute : attributes) {
+    if (columns.size() + fixedColumns == mostColumns) break;
+    columns.push_back({names.take(attribute.name), attribute.column});
+  }
+  return columns;
+}
+
 std::string groupViewStatement(std::string_view view, std::int64_t group,
                                const std::vector<AttributeColumn>& attributes,
                                std::size_t mostColumns) {
   std::string sql = "CREATE VIEW " + sqlite::quoted(view) + " AS SELECT " + timeText("time_us") +
                     " AS time, time_us, s.name AS source, r.handle AS handle, code";
-  SqlNames names = {"time", "time_us", "source", "handle", "code"};
-  std::size_t count = fixedColumns;
-  for (const AttributeColumn& attribute : attributes) {
-    if (count++ == mostColumns) break;
-    sql +=
-        ", " + columnName(attribute.column) + " AS " + sqlite::quoted(names.take(attribute.name));
-  }
+  for (const AttributeColumn& each : viewColumns(attributes, mostColumns))
+    sql += ", " + columnName(each.column) + " AS " + sqlite::quoted(each.name);
   return sql + " FROM " + rowTableName(group) +
          " AS r LEFT JOIN known_sources AS s ON s.handle = r.handle";
 }

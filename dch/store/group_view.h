@@ -47,7 +47,11 @@ struct AttributeColumn {
 std::string columnName(int column);
 std::string rowTableName(std::int64_t group);
 
-// The statement that makes the view. Attributes for which a result has no room are left out.
+// What the attributes are called in the view, those for which a result has no room left out.
+std::vector<AttributeColumn> viewColumns(const std::vector<AttributeColumn>& attributes,
+                                         std::size_t mostColumns);
+
+// The statement that makes the view.
 std::string groupViewStatement(std::string_view view, std::int64_t group,
                                const std::vector<AttributeColumn>& attributes,
                                std::size_t mostColumns);

@@ -2,8 +2,6 @@
 
 #include <gmock/gmock.h>
 
-#include <cstring>
-
 #include "dch/testkit/store_test.h"
 
 namespace dch {
@@ -11,16 +9,10 @@ namespace {
 
 using testing::HasSubstr;
 using testing::Not;
+using testkit::bytesOf;
 using testkit::dataMessage;
 using testkit::registered;
 using testkit::Value;
-
-template <class Number>
-std::string bytesOf(Number number) {
-  std::string bytes(sizeof number, '\0');
-  std::memcpy(bytes.data(), &number, sizeof number);
-  return bytes;
-}
 
 class GroupView : public testkit::StoreTest {
  protected:

@@ -22,11 +22,12 @@ namespace {
 
 }  // namespace
 
-Connection::Connection(const std::string& path, const char* vfs) {
+Connection::Connection(const std::string& path, const char* vfs, Access access) {
   sqlite3* handle = nullptr;
   const int flags =
-      SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE;
-  const int code = sqlite3_open_v2(path.c_str(), &handle, flags, vfs);
+      access == Access::read ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
+  const int code = sqlite3_open_v2(path.c_str(), &handle,
+                                   flags | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE, vfs);
   _handle.reset(handle);
   if (code != SQLITE_OK) fail(handle, code);
   sqlite3_stmt* rollBack = nullptr;
@@ -97,6 +98,11 @@ Statement& Statement::bindUtf8(int parameter, std::string_view text) {
   const char* const address = text.data() != nullptr ? text.data() : "";
   _connection->check(sqlite3_bind_text64(_handle.get(), parameter, address, text.size(),
                                          SQLITE_STATIC, SQLITE_UTF8));
+  return *this;
+}
+
+Statement& Statement::bindPointer(int parameter, void* pointer, const char* type) {
+  _connection->check(sqlite3_bind_pointer(_handle.get(), parameter, pointer, type, nullptr));
   return *this;
 }
 

@@ -28,12 +28,14 @@ class Error : public std::runtime_error {
   int _systemError;
 };
 
+enum class Access { write, read };
+
 // One thread at a time, with its statements.
 class Connection {
  public:
-  // Opens a file for reading and writing, and makes it when it is not there; `vfs` is null for the
-  // system's own. SQLite looks at what is in it with the first statement.
-  Connection(const std::string& path, const char* vfs);
+  // Opens a file for reading and writing, and makes it when it is not there, or for reading alone;
+  // `vfs` is null for the system's own. SQLite looks at what is in it with the first statement.
+  Connection(const std::string& path, const char* vfs, Access access = Access::write);
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
@@ -88,6 +90,8 @@ class Statement {
   Statement& bindText(int parameter, std::string_view text);
   // A text that is known to be UTF-8.
   Statement& bindUtf8(int parameter, std::string_view text);
+  // Of a type that only the functions know that are told it. It stays with the caller, too.
+  Statement& bindPointer(int parameter, void* pointer, const char* type);
   void clearBindings() { sqlite3_clear_bindings(_handle.get()); }
 
   // Runs it to its end, or to its first row, whose values are gone then.
@@ -100,9 +104,9 @@ class Statement {
   void reset() { sqlite3_reset(_handle.get()); }
 
   std::int64_t number(int column) const { return sqlite3_column_int64(_handle.get(), column); }
-  bool isNull(int column) const {
-    return sqlite3_column_type(_handle.get(), column) == SQLITE_NULL;
-  }
+  // One of SQLITE_INTEGER, SQLITE_TEXT and the others.
+  int type(int column) const { return sqlite3_column_type(_handle.get(), column); }
+  bool isNull(int column) const { return type(column) == SQLITE_NULL; }
   // A text or bytes, valid until the next step.
   std::string_view bytes(int column) const;
 

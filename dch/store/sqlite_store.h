@@ -84,6 +84,9 @@ class SqliteStore : public Store {
   // What has been done so far. Any thread.
   StoreFigures figures() const { return _writer.figures(); }
 
+  // Where those look who read the file beside the store. Any thread.
+  StatePlaces places() const { return _file.places(); }
+
   // Brings the counters of what has been done up to date.
   void setCounters(Counters* counters) const;
 

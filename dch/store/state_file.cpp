@@ -173,9 +173,15 @@ void StateFile::checkVersion() {
 void StateFile::findPlaces() {
   sqlite::queryNumber(_connection, "PRAGMA user_version");
   const std::string file = sqlite3_db_filename(_connection.handle(), "main");
+  const std::lock_guard lock(_placesMutex);
   _place = FilePlace(_path);
   _lockPlace = FilePlace(lockPath());
   _logPlaces = {FilePlace(file + "-wal"), FilePlace(file + "-shm")};
+}
+
+StatePlaces StateFile::places() const {
+  const std::lock_guard lock(_placesMutex);
+  return {_place, _logPlaces[0], _logPlaces[1]};
 }
 
 const FilePlace* StateFile::findLostLog() const {

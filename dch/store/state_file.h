@@ -3,6 +3,7 @@
 #define DCH_STORE_STATE_FILE_H
 
 #include <array>
+#include <mutex>
 #include <string>
 
 #include "dch/net/descriptor.h"
@@ -24,6 +25,9 @@ class StateFile {
 
   sqlite::Connection& connection() { return _connection; }
   const std::string& path() const { return _path; }
+
+  // Where the file is, and what belongs to it: a reader must find the same there. Any thread.
+  StatePlaces places() const;
 
   // Whether another program that writes is waited for, for some seconds.
   void setPatience(bool isPatient) noexcept;
@@ -63,6 +67,7 @@ class StateFile {
   FilePlace _lockPlace;
   bool _isAnothers = false;             // another server has locked it since
   std::array<FilePlace, 2> _logPlaces;  // and that of its index
+  mutable std::mutex _placesMutex;      // while others are found, or somebody else asks
 };
 
 }  // namespace dch

@@ -2,6 +2,7 @@
 #ifndef DCH_TESTKIT_MESSAGES_H
 #define DCH_TESTKIT_MESSAGES_H
 
+#include <cstring>
 #include <optional>
 #include <string>
 #include <vector>
@@ -20,6 +21,14 @@ struct Value {
   char letter;
   std::string bytes;
 };
+
+// The value of a number, in the byte order of the host.
+template <class Number>
+std::string bytesOf(Number number) {
+  std::string bytes(sizeof number, '\0');
+  std::memcpy(bytes.data(), &number, sizeof number);
+  return bytes;
+}
 
 // `name` and `key` stand in front of the text; by default they are those of hostmonRegistration.
 std::string registerMessage(const std::string& text = hostmonRegistration,
