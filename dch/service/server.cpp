@@ -53,7 +53,8 @@ Server::~Server() {
 void Server::run() {
   _channel.start();
   _page.start(
-      _channel.core(), [this] { setGauges(); }, _configuration.webAccess, _statePath.value_or(""));
+      _channel.core(), [this] { setGauges(); }, _configuration.webAccess,
+      _statePath.value_or("memory"), _store.places());
   _tick.set(tickPause);
   publish(_portSettings);
   announce();

@@ -15,15 +15,14 @@ ServerPage::ServerPage(EventLoop& loop, Counters& counters,
 }
 
 void ServerPage::start(const Core& core, std::function<void()> setGauges, Access access,
-                       const std::string& statePath) {
+                       const std::string& state, std::function<StatePlaces()> places) {
   if (!_channel) return;
-  _server = std::make_unique<WebServer>(
-      std::move(*_port), std::move(access),
-      WebSources{.channel = *_channel,
-                 .counters = _counters,
-                 .health = _health,
-                 .facts = {ZORD410_VERSION, now(), statePath.empty() ? "memory" : statePath},
-                 .statePath = statePath});
+  _server = std::make_unique<WebServer>(std::move(*_port), std::move(access),
+                                        WebSources{.channel = *_channel,
+                                                   .counters = _counters,
+                                                   .health = _health,
+                                                   .facts = {ZORD410_VERSION, now(), state},
+                                                   .statePlaces = std::move(places)});
   _channel->attach(core, std::move(setGauges), [this] { _server->wake(); });
 }
 

@@ -25,10 +25,10 @@ class ServerPage {
   // Null where there is no page.
   Observer* observer() { return _channel ? &_channel->observer() : nullptr; }
 
-  // Serves it. `statePath` is of the file that rows are kept in, empty without one; `setGauges`
-  // brings the counters up to date.
+  // Serves it. `state` says where the state is, `places` as of WebSources; `setGauges` brings the
+  // counters up to date.
   void start(const Core& core, std::function<void()> setGauges, Access access,
-             const std::string& statePath);
+             const std::string& state, std::function<StatePlaces()> places);
 
   // Before the channel goes. May be called again.
   void stop() noexcept;

@@ -54,6 +54,11 @@ void ServerStore::setCounters(Counters* counters) const {
   if (_sqlite != nullptr) _sqlite->setCounters(counters);
 }
 
+std::function<StatePlaces()> ServerStore::places() const {
+  if (_sqlite == nullptr) return nullptr;
+  return [store = _sqlite] { return store->places(); };
+}
+
 Health::Store ServerStore::health() const {
   if (_sqlite == nullptr) return {};
   const StoreFigures figures = _sqlite->figures();
@@ -76,6 +81,9 @@ void ServerStore::setRetention(const RetentionLimits&) {}
 void ServerStore::collect() {}
 void ServerStore::finish(const std::function<void()>&) {}
 void ServerStore::setCounters(Counters*) const {}
+std::function<StatePlaces()> ServerStore::places() const {
+  return nullptr;
+}
 Health::Store ServerStore::health() const {
   return {};
 }

@@ -11,6 +11,7 @@
 #include "dch/core/log.h"
 #include "dch/core/store.h"
 #include "dch/net/event_loop.h"
+#include "dch/store/file_place.h"
 #include "dch/store/store_settings.h"
 #include "dch/web/health.h"
 
@@ -40,6 +41,9 @@ class ServerStore {
   // Waits until all changes that were appended are concluded, and calls `stillWaiting` every now
   // and then meanwhile.
   void finish(const std::function<void()>& stillWaiting);
+
+  // Where its file is, on any thread; null when it keeps none.
+  std::function<StatePlaces()> places() const;
 
   // What is known of its doings.
   Health::Store health() const;

@@ -7,8 +7,6 @@
 
 namespace dch {
 
-namespace {
-
 std::string digitsOf(std::string_view bytes) {
   constexpr char digits[] = "0123456789abcdef";
   std::string text = "0x";
@@ -20,8 +18,6 @@ std::string digitsOf(std::string_view bytes) {
   }
   return text;
 }
-
-}  // namespace
 
 std::string readable(std::string_view bytes) {
   return isUtf8(bytes) ? std::string(bytes) : digitsOf(bytes);

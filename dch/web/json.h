@@ -12,6 +12,7 @@ namespace dch {
 
 // Bytes as people read them: as they are when they are text, else "0x" and their digits.
 std::string readable(std::string_view bytes);
+std::string digitsOf(std::string_view bytes);
 
 // Members and elements get their commas by themselves; who calls sees to it that what begins ends,
 // and that a member's value follows its key.

@@ -1,9 +1,5 @@
 #include "dch/web/web_server.h"
 
-#include <sys/resource.h>
-#include <unistd.h>
-
-#include <cstdio>
 #include <exception>
 #include <mutex>
 #include <optional>
@@ -14,7 +10,11 @@
 #include "dch/net/waker.h"
 #include "dch/web/channel_view.h"
 #include "dch/web/connections.h"
+#include "dch/web/give_way.h"
 #include "dch/web/kept_rows.h"
+#ifdef ZORD410_SQLITE
+#include "dch/web/history_rows.h"
+#endif
 #include "dch/web/live_streams.h"
 #include "dch/web/router.h"
 
@@ -22,11 +22,12 @@ namespace dch {
 
 namespace {
 
-// The channel goes first where there is too little time for both.
-constexpr int niceness = 10;
-
-void giveWay() {
-  setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), niceness);
+std::unique_ptr<KeptRows> makeKeptRows([[maybe_unused]] EventLoop& loop,
+                                       const std::function<StatePlaces()>& places) {
+#ifdef ZORD410_SQLITE
+  if (places) return std::make_unique<HistoryRows>(loop, places);
+#endif
+  return std::make_unique<NoKeptRows>();
 }
 
 }  // namespace
@@ -36,7 +37,8 @@ class WebServer::Thread {
   Thread(WebPort&& port, Access access, const WebSources& sources)
       : _live(_loop, sources.counters),
         _view(_loop, sources.channel, _live),
-        _router({_view, _live, _rows, sources.counters, sources.health, sources.facts}),
+        _rows(makeKeptRows(_loop, sources.statePlaces)),
+        _router({_view, _live, *_rows, sources.counters, sources.health, sources.facts}),
         _connections(
             _loop.context(), std::move(port.listener), {},
             [this](const WebRequest& request, const Connections::Respond& respond) {
@@ -99,7 +101,7 @@ class WebServer::Thread {
   EventLoop _loop;
   LiveStreams _live;
   ChannelView _view;
-  NoKeptRows _rows;
+  const std::unique_ptr<KeptRows> _rows;
   Router _router;
   Connections _connections;
   Waker _ordered;

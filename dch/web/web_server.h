@@ -2,10 +2,12 @@
 #ifndef DCH_WEB_WEB_SERVER_H
 #define DCH_WEB_WEB_SERVER_H
 
+#include <functional>
 #include <memory>
 #include <string>
 
 #include "dch/core/counters.h"
+#include "dch/store/file_place.h"
 #include "dch/web/access.h"
 #include "dch/web/channel_side.h"
 #include "dch/web/health.h"
@@ -20,7 +22,8 @@ struct WebSources {
   Counters& counters;
   const Health& health;
   ServerFacts facts;
-  std::string statePath;  // of the file that rows are in; empty: they are not kept
+  // Where the file is that rows are in, on any thread; null when they are not kept.
+  std::function<StatePlaces()> statePlaces;
 };
 
 class WebServer {
