@@ -19,7 +19,7 @@ bool isSameName(std::string_view left, std::string_view right) {
 }
 
 bool isPort(std::string_view text) {
-  return text.size() <= 5 && std::all_of(text.begin(), text.end(),
+  return !text.empty() && text.size() <= 5 && std::all_of(text.begin(), text.end(),
                                          [](char each) { return each >= '0' && each <= '9'; });
 }
 

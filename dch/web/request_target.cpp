@@ -74,8 +74,8 @@ void Parameters::allow(std::initializer_list<std::string_view> names) const {
     if (std::find(names.begin(), names.end(), name) != names.end()) continue;
     std::string known;
     for (const std::string_view each : names) (known += known.empty() ? "" : ", ") += each;
-    throw WebError(badRequest, "unknown parameter " + shown(name) + "; there is " +
-                                   (known.empty() ? "none here" : known));
+    throw WebError(badRequest, "unknown parameter " + shown(name) + "; " +
+                                   (known.empty() ? "there are none here" : "known are " + known));
   }
 }
 
