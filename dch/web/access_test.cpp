@@ -44,11 +44,12 @@ TEST(Access, TakesTheTokenFromTheHeaderOrTheCookie) {
 
 TEST(Access, RefusesEveryOtherToken) {
   const Access access{.hosts = {}, .token = "s3cret"};
-  for (const char* each : {"", "Bearer", "Bearer ", "Bearer s3cre", "Bearer s3crets", "Basic s3cret",
-                           "s3cret", "Bearers3cret", "Bearer S3CRET"})
+  for (const char* each : {"", "Bearer", "Bearer ", "Bearer s3cre", "Bearer s3crets",
+                           "Basic s3cret", "s3cret", "Bearers3cret", "Bearer S3CRET"})
     EXPECT_FALSE(access.allowsToken(each, "")) << each;
-  for (const char* each : {"zord410_token", "zord410_token=", "zord410_token=s3cre",
-                           "xzord410_token=s3cret", "zord410_tokens3cret", "a=zord410_token=s3cret"})
+  for (const char* each :
+       {"zord410_token", "zord410_token=", "zord410_token=s3cre", "xzord410_token=s3cret",
+        "zord410_tokens3cret", "a=zord410_token=s3cret"})
     EXPECT_FALSE(access.allowsToken("", each)) << each;
 }
 

@@ -6,6 +6,7 @@
 
 #include "dch/testkit/web_rows.h"
 #include "dch/web/state_json.h"
+#include "zordchcl/messages.h"
 
 namespace dch {
 namespace {
@@ -35,11 +36,8 @@ TEST(ApplicationsJson, TellsWhatIsRegisteredWithItsSources) {
                               .isOnline = true,
                               .rowTime = 1'769'903'999'123'456,
                               .message = testkit::loadRow(4, 17, "quiet")});
-  snapshot.sources.push_back({.application = "DEMO",
-                              .group = "load",
-                              .name = "<b>\xFF",
-                              .handle = 5,
-                              .message = {}});
+  snapshot.sources.push_back(
+      {.application = "DEMO", .group = "load", .name = "<b>\xFF", .handle = 5, .message = {}});
   const Parsed json = Parsed::parse(applicationsJson(snapshot));
   const Parsed expected = Parsed::parse(R"({"applications": [{
     "name": "DEMO", "key": "DMO", "type": "NODP", "help": "",
@@ -72,7 +70,7 @@ TEST(StateJson, TellsTheTableAndHowRequestsWereAnswered) {
   EXPECT_FALSE(json["counters"].contains("sources"));
   EXPECT_EQ(2, json["gauges"]["sources"]);
   EXPECT_EQ(3, json["deferrals"]);
-  EXPECT_EQ(Parsed::parse(R"([{"request": "data", "code": 4129, "status": 104,
+  EXPECT_EQ(Parsed::parse(R"([{"request": "data", "code": 4144, "status": 104,
                                "text": "unknown handle", "count": 1}])"),
             json["requests"]);
   for (const CounterDescription& each : counterDescriptions)

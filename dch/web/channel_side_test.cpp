@@ -190,7 +190,7 @@ TEST_F(ChannelSideTest, TheWebSeesRowsInTheirOrderOrIsToldHowManyItLost) {
   const std::vector<Time> times = _web->call([this] { return _client.times; });
   EXPECT_GE(times.size(), LiveFeed::mostEvents);
   EXPECT_TRUE(std::is_sorted(times.begin(), times.end()));
-  EXPECT_EQ(_counters[Counter::liveRowsLost], topic->lost);
+  EXPECT_EQ(_counters[Counter::liveEventsLost], topic->lost);
 }
 
 TEST_F(ChannelSideTest, TheWebIsWokenForEachRowThatComesAlone) {

@@ -116,7 +116,7 @@ TEST_F(LiveFeedTest, CountsForEachTopicWhatFindsNoRoom) {
   EXPECT_EQ(one->lost, 2u);
   EXPECT_EQ(other->lost, 1u);
   EXPECT_EQ(_woken, 1) << "there is something to be told";
-  EXPECT_EQ(_counters[Counter::liveRowsLost], 3u);
+  EXPECT_EQ(_counters[Counter::liveEventsLost], 3u);
   _feed.take();
   keepRow(2, "not lost");
   EXPECT_EQ(other->lost, 1u);

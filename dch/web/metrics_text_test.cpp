@@ -77,14 +77,14 @@ TEST_F(MetricsTextTest, TellsRequestsByWhatTheyWereAnswered) {
 
 TEST_F(MetricsTextTest, TellsTheNewestNumbersOfSourcesOnLine) {
   addSource("web1", testkit::loadRow(4, 17, "quiet"));
-  addSource("gone", testkit::loadRow(5, 25, "")).isOnline = false;
+  addSource("offline1", testkit::loadRow(5, 25, "")).isOnline = false;
   const std::string metrics = text(MetricsForm::text);
   EXPECT_THAT(metrics, HasSubstr("\nzord_value{application=\"DEMO\",group=\"load\",source=\"web1\","
                                  "attribute=\"load1\"} 17\n"));
   EXPECT_THAT(metrics, HasSubstr("\nzord_row_time_seconds{application=\"DEMO\",group=\"load\","
                                  "source=\"web1\"} 1769903999.123456\n"));
   EXPECT_THAT(metrics, Not(HasSubstr("quiet")));
-  EXPECT_THAT(metrics, Not(HasSubstr("gone")));
+  EXPECT_THAT(metrics, Not(HasSubstr("offline1")));
 }
 
 TEST_F(MetricsTextTest, EscapesNames) {

@@ -55,15 +55,15 @@ TEST(Parameters, AreRefusedWhenTheyCannotBeDecoded) {
 }
 
 TEST(Parameters, AreThereOnce) {
-  EXPECT_EQ("parameter 'limit' is there twice",
-            complaintOf([] { Parameters("limit=1&limit=2"); }));
+  EXPECT_EQ("parameter 'limit' is there twice", complaintOf([] { Parameters("limit=1&limit=2"); }));
   EXPECT_EQ("parameter 'limit' is there twice",
             complaintOf([] { Parameters("limit=1&%6cimit=2"); }));
 }
 
 TEST(Parameters, AreRefusedWhenNobodyKnowsThem) {
-  EXPECT_EQ("unknown parameter 'x'; known are application, group",
-            complaintOf([] { Parameters("group=1&x=2").allow({"application", "group"}); }));
+  EXPECT_EQ("unknown parameter 'x'; known are application, group", complaintOf([] {
+              Parameters("group=1&x=2").allow({"application", "group"});
+            }));
   EXPECT_EQ("unknown parameter 'x'; there are none here",
             complaintOf([] { Parameters("x").allow({}); }));
   EXPECT_EQ("unknown parameter '\\x0a'; there are none here",
@@ -78,8 +78,8 @@ TEST(Parameters, ThatAreNeededHaveToBeThere) {
 TEST(Parameters, AreNumbersInTheirRange) {
   EXPECT_EQ(5, Parameters("n=5").number("n", 1, 9));
   EXPECT_EQ(std::nullopt, Parameters("").number("n", 1, 9));
-  for (const char* each : {"n=0", "n=10", "n=", "n=-1", "n=1x", "n=+1", "n=1.0",
-                           "n=99999999999999999999", "n"})
+  for (const char* each :
+       {"n=0", "n=10", "n=", "n=-1", "n=1x", "n=+1", "n=1.0", "n=99999999999999999999", "n"})
     EXPECT_NE("none",
               complaintOf([each] { static_cast<void>(Parameters(each).number("n", 1, 9)); }))
         << each;
