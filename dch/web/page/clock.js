@@ -1,0 +1,55 @@
+// clock.js: what time it is at the server, and how the reader wants to see times.
+
+import { formatTime, isoTime } from "./times.js";
+
+let offset = 0; // of the server's clock, microseconds
+let utc = false;
+
+/** @returns {number} microseconds since 1970 by the server's clock, as far as that is known */
+export function now() {
+  return Math.floor((performance.timeOrigin + performance.now()) * 1000) + offset;
+}
+
+/**
+ * Takes the time of an answer for the server's; small differences are the way's and do not count.
+ * @param {?string} header the answer's Date
+ */
+export function learnServerTime(header) {
+  const milliseconds = header ? Date.parse(header) : NaN;
+  if (Number.isNaN(milliseconds)) return;
+  const difference = milliseconds * 1000 - (Date.now() * 1000);
+  offset = Math.abs(difference) > 3e6 ? difference : 0;
+}
+
+/** Whether times are shown in UTC. */
+export const showsUtc = () => utc;
+
+/** @param {boolean} value whether times are shown in UTC from now on */
+export function setUtc(value) {
+  utc = value;
+  try {
+    localStorage.setItem("zord410_utc", value ? "1" : "0");
+  } catch { /* A reader without storage sets it again next time. */ }
+}
+
+/** Shows times as the reader wanted them last time. */
+export function restoreUtc() {
+  try {
+    utc = localStorage.getItem("zord410_utc") === "1";
+  } catch { /* Then in the reader's zone. */ }
+}
+
+/**
+ * Lets an element show a moment, the exact one in UTC at hand.
+ * @param {HTMLElement} element a <time>
+ * @param {?number} time null: none
+ * @param {string=} text instead of the moment itself
+ */
+export function showTime(element, time, text) {
+  const shown = time === null ? "" : text ?? formatTime(time, now(), utc);
+  if (element.textContent !== shown) element.textContent = shown;
+  if (time === null || element.shownTime === time) return;
+  element.shownTime = time;
+  element.dateTime = isoTime(time);
+  element.title = isoTime(time).replace("T", " ").replace("Z", " UTC");
+}

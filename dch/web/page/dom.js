@@ -1,0 +1,79 @@
+// dom.js: elements. Text only ever becomes text.
+
+/**
+ * @param {string} tag
+ * @param {Object} attributes functions listen to the event of that name ("click"); false, null: left out
+ * @param {...(Node|string|null)} children
+ * @returns {HTMLElement}
+ */
+export function h(tag, attributes = {}, ...children) {
+  const element = document.createElement(tag);
+  for (const [name, value] of Object.entries(attributes)) {
+    if (typeof value === "function") element.addEventListener(name, value);
+    else if (value !== false && value !== null && value !== undefined) element.setAttribute(name, value === true ? "" : value);
+  }
+  element.append(...children.filter((child) => child !== null && child !== undefined));
+  return element;
+}
+
+/** Sets a text where it differs, so that nothing is drawn or read out anew without need. */
+export function setText(element, text) {
+  if (element.textContent !== text) element.textContent = text;
+}
+
+/** Sets or takes away an attribute where it differs. */
+export function setAttribute(element, name, value) {
+  if (value === null || value === false) element.removeAttribute(name);
+  else if (element.getAttribute(name) !== String(value)) element.setAttribute(name, String(value));
+}
+
+const keyed = new WeakMap(); // parent → key → child
+
+/**
+ * Makes a parent's children those of the items, in their order; keeps elements whose key stays, so
+ * that focus and selection stay, too.
+ * @template Item
+ * @param {HTMLElement} parent has no other children
+ * @param {Item[]} items
+ * @param {(item: Item) => *} keyOf
+ * @param {(item: Item) => HTMLElement} create
+ * @param {(element: HTMLElement, item: Item) => void=} update called for new elements, too
+ */
+export function reconcile(parent, items, keyOf, create, update = () => {}) {
+  const before = keyed.get(parent) ?? new Map();
+  const after = new Map();
+  let next = parent.firstElementChild;
+  for (const item of items) {
+    const key = keyOf(item);
+    if (after.has(key)) continue;
+    const element = before.get(key) ?? create(item);
+    before.delete(key);
+    after.set(key, element);
+    update(element, item);
+    if (element === next) next = next.nextElementSibling;
+    else parent.insertBefore(element, next);
+  }
+  for (const element of before.values()) element.remove();
+  keyed.set(parent, after);
+}
+
+/**
+ * @param {string} command
+ * @returns {HTMLElement} a command and a button that copies it
+ */
+export function commandToCopy(command) {
+  const button = h("button", { type: "button", class: "quiet", "aria-label": `Copy the command ${command.split("\n")[0]}` }, "Copy");
+  button.addEventListener("click", async () => {
+    try {
+      await navigator.clipboard.writeText(command);
+      button.textContent = "Copied";
+    } catch {
+      // Without https a browser may keep the clipboard to itself: select it for Ctrl-C.
+      getSelection().selectAllChildren(code);
+      button.textContent = "Selected";
+    }
+    setTimeout(() => { button.textContent = "Copy"; }, 2000);
+  });
+  const code = h("code", {}, command);
+  return h("div", { class: "command" }, h("pre", { tabindex: "0" }, code), button);
+}

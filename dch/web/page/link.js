@@ -1,0 +1,75 @@
+// link.js: what the server says of itself, asked for again and again, and whether it is there.
+
+import { get, getHealth, Refusal } from "./api.js";
+import { now } from "./clock.js";
+
+const SMALL = 500; // sources
+const SOON = 2000; // ms
+const LATER = 5000;
+const AGAIN = 1000; // while it is lost
+
+/**
+ * Asks while the page is visible. `lostSince` is when the server was first missed, null while it
+ * is there; `refusal` a sentence when it answers, but not this.
+ */
+export class Link {
+  state = null; // of /api/state
+  applications = null; // of /api/applications
+  health = ""; // why the server is not well
+  lostSince = null;
+  refusal = "";
+  #changed;
+  #timer = 0;
+  #isAsking = false;
+  #wantsMore = false;
+
+  /** @param {() => void} changed called after each answer, and when the server is missed */
+  constructor(changed) {
+    this.#changed = changed;
+    document.addEventListener("visibilitychange", () => {
+      if (!document.hidden) this.askNow();
+    });
+    this.askNow();
+  }
+
+  /** Asks at once; when that is under way already, once more after it. */
+  askNow() {
+    clearTimeout(this.#timer);
+    if (this.#isAsking) this.#wantsMore = true;
+    else this.#ask();
+  }
+
+  async #ask() {
+    this.#isAsking = true;
+    this.#wantsMore = false;
+    try {
+      const applications = get("/api/applications");
+      const others = Promise.all([get("/api/state"), getHealth()]);
+      others.catch(() => {}); // Looked at below, after the applications.
+      this.applications = (await applications).applications;
+      [this.state, this.health] = await others;
+      this.lostSince = null;
+      this.refusal = "";
+    } catch (error) {
+      if (error instanceof Refusal) {
+        this.lostSince = null;
+        this.refusal = error.message;
+      } else {
+        this.lostSince ??= now();
+      }
+    }
+    this.#isAsking = false;
+    this.#changed();
+    if (!document.hidden) this.#timer = setTimeout(() => this.#ask(), this.#pause());
+  }
+
+  #pause() {
+    if (this.#wantsMore) return 0;
+    if (this.lostSince !== null) return AGAIN;
+    let sources = 0;
+    for (const application of this.applications ?? []) {
+      for (const group of application.groups) sources += group.sources.length;
+    }
+    return sources <= SMALL ? SOON : LATER;
+  }
+}

@@ -1,0 +1,226 @@
+// main.js: puts the page together: where the reader is, what the server tells, and what is shown.
+
+import { apiAddress, readPlace, writePlace } from "./address.js";
+import { get } from "./api.js";
+import { Attention } from "./attention.js";
+import { Changes } from "./changes.js";
+import { now, restoreUtc, setUtc, showsUtc } from "./clock.js";
+import { h, setAttribute, setText } from "./dom.js";
+import { Link } from "./link.js";
+import { ListView } from "./list_view.js";
+import { Paces, usualInterval } from "./pace.js";
+import { ServerPanel } from "./server_panel.js";
+import { groupsOf } from "./sources.js";
+import { Stream } from "./stream.js";
+import { formatTime, isoTime, parseTime, zoneName } from "./times.js";
+
+const byId = (id) => document.getElementById(id);
+const PACES_AT_ONCE = 6;
+const ROWS_OF_A_PACE = 20;
+const UNHEARD = 15e6; // microseconds after which a source's pace is worth knowing
+const LIST_PAUSE = 250; // ms between two updates of a list by live rows
+
+const paces = new Paces();
+const changes = new Changes();
+const panel = new ServerPanel();
+/** What views look at. */
+const context = { link: null, groups: [], silent: [], troubles: 0, attention: new Attention() };
+let place = readPlace(location.hash);
+let view = null;
+let stream = null;
+let streamAddress = "";
+let listTimer = 0;
+
+// What the server tells.
+
+function linkChanged() {
+  const { link } = context;
+  if (link.applications) {
+    context.groups = groupsOf(link.applications, paces, now());
+    context.silent = context.groups.flatMap((group) => group.sources.filter((source) => source.state === "silent"))
+      .sort((a, b) => b.lastRow - a.lastRow);
+    learnPaces();
+  }
+  showLost();
+  showAll();
+}
+
+function showAll() {
+  const { link } = context;
+  const isOverview = place.application === null;
+  context.troubles = context.attention.update(link, context.silent, !isOverview);
+  panel.update(link.state);
+  changes.update();
+  view?.update();
+  const trouble = link.lostSince !== null || link.health || context.troubles;
+  document.title = `${trouble ? "⚠ " : ""}${[place.source, place.group, place.application].filter(Boolean).join(" · ") || "zordchd"}`;
+}
+
+function showLost() {
+  const { lostSince } = context.link;
+  const lost = byId("lost");
+  if (lostSince === null) {
+    lost.hidden = true;
+    lost.replaceChildren();
+  } else if (lost.hidden) {
+    lost.hidden = false;
+    lost.append(h("strong", {}, "The server cannot be reached"), " since ",
+      h("time", { datetime: isoTime(lostSince), title: isoTime(lostSince) }, formatTime(lostSince, now(), showsUtc())),
+      ". What is shown is from before. This page tries again by itself.");
+  }
+}
+
+/** Asks the kept rows of sources that seem silent how often their rows came. */
+function learnPaces() {
+  const { link, groups } = context;
+  if (!link.state || link.state.state === "memory" || link.lostSince !== null) return;
+  const doubtful = groups.flatMap((group) => group.sources).filter((source) =>
+    source.online && source.lastRow !== null && now() - source.lastRow > UNHEARD && paces.isUnknown(source.key))
+    .sort((a, b) => b.lastRow - a.lastRow).slice(0, PACES_AT_ONCE);
+  for (const { key, application, group, name } of doubtful) {
+    paces.learn(key, null); // asked once, whatever comes of it
+    get("/api/rows", { application, group, source: name, limit: ROWS_OF_A_PACE }).then(({ columns, rows }) => {
+      const time = columns.indexOf("time_us");
+      paces.learn(key, usualInterval(rows.map((row) => row[time]).sort((a, b) => a - b)));
+      context.link.askNow();
+    }, () => {});
+  }
+}
+
+// What happens live.
+
+function openStream() {
+  const { application, group } = place;
+  const address = group === null ? "/api/live?status" : apiAddress("/api/live", { application, group, status: true });
+  if (address === streamAddress) {
+    if (stream.isOpen) view.opened?.();
+    return;
+  }
+  stream?.close();
+  streamAddress = address;
+  stream = new Stream(address, {
+    row: rowCame,
+    status: (event) => {
+      changes.add(event);
+      context.link.askNow();
+    },
+    lost: () => view.lost?.(),
+    opened: () => view.opened?.(),
+    failed: () => context.link.askNow(),
+  });
+}
+
+function rowCame(event) {
+  if (view.row) {
+    view.row(event);
+    return;
+  }
+  const group = context.groups.find((each) => each.application.name === place.application && each.name === place.group);
+  const source = group?.sources.find((each) => each.name === event.source);
+  if (!source) return;
+  source.lastRow = parseTime(event.time);
+  source.values = event.values;
+  if (source.state !== "offline") source.state = "online";
+  listTimer ||= setTimeout(() => {
+    listTimer = 0;
+    view.update();
+  }, LIST_PAUSE);
+}
+
+// Where the reader is.
+
+async function arrive(isFirst) {
+  const before = place;
+  place = readPlace(location.hash);
+  const isSame = !isFirst && ["application", "group", "source"].every((name) => before[name] === place[name]);
+  if (isSame) {
+    view.move(place);
+  } else {
+    view?.close();
+    view = await makeView(place);
+    if (!view) return;
+    byId("main").replaceChildren(view.element);
+  }
+  showCrumbs();
+  if (document.activeElement !== byId("find")) byId("find").value = place.find;
+  if (context.link) showAll();
+  openStream();
+  if (!isSame && !isFirst && document.activeElement !== byId("find")) {
+    scrollTo(0, 0);
+    view.element.querySelector("h1").focus({ preventScroll: true });
+  }
+}
+
+let arrivals = 0;
+async function makeView(where) {
+  const arrival = ++arrivals;
+  if (where.source === null) return new ListView(where, context);
+  const { SourceView } = await import("./source_view.js");
+  return arrival === arrivals ? new SourceView(where, context) : null;
+}
+
+function showCrumbs() {
+  const { application, group, source, range } = place;
+  const steps = [["Overview", {}]];
+  if (application !== null) steps.push([application, { application }]);
+  if (group !== null) steps.push([group, { application, group }]);
+  if (source !== null) steps.push([source, { application, group, source, range }]);
+  byId("crumbs").replaceChildren(h("ol", {}, ...steps.map(([name, where], i) =>
+    h("li", {}, h("a", { href: writePlace(where), "aria-current": i === steps.length - 1 ? "page" : false }, name)))));
+}
+
+// The reader's hands.
+
+function search(text) {
+  const target = writePlace({ find: text, show: place.application === null ? place.show : "" });
+  if (place.source !== null || place.application !== null) location.hash = target;
+  else {
+    history.replaceState(null, "", target);
+    arrive(false);
+  }
+}
+
+function setUpControls() {
+  const find = byId("find");
+  find.addEventListener("input", () => search(find.value));
+  byId("search").addEventListener("submit", (event) => {
+    event.preventDefault();
+    document.querySelector("main .sources a")?.focus();
+  });
+  document.addEventListener("keydown", (event) => {
+    const isTyping = event.target.matches?.("input, textarea, select");
+    if (event.key === "/" && !isTyping && !event.ctrlKey && !event.metaKey && !event.altKey) {
+      event.preventDefault();
+      find.focus();
+      find.select();
+    } else if (event.key === "Escape" && event.target === find) {
+      find.value = "";
+      search("");
+      find.blur();
+    }
+  });
+  byId("skip").addEventListener("click", (event) => {
+    event.preventDefault();
+    byId("main").focus();
+  });
+  const utc = byId("utc");
+  const showUtc = () => {
+    setAttribute(utc, "aria-pressed", String(showsUtc()));
+    utc.title = showsUtc() ? "Times are in UTC" : `Times are in your zone, ${zoneName(now())}`;
+  };
+  utc.addEventListener("click", () => {
+    setUtc(!showsUtc());
+    showUtc();
+    showAll();
+  });
+  restoreUtc();
+  showUtc();
+}
+
+byId("aside").append(changes.element, panel.element);
+setUpControls();
+context.link = new Link(linkChanged);
+addEventListener("hashchange", () => arrive(false));
+arrive(true);
+/** For the browser's console, and for tests. */
+globalThis.zord410 = { get view() { return view; }, context, get place() { return place; } };

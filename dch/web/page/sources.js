@@ -1,0 +1,102 @@
+// sources.js: the sources of all applications, what state they are in, and which to show first.
+
+import { parseTime } from "./times.js";
+
+/** States in the order in which they matter. */
+export const STATES = ["silent", "waiting", "online", "offline"];
+
+/** @returns {string} one text for the three names, whatever is in them */
+export const sourceKey = (application, group, source) => JSON.stringify([application, group, source]);
+
+/**
+ * @typedef {Object} Source
+ * @property {string} key @property {string} application @property {string} group @property {string} name
+ * @property {number} handle @property {boolean} online @property {?number} lastRow
+ * @property {Object} values the newest row's
+ * @property {"silent"|"waiting"|"online"|"offline"} state waiting: on line, no row yet
+ */
+
+function stateOf(source, lastRow, key, paces, now) {
+  if (!source.online) return "offline";
+  if (lastRow === null) return "waiting";
+  return now - lastRow > paces.limit(key) ? "silent" : "online";
+}
+
+/**
+ * @typedef {Object} Group
+ * @property {string} key @property {Object} application as the server told it
+ * @property {string} name @property {Array} attributes @property {Source[]} sources troubled ones first
+ */
+
+/**
+ * @param {Array} applications as the server told them
+ * @param {import("./pace.js").Paces} paces learns
+ * @param {number} now
+ * @returns {Group[]} those with silent sources first
+ */
+export function groupsOf(applications, paces, now) {
+  const groups = [];
+  for (const application of applications) {
+    for (const group of application.groups) {
+      const sources = group.sources.map((source) => {
+        const key = sourceKey(application.name, group.name, source.name);
+        const lastRow = parseTime(source.last_row);
+        paces.see(key, lastRow);
+        return {
+          key, application: application.name, group: group.name, name: source.name, handle: source.handle,
+          online: source.online, lastRow, values: source.values ?? {},
+          state: stateOf(source, lastRow, key, paces, now),
+        };
+      });
+      groups.push({
+        key: JSON.stringify([application.name, group.name]),
+        application, name: group.name, attributes: group.attributes, sources: sources.sort(byUrgency),
+      });
+    }
+  }
+  const troubled = (group) => (group.sources[0]?.state === "silent" ? 0 : 1);
+  return groups.sort((a, b) => troubled(a) - troubled(b) || compare(a.application.name, b.application.name) || compare(a.name, b.name));
+}
+
+const collator = new Intl.Collator("en", { numeric: true });
+const compare = (a, b) => collator.compare(a, b);
+
+function byUrgency(a, b) {
+  return STATES.indexOf(a.state) - STATES.indexOf(b.state) || compare(a.name, b.name);
+}
+
+/**
+ * @param {Group[]} groups
+ * @returns {{all: number, silent: number, waiting: number, online: number, offline: number}}
+ */
+export function countStates(groups) {
+  const counts = { all: 0, silent: 0, waiting: 0, online: 0, offline: 0 };
+  for (const group of groups) {
+    for (const source of group.sources) {
+      ++counts.all;
+      ++counts[source.state];
+    }
+  }
+  return counts;
+}
+
+/**
+ * @param {Group[]} groups
+ * @param {{application: ?string, group: ?string, find: string, show: string}} place
+ * @returns {Group[]} what of them is to be shown: every word found in the names of application,
+ * group and source or of an attribute; groups without sources only when nothing is searched for
+ */
+export function chosenGroups(groups, { application, group: groupName, find, show }) {
+  const words = find.toLowerCase().split(/\s+/).filter(Boolean);
+  const chosen = [];
+  for (const group of groups) {
+    if (application !== null && group.application.name !== application) continue;
+    if (groupName !== null && group.name !== groupName) continue;
+    const names = `${group.application.name}\n${group.name}\n${group.attributes.map((each) => each.name).join("\n")}`.toLowerCase();
+    const left = words.filter((word) => !names.includes(word));
+    const sources = group.sources.filter((source) =>
+      (!show || source.state === show) && left.every((word) => source.name.toLowerCase().includes(word)));
+    if (sources.length || (!show && !left.length)) chosen.push({ ...group, sources });
+  }
+  return chosen;
+}

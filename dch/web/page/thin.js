@@ -1,0 +1,80 @@
+// thin.js: from a timeline's rows to the points that a plot can show.
+
+import { lowerBound } from "./timeline.js";
+import { gapLimit } from "./pace.js";
+
+/**
+ * @typedef {Object} Point what a place in a plot stands for
+ * @property {number} time of its first row
+ * @property {number} low @property {number} high @property {number} mean
+ * @property {number} count of rows; 0: thinned by the store, not known
+ * @property {*} exact the value itself when it is one row's
+ */
+
+/** What of a column lies between two times, and a neighbour on each side so that lines go on. */
+function* samples(timeline, column, from, until) {
+  const { times, columns } = timeline.buckets;
+  const { low, high, mean } = columns[column];
+  const rows = timeline.times;
+  for (let i = Math.max(0, lowerBound(times, from) - 1); i < times.length; ++i) {
+    if (mean[i] !== null) {
+      yield { time: times[i], low: low[i], high: high[i], mean: mean[i], count: 0, exact: null };
+    }
+    if (times[i] > until) return;
+  }
+  const values = timeline.values[column];
+  for (let i = Math.max(0, lowerBound(rows, from) - 1); i < rows.length; ++i) {
+    const exact = values[i];
+    if (exact !== null) {
+      const value = Number(exact);
+      yield { time: rows[i], low: value, high: value, mean: value, count: 1, exact };
+    }
+    if (rows[i] > until) return;
+  }
+}
+
+/**
+ * As many points as a plot of that width can show: each row, or for each pixel the least, the mean
+ * and the largest of what falls on it. Where no rows came for much longer than usual stands a null.
+ * @param {import("./timeline.js").Timeline} timeline
+ * @param {number} column
+ * @param {number} from @param {number} until microseconds since 1970
+ * @param {number} width in pixels
+ * @returns {Array<?Point>}
+ */
+export function pointsToDraw(timeline, column, from, until, width) {
+  const rows = lowerBound(timeline.times, until) - lowerBound(timeline.times, from);
+  const buckets = lowerBound(timeline.buckets.times, until) - lowerBound(timeline.buckets.times, from);
+  const step = rows + buckets > width ? (until - from) / width : 0;
+  const gap = gapLimit(timeline.interval);
+  const bucketGap = Math.max(gap === Infinity ? 0 : gap, 2.1 * timeline.bucketWidth);
+  const points = [];
+  let open = null; // the last point, while more may fall on it
+  let last = null;
+  let end = -Infinity; // of the pixel that the open point stands for
+  for (const sample of samples(timeline, column, from, until)) {
+    if (last && sample.time - last.time > (last.count && sample.count ? gap : bucketGap)) {
+      points.push(null);
+      end = -Infinity;
+    }
+    if (step && sample.time < end) {
+      join(open, sample);
+    } else {
+      open = sample;
+      points.push(open);
+      end = from + (Math.floor((sample.time - from) / step) + 1) * step;
+    }
+    last = { time: sample.time, count: sample.count };
+  }
+  return points;
+}
+
+function join(point, sample) {
+  const weight = point.count || 1;
+  const more = sample.count || 1;
+  point.mean = (point.mean * weight + sample.mean * more) / (weight + more);
+  point.low = Math.min(point.low, sample.low);
+  point.high = Math.max(point.high, sample.high);
+  point.count = point.count && sample.count ? point.count + sample.count : 0;
+  point.exact = null;
+}

@@ -1,0 +1,171 @@
+// timeline.js: the rows of one source that a view keeps: the newest as they came, older ones thinned.
+
+import { usualInterval } from "./pace.js";
+import { missingRows } from "./merge.js";
+
+/** So many rows are kept as they came; beyond that the older half is thinned. */
+export const ROWS_KEPT = 120000;
+const BUCKETS_OF_A_HALF = 500;
+const BUCKETS_KEPT = 4000;
+const TEXTS_KEPT = 50;
+
+/**
+ * @typedef {Object} Row
+ * @property {number} time microseconds since 1970
+ * @property {number} handle
+ * @property {Array} numbers one for each of the timeline's columns; null: none
+ * @property {Array} texts one for each of the timeline's texts
+ */
+
+/** @returns {number} the first index whose time is not before `time` */
+export function lowerBound(times, time) {
+  let low = 0;
+  let high = times.length;
+  while (low < high) {
+    const middle = (low + high) >> 1;
+    if (times[middle] < time) low = middle + 1;
+    else high = middle;
+  }
+  return low;
+}
+
+const asNumber = (value) => (typeof value === "number" || typeof value === "bigint" ? value : null);
+
+export class Timeline {
+  times = []; // of the rows, ascending
+  handles = [];
+  values; // for each column one value a row: number, BigInt or null
+  buckets; // { times, columns: [{ low, high, mean }] }: what is older than the rows
+  bucketWidth = 0;
+  newestTexts = []; // { time, texts }, the newest first
+  rowsAdded = 0; // all that ever came, thinned ones among them
+  isFull = false; // more buckets than are kept: time to ask the store anew
+
+  /** @param {number} columns how many numbers a row has */
+  constructor(columns) {
+    this.values = Array.from({ length: columns }, () => []);
+    this.buckets = {
+      times: [],
+      columns: Array.from({ length: columns }, () => ({ low: [], high: [], mean: [] })),
+    };
+  }
+
+  get firstTime() {
+    return this.buckets.times[0] ?? this.times[0] ?? null;
+  }
+  get lastTime() {
+    return this.times.at(-1) ?? this.buckets.times.at(-1) ?? null;
+  }
+  get isEmpty() {
+    return !this.times.length && !this.buckets.times.length;
+  }
+  /** @returns {?number} the usual interval between rows */
+  get interval() {
+    return usualInterval(this.times);
+  }
+
+  /** Takes rows in any order. @param {Row[]} rows */
+  add(rows) {
+    if (!rows.length) return;
+    this.rowsAdded += rows.length;
+    let isInOrder = true;
+    let last = this.times.at(-1) ?? -Infinity;
+    for (const row of rows) {
+      if (row.time < last) isInOrder = false;
+      last = row.time;
+      this.times.push(row.time);
+      this.handles.push(row.handle);
+      this.values.forEach((column, i) => column.push(asNumber(row.numbers[i])));
+    }
+    if (!isInOrder) this.#sort();
+    this.#addTexts(rows);
+    if (this.times.length > ROWS_KEPT) this.#thinOlderHalf();
+  }
+
+  /** Takes those of the rows that did not come another way yet. @param {Row[]} rows @returns {number} how many */
+  addMissing(rows) {
+    if (!rows.length) return 0;
+    const since = rows.reduce((least, row) => Math.min(least, row.time), Infinity);
+    const missing = missingRows(this.#rowsSince(since), rows);
+    this.add(missing);
+    return missing.length;
+  }
+
+  /**
+   * Takes what the store thinned, in place of all that is thinned here.
+   * @param {number[]} times of each bucket's first row, ascending
+   * @param {Array<{low, high, mean}>} columns
+   * @param {number} width of a bucket
+   */
+  setBuckets(times, columns, width) {
+    this.buckets = { times, columns };
+    this.bucketWidth = width;
+  }
+
+  *#rowsSince(time) {
+    for (let i = lowerBound(this.times, time); i < this.times.length; ++i) {
+      yield { time: this.times[i], handle: this.handles[i] };
+    }
+  }
+
+  #sort() {
+    const order = Array.from(this.times.keys()).sort((a, b) => this.times[a] - this.times[b]);
+    const sorted = (column) => order.map((i) => column[i]);
+    this.times = sorted(this.times);
+    this.handles = sorted(this.handles);
+    this.values = this.values.map(sorted);
+  }
+
+  #addTexts(rows) {
+    const texts = rows.slice(-TEXTS_KEPT).filter((row) => row.texts.some((text) => text !== null && text !== undefined));
+    if (!texts.length) return;
+    this.newestTexts = [...texts.reverse(), ...this.newestTexts]
+      .sort((a, b) => b.time - a.time).slice(0, TEXTS_KEPT);
+  }
+
+  #thinOlderHalf() {
+    const half = this.times.length >> 1;
+    const width = (this.times[half] - this.times[0]) / BUCKETS_OF_A_HALF || 1;
+    for (let begin = 0; begin < half;) {
+      const end = Math.max(begin + 1, Math.min(half, lowerBound(this.times, this.times[begin] + width)));
+      this.buckets.times.push(this.times[begin]);
+      this.values.forEach((column, i) => {
+        const bucket = summary(column, begin, end);
+        this.buckets.columns[i].low.push(bucket.low);
+        this.buckets.columns[i].high.push(bucket.high);
+        this.buckets.columns[i].mean.push(bucket.mean);
+      });
+      begin = end;
+    }
+    this.bucketWidth = Math.max(this.bucketWidth, width);
+    for (const column of [this.times, this.handles, ...this.values]) column.splice(0, half);
+    this.isFull = this.buckets.times.length > BUCKETS_KEPT;
+  }
+
+  /** Forgets the oldest thinned ones, where there is no store to ask anew. */
+  forgetOldest() {
+    const { times, columns } = this.buckets;
+    for (const each of [times, ...columns.flatMap((column) => [column.low, column.high, column.mean])]) {
+      each.splice(0, each.length - BUCKETS_KEPT / 2);
+    }
+    this.isFull = false;
+  }
+}
+
+/**
+ * @param {Array} column numbers, BigInts, nulls
+ * @param {number} begin @param {number} end
+ * @returns {{low: ?number, high: ?number, mean: ?number, count: number}}
+ */
+export function summary(column, begin, end) {
+  let low = null, high = null, sum = 0, count = 0;
+  for (let i = begin; i < end; ++i) {
+    if (column[i] === null) continue;
+    const value = Number(column[i]);
+    if (low === null || value < low) low = value;
+    if (high === null || value > high) high = value;
+    sum += value;
+    ++count;
+  }
+  return { low, high, mean: count ? sum / count : null, count };
+}

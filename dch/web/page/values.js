@@ -1,0 +1,43 @@
+// values.js: how values read.
+
+const THIN_SPACE = "\u2009";
+
+/** Whether values of an attribute are text. @param {{letter: string}} attribute */
+export const isText = (attribute) => "DRT".includes(attribute.letter);
+
+/** @returns {*} an attribute's value in an object from outside, whatever the attribute's name is */
+export const valueNamed = (values, name) => (Object.hasOwn(values, name) ? values[name] : null);
+
+/**
+ * @param {*} value as the server sent it: a number, a BigInt, a text, or nothing
+ * @returns {string} all of it; digits in threes from five on
+ */
+export function formatValue(value) {
+  if (value === null || value === undefined) return "–";
+  if (typeof value === "string") return value;
+  if (typeof value === "number" && !Number.isInteger(value)) return formatMean(value);
+  const digits = String(value).replace("-", "");
+  const grouped = digits.length < 5 ? digits : digits.replace(/\B(?=(\d{3})+$)/g, THIN_SPACE);
+  return (value < 0 ? "−" : "") + grouped;
+}
+
+/** A mean: four digits are enough. @param {number} value */
+export function formatMean(value) {
+  if (Number.isInteger(value)) return formatValue(value);
+  if (Math.abs(value) >= 1e4) return formatValue(Math.round(value));
+  return String(Number(value.toPrecision(4))).replace("-", "−");
+}
+
+const UNITS = [[1e18, "E"], [1e15, "P"], [1e12, "T"], [1e9, "G"], [1e6, "M"], [1e3, "k"]];
+
+/**
+ * A label of a value axis: short.
+ * @param {number} value
+ * @param {number} step between two labels
+ */
+export function formatTickValue(value, step) {
+  if (value === 0) return "0";
+  const [size, name] = UNITS.find((unit) => Math.abs(value) >= Math.max(unit[0], 1e4)) ?? [1, ""];
+  const digits = Math.max(0, Math.min(6, Math.ceil(Math.log10(size / step) - 1e-9)));
+  return (value / size).toFixed(digits).replace("-", "−") + name;
+}

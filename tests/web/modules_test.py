@@ -1,0 +1,12 @@
+"""The page's modules that need no page, in the browser that runs them."""
+
+from page_case import PageCase
+
+
+class Modules(PageCase):
+    def test_modules(self):
+        self.open("modules_test.html")
+        self.browser.wait("document.title.includes(' tests, ')", "the tests of the modules")
+        failed = [line.text for line in self.browser.all(".failed")]
+        self.assertEqual(failed, [])
+        self.assertEqual(self.browser.js("return document.title"), "28 tests, 0 failed")

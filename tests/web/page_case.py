@@ -1,0 +1,41 @@
+"""What the tests of the page have in common: a stand-in of their own and the one browser."""
+
+import unittest
+
+from browser import browser
+from stand_in import StandIn
+
+
+class PageCase(unittest.TestCase):
+    console_may_hold = ()  # parts of messages that a test's own doing explains
+
+    def setUp(self):
+        self.browser = browser()
+        self.browser.look()
+        self.stand_in = self.serve()
+
+    def serve(self, **options):
+        stand_in = StandIn(**options)
+        self.addCleanup(stand_in.stop)
+        # Before its server goes the page does, so that no other test hears of it.
+        self.addCleanup(self.browser.driver.get, "about:blank")
+        return stand_in
+
+    def doCleanups(self):
+        if self._outcome.success and hasattr(self, "browser"):
+            with self._outcome.testPartExecutor(self):
+                told = [line for line in self.browser.console() if not any(part in line for part in self.console_may_hold)]
+                self.assertEqual(told, [], "the console has errors")
+        return super().doCleanups()
+
+    def open(self, place=""):
+        self.browser.open(self.stand_in.address + place)
+
+    def open_source(self, application="HOST", group="load", source="web1", rest=""):
+        self.open(f"#application={application}&group={group}&source={source}{rest}")
+        self.browser.wait("window.zord410?.view?.feed && !zord410.view.feed.isLoading && !zord410.view.feed.timeline.isEmpty", "rows of the source")
+        self.browser.wait("document.querySelectorAll('.plot canvas').length > 1", "the plots")
+
+    def times(self):
+        """The times of all rows that the plot has as they came."""
+        return self.browser.js("return zord410.view.feed.timeline.times")

@@ -1,0 +1,310 @@
+"""What the page shows, and where the address bar leads."""
+
+from selenium.webdriver.common.action_chains import ActionChains
+from selenium.webdriver.common.keys import Keys
+
+import samples
+from page_case import PageCase
+from stand_in import now_us
+
+
+class Overview(PageCase):
+    def setUp(self):
+        super().setUp()
+        samples.machines(self.stand_in, 60)
+        samples.weather(self.stand_in)
+
+    def rows(self, selector=".sources tbody tr"):
+        return self.browser.js("return [...document.querySelectorAll(arguments[0])].map((row) => row.innerText)", selector)
+
+    def test_sources_have_their_newest_values_and_ages(self):
+        self.open()
+        self.browser.wait_text("[data-source=roof]", "−3")
+        self.assertIn("clear", self.browser.text("[data-source=roof]"))
+        self.assertRegex(self.browser.text("[data-source=roof] .age"), r"now|\d+ s ago")
+        self.assertIn("2 h", self.browser.text("[data-source=old1] .age"))
+
+    def test_what_fell_silent_comes_first_and_what_is_off_line_last(self):
+        self.open()
+        self.browser.wait_text("h1", "1 of 5 sources on line is silent")
+        self.assertIn("HOST / load / db1 is silent", self.browser.text(".troubles"))
+        self.assertIn("for 8 min", self.browser.text(".troubles"))
+        states = self.browser.js("return [...document.querySelectorAll('[data-group] tbody')][0].innerText")
+        order = [states.index(name) for name in ("db1", "web1", "web2", "old1")]
+        self.assertEqual(order, sorted(order))
+        self.assertIn("off line", self.browser.text("[data-source=old1]"))
+
+    def test_a_slow_source_is_not_silent(self):
+        """Its kept rows say that it is slow."""
+        self.stand_in.register("SLOW", {"g": [("n", "N", 4, "")]})
+        self.stand_in.online("SLOW", "g", "hourly", tell=False)
+        for hours in range(6, 0, -1):
+            self.stand_in.row("SLOW", "g", "hourly", {"n": 1}, at=now_us() - hours * 3600 * samples.SECOND + 600 * samples.SECOND)
+        self.open()
+        self.browser.wait("document.querySelector('[data-source=hourly]')?.classList.contains('online')", "the slow source on line")
+
+    def test_changes_of_status_are_told_as_they_come(self):
+        self.open()
+        self.browser.wait(lambda: self.stand_in.clients, "the live stream")
+        self.stand_in.online("WEATHER", "air", "roof", online=False)
+        self.browser.wait_text(".changes", "off line")
+        self.assertIn("WEATHER / air / roof", self.browser.text(".changes"))
+        self.browser.wait_text("[data-source=roof]", "off line")
+
+    def test_what_was_lost_or_refused_is_in_sight(self):
+        self.open()
+        self.browser.wait_text("h1", "silent")
+        self.assertNotIn("could not be kept", self.browser.text("main"))
+        self.stand_in.state["counters"]["changes_not_kept"] = 12
+        self.stand_in.state["requests"].append({"request": "data", "code": 4128, "status": 104, "text": "unknown source", "count": 3})
+        self.browser.wait_text(".troubles", "12 changes could not be kept")
+        self.browser.wait_text(".troubles", "3 rows were refused: unknown source (status 104)")
+        self.browser.wait_text(".trouble.lost .when", "rose")
+        self.browser.one("[data-source=web1] a").click()
+        self.browser.wait_text(".trouble-line", "1 kind of loss, 1 kind of refusal, 1 source silent")
+
+    def test_state_of_server_and_store(self):
+        self.open()
+        self.browser.wait_text("aside", "/var/lib/zord410/zordchd.db")
+        self.assertIn("4.1.0", self.browser.text("aside"))
+        self.assertIn("up 3 d 3 h", self.browser.text(".summary"))
+        self.browser.one("aside summary").click()
+        self.browser.wait_text(".counters", "rows that were kept and acknowledged")
+
+    def test_search_by_name(self):
+        self.open()
+        self.browser.wait_text("[data-source=web1]", "web1")
+        self.browser.one("body").send_keys("/")
+        find = self.browser.driver.switch_to.active_element
+        self.assertEqual(find.get_attribute("id"), "find")
+        find.send_keys("WEB load")
+        self.browser.wait(lambda: len(self.rows()) == 2, "two sources")
+        self.assertIn("find=WEB+load", self.browser.driver.current_url)
+        find.send_keys(Keys.ENTER)
+        self.assertEqual(self.browser.driver.switch_to.active_element.text, "web1")
+        find.send_keys("xyz")
+        self.browser.wait_text("main", "Nothing is called “WEB loadxyz”")
+        find.send_keys(Keys.ESCAPE)
+        self.browser.wait(lambda: len(self.rows()) == 6, "all sources")
+
+    def test_a_link_for_every_view_and_a_way_back(self):
+        self.open()
+        self.browser.one("[data-source=web2] a").click()
+        self.browser.wait_text("h1", "web2")
+        self.browser.one("#crumbs a[href*='group=load']").click()
+        self.browser.wait_text("h1", "HOST / load")
+        self.browser.one("#crumbs a[href='#application=HOST']").click()
+        self.browser.wait("document.querySelector('h1').innerText === 'HOST'", "the application")
+        self.assertIn("Machines and their load", self.browser.text(".summary"))
+        self.browser.driver.back()
+        self.browser.driver.back()
+        self.browser.wait_text("h1", "web2")
+        self.browser.driver.refresh()
+        self.browser.wait_text("h1", "web2")
+        self.browser.driver.back()
+        self.browser.wait_text("h1", "silent")
+
+    def test_only_silent_ones(self):
+        self.open()
+        self.browser.wait_text(".chips", "Silent 1")
+        self.browser.one(".chips a[href='#show=silent']").click()
+        self.browser.wait(lambda: len(self.rows()) == 1, "the silent one")
+
+    def test_times_are_in_the_readers_zone_with_utc_at_hand(self):
+        at = self.stand_in.row("HOST", "load", "web1", samples.load_row(1))
+        self.open()
+        self.browser.wait("document.querySelector('aside time')?.dateTime", "times")
+        self.browser.wait("document.querySelector('[data-source=web1] time')?.title.endsWith(' UTC')", "the time in UTC")
+        self.assertTrue(at)
+        started = self.browser.text("aside time")
+        utc = self.browser.one("#utc")
+        self.assertIn("UTC+01:00", utc.get_attribute("title"))
+        utc.click()
+        self.assertEqual(utc.get_attribute("aria-pressed"), "true")
+        self.browser.wait(lambda: self.browser.text("aside time") != started, "another time")
+        self.assertEqual(self.browser.text("aside time")[-8:], self.stand_in.state["started"][11:19])
+        self.browser.driver.refresh()
+        self.browser.wait("document.querySelector('#utc').ariaPressed === 'true'", "UTC again")
+        self.browser.one("#utc").click()
+
+
+class Source(PageCase):
+    def setUp(self):
+        super().setUp()
+        samples.machines(self.stand_in)
+
+    def window(self):
+        return self.browser.js("const drawn = zord410.view.element.querySelector('.surface'); return drawn && zord410.place")
+
+    def test_a_plot_for_each_number_and_a_table_for_texts(self):
+        self.open_source()
+        names = self.browser.js("return [...document.querySelectorAll('.plot h3')].map((each) => each.innerText)")
+        self.assertEqual(names, ["load1", "load5", "memory"])
+        self.browser.wait_text(".plot .readout", "least 14 · most 66")
+        self.browser.wait_text(".texts", "all quiet")
+        self.assertEqual(self.browser.text(".texts thead"), "Time\tnote")
+
+    def test_whole_numbers_are_exact_on_screen(self):
+        self.open_source(source="web2")
+        self.browser.wait(lambda: self.browser.text("[data-attribute=memory] .latest").replace("\u2009", "") == str(samples.LARGE), "the exact number")
+
+    def test_gaps_where_no_rows_came(self):
+        self.open_source()
+        gaps = "return document.querySelectorAll('.plot').length && (await import('/thin.js')).pointsToDraw(zord410.view.feed.timeline, 0, Date.now() * 1000 - 3600e6, Date.now() * 1000, 400).filter((point) => point === null).length"
+        self.assertEqual(self.browser.driver.execute_async_script(f"const done = arguments[0]; (async () => {{ {gaps} }})().then(done)"), 1)
+
+    def test_ranges_from_minutes_to_all(self):
+        self.open_source()
+        for name in ("15m", "6h", "24h", "7d", "30d", "all", "1h"):
+            self.browser.one(f".bar a[href*='range={name}']" if name != "1h" else ".bar a[aria-label='last hour']").click()
+            self.browser.wait(f"zord410.place.range === {name!r} && !zord410.view.feed.isLoading", f"the range {name}")
+            self.browser.wait("document.querySelector('.bar [aria-current]') !== null", "the range in sight")
+        self.assertIn("since=", [path for path in self.stand_in.asked if "/api/rows" in path][-1])
+
+    def test_long_ranges_are_thinned_and_zooming_in_fetches_rows(self):
+        now = now_us()
+        for second in range(30_000, 3600, -2):
+            self.stand_in.groups["HOST", "load"].insert(0, (now - (33_600 - second) * samples.SECOND - 3_600 * samples.SECOND, 1, "web1", samples.load_row(second)))
+        self.stand_in.groups["HOST", "load"].sort(key=lambda row: row[0])
+        self.open_source(rest="&range=24h")
+        self.assertTrue(any("points=" in path for path in self.stand_in.asked))
+        oldest, first_raw = self.browser.js("const t = zord410.view.feed.timeline; return [t.firstTime, t.times[0]]")
+        self.assertLess(oldest, first_raw)
+        before = len(self.stand_in.asked)
+        self.browser.js(f"location.hash += '&from={oldest + 60_000_000}&until={oldest + 360_000_000}'")
+        self.browser.wait(lambda: any("until=" in path and "limit=" in path for path in self.stand_in.asked[before:]), "rows of the window")
+        self.browser.wait_text(".tools", "Back to live")
+        self.browser.one("[data-tool=live]").click()
+        self.browser.wait("zord410.place.from === null", "the live range")
+
+    def test_keys_move_and_zoom_in_a_plot(self):
+        self.open_source()
+        plot = self.browser.one(".surface")
+        plot.send_keys(Keys.END)
+        last = self.browser.wait("document.querySelector('.surface').ariaValueText.match(/^\\d\\d:\\d\\d:\\d\\d: /) && document.querySelector('.surface').ariaValueText", "the last value")
+        plot.send_keys(Keys.HOME)
+        self.browser.wait(lambda: plot.get_attribute("aria-valuetext") != last, "the first value")
+        plot.send_keys(Keys.ARROW_RIGHT)
+        self.browser.wait(lambda: plot.get_attribute("aria-valuenow") == "1", "the next value")
+        plot.send_keys("+")
+        self.browser.wait("zord410.place.from !== null", "a part of the range")
+        plot.send_keys(Keys.ESCAPE)
+        self.browser.wait("zord410.place.from === null", "the range")
+
+    def test_dragging_zooms_and_the_way_back_undoes_it(self):
+        self.open_source()
+        plot = self.browser.one(".surface")
+        ActionChains(self.browser.driver, duration=0).move_to_element_with_offset(plot, -60, 0).click_and_hold().move_by_offset(90, 0).release().perform()
+        self.browser.wait("zord410.place.until - zord410.place.from > 1e6", "the part dragged over")
+        self.browser.driver.back()
+        self.browser.wait("zord410.place.from === null", "the range")
+
+    def test_pointing_tells_the_value(self):
+        self.open_source()
+        ActionChains(self.browser.driver, duration=0).move_to_element(self.browser.one(".surface")).perform()
+        self.browser.wait("/\\d\\d:\\d\\d:\\d\\d/.test(document.querySelector('.readout').innerText)", "time and value")
+
+    def test_rows_as_csv(self):
+        self.open_source()
+        address = self.browser.wait("document.querySelector('a[download]')?.href", "the address")
+        answer = self.browser.driver.execute_async_script("const done = arguments[1]; fetch(arguments[0]).then((answer) => answer.text()).then(done)", address)
+        self.assertTrue(answer.startswith("time,time_us,source,handle,code,load1,load5,memory,note\n"), answer[:80])
+
+
+class Strange(PageCase):
+    def test_names_and_values_are_never_markup(self):
+        samples.hostile(self.stand_in)
+        self.open()
+        self.browser.wait(lambda: samples.HOSTILE in self.browser.text("main"), "the names")
+        self.assertEqual(self.browser.text(".sources tbody td.number"), "–")  # "constructor" was not sent
+        self.browser.wait_text(".sources", "0x00ff")
+        self.browser.one(".sources tbody a").click()
+        self.browser.wait("document.querySelector('h1').innerText === " + repr(samples.HOSTILE).replace("\\'", "'") if False else
+                          f"document.querySelector('h1').textContent.includes('onerror') && document.querySelectorAll('.plot').length === 2", "the source")
+        self.browser.wait_text("[data-attribute=__proto__] .latest", "5")
+        self.stand_in.row(samples.HOSTILE, samples.HOSTILE, samples.HOSTILE, {samples.HOSTILE: samples.HOSTILE, "constructor": 7})
+        self.browser.wait_text("[data-attribute=constructor] .latest", "7")
+        self.assertEqual(self.browser.all("img, main script"), [])
+
+    def test_ten_thousand_sources(self):
+        for application in range(10):
+            name = f"FARM{application}"
+            self.stand_in.register(name, {"g": [(f"n{i}", "N", 4, "") for i in range(8)]})
+            for source in range(1000):
+                self.stand_in.online(name, "g", f"s{source}", tell=False)
+                self.stand_in.row(name, "g", f"s{source}", {f"n{i}": i * source for i in range(8)},
+                                  at=now_us() - (900 * samples.SECOND if (application, source) == (7, 777) else 0), live=False)
+        self.open()
+        self.browser.wait_text("h1", "1 of 10 000 sources on line is silent".replace(" 000", "\u2009000"))
+        self.assertLess(len(self.browser.all(".sources tbody tr")), 200)
+        self.assertIn("s777", self.browser.text(".sources tbody tr"))
+        self.assertIn("FARM7", self.browser.text(".groups h3"))
+        self.browser.one("#find").send_keys("farm3 s999")
+        self.browser.wait(lambda: [row.text.split()[0] for row in self.browser.all(".sources tbody tr")] == ["s999"], "one of them")
+        self.browser.one("#find").send_keys(Keys.ESCAPE)
+        self.open("#application=FARM1&group=g")
+        self.browser.wait(lambda: len(self.browser.all(".sources tbody tr")) == 100, "a hundred of them")
+        self.browser.one(".group .more").click()
+        self.browser.wait(lambda: len(self.browser.all(".sources tbody tr")) == 200, "a hundred more")
+
+
+class Empty(PageCase):
+    def test_no_application(self):
+        self.open()
+        self.browser.wait_text("h1", "The server is up")
+        self.browser.wait_text(".empty", "zordp send --registration demo.reg")
+        copy = self.browser.one(".command button")
+        self.assertIn("Copy the command", copy.get_attribute("aria-label"))
+        copy.click()
+        self.browser.wait("/Copied|Selected/.test(document.querySelector('.command button').innerText)", "the command copied")
+
+    def test_rows_that_nobody_keeps(self):
+        self.stand_in.state["state"] = "memory"
+        samples.machines(self.stand_in, 5)
+        self.open("#application=HOST&group=load&source=web1")
+        self.browser.wait_text("#no-store", "zordchd --store FILE")
+        self.browser.wait(lambda: self.stand_in.clients, "the live stream")
+        self.browser.wait_text(".plot .latest", str(samples.load_row(1)["load1"]))
+        sent = [self.stand_in.row("HOST", "load", "web1", samples.load_row(second)) for second in range(3)]
+        self.browser.wait(lambda: self.times() == sent, "the live rows")
+        self.assertFalse([path for path in self.stand_in.asked if "/api/rows" in path])
+
+    def test_no_number_no_source_no_such_name(self):
+        self.stand_in.register("TEXT", {"g": [("word", "D", 20, "")], "empty": [("n", "N", 4, "")]})
+        self.stand_in.online("TEXT", "g", "one", tell=False)
+        self.stand_in.row("TEXT", "g", "one", {"word": "said"})
+        self.open("#application=TEXT&group=g&source=one")
+        self.browser.wait_text(".empty", "zordc attrs TEXT")
+        self.browser.wait_text(".texts", "said")
+        self.open("#application=TEXT&group=empty")
+        self.browser.wait_text(".empty", "zordp send --registration FILE.reg --group empty")
+        self.open("#application=NONE")
+        self.browser.wait_text(".empty", "There is no NONE")
+        self.open("#application=TEXT&group=g&source=two")
+        self.browser.wait_text(".empty", "There is no TEXT / g / two")
+
+    def test_a_sick_server(self):
+        self.console_may_hold = ("/healthz",)
+        self.stand_in.health = "the state file is not written: no space left"
+        self.open()
+        self.browser.wait_text("h1", "The server is not well")
+        self.browser.wait_text(".troubles", "no space left")
+
+
+class Token(PageCase):
+    console_may_hold = ("401",)
+
+    def test_the_page_asks_for_the_token(self):
+        self.stand_in.token = "s3cr%20t"
+        samples.machines(self.stand_in, 5)
+        self.open()
+        self.browser.wait("document.title === 'zordchd: token'", "the question for the token")
+        self.assertEqual(self.browser.text("#wrong"), "")
+        self.browser.one("#token").send_keys("wrong", Keys.ENTER)
+        self.browser.wait_text("#wrong", "That token was not accepted")
+        self.browser.one("#token").send_keys("s3cr t", Keys.ENTER)
+        self.browser.wait_text("h1", "silent")
+        self.browser.js("document.cookie = 'zord410_token=; path=/; max-age=0'")
+        self.browser.wait("document.title === 'zordchd: token'", "the question again")
+        files = {path.split("?")[0] for path in self.stand_in.asked[:3]}
+        self.assertEqual(files, {"/", "/login.css", "/login.js"})
