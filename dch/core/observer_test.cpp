@@ -1,8 +1,6 @@
 // What those who look on are told, with and without subscribers.
 #include "dch/core/observer.h"
 
-#include <cstdio>
-
 #include "dch/core/status_events.h"
 #include "dch/testkit/core_test.h"
 
@@ -90,9 +88,10 @@ TEST_F(ObserverTest, IsToldChangesOfStatusAlsoWithoutSubscribers) {
   receiveObserved(unregisterMessage("HOSTMON"));
   EXPECT_EQ(_observer.events.size(), 3u) << "the others are not kept yet";
   _slow.concludeAll();
-  EXPECT_EQ(_observer.events, (std::vector<std::string>{
-                                  "HOSTMON,,,1010", "HOSTMON,load,s,1025", "HOSTMON,disk,s,1025",
-                                  "HOSTMON,load,s,1020", "HOSTMON,disk,s,1015", "HOSTMON,,,1015"}));
+  const std::vector<std::string> events{"HOSTMON,,,1010",      "HOSTMON,load,s,1015",
+                                        "HOSTMON,disk,s,1015", "HOSTMON,load,s,1025",
+                                        "HOSTMON,disk,s,1020", "HOSTMON,,,1020"};
+  EXPECT_EQ(_observer.events, events);
 }
 
 }  // namespace
