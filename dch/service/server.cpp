@@ -18,12 +18,13 @@ namespace dch {
 
 namespace {
 
+constexpr char inMemory[] = "memory";
 constexpr std::initializer_list<int> handledSignals{SIGTERM, SIGINT, SIGCHLD, SIGUSR1, SIGHUP};
 
 std::string announcement(const PeerAddress& served, const std::optional<std::string>& statePath) {
   return std::string("zordchd ") + ZORD410_VERSION + ": ready on " + served.addressText().data() +
          " port " + std::to_string(ntohs(served.port)) + "\nzordchd: state in " +
-         statePath.value_or("memory") + '\n';
+         statePath.value_or(inMemory) + '\n';
 }
 
 }  // namespace
@@ -53,8 +54,8 @@ Server::~Server() {
 void Server::run() {
   _channel.start();
   _page.start(
-      _channel.core(), [this] { setGauges(); }, _configuration.webAccess,
-      _statePath.value_or("memory"), _store.places());
+      _channel.core(), [this] { setGauges(); },
+      {_configuration.webAccess, _webConnections, _statePath.value_or(inMemory), _store.places()});
   _tick.set(tickPause);
   publish(_portSettings);
   announce();
@@ -133,13 +134,16 @@ void Server::apply(Configuration&& fresh) {
 ChannelLimits Server::limitsWithRoom(const Configuration& configuration) {
   ChannelLimits limits = configuration.limits;
   std::size_t& connections = limits.streams.connections;
-  const std::size_t wanted = connections;
-  connections = makeRoomForConnections(wanted);
-  if (connections < wanted)
+  const ConnectionRoom wanted = {connections,
+                                 configuration.webAddress ? WebLimits().connections : 0};
+  const ConnectionRoom room = makeRoomForConnections(wanted);
+  if (room.channel < wanted.channel)
     say(Priority::warning, "warning: the limit on open files leaves room for " +
-                               std::to_string(connections) + " connections, not " +
-                               std::to_string(wanted) + "; raise it to " +
-                               std::to_string(wanted + ownDescriptors));
+                               std::to_string(room.channel) + " connections, not " +
+                               std::to_string(wanted.channel) + "; raise it to " +
+                               std::to_string(wanted.channel + wanted.page + ownDescriptors));
+  connections = room.channel;
+  _webConnections = room.page;
   return limits;
 }
 

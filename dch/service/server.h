@@ -65,6 +65,7 @@ class Server {
   const std::vector<PortSetting> _portSettings;
   const std::optional<std::string> _statePath;
   ServerStore _store;
+  std::size_t _webConnections = 0;  // for which there is room
   ServerPage _page;
   Channel _channel;
   Alarm _tick;

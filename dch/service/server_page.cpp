@@ -14,15 +14,16 @@ ServerPage::ServerPage(EventLoop& loop, Counters& counters,
   _channel.emplace(loop, counters);
 }
 
-void ServerPage::start(const Core& core, std::function<void()> setGauges, Access access,
-                       const std::string& state, std::function<StatePlaces()> places) {
+void ServerPage::start(const Core& core, std::function<void()> setGauges,
+                       const Settings& settings) {
   if (!_channel) return;
-  _server = std::make_unique<WebServer>(std::move(*_port), std::move(access),
-                                        WebSources{.channel = *_channel,
-                                                   .counters = _counters,
-                                                   .health = _health,
-                                                   .facts = {ZORD410_VERSION, now(), state},
-                                                   .statePlaces = std::move(places)});
+  _server = std::make_unique<WebServer>(
+      std::move(*_port), WebSettings{settings.access, {.connections = settings.connections}},
+      WebSources{.channel = *_channel,
+                 .counters = _counters,
+                 .health = _health,
+                 .facts = {ZORD410_VERSION, now(), settings.state},
+                 .statePlaces = settings.places});
   _channel->attach(core, std::move(setGauges), [this] { _server->wake(); });
 }
 

@@ -25,10 +25,14 @@ class ServerPage {
   // Null where there is no page.
   Observer* observer() { return _channel ? &_channel->observer() : nullptr; }
 
-  // Serves it. `state` says where the state is, `places` as of WebSources; `setGauges` brings the
-  // counters up to date.
-  void start(const Core& core, std::function<void()> setGauges, Access access,
-             const std::string& state, std::function<StatePlaces()> places);
+  struct Settings {
+    Access access;
+    std::size_t connections;              // at a time
+    std::string state;                    // where it is, for those who read the page
+    std::function<StatePlaces()> places;  // as of WebSources
+  };
+  // Serves it. `setGauges` brings the counters up to date.
+  void start(const Core& core, std::function<void()> setGauges, const Settings& settings);
 
   // Before the channel goes. May be called again.
   void stop() noexcept;

@@ -19,8 +19,9 @@ bool isSameName(std::string_view left, std::string_view right) {
 }
 
 bool isPort(std::string_view text) {
-  return !text.empty() && text.size() <= 5 && std::all_of(text.begin(), text.end(),
-                                         [](char each) { return each >= '0' && each <= '9'; });
+  return !text.empty() && text.size() <= 5 && std::all_of(text.begin(), text.end(), [](char each) {
+    return each >= '0' && each <= '9';
+  });
 }
 
 // The host without its port, nothing when that is none.

@@ -30,12 +30,17 @@ std::uint64_t ChannelView::watch(const LiveFeed::Topics& topics) {
 
 // What comes behind the last look rings the bell.
 void ChannelView::look() {
-  if (tellSome()) return _more.ask();
+  if (takeSome()) return _more.ask();
   _channel._bell.await();
-  if (tellSome()) _more.ask();
+  if (takeSome()) _more.ask();
   if (_channel._live.offerTopics()) _channel._waker.wake();
+}
+
+// Returns whether there may be more.
+bool ChannelView::takeSome() noexcept {
   _snapshots.collect();
   _figures.collect();
+  return tellSome();
 }
 
 // Returns whether there may be more.

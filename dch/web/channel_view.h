@@ -48,6 +48,7 @@ class ChannelView {
 
  private:
   void look();
+  bool takeSome() noexcept;
   bool tellSome() noexcept;
 
   ChannelSide& _channel;

@@ -18,20 +18,12 @@
 #include <string>
 
 #include "dch/web/answer.h"
+#include "dch/web/web_limits.h"
 #include "dch/web/web_request.h"
 
 namespace dch {
 
 class Connection;
-
-struct ConnectionLimits {
-  std::uint32_t headerBytes = 8'192;
-  std::chrono::milliseconds header{10'000};      // from its first byte to its last one
-  std::chrono::milliseconds idle{60'000};        // between two requests
-  std::chrono::milliseconds answer{10'000};      // from the request until its answer begins
-  std::chrono::milliseconds standstill{30'000};  // of an answer that nobody reads
-  std::chrono::milliseconds farewell{2'000};     // until the other side closes, too
-};
 
 class ConnectionClient {
  public:

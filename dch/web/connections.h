@@ -15,11 +15,6 @@
 
 namespace dch {
 
-struct WebLimits {
-  std::size_t connections = 256;
-  ConnectionLimits connection = {};
-};
-
 // One thread, the web's.
 class Connections : public ConnectionClient {
  public:

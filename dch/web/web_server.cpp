@@ -34,20 +34,20 @@ std::unique_ptr<KeptRows> makeKeptRows([[maybe_unused]] EventLoop& loop,
 
 class WebServer::Thread {
  public:
-  Thread(WebPort&& port, Access access, const WebSources& sources)
+  Thread(WebPort&& port, WebSettings&& settings, const WebSources& sources)
       : _live(_loop, sources.counters),
         _view(_loop, sources.channel, _live),
         _rows(makeKeptRows(_loop, sources.statePlaces)),
         _router({_view, _live, *_rows, sources.counters, sources.health, sources.facts}),
         _connections(
-            _loop.context(), std::move(port.listener), {},
+            _loop.context(), std::move(port.listener), settings.limits,
             [this](const WebRequest& request, const Connections::Respond& respond) {
               _router.handle(request, respond);
             },
             sources.counters),
         _ordered(_loop, [this] { obey(); }) {
     _live.setView(&_view);
-    _router.setAccess(std::move(access));
+    _router.setAccess(std::move(settings.access));
     _thread = std::thread([this] { run(); });
   }
 
@@ -108,8 +108,8 @@ class WebServer::Thread {
   std::thread _thread;
 };
 
-WebServer::WebServer(WebPort&& port, Access access, const WebSources& sources)
-    : _thread(std::make_unique<Thread>(std::move(port), std::move(access), sources)) {}
+WebServer::WebServer(WebPort&& port, WebSettings&& settings, const WebSources& sources)
+    : _thread(std::make_unique<Thread>(std::move(port), std::move(settings), sources)) {}
 
 WebServer::~WebServer() = default;
 

@@ -12,6 +12,7 @@
 #include "dch/web/channel_side.h"
 #include "dch/web/health.h"
 #include "dch/web/state_json.h"
+#include "dch/web/web_limits.h"
 #include "dch/web/web_port.h"
 
 namespace dch {
@@ -26,10 +27,15 @@ struct WebSources {
   std::function<StatePlaces()> statePlaces;
 };
 
+struct WebSettings {
+  Access access;
+  WebLimits limits;
+};
+
 class WebServer {
  public:
   // Serves the port from now on. Throws std::runtime_error or std::bad_alloc.
-  WebServer(WebPort&& port, Access access, const WebSources& sources);
+  WebServer(WebPort&& port, WebSettings&& settings, const WebSources& sources);
   // Ends all connections.
   ~WebServer();
   WebServer(const WebServer&) = delete;
