@@ -9,8 +9,6 @@
 namespace dch {
 namespace {
 
-using Kind = AttributeValue::Kind;
-
 TEST(Json, PutsCommasBetweenMembersAndElements) {
   Json json;
   json.beginObject().key("a").beginArray().number(1).number(2).endArray();
@@ -63,7 +61,9 @@ TEST(Json, ShowsBytesThatAreNoTextByTheirDigits) {
 TEST(Json, WritesAValueAsWhatItIs) {
   Json json;
   json.beginArray();
-  json.value({Kind::number, -5, {}}).value({Kind::text, 0, "a\"b"}).value({Kind::bytes, 0, "ab"});
+  json.value({AttributeValue::Kind::number, -5, {}})
+      .value({AttributeValue::Kind::text, 0, "a\"b"})
+      .value({AttributeValue::Kind::bytes, 0, "ab"});
   json.value({}).endArray();
   EXPECT_EQ(R"([-5,"a\"b","0x6162",null])", json.take());
 }

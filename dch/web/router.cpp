@@ -187,10 +187,24 @@ void Router::answerFile(std::string_view path, const Respond& respond) {
 }
 
 void Router::answerApplications(const WebRequest&, const Parameters&, const Respond& respond) {
-  _parts.channel.askForSnapshot([respond](const std::shared_ptr<const Snapshot>& snapshot) {
-    respond(snapshot != nullptr ? jsonAnswer(applicationsJson(*snapshot))
-                                : errorAnswer(serviceUnavailable, noMemory));
+  _parts.channel.askForSnapshot([this, respond](const std::shared_ptr<const Snapshot>& snapshot) {
+    respond(sharedAnswer(snapshot, SharedBodies::Kind::applications, jsonType,
+                         [&] { return applicationsJson(*snapshot); }));
   });
+}
+
+Answer Router::sharedAnswer(const std::shared_ptr<const Snapshot>& snapshot,
+                            SharedBodies::Kind kind, const std::string& type,
+                            const std::function<std::string()>& make) {
+  try {
+    if (snapshot == nullptr) throw std::bad_alloc();
+    SharedText body = _bodies.of(snapshot, kind, make);
+    if (body == nullptr)
+      return errorAnswer(serviceUnavailable, "too many large answers are being read already");
+    return {.type = type, .body = std::move(body)};
+  } catch (const std::bad_alloc&) {
+    return errorAnswer(serviceUnavailable, noMemory);
+  }
 }
 
 void Router::answerRows(const WebRequest&, const Parameters& asked, const Respond& respond) {
@@ -230,16 +244,15 @@ void Router::answerState(const WebRequest&, const Parameters&, const Respond& re
 
 void Router::answerMetrics(const WebRequest& request, const Parameters&, const Respond& respond) {
   const MetricsForm form = metricsFormFor(request.accept);
-  _parts.channel.askForFigures(
-      [this, form, respond](const std::shared_ptr<const Figures>& figures) {
-        _parts.channel.askForSnapshot(
-            [this, form, respond, figures](const std::shared_ptr<const Snapshot>& snapshot) {
-              if (figures == nullptr || snapshot == nullptr)
-                return respond(errorAnswer(serviceUnavailable, noMemory));
-              respond({.type = metricsType(form),
-                       .body = shareText(metricsText(form, _parts.counters, *figures, *snapshot))});
-            });
-      });
+  const auto kind =
+      form == MetricsForm::text ? SharedBodies::Kind::metricsText : SharedBodies::Kind::openMetrics;
+  _parts.channel.askForFigures([=, this](const std::shared_ptr<const Figures>& figures) {
+    _parts.channel.askForSnapshot([=, this](const std::shared_ptr<const Snapshot>& snapshot) {
+      respond(sharedAnswer(figures != nullptr ? snapshot : nullptr, kind, metricsType(form), [&] {
+        return metricsText(form, _parts.counters, *figures, *snapshot);
+      }));
+    });
+  });
 }
 
 void Router::answerHealth(const WebRequest&, const Parameters&, const Respond& respond) {

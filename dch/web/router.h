@@ -3,6 +3,7 @@
 #define DCH_WEB_ROUTER_H
 
 #include <functional>
+#include <memory>
 #include <string>
 
 #include "dch/core/counters.h"
@@ -14,6 +15,7 @@
 #include "dch/web/live_streams.h"
 #include "dch/web/metrics_text.h"
 #include "dch/web/request_target.h"
+#include "dch/web/shared_bodies.h"
 #include "dch/web/state_json.h"
 #include "dch/web/web_request.h"
 
@@ -59,8 +61,12 @@ class Router {
   void answerMetrics(const WebRequest& request, const Parameters& asked, const Respond& respond);
   void answerHealth(const WebRequest& request, const Parameters& asked, const Respond& respond);
 
+  Answer sharedAnswer(const std::shared_ptr<const Snapshot>& snapshot, SharedBodies::Kind kind,
+                      const std::string& type, const std::function<std::string()>& make);
+
   const RouterParts _parts;
   Access _access;
+  SharedBodies _bodies;
 };
 
 }  // namespace dch

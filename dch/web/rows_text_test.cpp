@@ -5,19 +5,17 @@
 namespace dch {
 namespace {
 
-using Kind = AttributeValue::Kind;
-
 void writeSome(RowsText* text) {
   text->columns({"time", "a,b", "mean"});
   text->beginRow();
   text->time(1'769'903'999'123'456);
-  text->value({Kind::text, 0, "x\"y\nz"});
+  text->value({AttributeValue::Kind::text, 0, "x\"y\nz"});
   text->real(0.5);
   text->endRow();
   text->beginRow();
   text->time(0);
   text->value({});
-  text->value({Kind::bytes, 0, "\xFF"});
+  text->value({AttributeValue::Kind::bytes, 0, "\xFF"});
   text->endRow();
   text->end();
 }
@@ -52,7 +50,7 @@ TEST(RowsText, IsCommaSeparatedValues) {
 TEST(RowsText, TellsAnEmptyTextFromNone) {
   const auto text = makeCsvRows();
   text->beginRow();
-  text->value({Kind::text, 0, ""});
+  text->value({AttributeValue::Kind::text, 0, ""});
   text->value({});
   text->endRow();
   EXPECT_EQ("\"\",\n", text->take());
