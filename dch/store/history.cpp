@@ -13,7 +13,7 @@ namespace dch {
 namespace {
 
 // Another connection is about to change the log, and done soon or not at all.
-constexpr int busyMilliseconds = 20;
+constexpr int lockMilliseconds = 20;
 
 // A statement looks at the clock after so many of its instructions, of which a row takes some tens.
 constexpr int instructionsBetweenLooks = 1'000;
@@ -95,8 +95,14 @@ std::optional<ZORA_Long> History::findSource(const HistoryGroup& group, std::str
 }
 
 void History::close() noexcept {
+  std::unique_ptr<sqlite::Connection> closed;
+  exchange(&closed);
+}
+
+// To open or close one may take as long as the disk does, which is not for who interrupts.
+void History::exchange(std::unique_ptr<sqlite::Connection>* connection) noexcept {
   const std::lock_guard lock(_mutex);
-  _connection.reset();
+  _connection.swap(*connection);
 }
 
 void History::interrupt() noexcept {
@@ -118,14 +124,12 @@ void History::open() {
 }
 
 void History::connect() {
-  {
-    const std::lock_guard lock(_mutex);
-    _connection.emplace(_path, _vfs, sqlite::Access::read);
-  }
+  auto opened = std::make_unique<sqlite::Connection>(_path, _vfs, sqlite::Access::read);
+  exchange(&opened);
   sqlite3* const handle = _connection->handle();
   sqlite3_db_config(handle, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
   sqlite3_db_config(handle, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
-  sqlite3_busy_timeout(handle, busyMilliseconds);
+  sqlite3_busy_timeout(handle, lockMilliseconds);
   sqlite3_progress_handler(
       handle, instructionsBetweenLooks,
       [](void* self) { return static_cast<History*>(self)->isLate() ? 1 : 0; }, this);

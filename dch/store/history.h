@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <stdexcept>
@@ -64,7 +65,7 @@ class History {
   // Queries that are under way go on after it, with a connection that is opened anew.
   void close() noexcept;
 
-  // What is being read, if anything, ends with HistoryError. Any thread.
+  // What is being read, if anything, ends with HistoryError. Waits for nothing. Any thread.
   void interrupt() noexcept;
 
   // For the queries: calls `task` with the connection, of which nothing may be in use when it
@@ -110,14 +111,15 @@ class History {
 
   void open();
   void connect();
+  void exchange(std::unique_ptr<sqlite::Connection>* connection) noexcept;
   void checkPlaces();
   [[noreturn]] void fail(const std::string& reason) const;
   bool isLate();
 
   const std::function<StatePlaces()> _places;
   const char* const _vfs;
-  std::mutex _mutex;  // while the connection comes or goes, or is interrupted
-  std::optional<sqlite::Connection> _connection;
+  std::mutex _mutex;  // while the connection comes or goes, or is interrupted, not while it works
+  std::unique_ptr<sqlite::Connection> _connection;
   std::string _path;
   Clock::time_point _deadline = Clock::time_point::max();
   bool _isLate = false;

@@ -1,5 +1,7 @@
 #include "dch/store/rows_query.h"
 
+#include <algorithm>
+
 #include "dch/core/utf8.h"
 #include "dch/store/group_view.h"
 #include "dch/store/row_scan.h"
@@ -8,8 +10,8 @@ namespace dch {
 
 namespace {
 
-// Before the attributes: number, time, handle, code.
-constexpr int fixedColumns = 4;
+// Before them: number, time, handle, code.
+constexpr int attributesFrom = 4;
 // The names of the sources that send now are at hand, and not those of all there were.
 constexpr std::size_t mostNames = 10'000;
 
@@ -61,22 +63,16 @@ void RowsQuery::begin(sqlite::Connection& connection) {
   _index = _isLimited ? _search.count() - 1 : 0;
 }
 
-void RowsQuery::findSlices(sqlite::Connection& connection, Direction direction) {
-  if (_slices) return;
-  NumberRange range = _search.find(connection, _index);
-  if (direction == Direction::forwards) range.first = std::max(range.first, _from);
-  _slices.emplace(range, direction);
-}
-
-// Where the newest ones begin.
+// Where the newest ones are.
 void RowsQuery::lookBack(sqlite::Connection& connection, Clock::time_point deadline) {
   sqlite::Statement query(connection, _filter.query("number", Direction::backwards));
   _filter.bind(&query);
   do {
-    findSlices(connection, Direction::backwards);
+    if (!_slices) _slices.emplace(_search.find(connection, _index), Direction::backwards);
     _slices->work(deadline, [&](const NumberRange& slice) {
       return takeRows(_history, query, slice, deadline, [&] {
-        _from = query.number(0);
+        const std::int64_t number = query.number(0);
+        _newest = {number, _newest ? _newest->last : number};
         return --_left > 0;
       });
     });
@@ -85,7 +81,7 @@ void RowsQuery::lookBack(sqlite::Connection& connection, Clock::time_point deadl
     if (_left > 0 && _index > 0)
       --_index;
     else
-      _phase = Phase::readOn;
+      _phase = _newest ? Phase::readOn : Phase::done;
   } while (_phase == Phase::lookBack && Clock::now() < deadline);
 }
 
@@ -94,7 +90,12 @@ void RowsQuery::readOn(sqlite::Connection& connection, Clock::time_point deadlin
   sqlite::Statement query(connection, _filter.query(_columns));
   _filter.bind(&query);
   do {
-    findSlices(connection, Direction::forwards);
+    if (!_slices) {
+      NumberRange range = _search.find(connection, _index);
+      if (_newest)
+        range = {std::max(range.first, _newest->first), std::min(range.last, _newest->last)};
+      _slices.emplace(range, Direction::forwards);
+    }
     bool goesOn = true;
     _slices->work(deadline, [&](const NumberRange& slice) {
       return takeRows(_history, query, slice, deadline,
@@ -114,7 +115,7 @@ const HistoryRow& RowsQuery::rowOf(sqlite::Connection& connection, const sqlite:
   _row.source = nameOf(connection, _row.handle);
   _row.code = static_cast<int>(query.number(3));
   for (std::size_t i = 0; i < _row.values.size(); ++i)
-    _row.values[i] = valueOf(query, fixedColumns + static_cast<int>(i));
+    _row.values[i] = valueOf(query, attributesFrom + static_cast<int>(i));
   return _row;
 }
 

@@ -52,7 +52,6 @@ class RowsQuery {
   void begin(sqlite::Connection& connection);
   void lookBack(sqlite::Connection& connection, Clock::time_point deadline);
   void readOn(sqlite::Connection& connection, Clock::time_point deadline, const Take& take);
-  void findSlices(sqlite::Connection& connection, Direction direction);
   const HistoryRow& rowOf(sqlite::Connection& connection, const sqlite::Statement& query);
   std::string_view nameOf(sqlite::Connection& connection, ZORA_Long handle);
 
@@ -64,7 +63,7 @@ class RowsQuery {
   RowSearch _search;
   Phase _phase = Phase::begin;
   std::size_t _index = 0;               // of the range in the search
-  std::int64_t _from = 0;               // rows before this one are not among the newest
+  std::optional<NumberRange> _newest;   // where those are that the limit lets through
   std::optional<NumberSlices> _slices;  // of the range
   HistoryRow _row;
   std::unordered_map<ZORA_Long, std::string> _names;  // of some sources

@@ -122,6 +122,8 @@ void ThinnedQuery::prepare(sqlite::Connection& connection) {
   std::size_t attribute = 0;
   do {
     ThinningPart part{attribute == 0, attribute, {}, &*_thinning};
+    part.since = _filter.range.since.value_or(part.since);
+    part.until = _filter.range.until.value_or(part.until);
     for (; attribute < _columns.size() && part.columns.size() < mostOfPart; ++attribute)
       part.columns.push_back(_columns[attribute].column);
     _parts.push_back(std::move(part));
@@ -135,8 +137,9 @@ void ThinnedQuery::thin(sqlite::Connection& connection, Clock::time_point deadli
   int parameter = firstPartParameter;
   for (const ThinningPart& part : _parts)
     calls += (calls.empty() ? "" : ", ") + thinningCall(part, parameter++);
-  sqlite::Statement query(connection, _filter.query(calls));
-  _filter.bind(&query);
+  const RowFilter filter{_filter.group, _filter.handle, {}};
+  sqlite::Statement query(connection, filter.query(calls));
+  filter.bind(&query);
   parameter = firstPartParameter;
   for (ThinningPart& part : _parts) query.bindPointer(parameter++, &part, ThinningPart::type);
   _slices->work(deadline, [&](const NumberRange& slice) { return thin(query, slice, deadline); });

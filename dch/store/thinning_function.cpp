@@ -18,6 +18,7 @@ void thin(sqlite3_context*, int count, sqlite3_value** arguments) {
   if (part == nullptr || (part->last && number <= *part->last)) return;
   part->last = number;
   const Time time = sqlite3_value_int64(arguments[2]);
+  if (time < part->since || time > part->until) return;
   Thinning& thinning = *part->thinning;
   const std::size_t bucket = thinning.bucketOf(time);
   if (part->countsRows) thinning.addRow(bucket, time);

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <string>
 #include <vector>
@@ -14,8 +15,9 @@
 
 namespace dch {
 
-// Some attributes of the rows, as many as an SQL function can take. The rows are those behind the
-// last one it was given: a statement that was ended in the middle is run again from there.
+// Some attributes of the rows, as many as an SQL function can take. It takes the rows behind the
+// last one it was given, since a statement that was ended in the middle is run again from there,
+// and those of the time: to have SQL look at that takes a fifth longer.
 struct ThinningPart {
   static constexpr char type[] = "ThinningPart";
 
@@ -24,6 +26,8 @@ struct ThinningPart {
   std::size_t firstAttribute = 0;
   std::vector<int> columns;  // of the group's table
   Thinning* thinning = nullptr;
+  Time since = std::numeric_limits<Time>::min();
+  Time until = std::numeric_limits<Time>::max();
   std::optional<std::int64_t> last = {};
 };
 
