@@ -139,8 +139,8 @@ TEST_F(RowsQueryTest, GoesOnWhereTheClockWasSetBack) {
   }
   _store->finish();
   EXPECT_EQ(read("SELECT count(*) FROM clock_steps"), "1\n");
-  EXPECT_THAT(numbers({105 * second, 106 * second}), ElementsAre("5", "6", "16"))
-      << "the others are 1 microsecond off";
+  EXPECT_THAT(numbers({105 * second, 106 * second}), ElementsAre("5", "6", "17"))
+      << "16 and 18 are a microsecond off";
 }
 
 // A clock that goes on, stands, and is set forwards and back by little and by much; the server is
@@ -179,9 +179,9 @@ TEST_F(RowsQueryTest, MissesNoRowWhateverTheClockDoes) {
     Time time;
     std::string number;
   };
-  for (unsigned seed = 1; seed <= 25; ++seed) {
+  for (unsigned seed = 1; seed <= 15; ++seed) {
     begin();
-    ASSERT_TRUE(keep(registered("appl:OTHER,OTH;group:g;attr:n,N,8;")));
+    ASSERT_TRUE(keep(testkit::registered("appl:OTHER,OTH;group:g;attr:n,N,8;")));
     ASSERT_TRUE(keep(WentOnline{"OTHER", "g", "host3", 3}));
     RandomClock clock(seed);
     std::vector<Kept> kept;

@@ -2,8 +2,10 @@
 #ifndef DCH_TESTKIT_HISTORY_TEST_H
 #define DCH_TESTKIT_HISTORY_TEST_H
 
+#include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "dch/store/rows_query.h"
@@ -23,8 +25,14 @@ class HistoryTest : public StoreTest {
     ASSERT_TRUE(keep(WentOnline{"APPL", "g", "host1", 1}));
     ASSERT_TRUE(keep(WentOnline{"APPL", "g", "host2", 2}));
   }
+  // To make a message takes longer than all that is done with it.
   void appendRow(ZORA_Long handle, Time time, std::int64_t n) {
-    append(Row{handle, time, dataMessage(handle, {{"n", 'N', bytesOf(n)}})});
+    static const std::string number = "numberof";
+    std::string& message = _messages[handle];
+    if (message.empty()) message = dataMessage(handle, {{"n", 'N', number}});
+    Row row{handle, time, message};
+    row.message.replace(message.find(number), number.size(), bytesOf(n));
+    append(std::move(row));
   }
 
   HistoryGroup group() {
@@ -66,6 +74,7 @@ class HistoryTest : public StoreTest {
     return rows;
   }
 
+  std::map<ZORA_Long, std::string> _messages;  // with a number to be replaced
   History _history{[this] { return _store->places(); }};
 };
 
