@@ -13,7 +13,7 @@ from selenium.common.exceptions import StaleElementReferenceException
 from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
 
-PATIENCE = 60  # seconds; what is waited for comes in milliseconds, but the machine may stand still
+PATIENCE = int(os.environ.get("PATIENCE", 60))  # seconds; what is waited for comes in milliseconds, but the machine may stand still
 ARTEFACTS = Path(os.environ.get("ZORD410_PAGE_ARTEFACTS", "page-artefacts"))
 
 
@@ -68,7 +68,7 @@ class Browser:
             if found:
                 return found
             if time.monotonic() > end:
-                raise AssertionError(f"{what}: not within {PATIENCE} s; the page says: {self.text('body')[:2000]}; console: {self.console()}")
+                raise AssertionError(f"{what}: not within {PATIENCE} s; the page says: {self.text('main')[:300]}; console: {self.console()}")
             time.sleep(0.02)  # between two looks at the condition
 
     def all(self, selector):
@@ -79,7 +79,8 @@ class Browser:
         return self.driver.find_element(By.CSS_SELECTOR, selector)
 
     def text(self, selector):
-        return self.js("return document.querySelector(arguments[0])?.innerText ?? ''", selector)
+        """What one sees of it, on one line."""
+        return self.js(r"return (document.querySelector(arguments[0])?.innerText ?? '').replace(/[ \t\n]+/g, ' ').trim()", selector)
 
     def wait_text(self, selector, part):
         self.wait(lambda: part in self.text(selector), f"{part!r} in {selector}")

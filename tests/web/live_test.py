@@ -10,7 +10,12 @@ from stand_in import now_us
 FRAMES = """
   globalThis.frames_ = [];
   let last = performance.now();
-  const next = (now) => { frames_.push(now - last); last = now; if (globalThis.frames_) requestAnimationFrame(next); };
+  const next = (now) => {
+    if (!globalThis.frames_) return;
+    frames_.push(now - last);
+    last = now;
+    requestAnimationFrame(next);
+  };
   requestAnimationFrame(next);
 """
 

@@ -9,4 +9,4 @@ class Modules(PageCase):
         self.browser.wait("document.title.includes(' tests, ')", "the tests of the modules")
         failed = [line.text for line in self.browser.all(".failed")]
         self.assertEqual(failed, [])
-        self.assertEqual(self.browser.js("return document.title"), "28 tests, 0 failed")
+        self.assertRegex(self.browser.js("return document.title"), r"^2\d tests, 0 failed$")

@@ -1,5 +1,6 @@
 """What the tests of the page have in common: a stand-in of their own and the one browser."""
 
+import time
 import unittest
 
 from browser import browser
@@ -10,6 +11,7 @@ class PageCase(unittest.TestCase):
     console_may_hold = ()  # parts of messages that a test's own doing explains
 
     def setUp(self):
+        self.began = time.monotonic()
         self.browser = browser()
         self.browser.look()
         self.stand_in = self.serve()
@@ -22,6 +24,7 @@ class PageCase(unittest.TestCase):
         return stand_in
 
     def doCleanups(self):
+        print(f"[{time.monotonic()-self.began:.1f} {self.id()}]")
         if self._outcome.success and hasattr(self, "browser"):
             with self._outcome.testPartExecutor(self):
                 told = [line for line in self.browser.console() if not any(part in line for part in self.console_may_hold)]
@@ -34,7 +37,7 @@ class PageCase(unittest.TestCase):
     def open_source(self, application="HOST", group="load", source="web1", rest=""):
         self.open(f"#application={application}&group={group}&source={source}{rest}")
         self.browser.wait("window.zord410?.view?.feed && !zord410.view.feed.isLoading && !zord410.view.feed.timeline.isEmpty", "rows of the source")
-        self.browser.wait("document.querySelectorAll('.plot canvas').length > 1", "the plots")
+        self.browser.wait_text(".plot .readout", "least")
 
     def times(self):
         """The times of all rows that the plot has as they came."""

@@ -9,6 +9,7 @@ import io
 import json
 import queue
 import re
+import select
 import socket
 import threading
 import time
@@ -311,9 +312,11 @@ class Answers(BaseHTTPRequestHandler):
             self.wfile.write(b": here\n\n")
             while True:
                 try:
-                    text = client.get(timeout=5)
+                    text = client.get(timeout=0.1)
                 except queue.Empty:
-                    text = ":\n\n"
+                    if select.select([self.connection], [], [], 0)[0] and not self.connection.recv(1, socket.MSG_PEEK):
+                        return  # The browser hung up.
+                    continue
                 if text is None:
                     return
                 while not client.empty():

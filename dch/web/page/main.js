@@ -43,6 +43,7 @@ function linkChanged() {
   }
   showLost();
   showAll();
+  if (link.applications && !performance.getEntriesByName("first-values").length) performance.mark("first-values");
 }
 
 function showAll() {
