@@ -157,7 +157,6 @@ void Connection::refuse(const Error& error) {
 WebRequest Connection::request() const {
   const http::request_header<>& header = _parser->get();
   return {.isRead = _isHead || header.method() == http::verb::get,
-          .isHead = _isHead,
           .target = std::string(header.target()),
           .host = field(header, http::field::host),
           .authorization = field(header, http::field::authorization),

@@ -211,28 +211,24 @@ void Router::answerRows(const WebRequest&, const Parameters& asked, const Respon
   _parts.rows.answer(questionIn(asked), respond);
 }
 
-void Router::answerLive(const WebRequest& request, const Parameters& asked,
-                        const Respond& respond) {
+void Router::answerLive(const WebRequest&, const Parameters& asked, const Respond& respond) {
+  const bool wantsStatus = asked.flag("status");
+  const bool wantsRows = asked.find("application") || asked.find("group") || !wantsStatus;
+  const std::string application(wantsRows ? asked.get("application") : "");
+  const std::string group(wantsRows ? asked.get("group") : "");
   std::vector<std::string> topics;
-  if (asked.find("application") || asked.find("group") || !asked.flag("status"))
-    topics.push_back(topicOf(asked.get("application"), asked.get("group")));
-  if (asked.flag("status")) topics.emplace_back(statusTopic);
-  const std::string application(asked.find("application").value_or(""));
-  const std::string group(asked.find("group").value_or(""));
-  _parts.channel.askForSnapshot(
-      [=, this, isHead = request.isHead](const std::shared_ptr<const Snapshot>& snapshot) {
-        if (snapshot == nullptr) return respond(errorAnswer(serviceUnavailable, noMemory));
-        if (!application.empty() || !group.empty()) {
-          const std::string problem = whatIsUnknown(*snapshot, application, group);
-          if (!problem.empty()) return respond(errorAnswer(notFound, problem));
-        }
-        if (isHead) return respond({.type = liveType, .body = shareText("")});
-        _parts.live.open(topics, [respond](std::unique_ptr<Pieces> pieces) {
-          if (pieces == nullptr)
-            return respond(errorAnswer(serviceUnavailable, "too many pages are live already"));
-          respond({.type = liveType, .pieces = std::move(pieces)});
-        });
-      });
+  if (wantsRows) topics.push_back(topicOf(application, group));
+  if (wantsStatus) topics.emplace_back(statusTopic);
+  _parts.channel.askForSnapshot([=, this](const std::shared_ptr<const Snapshot>& snapshot) {
+    if (snapshot == nullptr) return respond(errorAnswer(serviceUnavailable, noMemory));
+    const std::string problem = wantsRows ? whatIsUnknown(*snapshot, application, group) : "";
+    if (!problem.empty()) return respond(errorAnswer(notFound, problem));
+    _parts.live.open(topics, [respond](std::unique_ptr<Pieces> pieces) {
+      if (pieces == nullptr)
+        return respond(errorAnswer(serviceUnavailable, "too many pages are live already"));
+      respond({.type = liveType, .pieces = std::move(pieces)});
+    });
+  });
 }
 
 void Router::answerState(const WebRequest&, const Parameters&, const Respond& respond) {

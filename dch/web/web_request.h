@@ -8,7 +8,6 @@ namespace dch {
 
 struct WebRequest {
   bool isRead = false;  // GET or HEAD
-  bool isHead = false;
   std::string target;
   std::string host;
   std::string authorization;
