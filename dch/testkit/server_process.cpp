@@ -20,6 +20,11 @@ ServerProcess::ServerProcess(const Arguments& moreArguments, void (*prepare)(), 
                prepare),
       _port(portIn(_process.waitForOutput("\n"))) {}
 
+int ServerProcess::pagePort() {
+  const std::string output = _process.waitForOutput("/\n");
+  return std::stoi(output.substr(output.rfind(':') + 1));
+}
+
 bool ServerProcess::waitForError(const std::string& text, int times) {
   try {
     _process.waitForError(text, times);

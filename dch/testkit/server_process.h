@@ -19,6 +19,8 @@ class ServerProcess {
                          int port = 0, const Process::Environment& environment = {});
 
   int port() const { return _port; }
+  // Where its page is, once it has said so. Throws std::runtime_error when it has none.
+  int pagePort();
   pid_t processId() const { return _process.id(); }
 
   std::string standardOutput() const { return _process.standardOutput(); }
