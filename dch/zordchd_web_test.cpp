@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <set>
 #include <string>
 
@@ -49,7 +50,7 @@ TEST_F(ZordchdWebTest, ShowsThePage) {
   const HttpAnswer page = get("/");
   EXPECT_EQ(page.status, 200);
   EXPECT_EQ(page.field("content-type"), "text/html; charset=utf-8");
-  EXPECT_THAT(page.body, HasSubstr("<!doctype html>"));
+  EXPECT_THAT(page.body, HasSubstr("<title>"));
   EXPECT_EQ(get("/?application=A&group=B").body, page.body);  // the page's own
 }
 
@@ -283,6 +284,22 @@ TEST_F(ZordchdWebTest, ShowsWhatLooksLikeMarkupAsItIs) {
   EXPECT_EQ(none.field("content-type"), "application/json");  // and is not looked into for another
   EXPECT_EQ(read("/api/applications").at("applications")[0]["groups"][0]["sources"][0]["name"],
             "s<script>&");
+}
+
+TEST(ZordchdWebActionsTest, GetNoConnectionOfABrowser) {
+  const TemporaryFile script{"#!/bin/sh\nreadlink /proc/$$/fd/* >\"$0.out\"\ntrue\n", "look"};
+  std::filesystem::permissions(script.path(), std::filesystem::perms::owner_all);
+  const TemporaryFile actions("look " + script.path() + '\n');
+  ServerProcess server({"--web", "127.0.0.1:0", "--actions", actions.path()});
+  const HttpClient idle(server.pagePort()), live(server.pagePort());
+  EXPECT_EQ(idle.get("/healthz").status, 200);
+  EXPECT_EQ(live.watch("/api/live?status").status, 200);
+  const UdpClient client(server.port());
+  client.send(actionMessage("look", 1));
+  EXPECT_EQ(statusOf(client.ask(actionResultsMessage(1))), 0);
+  const std::string open = contentOf(script.path() + ".out");
+  EXPECT_THAT(open, AllOf(HasSubstr("/dev/null"), Not(HasSubstr("socket:"))));
+  EXPECT_EQ(server.stop(SIGTERM), 0);
 }
 
 TEST_F(ZordchdWebMemoryTest, HasWhatIsLiveAndNoHistory) {

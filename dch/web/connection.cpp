@@ -52,18 +52,22 @@ std::string textOf(std::size_t chunkBytes) {
 
 }  // namespace
 
-// What is called when something has ended, unless the connection has ended meanwhile. For want of
-// memory it is this connection that ends.
+// What is called when something has ended, unless the connection has ended meanwhile.
 template <class Call>
 auto Connection::whileThere(Call call) {
   return [self = shared_from_this(), call = std::move(call)](const auto&... results) {
-    if (self->_client == nullptr) return;
-    try {
-      call(results...);
-    } catch (const std::bad_alloc&) {
-      self->close();
-    }
+    if (self->_client != nullptr) self->orEnd([&] { call(results...); });
   };
+}
+
+// For want of memory it is this connection that ends, whoever called.
+template <class Call>
+void Connection::orEnd(Call call) {
+  try {
+    call();
+  } catch (const std::bad_alloc&) {
+    close();
+  }
 }
 
 Connection::Connection(boost::asio::ip::tcp::socket&& socket, const ConnectionLimits& limits,
@@ -130,7 +134,8 @@ void Connection::ask() {
     return self._client != nullptr && self._serial == serial && !self._isAnswered;
   };
   _client->requested(request(), [isOpen, weak = weak_from_this()](Answer&& answer) {
-    if (const auto self = weak.lock(); self && isOpen(*self)) self->respond(std::move(answer));
+    if (const auto self = weak.lock(); self && isOpen(*self))
+      self->orEnd([&] { self->respond(std::move(answer)); });
   });
   if (!isOpen(*this)) return;
   _patience.expires_after(_limits.answer);
@@ -241,7 +246,8 @@ void Connection::written(std::size_t count) {
 
 // All that there was is sent.
 void Connection::goOn() {
-  if (!_isLastPiece) return _pieces->next([this](Piece&& piece) { take(std::move(piece)); });
+  if (!_isLastPiece)
+    return _pieces->next([this](Piece&& piece) { orEnd([&] { take(std::move(piece)); }); });
   _pieces.reset();
   if (_staysOpen)
     waitForRequest();

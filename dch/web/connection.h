@@ -82,6 +82,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void end();
   template <class Call>
   auto whileThere(Call call);
+  template <class Call>
+  void orEnd(Call call);
 
   const ConnectionLimits _limits;
   ConnectionClient* _client;  // null when it has ended

@@ -3,6 +3,9 @@
 #include <sys/socket.h>
 
 #include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <cerrno>
+#include <exception>
 #include <utility>
 
 namespace dch {
@@ -14,50 +17,63 @@ namespace {
 // When the system has no descriptor or memory for another one it will not have one at once.
 constexpr std::chrono::milliseconds pauseAfterFailure{100};
 
-tcp protocolOf(int listener) {
+constexpr int mostAtOneGo = 64;  // others are to have their turn
+
+tcp protocolOf(int socket) {
   sockaddr_storage address{};
   socklen_t length = sizeof address;
-  getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length);
+  getsockname(socket, reinterpret_cast<sockaddr*>(&address), &length);
   return address.ss_family == AF_INET6 ? tcp::v6() : tcp::v4();
 }
 
 }  // namespace
 
-Connections::Connections(boost::asio::io_context& context, Descriptor listener,
-                         const WebLimits& limits, Handle handle, Counters& counters)
+Connections::Connections(EventLoop& loop, Descriptor listener, const WebLimits& limits,
+                         Handle handle, Counters& counters)
     : _limits(limits),
       _handle(std::move(handle)),
       _counters(counters),
-      _acceptor(context),
-      _pause(context) {
-  _acceptor.assign(protocolOf(listener.get()), listener.get());
-  listener.release();
-  accept();
+      _loop(loop),
+      _listener(loop, std::move(listener), [this] { accept(); }),
+      _pause(loop, [this] { accept(); }) {
+  _listener.waitUntilReadable();
 }
 
 void Connections::accept() {
-  _acceptor.async_accept([this](const boost::system::error_code& error, tcp::socket socket) {
-    if (!error) {
-      accepted(std::move(socket));
-      return accept();
-    }
-    if (error == boost::asio::error::operation_aborted) return;
-    _counters.add(Counter::webAcceptFailures);
-    _pause.expires_after(pauseAfterFailure);
-    _pause.async_wait([this](const boost::system::error_code& ended) {
-      if (!ended) accept();
-    });
-  });
+  acceptSome();
+  if (!_pause.isSet()) _listener.waitUntilReadable();
 }
 
-void Connections::accepted(tcp::socket&& socket) {
+void Connections::acceptSome() {
+  for (int count = 0; count < mostAtOneGo; ++count) {
+    Descriptor socket(
+        accept4(_listener.descriptor(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+    if (socket.isOpen()) {
+      add(std::move(socket));
+      continue;
+    }
+    // What else goes wrong is the end of the one that waited.
+    if (errno != EMFILE && errno != ENFILE && errno != ENOBUFS && errno != ENOMEM) return;
+    _counters.add(Counter::webAcceptFailures);
+    return _pause.set(pauseAfterFailure);
+  }
+}
+
+void Connections::add(Descriptor socket) {
   if (_all.size() >= _limits.connections && !makeRoom())
     return _counters.add(Counter::webConnectionsRefused);
-  const auto connection =
-      std::make_shared<Connection>(std::move(socket), _limits.connection, *this);
-  _all.emplace(connection.get(), connection);
-  _counters.set(Counter::webConnections, _all.size());
-  connection->start();
+  std::shared_ptr<Connection> connection;
+  try {
+    tcp::socket taken(_loop.context(), protocolOf(socket.get()), socket.get());
+    socket.release();
+    connection = std::make_shared<Connection>(std::move(taken), _limits.connection, *this);
+    _all.emplace(connection.get(), connection);
+    _counters.set(Counter::webConnections, _all.size());
+    connection->start();
+  } catch (const std::exception&) {  // there is no memory for it
+    _counters.add(Counter::webConnectionsRefused);
+    if (connection != nullptr) connection->close();
+  }
 }
 
 // Whoever has owed a request for longest gives way: one who has opened connections to keep others

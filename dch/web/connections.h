@@ -2,15 +2,16 @@
 #ifndef DCH_WEB_CONNECTIONS_H
 #define DCH_WEB_CONNECTIONS_H
 
-#include <boost/asio/ip/tcp.hpp>
-#include <boost/asio/steady_timer.hpp>
 #include <cstddef>
 #include <functional>
 #include <memory>
 #include <unordered_map>
 
 #include "dch/core/counters.h"
+#include "dch/net/alarm.h"
 #include "dch/net/descriptor.h"
+#include "dch/net/event_loop.h"
+#include "dch/net/watched_socket.h"
 #include "dch/web/connection.h"
 
 namespace dch {
@@ -21,13 +22,14 @@ class Connections : public ConnectionClient {
   using Respond = ConnectionClient::Respond;
   using Handle = std::function<void(const WebRequest&, Respond)>;
 
-  // Serves `listener`. `handle` answers requests; it and `counters` outlive the context.
-  Connections(boost::asio::io_context& context, Descriptor listener, const WebLimits& limits,
-              Handle handle, Counters& counters);
+  // Serves `listener`. `handle` answers requests; it and `counters` outlive the loop.
+  Connections(EventLoop& loop, Descriptor listener, const WebLimits& limits, Handle handle,
+              Counters& counters);
 
  private:
   void accept();
-  void accepted(boost::asio::ip::tcp::socket&& socket);
+  void acceptSome();
+  void add(Descriptor socket);
   bool makeRoom();
   void requested(const WebRequest& request, Respond respond) override;
   void ended(Connection* connection) override;
@@ -35,8 +37,9 @@ class Connections : public ConnectionClient {
   const WebLimits _limits;
   const Handle _handle;
   Counters& _counters;
-  boost::asio::ip::tcp::acceptor _acceptor;
-  boost::asio::steady_timer _pause;
+  EventLoop& _loop;
+  WatchedSocket _listener;
+  Alarm _pause;
   std::unordered_map<Connection*, std::shared_ptr<Connection>> _all;
 };
 

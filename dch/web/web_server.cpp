@@ -40,7 +40,7 @@ class WebServer::Thread {
         _rows(makeKeptRows(_loop, sources.statePlaces)),
         _router({_view, _live, *_rows, sources.counters, sources.health, sources.facts}),
         _connections(
-            _loop.context(), std::move(port.listener), settings.limits,
+            _loop, std::move(port.listener), settings.limits,
             [this](const WebRequest& request, const Connections::Respond& respond) {
               _router.handle(request, respond);
             },
