@@ -13,7 +13,7 @@ from selenium.common.exceptions import StaleElementReferenceException
 from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
 
-PATIENCE = int(os.environ.get("PATIENCE", 60))  # seconds; what is waited for comes in milliseconds, but the machine may stand still
+PATIENCE = 60  # seconds; what is waited for comes in milliseconds, but the machine may stand still
 ARTEFACTS = Path(os.environ.get("ZORD410_PAGE_ARTEFACTS", "page-artefacts"))
 
 

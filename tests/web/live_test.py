@@ -101,7 +101,7 @@ class Gone(PageCase):
             self.assertRegex(self.browser.text("#lost"), r"since \d\d:\d\d:\d\d\.")
             for i in range(30):
                 self.stand_in.row("HOST", "load", "web1", samples.load_row(i))
-            self.stand_in.come_back()
+            self.stand_in.start()
             self.browser.wait("document.querySelector('#lost').hidden", "the server again")
             self.browser.wait(lambda: self.stand_in.clients, "the live stream again")
             at = self.stand_in.row("HOST", "load", "web1", {"load1": 900 + round_})

@@ -100,14 +100,24 @@ class Looks(PageCase):
         }).map((each) => each.outerHTML)"""), [])
 
     def test_first_values_and_size(self):
-        self.browser.js("1")
         self.open()
         self.browser.wait_text("[data-source=roof]", "−3")
         shown = self.browser.js("return Math.round(performance.getEntriesByName('first-values')[0].startTime)")
-        files = [entry for entry in Path(__file__).resolve().parents[2].joinpath("dch/web/page").iterdir()]
+        files = list(Path(__file__).resolve().parents[2].joinpath("dch/web/page").iterdir())
         size = sum(file.stat().st_size for file in files) + Path("/usr/share/javascript/dygraphs/dygraph.min.js").stat().st_size
         print(f"\nfirst values after {shown} ms; {size} bytes in {len(files) + 1} files", flush=True)
         self.assertLessEqual(size, 250 * 1024)
+
+    def test_pictures_for_the_guide(self):
+        """Small enough to stand beside a text."""
+        self.browser.look(960, 620)
+        self.open()
+        self.browser.wait_text("[data-source=roof]", "−3")
+        pictures = [self.browser.screenshot("guide-overview")]
+        self.open_source()
+        pictures.append(self.browser.screenshot("guide-source"))
+        for picture in pictures:
+            self.assertLess(picture.stat().st_size, 100 * 1024)
 
 
 class TokenLooks(PageCase):

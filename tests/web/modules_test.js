@@ -175,8 +175,8 @@ const tests = {
     equal(pointsToDraw(timeline, 0, -500e6, 0, 1000).indexOf(null), -1);
   },
   "zooming keeps the middle in its place"() {
-    equal(zoomWindow(0, 100e6, 25e6, 0.5), [12500000, 62500000]);
-    equal(zoomWindow(0, 100e6, 100e6, 2), [-100e6, 100e6]);
+    equal(zoomWindow(0, 100e6, 0.5, 25e6), [12500000, 62500000]);
+    equal(zoomWindow(0, 100e6, 2, 100e6), [-100e6, 100e6]);
   },
   "counters that should be zero are told, what was lost first"() {
     const state = { counters: { rows_kept: 9, not_allowed: 7, pushes_lost: 3, write_failures: 0, later_frames_lost: 2 }, help: { later_frames_lost: "frames lost" },

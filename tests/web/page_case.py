@@ -1,6 +1,5 @@
 """What the tests of the page have in common: a stand-in of their own and the one browser."""
 
-import time
 import unittest
 
 from browser import browser
@@ -11,20 +10,19 @@ class PageCase(unittest.TestCase):
     console_may_hold = ()  # parts of messages that a test's own doing explains
 
     def setUp(self):
-        self.began = time.monotonic()
         self.browser = browser()
         self.browser.look()
         self.stand_in = self.serve()
 
     def serve(self, **options):
         stand_in = StandIn(**options)
+        self.addCleanup(stand_in.place.close)
         self.addCleanup(stand_in.stop)
         # Before its server goes the page does, so that no other test hears of it.
         self.addCleanup(self.browser.driver.get, "about:blank")
         return stand_in
 
     def doCleanups(self):
-        print(f"[{time.monotonic()-self.began:.1f} {self.id()}]")
         if self._outcome.success and hasattr(self, "browser"):
             with self._outcome.testPartExecutor(self):
                 told = [line for line in self.browser.console() if not any(part in line for part in self.console_may_hold)]

@@ -69,19 +69,23 @@ class StandIn:
         self.asked = []  # paths
         self.policy_reports = []
         self.server = None
+        # Bound all the time, so that nobody else takes the port while the server is gone.
+        self.place = socket.socket()
+        self.place.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEPORT, 1)
+        self.place.bind(("127.0.0.1", 0))
+        self.port = self.place.getsockname()[1]
+        self.address = f"http://127.0.0.1:{self.port}/"
         self.start()
 
     # Being there.
 
-    def start(self, port=0):
+    def start(self):
         stand_in = self
 
         class Handler(Answers):
             owner = stand_in
 
-        self.server = Server(("127.0.0.1", port), Handler)
-        self.port = self.server.server_address[1]
-        self.address = f"http://127.0.0.1:{self.port}/"
+        self.server = Server(("127.0.0.1", self.port), Handler)
         threading.Thread(target=self.server.serve_forever, kwargs={"poll_interval": 0.02}, daemon=True).start()
 
     def stop(self):
@@ -97,9 +101,6 @@ class StandIn:
                     connection.shutdown(socket.SHUT_RDWR)
                 except OSError:
                     pass  # It went by itself.
-
-    def come_back(self):
-        self.start(self.port)
 
     # What it has.
 
@@ -214,6 +215,7 @@ class Client(queue.SimpleQueue):
 
 class Server(ThreadingHTTPServer):
     daemon_threads = True
+    allow_reuse_port = True
     request_queue_size = 64
 
     def __init__(self, *rest):

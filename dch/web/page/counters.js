@@ -3,34 +3,27 @@
 const LOST = "lost"; // something is gone
 const REFUSED = "refused"; // somebody was told no, or was cut off
 
-/** Those that should be zero. The words go on after their number. */
+/** Those that should be zero, where there is more to say than the server's own words. */
 const TROUBLES = {
-  changes_not_kept: [LOST, "changes could not be kept", "Their senders were told (status 105) and may send them again. Look at the disk and at the server's log."],
+  changes_not_kept: [LOST, "changes could not be kept", "Their senders were told (status 105). Look at the disk and at the log."],
   changes_refused: [LOST, "changes were not taken by the state file", "Look at the disk: is it full, is the file writable?"],
-  write_failures: [LOST, "writes of the state file failed", "Look at the disk and at the server's log. It goes on by itself when there is room again."],
+  write_failures: [LOST, "writes of the state file failed", "Look at the disk and at the log. It goes on by itself when it can."],
   pushes_lost: [LOST, "rows or status events did not reach a subscriber", "A subscriber reads too slowly. The rows are kept, the subscriber missed them."],
-  datagrams_thrown_away: [LOST, "datagrams were thrown away for want of room", "Their senders got no answer and try again, or not. The server was busy, or its socket's buffer is small."],
+  datagrams_thrown_away: [LOST, "datagrams were thrown away for want of room", "Their senders got no answer."],
   answers_dropped: [LOST, "answers could not be sent", "Whoever asked got no answer."],
-  deferrals_forgotten: [LOST, "deferrals were pushed out by newer ones", "More are waiting than the server keeps."],
-  results_forgotten: [LOST, "results of actions were pushed out by newer ones", "They were not asked for in time."],
-  waiters_forgotten: [LOST, "questions for a result lost their connection", "Whoever asked went away before the action ended."],
-  live_rows_lost: [LOST, "live rows did not reach a page", "The pages ask the store for them: the plots have them."],
-  log_lines_dropped: [LOST, "lines of the log were dropped", "The log takes lines too slowly, or there were too many alike."],
-  subscriptions_refused: [REFUSED, "subscriptions were refused for want of room", "Too many consumers at once."],
+  live_events_lost: [LOST, "live rows or changes did not reach a page", "Pages ask the store for such rows: the plots have them."],
+  live_clients_dropped: [REFUSED, "live pages were cut off as they did not read", "They come back by themselves."],
+  web_failures: [LOST, "requests of pages failed", "Look at the log."],
+  web_requests_refused: [REFUSED, "requests of pages named another host, or not the token", "See [web] hosts and token_file."],
   connections_refused: [REFUSED, "connections were refused for want of room", "Raise channel.connections, or look who opens so many."],
-  accept_failures: [REFUSED, "connections could not be accepted", "The system had no descriptor or no memory for them."],
-  stalled_connections: [REFUSED, "connections were ended because they stood still", "Their peers stopped in the middle of a message, or read no answers."],
-  crowded_connections: [REFUSED, "connections were ended because unfinished messages took too much memory", "Look who sends long messages in pieces."],
   not_allowed: [REFUSED, "datagrams or connections came from where none are allowed", "See channel.allow, or find out who sends them."],
   broken_messages: [REFUSED, "messages on connections were broken", "Somebody speaks something else to the port."],
   actions_not_allowed: [REFUSED, "actions were asked for from where none may be", "See actions.allow."],
   actions_not_started: [REFUSED, "actions were not started", "Not listed, running already, too many at once, or failed."],
 };
 
-/** Signs of trouble in names that a later server may have. */
-const SIGNS = /lost|refused|dropped|fail|thrown|forgotten|stalled|timeouts?$|_ended$/;
-/** What is in the order of things although its name sounds otherwise. */
-const USUAL = new Set(["deferrals"]);
+/** Signs of trouble in the names of the others. */
+const SIGNS = /lost|refused|dropped|fail|thrown|forgotten|stalled|crowded/;
 
 /**
  * @typedef {Object} Trouble
@@ -40,11 +33,11 @@ const USUAL = new Set(["deferrals"]);
  */
 
 function countedTrouble(name, count, help) {
-  const [kind, words, advice] = TROUBLES[name] ?? [/lost|fail|dropped|forgotten|thrown/.test(name) ? LOST : REFUSED, help ?? name, ""];
+  const [kind, words, advice] = TROUBLES[name] ?? [/lost|dropped|forgotten|thrown/.test(name) ? LOST : REFUSED, help ?? name, ""];
   return { key: name, kind, count, words, advice };
 }
 
-const isTrouble = (name) => name in TROUBLES || (SIGNS.test(name) && !USUAL.has(name));
+const isTrouble = (name) => name in TROUBLES || SIGNS.test(name);
 
 function requestTrouble({ request, code, status, text, count }) {
   return {

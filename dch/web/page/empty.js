@@ -5,7 +5,8 @@ import { commandToCopy, h } from "./dom.js";
 const FIRST_ROW = `cat >demo.reg <<'END'
 appl:DEMO,DMO; group:load; attr:load1,G,4; attr:note,T,20;
 END
-printf 'load1,note\\n17,all quiet\\n' | zordp send --registration demo.reg --group load --source web1 --input -`;
+printf 'load1,note\\n17,all quiet\\n' |
+  zordp send --registration demo.reg --group load --source web1 --keep`;
 
 const note = (title, ...children) => h("section", { class: "empty" }, h("h2", {}, title), ...children);
 const paragraph = (...children) => h("p", {}, ...children);
@@ -25,7 +26,7 @@ export const notFound = (names) => note(`There is no ${names.join(" / ")}`,
 /** A group is registered, but no source of it ever came on line. */
 export const noSource = (application, group) => h("div", { class: "empty small" },
   paragraph(`No source of ${application} / ${group} came on line yet. To send a row as one:`),
-  commandToCopy(`zordp send --registration FILE.reg --group ${shellWord(group)} --source NAME --input FILE.csv`));
+  commandToCopy(`zordp send --registration FILE.reg --group ${shellWord(group)} --source NAME --keep --input FILE.csv`));
 
 /** The search has no result. @param {string} find */
 export const nothingFound = (find) => note(find ? `Nothing is called “${find}”` : "No source is in that state",

@@ -16,15 +16,15 @@ const FIRST_VALUE = 5; // columns: time, time_us, source, handle, code, then the
 const FIRST_THINNED = 2; // columns: time, time_us, then three for each number
 
 export class Feed {
-  timeline;
   error = null; // why there are no kept rows: an Error, or null
   isLoading = false;
   #where;
   #numbers; // attributes
   #texts;
   #positions; // of the attributes among the columns
-  #waiting = []; // live rows that came while kept ones were fetched
-  #missingSince = Infinity; // from then on rows may be missing; -Infinity: all
+  #timeline;
+  #waiting = []; // live rows that are not in the timeline yet
+  #missingSince = -Infinity; // from then on rows may be missing; -Infinity: all
   #isClosed = false;
   #timer = 0;
   #changed;
@@ -37,14 +37,24 @@ export class Feed {
    * @param {boolean} where.hasStore whether rows are kept at the server
    * @param {Array} attributes the group's
    * @param {() => void} changed called whenever rows came
+   * @param {Timeline=} timeline what to show until the rows are there
    */
-  constructor(where, attributes, changed) {
+  constructor(where, attributes, changed, timeline) {
     this.#where = where;
     this.#numbers = attributes.filter((each) => !isText(each));
     this.#texts = attributes.filter(isText);
     this.#positions = new Map(attributes.map((each, i) => [each, FIRST_VALUE + i]));
     this.#changed = changed;
-    this.timeline = new Timeline(this.#numbers.length);
+    this.#timeline = timeline ?? new Timeline(this.#numbers.length);
+  }
+
+  /** All rows that are there. */
+  get timeline() {
+    if (!this.isLoading && this.#waiting.length) {
+      this.#timeline.add(this.#waiting.splice(0));
+      if (this.#timeline.isFull) this.#makeRoom();
+    }
+    return this.#timeline;
   }
 
   /** Ends it: what is under way changes nothing any more. */
@@ -55,17 +65,11 @@ export class Feed {
 
   /** A live row. @param {Object} event */
   take(event) {
-    const row = {
+    this.#waiting.push({
       time: parseTime(event.time), handle: event.handle,
       numbers: this.#numbers.map((each) => valueNamed(event.values, each.name)),
       texts: this.#texts.map((each) => valueNamed(event.values, each.name)),
-    };
-    if (this.isLoading) {
-      this.#waiting.push(row);
-      return;
-    }
-    this.timeline.add([row]);
-    if (this.timeline.isFull) this.#makeRoom();
+    });
     this.#changed();
   }
 
@@ -89,6 +93,8 @@ export class Feed {
     this.#missingSince = Math.min(this.#missingSince, since);
     if (!this.#where.hasStore || this.#isClosed || this.isLoading) return;
     clearTimeout(this.#timer);
+    // What is there is merged by count; what comes from now on waits for what is fetched.
+    this.#timeline.add(this.#waiting.splice(0));
     this.isLoading = true;
     this.#changed();
     while (this.#missingSince !== Infinity && !this.#isClosed) {
@@ -105,8 +111,7 @@ export class Feed {
     }
     if (this.#isClosed) return;
     this.isLoading = false;
-    this.timeline.addMissing(this.#waiting);
-    this.#waiting = [];
+    this.#timeline.addMissing(this.#waiting.splice(0));
     if (this.error && !(this.error instanceof Refusal && this.error.status < 500)) this.#fetchLater(2000);
     this.#changed();
   }
@@ -128,20 +133,20 @@ export class Feed {
     } else {
       timeline.add(rows);
     }
-    if (!this.#isClosed) this.timeline = timeline;
+    if (!this.#isClosed) this.#timeline = timeline;
   }
 
   /** @returns {Promise<boolean>} false: it is too much, all has to come anew */
   async #catchUp(since) {
     const rows = await this.#rows({ since, limit: CATCH_UP_ROWS });
     if (rows.length >= CATCH_UP_ROWS) return false;
-    if (!this.#isClosed) this.timeline.addMissing(rows);
+    if (!this.#isClosed) this.#timeline.addMissing(rows);
     return true;
   }
 
   #makeRoom() {
     if (this.#where.hasStore) this.load();
-    else this.timeline.forgetOldest();
+    else this.#timeline.forgetOldest();
   }
 
   #question({ since, until, ...rest }) {

@@ -7,6 +7,7 @@ const SMALL = 500; // sources
 const SOON = 2000; // ms
 const LATER = 5000;
 const AGAIN = 1000; // while it is lost
+const LEAST = 200; // between two, however much happens; ten times that when there are many sources
 
 /**
  * Asks while the page is visible. `lostSince` is when the server was first missed, null while it
@@ -22,6 +23,7 @@ export class Link {
   #timer = 0;
   #isAsking = false;
   #wantsMore = false;
+  #lastAsked = -Infinity;
 
   /** @param {() => void} changed called after each answer, and when the server is missed */
   constructor(changed) {
@@ -32,16 +34,21 @@ export class Link {
     this.askNow();
   }
 
-  /** Asks at once; when that is under way already, once more after it. */
+  /** Asks soon; when that is under way already, once more after it. */
   askNow() {
-    clearTimeout(this.#timer);
     if (this.#isAsking) this.#wantsMore = true;
-    else this.#ask();
+    else this.#askIn(this.#lastAsked + LEAST * (this.#isLarge ? 10 : 1) - performance.now());
+  }
+
+  #askIn(milliseconds) {
+    clearTimeout(this.#timer);
+    this.#timer = setTimeout(() => this.#ask(), milliseconds);
   }
 
   async #ask() {
     this.#isAsking = true;
     this.#wantsMore = false;
+    this.#lastAsked = performance.now();
     try {
       const applications = get("/api/applications");
       const others = Promise.all([get("/api/state"), getHealth()]);
@@ -60,16 +67,16 @@ export class Link {
     }
     this.#isAsking = false;
     this.#changed();
-    if (!document.hidden) this.#timer = setTimeout(() => this.#ask(), this.#pause());
+    if (document.hidden) return;
+    if (this.#wantsMore) this.askNow();
+    else this.#askIn(this.lostSince !== null ? AGAIN : this.#isLarge ? LATER : SOON);
   }
 
-  #pause() {
-    if (this.#wantsMore) return 0;
-    if (this.lostSince !== null) return AGAIN;
+  get #isLarge() {
     let sources = 0;
     for (const application of this.applications ?? []) {
       for (const group of application.groups) sources += group.sources.length;
     }
-    return sources <= SMALL ? SOON : LATER;
+    return sources > SMALL;
   }
 }

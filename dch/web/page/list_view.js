@@ -115,7 +115,7 @@ function headline(link, counts, troubles) {
   if (link.lostSince !== null) return "The server cannot be reached";
   if (link.health) return "The server is not well";
   if (counts.silent) return `${formatValue(counts.silent)} of ${formatValue(counts.silent + counts.online + counts.waiting)} sources on line ${counts.silent === 1 ? "is" : "are"} silent`;
-  if (troubles) return "All sources are heard, but something was lost or refused";
+  if (troubles) return `${counts.all ? "All sources are heard" : "The server is up"}, but something was lost or refused`;
   if (!counts.all) return "The server is up";
   const online = counts.online + counts.waiting;
   if (!online) return "The server is up, no source is on line";

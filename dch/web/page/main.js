@@ -15,6 +15,7 @@ import { Stream } from "./stream.js";
 import { formatTime, isoTime, parseTime, zoneName } from "./times.js";
 
 const byId = (id) => document.getElementById(id);
+const sourceView = () => import("./source_view.js");
 const PACES_AT_ONCE = 6;
 const ROWS_OF_A_PACE = 20;
 const UNHEARD = 15e6; // microseconds after which a source's pace is worth knowing
@@ -43,7 +44,10 @@ function linkChanged() {
   }
   showLost();
   showAll();
-  if (link.applications && !performance.getEntriesByName("first-values").length) performance.mark("first-values");
+  if (link.applications && !performance.getEntriesByName("first-values").length) {
+    performance.mark("first-values");
+    sourceView().catch(() => {}); // so that it is at hand, even when the server is not
+  }
 }
 
 function showAll() {
@@ -156,8 +160,13 @@ let arrivals = 0;
 async function makeView(where) {
   const arrival = ++arrivals;
   if (where.source === null) return new ListView(where, context);
-  const { SourceView } = await import("./source_view.js");
-  return arrival === arrivals ? new SourceView(where, context) : null;
+  try {
+    const { SourceView } = await sourceView();
+    return arrival === arrivals ? new SourceView(where, context) : null;
+  } catch {
+    setTimeout(() => arrive(true), 1000); // The server is gone.
+    return null;
+  }
 }
 
 function showCrumbs() {
@@ -224,4 +233,4 @@ context.link = new Link(linkChanged);
 addEventListener("hashchange", () => arrive(false));
 arrive(true);
 /** For the browser's console, and for tests. */
-globalThis.zord410 = { get view() { return view; }, context, get place() { return place; } };
+globalThis.zord410 = { context, get view() { return view; }, get place() { return place; }, get stream() { return stream; } };

@@ -94,19 +94,11 @@ export class Plot {
     else this.#showSummary();
   }
 
-  /** Colours changed. */
-  recolour() {
-    this.#graph?.updateOptions(this.#colours());
-  }
-
-  #colours() {
-    return { colors: [css("--curve")], gridLineColor: css("--grid"), axisLineColor: css("--grid") };
-  }
-
   #options() {
     const [from, until] = this.#window;
     const drawn = this.points.length;
-    return { dateWindow: [from / 1000, until / 1000], labelsUTC: showsUtc(), drawPoints: drawn < 80, ...this.#colours() };
+    return { dateWindow: [from / 1000, until / 1000], labelsUTC: showsUtc(), drawPoints: drawn < 80,
+      colors: [css("--curve")], gridLineColor: css("--grid"), axisLineColor: css("--grid") };
   }
 
   #create(Dygraph, file) {
@@ -178,9 +170,8 @@ export class Plot {
   #pressed(event) {
     if (event.ctrlKey || event.metaKey || event.altKey) return;
     const [from, until] = this.#window;
-    const middle = this.points[this.#chosen]?.time ?? (from + until) / 2;
-    const zoomed = (factor) => this.#zoom(...zoomWindow(from, until, middle, factor));
-    const moved = (part) => this.#zoom(Math.round(from + part * (until - from)), Math.round(until + part * (until - from)));
+    const zoomed = (factor) => this.#zoom(...zoomWindow(from, until, factor, this.points[this.#chosen]?.time));
+    const moved = (part) => this.#zoom(...moveWindow(from, until, part));
     const actions = {
       ArrowLeft: () => this.#step(-1), ArrowRight: () => this.#step(1),
       Home: () => this.#step(-Infinity), End: () => this.#step(Infinity),
@@ -237,8 +228,11 @@ function pointText(point) {
   return point.count ? `${range} (${formatValue(point.count)} rows)` : range;
 }
 
-/** @returns {[number, number]} a window that is `factor` times as long, with the middle staying in its place */
-export function zoomWindow(from, until, middle, factor) {
+/** @returns {[number, number]} a window moved by a part of its length */
+export const moveWindow = (from, until, part) => [from, until].map((time) => Math.round(time + part * (until - from)));
+
+/** @returns {[number, number]} a window `factor` times as long; its middle, or the time given, stays in its place */
+export function zoomWindow(from, until, factor, middle = (from + until) / 2) {
   const length = Math.max(LEAST_ZOOM, (until - from) * factor);
   const share = (middle - from) / (until - from);
   const begin = Math.round(middle - share * length);

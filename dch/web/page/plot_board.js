@@ -22,7 +22,7 @@ export class PlotBoard {
   #nextRound = 0;
   #tick;
   #sight;
-  #recolour = () => { this.#plots.forEach((plot) => plot.recolour()); this.changed(); };
+  #recolour = () => this.changed();
   #colours = matchMedia("(prefers-color-scheme: dark)");
 
   /**
@@ -44,13 +44,19 @@ export class PlotBoard {
       this.changed();
     }, { rootMargin: "100px" });
     this.#plots.forEach((plot) => this.#sight.observe(plot.element));
-    this.#tick = setInterval(() => this.changed(), TICK);
+    this.#tick = setInterval(() => this.#load(), TICK);
     this.#colours.addEventListener("change", this.#recolour);
+    this.#load();
+  }
+
+  /** Something to draw with, and something to draw; without a server it is tried again. */
+  #load() {
+    this.changed();
+    if (this.#Dygraph) return;
     loadDygraph().then((Dygraph) => {
       this.#Dygraph = Dygraph;
       this.changed();
-    });
-    this.changed();
+    }, () => {});
   }
 
   close() {

@@ -5,9 +5,7 @@ import { h, reconcile, setText } from "./dom.js";
 import { parseTime } from "./times.js";
 import { formatValue } from "./values.js";
 
-const GAUGES = { applications: "Applications", sources: "Sources", sources_online: "Sources on line",
-  subscriptions: "Subscriptions", connections: "Connections", changes_waiting: "Changes waiting" };
-
+const inWords = (name) => name.replaceAll("_", " ");
 const row = () => h("tr", {}, h("th", { scope: "row" }), h("td", { class: "number" }));
 
 function table(caption, first, second) {
@@ -48,10 +46,10 @@ export class ServerPanel {
     setText(this.#state, state.state);
     this.#hint.hidden = state.state !== "memory";
     reconcile(this.#gauges, Object.entries(state.gauges), ([name]) => name,
-      ([name]) => h("div", {}, h("dt", { title: state.help[name] ?? false }, GAUGES[name] ?? name.replaceAll("_", " ")), h("dd")),
+      ([name]) => h("div", {}, h("dt", { title: state.help[name] ?? false }, inWords(name)), h("dd")),
       (element, [, value]) => setText(element.lastElementChild, formatValue(value)));
     reconcile(this.#counters.body, Object.entries(state.counters), ([name]) => name, row, (element, [name, value]) => {
-      setText(element.firstElementChild, state.help[name] ?? name.replaceAll("_", " "));
+      setText(element.firstElementChild, state.help[name] ?? inWords(name));
       element.firstElementChild.title = name;
       setText(element.lastElementChild, formatValue(value));
     });

@@ -6,7 +6,7 @@ import { h, reconcile, setAttribute, setText } from "./dom.js";
 import { noNumber, noRows, noStore, notFound } from "./empty.js";
 import { Feed } from "./feed.js";
 import { PlotBoard } from "./plot_board.js";
-import { zoomWindow } from "./plot.js";
+import { moveWindow, zoomWindow } from "./plot.js";
 import { Texts } from "./texts.js";
 import { formatAge, formatDuration, isoTime, parseTime } from "./times.js";
 import { isText, valueNamed } from "./values.js";
@@ -39,14 +39,8 @@ export class SourceView {
     this.#context = context;
     this.#title = h("h1", { tabindex: "-1" }, place.source);
     const tool = (name, words, act) => h("button", { type: "button", class: "quiet", "data-tool": name, click: act }, words);
-    const moved = (part) => () => {
-      const [from, until] = this.#window();
-      this.#zoom(Math.round(from + part * (until - from)), Math.round(until + part * (until - from)));
-    };
-    const zoomed = (factor) => () => {
-      const [from, until] = this.#window();
-      this.#zoom(...zoomWindow(from, until, factor < 1 ? until : (from + until) / 2, factor));
-    };
+    const moved = (part) => () => this.#zoom(...moveWindow(...this.#window(), part));
+    const zoomed = (factor) => () => this.#zoom(...zoomWindow(...this.#window(), factor));
     this.#tools = h("div", { class: "tools", role: "group", "aria-label": "Part of the range" },
       tool("earlier", "← Earlier", moved(-0.5)), tool("later", "Later →", moved(0.5)),
       tool("in", "Zoom in", zoomed(0.5)), tool("out", "Zoom out", zoomed(2)),
@@ -131,16 +125,15 @@ export class SourceView {
     return this.#context.link.state.state !== "memory";
   }
 
-  #newFeed(range) {
+  #newFeed(range, timeline) {
     const { application, group, source } = this.#place;
-    return new Feed({ application, group, source, hasStore: this.#hasStore, ...range }, this.attributes, () => this.#board.changed());
+    return new Feed({ application, group, source, hasStore: this.#hasStore, ...range }, this.attributes, () => this.#board.changed(), timeline);
   }
 
   /** A feed for the place's range, up to now and on. */
   #follow() {
     const before = this.feed;
-    this.feed = this.#newFeed({ length: rangeNamed(this.#place.range).length });
-    if (before && !this.#hasStore) this.feed.timeline = before.timeline;
+    this.feed = this.#newFeed({ length: rangeNamed(this.#place.range).length }, before?.timeline);
     before?.close();
     if (this.#isOpen) this.feed.opened();
   }

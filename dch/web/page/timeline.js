@@ -17,7 +17,7 @@ const TEXTS_KEPT = 50;
  * @property {Array} texts one for each of the timeline's texts
  */
 
-/** @returns {number} the first index whose time is not before `time` */
+/** @returns the first index whose time is not before `time` */
 export function lowerBound(times, time) {
   let low = 0;
   let high = times.length;

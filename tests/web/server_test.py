@@ -1,0 +1,104 @@
+"""The page with the real server: a row's way from a provider to the plot. Takes the folder of the
+programs from ZORD410_PROGRAMS."""
+
+import os
+import re
+import subprocess
+import sys
+import tempfile
+import unittest
+from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parent))
+sys.dont_write_bytecode = True
+
+from browser import browser  # noqa: E402 pylint: disable=wrong-import-position
+
+PROGRAMS = Path(os.environ["ZORD410_PROGRAMS"])
+LARGEST = 9_223_372_036_854_775_807
+REGISTRATION = "appl:FIELD,FLD; help:A field; group:air; attr:celsius,N,4,Temperature; attr:ticks,L,8; attr:sky,D,32,What one sees;\n"
+
+
+class RealServer(unittest.TestCase):
+    def setUp(self):
+        self.browser = browser()
+        self.browser.look()
+        self.addCleanup(self.browser.driver.get, "about:blank")
+        folder = tempfile.TemporaryDirectory(prefix="zord410-page-")
+        self.addCleanup(folder.cleanup)
+        self.folder = Path(folder.name)
+        self.environment = {name: value for name, value in os.environ.items() if not name.startswith(("ZORA_", "ZOR0_"))}
+        self.environment["ZOR0_PRODUCT_SPEC"] = str(self.folder / "settings")
+
+    def start_server(self, *options):
+        server = subprocess.Popen([PROGRAMS / "zordchd", "--port", "0", "--web", "127.0.0.1:0", *options],
+                                  stdout=subprocess.PIPE, text=True, env=self.environment, cwd=self.folder)
+        self.addCleanup(server.stdout.close)
+        self.addCleanup(server.wait)
+        self.addCleanup(server.terminate)
+        lines = [server.stdout.readline() for _ in range(3)]
+        self.environment["ZORA_DCH_PORT"] = re.search(r" port (\d+)$", lines[0])[1]
+        self.page = re.search(r"page on (\S+)$", lines[2])[1]
+
+    def start_provider(self, source):
+        registration = self.folder / "field.reg"
+        registration.write_text(REGISTRATION, encoding="ascii")
+        provider = subprocess.Popen([PROGRAMS / "zordp", "send", "--registration", registration, "--group", "air", "--source", source, "--keep"],
+                                    stdin=subprocess.PIPE, text=True, env=self.environment)
+        self.addCleanup(provider.wait)
+        self.addCleanup(provider.stdin.close)
+        self.send(provider, "celsius,ticks,sky")
+        return provider
+
+    def send(self, provider, line):
+        provider.stdin.write(line + "\n")
+        provider.stdin.flush()
+
+    def open_source(self):
+        self.browser.open(self.page + "#application=FIELD&group=air&source=roof")
+
+    def test_from_provider_to_plot(self):
+        self.start_server("--store", str(self.folder / "state.db"))
+        self.browser.open(self.page)
+        self.browser.wait_text(".empty", "zordp send")
+        provider = self.start_provider("roof")
+        self.send(provider, f"-7,{LARGEST},<b>snow</b>")
+        self.browser.wait_text("[data-source=roof]", "<b>snow</b>")
+        self.browser.wait_text("[data-source=roof]", "−7")
+        self.browser.wait_text(".changes", "on line FIELD / air / roof")
+        self.browser.one("[data-source=roof] a").click()
+        self.browser.wait_text("[data-attribute=celsius] .readout", "least −7 · most −7")
+        for degrees in range(20):
+            self.send(provider, f"{degrees},{LARGEST - degrees},clear")
+        self.browser.wait_text("[data-attribute=celsius] .latest", "19")
+        self.browser.wait_text("[data-attribute=celsius] .readout", "least −7 · most 19")
+        self.browser.wait("zord410.view.feed.timeline.times.length === 21", "every row in the plot's data")
+        self.assertEqual(self.browser.js("return zord410.view.feed.timeline.values[0]"), [-7, *range(20)])
+        self.assertEqual(self.browser.text("[data-attribute=ticks] .latest").replace("\u2009", ""), str(LARGEST - 19))
+        self.open_source()  # now all from the store
+        self.browser.wait("window.zord410?.view?.feed?.timeline.times.length === 21", "every row from the store")
+        self.assertEqual(self.browser.js("return zord410.view.feed.timeline.values[1].map(String)"), [str(LARGEST - each) for each in (0, *range(20))])
+        for name in ("15m", "all"):
+            self.browser.js(f"location.hash = '#application=FIELD&group=air&source=roof&range={name}'")
+            self.browser.wait(f"zord410.place.range === '{name}' && !zord410.view.feed.isLoading && zord410.view.feed.timeline.times.length === 21", f"the range {name}")
+        provider.stdin.close()
+        self.assertEqual(provider.wait(), 0)
+        self.browser.wait_text(".source-view .summary", "off line")
+        self.assertEqual(self.browser.console(), [])
+
+    def test_without_a_store(self):
+        self.start_server("--store", "memory")
+        provider = self.start_provider("roof")
+        self.send(provider, "3,4,clear")
+        self.open_source()
+        self.browser.wait_text("#no-store", "zordchd --store FILE")
+        self.browser.wait_text("[data-attribute=celsius] .latest", "3")
+        self.browser.wait("zord410.stream?.isOpen", "the live stream")
+        self.send(provider, "5,6,rain")
+        self.browser.wait_text("[data-attribute=celsius] .latest", "5")
+        self.browser.wait_text(".texts", "rain")
+        self.assertEqual(self.browser.console(), [])
+
+
+if __name__ == "__main__":
+    unittest.main()
