@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "dch/web/text_parts.h"
+
 namespace dch {
 
 namespace {
@@ -47,12 +49,6 @@ bool isSameSecret(std::string_view shown, std::string_view secret) {
   return difference == 0;
 }
 
-std::string_view trimmed(std::string_view text) {
-  while (!text.empty() && text.front() == ' ') text.remove_prefix(1);
-  while (!text.empty() && text.back() == ' ') text.remove_suffix(1);
-  return text;
-}
-
 // What follows the scheme; nothing for another scheme.
 std::string_view bearerOf(std::string_view authorization) {
   constexpr std::string_view scheme = "bearer ";
@@ -62,9 +58,7 @@ std::string_view bearerOf(std::string_view authorization) {
 
 std::string_view cookieIn(std::string_view cookies, std::string_view name) {
   while (!cookies.empty()) {
-    const std::size_t end = std::min(cookies.find(';'), cookies.size());
-    const std::string_view each = trimmed(cookies.substr(0, end));
-    cookies.remove_prefix(std::min(end + 1, cookies.size()));
+    const std::string_view each = trimmed(takeUpTo(';', &cookies));
     if (each.starts_with(name) && each.substr(name.size()).starts_with('='))
       return each.substr(name.size() + 1);
   }

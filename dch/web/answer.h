@@ -9,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include "dch/web/http_status.h"
+
 namespace dch {
 
 constexpr char jsonType[] = "application/json";
@@ -46,7 +48,7 @@ class Pieces {
 };
 
 struct Answer {
-  int status = 200;
+  int status = http_status::ok;
   std::string type;  // of the content
   SharedText body = {};
   std::unique_ptr<Pieces> pieces = {};                           // in its place

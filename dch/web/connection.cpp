@@ -13,6 +13,8 @@
 #include <cstdio>
 #include <new>
 
+#include "dch/web/http_status.h"
+
 namespace dch {
 
 namespace http = boost::beast::http;
@@ -25,10 +27,6 @@ constexpr std::size_t mostReceivedBytes = 65'536;
 constexpr std::size_t readBytes = 4'096;
 constexpr std::size_t mostDiscardedBytes = 1'048'576;
 constexpr std::size_t mostBuffers = 16;
-
-constexpr int badRequest = 400;
-constexpr int headerTooLarge = 431;
-constexpr int serviceUnavailable = 503;
 
 // The same with each answer. What is shown comes from here alone, is framed by nobody, runs no
 // script but the page's own and tells other sites nothing.
@@ -121,9 +119,9 @@ void Connection::headerRead(const Error& error) {
   _isHead = header.method() == http::verb::head;
   _staysOpen = _parser->keep_alive() && !hasBody();
   if (header.count(http::field::host) > 1)
-    return respond(errorAnswer(badRequest, "the header has more than one Host"));
+    return respond(errorAnswer(http_status::badRequest, "the header has more than one Host"));
   if (header.version() >= http11 && header.count(http::field::host) == 0)
-    return respond(errorAnswer(badRequest, "the header has no Host"));
+    return respond(errorAnswer(http_status::badRequest, "the header has no Host"));
   ask();
 }
 
@@ -140,7 +138,8 @@ void Connection::ask() {
   if (!isOpen(*this)) return;
   _patience.expires_after(_limits.answer);
   _patience.async_wait(whileThere([this, isOpen](const Error& error) {
-    if (!error && isOpen(*this)) respond(errorAnswer(serviceUnavailable, "it takes too long"));
+    if (!error && isOpen(*this))
+      respond(errorAnswer(http_status::serviceUnavailable, "it takes too long"));
   }));
 }
 
@@ -153,10 +152,11 @@ void Connection::refuse(const Error& error) {
   _isHead = false;
   _staysOpen = false;
   if (error == http::error::header_limit || error == http::error::buffer_overflow)
-    respond(errorAnswer(headerTooLarge, "the header has more than " +
-                                            std::to_string(_limits.headerBytes) + " bytes"));
+    respond(
+        errorAnswer(http_status::headerTooLarge,
+                    "the header has more than " + std::to_string(_limits.headerBytes) + " bytes"));
   else
-    respond(errorAnswer(badRequest, "this is no request of HTTP: " + error.message()));
+    respond(errorAnswer(http_status::badRequest, "this is no request of HTTP: " + error.message()));
 }
 
 WebRequest Connection::request() const {

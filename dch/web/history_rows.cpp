@@ -2,14 +2,9 @@
 
 #include <utility>
 
+#include "dch/web/http_status.h"
+
 namespace dch {
-
-namespace {
-
-constexpr int done = 200;
-constexpr int serviceUnavailable = 503;
-
-}  // namespace
 
 // What follows the first piece.
 class HistoryRows::Rest : public Pieces {
@@ -22,7 +17,7 @@ class HistoryRows::Rest : public Pieces {
     if (!_first.empty()) return take({{shareText(std::exchange(_first, {}))}});
     _worker.next(_answering, [take = std::move(take)](HistoryWorker::Outcome&& outcome) {
       using Follows = Piece::Follows;
-      if (outcome.status != done) return take({{}, Follows::failure});
+      if (outcome.status != http_status::ok) return take({{}, Follows::failure});
       take({{shareText(std::move(outcome.text))},
             outcome.isLast ? Follows::nothing : Follows::more});
     });
@@ -37,13 +32,15 @@ class HistoryRows::Rest : public Pieces {
 void HistoryRows::answer(const RowsQuestion& question, std::function<void(Answer&&)> respond) {
   std::shared_ptr<HistoryWorker::Answering> answering = _worker.begin(question);
   if (answering == nullptr)
-    return respond(errorAnswer(serviceUnavailable, "too many ask for rows at the same time"));
+    return respond(
+        errorAnswer(http_status::serviceUnavailable, "too many ask for rows at the same time"));
   HistoryWorker::Answering* const key = answering.get();
   _pending.emplace(key, answering);
   _worker.next(answering, [this, key,
                            respond = std::move(respond)](HistoryWorker::Outcome&& outcome) {
     std::shared_ptr<HistoryWorker::Answering> mine = std::move(_pending.extract(key).mapped());
-    if (outcome.status != done) return respond(errorAnswer(outcome.status, outcome.text));
+    if (outcome.status != http_status::ok)
+      return respond(errorAnswer(outcome.status, outcome.text));
     if (outcome.isLast)
       return respond({.type = outcome.type, .body = shareText(std::move(outcome.text))});
     respond({.type = outcome.type,

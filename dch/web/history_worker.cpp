@@ -4,13 +4,12 @@
 #include <new>
 
 #include "dch/web/give_way.h"
+#include "dch/web/http_status.h"
 #include "dch/web/web_error.h"
 
 namespace dch {
 
 namespace {
-
-constexpr int serviceUnavailable = 503;
 
 HistoryWorker::Outcome failure(int status, const char* sentence) {
   return {sentence, true, status};
@@ -127,15 +126,16 @@ std::optional<HistoryWorker::Outcome> HistoryWorker::workOn(Answering* answering
     std::optional<RowsReading>& reading = answering->reading;
     if (!reading) reading.emplace(_history, answering->question);
     if (reading->step())
-      return Outcome{reading->takePiece(), reading->isLast(), 200, reading->type()};
+      return Outcome{reading->takePiece(), reading->isLast(), http_status::ok, reading->type()};
     if (Clock::now() - answering->wantedSince < _limits.piece) return std::nullopt;
-    return failure(serviceUnavailable, "it takes too long; ask for a shorter time, or for points");
+    return failure(http_status::serviceUnavailable,
+                   "it takes too long; ask for a shorter time, or for points");
   } catch (const WebError& error) {
     return failure(error.status(), error.what());
   } catch (const std::bad_alloc&) {
-    return failure(serviceUnavailable, "the server has no memory for it");
+    return failure(http_status::serviceUnavailable, "the server has no memory for it");
   } catch (const std::exception& error) {
-    return failure(serviceUnavailable, error.what());
+    return failure(http_status::serviceUnavailable, error.what());
   }
 }
 

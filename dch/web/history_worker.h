@@ -19,6 +19,7 @@
 #include "dch/net/waker.h"
 #include "dch/store/file_place.h"
 #include "dch/store/history.h"
+#include "dch/web/http_status.h"
 #include "dch/web/kept_rows.h"
 #include "dch/web/rows_reading.h"
 
@@ -37,8 +38,8 @@ class HistoryWorker {
   struct Outcome {
     std::string text;
     bool isLast = false;
-    int status = 200;            // of HTTP; for another one the text is a sentence
-    const char* type = nullptr;  // of the content
+    int status = http_status::ok;  // of HTTP; for another one the text is a sentence
+    const char* type = nullptr;    // of the content
   };
   using Take = std::function<void(Outcome&&)>;
 

@@ -1,15 +1,11 @@
 #include "dch/web/kept_rows.h"
 
+#include "dch/web/http_status.h"
+
 namespace dch {
 
-namespace {
-
-constexpr int conflict = 409;
-
-}  // namespace
-
 void NoKeptRows::answer(const RowsQuestion&, std::function<void(Answer&&)> respond) {
-  respond(errorAnswer(conflict,
+  respond(errorAnswer(http_status::conflict,
                       "this server keeps no rows, its state is in memory; start it with --store "
                       "FILE to keep them"));
 }

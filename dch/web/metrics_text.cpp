@@ -7,26 +7,18 @@
 #include "dch/core/requests.h"
 #include "dch/web/json.h"
 #include "dch/web/row_values.h"
+#include "dch/web/text_parts.h"
 
 namespace dch {
 
 namespace {
 
-constexpr std::string_view microseconds = "_microseconds";
-
-std::string_view takeUpTo(char separator, std::string_view* text) {
-  const std::size_t end = std::min(text->find(separator), text->size());
-  std::string_view part = text->substr(0, end);
-  text->remove_prefix(std::min(end + 1, text->size()));
-  while (part.starts_with(' ')) part.remove_prefix(1);
-  while (part.ends_with(' ')) part.remove_suffix(1);
-  return part;
-}
+constexpr std::string_view timeSuffix = "_microseconds";
 
 // Of the parameters of a type, 1 where there is none.
 double qualityIn(std::string_view parameters) {
   while (!parameters.empty()) {
-    const std::string_view each = takeUpTo(';', &parameters);
+    const std::string_view each = trimmed(takeUpTo(';', &parameters));
     double quality = 0;
     if (!each.starts_with("q=")) continue;
     const auto end = each.data() + each.size();
@@ -42,7 +34,7 @@ double qualityOf(std::string_view type, std::string_view accept) {
   std::size_t narrowest = 0;
   while (!accept.empty()) {
     std::string_view each = takeUpTo(',', &accept);
-    const std::string_view range = takeUpTo(';', &each);
+    const std::string_view range = trimmed(takeUpTo(';', &each));
     const std::size_t width = range == type ? 3 : range == group ? 2 : range == "*/*" ? 1 : 0;
     if (width <= narrowest) continue;
     narrowest = width;
@@ -105,8 +97,8 @@ void addTable(Metrics* metrics, const Counters& counters) {
   for (const CounterDescription& each : counterDescriptions) {
     std::string name = std::string("zordchd_") + each.name;
     const std::uint64_t value = counters[each.counter];
-    const bool isTime = name.ends_with(microseconds);
-    if (isTime) name.replace(name.size() - microseconds.size(), microseconds.size(), "_seconds");
+    const bool isTime = name.ends_with(timeSuffix);
+    if (isTime) name.replace(name.size() - timeSuffix.size(), timeSuffix.size(), "_seconds");
     const std::string text = isTime ? secondsText(value) : std::to_string(value);
     if (isGauge(each.counter)) {
       metrics->describeGauge(name, each.help);

@@ -4,13 +4,14 @@
 #include <charconv>
 
 #include "dch/core/log.h"
+#include "dch/web/http_status.h"
+#include "dch/web/text_parts.h"
 #include "dch/web/web_error.h"
 
 namespace dch {
 
 namespace {
 
-constexpr int badRequest = 400;
 constexpr std::size_t longestShown = 60;
 
 // -1 for what is none.
@@ -33,7 +34,7 @@ std::string decoded(std::string_view text) {
       const int high = i + 2 < text.size() ? digitOf(text[i + 1]) : -1;
       const int low = high >= 0 ? digitOf(text[i + 2]) : -1;
       if (low < 0)
-        throw WebError(badRequest,
+        throw WebError(http_status::badRequest,
                        "two hexadecimal digits have to follow each % in the address, "
                        "and do not in " +
                            shown(text));
@@ -42,14 +43,6 @@ std::string decoded(std::string_view text) {
     }
   }
   return result;
-}
-
-// Takes what stands before the separator, or all of it, off the text.
-std::string_view takeUpTo(char separator, std::string_view* text) {
-  const std::size_t end = std::min(text->find(separator), text->size());
-  const std::string_view part = text->substr(0, end);
-  text->remove_prefix(std::min(end + 1, text->size()));
-  return part;
 }
 
 }  // namespace
@@ -64,7 +57,8 @@ Parameters::Parameters(std::string_view query) {
     std::string_view value = takeUpTo('&', &query);
     if (value.empty()) continue;
     const std::string name = decoded(takeUpTo('=', &value));
-    if (find(name)) throw WebError(badRequest, "parameter " + shown(name) + " is there twice");
+    if (find(name))
+      throw WebError(http_status::badRequest, "parameter " + shown(name) + " is there twice");
     _all.emplace_back(name, decoded(value));
   }
 }
@@ -74,8 +68,9 @@ void Parameters::allow(std::initializer_list<std::string_view> names) const {
     if (std::find(names.begin(), names.end(), name) != names.end()) continue;
     std::string known;
     for (const std::string_view each : names) (known += known.empty() ? "" : ", ") += each;
-    throw WebError(badRequest, "unknown parameter " + shown(name) + "; " +
-                                   (known.empty() ? "there are none here" : "known are " + known));
+    throw WebError(http_status::badRequest,
+                   "unknown parameter " + shown(name) + "; " +
+                       (known.empty() ? "there are none here" : "known are " + known));
   }
 }
 
@@ -87,7 +82,8 @@ std::optional<std::string_view> Parameters::find(std::string_view name) const {
 
 std::string_view Parameters::get(std::string_view name) const {
   const std::optional<std::string_view> value = find(name);
-  if (!value) throw WebError(badRequest, "parameter '" + std::string(name) + "' is missing");
+  if (!value)
+    throw WebError(http_status::badRequest, "parameter '" + std::string(name) + "' is missing");
   return *value;
 }
 
@@ -99,22 +95,23 @@ std::optional<long long> Parameters::number(std::string_view name, long long lea
   const char* const end = text->data() + text->size();
   const auto [stopped, error] = std::from_chars(text->data(), end, value);
   if (error != std::errc() || stopped != end || value < least || value > most)
-    throw WebError(badRequest, "'" + std::string(name) + "' has to be a whole number from " +
-                                   std::to_string(least) + " to " + std::to_string(most) +
-                                   ", not " + shown(*text));
+    throw WebError(http_status::badRequest, "'" + std::string(name) +
+                                                "' has to be a whole number from " +
+                                                std::to_string(least) + " to " +
+                                                std::to_string(most) + ", not " + shown(*text));
   return value;
 }
 
 bool Parameters::flag(std::string_view name) const {
   const std::optional<std::string_view> value = find(name);
   if (value && !value->empty())
-    throw WebError(badRequest, "'" + std::string(name) + "' takes no value");
+    throw WebError(http_status::badRequest, "'" + std::string(name) + "' takes no value");
   return value.has_value();
 }
 
 RequestTarget parseTarget(std::string_view target) {
   if (target.empty() || target.front() != '/')
-    throw WebError(badRequest,
+    throw WebError(http_status::badRequest,
                    "the address has to begin with /, and " + shown(target) + " does not");
   const std::string_view path = takeUpTo('?', &target);
   return {path, target};

@@ -10,6 +10,7 @@
 #include "dch/core/registry.h"
 #include "dch/core/status_events.h"
 #include "dch/web/applications_json.h"
+#include "dch/web/http_status.h"
 #include "dch/web/moment.h"
 #include "dch/web/page_file.h"
 #include "dch/web/web_error.h"
@@ -17,13 +18,6 @@
 namespace dch {
 
 namespace {
-
-constexpr int badRequest = 400;
-constexpr int unauthorized = 401;
-constexpr int forbidden = 403;
-constexpr int notFound = 404;
-constexpr int methodNotAllowed = 405;
-constexpr int serviceUnavailable = 503;
 
 constexpr std::string_view startPage = "index.html";
 constexpr std::string_view askingPage = "login.html";
@@ -48,17 +42,18 @@ std::optional<Time> momentIn(const Parameters& asked, std::string_view name, Tim
   if (!text) return std::nullopt;
   const std::optional<Time> moment = parseMoment(*text, now);
   if (!moment)
-    throw WebError(badRequest, "'" + std::string(name) +
-                                   "' has to be a time such as 2026-01-31T23:59:59Z, seconds since "
-                                   "1970, or -90s, -15m, -24h or -7d, not " +
-                                   shown(*text));
+    throw WebError(http_status::badRequest,
+                   "'" + std::string(name) +
+                       "' has to be a time such as 2026-01-31T23:59:59Z, seconds since "
+                       "1970, or -90s, -15m, -24h or -7d, not " +
+                       shown(*text));
   return moment;
 }
 
 bool isCsv(const Parameters& asked) {
   const std::string_view format = asked.find("format").value_or("json");
   if (format != "json" && format != "csv")
-    throw WebError(badRequest, "'format' has to be json or csv, not " + shown(format));
+    throw WebError(http_status::badRequest, "'format' has to be json or csv, not " + shown(format));
   return format == "csv";
 }
 
@@ -75,11 +70,11 @@ RowsQuestion questionIn(const Parameters& asked) {
   question.since = momentIn(asked, "since", present);
   question.until = momentIn(asked, "until", present);
   if (question.since && question.until && *question.since > *question.until)
-    throw WebError(badRequest, "'since' is later than 'until'");
+    throw WebError(http_status::badRequest, "'since' is later than 'until'");
   if (const auto limit = asked.number("limit", 1, mostRows)) question.limit = sizeOf(*limit);
   if (const auto points = asked.number("points", 1, mostPoints)) question.points = sizeOf(*points);
   if (question.limit && question.points)
-    throw WebError(badRequest, "'limit' and 'points' exclude each other");
+    throw WebError(http_status::badRequest, "'limit' and 'points' exclude each other");
   question.asCsv = isCsv(asked);
   return question;
 }
@@ -130,9 +125,9 @@ const Router::Route* Router::findRoute(std::string_view path) {
 
 void Router::handle(const WebRequest& request, const Respond& respond) {
   const auto counted = [this, respond](Answer&& answer) {
-    if (answer.status == unauthorized || answer.status == forbidden)
+    if (answer.status == http_status::unauthorized || answer.status == http_status::forbidden)
       _parts.counters.add(Counter::webRequestsRefused);
-    if (answer.status == serviceUnavailable) _parts.counters.add(Counter::webFailures);
+    if (answer.status == http_status::serviceUnavailable) _parts.counters.add(Counter::webFailures);
     respond(std::move(answer));
   };
   try {
@@ -140,19 +135,21 @@ void Router::handle(const WebRequest& request, const Respond& respond) {
   } catch (const WebError& error) {
     counted(errorAnswer(error.status(), error.what()));
   } catch (const std::bad_alloc&) {
-    counted(errorAnswer(serviceUnavailable, noMemory));
+    counted(errorAnswer(http_status::serviceUnavailable, noMemory));
   }
 }
 
 void Router::answer(const WebRequest& request, const Respond& respond) {
   if (!request.host.empty() && !_access.allowsHost(request.host))
-    throw WebError(forbidden, "this server is not " + shown(request.host) +
-                                  "; ask for it by its address, or have its name added to hosts "
-                                  "in [web]");
+    throw WebError(http_status::forbidden,
+                   "this server is not " + shown(request.host) +
+                       "; ask for it by its address, or have its name added to hosts "
+                       "in [web]");
   if (isOfAnotherSite(request))
-    throw WebError(forbidden, "pages of other sites may not read what is here");
+    throw WebError(http_status::forbidden, "pages of other sites may not read what is here");
   if (!request.isRead) {
-    Answer answer = errorAnswer(methodNotAllowed, "what is here can only be read: GET or HEAD");
+    Answer answer =
+        errorAnswer(http_status::methodNotAllowed, "what is here can only be read: GET or HEAD");
     answer.fields.emplace_back("Allow", "GET, HEAD");
     return respond(std::move(answer));
   }
@@ -170,10 +167,11 @@ void Router::answer(const WebRequest& request, const Respond& respond) {
 void Router::refuseWithoutToken(std::string_view path, const Respond& respond) {
   const std::string_view name = path.substr(1);
   if (isForAskingToken(name))
-    if (const PageFile* const file = findPageFile(name)) return respond(fileAnswer(200, *file));
-  Answer answer = name.empty()
-                      ? fileAnswer(unauthorized, *findPageFile(askingPage))
-                      : errorAnswer(unauthorized, "a token is needed: Authorization: Bearer TOKEN");
+    if (const PageFile* const file = findPageFile(name))
+      return respond(fileAnswer(http_status::ok, *file));
+  Answer answer = name.empty() ? fileAnswer(http_status::unauthorized, *findPageFile(askingPage))
+                               : errorAnswer(http_status::unauthorized,
+                                             "a token is needed: Authorization: Bearer TOKEN");
   answer.fields.emplace_back("WWW-Authenticate", "Bearer");
   respond(std::move(answer));
 }
@@ -182,8 +180,8 @@ void Router::refuseWithoutToken(std::string_view path, const Respond& respond) {
 void Router::answerFile(std::string_view path, const Respond& respond) {
   const std::string_view name = path == "/" ? startPage : path.substr(1);
   const PageFile* const file = findPageFile(name);
-  if (file == nullptr) throw WebError(notFound, "there is nothing at " + shown(path));
-  respond(fileAnswer(200, *file));
+  if (file == nullptr) throw WebError(http_status::notFound, "there is nothing at " + shown(path));
+  respond(fileAnswer(http_status::ok, *file));
 }
 
 void Router::answerApplications(const WebRequest&, const Parameters&, const Respond& respond) {
@@ -200,10 +198,11 @@ Answer Router::sharedAnswer(const std::shared_ptr<const Snapshot>& snapshot,
     if (snapshot == nullptr) throw std::bad_alloc();
     SharedText body = _bodies.of(snapshot, kind, make);
     if (body == nullptr)
-      return errorAnswer(serviceUnavailable, "too many large answers are being read already");
+      return errorAnswer(http_status::serviceUnavailable,
+                         "too many large answers are being read already");
     return {.type = type, .body = std::move(body)};
   } catch (const std::bad_alloc&) {
-    return errorAnswer(serviceUnavailable, noMemory);
+    return errorAnswer(http_status::serviceUnavailable, noMemory);
   }
 }
 
@@ -220,12 +219,13 @@ void Router::answerLive(const WebRequest&, const Parameters& asked, const Respon
   if (wantsRows) topics.push_back(topicOf(application, group));
   if (wantsStatus) topics.emplace_back(statusTopic);
   _parts.channel.askForSnapshot([=, this](const std::shared_ptr<const Snapshot>& snapshot) {
-    if (snapshot == nullptr) return respond(errorAnswer(serviceUnavailable, noMemory));
+    if (snapshot == nullptr) return respond(errorAnswer(http_status::serviceUnavailable, noMemory));
     const std::string problem = wantsRows ? whatIsUnknown(*snapshot, application, group) : "";
-    if (!problem.empty()) return respond(errorAnswer(notFound, problem));
+    if (!problem.empty()) return respond(errorAnswer(http_status::notFound, problem));
     _parts.live.open(topics, [respond](std::unique_ptr<Pieces> pieces) {
       if (pieces == nullptr)
-        return respond(errorAnswer(serviceUnavailable, "too many pages are live already"));
+        return respond(
+            errorAnswer(http_status::serviceUnavailable, "too many pages are live already"));
       respond({.type = liveType, .pieces = std::move(pieces)});
     });
   });
@@ -234,7 +234,7 @@ void Router::answerLive(const WebRequest&, const Parameters& asked, const Respon
 void Router::answerState(const WebRequest&, const Parameters&, const Respond& respond) {
   _parts.channel.askForFigures([this, respond](const std::shared_ptr<const Figures>& figures) {
     respond(figures != nullptr ? jsonAnswer(stateJson(_parts.facts, _parts.counters, *figures))
-                               : errorAnswer(serviceUnavailable, noMemory));
+                               : errorAnswer(http_status::serviceUnavailable, noMemory));
   });
 }
 
@@ -253,7 +253,7 @@ void Router::answerMetrics(const WebRequest& request, const Parameters&, const R
 
 void Router::answerHealth(const WebRequest&, const Parameters&, const Respond& respond) {
   const std::string trouble = _parts.health.trouble(Health::Clock::now());
-  respond({.status = trouble.empty() ? 200 : serviceUnavailable,
+  respond({.status = trouble.empty() ? http_status::ok : http_status::serviceUnavailable,
            .type = "text/plain; charset=utf-8",
            .body = shareText((trouble.empty() ? "ok" : trouble) + "\n")});
 }

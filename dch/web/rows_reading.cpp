@@ -3,14 +3,13 @@
 #include <utility>
 #include <vector>
 
+#include "dch/web/http_status.h"
 #include "dch/web/request_target.h"
 #include "dch/web/web_error.h"
 
 namespace dch {
 
 namespace {
-
-constexpr int notFound = 404;
 
 using Kind = AttributeValue::Kind;
 
@@ -50,11 +49,12 @@ bool RowsReading::step() {
 void RowsReading::begin() {
   const auto application = _history.findApplication(_question.application);
   if (!application)
-    throw WebError(notFound, "no rows are kept of an application " + shown(_question.application));
+    throw WebError(http_status::notFound,
+                   "no rows are kept of an application " + shown(_question.application));
   const auto group = _history.findGroup(*application, _question.group);
   if (!group)
-    throw WebError(notFound, "no rows are kept of a group " + shown(_question.group) +
-                                 " of application " + shown(_question.application));
+    throw WebError(http_status::notFound, "no rows are kept of a group " + shown(_question.group) +
+                                              " of application " + shown(_question.application));
   const std::optional<ZORA_Long> handle = find(*group);
   const HistoryRange range{_question.since, _question.until};
   if (_question.points) {
@@ -73,8 +73,8 @@ std::optional<ZORA_Long> RowsReading::find(const HistoryGroup& group) {
   if (!_question.source) return std::nullopt;
   const std::optional<ZORA_Long> handle = _history.findSource(group, *_question.source);
   if (!handle)
-    throw WebError(
-        notFound, "group " + shown(_question.group) + " has no source " + shown(*_question.source));
+    throw WebError(http_status::notFound, "group " + shown(_question.group) + " has no source " +
+                                              shown(*_question.source));
   return handle;
 }
 

@@ -22,8 +22,8 @@ namespace dch {
 
 namespace {
 
-std::unique_ptr<KeptRows> makeKeptRows([[maybe_unused]] EventLoop& loop,
-                                       const std::function<StatePlaces()>& places) {
+std::unique_ptr<KeptRows> makeKeptRows(
+    [[maybe_unused]] EventLoop& loop, [[maybe_unused]] const std::function<StatePlaces()>& places) {
 #ifdef ZORD410_SQLITE
   if (places) return std::make_unique<HistoryRows>(loop, places);
 #endif
