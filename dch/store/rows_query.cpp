@@ -46,10 +46,10 @@ RowsQuery::RowsQuery(History& history, const HistoryGroup& group, std::optional<
   if (_isLimited && _left <= 0) _phase = Phase::done;
 }
 
-bool RowsQuery::step(const Take& take) {
+bool RowsQuery::step(const Take& take, Clock::duration time) {
   if (_phase == Phase::done) return false;
   _history.read([&](sqlite::Connection& connection) {
-    const Clock::time_point deadline = Clock::now() + historyStepTime;
+    const Clock::time_point deadline = Clock::now() + time;
     if (_phase == Phase::begin) begin(connection);
     if (_phase == Phase::lookBack) lookBack(connection, deadline);
     if (_phase == Phase::readOn) readOn(connection, deadline, take);

@@ -33,6 +33,7 @@ struct HistoryRow {
 // turns and checkpoints get done. One thread, that of the history, which outlives it.
 class RowsQuery {
  public:
+  using Clock = History::Clock;
   // Returns whether it takes another row in this step.
   using Take = std::function<bool(const HistoryRow&)>;
 
@@ -40,13 +41,12 @@ class RowsQuery {
   RowsQuery(History& history, const HistoryGroup& group, std::optional<ZORA_Long> handle,
             const HistoryRange& range, std::optional<std::int64_t> limit = {});
 
-  // Hands out some rows, or none while it is looking for them. Returns false when all have been
-  // handed out. Throws HistoryError, and what `take` throws, and is not called again then.
-  bool step(const Take& take);
+  // Works for about that time. Hands out some rows, or none while it is looking for them. Returns
+  // false when all have been handed out. Throws HistoryError, and what `take` throws, and is not
+  // called again then.
+  bool step(const Take& take, Clock::duration time = historyStepTime);
 
  private:
-  using Clock = History::Clock;
-
   enum class Phase { begin, lookBack, readOn, done };
 
   void begin(sqlite::Connection& connection);

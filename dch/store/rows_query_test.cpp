@@ -143,6 +143,22 @@ TEST_F(RowsQueryTest, GoesOnWhereTheClockWasSetBack) {
       << "16 and 18 are a microsecond off";
 }
 
+// The first look at the clock ends each statement.
+TEST_F(RowsQueryTest, GoesOnWhereTheTimeOfAStepWasOver) {
+  begin();
+  constexpr int rows = 3'000;
+  std::vector<std::string> expected;
+  for (int i = 0; i < rows; ++i) {
+    appendRow(i % 100 == 0 ? 2 : 1, i, i);
+    if (i % 100 == 0) expected.push_back(std::to_string(i) + " host2 2 7 " + std::to_string(i));
+  }
+  _store->finish();
+  constexpr std::chrono::seconds none{0};
+  EXPECT_EQ(rowsOf(RowsQuery(_history, group(), {}, {}), rows, none).size(), std::size_t{rows});
+  EXPECT_EQ(rowsOf(RowsQuery(_history, group(), 2, {}), rows, none), expected);
+  EXPECT_EQ(rowsOf(RowsQuery(_history, group(), 2, {}, rows), rows, none), expected);
+}
+
 // A clock that goes on, stands, and is set forwards and back by little and by much; the server is
 // started anew now and then.
 class RandomClock {

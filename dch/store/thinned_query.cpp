@@ -31,10 +31,10 @@ ThinnedQuery::ThinnedQuery(History& history, const HistoryGroup& group,
   if (_from && _to && *_from > *_to) _phase = Phase::done;
 }
 
-bool ThinnedQuery::step() {
+bool ThinnedQuery::step(Clock::duration time) {
   if (_phase == Phase::done) return false;
   _history.read([&](sqlite::Connection& connection) {
-    const Clock::time_point deadline = Clock::now() + historyStepTime;
+    const Clock::time_point deadline = Clock::now() + time;
     do {
       work(connection, deadline);
     } while (_phase != Phase::done && Clock::now() < deadline);

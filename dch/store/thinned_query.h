@@ -29,6 +29,8 @@ struct ThinnedPoint {
 // outlives it.
 class ThinnedQuery {
  public:
+  using Clock = History::Clock;
+
   // Of points and attributes together; with more there are fewer points. They take 20 MB.
   static constexpr std::size_t mostNumbers = 400'000;
 
@@ -36,8 +38,9 @@ class ThinnedQuery {
   ThinnedQuery(History& history, const HistoryGroup& group, std::optional<ZORA_Long> handle,
                const HistoryRange& range, std::size_t points);
 
-  // Returns false when it is done. Throws HistoryError, and is not called again then.
-  bool step();
+  // Works for about that time. Returns false when it is done. Throws HistoryError, and is not
+  // called again then.
+  bool step(Clock::duration time = historyStepTime);
 
   // When it is done: the columns that are numbers, or were, and the points that have rows, in the
   // order of their times, with these numbers each.
@@ -45,8 +48,6 @@ class ThinnedQuery {
   void forEachPoint(const std::function<void(const ThinnedPoint&)>& take) const;
 
  private:
-  using Clock = History::Clock;
-
   // In this order; one that has nothing to do is left out.
   enum class Phase { begin, locate, trimFirst, trimLast, prepare, thin, done };
 

@@ -103,22 +103,36 @@ TEST_F(ThinnedQueryTest, HasNoPointsWithoutRows) {
   EXPECT_THAT(points(10), ElementsAre("10 1, 1 1 1"));
 }
 
-// An SQL function takes 100 values at most.
-TEST_F(ThinnedQueryTest, TakesHundredsOfNumbers) {
-  std::string attributes;
+// An SQL function takes 100 values at most, so there are several, which are ended by the first look
+// at the clock.
+TEST_F(ThinnedQueryTest, TakesHundredsOfNumbersOnce) {
+  constexpr int attributes = 250;
+  constexpr int rows = 300;
+  std::string registration;
   std::vector<testkit::Value> values;
-  for (int i = 0; i < 250; ++i) {
-    attributes += "attr:a" + std::to_string(i) + ",N,4;";
+  for (int i = 0; i < attributes; ++i) {
+    registration += "attr:a" + std::to_string(i) + ",N,4;";
     values.push_back({"a" + std::to_string(i), 'N', bytesOf<std::int32_t>(i)});
   }
-  begin(attributes);
-  for (int row = 0; row < 3; ++row) ASSERT_TRUE(keep(Row{1, row, dataMessage(1, values)}));
-  std::string expected = "0 3";
-  for (int i = 0; i < 250; ++i) {
-    const std::string n = std::to_string(i);
-    expected.append(", ").append(n).append(" ").append(n).append(" ").append(n);
-  }
-  EXPECT_THAT(points(1), ElementsAre(expected));
+  begin(registration);
+  const std::string message = dataMessage(1, values);
+  for (int row = 0; row < rows; ++row) append(Row{1, row, message});
+  _store->finish();
+  ThinnedQuery query(_history, group(), 1, {}, 1);
+  int steps = 1;
+  for (; query.step(std::chrono::seconds(0)); ++steps) continue;
+  EXPECT_GT(steps, 10);
+  query.forEachPoint([&](const ThinnedPoint& point) {
+    EXPECT_EQ(point.rows, std::uint64_t{rows});
+    for (int i = 0; i < attributes; ++i) {
+      const ThinnedNumber& number = point.numbers[static_cast<std::size_t>(i)];
+      EXPECT_EQ(number.count, std::uint64_t{rows}) << i;
+      EXPECT_EQ(number.minimum, i);
+      EXPECT_EQ(number.maximum, i);
+      EXPECT_EQ(number.mean, i);
+    }
+  });
+  EXPECT_EQ(query.columns().size(), std::size_t{attributes});
 }
 
 TEST_F(ThinnedQueryTest, TimesThatOverlapAreOne) {

@@ -63,14 +63,15 @@ class HistoryTest : public StoreTest {
   }
 
   // All rows, of which a step takes some at most.
-  static std::vector<std::string> rowsOf(RowsQuery&& query, int mostOfStep = 1'000'000) {
+  static std::vector<std::string> rowsOf(RowsQuery&& query, int mostOfStep = 1'000'000,
+                                         History::Clock::duration time = historyStepTime) {
     std::vector<std::string> rows;
     int taken = 0;
     const auto take = [&](const HistoryRow& row) {
       rows.push_back(textOf(row));
       return ++taken < mostOfStep;
     };
-    while (query.step(take)) taken = 0;
+    while (query.step(take, time)) taken = 0;
     return rows;
   }
 
