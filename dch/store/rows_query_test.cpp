@@ -143,6 +143,19 @@ TEST_F(RowsQueryTest, GoesOnWhereTheClockWasSetBack) {
       << "16 and 18 are a microsecond off";
 }
 
+// Two short steps are a long one, and the server has forgotten the first.
+TEST_F(RowsQueryTest, GoesOnWhereTheServerWasStartedAnewBehindAStep) {
+  begin();
+  appendRow(1, 100 * second, 0);
+  appendRow(1, 95 * second, 1);
+  _store->finish();
+  _history.close();
+  knownAfterRestart();
+  for (int i = 2; i < 20; ++i) appendRow(1, 88 * second, i);
+  _store->finish();
+  EXPECT_THAT(numbers({99 * second, 101 * second}), ElementsAre("0"));
+}
+
 // The first look at the clock ends each statement.
 TEST_F(RowsQueryTest, GoesOnWhereTheTimeOfAStepWasOver) {
   begin();

@@ -135,6 +135,21 @@ TEST_F(ThinnedQueryTest, TakesHundredsOfNumbersOnce) {
   EXPECT_EQ(query.columns().size(), std::size_t{attributes});
 }
 
+TEST(ThinningFunction, TakesARowThatIsReadAgainOnce) {
+  sqlite::Connection connection(":memory:", nullptr);
+  connection.execute(
+      "CREATE TABLE rows (number INTEGER PRIMARY KEY, time_us, v1);"
+      "INSERT INTO rows VALUES (1, 10, 5), (2, 20, 7), (3, 30, 'text')");
+  addThinningFunction(connection);
+  Thinning thinning(0, 99, 1, 1);
+  ThinningPart part{true, 0, {1}, &thinning};
+  sqlite::Statement query(connection, "SELECT " + thinningCall(part, 1) + " FROM rows");
+  query.bindPointer(1, &part, ThinningPart::type).run();
+  query.run();
+  EXPECT_EQ(thinning.bucket(0).rows, 3u);
+  EXPECT_EQ(thinning.number(0, 0).count, 2u);
+}
+
 TEST_F(ThinnedQueryTest, TimesThatOverlapAreOne) {
   begin();
   for (int i = 0; i < 20; ++i) appendRow(1, (i % 10) * 10 * second, i);
