@@ -52,11 +52,12 @@ class Enquiry {
   bool isAsked() const noexcept { return _state.load(std::memory_order_acquire) == State::asked; }
   // What the answer is to be made in, with what was in it before. Throws std::bad_alloc.
   std::unique_ptr<Answer> takeUsed() {
-    std::unique_ptr<Answer>* const used = _used.first();
-    if (used == nullptr) return std::make_unique<Answer>();
-    std::unique_ptr<Answer> answer = std::move(*used);
-    _used.take();
-    return answer;
+    if (std::unique_ptr<Answer>* const used = _used.first()) {
+      std::unique_ptr<Answer> answer = std::move(*used);
+      _used.take();
+      return answer;
+    }
+    return std::make_unique<Answer>();
   }
   // It is asked. Null without memory for it.
   void answer(std::unique_ptr<Answer> answer, Cost cost) noexcept {
@@ -72,10 +73,10 @@ class Enquiry {
 
   void giveBack(Answer* answer) noexcept {
     std::unique_ptr<Answer> used(answer);
-    std::unique_ptr<Answer>* const room = _used.room();
-    if (room == nullptr) return;
-    *room = std::move(used);
-    _used.put();
+    if (std::unique_ptr<Answer>* const room = _used.room()) {
+      *room = std::move(used);
+      _used.put();
+    }
   }
 
   std::atomic<State> _state{State::none};
