@@ -82,7 +82,7 @@ struct Source {
 struct RegistryLimits {
   std::size_t applications = 10'000;
   std::size_t sources = 1'000'000;
-  std::size_t offlineRowBytes = 16 * 1024 * 1024;
+  std::size_t offlineRowBytes = std::size_t{16} * 1024 * 1024;
 };
 
 // What has become of a change.

@@ -50,7 +50,7 @@ struct LiveEvent {
 class LiveFeed : public Observer {
  public:
   static constexpr std::size_t mostEvents = 4'096;
-  static constexpr std::size_t mostBytes = 16 * 1024 * 1024;  // of messages under way
+  static constexpr std::size_t mostBytes = std::size_t{16} * 1024 * 1024;  // of messages under way
 
   // `bell` wakes the web. Both outlive it. Throws std::bad_alloc.
   LiveFeed(Counters& counters, Doorbell& bell);

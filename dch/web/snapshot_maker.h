@@ -18,7 +18,8 @@ class SnapshotMaker {
   // A piece is no more than that.
   static constexpr std::size_t mostSources = 128;
   static constexpr std::size_t mostApplications = 16;
-  static constexpr std::size_t mostBytes = 128 * 1024;  // of rows, beyond the first one
+  static constexpr std::size_t mostBytes =
+      std::size_t{128} * 1024;  // of rows, beyond the first one
 
   explicit SnapshotMaker(const Registry& registry) : _registry(registry) {}
 
