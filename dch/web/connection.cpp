@@ -263,8 +263,15 @@ void Connection::watchPeer() {
                           whileThere([this](const Error& error, std::size_t) {
                             if (!error) return watchPeer();
                             if (error != boost::asio::error::eof) return close();
+                            waitUntilGone();
                             _pieces->peerHasEnded();
                           }));
+}
+
+// One that is gone answers what it is sent with an error, which nobody reads.
+void Connection::waitUntilGone() {
+  _stream.socket().async_wait(boost::asio::ip::tcp::socket::wait_error,
+                              whileThere([this](const Error&) { close(); }));
 }
 
 // With what it sent unread, the system would take back what it has not read yet.

@@ -77,6 +77,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void written(std::size_t count);
   void goOn();
   void watchPeer();
+  void waitUntilGone();
   void sayGoodbye();
   void discardRest();
   void end();
