@@ -39,7 +39,14 @@ constexpr CounterCase counterCases[] = {
     {Counter::stalledConnections, cases::stalledConnections},
     {Counter::crowdedConnections, cases::crowdedConnections},
     {Counter::logLinesDropped, cases::logLinesDropped},
+    {Counter::webRequests, cases::webRequests},
+    {Counter::webRequestsRefused, cases::webRequestsRefused},
+    {Counter::webFailures, cases::webFailures},
+    {Counter::webConnectionsRefused, cases::webConnectionsRefused},
+    {Counter::webConnectionsGivenUp, cases::webConnectionsGivenUp},
+    {Counter::webAcceptFailures, cases::webAcceptFailures},
     {Counter::liveEventsLost, cases::liveEventsLost},
+    {Counter::liveClientsDropped, cases::liveClientsDropped},
     {Counter::groupsWritten, cases::groupsWritten},
     {Counter::changesKept, cases::changesKept},
     {Counter::changesRefused, cases::changesRefused},
@@ -52,6 +59,8 @@ constexpr CounterCase counterCases[] = {
     {Counter::subscriptions, cases::subscriptions},
     {Counter::connections, cases::connections},
     {Counter::changesWaiting, cases::changesWaiting},
+    {Counter::webConnections, cases::webConnections},
+    {Counter::liveClients, cases::liveClients},
 };
 
 constexpr bool everyCounterHasACase() {

@@ -20,7 +20,7 @@ using testkit::subscribeMessage;
 using testkit::unregisterMessage;
 using testkit::withdrawMessage;
 using testkit::withLengthWord;
-using Form = Answer::Form;
+using Form = ReadAnswer::Form;
 using Texts = std::vector<std::string>;
 
 TEST_F(CoreTest, SubscribesAndWithdrawsWithoutAnAnswer) {
@@ -45,7 +45,7 @@ TEST_F(CoreTest, DoesNotAnswerOrTakeAMalformedSubscription) {
 
 TEST_F(CoreTest, RefusesASubscriptionOnAConnectionThere) {
   constexpr unsigned int connection = 5;
-  const Answer answer = ask(subscribeMessage("HOSTMON", "load"), connection);
+  const ReadAnswer answer = ask(subscribeMessage("HOSTMON", "load"), connection);
   EXPECT_EQ(answer.form, Form::status);
   EXPECT_EQ(answer.status, DCH_STATUS_MALFORMED);
   EXPECT_FALSE(isSubscribed("load"));
@@ -54,7 +54,7 @@ TEST_F(CoreTest, RefusesASubscriptionOnAConnectionThere) {
 TEST_F(CoreTest, AnswersCatalogueQueriesWithATextAlsoForUnknownNames) {
   ask(registerMessage("appl:OTHER,OTH;help:Some help;group:g;attr:a,N,4,why;", "OTHER", "OTH"));
   const auto text = [&](short code, const char* name) {
-    const Answer answer = ask(catalogueMessage(code, name));
+    const ReadAnswer answer = ask(catalogueMessage(code, name));
     EXPECT_EQ(answer.form, Form::text);
     return answer.text;
   };
@@ -94,7 +94,7 @@ TEST_F(CoreTest, DoesNotAnswerOrCarryOutAMalformedAction) {
     // It is also whole without its parameters.
     if (length == actionMessage("last", 1).size()) continue;
     const auto word = static_cast<std::uint32_t>(length);
-    const Answer answer = ask(withLengthWord(cut, word));
+    const ReadAnswer answer = ask(withLengthWord(cut, word));
     EXPECT_TRUE(answer.form == Form::none || answer.status == DCH_STATUS_MALFORMED) << length;
   }
   EXPECT_EQ(ask(good + 'x').form, Form::none);

@@ -17,14 +17,14 @@ using testkit::registerMessage;
 using testkit::statusSubscribeMessage;
 using testkit::subscribeMessage;
 using testkit::unregisterMessage;
-using Form = Answer::Form;
+using Form = ReadAnswer::Form;
 
 class SlowCoreTest : public CoreTest {
  protected:
   SlowCoreTest() : CoreTest(std::make_unique<testkit::SlowStore>()) { _slow.concludeAll(); }
 
   // Of a request whose change is kept.
-  Answer askAndKeep(const std::string& bytes) {
+  ReadAnswer askAndKeep(const std::string& bytes) {
     ask(bytes);
     _slow.concludeAll();
     return takeAnswer();

@@ -80,7 +80,7 @@ TEST_F(HeldChangesTest, HoldUpNobodyElse) {
   receive(dataMessage(handle));
   EXPECT_EQ(takeStatuses(), Statuses()) << "there is room";
   EXPECT_EQ(statusOf(dataMessage(other)), DCH_STATUS_OK);
-  EXPECT_EQ(ask(catalogueMessage(DCH_REQUEST_HELP, "HOSTMON")).form, Answer::Form::text);
+  EXPECT_EQ(ask(catalogueMessage(DCH_REQUEST_HELP, "HOSTMON")).form, ReadAnswer::Form::text);
   EXPECT_EQ(ask(onlineMessage("OTHER", "g", "host2")).status, DCH_STATUS_OK);
   _core.finishPublishing();
   EXPECT_EQ(takeStatuses(), Statuses{DCH_STATUS_OK});
@@ -123,7 +123,7 @@ TEST_F(HeldChangesTest, TellStatusInItsOrder) {
   receive(statusSubscribeMessage(), client(1));
   fill(handle);
   takePushed(1);
-  EXPECT_EQ(ask(offlineMessage(handle)).form, Answer::Form::none) << "there is room";
+  EXPECT_EQ(ask(offlineMessage(handle)).form, ReadAnswer::Form::none) << "there is room";
   _core.finishPublishing();
   EXPECT_EQ(takeStatuses(), Statuses{DCH_STATUS_OK});
   const std::vector<std::string> pushed = takePushed(1);

@@ -17,7 +17,7 @@ using testkit::registerMessage;
 using testkit::unregisterMessage;
 using testkit::Value;
 using testkit::withLengthWord;
-using Form = Answer::Form;
+using Form = ReadAnswer::Form;
 
 TEST_F(CoreTest, RegistersAndUnregisters) {
   EXPECT_EQ(statusOf(registerMessage("appl:OTHER,OTH;group:g;attr:a,N,4;", "OTHER", "OTH")), 0);

@@ -18,7 +18,7 @@
 namespace dch {
 
 // What a client is answered.
-struct Answer {
+struct ReadAnswer {
   enum class Form { none, status, statusAndHandle, text };
   Form form = Form::none;
   ZORA_Long status = DCH_STATUS_OK;
@@ -49,40 +49,40 @@ class CoreTest : public ::testing::Test {
   }
 
   // The one answer to a message.
-  Answer ask(const std::string& bytes, std::uint64_t connection = 0) {
+  ReadAnswer ask(const std::string& bytes, std::uint64_t connection = 0) {
     _answers.sent.clear();
     receive(bytes, client(0, connection));
     return takeAnswer();
   }
 
-  Answer takeAnswer() {
+  ReadAnswer takeAnswer() {
     if (_answers.sent.empty()) return {};
     EXPECT_EQ(_answers.sent.size(), 1u);
     const std::string message = _answers.sent.front().second;
     _answers.sent.clear();
-    if (const auto text = testkit::textOf(message)) return {Answer::Form::text, 0, 0, *text};
+    if (const auto text = testkit::textOf(message)) return {ReadAnswer::Form::text, 0, 0, *text};
     if (const auto online = testkit::onlineAnswerOf(message))
-      return {Answer::Form::statusAndHandle, online->status, online->handle};
+      return {ReadAnswer::Form::statusAndHandle, online->status, online->handle};
     const auto status = testkit::statusOf(message);
     EXPECT_TRUE(status.has_value());
-    return {Answer::Form::status, status.value_or(-1)};
+    return {ReadAnswer::Form::status, status.value_or(-1)};
   }
 
   ZORA_Long statusOf(const std::string& bytes) {
-    const Answer answer = ask(bytes);
-    EXPECT_EQ(answer.form, Answer::Form::status);
+    const ReadAnswer answer = ask(bytes);
+    EXPECT_EQ(answer.form, ReadAnswer::Form::status);
     return answer.status;
   }
 
   ZORA_Long goOnline(const std::string& group = "load", const std::string& source = "host1") {
-    const Answer answer = ask(testkit::onlineMessage("HOSTMON", group, source));
+    const ReadAnswer answer = ask(testkit::onlineMessage("HOSTMON", group, source));
     EXPECT_EQ(answer.status, DCH_STATUS_OK);
     return answer.handle;
   }
 
   void expectRefusedOnline(const std::string& bytes, DCH_Status status) {
-    const Answer answer = ask(bytes);
-    EXPECT_EQ(answer.form, Answer::Form::statusAndHandle);
+    const ReadAnswer answer = ask(bytes);
+    EXPECT_EQ(answer.form, ReadAnswer::Form::statusAndHandle);
     EXPECT_EQ(answer.status, status);
     EXPECT_EQ(answer.handle, 0);
   }

@@ -66,7 +66,14 @@ void acceptFailures();
 void stalledConnections();
 void crowdedConnections();
 void logLinesDropped();
+void webRequests();
+void webRequestsRefused();
+void webFailures();
+void webConnectionsRefused();
+void webConnectionsGivenUp();
+void webAcceptFailures();
 void liveEventsLost();
+void liveClientsDropped();
 void groupsWritten();
 void changesKept();
 void changesRefused();
@@ -79,6 +86,8 @@ void sourcesOnline();
 void subscriptions();
 void connections();
 void changesWaiting();
+void webConnections();
+void liveClients();
 
 }  // namespace counter_cases
 
