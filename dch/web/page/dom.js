@@ -32,12 +32,11 @@ const keyed = new WeakMap(); // parent → key → child
 /**
  * Makes a parent's children those of the items, in their order; keeps elements whose key stays, so
  * that focus and selection stay, too.
- * @template Item
  * @param {HTMLElement} parent has no other children
- * @param {Item[]} items
- * @param {(item: Item) => *} keyOf
- * @param {(item: Item) => HTMLElement} create
- * @param {(element: HTMLElement, item: Item) => void=} update called for new elements, too
+ * @param {Array} items
+ * @param {function} keyOf item to key
+ * @param {function} create item to element
+ * @param {function=} update (element, item): called for new elements, too
  */
 export function reconcile(parent, items, keyOf, create, update = () => {}) {
   const before = keyed.get(parent) ?? new Map();
