@@ -10,6 +10,7 @@ import samples
 from page_case import PageCase
 
 RULES = (Path(__file__).resolve().parent / "rules.js").read_text(encoding="utf-8")
+RULE_NAMES = ("unnamedControls", "paleTexts", "headingsOutOfOrder", "picturesWithoutText", "tablesWithoutHeaders", "landmarksMissing", "doubleIds")
 WIDTHS = ((360, 740), (768, 1024), (1440, 900))
 
 
@@ -24,7 +25,7 @@ class Looks(PageCase):
     def check(self, name):
         """The rules of rules.js."""
         self.browser.js(RULES)
-        for rule in ("unnamedControls", "paleTexts", "headingsOutOfOrder", "picturesWithoutText", "tablesWithoutHeaders", "landmarksMissing", "doubleIds"):
+        for rule in RULE_NAMES:
             self.assertEqual(self.browser.js(f"return pageRules.{rule}()"), [], f"{name}: {rule}")
         self.assertLessEqual(self.browser.js("return document.documentElement.scrollWidth - innerWidth"), 0, f"{name} is wider than the screen")
 
@@ -82,6 +83,26 @@ class Looks(PageCase):
         self.open_source()
         self.browser.js(RULES)
         self.assertEqual(self.browser.js("return pageRules.unreachable()"), [])
+
+    def test_the_rules_notice_what_breaks_them(self):
+        self.open()
+        self.browser.wait_text("h1", "silent")
+        self.browser.js("""
+            const main = document.querySelector('main');
+            const add = (tag, attributes) => Object.assign(main.appendChild(document.createElement(tag)), attributes);
+            add('button', {});
+            add('p', { textContent: 'pale' }).style.color = 'color-mix(in srgb, currentColor 30%, transparent)';
+            add('h6', { textContent: 'too deep' });
+            add('canvas', {});
+            add('table', {}).createTBody().insertRow().insertCell();
+            add('nav', { id: 'main' });
+            add('a', { href: '#', textContent: 'not reached', tabIndex: -1 });
+            document.querySelector('aside').role = 'none';
+            document.querySelector('aside').replaceWith(add('div', {}));
+        """)
+        self.browser.js(RULES)
+        for rule in (*RULE_NAMES, "unreachable"):
+            self.assertNotEqual(self.browser.js(f"return pageRules.{rule}()"), [], rule)
 
     def test_skip_link_leads_to_the_content(self):
         self.open()

@@ -58,7 +58,7 @@ globalThis.pageRules = (() => {
       .map((each) => [contrast(each), each]).filter(([ratio]) => ratio < 4.5).map(([ratio, each]) => `${ratio.toFixed(2)} ${told(each)}`),
 
     headingsOutOfOrder() {
-      const levels = all("h1, h2, h3, h4").map((each) => [Number(each.tagName[1]), each]);
+      const levels = all("h1, h2, h3, h4, h5, h6").map((each) => [Number(each.tagName[1]), each]);
       const wrong = levels.filter(([level], i) => i > 0 && level > levels[i - 1][0] + 1);
       if (levels.filter(([level]) => level === 1).length !== 1) wrong.push([1, document.body]);
       return wrong.map(([, each]) => told(each));

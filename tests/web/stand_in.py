@@ -165,6 +165,13 @@ class StandIn:
                 {"name": name, "attributes": group["attributes"], "sources": [dict(source) for source in group["sources"].values()]}
                 for name, group in each["groups"].items()]} for each in self.applications.values()]}
 
+    def state_json(self):
+        with self.lock:
+            sources = [source for each in self.applications.values() for group in each["groups"].values() for source in group["sources"].values()]
+            self.state["gauges"].update(applications=len(self.applications), sources=len(sources),
+                                        sources_online=sum(source["online"] for source in sources))
+            return self.state
+
     def rows_answer(self, asked):
         if self.state["state"] == "memory":
             return 409, {"error": "The server keeps no rows."}
@@ -268,7 +275,7 @@ class Answers(BaseHTTPRequestHandler):
         if parts.path == "/api/applications":
             return self.json(200, owner.applications_json())
         if parts.path == "/api/state":
-            return self.json(200, owner.state)
+            return self.json(200, owner.state_json())
         if parts.path == "/api/rows":
             status, value = owner.rows_answer(asked)
             return self.csv(value) if status == 200 and asked.get("format") == "csv" else self.json(status, value)

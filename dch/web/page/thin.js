@@ -62,7 +62,7 @@ export function pointsToDraw(timeline, column, from, until, width) {
     } else {
       open = sample;
       points.push(open);
-      end = from + (Math.floor((sample.time - from) / step) + 1) * step;
+      end = (Math.floor(sample.time / step) + 1) * step; // the same while the window moves on
     }
     last = { time: sample.time, count: sample.count };
   }
