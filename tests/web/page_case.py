@@ -22,12 +22,9 @@ class PageCase(unittest.TestCase):
         self.addCleanup(self.browser.driver.get, "about:blank")
         return stand_in
 
-    def doCleanups(self):
-        if self._outcome.success and hasattr(self, "browser"):
-            with self._outcome.testPartExecutor(self):
-                told = [line for line in self.browser.console() if not any(part in line for part in self.console_may_hold)]
-                self.assertEqual(told, [], "the console has errors")
-        return super().doCleanups()
+    def tearDown(self):
+        told = [line for line in self.browser.console() if not any(part in line for part in self.console_may_hold)]
+        self.assertEqual(told, [], "the console has errors")
 
     def open(self, place=""):
         self.browser.open(self.stand_in.address + place)

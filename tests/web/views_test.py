@@ -11,7 +11,7 @@ from stand_in import now_us
 class Overview(PageCase):
     def setUp(self):
         super().setUp()
-        samples.machines(self.stand_in, 60)
+        samples.machines(self.stand_in, 60, ahead=60)
         samples.weather(self.stand_in)
 
     def rows(self, selector=".sources tbody tr"):
