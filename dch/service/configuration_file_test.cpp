@@ -132,7 +132,11 @@ TEST(ConfigurationFileTest, SaysWhichValueIsWrongAndWhatIsRight) {
            {"[actions]\nallow = ['nobody']", "2: allow in [actions] has to be"},
            {"[log]\nverbose = 1", "true or false, not 1"},
            {"[link]\nservers = ['nats://x']", "2: servers in [link] has to be []"},
-           {"[web]\nhosts = 'x'", "an array of texts"}})
+           {"[web]\nlisten = 1980", "an address and port such as \"127.0.0.1:1980\""},
+           {"[web]\nlisten = 'localhost:1980'", "an address and port such as"},
+           {"[web]\nhosts = 'x'", "an array such as [\"monitor.example\"]"},
+           {"[web]\nhosts = ['x:80']", "the name of a host, without a port"},
+           {"[web]\nhosts = ['']", "the name of a host, without a port"}})
     EXPECT_THAT(problemOf(each.text), HasSubstr(each.problem)) << each.text;
 }
 
@@ -179,10 +183,12 @@ TEST(ConfigurationFileTest, ShowsNothingThatDrivesATerminal) {
   EXPECT_THAT(problemOf("[channel]\n\"\\u001b[2J\" = 1\n"), HasSubstr("no key \\x1b[2J"));
 }
 
-TEST(ConfigurationFileTest, SaysThatItHasNoPage) {
-  EXPECT_THAT(readText("[web]\nlisten = '127.0.0.1:1980'\n").warnings,
-              ::testing::ElementsAre(HasSubstr("no page")));
-  EXPECT_THAT(readText("[web]\nlisten = ''\n").warnings, IsEmpty());
+TEST(ConfigurationFileTest, SaysWhereThePageIsAndWhoMayReadIt) {
+  const Configuration read =
+      readText("[web]\nlisten = '127.0.0.1:1980'\nhosts = ['a.example', 'b']\n");
+  EXPECT_EQ((WebAddress{"127.0.0.1", 1980}), read.webAddress);
+  EXPECT_THAT(read.webAccess.hosts, ::testing::ElementsAre("a.example", "b"));
+  EXPECT_EQ(std::nullopt, readText("[web]\nlisten = ''\n").webAddress);
 }
 
 TEST(ConfigurationFileTest, SaysWhyAFileCannotBeRead) {

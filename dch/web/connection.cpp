@@ -11,6 +11,7 @@
 #include <boost/beast/http/verb.hpp>
 #include <boost/optional/optional.hpp>
 #include <cstdio>
+#include <ctime>
 #include <new>
 
 #include "dch/web/http_status.h"
@@ -40,6 +41,21 @@ constexpr char commonFields[] =
 
 std::string field(const http::request_header<>& header, http::field name) {
   return std::string(header[name]);
+}
+
+// As HTTP writes it. A page takes the difference from its own clock into account.
+std::string dateText() {
+  const std::time_t present = std::time(nullptr);
+  std::tm parts{};
+  gmtime_r(&present, &parts);
+  constexpr const char* days[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+  constexpr const char* months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                    "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+  std::array<char, 64> text;
+  std::snprintf(text.data(), text.size(), "%s, %02d %s %04d %02d:%02d:%02d GMT",
+                days[parts.tm_wday], parts.tm_mday, months[parts.tm_mon], parts.tm_year + 1900,
+                parts.tm_hour, parts.tm_min, parts.tm_sec);
+  return text.data();
 }
 
 std::string textOf(std::size_t chunkBytes) {
@@ -193,6 +209,7 @@ std::string Connection::headerOf(const Answer& answer) const {
   const auto status = static_cast<http::status>(answer.status);
   std::string header = "HTTP/1.1 " + std::to_string(answer.status) + ' ';
   header += std::string(http::obsolete_reason(status)) + "\r\n" + commonFields;
+  header += "Date: " + dateText() + "\r\n";
   header += "Content-Type: " + answer.type + "\r\n";
   for (const auto& [name, value] : answer.fields) (header += name) += ": " + value + "\r\n";
   if (answer.pieces == nullptr)

@@ -20,7 +20,7 @@ class SharedBodies {
   enum class Kind : std::size_t { applications, openMetrics, metricsText, count };
 
   // With more than that no further one is made, unless it is the only one.
-  static constexpr std::size_t mostBytes = 64 * 1024 * 1024;
+  static constexpr std::size_t mostBytes = std::size_t{64} << 20;
 
   // Returns what `make` makes of the snapshot, or has made of it before; null while too much is
   // being read. Throws what `make` throws.
