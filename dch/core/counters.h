@@ -119,7 +119,7 @@ inline constexpr CounterDescription counterDescriptions[] = {
     {Counter::webConnectionsRefused, "web_connections_refused",
      "connections for the page without room for them"},
     {Counter::webConnectionsGivenUp, "web_connections_given_up",
-     "connections for the page that asked nothing, and gave way to others"},
+     "connections for the page that asked or read nothing, and gave way to others"},
     {Counter::webAcceptFailures, "web_accept_failures",
      "times that the system could not accept one for the page"},
     {Counter::liveEventsLost, "live_events_lost",

@@ -240,7 +240,9 @@ void Connection::sendChunk(const Piece& piece) {
 }
 
 void Connection::write() {
+  _unreadSince.reset();
   if (_unsent.empty()) return goOn();
+  _unreadSince = steady_clock::now();
   std::array<boost::asio::const_buffer, mostBuffers> buffers;
   const std::size_t count = std::min(_unsent.size(), buffers.size());
   for (std::size_t i = 0; i < count; ++i) buffers.at(i) = boost::asio::buffer(*_unsent[i]);
@@ -295,6 +297,7 @@ void Connection::waitUntilGone() {
 void Connection::sayGoodbye() {
   Error ignored;
   _stream.socket().shutdown(boost::asio::ip::tcp::socket::shutdown_send, ignored);
+  _waitingSince = steady_clock::now();
   _stream.expires_after(_limits.farewell);
   _discarded = 0;
   discardRest();

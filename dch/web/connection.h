@@ -52,10 +52,14 @@ class Connection : public std::enable_shared_from_this<Connection> {
   // At once.
   void close();
 
-  // Since when it has owed a whole request; nothing while one is answered.
-  std::optional<std::chrono::steady_clock::time_point> waitingSince() const {
-    return _waitingSince;
-  }
+  using Moment = std::optional<std::chrono::steady_clock::time_point>;
+
+  // Since when it has owed a whole request, or its end after the last answer; nothing while one is
+  // answered.
+  Moment waitingSince() const { return _waitingSince; }
+
+  // Since when it has not read what it is sent; nothing while there is nothing to send.
+  Moment unreadSince() const { return _unreadSince; }
 
  private:
   using Error = boost::system::error_code;
@@ -91,7 +95,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
   boost::beast::tcp_stream _stream;
   boost::beast::flat_buffer _received;
   std::optional<Parser> _parser;
-  std::optional<std::chrono::steady_clock::time_point> _waitingSince;
+  Moment _waitingSince;
+  Moment _unreadSince;
 
   // Of the request that is answered.
   std::uint64_t _serial = 0;

@@ -8,16 +8,21 @@
 #include <exception>
 #include <utility>
 
+#include "dch/net/socket_option.h"
+
 namespace dch {
 
 using boost::asio::ip::tcp;
+using std::chrono::steady_clock;
 
 namespace {
 
 // When the system has no descriptor or memory for another one it will not have one at once.
 constexpr std::chrono::milliseconds pauseAfterFailure{100};
 
-constexpr int mostAtOneGo = 64;  // others are to have their turn
+constexpr std::chrono::seconds unreadForLong{1};
+constexpr int unreadBytes = 256 << 10;  // that the system keeps; it takes twice that
+constexpr int mostAtOneGo = 64;         // others are to have their turn
 
 tcp protocolOf(int socket) {
   sockaddr_storage address{};
@@ -36,6 +41,8 @@ Connections::Connections(EventLoop& loop, Descriptor listener, const WebLimits& 
       _loop(loop),
       _listener(loop, std::move(listener), [this] { accept(); }),
       _pause(loop, [this] { accept(); }) {
+  // Else some megabytes for each who does not read.
+  setOption(_listener.descriptor(), SOL_SOCKET, SO_SNDBUF, unreadBytes);
   _listener.waitUntilReadable();
 }
 
@@ -77,17 +84,27 @@ void Connections::add(Descriptor socket) {
 }
 
 // Whoever has owed a request for longest gives way: one who has opened connections to keep others
-// out loses them to those who have something to ask.
+// out loses them to those who have something to ask. Then who reads nothing of his answer.
 bool Connections::makeRoom() {
-  std::shared_ptr<Connection> longest;
-  for (const auto& [key, each] : _all) {
-    if (!each->waitingSince()) continue;
-    if (longest == nullptr || *each->waitingSince() < *longest->waitingSince()) longest = each;
+  auto longest = longestSince(&Connection::waitingSince);
+  if (longest == nullptr) {
+    longest = longestSince(&Connection::unreadSince);
+    if (longest == nullptr || steady_clock::now() - *longest->unreadSince() < unreadForLong)
+      return false;
   }
-  if (longest == nullptr) return false;
   _counters.add(Counter::webConnectionsGivenUp);
   longest->close();
   return true;
+}
+
+std::shared_ptr<Connection> Connections::longestSince(Connection::Moment (Connection::*since)()
+                                                          const) const {
+  std::shared_ptr<Connection> longest;
+  for (const auto& [key, each] : _all) {
+    const Connection::Moment moment = ((*each).*since)();
+    if (moment && (longest == nullptr || *moment < *((*longest).*since)())) longest = each;
+  }
+  return longest;
 }
 
 void Connections::requested(const WebRequest& request, Respond respond) {

@@ -31,6 +31,7 @@ class Connections : public ConnectionClient {
   void acceptSome();
   void add(Descriptor socket);
   bool makeRoom();
+  std::shared_ptr<Connection> longestSince(Connection::Moment (Connection::*since)() const) const;
   void requested(const WebRequest& request, Respond respond) override;
   void ended(Connection* connection) override;
 
