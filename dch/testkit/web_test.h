@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -62,6 +63,14 @@ class WebTest : public ::testing::Test {
   // Of /api/state.
   std::int64_t figure(const char* kind, const char* name) const {
     return read("/api/state").at(kind).value(name, std::int64_t{-1});
+  }
+
+  // Of the server, in KiB.
+  long residentMemory() const {
+    std::ifstream status("/proc/" + std::to_string(_server.processId()) + "/status");
+    for (std::string line; std::getline(status, line);)
+      if (line.starts_with("VmRSS:")) return std::stol(line.substr(6));
+    return 0;
   }
 
   const TemporaryFolder _folder;
