@@ -15,6 +15,11 @@ namespace {
 // After a failure; how long others are waited for is in StateFile.
 constexpr std::chrono::seconds pauseOfPatience{30};
 
+// Readers in this process are kept out for so long at most, which several checkpoints take.
+constexpr std::chrono::milliseconds longestGate{250};
+constexpr int mostTries = 4;
+constexpr int pagesBetweenTries = 64;
+
 }  // namespace
 
 FileWriter::FileWriter(StateFile& file, int checkpointPages, std::function<Time()> now)
@@ -26,7 +31,7 @@ FileWriter::FileWriter(StateFile& file, int checkpointPages, std::function<Time(
   sqlite3_wal_hook(
       _file.connection().handle(),
       [](void* self, sqlite3*, const char*, int pages) {
-        static_cast<FileWriter*>(self)->_logPages = pages;
+        static_cast<FileWriter*>(self)->noteLog(pages);
         return SQLITE_OK;
       },
       this);
@@ -183,17 +188,34 @@ bool FileWriter::isLookDue(bool isIdle) const {
          std::chrono::steady_clock::now() - _lastLook >= timeBetweenLooks;
 }
 
-// Returns whether nothing is left of the log.
+// After a commit.
+void FileWriter::noteLog(int pages) {
+  const bool hasBegunAnew = pages < _logPages;
+  _logPages = pages;
+  if (!_isLogDone) return;
+  _isLogDone = false;
+  _file.gate().open();
+  // Another program that reads may keep it from that.
+  _nextCheckpoint = hasBegunAnew ? _checkpointPages : pages + _checkpointPages;
+}
+
+// Returns whether nothing is left of the log. A reader can keep some of it: the readers in this
+// process are kept out then, and it is tried again soon; others may take long.
 bool FileWriter::checkpoint() {
   int pages = 0;
   int done = 0;
-  // A reader can keep the log from beginning anew: it is tried again when there is more to do.
+  _file.gate().close(longestGate);
   _nextCheckpoint = _logPages + _checkpointPages;
   _file.connection().check(sqlite3_wal_checkpoint_v2(_file.connection().handle(), nullptr,
                                                      SQLITE_CHECKPOINT_PASSIVE, &pages, &done));
-  if (pages == done) _nextCheckpoint = _checkpointPages;
-  _logPages = 0;
-  return pages == done;
+  _isLogDone = pages == done;
+  if (_isLogDone || ++_triesOfCheckpoint == mostTries) {
+    _triesOfCheckpoint = 0;
+    if (!_isLogDone) _file.gate().open();
+  } else {
+    _nextCheckpoint = _logPages + pagesBetweenTries;
+  }
+  return _isLogDone;
 }
 
 void FileWriter::begin(Trouble* trouble, const char* reason) noexcept {

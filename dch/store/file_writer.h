@@ -83,6 +83,7 @@ class FileWriter {
   bool recover(std::int64_t position) noexcept;
   void takeOutOfLog();
   bool isLookDue(bool isIdle) const;
+  void noteLog(int pages);
   bool checkpoint();
   void begin(Trouble* trouble, const char* reason) noexcept;
   void end(Trouble* trouble) noexcept;
@@ -101,6 +102,8 @@ class FileWriter {
   bool _hasMoreToTidy = true;
   int _logPages = 0;
   int _nextCheckpoint = _checkpointPages;
+  int _triesOfCheckpoint = 0;
+  bool _isLogDone = false;  // by a checkpoint, since the last commit
   std::chrono::steady_clock::time_point _lastLookAtPlace;
   std::chrono::steady_clock::time_point _patientFrom;  // with other programs that write
   Trouble _place{"takes nothing more", "takes changes again"};

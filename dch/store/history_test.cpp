@@ -5,6 +5,7 @@
 #include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <thread>
 
 #include "dch/testkit/history_test.h"
@@ -34,6 +35,24 @@ class HistoryFileTest : public testkit::HistoryTest {
     EXPECT_THAT([&] { _history.findApplication("APPL"); },
                 ThrowsMessage<HistoryError>(
                     HasSubstr("the state file " + path() + " cannot be read now: " + text)));
+  }
+
+  // What the log of SQLite is marked with, which changes when it begins anew.
+  std::string nameOfLog() const {
+    std::ifstream log(path() + "-wal", std::ios::binary);
+    std::string header(32, '\0');
+    log.read(header.data(), static_cast<std::streamsize>(header.size()));
+    return header.substr(16, 8);
+  }
+
+  // Whether it does, so many times while so many rows are kept.
+  bool logBeginsAnew(std::size_t times, int mostRows) {
+    std::set<std::string> logs;
+    for (int i = 0; i < mostRows && logs.size() <= times; ++i) {
+      EXPECT_TRUE(keepRow());
+      logs.insert(nameOfLog());
+    }
+    return logs.size() > times;
   }
 
   static constexpr char lost[] = "it, or its log, was removed, moved or replaced";
@@ -230,6 +249,24 @@ TEST_F(HistoryFileTest, WaitsForNobodyWhoHasLockedTheFile) {
               ThrowsMessage<HistoryError>(HasSubstr("locked")));
   other.execute("COMMIT");
   EXPECT_EQ(history.findApplication("APPL"), std::nullopt);
+}
+
+// Readers that take turns without a pause are kept out for the moment that it takes: it is some
+// hundred commits then, and some ten thousand else. A machine that runs the writer alone for long
+// makes it more: one try of three counts.
+TEST_F(HistoryFileTest, TheLogBeginsAnewHoweverMuchIsRead) {
+  begin("attr:n,N,8;", {.path = {}, .checkpointPages = 100});
+  for (int i = 0; i < 5'000; ++i) appendRow(1, i, i);
+  _store->finish();
+  std::atomic<bool> isDone{false};
+  std::thread reader([&] {
+    while (!isDone) rowCount();
+  });
+  bool hasBegunAnew = false;
+  for (int tries = 0; tries < 3 && !hasBegunAnew; ++tries) hasBegunAnew = logBeginsAnew(5, 8'000);
+  isDone = true;
+  reader.join();
+  EXPECT_TRUE(hasBegunAnew);
 }
 
 TEST_F(HistoryFileTest, AnInterruptEndsAQuery) {

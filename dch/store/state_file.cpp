@@ -180,6 +180,7 @@ void StateFile::findPlaces() {
 }
 
 StatePlaces StateFile::places() const {
+  _gate.wait();
   const std::lock_guard lock(_placesMutex);
   return {_place, _logPlaces[0], _logPlaces[1]};
 }

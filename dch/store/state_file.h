@@ -8,6 +8,7 @@
 
 #include "dch/net/descriptor.h"
 #include "dch/store/file_place.h"
+#include "dch/store/reader_gate.h"
 #include "dch/store/sqlite.h"
 #include "dch/store/state_file_error.h"
 #include "dch/store/store_settings.h"
@@ -23,10 +24,14 @@ class StateFile {
   // null for the system's own. Throws StateFileError, also when another server has it.
   StateFile(const std::string& path, Durability durability, const char* vfs = nullptr);
 
+  // For those who read the file in this process.
+  ReaderGate& gate() { return _gate; }
+
   sqlite::Connection& connection() { return _connection; }
   const std::string& path() const { return _path; }
 
-  // Where the file is, and what belongs to it: a reader must find the same there. Any thread.
+  // Where the file is, and what belongs to it: a reader must find the same there. Asked before each
+  // reading: it answers when the gate is open. Any thread.
   StatePlaces places() const;
 
   // Whether another program that writes is waited for, for some seconds.
@@ -59,6 +64,7 @@ class StateFile {
   bool keepLock();
 
   const std::string _path;
+  ReaderGate _gate;
   // A lock of this server's own: SQLite's would keep readers out too. It goes with the descriptor,
   // and so with the process, whatever ends it.
   Descriptor _lock;

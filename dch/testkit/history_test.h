@@ -19,8 +19,9 @@ class HistoryTest : public StoreTest {
   static constexpr Time second = 1'000'000;
 
   // A group APPL.g of these attributes, with sources host1 and host2 of handles 1 and 2.
-  void begin(const std::string& attributes = "attr:n,N,8;") {
-    start();
+  void begin(const std::string& attributes = "attr:n,N,8;",
+             const SqliteStoreSettings& settings = {}) {
+    start(settings);
     ASSERT_TRUE(keep(registered("appl:APPL,KEY;group:g;" + attributes)));
     ASSERT_TRUE(keep(WentOnline{"APPL", "g", "host1", 1}));
     ASSERT_TRUE(keep(WentOnline{"APPL", "g", "host2", 2}));
