@@ -35,6 +35,7 @@ std::string_view withoutPort(std::string_view host) {
 }
 
 bool isAddress(std::string_view host) {
+  if (host.find('\0') != std::string_view::npos) return false;  // the system would end there
   in6_addr address;
   if (host.size() > 2 && host.front() == '[' && host.back() == ']')
     return inet_pton(AF_INET6, std::string(host.substr(1, host.size() - 2)).c_str(), &address) == 1;

@@ -22,6 +22,12 @@ TEST(Access, RefusesNamesThatSomebodyElseMayLeadHere) {
     EXPECT_FALSE(access.allowsHost(each)) << each;
 }
 
+TEST(Access, RefusesWhatOnlyBeginsWithAnAddress) {
+  EXPECT_FALSE(Access().allowsHost({"127.0.0.1\0", 10}));
+  EXPECT_FALSE(Access().allowsHost({"127.0.0.1\0.evil.example", 23}));
+  EXPECT_FALSE(Access().allowsHost({"[::1\0]:80", 9}));
+}
+
 TEST(Access, AllowsTheHostsThatTheOperatorNamed) {
   const Access access{.hosts = {"monitor.example", "other"}, .token = {}};
   EXPECT_TRUE(access.allowsHost("monitor.example"));
