@@ -367,6 +367,17 @@ std::map<std::string, Target> targets() {
          "[channel]\nallow = ['10.0.0.1/8', 7]\n"},
         {"[channel]", "[store]", "[actions]", "[web]", "[log]", "[link]", "bind = ", "port = ",
          "allow = ['", "keep_days = ", "durability = ", "\"\"\"", "\\u0000"}}},
+      {"web_request",
+       {{"/\n127.0.0.1:1980\n\n\n*/*",
+         "/api/rows?application=HOSTMON&group=load&source=host%201&since=-15m&until="
+         "2026-01-31T23:59:59.123456Z&limit=10&format=csv\nlocalhost\nBearer token-of-some-length"
+         "\n\napplication/openmetrics-text;q=0.5,text/plain;version=0.0.4;q=0.9",
+         "/api/rows?points=1000&since=1769903999.5&until=-7d&group=a+b\n[::1]:80\nBasic x\n"
+         "a=b; zord410_token=token-of-some-length; c\ntext/html, text/*;q=0.1",
+         "/api/live?status\nmonitor.example\n\n\n", "http://evil.example/../%2e%2e\nevil.example"},
+        {"application=", "group=", "since=", "until=", "points=", "limit=", "-90s", "%00", "%ff",
+         "localhost", "[::1]", "Bearer ", "zord410_token=", "token-of-some-length", ";q=0.1",
+         "monitor.example", "T00:00:00Z", "9223372036854775807"}}},
       {"registration",
        {{hostmonRegistration, commentedRegistration},
         {"appl:", "type:", "help:", "group:", "attr:", "SOCK;", ",D,16;", ",N,4,", "4096", ",T,"}}},
