@@ -21,8 +21,7 @@ ServerProcess::ServerProcess(const Arguments& moreArguments, void (*prepare)(), 
       _port(portIn(_process.waitForOutput("\n"))) {}
 
 int ServerProcess::pagePort() {
-  const std::string output = _process.waitForOutput("/\n");
-  return std::stoi(output.substr(output.rfind(':') + 1));
+  return pagePortIn(_process.waitForOutput("/\n"));
 }
 
 bool ServerProcess::waitForError(const std::string& text, int times) {
@@ -43,6 +42,10 @@ int ServerProcess::stop(int signal) {
 int portIn(const std::string& output) {
   const std::string ready = output.substr(0, output.find('\n'));
   return std::stoi(ready.substr(ready.rfind(' ')));
+}
+
+int pagePortIn(const std::string& output) {
+  return std::stoi(output.substr(output.rfind(':') + 1));
 }
 
 const char* serverPath() {

@@ -40,8 +40,9 @@ class ServerProcess {
 // The program.
 const char* serverPath();
 
-// What the output of one that is ready says.
+// What the output of one that is ready says; `pagePortIn` when it has said where its page is.
 int portIn(const std::string& output);
+int pagePortIn(const std::string& output);
 
 // Runs zordchd to its end.
 ProcessResult runServer(const ServerProcess::Arguments& arguments,
