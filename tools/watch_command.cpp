@@ -1,8 +1,6 @@
 #include "tools/watch_command.h"
 
-#include <sys/ioctl.h>
 #include <sysexits.h>
-#include <unistd.h>
 
 #include <clocale>
 #include <csignal>
@@ -12,16 +10,10 @@
 #include "tools/common/transport_check.h"
 #include "tools/data_wait.h"
 #include "tools/row_writer.h"
+#include "tools/text_table.h"
 
 namespace tools {
 namespace {
-
-// The lines that a table's header stays in sight for, 0 when nobody watches.
-std::size_t screenLines() {
-  winsize size{};
-  const bool isScreen = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_row > 2;
-  return isScreen ? size.ws_row - 1U : 0;  // the cursor has the last one
-}
 
 std::unique_ptr<RowWriter> makeWriter(const std::string& format) {
   if (format == "csv") return makeCsvWriter();

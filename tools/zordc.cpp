@@ -2,6 +2,7 @@
 #include "tools/action_command.h"
 #include "tools/catalogue_command.h"
 #include "tools/common/command_line.h"
+#include "tools/history_command.h"
 #include "tools/status_command.h"
 #include "tools/watch_command.h"
 #include "zordchcl/zordchcl.h"
@@ -17,7 +18,8 @@ constexpr char footer[] =
     "\n"
     "Exit status: 0 done, after a signal, or when nobody reads the output any more, 1 an action's\n"
     "result is not 0, 64 wrong command line, 66 the DCH knows no such thing, 69 the DCH cannot be\n"
-    "reached, 74 the output cannot be written, 75 a wait ran out, 76 a wait for status failed.";
+    "reached, 74 the output cannot be written, 75 a wait ran out, 76 a wait for status failed or\n"
+    "an answer of its page was cut short, 77 its page wants a token.";
 
 constexpr char watchFooter[] =
     "Examples:\n"
@@ -37,6 +39,26 @@ constexpr char watchFooter[] =
     "--timeout ends it. A DCH that has started anew is subscribed to again; rows that it passes "
     "on\n"
     "before that are missed. The exit statuses are in zordc --help.";
+
+constexpr char historyFooter[] =
+    "Examples:\n"
+    "  zordc history HOSTMON load --since -60m\n"
+    "  zordc history HOSTMON load --source hostA --format csv > rows.csv\n"
+    "\n"
+    "The rows come from the page of zordchd (--web), which has to keep them in a file, the oldest\n"
+    "first. T is a time such as 2026-01-31T23:59:59Z, seconds since 1970, or -90s, -15m, -24h, "
+    "-7d\n"
+    "before now; --since and --until themselves are in the range.\n"
+    "\n"
+    "table is for people: time, source and attributes. csv and jsonl have the columns time, "
+    "time_us\n"
+    "(microseconds since 1970), source, handle, code and the attributes; jsonl has an object per "
+    "line:\n"
+    "  {\"time\":\"2026-01-31T23:59:59.123456Z\",\"time_us\":1769903999123456,...,\"load1\":17}\n"
+    "An answer that is cut short ends with 76; what came before is printed, whole rows only. The\n"
+    "server gives up a reader that takes nothing for 30 s, such as a pager: use a file. Ctrl-C "
+    "ends "
+    "it.";
 
 constexpr char appsFooter[] =
     "Examples:\n"
@@ -80,6 +102,13 @@ CLI::Option* addApplication(CLI::App* command, std::string* appl) {
       ->check(tools::nameOfAtMost(DCH_MAX_APPL_NAME));
 }
 
+void addGroup(CLI::App* command, std::string* group) {
+  command->add_option("GROUP", *group, "Attribute group")
+      ->required()
+      ->type_name("")
+      ->check(tools::nameOfAtMost(DCH_MAX_ATTR_GROUP));
+}
+
 void addFormat(CLI::App* command, std::string* format) {
   command->add_option("-F,--format", *format, "Format: table (the default), csv or jsonl")
       ->type_name("FORMAT")
@@ -106,15 +135,30 @@ void addWatch(CLI::App* app, tools::WatchOptions* options, Run* job) {
   CLI::App* const watch = addCommand(app, "watch", "Print every row of an attribute group",
                                      watchFooter, job, [=] { return tools::watch(*options); });
   addApplication(watch, &options->appl)->required();
-  watch->add_option("GROUP", options->group, "Attribute group")
-      ->required()
-      ->type_name("")
-      ->check(tools::nameOfAtMost(DCH_MAX_ATTR_GROUP));
+  addGroup(watch, &options->group);
   addFormat(watch, &options->format);
   addCount(watch, &options->count, "End after N rows");
   watch->add_option("-W,--timeout", options->timeoutSeconds, "End when no row came for S seconds")
       ->type_name("S")
       ->check(tools::positiveNumber());
+}
+
+void addHistory(CLI::App* app, tools::HistoryOptions* options, Run* job) {
+  CLI::App* const history =
+      addCommand(app, "history", "Print the rows that were kept", historyFooter, job,
+                 [=] { return tools::history(*options); });
+  addApplication(history, &options->appl)->required();
+  addGroup(history, &options->group);
+  history->add_option("-s,--source", options->source, "Of this source only")
+      ->type_name("NAME")
+      ->check(tools::nameOfAtMost(DCH_MAX_SOURCE_NAME));
+  history->add_option("--since", options->since, "From this time on")->type_name("T");
+  history->add_option("--until", options->until, "Up to this time")->type_name("T");
+  addFormat(history, &options->format);
+  history->add_option("--web", options->web, "Page of the server (" + options->web + ")")
+      ->type_name("URL");
+  history->add_option("--token-file", options->tokenPath, "File with the token that the page wants")
+      ->type_name("FILE");
 }
 
 void addCatalogue(CLI::App* app, tools::CatalogueOptions* options, Run* job) {
@@ -178,11 +222,13 @@ int main(int argc, char** argv) {
   tools::setUpCommandLine(app, footer);
   Run job;
   tools::WatchOptions watchOptions;
+  tools::HistoryOptions historyOptions;
   tools::CatalogueOptions catalogueOptions;
   tools::StatusOptions statusOptions;
   tools::ActionOptions actionOptions;
   tools::DeferralOptions deferralOptions;
   addWatch(&app, &watchOptions, &job);
+  addHistory(&app, &historyOptions, &job);
   addCatalogue(&app, &catalogueOptions, &job);
   addStatus(&app, &statusOptions, &job);
   addAct(&app, &actionOptions, &job);

@@ -64,10 +64,15 @@ run_commands() { # NAME
   [[ -s $1.sh ]] || fail "no commands '$1' on the page"
   bash -e "$1.sh" || fail "what the page says on '$1' does not work"
 }
-start_server "$zordchd" --store zordchd.db
+start_server "$zordchd" --store zordchd.db --web 127.0.0.1:0
 send_demo web1 --keep
 run_commands reading >reading
 expect_block reading reading
+wait_for ' page on ' ready
+blocks 'commands: history' sh |
+  sed "s|http://127.0.0.1:1980/|$(sed -n 's/.* page on //p' ready)|" >history.sh
+PATH=${zordc%/*}:$PATH bash -e history.sh >history
+expect_block history history
 run_commands copy >copied
 [[ $(<copied) == ok ]] || fail "the copy: $(<copied)"
 send_demo later --keep
