@@ -11,4 +11,4 @@ foreach(file IN LISTS FILES)
   math(EXPR number "${number} + 1")
 endforeach()
 string(APPEND code "\nconst PageFile pageFiles[] = {\n${table}};\n\n}  // namespace dch\n")
-file(WRITE ${OUTPUT} "${code}")
+file(CONFIGURE OUTPUT ${OUTPUT} CONTENT "${code}" @ONLY) # only when it differs

@@ -14,37 +14,37 @@ using Record = std::vector<std::optional<std::string>>;  // an empty column has 
 
 // Cuts text into records. Its callbacks are called by C code and do nothing that a row could make
 // fail, short of the memory running out.
-class CsvRecords {
+class CsvParser {
  public:
-  CsvRecords() {
+  CsvParser() {
     csv_init(&_parser, CSV_STRICT | CSV_STRICT_FINI | CSV_EMPTY_IS_NULL);
     csv_set_space_func(&_parser, [](unsigned char) { return 0; });  // blanks belong to the text
   }
-  ~CsvRecords() { csv_free(&_parser); }
-  CsvRecords(const CsvRecords&) = delete;
-  CsvRecords& operator=(const CsvRecords&) = delete;
+  ~CsvParser() { csv_free(&_parser); }
+  CsvParser(const CsvParser&) = delete;
+  CsvParser& operator=(const CsvParser&) = delete;
 
   // These return false for quotes in a wrong place.
   bool parse(const std::string& text) {
-    return csv_parse(&_parser, text.data(), text.size(), &CsvRecords::takeField,
-                     &CsvRecords::takeRecord, this) == text.size();
+    return csv_parse(&_parser, text.data(), text.size(), &CsvParser::takeField,
+                     &CsvParser::takeRecord, this) == text.size();
   }
   bool finish() {
-    return csv_fini(&_parser, &CsvRecords::takeField, &CsvRecords::takeRecord, this) == 0;
+    return csv_fini(&_parser, &CsvParser::takeField, &CsvParser::takeRecord, this) == 0;
   }
 
   std::deque<Record> complete;
 
  private:
   static void takeField(void* text, std::size_t length, void* self) {
-    auto& record = static_cast<CsvRecords*>(self)->_record;
+    auto& record = static_cast<CsvParser*>(self)->_record;
     if (text == nullptr)
       record.emplace_back();
     else
       record.emplace_back(std::in_place, static_cast<const char*>(text), length);
   }
   static void takeRecord(int, void* self) {
-    auto* records = static_cast<CsvRecords*>(self);
+    auto* records = static_cast<CsvParser*>(self);
     records->complete.push_back(std::exchange(records->_record, {}));
   }
 
@@ -113,7 +113,7 @@ class CsvReader : public RowReader {
   LineInput& _input;
   const suite::RegisteredGroup& _group;
   std::vector<const suite::RegisteredAttribute*> _columns;
-  CsvRecords _records;
+  CsvParser _records;
   long _firstLine = 0;            // where the record that is being read begins
   long _recordLine = 0;           // where the record that was given last begins
   std::size_t _pendingBytes = 0;  // of a record whose end has not been read

@@ -10,6 +10,8 @@
 namespace tools {
 namespace {
 
+using Json = nlohmann::ordered_json;  // members stay in the order of the columns
+
 using Values = std::vector<std::string>;
 using Columns = std::vector<RecordColumn>;
 
@@ -74,7 +76,6 @@ class JsonRecordWriter : public RecordWriter {
   explicit JsonRecordWriter(Columns columns) : _columns(std::move(columns)) {}
 
   std::string format(const Values& values) override {
-    using Json = nlohmann::ordered_json;
     Json object = Json::object();
     for (std::size_t i = 0; i < _columns.size(); ++i)
       object[_columns[i].name] = valueOf(_columns[i], values[i]);

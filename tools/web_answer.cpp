@@ -59,8 +59,11 @@ std::string addressOf(const WebQuestion& question) {
   std::string path = partOf(address.get(), CURLUPART_PATH).get();
   while (path.ends_with('/')) path.pop_back();
   set(address.get(), CURLUPART_PATH, path + question.path, 0);
-  for (const auto& [name, value] : question.parameters)
-    set(address.get(), CURLUPART_QUERY, name + "=" + value, CURLU_APPENDQUERY | CURLU_URLENCODE);
+  for (const auto& [name, value] : question.parameters) {
+    std::string parameter = name;
+    (parameter += '=') += value;
+    set(address.get(), CURLUPART_QUERY, parameter, CURLU_APPENDQUERY | CURLU_URLENCODE);
+  }
   return orNoMemory(partOf(address.get(), CURLUPART_URL).get());
 }
 

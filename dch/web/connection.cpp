@@ -69,8 +69,9 @@ std::string textOf(std::size_t chunkBytes) {
 // What is called when something has ended, unless the connection has ended meanwhile.
 template <class Call>
 auto Connection::whileThere(Call call) {
-  return [self = shared_from_this(), call = std::move(call)](const auto&... results) {
-    if (self->_client != nullptr) self->orEnd([&] { call(results...); });
+  return [self = shared_from_this(), call = std::move(call)](const Error& error,
+                                                             std::size_t count = 0) {
+    if (self->_client != nullptr) self->orEnd([&] { call(error, count); });
   };
 }
 
@@ -153,7 +154,7 @@ void Connection::ask() {
   });
   if (!isOpen(*this)) return;
   _patience.expires_after(_limits.answer);
-  _patience.async_wait(whileThere([this, isOpen](const Error& error) {
+  _patience.async_wait(whileThere([this, isOpen](const Error& error, std::size_t) {
     if (!error && isOpen(*this))
       respond(errorAnswer(http_status::serviceUnavailable, "it takes too long"));
   }));
@@ -290,7 +291,7 @@ void Connection::watchPeer() {
 // One that is gone answers what it is sent with an error, which nobody reads.
 void Connection::waitUntilGone() {
   _stream.socket().async_wait(boost::asio::ip::tcp::socket::wait_error,
-                              whileThere([this](const Error&) { close(); }));
+                              whileThere([this](const Error&, std::size_t) { close(); }));
 }
 
 // With what it sent unread, the system would take back what it has not read yet.
