@@ -1,0 +1,182 @@
+"""The examples on the page's data, with a real server and a real Prometheus. Takes the folder of the
+programs from ZORD410_PROGRAMS."""
+
+import json
+import os
+import re
+import signal
+import subprocess
+import tempfile
+import threading
+import time
+import unittest
+import urllib.error
+import urllib.parse
+import urllib.request
+from pathlib import Path
+
+PROGRAMS = Path(os.environ["ZORD410_PROGRAMS"])
+SOURCE = Path(__file__).resolve().parents[2]
+EXAMPLES = SOURCE / "examples" / "web"
+LONGEST_WAIT = 60  # s, for what takes a second or two
+
+
+def promtool(*arguments, text=None):
+    return subprocess.run(["promtool", *arguments], input=text, capture_output=True, text=True, check=False)
+
+
+def get(address, accept=None):
+    request = urllib.request.Request(address, headers={"Accept": accept} if accept else {})
+    with urllib.request.urlopen(request, timeout=LONGEST_WAIT) as answer:
+        return answer.read().decode()
+
+
+def wait_for(what, condition):
+    deadline = time.monotonic() + LONGEST_WAIT
+    while time.monotonic() < deadline:
+        result = condition()
+        if result:
+            return result
+        time.sleep(0.1)
+    raise AssertionError(f"not in {LONGEST_WAIT} s: {what}")
+
+
+class RunningProgram:
+    """A program whose output is read until its end, and that is ended by its id."""
+
+    def __init__(self, *arguments, **options):
+        self.process = subprocess.Popen([str(each) for each in arguments], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, **options)
+        self.output = ""
+        self.reader = threading.Thread(target=self.read)
+        self.reader.start()
+
+    def read(self):
+        for line in self.process.stdout:
+            self.output += line
+
+    def wait_for_output(self, pattern):
+        def found():
+            if self.process.poll() is not None:
+                raise AssertionError(f"it ended: {self.output}")
+            return re.search(pattern, self.output, re.MULTILINE)
+
+        return wait_for(f"{pattern} in {self.output}", found)[1]
+
+    def end(self):
+        if self.process.stdin and not self.process.stdin.closed:
+            self.process.stdin.close()
+        if self.process.poll() is None:
+            self.process.send_signal(signal.SIGTERM)
+            try:
+                self.process.wait(LONGEST_WAIT)
+            except subprocess.TimeoutExpired:
+                self.process.kill()
+                self.process.wait()
+        self.reader.join()
+        self.process.stdout.close()
+
+
+class RulesAndConfiguration(unittest.TestCase):
+    def check(self, *arguments):
+        result = promtool(*arguments)
+        self.assertEqual(0, result.returncode, result.stdout + result.stderr)
+
+    def test_they_are_in_order(self):
+        self.check("check", "config", EXAMPLES / "prometheus.yml")
+        self.check("check", "rules", EXAMPLES / "alerts.yml")
+
+    def test_each_alert_comes_when_it_should(self):
+        self.check("test", "rules", EXAMPLES / "alerts_test.yml")
+
+
+class Examples(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory(prefix="zord410-examples-")
+        self.addCleanup(folder.cleanup)
+        self.folder = Path(folder.name)
+        self.environment = {name: value for name, value in os.environ.items() if not name.startswith(("ZORA_", "ZOR0_")) and not name.lower().endswith("_proxy")}
+        self.environment["ZOR0_PRODUCT_SPEC"] = str(self.folder / "settings")
+        self.server = self.start(PROGRAMS / "zordchd", "--port", "0", "--store", "zordchd.db", "--web", "127.0.0.1:0")
+        self.environment["ZORA_DCH_PORT"] = self.server.wait_for_output(r" port (\d+)$")
+        self.page = self.server.wait_for_output(r" page on (\S+)/$")
+        self.provider = self.start(PROGRAMS / "zordp", "send", "--registration", SOURCE / "examples" / "demo.reg", "--group", "load", "--source", "web1",
+                                   stdin=subprocess.PIPE)
+        self.provider.process.stdin.write((SOURCE / "examples" / "demo.csv").read_text())
+        self.provider.process.stdin.flush()
+        wait_for("the rows", lambda: "zordchd_rows_kept_total 2\n" in get(self.page + "/metrics"))
+
+    def start(self, *arguments, **options):
+        program = RunningProgram(*arguments, env=self.environment, cwd=self.folder, **options)
+        self.addCleanup(program.end)
+        return program
+
+    def start_prometheus(self):
+        configuration = (EXAMPLES / "prometheus.yml").read_text()
+        for shown, tried in (("127.0.0.1:1980", self.page.removeprefix("http://")), ("15s", "1s"), ("- alerts.yml", f"- {EXAMPLES / 'alerts.yml'}")):
+            self.assertIn(shown, configuration)
+            configuration = configuration.replace(shown, tried)
+        (self.folder / "prometheus.yml").write_text(configuration)
+        prometheus = self.start("prometheus", "--config.file=prometheus.yml", "--storage.tsdb.path=data", "--web.listen-address=127.0.0.1:0")
+        self.prometheus = "http://" + prometheus.wait_for_output(r"Listening on.* address=(127\.0\.0\.1:[1-9]\d*)")
+        prometheus.wait_for_output(r"(Server is ready to receive web requests)")
+
+    def query(self, expression):
+        address = self.prometheus + "/api/v1/query?" + urllib.parse.urlencode({"query": expression})
+        try:
+            return json.loads(get(address))["data"]["result"]
+        except urllib.error.HTTPError as error:
+            raise AssertionError(f"{expression}: {error.read().decode()}") from error
+
+    def test_prometheus_sees_the_value_and_its_end(self):
+        self.start_prometheus()
+        value = wait_for("a value", lambda: self.query("zord_value"))
+        self.assertEqual("25", value[0]["value"][1])
+        labels = {name: value[0]["metric"][name] for name in ("application", "group", "source", "attribute", "job")}
+        self.assertEqual({"application": "DEMO", "group": "load", "source": "web1", "attribute": "load1", "job": "zordchd"}, labels)
+        self.assertEqual("2", self.query("zordchd_rows_kept_total")[0]["value"][1])
+        self.try_dashboard()
+        self.provider.process.stdin.close()
+        wait_for("the end of the series", lambda: not self.query("zord_value") and not self.query("zord_row_time_seconds"))
+        self.assertEqual("1", self.query('up{job="zordchd"}')[0]["value"][1])
+        wait_for("the alert", lambda: self.query('ALERTS{alertname="ZordSourceOffline",source="web1"}'))
+
+    def try_dashboard(self):
+        dashboard = json.loads((EXAMPLES / "dashboard.json").read_text())
+        expressions = [target["expr"] for panel in dashboard["panels"] for target in panel["targets"]]
+        self.assertGreater(len(expressions), 8)
+        for expression in expressions:
+            for shown, tried in (("$application", "DEMO"), ("$group", "load"), ("$source", ".*"), ("$__rate_interval", "1m")):
+                expression = expression.replace(shown, tried)
+            self.assertNotIn("$", expression)
+            self.query(expression)
+        values = next(each for each in expressions if each.startswith("zord_value"))
+        self.assertTrue(self.query(re.sub(r"\$\w+", ".*", values)))
+
+    def test_both_forms_of_the_metrics_are_in_order(self):
+        text = promtool("check", "metrics", text=get(self.page + "/metrics", "text/plain"))
+        self.assertEqual((0, ""), (text.returncode, text.stdout + text.stderr))
+        # It knows the other form as far as both are the same: it misses the names that help texts have there.
+        other = promtool("check", "metrics", text=get(self.page + "/metrics"))
+        self.assertNotIn("error", other.stderr)
+        self.assertEqual([], [line for line in (other.stdout + other.stderr).splitlines() if not line.endswith("_total no help text")])
+
+    def blocks(self, kind, name, language=""):
+        page = (EXAMPLES / "README.md").read_text()
+        return re.search(rf"<!-- {kind}: {name} -->\n```{language}\n(.*?)```", page, re.DOTALL)[1]
+
+    def try_commands(self, name):
+        commands = self.blocks("commands", name, "sh").replace("http://127.0.0.1:1980", self.page)
+        result = subprocess.run(["bash", "-e", "-c", commands], cwd=self.folder, env=self.environment, capture_output=True, text=True, timeout=LONGEST_WAIT, check=False)
+        self.assertEqual((0, ""), (result.returncode, result.stderr))
+        output = re.sub(r"\d{4}-\d\d-\d\dT[\d:.]+Z", "TIME", result.stdout.replace("\r\n", "\n"))
+        output = re.sub(r"\b\d{16}\b", "MICROSECONDS", output)
+        self.assertEqual(self.blocks("output", name), output)
+
+    def test_commands_with_curl_print_what_the_page_shows(self):
+        self.try_commands("curl")
+
+    def test_commands_with_sql_print_what_the_page_shows(self):
+        self.try_commands("sql")
+
+
+unittest.main()
