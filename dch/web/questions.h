@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <memory>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -17,7 +18,7 @@ namespace dch {
 template <class Answer>
 class Questions {
  public:
-  // Null: the channel's thread had no memory for it.
+  // Null: there was no memory for it.
   using Receiver = std::function<void(const std::shared_ptr<const Answer>&)>;
 
   // `wakeChannel` has the channel's thread look at the enquiry, which outlives this.
@@ -26,7 +27,8 @@ class Questions {
         _wakeChannel(std::move(wakeChannel)),
         _pause(loop, [this] { askNext(); }) {}
 
-  // The receiver is called later, with an answer that was begun after this. It throws nothing.
+  // The receiver is called later, with an answer that was begun after this; when it throws
+  // std::bad_alloc, once more with null.
   void ask(Receiver receiver) {
     _next.push_back(std::move(receiver));
     if (!_isUnderWay && !_pause.isSet()) askNext();
@@ -38,11 +40,22 @@ class Questions {
     const auto reply = _enquiry.take();
     _isUnderWay = false;
     _pause.set(pauseForEach * reply.cost);
-    for (const Receiver& each : std::exchange(_asked, {})) each(reply.answer);
+    for (const Receiver& each : std::exchange(_asked, {}))
+      if (!tell(each, reply.answer)) tell(each, nullptr);
   }
 
  private:
   static constexpr int pauseForEach = 20;
+
+  // Returns false when there is no memory for what the receiver does.
+  static bool tell(const Receiver& receiver, const std::shared_ptr<const Answer>& answer) noexcept {
+    try {
+      receiver(answer);
+      return true;
+    } catch (const std::bad_alloc&) {
+      return false;
+    }
+  }
 
   void askNext() {
     if (_next.empty()) return;

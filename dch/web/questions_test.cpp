@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <future>
+#include <new>
 
 #include "dch/testkit/loop_thread.h"
 
@@ -39,6 +40,23 @@ class QuestionsTest : public testing::Test {
   Questions<int> _questions{_loop, _enquiry, [this] { _asked.set_value(); }};
   testkit::LoopThread _web{_loop};
 };
+
+TEST_F(QuestionsTest, WhoHasNoMemoryForTheAnswerIsToldThatThereIsNoneAndTheOthersTheirs) {
+  std::promise<bool> isTold;
+  _web.call([&] {
+    _questions.ask([&](const std::shared_ptr<const int>& given) {
+      if (given != nullptr) throw std::bad_alloc();
+      isTold.set_value(true);
+    });
+  });
+  waitForQuestion();
+  answer(std::make_unique<int>(1));
+  EXPECT_TRUE(isTold.get_future().get());
+  std::future<int> next = ask();
+  waitForQuestion();
+  answer(std::make_unique<int>(2));
+  EXPECT_EQ(next.get(), 2);
+}
 
 TEST_F(QuestionsTest, WhoAsksWhileAnAnswerIsMadeGetsTheNextOne) {
   std::future<int> first = ask();
