@@ -46,7 +46,7 @@ TEST_F(ZordchdWebCrowdTest, AnswersWhoAsksAmongThousandsWhoDoNot) {
   EXPECT_EQ(get("/api/state").status, 200);
   EXPECT_LE(figure("gauges", "web_connections"), static_cast<std::int64_t>(fullHouse));
   EXPECT_GT(figure("counters", "web_connections_given_up"), 0);
-  EXPECT_LT(residentMemory(), before + 32 * 1'024);
+  expectNoMoreMemoryThan(before + 32 * 1'024);
 }
 
 TEST_F(ZordchdWebCrowdTest, AnswersWhoAsksAmongThoseWhoAreRefused) {
@@ -68,16 +68,17 @@ TEST_F(ZordchdWebCrowdTest, AnswersWhoAsksAmongThoseWhoDoNotRead) {
   ASSERT_GT(get("/dygraph.min.js").body.size(), 100'000u);
   std::list<HttpClient> notReading;
   bystander.expectIsServed([&] {
-    for (std::size_t i = 0; i < fullHouse; ++i) {
+    const std::size_t more = notReading.empty() ? fullHouse : 16;
+    for (std::size_t i = 0; i < more; ++i) {
       const HttpClient& client = notReading.emplace_back(_page);
       const int fewBytes = 4'096;
       setsockopt(client.descriptor(), SOL_SOCKET, SO_RCVBUF, &fewBytes, sizeof fewBytes);
-      for (int times = 0; times < 40; ++times) client.send(i % 4 == 0 ? rows : file);
+      for (int times = 0; times < 16; ++times) client.send(i % 4 == 0 ? rows : file);
     }
     EXPECT_TRUE(waitUntil([&] { return get("/healthz").status == 200; }));
     while (notReading.size() > fullHouse) notReading.pop_front();
   });
-  EXPECT_LT(residentMemory(), before + 256 * 1'024);
+  expectNoMoreMemoryThan(before + 256 * 1'024);
 }
 
 TEST_F(ZordchdWebCrowdTest, TellsAllWhoReadLiveAndNotTheRest) {

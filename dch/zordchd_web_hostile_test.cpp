@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
+#include <iterator>
 #include <list>
 #include <random>
 #include <string>
@@ -107,17 +109,21 @@ TEST_F(ZordchdWebHostileTest, RefusesHeadersAndAddressesThatAreBombs) {
   for (int i = 0; i < 5'000; ++i) fields.push_back("X-" + std::to_string(i) + ": y");
   std::string parameters;
   for (int i = 0; i < 1'500; ++i) parameters += "p" + std::to_string(i) + '&';
-  bystander.expectIsServed([&] {
-    EXPECT_EQ(get("/", {"X-Long: " + longName}).status, 431);
-    EXPECT_EQ(get("/" + longName).status, 431);
-    EXPECT_EQ(get("/", fields).status, 431);
-    EXPECT_EQ(get("/api/rows?" + parameters).status, 400);
-    EXPECT_EQ(get("/api/rows?" + std::string(8'000, '&')).status, 400);
-    EXPECT_EQ(get("/api/live?application=" + std::string(7'000, 'a') + "&group=b").status, 404);
-    EXPECT_EQ(get("/api/rows?source=" + std::string(7'000, '%')).status, 400);
-    EXPECT_EQ(get("/healthz", {"Cookie: " + std::string(7'000, ';')}).status, 200);
-  });
-  EXPECT_LT(residentMemory(), before + 32 * 1'024);
+  const std::function<void()> bombs[] = {
+      [&] { EXPECT_EQ(get("/", {"X-Long: " + longName}).status, 431); },
+      [&] { EXPECT_EQ(get("/" + longName).status, 431); },
+      [&] { EXPECT_EQ(get("/", fields).status, 431); },
+      [&] { EXPECT_EQ(get("/api/rows?" + parameters).status, 400); },
+      [&] { EXPECT_EQ(get("/api/rows?" + std::string(8'000, '&')).status, 400); },
+      [&] {
+        EXPECT_EQ(get("/api/live?application=" + std::string(7'000, 'a') + "&group=b").status, 404);
+      },
+      [&] { EXPECT_EQ(get("/api/rows?source=" + std::string(7'000, '%')).status, 400); },
+      [&] { EXPECT_EQ(get("/healthz", {"Cookie: " + std::string(7'000, ';')}).status, 200); }};
+  std::size_t turn = 0;
+  bystander.expectIsServed([&] { bombs[turn++ % std::size(bombs)](); });
+  EXPECT_GE(turn, std::size(bombs));
+  expectNoMoreMemoryThan(before + 32 * 1'024);
 }
 
 TEST_F(ZordchdWebHostileTest, ReadsNoBody) {
@@ -138,7 +144,7 @@ TEST_F(ZordchdWebHostileTest, ReadsNoBody) {
     for (int i = 0; i < 40; ++i) client.send(block);
     EXPECT_TRUE(client.isClosed());
   }
-  EXPECT_LT(residentMemory(), before + 16 * 1'024);
+  expectNoMoreMemoryThan(before + 16 * 1'024);
 }
 
 TEST_F(ZordchdWebHostileTest, AnswersPipelinedRequestsInTheirOrder) {

@@ -72,6 +72,12 @@ class WebTest : public ::testing::Test {
       if (line.starts_with("VmRSS:")) return std::stol(line.substr(6));
     return 0;
   }
+  // With the address sanitizer nothing is said of it: what was given back is kept for a while.
+  void expectNoMoreMemoryThan([[maybe_unused]] long kibibytes) const {
+#ifndef __SANITIZE_ADDRESS__
+    EXPECT_LT(residentMemory(), kibibytes);
+#endif
+  }
 
   const TemporaryFolder _folder;
   ServerProcess _server;
