@@ -54,7 +54,11 @@ Server::~Server() {
 void Server::run() {
   _channel.start();
   _page.start(
-      _channel.core(), [this] { setGauges(); },
+      _channel.core(),
+      [this] {
+        setCounters();
+        _channel.setGauges();
+      },
       {_configuration.webAccess, _webConnections, _statePath.value_or(inMemory), _store.places()});
   _tick.set(tickPause);
   publish(_portSettings);
@@ -154,7 +158,7 @@ void Server::say(Priority priority, const std::string& sentences) {
 
 // Also without --verbose: it was asked for.
 void Server::report() {
-  setGauges();
+  setCounters();
   try {
     _output.write(Priority::notice, _channel.report());
   } catch (const std::bad_alloc&) {
@@ -181,10 +185,9 @@ void Server::showStatus() {
   }
 }
 
-void Server::setGauges() {
+void Server::setCounters() {
   countDroppedLines();
   _store.setCounters(&_counters);
-  _channel.setGauges();
 }
 
 void Server::countDroppedLines() {

@@ -51,7 +51,7 @@ class Server {
   void tick();
   void showStatus();
   void countDroppedLines();
-  void setGauges();
+  void setCounters();
 
   const Options _options;
   Configuration _configuration;

@@ -17,6 +17,7 @@ ServerPage::ServerPage(EventLoop& loop, Counters& counters,
 void ServerPage::start(const Core& core, std::function<void()> setGauges,
                        const Settings& settings) {
   if (!_channel) return;
+  _channel->attach(core, std::move(setGauges), [this] { _server->wake(); });
   _server = std::make_unique<WebServer>(
       std::move(*_port), WebSettings{settings.access, {.connections = settings.connections}},
       WebSources{.channel = *_channel,
@@ -24,7 +25,6 @@ void ServerPage::start(const Core& core, std::function<void()> setGauges,
                  .health = _health,
                  .facts = {ZORD410_VERSION, now(), settings.state},
                  .statePlaces = settings.places});
-  _channel->attach(core, std::move(setGauges), [this] { _server->wake(); });
 }
 
 void ServerPage::stop() noexcept {

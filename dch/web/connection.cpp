@@ -48,13 +48,8 @@ std::string dateText() {
   const std::time_t present = std::time(nullptr);
   std::tm parts{};
   gmtime_r(&present, &parts);
-  constexpr const char* days[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
-  constexpr const char* months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                    "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
   std::array<char, 64> text;
-  std::snprintf(text.data(), text.size(), "%s, %02d %s %04d %02d:%02d:%02d GMT",
-                days[parts.tm_wday], parts.tm_mday, months[parts.tm_mon], parts.tm_year + 1900,
-                parts.tm_hour, parts.tm_min, parts.tm_sec);
+  std::strftime(text.data(), text.size(), "%a, %d %b %Y %H:%M:%S GMT", &parts);
   return text.data();
 }
 

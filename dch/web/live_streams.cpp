@@ -161,11 +161,8 @@ void LiveStreams::open(const std::vector<std::string>& topics,
 }
 
 void LiveStreams::endAll() {
-  const auto streams = _streams;
-  for (const auto& each : streams) {
-    each->end();
-    each->deliver();
-  }
+  for (const auto& each : _streams) each->end();
+  deliverAll();
 }
 
 void LiveStreams::happened(const LiveEvent& event) noexcept {
@@ -223,17 +220,18 @@ void LiveStreams::flush() {
       _counters.add(Counter::liveClientsDropped);
     }
   }
-  const auto streams = _streams;  // those that end meanwhile leave it
-  for (const auto& each : streams) each->deliver();
+  deliverAll();
 }
 
 void LiveStreams::giveSign() {
   _signs.set(sign);
-  const auto streams = _streams;
-  for (const auto& each : streams) {
-    each->add(signOfLife());
-    each->deliver();
-  }
+  for (const auto& each : _streams) each->add(signOfLife());
+  deliverAll();
+}
+
+void LiveStreams::deliverAll() {
+  const auto streams = _streams;  // those that end meanwhile leave it
+  for (const auto& each : streams) each->deliver();
 }
 
 void LiveStreams::remove(Stream* stream) noexcept {

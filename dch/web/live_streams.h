@@ -56,6 +56,7 @@ class LiveStreams : public LiveClient {
   void begin();
   void flush();
   void giveSign();
+  void deliverAll();
   void remove(Stream* stream) noexcept;
   std::uint64_t watch();
 

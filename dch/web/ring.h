@@ -13,7 +13,7 @@ namespace dch {
 template <class Slot>
 class Ring {
  public:
-  // Throws std::bad_alloc.
+  // `capacity` is a power of two: the numbers of slots go round. Throws std::bad_alloc.
   explicit Ring(std::size_t capacity) : _slots(capacity) {}
   Ring(const Ring&) = delete;
   Ring& operator=(const Ring&) = delete;

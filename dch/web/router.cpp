@@ -33,10 +33,6 @@ Answer fileAnswer(int status, const PageFile& file) {
           .body = shareText(std::string(file.content))};
 }
 
-Answer jsonAnswer(std::string&& body) {
-  return {.type = jsonType, .body = shareText(std::move(body))};
-}
-
 std::optional<Time> momentIn(const Parameters& asked, std::string_view name, Time now) {
   const std::optional<std::string_view> text = asked.find(name);
   if (!text) return std::nullopt;
@@ -233,8 +229,9 @@ void Router::answerLive(const WebRequest&, const Parameters& asked, const Respon
 
 void Router::answerState(const WebRequest&, const Parameters&, const Respond& respond) {
   _parts.channel.askForFigures([this, respond](const std::shared_ptr<const Figures>& figures) {
-    respond(figures != nullptr ? jsonAnswer(stateJson(_parts.facts, _parts.counters, *figures))
-                               : errorAnswer(http_status::serviceUnavailable, noMemory));
+    if (figures == nullptr) return respond(errorAnswer(http_status::serviceUnavailable, noMemory));
+    respond(
+        {.type = jsonType, .body = shareText(stateJson(_parts.facts, _parts.counters, *figures))});
   });
 }
 
