@@ -11,11 +11,9 @@
 #include <thread>
 
 #include "dch/core/status_events.h"
-#include "dch/store/memory_store.h"
-#include "dch/testkit/error_log.h"
 #include "dch/testkit/loop_thread.h"
 #include "dch/testkit/messages.h"
-#include "dch/testkit/recording_ports.h"
+#include "dch/testkit/watched_core.h"
 #include "dch/web/channel_view.h"
 #include "tests/support/wait_until.h"
 #include "zordchcl/messages.h"
@@ -47,11 +45,11 @@ class RecordingClient : public LiveClient {
 class ChannelSideTest : public testing::Test {
  protected:
   ChannelSideTest() {
-    _side.attach(
-        _core,
+    _watched.side.attach(
+        _watched.core,
         [this] {
           ++_gaugesSet;
-          _core.setGauges();
+          _watched.core.setGauges();
         },
         [this] { _view.wake(); });
     receive(testkit::registerMessage());
@@ -60,18 +58,18 @@ class ChannelSideTest : public testing::Test {
 
   ~ChannelSideTest() override {
     _web.reset();
-    if (_channel) _channel->call([this] { _side.detach(); });
+    if (_channel) _channel->call([this] { _watched.side.detach(); });
   }
 
   void start() {
-    _channel.emplace(_channelLoop);
+    _channel.emplace(_watched.loop);
     _web.emplace(_webLoop);
   }
 
   // On the channel's thread, or before there is one.
   void receive(const std::string& message, Time time = 17) {
-    _core.receive({message, Origin{}, time});
-    _answers.sent.clear();
+    _watched.core.receive({message, Origin{}, time});
+    _watched.answers.sent.clear();
   }
   void receiveOnChannel(const std::string& message, Time time = 17) {
     _channel->call([&] { receive(message, time); });
@@ -94,23 +92,10 @@ class ChannelSideTest : public testing::Test {
     ASSERT_TRUE(waitUntil([&] { return _view.inForce() >= number; }));
   }
 
-  const testkit::ErrorLog _log{false};
-  Counters _counters;
-  testkit::RecordingAnswers _answers;
-  testkit::RecordingRowsOut _rowsOut;
-  testkit::CountingTimer _timer;
-  testkit::RecordingPrograms _programs;
-  const ActionRules _actionRules;
-  MemoryStore _store;
-  EventLoop _channelLoop;
+  testkit::WatchedCore _watched;
   EventLoop _webLoop;
-  ChannelSide _side{_channelLoop, _counters};
-  Core _core{{_answers, _rowsOut, _store, _timer, _programs, &_side.observer()},
-             _actionRules,
-             _counters,
-             _log};
   RecordingClient _client;
-  ChannelView _view{_webLoop, _side, _client};
+  ChannelView _view{_webLoop, _watched.side, _client};
   int _gaugesSet = 0;
   std::optional<testkit::LoopThread> _channel;
   std::optional<testkit::LoopThread> _web;
@@ -158,7 +143,7 @@ TEST_F(ChannelSideTest, TheChannelIsAskedOnceHoweverManyAsk) {
     for (int i = 0; i < 100; ++i)
       _view.askForFigures([&](const auto& figures) { count += figures != nullptr ? 1 : 0; });
   });
-  _channel.emplace(_channelLoop);
+  _channel.emplace(_watched.loop);
   EXPECT_TRUE(waitUntil([&] { return count == 100; }));
   EXPECT_EQ(_channel->call([this] { return _gaugesSet; }), 2);
 }
@@ -173,7 +158,7 @@ TEST_F(ChannelSideTest, TellsTheFiguresOfTheMoment) {
   std::shared_ptr<const Figures> figures = promise.get_future().get();
   EXPECT_EQ(figures->deferrals, 1u);
   EXPECT_EQ(figures->requests.of(requestTypeOf(DCH_REQUEST_DATA), DCH_STATUS_OK), 1u);
-  EXPECT_EQ(_counters[Counter::sourcesOnline], 1u);
+  EXPECT_EQ(_watched.counters[Counter::sourcesOnline], 1u);
   _web->call([&figures] { figures.reset(); });
 }
 
@@ -190,7 +175,7 @@ TEST_F(ChannelSideTest, TheWebSeesRowsInTheirOrderOrIsToldHowManyItLost) {
   const std::vector<Time> times = _web->call([this] { return _client.times; });
   EXPECT_GE(times.size(), LiveFeed::mostEvents);
   EXPECT_TRUE(std::is_sorted(times.begin(), times.end()));
-  EXPECT_EQ(_counters[Counter::liveEventsLost], topic->lost);
+  EXPECT_EQ(_watched.counters[Counter::liveEventsLost], topic->lost);
 }
 
 TEST_F(ChannelSideTest, TheWebIsWokenForEachRowThatComesAlone) {
@@ -239,9 +224,9 @@ TEST_F(ChannelSideTest, TheChannelGoesOnWhileTheWebStandsStill) {
 // Each call of the channel's loop is on another thread, one at a time, as with a store whose disk
 // does not answer.
 TEST_F(ChannelSideTest, AnyThreadMayRunTheChannel) {
-  _channelLoop.setBetween([this, isWithin = false]() mutable {
+  _watched.loop.setBetween([this, isWithin = false]() mutable {
     if (std::exchange(isWithin, true)) return;
-    std::thread standingIn([this] { _channelLoop.standIn([] { return true; }); });
+    std::thread standingIn([this] { _watched.loop.standIn([] { return true; }); });
     standingIn.join();
     isWithin = false;
   });

@@ -6,13 +6,11 @@
 #include <optional>
 #include <vector>
 
-#include "dch/store/memory_store.h"
 #include "dch/testkit/counter_cases.h"
-#include "dch/testkit/error_log.h"
 #include "dch/testkit/http_client.h"
 #include "dch/testkit/loop_thread.h"
 #include "dch/testkit/messages.h"
-#include "dch/testkit/recording_ports.h"
+#include "dch/testkit/watched_core.h"
 #include "dch/web/connections.h"
 #include "dch/web/live_feed.h"
 #include "dch/web/web_server.h"
@@ -50,10 +48,10 @@ class WholeWeb {
  public:
   WholeWeb() {
     for (const std::string& each : {registerMessage(), onlineMessage("HOSTMON", "load", "host1")})
-      _core.receive({each, Origin{}, 1});
-    _side.attach(
-        _core, [this] { _core.setGauges(); }, [this] { _web.wake(); });
-    thread.emplace(_channelLoop);
+      _watched.core.receive({each, Origin{}, 1});
+    _watched.side.attach(
+        _watched.core, [this] { _watched.core.setGauges(); }, [this] { _web.wake(); });
+    thread.emplace(_watched.loop);
   }
   ~WholeWeb() { thread.reset(); }
   WholeWeb(const WholeWeb&) = delete;
@@ -69,34 +67,22 @@ class WholeWeb {
       group.topic = topicOf("HOSTMON", "load");
       Source source;
       source.group = &group;
-      _side.observer().rowKept(source, message, 1);
+      _watched.side.observer().rowKept(source, message, 1);
     });
   }
 
-  Counters counters;
-
  private:
-  const ErrorLog _log{false};
-  RecordingAnswers _answers;
-  RecordingRowsOut _rowsOut;
-  CountingTimer _timer;
-  RecordingPrograms _programs;
-  const ActionRules _actionRules;
-  MemoryStore _store;
-  EventLoop _channelLoop;
-  ChannelSide _side{_channelLoop, counters};
-  Core _core{{_answers, _rowsOut, _store, _timer, _programs, &_side.observer()},
-             _actionRules,
-             counters,
-             _log};
+  WatchedCore _watched;
   const Health _health{Health::Clock::now() - std::chrono::hours(1)};
   WebPort _port = openWebPort({"127.0.0.1", 0});
 
  public:
+  Counters& counters = _watched.counters;
   const int port = _port.address.port;
 
  private:
-  WebServer _web{std::move(_port), {}, {_side, counters, _health, {"1", 0, ""}, nullptr}};
+  WebServer _web{
+      std::move(_port), {}, {_watched.side, _watched.counters, _health, {"1", 0, ""}, nullptr}};
 
  public:
   std::optional<LoopThread> thread;  // the channel's
