@@ -7,7 +7,7 @@
 namespace dch {
 
 ChannelSide::ChannelSide(EventLoop& loop, Counters& counters)
-    : _live(counters, _bell),
+    : _live(counters, _happened),
       _making(loop, [this] { makeSnapshot(); }),
       _waker(loop, [this] { look(); }) {}
 
@@ -15,7 +15,8 @@ void ChannelSide::attach(const Core& core, std::function<void()> setGauges,
                          std::function<void()> wakeWeb) {
   _core = &core;
   _setGauges = std::move(setGauges);
-  _bell.setWake(std::move(wakeWeb));
+  _answered.setWake(wakeWeb);
+  _happened.setWake(std::move(wakeWeb));
   _maker.emplace(core.registry());
 }
 
@@ -24,7 +25,8 @@ void ChannelSide::detach() noexcept {
   _isMaking = false;
   _maker.reset();
   _live.detach();
-  _bell.setWake(nullptr);
+  _answered.setWake(nullptr);
+  _happened.setWake(nullptr);
 }
 
 void ChannelSide::look() noexcept {
@@ -48,7 +50,7 @@ void ChannelSide::answerFigures() noexcept {
     figures = nullptr;
   }
   _figures.answer(std::move(figures), Clock::now() - begin);
-  _bell.ring();
+  _answered.ring();
 }
 
 void ChannelSide::makeSnapshot() noexcept {
@@ -66,7 +68,7 @@ void ChannelSide::makeSnapshot() noexcept {
   if (!isDone) return _making.ask();
   _isMaking = false;
   _snapshots.answer(std::move(snapshot), _cost);
-  _bell.ring();
+  _answered.ring();
 }
 
 // Returns whether it is complete.

@@ -45,7 +45,8 @@ class ChannelSide {
   void makeSnapshot() noexcept;
   bool addToSnapshot();
 
-  Doorbell _bell;  // the web's
+  Doorbell _answered;  // both are the web's
+  Doorbell _happened;
   LiveFeed _live;
   Enquiry<Snapshot> _snapshots;
   Enquiry<Figures> _figures;

@@ -10,8 +10,10 @@ ChannelView::ChannelView(EventLoop& loop, ChannelSide& channel, LiveClient& clie
       _snapshots(loop, channel._snapshots, [this] { _channel._waker.wake(); }),
       _figures(loop, channel._figures, [this] { _channel._waker.wake(); }),
       _more(loop, [this] { look(); }),
+      _nextLook(loop, [this] { look(); }),
       _waker(loop, [this] { look(); }) {
-  channel._bell.await();
+  channel._answered.await();
+  channel._happened.await();
 }
 
 void ChannelView::askForSnapshot(Questions<Snapshot>::Receiver receiver) {
@@ -28,23 +30,22 @@ std::uint64_t ChannelView::watch(const LiveFeed::Topics& topics) {
   return number;
 }
 
-// What comes behind the last look rings the bell.
+// What comes behind the last look rings a bell, but for what happens while the next look is due.
 void ChannelView::look() {
-  if (takeSome()) return _more.ask();
-  _channel._bell.await();
-  if (takeSome()) _more.ask();
-  if (_channel._live.offerTopics()) _channel._waker.wake();
-}
-
-// Returns whether there may be more.
-bool ChannelView::takeSome() noexcept {
+  _channel._answered.await();
   _snapshots.collect();
   _figures.collect();
-  return tellSome();
+  const std::size_t told = tellSome();
+  if (_channel._live.offerTopics()) _channel._waker.wake();
+  if (told == mostEvents) return _more.ask();
+  if (_nextLook.isSet()) return;
+  if (told > 0) return _nextLook.set(pause);
+  _channel._happened.await();
+  if (_channel._live.first() != nullptr) _more.ask();
 }
 
-// Returns whether there may be more.
-bool ChannelView::tellSome() noexcept {
+// Returns how many; there may be more when they are mostEvents.
+std::size_t ChannelView::tellSome() noexcept {
   std::size_t count = 0;
   for (; count < mostEvents; ++count) {
     const LiveEvent* const event = _channel._live.first();
@@ -53,7 +54,7 @@ bool ChannelView::tellSome() noexcept {
     _channel._live.take();
   }
   _client.told();
-  return count == mostEvents;
+  return count;
 }
 
 }  // namespace dch

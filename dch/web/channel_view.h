@@ -2,9 +2,11 @@
 #ifndef DCH_WEB_CHANNEL_VIEW_H
 #define DCH_WEB_CHANNEL_VIEW_H
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 
+#include "dch/net/alarm.h"
 #include "dch/net/event_loop.h"
 #include "dch/net/next_turn.h"
 #include "dch/net/waker.h"
@@ -31,6 +33,9 @@ class ChannelView {
  public:
   // So many events are told before others have their turn.
   static constexpr std::size_t mostEvents = 256;
+  // Between two looks while something happens: to wake this thread for each row costs the channel
+  // more than the row.
+  static constexpr std::chrono::milliseconds pause{5};
 
   // `loop` is the web's. All outlive it. Throws std::system_error or std::bad_alloc.
   ChannelView(EventLoop& loop, ChannelSide& channel, LiveClient& client);
@@ -48,14 +53,14 @@ class ChannelView {
 
  private:
   void look();
-  bool takeSome() noexcept;
-  bool tellSome() noexcept;
+  std::size_t tellSome() noexcept;
 
   ChannelSide& _channel;
   LiveClient& _client;
   Questions<Snapshot> _snapshots;
   Questions<Figures> _figures;
   NextTurn _more;
+  Alarm _nextLook;
   Waker _waker;
 };
 
