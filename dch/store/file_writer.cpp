@@ -62,7 +62,7 @@ void FileWriter::write(std::vector<Item>* group) noexcept {
   ++_figures.groups;
   _figures.changesKept += kept;
   _figures.changesRefused += group->size() - kept;
-  _figures.isFailing = !isKept;
+  _figures.isFailing = isFailing();
   _figures.microseconds += static_cast<std::uint64_t>(
       std::chrono::duration_cast<std::chrono::microseconds>(time).count());
 }
@@ -164,6 +164,7 @@ bool FileWriter::tidy(const RetentionLimits& limits, bool isIdle) noexcept {
     _lastLook = std::chrono::steady_clock::now();
   }
   if (!isInPlace()) return _hasMoreToTidy = false;
+  if (isLook) tryToWriteAgain();
   try {
     bool isLogDone = true;
     // All that may have failed has to work before it is told so.
@@ -181,6 +182,22 @@ bool FileWriter::tidy(const RetentionLimits& limits, bool isIdle) noexcept {
     _hasMoreToTidy = false;
   }
   return _hasMoreToTidy;
+}
+
+// What has ended is to be told also when nobody has anything to keep.
+void FileWriter::tryToWriteAgain() noexcept {
+  if (_writing.isOn) {
+    _file.setPatience(false);
+    try {
+      makeWriter();
+      takeOutOfLog();
+      end(&_writing);
+    } catch (const std::exception&) {
+      // The next look tries it again.
+    }
+  }
+  const std::lock_guard lock(_mutex);
+  _figures.isFailing = isFailing();
 }
 
 bool FileWriter::isLookDue(bool isIdle) const {

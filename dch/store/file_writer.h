@@ -25,7 +25,7 @@ struct StoreFigures {
   std::uint64_t rowsRemoved = 0;   // by retention
   std::uint64_t failures = 0;      // groups, checkpoints, steps of retention, looks at its place
   std::uint64_t microseconds = 0;  // in which groups were written
-  bool isFailing = false;          // the last group was not kept
+  bool isFailing = false;          // what comes now would not be kept, as far as is known
 };
 
 // One thread, but for what says otherwise.
@@ -82,6 +82,8 @@ class FileWriter {
   void tellRefused(const Registered& change);
   bool recover(std::int64_t position) noexcept;
   void takeOutOfLog();
+  void tryToWriteAgain() noexcept;
+  bool isFailing() const { return _place.isOn || _writing.isOn; }
   bool isLookDue(bool isIdle) const;
   void noteLog(int pages);
   bool checkpoint();

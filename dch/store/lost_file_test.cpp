@@ -79,6 +79,13 @@ TEST_F(LostFileTest, NothingIsKeptByAFileThatWasMovedUntilItIsBack) {
   EXPECT_EQ(rowsAfterDeath(), kept());
 }
 
+TEST_F(LostFileTest, WorksAgainWhenItIsBackThoughNothingIsToBeKept) {
+  fs::rename(path(), path() + "-moved");
+  keepRowsUntilItIsNoticed();
+  fs::rename(path() + "-moved", path());
+  EXPECT_TRUE(waitUntil([&] { return !_store->figures().isFailing; }));
+}
+
 TEST_F(LostFileTest, NothingIsKeptByAFileThatWasRemoved) {
   fs::remove(path());
   keepRowsUntilItIsNoticed();

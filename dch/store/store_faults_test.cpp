@@ -134,6 +134,22 @@ TEST_F(StoreFaults, TellsWhenItBeginsAndWhenItEnds) {
   EXPECT_EQ(read("SELECT time_us FROM \"HOSTMON.load\""), "4\n5\n");
 }
 
+TEST_F(StoreFaults, TellsOfTheEndAlsoWhenNothingIsToBeKept) {
+  startOnVfs();
+  goOnline();
+  _log.lines.clear();
+  _vfs.setDecision([](DiskOperation) { return DiskOutcome::isFull; });
+  EXPECT_FALSE(keep(Row{1, 1, dataMessage(1)}));
+  EXPECT_TRUE(_store->figures().isFailing);
+  _vfs.setDecision(nullptr);
+  EXPECT_TRUE(waitUntil([&] { return !_store->figures().isFailing; }));
+  EXPECT_EQ(_store->figures().changesRefused, 1u);
+  _store->collect();
+  ASSERT_EQ(_log.lines.size(), 2u);
+  EXPECT_THAT(_log.lines[1], HasSubstr("is written again"));
+  EXPECT_EQ(read("SELECT count(*) FROM \"HOSTMON.load\""), "0\n");
+}
+
 TEST_F(StoreFaults, IsTidiedAgainOnlyWhenWhatFailedWorks) {
   startOnVfs();
   goOnline();
