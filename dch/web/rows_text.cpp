@@ -63,7 +63,7 @@ class CsvRows : public RowsText {
       case AttributeValue::Kind::number:
         return std::to_string(value.number);
       case AttributeValue::Kind::text:
-        return tools::csvField(std::string(value.bytes));
+        return tools::csvField(readable(value.bytes));
       case AttributeValue::Kind::bytes:
         return digitsOf(value.bytes);
       case AttributeValue::Kind::none:

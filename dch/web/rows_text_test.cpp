@@ -47,6 +47,17 @@ TEST(RowsText, IsCommaSeparatedValues) {
       text->take());
 }
 
+TEST(RowsText, ShowsBytesThatAreNoTextByTheirDigits) {
+  for (const auto& make : {makeJsonRows, makeCsvRows}) {
+    const auto text = make();
+    text->columns({"source"});
+    text->beginRow();
+    text->value({AttributeValue::Kind::text, 0, "\xC3("});
+    text->endRow();
+    EXPECT_NE(std::string::npos, text->take().find("0xc328"));
+  }
+}
+
 TEST(RowsText, TellsAnEmptyTextFromNone) {
   const auto text = makeCsvRows();
   text->beginRow();
