@@ -83,6 +83,10 @@ TEST_F(ZordchdWebDiskTest, SaysThatTheDiskFails) {
   *_fails = true;
   EXPECT_EQ(statusOf(UdpClient(_port).ask(row())), DCH_STATUS_NOT_STORED);
   expectTrouble("the state file cannot be written");
+  EXPECT_EQ(get("/api/state").json()["counters"]["web_failures"], 0) << "it is asked how it is";
+  *_fails = false;
+  EXPECT_TRUE(waitUntil([&] { return get("/healthz").status == 200; }))
+      << "also when nobody sends a row";
 }
 
 TEST_F(ZordchdWebDiskTest, SaysThatTheDiskDoesNotAnswer) {

@@ -10,16 +10,6 @@ namespace dch {
 
 namespace {
 
-char lower(char character) {
-  return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a')
-                                              : character;
-}
-
-bool isSameName(std::string_view left, std::string_view right) {
-  return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-                    [](char one, char other) { return lower(one) == lower(other); });
-}
-
 bool isPort(std::string_view text) {
   return !text.empty() && text.size() <= 5 && std::all_of(text.begin(), text.end(), [](char each) {
     return each >= '0' && each <= '9';
@@ -78,7 +68,12 @@ bool Access::allowsHost(std::string_view host) const {
 
 bool Access::allowsToken(std::string_view authorization, std::string_view cookies) const {
   return !token || isSameSecret(bearerOf(authorization), *token) ||
-         isSameSecret(cookieIn(cookies, tokenCookie), *token);
+         isSameSecret(cookieIn(cookies, tokenCookie), *token) ||
+         isSameSecret(percentDecoded(cookieIn(cookies, tokenCookie)).value_or(""), *token);
+}
+
+bool Access::showsToken(std::string_view authorization, std::string_view cookies) {
+  return !bearerOf(authorization).empty() || !cookieIn(cookies, tokenCookie).empty();
 }
 
 }  // namespace dch

@@ -9,7 +9,7 @@
 
 namespace dch {
 
-// What the page sets to the token.
+// What the page sets to the token, with all bytes that a cookie may not have as % and two digits.
 constexpr std::string_view tokenCookie = "zord410_token";
 
 struct Access {
@@ -23,6 +23,11 @@ struct Access {
   // Whether the header Authorization or the header Cookie shows the token. How long it takes says
   // nothing about the token but its length.
   bool allowsToken(std::string_view authorization, std::string_view cookies) const;
+
+  // Whether they show one, whichever.
+  static bool showsToken(std::string_view authorization, std::string_view cookies);
+
+  bool operator==(const Access&) const = default;
 };
 
 }  // namespace dch

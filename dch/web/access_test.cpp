@@ -48,6 +48,20 @@ TEST(Access, TakesTheTokenFromTheHeaderOrTheCookie) {
   EXPECT_TRUE(access.allowsToken("Bearer wrong", "zord410_token=s3cret=/+"));
 }
 
+TEST(Access, TakesTheCookieAsThePageWritesIt) {
+  const Access access{.hosts = {}, .token = "s3cret=/+%3d;"};
+  EXPECT_TRUE(access.allowsToken("", "zord410_token=s3cret%3D%2F%2B%253d%3B"));
+  for (const char* each : {"s3cret%3D%2F%2B%253d%3", "s3cret%3D%2F%2B%3d%3B", "%", "%zz"})
+    EXPECT_FALSE(access.allowsToken("", std::string("zord410_token=") + each)) << each;
+}
+
+TEST(Access, TellsWhetherATokenIsShown) {
+  EXPECT_FALSE(Access::showsToken("", ""));
+  EXPECT_FALSE(Access::showsToken("Basic abc", "zord410_token=; a=b"));
+  EXPECT_TRUE(Access::showsToken("Bearer wrong", ""));
+  EXPECT_TRUE(Access::showsToken("", "a=b; zord410_token=wrong"));
+}
+
 TEST(Access, RefusesEveryOtherToken) {
   const Access access{.hosts = {}, .token = "s3cret"};
   for (const char* each : {"", "Bearer", "Bearer ", "Bearer s3cre", "Bearer s3crets",

@@ -42,8 +42,9 @@ class Pieces {
   // Whether they go on until the connection ends.
   virtual bool areEndless() const { return false; }
 
-  // Of endless ones: the other side sends nothing more. It may be gone; to send it something shows
-  // that.
+  // Of endless ones: what ends the connection, whatever is still to be sent.
+  virtual void setEnd(std::function<void()>) {}
+  // The other side sends nothing more. It may be gone; to send it something shows that.
   virtual void peerHasEnded() {}
 };
 
@@ -53,6 +54,7 @@ struct Answer {
   SharedText body = {};
   std::unique_ptr<Pieces> pieces = {};                           // in its place
   std::vector<std::pair<const char*, std::string>> fields = {};  // further ones of the header
+  bool isReport = false;  // its status is that of the server, not of the request
 };
 
 // {"error": sentence}

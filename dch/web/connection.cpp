@@ -175,10 +175,13 @@ WebRequest Connection::request() const {
   const http::request_header<>& header = _parser->get();
   return {.isRead = _isHead || header.method() == http::verb::get,
           .target = std::string(header.target()),
-          .host = field(header, http::field::host),
+          .host = header.count(http::field::host) > 0
+                      ? std::optional(field(header, http::field::host))
+                      : std::nullopt,
           .authorization = field(header, http::field::authorization),
           .cookies = field(header, http::field::cookie),
           .accept = field(header, http::field::accept),
+          .origin = field(header, http::field::origin),
           .fetchSite = std::string(header["Sec-Fetch-Site"]),
           .fetchMode = std::string(header["Sec-Fetch-Mode"])};
 }
@@ -197,7 +200,10 @@ void Connection::respond(Answer&& answer) {
   if (!_isHead && answer.body != nullptr) send(std::move(answer.body));
   _isLastPiece = _isHead || answer.pieces == nullptr;
   if (!_isLastPiece) _pieces = std::move(answer.pieces);
-  if (_pieces != nullptr && _pieces->areEndless()) watchPeer();
+  if (_pieces != nullptr && _pieces->areEndless()) {
+    _pieces->setEnd([this] { close(); });
+    watchPeer();
+  }
   write();
 }
 

@@ -33,8 +33,7 @@ LiveFeed::LiveFeed(Counters& counters, Doorbell& bell) : _counters(counters), _b
 void LiveFeed::rowKept(const Source& source, std::string_view message, Time time) noexcept {
   WatchedTopic* const topic = find(source.group->topic);
   if (topic == nullptr) return;
-  pass(topic, message.size(), [&](LiveEvent* event) {
-    event->time = time;
+  pass(topic, time, message.size(), [&](LiveEvent* event) {
     event->change = nullptr;
     event->handle = source.handle;
     event->application.clear();
@@ -47,8 +46,7 @@ void LiveFeed::rowKept(const Source& source, std::string_view message, Time time
 void LiveFeed::statusChanged(const SourceNames& names, short requestCode) noexcept {
   WatchedTopic* const topic = find(statusTopic);
   if (topic == nullptr) return;
-  pass(topic, 0, [&](LiveEvent* event) {
-    event->time = now();
+  pass(topic, now(), 0, [&](LiveEvent* event) {
     event->change = changeOf(names, requestCode);
     event->handle = 0;
     reuse(&event->application, names.application);
@@ -107,11 +105,13 @@ LiveEvent* LiveFeed::room(std::size_t messageBytes) noexcept {
 
 // The web is woken also for what is lost: it is told by the topic.
 template <class Fill>
-void LiveFeed::pass(WatchedTopic* topic, std::size_t messageBytes, const Fill& fill) noexcept {
-  LiveEvent* event = room(messageBytes);
+void LiveFeed::pass(WatchedTopic* topic, Time time, std::size_t messageBytes,
+                    const Fill& fill) noexcept {
+  LiveEvent* event = topic->spend(messageBytes, time) ? room(messageBytes) : nullptr;
   try {
     if (event != nullptr) {
       event->topic = topic->number;
+      event->time = time;
       fill(event);
     }
   } catch (const std::bad_alloc&) {

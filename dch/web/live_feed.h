@@ -16,20 +16,9 @@
 #include "dch/core/text_map.h"
 #include "dch/web/doorbell.h"
 #include "dch/web/ring.h"
+#include "dch/web/watched_topic.h"
 
 namespace dch {
-
-// What somebody wants to see live.
-struct WatchedTopic {
-  WatchedTopic(std::string watched, std::uint64_t itsNumber)
-      : topic(std::move(watched)), number(itsNumber) {}
-
-  const std::string topic;     // topicOf(application, group), or statusTopic
-  const std::uint64_t number;  // by which its events name it: one of its own
-  // So many of its events could not be passed on, as the web had fallen too far behind. The
-  // channel's thread counts.
-  std::atomic<std::uint64_t> lost{0};
-};
 
 struct LiveEvent {
   std::uint64_t topic = 0;  // WatchedTopic::number
@@ -94,7 +83,7 @@ class LiveFeed : public Observer {
   WatchedTopic* find(std::string_view topic) const noexcept;
   LiveEvent* room(std::size_t messageBytes) noexcept;
   template <class Fill>
-  void pass(WatchedTopic* topic, std::size_t messageBytes, const Fill& fill) noexcept;
+  void pass(WatchedTopic* topic, Time time, std::size_t messageBytes, const Fill& fill) noexcept;
 
   Counters& _counters;
   Doorbell& _bell;

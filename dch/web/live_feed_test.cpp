@@ -138,6 +138,27 @@ TEST_F(LiveFeedTest, TakesNoMoreThanSoManyBytes) {
   EXPECT_EQ(_feed.first()->message, message);
 }
 
+TEST_F(LiveFeedTest, PassesNoMoreThanSoManyBytesASecondOfATopic) {
+  constexpr Time second = 1'000'000;
+  const auto watched = topic(topicOf("A", "g"), 1);
+  watched->limitTo(1'000);
+  watch({watched});
+  const auto keepRows = [&](int rows, Time time) {
+    for (int i = 0; i < rows; ++i) keepRow(1, std::string(100, 'm'), time);
+  };
+  keepRows(12, second);
+  EXPECT_EQ(watched->lost, 2u);
+  keepRows(6, second + second / 2);
+  EXPECT_EQ(watched->lost, 3u);
+  keepRows(11, 100 * second);
+  EXPECT_EQ(watched->lost, 4u) << "what was not used is not saved up";
+  keepRows(1, 50 * second);
+  EXPECT_EQ(watched->lost, 5u);
+  keepRows(10, 51 * second);
+  EXPECT_EQ(watched->lost, 5u) << "a clock that is put back stops nothing";
+  EXPECT_EQ(_counters[Counter::liveEventsLost], 5u);
+}
+
 TEST_F(LiveFeedTest, KeepsNoMemoryOfALargeRow) {
   watch({topic(topicOf("A", "g"), 1)});
   keepRow(1, std::string(1'000'000, 'm'));

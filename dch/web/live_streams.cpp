@@ -60,9 +60,13 @@ class LiveStreams::Stream {
   Stream(LiveStreams* streams, std::vector<std::string> topics)
       : owner(streams), topicNames(std::move(topics)) {}
 
-  // Returns false when too much waits.
-  bool add(const SharedText& text) {
-    _waiting.push_back(text);
+  // Returns false when too much waits, or there is no memory for more.
+  bool add(const SharedText& text) noexcept {
+    try {
+      _waiting.push_back(text);
+    } catch (const std::bad_alloc&) {
+      return false;
+    }
     _bytes += text->size();
     return _bytes <= mostWaitingBytes;
   }
@@ -73,18 +77,25 @@ class LiveStreams::Stream {
   }
 
   void deliver() {
-    if (!_take || (_waiting.empty() && !_hasEnded)) return;
-    Piece piece{std::exchange(_waiting, {})};
-    if (_hasEnded) piece.follows = Piece::Follows::failure;
+    if (_hasEnded && _end) return std::exchange(_end, nullptr)();
+    if (!_take || _waiting.empty()) return;
     _bytes = 0;
-    std::exchange(_take, nullptr)(std::move(piece));
+    std::exchange(_take, nullptr)(Piece{std::exchange(_waiting, {})});
   }
 
+  // With the next delivery.
   void end() {
     _waiting.clear();
     _hasEnded = true;
   }
+  void setEnd(std::function<void()> end) { _end = std::move(end); }
   bool hasEnded() const { return _hasEnded; }
+
+  // The connection is gone.
+  void abandon() {
+    _take = nullptr;
+    _end = nullptr;
+  }
 
   LiveStreams* owner;  // null when there is none any more
   const std::vector<std::string> topicNames;
@@ -94,6 +105,7 @@ class LiveStreams::Stream {
   std::size_t _bytes = 0;
   bool _hasEnded = false;
   Pieces::Take _take;
+  std::function<void()> _end;
 };
 
 // The connection's side of it.
@@ -101,6 +113,7 @@ class LiveStreams::Handle : public Pieces {
  public:
   explicit Handle(std::shared_ptr<Stream> stream) : _stream(std::move(stream)) {}
   ~Handle() override {
+    _stream->abandon();
     if (_stream->owner != nullptr) _stream->owner->remove(_stream.get());
   }
   Handle(const Handle&) = delete;
@@ -108,6 +121,7 @@ class LiveStreams::Handle : public Pieces {
 
   void next(Take take) override { _stream->next(std::move(take)); }
   bool areEndless() const override { return true; }
+  void setEnd(std::function<void()> end) override { _stream->setEnd(std::move(end)); }
   void peerHasEnded() override {
     _stream->add(signOfLife());
     _stream->deliver();
@@ -119,8 +133,8 @@ class LiveStreams::Handle : public Pieces {
 
 struct LiveStreams::Topic {
   std::shared_ptr<WatchedTopic> watched;
+  std::uint64_t lostHere = 0;  // besides those that did not come here
   std::uint64_t lostTold = 0;
-  std::string written = {};  // for all who watch it
   std::vector<std::shared_ptr<Stream>> streams = {};
 };
 
@@ -157,6 +171,7 @@ void LiveStreams::open(const std::vector<std::string>& topics,
     }
     topic->streams.push_back(stream);
   }
+  share();
   _openings.push_back({watch(), std::move(handle), std::move(begin)});
 }
 
@@ -170,15 +185,14 @@ void LiveStreams::happened(const LiveEvent& event) noexcept {
   if (known == _byNumber.end()) return;
   Topic& topic = *known->second;
   try {
-    topic.written += event.change == nullptr ? rowText(event) : statusText(event);
+    write(event.topic, event.change == nullptr ? rowText(event) : statusText(event));
   } catch (const std::bad_alloc&) {
-    topic.watched->lost.fetch_add(1, std::memory_order_relaxed);
+    ++topic.lostHere;
   }
 }
 
 void LiveStreams::told() noexcept {
   try {
-    for (const auto& [name, topic] : _topics) tellLost(topic.get());
     begin();
     if (_flushing.isSet()) return;
     const auto due = _lastFlush + pause;
@@ -192,10 +206,16 @@ void LiveStreams::told() noexcept {
 }
 
 void LiveStreams::tellLost(Topic* topic) {
-  const std::uint64_t lost = topic->watched->lost.load(std::memory_order_relaxed);
+  const std::uint64_t lost = topic->watched->lost.load(std::memory_order_relaxed) + topic->lostHere;
   if (lost == topic->lostTold) return;
-  topic->written += lostText(lost - topic->lostTold);
+  write(topic->watched->number, lostText(lost - topic->lostTold));
   topic->lostTold = lost;
+}
+
+// Who watches several topics gets all in its order.
+void LiveStreams::write(std::uint64_t topic, const std::string& text) {
+  if (_written.empty() || _written.back().topic != topic) _written.push_back({topic});
+  _written.back().text += text;
 }
 
 void LiveStreams::begin() {
@@ -211,16 +231,27 @@ void LiveStreams::begin() {
 
 void LiveStreams::flush() {
   _lastFlush = Alarm::Clock::now();
-  for (const auto& [name, topic] : _topics) {
-    if (topic->written.empty()) continue;
-    const SharedText text = shareText(std::exchange(topic->written, {}));
-    for (const auto& each : topic->streams) {
-      if (each->hasEnded() || each->add(text)) continue;
-      each->end();
-      _counters.add(Counter::liveClientsDropped);
-    }
+  for (const auto& [name, topic] : _topics) tellLost(topic.get());
+  for (Run& run : std::exchange(_written, {})) {
+    const auto topic = _byNumber.find(run.topic);
+    if (topic != _byNumber.end()) send(std::move(run.text), topic->second->streams);
   }
   deliverAll();
+}
+
+// Whoever cannot get it comes back and looks into the store.
+void LiveStreams::send(std::string&& text, const std::vector<std::shared_ptr<Stream>>& streams) {
+  SharedText shared;
+  try {
+    shared = shareText(std::move(text));
+  } catch (const std::bad_alloc&) {
+    // All of them are dropped.
+  }
+  for (const auto& each : streams) {
+    if (each->hasEnded() || (shared != nullptr && each->add(shared))) continue;
+    each->end();
+    _counters.add(Counter::liveClientsDropped);
+  }
 }
 
 void LiveStreams::giveSign() {
@@ -246,11 +277,17 @@ void LiveStreams::remove(Stream* stream) noexcept {
   }
   std::erase_if(_streams, isIt);
   _counters.set(Counter::liveClients, _streams.size());
+  share();
   try {
     watch();
   } catch (const std::bad_alloc&) {
     // What nobody looks at any more is watched until somebody comes or goes.
   }
+}
+
+void LiveStreams::share() noexcept {
+  for (const auto& [name, topic] : _topics)
+    topic->watched->limitTo(mostBytesASecond / _streams.size());
 }
 
 std::uint64_t LiveStreams::watch() {

@@ -25,6 +25,9 @@ class LiveStreams : public LiveClient {
  public:
   static constexpr std::size_t mostStreams = 192;           // others are to have connections, too
   static constexpr std::size_t mostWaitingBytes = 2 << 20;  // of each
+  // What all of them together are told of messages a second, each an equal part: to send more than
+  // a page can show costs the channel time.
+  static constexpr std::uint64_t mostBytesASecond = std::uint64_t{128} << 20;
   static constexpr std::chrono::milliseconds pause{20};
   static constexpr std::chrono::seconds sign{10};  // of life, when nothing comes
 
@@ -51,19 +54,28 @@ class LiveStreams : public LiveClient {
   class Handle;
   struct Topic;
   struct Opening;
+  // Events of one topic, between those of others.
+  struct Run {
+    std::uint64_t topic;
+    std::string text = {};
+  };
 
   void tellLost(Topic* topic);
+  void write(std::uint64_t topic, const std::string& text);
   void begin();
   void flush();
+  void send(std::string&& text, const std::vector<std::shared_ptr<Stream>>& streams);
   void giveSign();
   void deliverAll();
   void remove(Stream* stream) noexcept;
   std::uint64_t watch();
+  void share() noexcept;
 
   Counters& _counters;
   ChannelView* _view = nullptr;
   std::unordered_map<std::string, std::unique_ptr<Topic>> _topics;
   std::unordered_map<std::uint64_t, Topic*> _byNumber;
+  std::vector<Run> _written;
   std::vector<std::shared_ptr<Stream>> _streams;
   std::vector<Opening> _openings;
   std::uint64_t _lastNumber = 0;

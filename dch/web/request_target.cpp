@@ -14,35 +14,17 @@ namespace {
 
 constexpr std::size_t longestShown = 60;
 
-// -1 for what is none.
-int digitOf(char character) {
-  if (character >= '0' && character <= '9') return character - '0';
-  if (character >= 'a' && character <= 'f') return character - 'a' + 10;
-  if (character >= 'A' && character <= 'F') return character - 'A' + 10;
-  return -1;
-}
-
 // As forms write it: a plus sign is a blank.
 std::string decoded(std::string_view text) {
-  std::string result;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '+') {
-      result += ' ';
-    } else if (text[i] != '%') {
-      result += text[i];
-    } else {
-      const int high = i + 2 < text.size() ? digitOf(text[i + 1]) : -1;
-      const int low = high >= 0 ? digitOf(text[i + 2]) : -1;
-      if (low < 0)
-        throw WebError(http_status::badRequest,
-                       "two hexadecimal digits have to follow each % in the address, "
-                       "and do not in " +
-                           shown(text));
-      result += static_cast<char>(high * 16 + low);
-      i += 2;
-    }
-  }
-  return result;
+  std::string withBlanks(text);
+  std::replace(withBlanks.begin(), withBlanks.end(), '+', ' ');
+  std::optional<std::string> result = percentDecoded(withBlanks);
+  if (!result)
+    throw WebError(http_status::badRequest,
+                   "two hexadecimal digits have to follow each % in the address, "
+                   "and do not in " +
+                       shown(text));
+  return *std::move(result);
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 #include "dch/web/http_status.h"
 #include "dch/web/moment.h"
 #include "dch/web/page_file.h"
+#include "dch/web/text_parts.h"
 #include "dch/web/web_error.h"
 
 namespace dch {
@@ -88,9 +89,14 @@ std::string whatIsUnknown(const Snapshot& snapshot, std::string_view application
   return hasGroup ? "" : "application " + shown(application) + " has no group " + shown(group);
 }
 
-// A program of another site's that a browser runs has no business here.
+// A program of another site's that a browser runs has no business here. Browsers tell the site only
+// where they trust the connection, the origin everywhere.
 bool isOfAnotherSite(const WebRequest& request) {
-  return request.fetchSite == "cross-site" && request.fetchMode != "navigate";
+  if (request.fetchSite == "cross-site" && request.fetchMode != "navigate") return true;
+  const std::string_view origin = request.origin;
+  const std::size_t scheme = origin.find("://");
+  return !origin.empty() && (scheme == std::string_view::npos || !request.host ||
+                             !isSameName(origin.substr(scheme + 3), *request.host));
 }
 
 }  // namespace
@@ -120,10 +126,14 @@ const Router::Route* Router::findRoute(std::string_view path) {
 }
 
 void Router::handle(const WebRequest& request, const Respond& respond) {
-  const auto counted = [this, respond](Answer&& answer) {
-    if (answer.status == http_status::unauthorized || answer.status == http_status::forbidden)
+  // Who shows no token at all is asked for it, which is nothing to worry about.
+  const bool showsToken = Access::showsToken(request.authorization, request.cookies);
+  const auto counted = [this, respond, showsToken](Answer&& answer) {
+    if (answer.status == http_status::forbidden ||
+        (answer.status == http_status::unauthorized && showsToken))
       _parts.counters.add(Counter::webRequestsRefused);
-    if (answer.status == http_status::serviceUnavailable) _parts.counters.add(Counter::webFailures);
+    if (answer.status == http_status::serviceUnavailable && !answer.isReport)
+      _parts.counters.add(Counter::webFailures);
     respond(std::move(answer));
   };
   try {
@@ -136,9 +146,9 @@ void Router::handle(const WebRequest& request, const Respond& respond) {
 }
 
 void Router::answer(const WebRequest& request, const Respond& respond) {
-  if (!request.host.empty() && !_access.allowsHost(request.host))
+  if (request.host && !_access.allowsHost(*request.host))
     throw WebError(http_status::forbidden,
-                   "this server is not " + shown(request.host) +
+                   "this server is not " + shown(*request.host) +
                        "; ask for it by its address, or have its name added to hosts "
                        "in [web]");
   if (isOfAnotherSite(request))
@@ -252,7 +262,8 @@ void Router::answerHealth(const WebRequest&, const Parameters&, const Respond& r
   const std::string trouble = _parts.health.trouble(Health::Clock::now());
   respond({.status = trouble.empty() ? http_status::ok : http_status::serviceUnavailable,
            .type = "text/plain; charset=utf-8",
-           .body = shareText((trouble.empty() ? "ok" : trouble) + "\n")});
+           .body = shareText((trouble.empty() ? "ok" : trouble) + "\n"),
+           .isReport = true});
 }
 
 }  // namespace dch

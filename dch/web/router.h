@@ -40,6 +40,7 @@ class Router {
   explicit Router(const RouterParts& parts) : _parts(parts) {}
 
   void setAccess(Access access) { _access = std::move(access); }
+  const Access& access() const { return _access; }
 
   // Answers, within the call or later: with a sentence what cannot be done.
   void handle(const WebRequest& request, const Respond& respond);

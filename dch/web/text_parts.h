@@ -3,6 +3,8 @@
 #define DCH_WEB_TEXT_PARTS_H
 
 #include <algorithm>
+#include <optional>
+#include <string>
 #include <string_view>
 
 namespace dch {
@@ -21,6 +23,13 @@ inline std::string_view trimmed(std::string_view text) {
   while (text.ends_with(' ')) text.remove_suffix(1);
   return text;
 }
+
+// Whether they are the same but for capital and small letters.
+bool isSameName(std::string_view left, std::string_view right);
+
+// With the byte in the place of each % and its two hexadecimal digits; nothing where those do not
+// follow.
+std::optional<std::string> percentDecoded(std::string_view text);
 
 }  // namespace dch
 

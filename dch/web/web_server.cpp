@@ -89,7 +89,7 @@ class WebServer::Thread {
   void obey() {
     const std::lock_guard lock(_mutex);
     if (_isStopping) return _loop.stop();
-    if (!_access) return;
+    if (!_access || *_access == _router.access()) return;
     _router.setAccess(*std::exchange(_access, std::nullopt));
     _live.endAll();
   }
