@@ -64,16 +64,22 @@ class Filler {
   std::size_t _appended = 0;
 };
 
-void fillFile(const std::string& path, int sources, int rows) {
-  Filler filler(path);
+void bringOnLine(Filler* filler, const std::string& registration, int sources) {
   dch::Registered registered;
   std::string error;
-  if (!suite::parseRegistration(registrationOf("BENCH"), &registered.registration, &error))
+  if (!suite::parseRegistration(registration, &registered.registration, &error))
     throw std::runtime_error(error);
-  filler.append(std::move(registered));
+  const std::string application = registered.registration.applName;
+  filler->append(std::move(registered));
+  for (ZORA_Long handle = 1; handle <= sources; ++handle)
+    filler->append(dch::WentOnline{application, "group", "host" + std::to_string(handle), handle});
+}
+
+void fillFile(const std::string& path, int sources, int rows) {
+  Filler filler(path);
+  bringOnLine(&filler, registrationOf("BENCH"), sources);
   std::vector<std::string> messages;
   for (ZORA_Long handle = 1; handle <= sources; ++handle) {
-    filler.append(dch::WentOnline{"BENCH", "group", "host" + std::to_string(handle), handle});
     // Short: it is their number that counts.
     messages.push_back(dch::testkit::dataMessage(handle, {{"attr", 'D', "x"}}));
   }
@@ -81,6 +87,17 @@ void fillFile(const std::string& path, int sources, int rows) {
     const int source = row % sources;
     filler.append(dch::Row{source + 1, dch::now(), messages[static_cast<std::size_t>(source)]});
   }
+  filler.finish();
+}
+
+void fillFileWithNumbers(const std::string& path, int sources, int numbers, int rows) {
+  constexpr dch::Time second = 1'000'000;
+  Filler filler(path);
+  bringOnLine(&filler, registrationOfNumbers(numbers), sources);
+  const dch::Time newest = dch::now();
+  for (int row = 0; row < rows; ++row)
+    filler.append(dch::Row{1 + row % sources, newest - (rows - 1 - row) * second,
+                           rowOfNumbers(1 + row % sources, row, numbers)});
   filler.finish();
 }
 
@@ -95,8 +112,16 @@ dch::testkit::ServerProcess::Arguments KeptState::serverArguments() const {
 }
 
 void KeptState::fill(int sources, int rows) const {
+  fillIn([=](const std::string& path) { fillFile(path, sources, rows); });
+}
+
+void KeptState::fillNumbers(int sources, int numbers, int rows) const {
+  fillIn([=](const std::string& path) { fillFileWithNumbers(path, sources, numbers, rows); });
+}
+
+void KeptState::fillIn(const std::function<void(const std::string&)>& work) const {
   // In a process of its own, whose memory goes with it.
-  if (!Worker([&] { fillFile(path(), sources, rows); }).succeeded())
+  if (!Worker([&] { work(path()); }).succeeded())
     throw std::runtime_error("a state file cannot be filled");
   sync();  // so that nothing of it is written while something is measured
 }

@@ -25,6 +25,10 @@ long ownResidentBytes(pid_t process) {
   return bytesOf(process, "RssAnon:");
 }
 
+long mostResidentBytes(pid_t process) {
+  return bytesOf(process, "VmHWM:");
+}
+
 double processorMicroseconds(pid_t process) {
   clockid_t clock;
   timespec time;

@@ -3,10 +3,12 @@
 #include <sys/select.h>
 #include <sys/socket.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <memory>
 #include <stdexcept>
 #include <thread>
+#include <vector>
 
 #include "dch/testkit/messages.h"
 #include "zordchcl/zordchcl.h"
@@ -43,7 +45,10 @@ Exchange sendRows(ZORA_Long handle, char* (*makeRow)()) {
   return {[row, makeRow] { *row = makeRow(); },
           [row, handle] {
             ZORA_Long status = 1;
-            return dp_data(&status, handle, sampleType, row.get()) == 0 && status == 0;
+            const int result = dp_data(&status, handle, sampleType, row.get());
+            if (result == 0 && status == 0) return true;
+            throw std::runtime_error("a row ends with " + std::to_string(result) + " and status " +
+                                     std::to_string(status));
           }};
 }
 
@@ -78,6 +83,22 @@ std::string registrationOf(const std::string& application) {
 std::string rowMessage(ZORA_Long handle) {
   constexpr std::size_t valueSize = 80;  // makes it as long as the others
   return dch::testkit::dataMessage(handle, {{"attr", 'D', std::string(valueSize, 'x')}});
+}
+
+std::string registrationOfNumbers(int numbers) {
+  std::string text = "appl:NUMBERS,NUM;group:group;";
+  for (int number = 0; number < numbers; ++number)
+    text += "attr:number" + std::to_string(number) + ",N,4;";
+  return text;
+}
+
+std::string rowOfNumbers(ZORA_Long handle, int row, int numbers) {
+  std::vector<dch::testkit::Value> values;
+  for (int number = 0; number < numbers; ++number) {
+    const auto value = static_cast<std::int32_t>(std::int64_t{row} * 7'919 % 100'000 + number);
+    values.push_back({"number" + std::to_string(number), 'N', dch::testkit::bytesOf(value)});
+  }
+  return dch::testkit::dataMessage(handle, values);
 }
 
 void askServer(int port) {

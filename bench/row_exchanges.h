@@ -33,6 +33,11 @@ std::string registrationOf(const std::string& application);
 // The message of such a row.
 std::string rowMessage(ZORA_Long handle);
 
+// An application "NUMBERS" whose group "group" has that many, and the message of a row of them;
+// those of other rows are others.
+std::string registrationOfNumbers(int numbers);
+std::string rowOfNumbers(ZORA_Long handle, int row, int numbers);
+
 // Makes the server at that port this process's DCH.
 void askServer(int port);
 // The same, and brings a source of the group "group" on line. Returns its handle; throws when the
