@@ -253,6 +253,24 @@ TEST_F(ZordchdWebTest, ShowsTheNewestNumbersOfWhatIsOnLine) {
                     HasSubstr("\nzordchd_sources_online 0\n")));
 }
 
+TEST_F(ZordchdWebTest, ShowsTheNewestNumberOfEachAttribute) {
+  const auto handle = addNumbers();
+  const auto send = [&](const char* name, auto value) {
+    expectDone(dataMessage(handle, {{name, 'N', bytesOf(value)}}));
+  };
+  const auto has = [&](const std::string& sample) {
+    return get("/metrics").body.find(",attribute=\"" + sample + "\n") != std::string::npos;
+  };
+  send("total", std::int64_t{1});
+  send("total", std::int64_t{2});
+  send("processes", std::int32_t{3});
+  EXPECT_TRUE(has("total\"} 2"));
+  EXPECT_TRUE(has("processes\"} 3"));
+  expectDone(offlineMessage(handle));
+  addNumbers();
+  EXPECT_FALSE(has("total\"} 2")) << "since when it is not known";
+}
+
 TEST_F(ZordchdWebTest, ShowsWhatItCounts) {
   expectDone(numbersRow(addNumbers(), 1));
   EXPECT_EQ(figure("counters", "rows_kept"), 1);

@@ -329,7 +329,9 @@ void Core::apply(Row&& change, Entry&& entry) {
   _counters.add(Counter::rowsKept);
   const Row& row = applied.source->row ? *applied.source->row : change;
   _publisher.publish(applied.source->group->topic, row.message);
-  if (_ports.observer != nullptr) _ports.observer->rowKept(*applied.source, row.message, row.time);
+  if (_ports.observer == nullptr) return;
+  const std::string_view former = applied.source->isOnline ? change.message : std::string_view();
+  _ports.observer->rowKept(*applied.source, row.message, former, row.time);
 }
 
 void Core::apply(Deferred&& change, Entry&& entry) {

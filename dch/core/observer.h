@@ -13,8 +13,10 @@ namespace dch {
 // subscribers. It does not call the core. What it is given is valid until it returns.
 class Observer {
  public:
-  // A row of this source, as it came, was kept and acknowledged.
-  virtual void rowKept(const Source& source, std::string_view message, Time time) noexcept = 0;
+  // A row of this source, as it came, was kept and acknowledged. Of a source that is on line
+  // `former` is the one before it; it is empty where there is none at hand.
+  virtual void rowKept(const Source& source, std::string_view message, std::string_view former,
+                       Time time) noexcept = 0;
 
   // What subscribers of provider status are told, also when there are none: see StatusEvent. Names
   // that do not apply are empty.

@@ -19,9 +19,11 @@ class RecordingObserver : public Observer {
                     const testkit::RecordingRowsOut& rowsOut)
       : _answers(answers), _rowsOut(rowsOut) {}
 
-  void rowKept(const Source& source, std::string_view message, Time time) noexcept override {
+  void rowKept(const Source& source, std::string_view message, std::string_view former,
+               Time time) noexcept override {
     rows.push_back(source.name + " " + std::to_string(time));
     lastRow = message;
+    formerRow = former;
     sentBefore = _answers.sent.size();
     pushedBefore = _rowsOut.pushed.size();
   }
@@ -31,6 +33,7 @@ class RecordingObserver : public Observer {
 
   std::vector<std::string> rows;
   std::string lastRow;
+  std::string formerRow;
   std::size_t sentBefore = 0;  // answers, when the last row was told
   std::size_t pushedBefore = 0;
   std::vector<std::string> events;
@@ -68,6 +71,24 @@ TEST_F(ObserverTest, IsToldARowWhenItIsAcknowledgedAndPublished) {
   EXPECT_EQ(_observer.pushedBefore, 1u);
   _slow.conclude(false);
   EXPECT_EQ(_observer.rows.size(), 1u) << "it was not kept";
+}
+
+TEST_F(ObserverTest, IsToldTheRowBeforeOfASourceThatIsOnLine) {
+  receiveObserved(onlineMessage("HOSTMON", "load", "host1"));
+  _slow.concludeAll();
+  const std::string first = dataMessage(1, {{"load1", 'D', "0.42"}});
+  receiveObserved(first);
+  _slow.concludeAll();
+  EXPECT_EQ(_observer.formerRow, "");
+  receiveObserved(dataMessage(1));
+  _slow.concludeAll();
+  EXPECT_EQ(_observer.lastRow, dataMessage(1));
+  EXPECT_EQ(_observer.formerRow, first);
+  receiveObserved(offlineMessage(1));
+  receiveObserved(first);
+  _slow.concludeAll();
+  EXPECT_EQ(_observer.lastRow, first);
+  EXPECT_EQ(_observer.formerRow, "");
 }
 
 TEST_F(ObserverTest, IsToldALateRowOfASourceThatIsOffLine) {

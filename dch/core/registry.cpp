@@ -151,10 +151,12 @@ Applied Registry::apply(const WentOffline& change, Prepared&& prepared) noexcept
 Applied Registry::apply(Row* change) noexcept {
   Source* const source = find(change->handle);
   if (source == nullptr) return refused(DCH_STATUS_UNKNOWN_HANDLE);
-  if (source->isOnline)
-    source->row = std::move(*change);
-  else
+  if (!source->isOnline)
     _offlineRows.replace(source, change);
+  else if (source->row)
+    std::swap(*source->row, *change);
+  else
+    source->row = std::exchange(*change, Row());
   return {DCH_STATUS_OK, source, {}};
 }
 

@@ -17,7 +17,7 @@ void ChannelSide::attach(const Core& core, std::function<void()> setGauges,
   _setGauges = std::move(setGauges);
   _answered.setWake(wakeWeb);
   _happened.setWake(std::move(wakeWeb));
-  _maker.emplace(core.registry());
+  _maker.emplace(core.registry(), _earlier);
 }
 
 void ChannelSide::detach() noexcept {
@@ -27,6 +27,19 @@ void ChannelSide::detach() noexcept {
   _live.detach();
   _answered.setWake(nullptr);
   _happened.setWake(nullptr);
+}
+
+void ChannelSide::rowKept(const Source& source, std::string_view message, std::string_view former,
+                          Time time) noexcept {
+  _live.rowKept(source, message, time);
+  if (source.isOnline) _earlier.take(source, message, former);
+}
+
+void ChannelSide::statusChanged(const SourceNames& names, short requestCode) noexcept {
+  _live.statusChanged(names, requestCode);
+  if (_core == nullptr || _earlier.isEmpty()) return;
+  const Source* const source = _core->registry().find(names);
+  if (source != nullptr && !source->isOnline) _earlier.forget(source->handle);
 }
 
 void ChannelSide::look() noexcept {

@@ -6,10 +6,12 @@
 #include <optional>
 
 #include "dch/core/core.h"
+#include "dch/core/observer.h"
 #include "dch/net/event_loop.h"
 #include "dch/net/next_turn.h"
 #include "dch/net/waker.h"
 #include "dch/web/doorbell.h"
+#include "dch/web/earlier_numbers.h"
 #include "dch/web/enquiry.h"
 #include "dch/web/live_feed.h"
 #include "dch/web/snapshot.h"
@@ -20,12 +22,12 @@ namespace dch {
 // Made before the channel, which has its observer, and gone after it. The web's thread meets it in
 // a ChannelView. All else is the channel's thread's; what it does for the web it does piece by
 // piece, and it never waits for the web.
-class ChannelSide {
+class ChannelSide : private Observer {
  public:
   // `loop` is the channel's. Throws std::system_error or std::bad_alloc.
   ChannelSide(EventLoop& loop, Counters& counters);
 
-  Observer& observer() { return _live; }
+  Observer& observer() { return *this; }
 
   // Begins to answer. `setGauges` brings the table of counters up to date, and throws nothing.
   // `wakeWeb` has the web's thread look at its ChannelView; both are called on the channel's
@@ -40,6 +42,10 @@ class ChannelSide {
 
   using Clock = std::chrono::steady_clock;
 
+  void rowKept(const Source& source, std::string_view message, std::string_view former,
+               Time time) noexcept override;
+  void statusChanged(const SourceNames& names, short requestCode) noexcept override;
+
   void look() noexcept;
   void answerFigures() noexcept;
   void makeSnapshot() noexcept;
@@ -48,6 +54,7 @@ class ChannelSide {
   Doorbell _answered;  // both are the web's
   Doorbell _happened;
   LiveFeed _live;
+  EarlierNumbers _earlier;
   Enquiry<Snapshot> _snapshots;
   Enquiry<Figures> _figures;
   const Core* _core = nullptr;

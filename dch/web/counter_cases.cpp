@@ -67,7 +67,7 @@ class WholeWeb {
       group.topic = topicOf("HOSTMON", "load");
       Source source;
       source.group = &group;
-      _watched.side.observer().rowKept(source, message, 1);
+      _watched.side.observer().rowKept(source, message, {}, 1);
     });
   }
 

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "dch/core/counters.h"
-#include "dch/core/observer.h"
+#include "dch/core/registry.h"
 #include "dch/core/text_map.h"
 #include "dch/web/doorbell.h"
 #include "dch/web/ring.h"
@@ -36,7 +36,7 @@ struct LiveEvent {
 // A row that nobody watches costs a look-up, and nothing while nothing is watched at all. Neither
 // thread ever waits for the other; the memory that each one takes it frees itself. What does not
 // fit is counted.
-class LiveFeed : public Observer {
+class LiveFeed {
  public:
   static constexpr std::size_t mostEvents = 4'096;
   static constexpr std::size_t mostBytes = std::size_t{16} * 1024 * 1024;  // of messages under way
@@ -48,8 +48,9 @@ class LiveFeed : public Observer {
 
   // The channel's thread.
 
-  void rowKept(const Source& source, std::string_view message, Time time) noexcept override;
-  void statusChanged(const SourceNames& names, short requestCode) noexcept override;
+  // See Observer.
+  void rowKept(const Source& source, std::string_view message, Time time) noexcept;
+  void statusChanged(const SourceNames& names, short requestCode) noexcept;
 
   // From now on what watch() was told last is watched. To be called after that.
   void takeTopics() noexcept;

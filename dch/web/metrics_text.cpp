@@ -138,12 +138,14 @@ void addValues(Metrics* metrics, const Snapshot& snapshot) {
   for (const Snapshot::SourceState& source : snapshot.sources) {
     if (!source.isOnline) continue;
     const std::string begin = "zord_value" + labelsOf(source) + ",attribute=\"";
-    for (const NamedValue& each : valuesOf(source.message)) {
-      if (each.value.kind != AttributeValue::Kind::number) continue;
+    const auto add = [&](std::string_view attribute, std::int64_t number) {
       std::string sample = begin;
-      appendEscaped(&sample, readable(each.name));
-      metrics->add(sample += "\"}", std::to_string(each.value.number));
-    }
+      appendEscaped(&sample, readable(attribute));
+      metrics->add(sample += "\"}", std::to_string(number));
+    };
+    for (const NamedValue& each : valuesOf(source.message))
+      if (each.value.kind == AttributeValue::Kind::number) add(each.name, each.value.number);
+    for (const NamedNumber& each : source.earlier) add(each.name, each.value);
   }
 }
 

@@ -87,6 +87,13 @@ TEST_F(MetricsTextTest, TellsTheNewestNumbersOfSourcesOnLine) {
   EXPECT_THAT(metrics, Not(HasSubstr("offline1")));
 }
 
+TEST_F(MetricsTextTest, TellsNumbersThatTheNewestRowDoesNotHave) {
+  addSource("web1", testkit::loadRow(4, 17, "quiet")).earlier = {{"load5", -3}};
+  const std::string metrics = text(MetricsForm::text);
+  EXPECT_THAT(metrics, HasSubstr("source=\"web1\",attribute=\"load1\"} 17\n"));
+  EXPECT_THAT(metrics, HasSubstr("source=\"web1\",attribute=\"load5\"} -3\n"));
+}
+
 TEST_F(MetricsTextTest, EscapesNames) {
   addSource("a\"b\\c\nd", "");
   addSource("\xFF", "");

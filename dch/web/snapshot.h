@@ -10,6 +10,7 @@
 
 #include "dch/core/change.h"
 #include "dch/core/request_counts.h"
+#include "dch/web/earlier_numbers.h"
 #include "suite/registration.h"
 
 namespace dch {
@@ -26,7 +27,8 @@ struct Snapshot {
     bool isOnline = false;
     bool isCurrent = false;  // its newest row came since it went on line
     Time rowTime = 0;
-    std::string message;  // its newest row as it came; empty when none is at hand
+    std::string message;                    // its newest row as it came; empty when none is at hand
+    std::vector<NamedNumber> earlier = {};  // of its group's attributes that this row does not have
   };
   using Applications = std::vector<std::shared_ptr<const suite::Registration>>;
 

@@ -85,8 +85,19 @@ std::size_t SnapshotMaker::addSource(const Source& source) {
   state.isCurrent = source.row && source.isOnline && source.row->isCurrent;
   state.rowTime = source.row ? source.row->time : 0;
   reuse(&state.message, source.row ? std::string_view(source.row->message) : std::string_view());
+  addEarlier(source, &state);
   ++_sourceCount;
   return state.message.size();
+}
+
+// Another registration may have taken attributes away.
+void SnapshotMaker::addEarlier(const Source& source, Snapshot::SourceState* state) const {
+  state->earlier.clear();
+  const std::vector<NamedNumber>* const earlier = _earlier.find(source.handle);
+  if (earlier == nullptr) return;
+  for (const NamedNumber& each : *earlier)
+    if (source.group->attributes.find(each.name) != source.group->attributes.end())
+      state->earlier.push_back(each);
 }
 
 // What is left of the snapshot whose memory this is. Returns whether all of it is removed.

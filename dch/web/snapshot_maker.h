@@ -21,7 +21,9 @@ class SnapshotMaker {
   static constexpr std::size_t mostBytes =
       std::size_t{128} * 1024;  // of rows, beyond the first one
 
-  explicit SnapshotMaker(const Registry& registry) : _registry(registry) {}
+  // Both outlive it, and are of its thread.
+  SnapshotMaker(const Registry& registry, const EarlierNumbers& earlier)
+      : _registry(registry), _earlier(earlier) {}
 
   // Begins a snapshot, in the memory of an earlier one.
   void begin(std::unique_ptr<Snapshot> used) noexcept;
@@ -42,9 +44,11 @@ class SnapshotMaker {
   void addApplication(const suite::Registration& registration);
   void addSources();
   std::size_t addSource(const Source& source);
+  void addEarlier(const Source& source, Snapshot::SourceState* state) const;
   bool removeRest() noexcept;
 
   const Registry& _registry;
+  const EarlierNumbers& _earlier;
   std::unique_ptr<Snapshot> _snapshot;
   Part _part = Part::applications;
   std::uint64_t _revision = 0;  // of the registry when it began

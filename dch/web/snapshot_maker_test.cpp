@@ -59,7 +59,8 @@ class SnapshotMakerTest : public testing::Test {
   }
 
   Registry _registry;
-  SnapshotMaker _maker{_registry};
+  EarlierNumbers _earlier;
+  SnapshotMaker _maker{_registry, _earlier};
   std::unique_ptr<Snapshot> _snapshot;
   std::size_t _pieces = 0;
 };
