@@ -1,52 +1,20 @@
 // Each time that the real program, or a library of it, asks for memory there is none once, while
 // clients use it: it ends with a sentence before it is ready, or it goes on and loses nothing that
 // it acknowledged.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <iostream>
-#include <new>
-#include <stdexcept>
 #include <string>
 
-#include "dch/testkit/failing_memory.h"
+#include "dch/testkit/memory_plan_file.h"
 #include "dch/testkit/notify_socket.h"
 #include "dch/testkit/server_process.h"
 #include "dch/testkit/server_under_fault.h"
 
 namespace dch::testkit {
 namespace {
-
-// In a file that is mapped.
-class SharedPlan {
- public:
-  explicit SharedPlan(const std::string& path)
-      : _file(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {
-    if (_file < 0 || ftruncate(_file, sizeof(MemoryPlan)) != 0)
-      throw std::runtime_error("no file to share");
-    void* const shared =
-        mmap(nullptr, sizeof(MemoryPlan), PROT_READ | PROT_WRITE, MAP_SHARED, _file, 0);
-    if (shared == MAP_FAILED) throw std::runtime_error("no memory to share");
-    _plan = new (shared) MemoryPlan{};
-  }
-  ~SharedPlan() {
-    munmap(_plan, sizeof *_plan);
-    close(_file);
-  }
-  SharedPlan(const SharedPlan&) = delete;
-  SharedPlan& operator=(const SharedPlan&) = delete;
-
-  MemoryPlan* operator->() { return _plan; }
-  MemoryPlan& operator*() { return *_plan; }
-
- private:
-  const int _file;
-  MemoryPlan* _plan;
-};
 
 struct Requests {
   std::uint64_t untilReady = 0;
@@ -61,12 +29,11 @@ class ZordchdFailingMemoryTest : public ::testing::TestWithParam<unsigned> {
     SCOPED_TRACE("no memory for " + std::to_string(first) + ", " + std::to_string(refusals) +
                  " time(s)");
     new (&*_plan) MemoryPlan{0, 0, first, refusals};
+    Process::Environment environment = _plan.environment();
+    environment["NOTIFY_SOCKET"] = _manager.name();
     Requests requests;
-    const bool isReady = _server.run(serverPath(), {},
-                                     {{"LD_PRELOAD", FAILING_MEMORY_PATH},
-                                      {"ZORD410_FAILING_MEMORY", _server.path("plan")},
-                                      {"NOTIFY_SOCKET", _manager.name()}},
-                                     [&] { requests.untilReady = _plan->asked; });
+    const bool isReady =
+        _server.run(serverPath(), {}, environment, [&] { requests.untilReady = _plan->asked; });
     requests.all = _plan->asked;
     if (!isReady) requests.untilReady = requests.all;
     requests.refused = _plan->refused;
@@ -75,7 +42,7 @@ class ZordchdFailingMemoryTest : public ::testing::TestWithParam<unsigned> {
   }
 
   const ServerUnderFault _server;
-  SharedPlan _plan{_server.path("plan")};
+  MemoryPlanFile _plan{_server.path("plan")};
   const NotifySocket _manager{_server.path("notify")};
 };
 

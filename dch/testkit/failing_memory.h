@@ -9,10 +9,10 @@
 namespace dch::testkit {
 
 struct MemoryPlan {
-  std::atomic<std::uint64_t> asked;    // how often memory was asked for so far
-  std::atomic<std::uint64_t> refused;  // how often there was none
-  std::uint64_t firstRefused;          // counted from 1; 0 for none
-  std::uint64_t refusals;              // from that one on
+  std::atomic<std::uint64_t> asked;         // how often memory was asked for so far
+  std::atomic<std::uint64_t> refused;       // how often there was none
+  std::atomic<std::uint64_t> firstRefused;  // counted from 1; 0 for none
+  std::atomic<std::uint64_t> refusals;      // from that one on
 };
 
 }  // namespace dch::testkit
