@@ -61,11 +61,29 @@ std::string textOf(std::size_t chunkBytes) {
 
 }  // namespace
 
+// Keeps the connection alive while something is under way. Thrown away with that, for want of
+// memory on the way, it ends the connection, which would wait for ever.
+class Connection::Waiting {
+ public:
+  explicit Waiting(std::shared_ptr<Connection> connection) : _connection(std::move(connection)) {}
+  ~Waiting() {
+    if (_connection != nullptr) _connection->close();
+  }
+  Waiting(Waiting&&) noexcept = default;
+  Waiting& operator=(Waiting&&) = delete;
+
+  std::shared_ptr<Connection> end() { return std::move(_connection); }
+
+ private:
+  std::shared_ptr<Connection> _connection;
+};
+
 // What is called when something has ended, unless the connection has ended meanwhile.
 template <class Call>
 auto Connection::whileThere(Call call) {
-  return [self = shared_from_this(), call = std::move(call)](const Error& error,
-                                                             std::size_t count = 0) {
+  return [waiting = Waiting(shared_from_this()), call = std::move(call)](
+             const Error& error, std::size_t count = 0) mutable {
+    const auto self = waiting.end();
     if (self->_client != nullptr) self->orEnd([&] { call(error, count); });
   };
 }
@@ -137,20 +155,42 @@ void Connection::headerRead(const Error& error) {
   ask();
 }
 
-// An answer that comes too late is none.
+// What is to be answered to a request: an answer that comes too late is none.
+class Connection::Reply {
+ public:
+  explicit Reply(Connection& connection)
+      : _connection(connection.weak_from_this()), _serial(connection._serial) {}
+  ~Reply() {
+    if (const auto owing = find()) owing->close();
+  }
+  Reply(const Reply&) = delete;
+  Reply& operator=(const Reply&) = delete;
+
+  void give(Answer&& answer) const {
+    if (const auto owing = find()) owing->orEnd([&] { owing->respond(std::move(answer)); });
+  }
+
+ private:
+  // Null when it owes nothing any more.
+  std::shared_ptr<Connection> find() const {
+    auto connection = _connection.lock();
+    return connection != nullptr && connection->owes(_serial) ? connection : nullptr;
+  }
+
+  const std::weak_ptr<Connection> _connection;
+  const std::uint64_t _serial;
+};
+
 void Connection::ask() {
+  const std::uint64_t serial = ++_serial;
   _isAnswered = false;
-  const auto isOpen = [serial = ++_serial](const Connection& self) {
-    return self._client != nullptr && self._serial == serial && !self._isAnswered;
-  };
-  _client->requested(request(), [isOpen, weak = weak_from_this()](Answer&& answer) {
-    if (const auto self = weak.lock(); self && isOpen(*self))
-      self->orEnd([&] { self->respond(std::move(answer)); });
+  _client->requested(request(), [reply = std::make_shared<const Reply>(*this)](Answer&& answer) {
+    reply->give(std::move(answer));
   });
-  if (!isOpen(*this)) return;
+  if (!owes(serial)) return;
   _patience.expires_after(_limits.answer);
-  _patience.async_wait(whileThere([this, isOpen](const Error& error, std::size_t) {
-    if (!error && isOpen(*this))
+  _patience.async_wait(whileThere([this, serial](const Error& error, std::size_t) {
+    if (!error && owes(serial))
       respond(errorAnswer(http_status::serviceUnavailable, "it takes too long"));
   }));
 }

@@ -30,7 +30,7 @@ class ConnectionClient {
   using Respond = std::function<void(Answer&&)>;
 
   // Answers by `respond`, once, within the call or later; it does nothing when the connection is
-  // gone.
+  // gone. When nobody has it any more and nothing was answered, the connection ends.
   virtual void requested(const WebRequest& request, Respond respond) = 0;
   // The connection is done with.
   virtual void ended(Connection* connection) = 0;
@@ -70,6 +70,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void headerRead(const Error& error);
   void refuse(const Error& error);
   void ask();
+  bool owes(std::uint64_t serial) const {
+    return _client != nullptr && _serial == serial && !_isAnswered;
+  }
   WebRequest request() const;
   bool hasBody() const;
   void respond(Answer&& answer);
@@ -85,6 +88,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void sayGoodbye();
   void discardRest();
   void end();
+  class Reply;
+  class Waiting;
   template <class Call>
   auto whileThere(Call call);
   template <class Call>

@@ -46,6 +46,11 @@ Connections::Connections(EventLoop& loop, Descriptor listener, const WebLimits& 
   _listener.waitUntilReadable();
 }
 
+// What the loop throws away later does not come back here.
+Connections::~Connections() {
+  for (const auto& [key, each] : std::exchange(_all, {})) each->close();
+}
+
 void Connections::accept() {
   acceptSome();
   if (!_pause.isSet()) _listener.waitUntilReadable();

@@ -25,6 +25,10 @@ class Connections : public ConnectionClient {
   // Serves `listener`. `handle` answers requests; it and `counters` outlive the loop.
   Connections(EventLoop& loop, Descriptor listener, const WebLimits& limits, Handle handle,
               Counters& counters);
+  // Ends them.
+  ~Connections();
+  Connections(const Connections&) = delete;
+  Connections& operator=(const Connections&) = delete;
 
  private:
   void accept();

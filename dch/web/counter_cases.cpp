@@ -34,10 +34,13 @@ class SilentWeb {
   const int port = _port.address.port;
 
  private:
+  std::vector<Connections::Respond> _unanswered;
   Connections _connections{_loop,
                            std::move(_port.listener),
                            {.connections = 2},
-                           [](const WebRequest&, const Connections::Respond&) {},
+                           [this](const WebRequest&, const Connections::Respond& respond) {
+                             _unanswered.push_back(respond);
+                           },
                            counters};
   const LoopThread _thread{_loop};
 };

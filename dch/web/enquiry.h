@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstddef>
 #include <memory>
+#include <new>
 #include <utility>
 
 #include "dch/web/ring.h"
@@ -32,19 +33,22 @@ class Enquiry {
     return _state.load(std::memory_order_acquire) == State::answered;
   }
   struct Reply {
-    std::shared_ptr<const Answer> answer;  // null: the channel's thread had no memory for it
+    std::shared_ptr<const Answer> answer;  // null: there was no memory for it
     Cost cost;                             // the time of the channel's thread that it took
   };
   // It is answered. The last reference to the answer goes on the web's thread, before the enquiry
-  // does. Throws std::bad_alloc.
-  Reply take() {
+  // does.
+  Reply take() noexcept {
     std::unique_ptr<Answer> answer = std::move(_answer);
     const Cost cost = _cost;
     _state.store(State::none, std::memory_order_relaxed);
     if (answer == nullptr) return {nullptr, cost};
-    return {
-        std::shared_ptr<const Answer>(answer.release(), [this](Answer* used) { giveBack(used); }),
-        cost};
+    const auto giveItBack = [this](Answer* used) { giveBack(used); };
+    try {
+      return {std::shared_ptr<const Answer>(answer.release(), giveItBack), cost};
+    } catch (const std::bad_alloc&) {
+      return {nullptr, cost};
+    }
   }
 
   // The channel's thread.

@@ -28,9 +28,12 @@ class HistoryRows : public KeptRows {
  private:
   class Rest;
 
-  HistoryWorker _worker;
-  // Those whose answer has not begun.
+  Answer answerOf(HistoryWorker::Outcome&& outcome,
+                  std::shared_ptr<HistoryWorker::Answering>&& answering);
+
+  // Those whose answer has not begun. They go on the web's thread, after the worker.
   std::unordered_map<HistoryWorker::Answering*, std::shared_ptr<HistoryWorker::Answering>> _pending;
+  HistoryWorker _worker;
 };
 
 }  // namespace dch

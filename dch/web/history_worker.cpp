@@ -11,8 +11,14 @@ namespace dch {
 
 namespace {
 
-HistoryWorker::Outcome failure(int status, const char* sentence) {
-  return {sentence, true, status};
+HistoryWorker::Outcome failure(int status, const char* sentence) noexcept {
+  HistoryWorker::Outcome outcome{{}, true, status};
+  try {
+    outcome.text = sentence;
+  } catch (const std::bad_alloc&) {
+    // The status alone says something.
+  }
+  return outcome;
 }
 
 }  // namespace
@@ -34,6 +40,9 @@ class HistoryWorker::Answering {
   // The history's thread's, but between two pieces.
   Clock::time_point wantedSince;
   std::optional<RowsReading> reading;
+  Outcome outcome;
+
+  Queue place;  // in a queue, when it is empty
 
  private:
   const std::shared_ptr<std::atomic<std::size_t>> _count;
@@ -43,7 +52,7 @@ HistoryWorker::HistoryWorker(EventLoop& loop, std::function<StatePlaces()> place
                              const HistoryLimits& limits)
     : _limits(limits),
       _history(std::move(places)),
-      _finished(loop, [this] { handBack(); }),
+      _handBack(loop, [this] { handBack(); }),
       _questions(std::make_shared<std::atomic<std::size_t>>(0)),
       _thread([this] { run(); }) {}
 
@@ -59,28 +68,40 @@ HistoryWorker::~HistoryWorker() {
 
 std::shared_ptr<HistoryWorker::Answering> HistoryWorker::begin(const RowsQuestion& question) {
   if (*_questions >= _limits.questions) return nullptr;
-  return std::make_shared<Answering>(question, _questions);
+  auto answering = std::make_shared<Answering>(question, _questions);
+  answering->place.push_back(answering);
+  return answering;
 }
 
-void HistoryWorker::next(const std::shared_ptr<Answering>& answering, Take take) {
+void HistoryWorker::next(const std::shared_ptr<Answering>& answering, Take take) noexcept {
   answering->take = std::move(take);
   answering->wantedSince = Clock::now();
   {
     const std::lock_guard lock(_mutex);
-    _wanted.emplace_back(answering);
+    _wanted.splice(_wanted.end(), answering->place);
   }
   _changed.notify_one();
 }
 
 void HistoryWorker::handBack() {
-  decltype(_outcomes) outcomes;
+  Queue finished;
   {
     const std::lock_guard lock(_mutex);
-    outcomes.swap(_outcomes);
+    finished.swap(_finished);
   }
-  for (auto& [weak, outcome] : outcomes)
-    if (const auto answering = weak.lock())
-      std::exchange(answering->take, nullptr)(std::move(outcome));
+  while (!finished.empty()) {
+    Queue place;
+    place.splice(place.end(), finished, finished.begin());
+    const auto answering = place.front().lock();
+    if (answering == nullptr) continue;
+    answering->place.swap(place);
+    const Take take = std::exchange(answering->take, nullptr);
+    try {
+      take(std::move(answering->outcome));
+    } catch (const std::bad_alloc&) {
+      // Who asked is told nothing more.
+    }
+  }
 }
 
 void HistoryWorker::run() noexcept {
@@ -91,22 +112,16 @@ void HistoryWorker::run() noexcept {
       waitForWork(&lock);
       continue;
     }
-    const std::weak_ptr<Answering> next = std::move(_wanted.front());
-    _wanted.pop_front();
+    Queue place;
+    place.splice(place.end(), _wanted, _wanted.begin());
     lock.unlock();
+    bool isFinished = true;
     // Who asked may be gone; what it has of the file goes on this thread then.
-    if (auto answering = next.lock()) {
-      std::optional<Outcome> outcome = workOn(answering.get());
-      answering.reset();
-      lock.lock();
-      if (outcome)
-        _outcomes.emplace_back(next, std::move(*outcome));
-      else
-        _wanted.push_back(next);
-      if (outcome) _finished.wake();
-    } else {
-      lock.lock();
-    }
+    if (const auto answering = place.front().lock()) isFinished = workOn(answering.get());
+    lock.lock();
+    Queue& next = isFinished ? _finished : _wanted;
+    next.splice(next.end(), place);
+    if (isFinished) _handBack.wake();
   }
 }
 
@@ -120,23 +135,27 @@ void HistoryWorker::waitForWork(Lock* lock) {
   _changed.wait(*lock, isDue);
 }
 
-// Returns nothing when there is more to do for the piece.
-std::optional<HistoryWorker::Outcome> HistoryWorker::workOn(Answering* answering) {
+// Returns false when there is more to do for the piece.
+bool HistoryWorker::workOn(Answering* answering) noexcept {
+  Outcome& outcome = answering->outcome;
   try {
     std::optional<RowsReading>& reading = answering->reading;
     if (!reading) reading.emplace(_history, answering->question);
     if (reading->step())
-      return Outcome{reading->takePiece(), reading->isLast(), http_status::ok, reading->type()};
-    if (Clock::now() - answering->wantedSince < _limits.piece) return std::nullopt;
-    return failure(http_status::serviceUnavailable,
-                   "it takes too long; ask for a shorter time, or for points");
+      outcome = {reading->takePiece(), reading->isLast(), http_status::ok, reading->type()};
+    else if (Clock::now() - answering->wantedSince < _limits.piece)
+      return false;
+    else
+      outcome = failure(http_status::serviceUnavailable,
+                        "it takes too long; ask for a shorter time, or for points");
   } catch (const WebError& error) {
-    return failure(error.status(), error.what());
+    outcome = failure(error.status(), error.what());
   } catch (const std::bad_alloc&) {
-    return failure(http_status::serviceUnavailable, "the server has no memory for it");
+    outcome = failure(http_status::serviceUnavailable, "");
   } catch (const std::exception& error) {
-    return failure(http_status::serviceUnavailable, error.what());
+    outcome = failure(http_status::serviceUnavailable, error.what());
   }
+  return true;
 }
 
 }  // namespace dch

@@ -6,14 +6,13 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
-#include <deque>
 #include <functional>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
-#include <utility>
 
 #include "dch/net/event_loop.h"
 #include "dch/net/waker.h"
@@ -38,8 +37,9 @@ class HistoryWorker {
   struct Outcome {
     std::string text;
     bool isLast = false;
-    int status = http_status::ok;  // of HTTP; for another one the text is a sentence
-    const char* type = nullptr;    // of the content
+    // Of HTTP; for another one the text is a sentence, empty where there was no memory for one.
+    int status = http_status::ok;
+    const char* type = nullptr;  // of the content
   };
   using Take = std::function<void(Outcome&&)>;
 
@@ -58,27 +58,30 @@ class HistoryWorker {
 
   // `take` is called later with the next piece, unless the question was dropped. One piece at a
   // time.
-  void next(const std::shared_ptr<Answering>& answering, Take take);
+  void next(const std::shared_ptr<Answering>& answering, Take take) noexcept;
 
  private:
   using Lock = std::unique_lock<std::mutex>;
   using Clock = std::chrono::steady_clock;
+  // Each question has a place from its beginning on: to move it from one to the other takes no
+  // memory.
+  using Queue = std::list<std::weak_ptr<Answering>>;
 
   void handBack();
 
   void run() noexcept;
   void waitForWork(Lock* lock);
-  std::optional<Outcome> workOn(Answering* answering);
+  bool workOn(Answering* answering) noexcept;
 
   const HistoryLimits _limits;
   History _history;
-  Waker _finished;
+  Waker _handBack;
   const std::shared_ptr<std::atomic<std::size_t>> _questions;
 
   std::mutex _mutex;  // guards what follows
   std::condition_variable _changed;
-  std::deque<std::weak_ptr<Answering>> _wanted;
-  std::deque<std::pair<std::weak_ptr<Answering>, Outcome>> _outcomes;
+  Queue _wanted;
+  Queue _finished;
   bool _isStopping = false;
 
   std::thread _thread;

@@ -160,16 +160,18 @@ void LiveStreams::open(const std::vector<std::string>& topics,
                        std::function<void(std::unique_ptr<Pieces>)> begin) {
   if (_streams.size() >= mostStreams) return begin(nullptr);
   const auto stream = std::make_shared<Stream>(this, topics);
+  auto handle = std::make_unique<Handle>(stream);  // which takes out again what follows
   _streams.push_back(stream);
   _counters.set(Counter::liveClients, _streams.size());
-  auto handle = std::make_unique<Handle>(stream);  // which takes it out again
   for (const std::string& name : topics) {
-    std::unique_ptr<Topic>& topic = _topics[name];
-    if (topic == nullptr) {
-      topic = std::make_unique<Topic>(Topic{std::make_shared<WatchedTopic>(name, ++_lastNumber)});
-      _byNumber.emplace(_lastNumber, topic.get());
+    auto topic = _topics.find(name);
+    if (topic == _topics.end()) {
+      auto fresh =
+          std::make_unique<Topic>(Topic{std::make_shared<WatchedTopic>(name, ++_lastNumber)});
+      topic = _topics.emplace(name, std::move(fresh)).first;
+      _byNumber.emplace(_lastNumber, topic->second.get());
     }
-    topic->streams.push_back(stream);
+    topic->second->streams.push_back(stream);
   }
   share();
   _openings.push_back({watch(), std::move(handle), std::move(begin)});
