@@ -46,9 +46,10 @@ TEST(Failures, APortThatIsTakenForAMomentIsServed) {
 }
 
 TEST(Failures, AnAlarmIsSetWithoutMemory) {
-  EventLoop loop;
+  constexpr std::size_t others = 1'000;
+  EventLoop loop(others);
   std::list<Alarm> alarms;
-  for (std::size_t i = 0; i < EventLoop::mostAlarms; ++i) alarms.emplace_back(loop, [] {});
+  for (std::size_t i = 0; i < others + EventLoop::mostAlarms; ++i) alarms.emplace_back(loop, [] {});
   refuseAllocation(1);
   for (Alarm& each : alarms) {
     const UnderTest underTest;

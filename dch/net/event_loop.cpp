@@ -16,9 +16,9 @@ constexpr std::chrono::seconds longestRing{5};
 
 // The library keeps the alarms that are set in a block that grows with their number. To set one
 // must not fail, so the block is made as large as it will be.
-void makeRoomForAlarms(boost::asio::io_context* context) {
+void makeRoomForAlarms(boost::asio::io_context* context, std::size_t count) {
   std::vector<boost::asio::steady_timer> alarms;
-  for (std::size_t i = 0; i < EventLoop::mostAlarms; ++i) {
+  for (std::size_t i = 0; i < count; ++i) {
     alarms.emplace_back(*context, std::chrono::hours(1));
     alarms.back().async_wait([](const boost::system::error_code&) {});
   }
@@ -40,8 +40,9 @@ void checkThatAlarmsRing(boost::asio::io_context* context) {
 
 }  // namespace
 
-EventLoop::EventLoop() : _context(std::make_unique<boost::asio::io_context>(oneThread)) {
-  makeRoomForAlarms(_context.get());
+EventLoop::EventLoop(std::size_t moreTimers)
+    : _context(std::make_unique<boost::asio::io_context>(oneThread)) {
+  makeRoomForAlarms(_context.get(), mostAlarms + moreTimers);
   checkThatAlarmsRing(_context.get());
 }
 

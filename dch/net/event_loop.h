@@ -20,8 +20,9 @@ class EventLoop {
   // So many can be set at a time without taking memory.
   static constexpr std::size_t mostAlarms = 32;
 
-  // Throws std::runtime_error without the descriptors that it takes, or std::bad_alloc.
-  EventLoop();
+  // `moreTimers` is how many others wait in it besides. Throws std::runtime_error without the
+  // descriptors that it takes, or std::bad_alloc.
+  explicit EventLoop(std::size_t moreTimers = 0);
   ~EventLoop();
   EventLoop(const EventLoop&) = delete;
   EventLoop& operator=(const EventLoop&) = delete;

@@ -43,6 +43,9 @@ class ConnectionClient {
 // thread, the web's.
 class Connection : public std::enable_shared_from_this<Connection> {
  public:
+  // So many wait in the loop at a time: to read, to write, and for an answer.
+  static constexpr std::size_t mostTimers = 3;
+
   // `client` outlives the loop that it is called by.
   Connection(boost::asio::ip::tcp::socket&& socket, const ConnectionLimits& limits,
              ConnectionClient& client);

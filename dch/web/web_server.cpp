@@ -35,7 +35,8 @@ std::unique_ptr<KeptRows> makeKeptRows(
 class WebServer::Thread {
  public:
   Thread(WebPort&& port, WebSettings&& settings, const WebSources& sources)
-      : _live(_loop, sources.counters),
+      : _loop(settings.limits.connections * Connection::mostTimers),
+        _live(_loop, sources.counters),
         _view(_loop, sources.channel, _live),
         _rows(makeKeptRows(_loop, sources.statePlaces)),
         _router({_view, _live, *_rows, sources.counters, sources.health, sources.facts}),
