@@ -6,6 +6,7 @@
 #include <optional>
 #include <vector>
 
+#include "dch/testkit/connections_thread.h"
 #include "dch/testkit/counter_cases.h"
 #include "dch/testkit/http_client.h"
 #include "dch/testkit/loop_thread.h"
@@ -22,27 +23,14 @@ namespace dch::testkit::counter_cases {
 namespace {
 
 // Room for two, who are answered nothing.
-class SilentWeb {
+class SilentWeb : public ConnectionsThread {
  public:
-  Counters counters;
-
- private:
-  WebPort _port = openWebPort({"127.0.0.1", 0});
-  EventLoop _loop;
-
- public:
-  const int port = _port.address.port;
-
- private:
-  std::vector<Connections::Respond> _unanswered;
-  Connections _connections{_loop,
-                           std::move(_port.listener),
-                           {.connections = 2},
-                           [this](const WebRequest&, const Connections::Respond& respond) {
-                             _unanswered.push_back(respond);
-                           },
-                           counters};
-  const LoopThread _thread{_loop};
+  SilentWeb()
+      : ConnectionsThread({.connections = 2},
+                          [unanswered = std::make_shared<std::vector<Connections::Respond>>()](
+                              const WebRequest&, const Connections::Respond& respond) {
+                            unanswered->push_back(respond);
+                          }) {}
 };
 
 // The web before a channel with group load of HOSTMON, with host1 in it, that has not told of
