@@ -52,7 +52,7 @@ const tests = {
   },
   "labels of the time axis are as short as may be"() {
     const time = 1795381205250000;
-    equal([86400e6, 3600e6, 5e6, 1e5].map((step) => formatTick(time, step, true)), ["11-22", "21:00", "21:00:05", "00:05.250"]);
+    equal([86400e6, 3600e6, 5e6, 1e5].map((step) => formatTick(time, step, true)), ["22 Nov", "21:00", "21:00:05", "00:05.250"]);
   },
   "ages and durations"() {
     equal([0, 1e6, 59e6, 60e6, 3600e6, 7800e6, 86400e6, 97200e6].map(formatDuration), ["0 s", "1 s", "59 s", "1 min", "1 h", "2 h 10 min", "1 d", "1 d 3 h"]);
@@ -129,7 +129,7 @@ const tests = {
     const timeline = new Timeline(1);
     timeline.add([row(5, 5), row(1, 1), row(3, 3)]);
     timeline.add([row(2, 2)]);
-    equal([timeline.times, timeline.values[0], timeline.lastTime, timeline.rowsAdded], [[1, 2, 3, 5], [1, 2, 3, 5], 5, 4]);
+    equal([timeline.times, timeline.values[0], timeline.lastTime], [[1, 2, 3, 5], [1, 2, 3, 5], 5]);
     equal(timeline.addMissing([row(2, 2), row(4, 4), row(5, 5)]), 1);
     equal(timeline.times, [1, 2, 3, 4, 5]);
   },

@@ -1,10 +1,9 @@
 // changes.js: changes of status as they come.
 
-import { now, showTime } from "./clock.js";
+import { now, showsUtc, showTime } from "./clock.js";
 import { h, reconcile, setText } from "./dom.js";
 import { writePlace } from "./address.js";
 import { formatTime, parseTime } from "./times.js";
-import { showsUtc } from "./clock.js";
 
 const KEPT = 100;
 const SHOWN = 20;

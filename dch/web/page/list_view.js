@@ -7,7 +7,7 @@ import { noApplication, notFound, nothingFound } from "./empty.js";
 import { chosenGroups, countStates } from "./sources.js";
 import { SourceTable } from "./source_table.js";
 import { formatDuration, parseTime } from "./times.js";
-import { formatValue } from "./values.js";
+import { countOf, formatValue } from "./values.js";
 
 const GROUPS_MORE = 20;
 
@@ -134,5 +134,5 @@ function describe(groups, group) {
   if (!groups.length) return "";
   const { key, type, help } = groups[0].application;
   if (group === null) return [help, `key ${key}`, `type ${type}`].filter(Boolean).join(" · ");
-  return [help, `${groups[0].attributes.length} attributes`].filter(Boolean).join(" · ");
+  return [help, countOf(groups[0].attributes.length, "attribute")].filter(Boolean).join(" · ");
 }

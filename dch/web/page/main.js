@@ -183,7 +183,7 @@ function showCrumbs() {
 
 function search(text) {
   const target = writePlace({ find: text, show: place.application === null ? place.show : "" });
-  if (place.source !== null || place.application !== null) location.hash = target;
+  if (place.application !== null) location.hash = target;
   else {
     history.replaceState(null, "", target);
     arrive(false);

@@ -4,10 +4,10 @@ import { writePlace } from "./address.js";
 import { now, showTime } from "./clock.js";
 import { h, reconcile, setAttribute, setText } from "./dom.js";
 import { noSource } from "./empty.js";
+import { STATE_WORDS } from "./sources.js";
 import { formatAge } from "./times.js";
-import { formatValue, isText, valueNamed } from "./values.js";
+import { countOf, formatValue, isText, valueNamed } from "./values.js";
 
-const STATE_WORDS = { silent: "silent", waiting: "no row yet", online: "on line", offline: "off line" };
 const ROWS_MORE = 100;
 const COLUMNS_AT_A_GLANCE = 8;
 
@@ -34,16 +34,16 @@ export class SourceTable {
   constructor(group, { limit, isOnly }, changed) {
     this.#limit = limit;
     this.#changed = changed;
-    const names = `${group.application.name} / ${group.name}`;
+    const { application: { name: application }, name } = group;
+    const names = `${application} / ${name}`;
     const table = h("table", { class: "sources" }, h("caption", { class: "unseen" }, `Sources of ${names}`),
       h("thead", {}, this.#head), this.#body);
     this.#scroller = h("div", { class: "scroller", role: "region", tabindex: "0", "aria-label": `Sources of ${names}` }, table);
-    this.#empty = noSource(group.application.name, group.name);
+    this.#empty = noSource(application, name);
     this.isOnly = isOnly;
     this.element = h("section", { class: "group", "data-group": group.key },
       isOnly ? null : h("h3", {},
-        h("a", { href: writePlace({ application: group.application.name }) }, group.application.name), " / ",
-        h("a", { href: writePlace({ application: group.application.name, group: group.name }) }, group.name)),
+        h("a", { href: writePlace({ application }) }, application), " / ", h("a", { href: writePlace({ application, group: name }) }, name)),
       this.#counts, this.#scroller, this.#empty, this.#more);
   }
 
@@ -86,11 +86,10 @@ export class SourceTable {
     setAttribute(row, "class", source.state);
     const [state, time] = row.parts;
     setText(state, STATE_WORDS[source.state]);
-    showTime(time, source.lastRow, ageText(source));
+    showTime(time, source.lastRow, source.lastRow === null ? "" : formatAge(source.lastRow, now()));
     row.cells_ ??= this.#createCells(row);
     row.cells_.forEach((cell, i) => {
-      const value = valueNamed(source.values, this.#columns[i].name);
-      setText(cell, formatValue(value));
+      setText(cell, formatValue(valueNamed(source.values, this.#columns[i].name)));
       if (cell.classList.contains("text")) cell.title = cell.textContent;
     });
   }
@@ -115,15 +114,10 @@ function createRow(source, range) {
   return row;
 }
 
-function ageText(source) {
-  if (source.lastRow === null) return "";
-  return formatAge(source.lastRow, now());
-}
-
 /** @param {import("./sources.js").Source[]} sources @returns {string} how many, and how many in trouble */
 function countsText(sources) {
   if (!sources.length) return "";
-  const parts = [`${formatValue(sources.length)} ${sources.length === 1 ? "source" : "sources"}`];
+  const parts = [countOf(sources.length, "source")];
   for (const state of ["silent", "waiting", "offline"]) {
     const number = sources.filter((source) => source.state === state).length;
     if (number) parts.push(`${formatValue(number)} ${STATE_WORDS[state]}`);

@@ -7,11 +7,10 @@ import { noNumber, noRows, noStore, notFound } from "./empty.js";
 import { Feed } from "./feed.js";
 import { PlotBoard } from "./plot_board.js";
 import { moveWindow, zoomWindow } from "./plot.js";
+import { STATE_WORDS } from "./sources.js";
 import { Texts } from "./texts.js";
 import { formatAge, formatDuration, isoTime, parseTime } from "./times.js";
 import { isText, valueNamed } from "./values.js";
-
-const STATE_WORDS = { silent: "silent", waiting: "on line, no row yet", online: "on line", offline: "off line" };
 
 export class SourceView {
   element = h("div", { class: "source-view" });
@@ -193,7 +192,7 @@ export class SourceView {
 
   #showState(source) {
     this.state = source.state;
-    setAttribute(this.element, "data-state", source.state);
+    setAttribute(this.element, "class", `source-view ${source.state}`);
     setText(this.#state, STATE_WORDS[source.state]);
     this.#showAge();
     const [from, until] = this.#window();

@@ -2,8 +2,9 @@
 
 import { parseTime } from "./times.js";
 
-/** States in the order in which they matter. */
-export const STATES = ["silent", "waiting", "online", "offline"];
+/** States in the order in which they matter, and in words. */
+export const STATE_WORDS = { silent: "silent", waiting: "no row yet", online: "on line", offline: "off line" };
+const STATES = Object.keys(STATE_WORDS);
 
 /** @returns {string} one text for the three names, whatever is in them */
 export const sourceKey = (application, group, source) => JSON.stringify([application, group, source]);

@@ -38,7 +38,6 @@ export class Timeline {
   buckets; // { times, columns: [{ low, high, mean }] }: what is older than the rows
   bucketWidth = 0;
   newestTexts = []; // { time, texts }, the newest first
-  rowsAdded = 0; // all that ever came, thinned ones among them
   isFull = false; // more buckets than are kept: time to ask the store anew
 
   /** @param {number} columns how many numbers a row has */
@@ -67,7 +66,6 @@ export class Timeline {
   /** Takes rows in any order. @param {Row[]} rows */
   add(rows) {
     if (!rows.length) return;
-    this.rowsAdded += rows.length;
     let isInOrder = true;
     let last = this.times.at(-1) ?? -Infinity;
     for (const row of rows) {

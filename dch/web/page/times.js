@@ -4,6 +4,7 @@ const SECOND = 1e6;
 const MINUTE = 60 * SECOND;
 const HOUR = 60 * MINUTE;
 const DAY = 24 * HOUR;
+const MONTHS = ["Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"];
 
 /**
  * @param {?string} text such as 2026-01-31T23:59:59.123456Z
@@ -27,15 +28,11 @@ export function isoTime(time) {
   return new Date(seconds * 1000).toISOString().slice(0, 19) + "." + fraction + "Z";
 }
 
-const two = (number) => String(number).padStart(2, "0");
-
-function parts(time, utc) {
+/** @returns {[string, string]} date and time of day, 2026-11-21 and 21:00:05.123 */
+function dateAndClock(time, utc) {
   const date = new Date(Math.floor(time / 1000));
-  return utc
-    ? { date, year: date.getUTCFullYear(), month: date.getUTCMonth() + 1, day: date.getUTCDate(),
-        hour: date.getUTCHours(), minute: date.getUTCMinutes(), second: date.getUTCSeconds() }
-    : { date, year: date.getFullYear(), month: date.getMonth() + 1, day: date.getDate(),
-        hour: date.getHours(), minute: date.getMinutes(), second: date.getSeconds() };
+  if (!utc) date.setTime(date.getTime() - date.getTimezoneOffset() * 60000);
+  return date.toISOString().slice(0, -1).split("T");
 }
 
 /**
@@ -46,11 +43,9 @@ function parts(time, utc) {
  * @returns {string} 21:00:05 or 2026-11-21 21:00:05
  */
 export function formatTime(time, now, utc) {
-  const at = parts(time, utc);
-  const today = parts(now, utc);
-  const clock = `${two(at.hour)}:${two(at.minute)}:${two(at.second)}`;
-  if (at.year === today.year && at.month === today.month && at.day === today.day) return clock;
-  return `${at.year}-${two(at.month)}-${two(at.day)} ${clock}`;
+  const [date, clock] = dateAndClock(time, utc);
+  const [today] = dateAndClock(now, utc);
+  return (date === today ? "" : date + " ") + clock.slice(0, 8);
 }
 
 /**
@@ -60,13 +55,10 @@ export function formatTime(time, now, utc) {
  * @param {boolean} utc
  */
 export function formatTick(time, step, utc) {
-  const at = parts(time, utc);
-  const date = `${two(at.month)}-${two(at.day)}`;
-  if (step >= DAY || (at.hour === 0 && at.minute === 0 && at.second === 0)) return date;
-  const clock = `${two(at.hour)}:${two(at.minute)}`;
-  if (step >= MINUTE) return clock;
-  const seconds = `${clock}:${two(at.second)}`;
-  return step >= SECOND ? seconds : `${seconds.slice(3)}.${String(at.date.getUTCMilliseconds()).padStart(3, "0")}`;
+  const [date, clock] = dateAndClock(time, utc);
+  if (step >= DAY || clock.startsWith("00:00:00")) return `${Number(date.slice(8))} ${MONTHS[date.slice(5, 7) - 1]}`;
+  if (step >= MINUTE) return clock.slice(0, 5);
+  return step >= SECOND ? clock.slice(0, 8) : clock.slice(3);
 }
 
 /**
@@ -96,5 +88,6 @@ export function zoneName(time) {
   const minutes = -new Date(time / 1000).getTimezoneOffset();
   if (minutes === 0) return "UTC";
   const size = Math.abs(minutes);
-  return `UTC${minutes < 0 ? "−" : "+"}${two(Math.floor(size / 60))}:${two(size % 60)}`;
+  const two = (number) => String(Math.floor(number)).padStart(2, "0");
+  return `UTC${minutes < 0 ? "−" : "+"}${two(size / 60)}:${two(size % 60)}`;
 }

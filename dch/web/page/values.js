@@ -21,6 +21,9 @@ export function formatValue(value) {
   return (value < 0 ? "−" : "") + grouped;
 }
 
+/** How many, such as 1 row or 5 rows. @param {string} word for one */
+export const countOf = (number, word) => `${formatValue(number)} ${word}${number === 1 ? "" : "s"}`;
+
 /** A mean: four digits are enough. @param {number} value */
 export function formatMean(value) {
   if (Number.isInteger(value)) return formatValue(value);
