@@ -130,7 +130,7 @@ const tests = {
     timeline.add([row(5, 5), row(1, 1), row(3, 3)]);
     timeline.add([row(2, 2)]);
     equal([timeline.times, timeline.values[0], timeline.lastTime], [[1, 2, 3, 5], [1, 2, 3, 5], 5]);
-    equal(timeline.addMissing([row(2, 2), row(4, 4), row(5, 5)]), 1);
+    timeline.addMissing([row(2, 2), row(4, 4), row(5, 5)]);
     equal(timeline.times, [1, 2, 3, 4, 5]);
   },
   "a timeline is bounded: its older half is thinned, extremes stay"() {

@@ -61,7 +61,57 @@ class Overview(PageCase):
         self.browser.wait_text(".troubles", "3 rows were refused: unknown source (status 104)")
         self.browser.wait_text(".trouble.lost .when", "rose")
         self.browser.one("[data-source=web1] a").click()
-        self.browser.wait_text(".trouble-line", "1 kind of loss, 1 kind of refusal, 1 source silent")
+        self.browser.wait_text(".trouble-line", "1 source silent, 1 kind of loss, 1 kind of refusal")
+
+    def test_what_is_wrong_stands_in_order_and_reads_well_of_one(self):
+        self.stand_in.state["counters"].update(pushes_lost=1, broken_messages=1)
+        self.stand_in.state["requests"].append({"request": "data", "code": 4128, "status": 104, "text": "unknown source", "count": 1})
+        for name in "abcdef":
+            self.stand_in.online("WEATHER", "air", name, tell=False)
+            self.stand_in.row("WEATHER", "air", name, {"celsius": 1}, at=now_us() - 900 * samples.SECOND, live=False)
+        self.open()
+        self.browser.wait_text(".troubles", "WEATHER / air / a is silent")
+        words = self.browser.js("return [...document.querySelectorAll('.trouble')].map((each) => [...each.children].slice(0, 2).map((part) => part.innerText).join(' ').trim())")
+        self.assertEqual(words, ["HOST / load / db1 is silent", *[f"WEATHER / air / {name} is silent" for name in "abcd"], "2 more are silent",
+                                 "1 row or status event did not reach a subscriber", "1 message on connections was broken",
+                                 "1 row was refused: unknown source (status 104)"])
+        self.stand_in.online("WEATHER", "air", "f", online=False, tell=False)
+        self.browser.wait_text(".troubles", "1 more is silent")
+
+    def test_a_group_that_fell_silent_is_one_line(self):
+        self.stand_in.groups["WEATHER", "air"].clear()
+        for name in ("roof", "garden"):
+            self.stand_in.row("WEATHER", "air", name, {"celsius": 1}, at=now_us() - 900 * samples.SECOND, live=False)
+        self.open()
+        self.browser.wait_text(".troubles", "WEATHER / air: all 2 sources are silent")
+        self.assertNotIn("roof", self.browser.text(".troubles"))
+        self.browser.one(".troubles a[href*='WEATHER']").click()
+        self.browser.wait_text("h1", "WEATHER / air")
+        self.browser.wait_text(".trouble-line", "3 sources silent")
+
+    def test_what_comes_of_the_store_stands_under_it(self):
+        self.console_may_hold = ("/healthz",)
+        self.stand_in.health = "the state file cannot be written"
+        self.stand_in.state["counters"].update(changes_not_kept=4, write_failures=6, web_failures=51, pushes_lost=2)
+        self.stand_in.state["requests"].append({"request": "data", "code": 4128, "status": 105, "text": "not stored", "count": 2})
+        self.open()
+        self.browser.wait_text(".troubles", "The server is not well: the state file cannot be written")
+        first = self.browser.text(".trouble")
+        for part in ("4 changes could not be kept", "6 writes of the state file failed", "51 requests of pages failed", "2 rows were refused: not stored"):
+            self.assertIn(part, first)
+        self.assertEqual(len(self.browser.all(".trouble")), 3)  # and db1, and what a subscriber lost
+        self.stand_in.health = ""
+        self.browser.wait_text(".troubles", "The state file could not be written for a time")
+        self.assertEqual(len(self.browser.all(".trouble")), 3)
+
+    def test_without_a_source_on_line_nothing_is_green(self):
+        for source in ("web1", "web2", "db1"):
+            self.stand_in.online("HOST", "load", source, online=False, tell=False)
+        for source in ("roof", "garden"):
+            self.stand_in.online("WEATHER", "air", source, online=False, tell=False)
+        self.open()
+        self.browser.wait_text("h1", "no source is on line")
+        self.assertEqual(self.browser.js("return document.querySelector('h1').className"), "idle")
 
     def test_state_of_server_and_store(self):
         self.open()

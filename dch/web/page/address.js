@@ -12,7 +12,6 @@ export const RANGES = [
 ];
 const USUAL_RANGE = "1h";
 
-/** @param {string} name @returns the range of that name */
 export const rangeNamed = (name) => RANGES.find((range) => range.name === name);
 
 /**
@@ -28,10 +27,7 @@ export const rangeNamed = (name) => RANGES.find((range) => range.name === name);
 
 const moment = (text) => (/^\d{1,16}$/.test(text ?? "") ? Number(text) : null);
 
-/**
- * @param {string} hash location.hash: anything at all
- * @returns {Place} what it says; what makes no sense in it does not count
- */
+/** @returns {Place} what location.hash says, which may be anything; what makes no sense in it does not count */
 export function readPlace(hash) {
   const said = new URLSearchParams(hash.replace(/^#/, ""));
   const application = said.get("application") || null;
@@ -49,10 +45,7 @@ export function readPlace(hash) {
   };
 }
 
-/**
- * @param {Partial<Place>} place what is left out or usual is left out
- * @returns {string} the address of that view, "#" and so on
- */
+/** @returns {string} the address of a place, of which anything may be left out: "#" and so on */
 export function writePlace(place) {
   const said = new URLSearchParams();
   for (const name of ["application", "group", "source", "range", "from", "until", "find", "show"]) {
@@ -64,10 +57,7 @@ export function writePlace(place) {
   return "#" + said.toString();
 }
 
-/**
- * @param {string} path such as /api/rows
- * @param {Object} parameters undefined and null ones are left out, true ones stand without a value
- */
+/** Of the parameters undefined and null ones are left out, true ones stand without a value. */
 export function apiAddress(path, parameters) {
   const said = [];
   for (const [name, value] of Object.entries(parameters)) {

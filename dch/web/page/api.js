@@ -6,7 +6,6 @@ import { parseExactly } from "./json.js";
 
 /** The server answered, but not with what was asked for. */
 export class Refusal extends Error {
-  /** @param {number} status @param {string} sentence */
   constructor(status, sentence) {
     super(sentence);
     this.status = status;
@@ -22,7 +21,6 @@ async function ask(path, parameters, seconds) {
 }
 
 /**
- * @param {string} path @param {Object=} parameters @param {number=} seconds to wait at most
  * @returns {Promise<*>} the JSON of the answer
  * @throws {Refusal} of another answer than 200; other errors: no answer
  */

@@ -24,7 +24,6 @@ export function learnServerTime(header) {
 /** Whether times are shown in UTC. */
 export const showsUtc = () => utc;
 
-/** @param {boolean} value whether times are shown in UTC from now on */
 export function setUtc(value) {
   utc = value;
   try {

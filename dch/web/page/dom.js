@@ -1,10 +1,8 @@
 // dom.js: elements. Text only ever becomes text.
 
 /**
- * @param {string} tag
+ * An element with its children, null and undefined ones left out.
  * @param {Object} attributes functions listen to the event of that name ("click"); false, null: left out
- * @param {...(Node|string|null)} children
- * @returns {HTMLElement}
  */
 export function h(tag, attributes = {}, ...children) {
   const element = document.createElement(tag);
@@ -33,9 +31,8 @@ const keyed = new WeakMap(); // parent → key → child
  * Makes a parent's children those of the items, in their order; keeps elements whose key stays, so
  * that focus and selection stay, too.
  * @param {HTMLElement} parent has no other children
- * @param {Array} items
- * @param {function} keyOf item to key
- * @param {function} create item to element
+ * @param {function} keyOf of an item
+ * @param {function} create makes an item's element
  * @param {function=} update (element, item): called for new elements, too
  */
 export function reconcile(parent, items, keyOf, create, update = () => {}) {
@@ -56,10 +53,7 @@ export function reconcile(parent, items, keyOf, create, update = () => {}) {
   keyed.set(parent, after);
 }
 
-/**
- * @param {string} command
- * @returns {HTMLElement} a command and a button that copies it
- */
+/** A command and a button that copies it. */
 export function commandToCopy(command) {
   const button = h("button", { type: "button", class: "quiet", "aria-label": `Copy the command ${command.split("\n")[0]}` }, "Copy");
   button.addEventListener("click", async () => {

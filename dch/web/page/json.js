@@ -9,8 +9,6 @@ const WHOLE_NUMBER = /^-?\d+$/;
 
 /**
  * Parses JSON; a whole number that a double cannot hold exactly becomes a BigInt.
- * @param {string} text
- * @returns {*}
  * @throws {SyntaxError}
  */
 export function parseExactly(text) {

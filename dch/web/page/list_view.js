@@ -68,7 +68,8 @@ export class ListView {
       return;
     }
     setText(this.#title, headline(link, counts, troubles));
-    setAttribute(this.#title, "class", link.lostSince !== null || link.health || counts.silent || troubles ? "uneasy" : "well");
+    const isUneasy = link.lostSince !== null || link.health || troubles;
+    setAttribute(this.#title, "class", isUneasy ? "uneasy" : counts.online + counts.waiting ? "well" : "idle");
     setText(this.#summary, link.state ? serverLine(link.state, counts) : "");
   }
 

@@ -25,7 +25,7 @@ const paces = new Paces();
 const changes = new Changes();
 const panel = new ServerPanel();
 /** What views look at. */
-const context = { link: null, groups: [], silent: [], troubles: 0, attention: new Attention() };
+const context = { link: null, groups: [], troubles: 0, attention: new Attention() };
 let place = readPlace(location.hash);
 let view = null;
 let stream = null;
@@ -38,8 +38,6 @@ function linkChanged() {
   const { link } = context;
   if (link.applications) {
     context.groups = groupsOf(link.applications, paces, now());
-    context.silent = context.groups.flatMap((group) => group.sources.filter((source) => source.state === "silent"))
-      .sort((a, b) => b.lastRow - a.lastRow);
     learnPaces();
   }
   showLost();
@@ -53,7 +51,7 @@ function linkChanged() {
 function showAll() {
   const { link } = context;
   const isOverview = place.application === null;
-  context.troubles = context.attention.update(link, context.silent, !isOverview);
+  context.troubles = context.attention.update(link, context.groups, !isOverview);
   panel.update(link.state);
   changes.update();
   view?.update();

@@ -1,12 +1,9 @@
 // merge.js: rows that came two ways, each counted once.
 
 /**
- * A row is known by its time and its handle; two rows may be alike in both. What one way brought n
- * times and the other m times was there max(n, m) times.
- * @template {{time: number, handle: number}} Row
- * @param {Iterable<Row>} known
- * @param {Row[]} others
- * @returns {Row[]} those of the others that are missing among the known, in their order
+ * Those of the others that are missing among the known, in their order. A row is known by its time
+ * and its handle; two rows may be alike in both. What one way brought n times and the other m times
+ * was there max(n, m) times.
  */
 export function missingRows(known, others) {
   const counts = new Map();

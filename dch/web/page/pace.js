@@ -8,7 +8,7 @@ const LEAST_GAP = 2.5 * SECOND;
 const TIMES_LONGER = 5;
 const INTERVALS_KEPT = 16;
 
-/** @param {number[]} numbers @returns {?number} the one in the middle; null of none */
+/** @returns {?number} of numbers the one in the middle; null of none */
 export function median(numbers) {
   if (!numbers.length) return null;
   return Float64Array.from(numbers).sort()[numbers.length >> 1];
@@ -27,11 +27,11 @@ export function usualInterval(times, newest = 64) {
   return median(intervals);
 }
 
-/** @param {?number} interval the usual one @returns {number} from when on a source counts as silent */
+/** From when on a source counts as silent. @param {?number} interval the usual one */
 export const silenceLimit = (interval) =>
   interval === null ? UNKNOWN_LIMIT : Math.max(TIMES_LONGER * interval, LEAST_SILENCE);
 
-/** @param {?number} interval @returns {number} from when on a line between two rows is broken */
+/** From when on a line between two rows is broken. */
 export const gapLimit = (interval) =>
   interval === null ? Infinity : Math.max(TIMES_LONGER * interval, LEAST_GAP);
 
@@ -42,7 +42,7 @@ export const gapLimit = (interval) =>
 export class Paces {
   #seen = new Map(); // key → { last, intervals }
 
-  /** @param {string} key a source @param {?number} time of its newest row */
+  /** A source's newest row has this time. */
   see(key, time) {
     if (time === null) return;
     const known = this.#seen.get(key);
@@ -55,7 +55,7 @@ export class Paces {
     }
   }
 
-  /** What the kept rows say. @param {string} key @param {?number} interval */
+  /** The kept rows say this, or nothing. */
   learn(key, interval) {
     const known = this.#seen.get(key) ?? { last: 0, intervals: [] };
     known.isAsked = true;
@@ -63,13 +63,13 @@ export class Paces {
     this.#seen.set(key, known);
   }
 
-  /** Whether the kept rows were not asked yet and would tell more. @param {string} key */
+  /** Whether the kept rows were not asked yet and would tell more. */
   isUnknown(key) {
     const known = this.#seen.get(key);
     return !known || (!known.isAsked && !known.intervals.length);
   }
 
-  /** @param {string} key @returns {number} from what age of its newest row on it is silent */
+  /** From what age of its newest row on a source is silent. */
   limit(key) {
     return silenceLimit(median(this.#seen.get(key)?.intervals ?? []));
   }

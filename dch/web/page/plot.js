@@ -10,7 +10,7 @@ const HEIGHT = 168;
 const LEAST_ZOOM = 1e6; // microseconds
 let loading = null;
 
-/** Loads dygraphs once. @returns {Promise<Function>} Dygraph */
+/** Loads dygraphs once. */
 export function loadDygraph() {
   loading ??= new Promise((resolve, reject) => {
     document.head.append(h("script", { src: "/dygraph.min.js", load: () => resolve(globalThis.Dygraph), error: () => {
@@ -70,16 +70,10 @@ export class Plot {
     this.#graph = null;
   }
 
-  /** @param {*} value the newest */
   showLatest(value) {
     setText(this.#latest, formatValue(value));
   }
 
-  /**
-   * @param {Function} Dygraph
-   * @param {import("./timeline.js").Timeline} timeline
-   * @param {number} from @param {number} until microseconds since 1970
-   */
   draw(Dygraph, timeline, from, until) {
     this.#window = [from, until];
     const width = Math.max(100, this.#surface.clientWidth - 52);

@@ -34,12 +34,9 @@ function* samples(timeline, column, from, until) {
 }
 
 /**
- * As many points as a plot of that width can show: each row, or for each pixel the least, the mean
- * and the largest of what falls on it. Where no rows came for much longer than usual stands a null.
- * @param {import("./timeline.js").Timeline} timeline
- * @param {number} column
- * @param {number} from @param {number} until microseconds since 1970
- * @param {number} width in pixels
+ * As many points as a plot of that width in pixels can show: each row, or for each pixel the least,
+ * the mean and the largest of what falls on it. Where no rows came for much longer than usual stands
+ * a null.
  * @returns {Array<?Point>}
  */
 export function pointsToDraw(timeline, column, from, until, width) {

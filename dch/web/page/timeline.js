@@ -17,7 +17,7 @@ const TEXTS_KEPT = 50;
  * @property {Array} texts one for each of the timeline's texts
  */
 
-/** @returns the first index whose time is not before `time` */
+/** The first index whose time is not before `time`. */
 export function lowerBound(times, time) {
   let low = 0;
   let high = times.length;
@@ -40,7 +40,6 @@ export class Timeline {
   newestTexts = []; // { time, texts }, the newest first
   isFull = false; // more buckets than are kept: time to ask the store anew
 
-  /** @param {number} columns how many numbers a row has */
   constructor(columns) {
     this.values = Array.from({ length: columns }, () => []);
     this.buckets = {
@@ -63,7 +62,7 @@ export class Timeline {
     return usualInterval(this.times);
   }
 
-  /** Takes rows in any order. @param {Row[]} rows */
+  /** Takes rows in any order. */
   add(rows) {
     if (!rows.length) return;
     let isInOrder = true;
@@ -80,20 +79,15 @@ export class Timeline {
     if (this.times.length > ROWS_KEPT) this.#thinOlderHalf();
   }
 
-  /** Takes those of the rows that did not come another way yet. @param {Row[]} rows @returns {number} how many */
+  /** Takes those of the rows that did not come another way yet. */
   addMissing(rows) {
-    if (!rows.length) return 0;
     const since = rows.reduce((least, row) => Math.min(least, row.time), Infinity);
-    const missing = missingRows(this.#rowsSince(since), rows);
-    this.add(missing);
-    return missing.length;
+    this.add(missingRows(this.#rowsSince(since), rows));
   }
 
   /**
-   * Takes what the store thinned, in place of all that is thinned here.
-   * @param {number[]} times of each bucket's first row, ascending
-   * @param {Array<{low, high, mean}>} columns
-   * @param {number} width of a bucket
+   * Takes what the store thinned into buckets of that width, in place of all that is thinned here;
+   * times are those of their first rows.
    */
   setBuckets(times, columns, width) {
     this.buckets = { times, columns };
@@ -150,12 +144,8 @@ export class Timeline {
   }
 }
 
-/**
- * @param {Array} column numbers, BigInts, nulls
- * @param {number} begin @param {number} end
- * @returns {{low: ?number, high: ?number, mean: ?number, count: number}}
- */
-export function summary(column, begin, end) {
+/** What the numbers, BigInts and nulls of a part of a column were like. */
+function summary(column, begin, end) {
   let low = null, high = null, sum = 0, count = 0;
   for (let i = begin; i < end; ++i) {
     if (column[i] === null) continue;
@@ -165,5 +155,5 @@ export function summary(column, begin, end) {
     sum += value;
     ++count;
   }
-  return { low, high, mean: count ? sum / count : null, count };
+  return { low, high, mean: count ? sum / count : null };
 }

@@ -18,10 +18,7 @@ export function parseTime(text) {
   return milliseconds * 1000 + Number(fraction);
 }
 
-/**
- * @param {number} time microseconds since 1970
- * @returns {string} as the server takes and gives it, with all six digits
- */
+/** @returns {string} a time as the server takes and gives it, with all six digits */
 export function isoTime(time) {
   const seconds = Math.floor(time / SECOND);
   const fraction = String(time - seconds * SECOND).padStart(6, "0");
@@ -37,8 +34,6 @@ function dateAndClock(time, utc) {
 
 /**
  * A time of day; with the date before it when that is not the day of `now`.
- * @param {number} time
- * @param {number} now
  * @param {boolean} utc else in the reader's zone
  * @returns {string} 21:00:05 or 2026-11-21 21:00:05
  */
@@ -48,12 +43,7 @@ export function formatTime(time, now, utc) {
   return (date === today ? "" : date + " ") + clock.slice(0, 8);
 }
 
-/**
- * A label of a time axis: as short as the distance between labels lets it be.
- * @param {number} time
- * @param {number} step microseconds between two labels, or less
- * @param {boolean} utc
- */
+/** A label of a time axis: as short as the distance between labels, at least `step`, lets it be. */
 export function formatTick(time, step, utc) {
   const [date, clock] = dateAndClock(time, utc);
   if (step >= DAY || clock.startsWith("00:00:00")) return `${Number(date.slice(8))} ${MONTHS[date.slice(5, 7) - 1]}`;
@@ -61,10 +51,7 @@ export function formatTick(time, step, utc) {
   return step >= SECOND ? clock.slice(0, 8) : clock.slice(3);
 }
 
-/**
- * @param {number} duration microseconds; less than none counts as none
- * @returns {string} in at most two units: 5 s, 3 min, 2 h 10 min, 4 d 3 h
- */
+/** @returns {string} a duration in at most two units: 5 s, 3 min, 2 h 10 min, 4 d 3 h */
 export function formatDuration(duration) {
   if (duration < SECOND) return "0 s";
   if (duration < MINUTE) return `${Math.floor(duration / SECOND)} s`;
@@ -74,16 +61,12 @@ export function formatDuration(duration) {
   return `${Math.floor(duration / large)} ${names[0]}` + (rest ? ` ${rest} ${names[1]}` : "");
 }
 
-/**
- * @param {number} time
- * @param {number} now
- * @returns {string} how long ago
- */
+/** @returns {string} how long ago a time is */
 export function formatAge(time, now) {
   return now - time < SECOND ? "now" : `${formatDuration(now - time)} ago`;
 }
 
-/** The reader's zone in words, such as UTC+01:00. @param {number} time */
+/** The reader's zone at a time in words, such as UTC+01:00. */
 export function zoneName(time) {
   const minutes = -new Date(time / 1000).getTimezoneOffset();
   if (minutes === 0) return "UTC";
