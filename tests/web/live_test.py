@@ -91,6 +91,25 @@ class Live(PageCase):
 class Gone(PageCase):
     console_may_hold = ("ERR_", "Failed to load resource")
 
+    def later(self, seconds):
+        """So much later by the browser's clock, at once."""
+        self.browser.js("const now = performance.now.bind(performance); performance.now = () => now() + 1000 * arguments[0]", seconds)
+
+    def test_nobody_is_silent_who_cannot_be_heard(self):
+        samples.machines(self.stand_in, 60, silent=False)
+        self.open()
+        self.browser.wait_text("h1", "sources on line are heard")
+        self.stand_in.stop()
+        self.browser.wait_text("#lost", "The server cannot be reached since")
+        ages = self.browser.js("return [...document.querySelectorAll('.sources .age')].map((each) => each.innerText)")
+        self.later(600)
+        asked = self.browser.js("return performance.now()")
+        self.browser.wait(f"performance.now() > {asked} + 2500", "two more tries")
+        self.assertEqual(self.browser.js("return [...document.querySelectorAll('.sources .age')].map((each) => each.innerText)"), ages)
+        self.assertNotIn("silent", self.browser.text(".sources") + self.browser.text(".troubles"))
+        self.stand_in.start()
+        self.browser.wait_text("h1", "3 of 3 sources on line are silent")  # Ten minutes without a row, now known.
+
     def test_the_server_goes_and_comes_back(self):
         samples.machines(self.stand_in, 60, silent=False)
         self.open_source()

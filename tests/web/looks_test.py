@@ -48,6 +48,23 @@ class Looks(PageCase):
         drawn = "[...document.querySelectorAll('.surface')].slice(0, 1).every((each) => each.querySelector('canvas')?.clientWidth > 200 && Math.abs(each.querySelector('canvas').clientWidth - each.clientWidth) < 2)"
         self.each_look("source", lambda: self.browser.wait(drawn, "the plots as wide as their places"))
 
+    def test_source_and_group_that_are_not_registered(self):
+        self.console_may_hold = ("404",)
+        self.stand_in.unregister("HOST")
+        self.open_source()
+        self.each_look("unregistered", lambda: self.browser.wait_text(".source-view", "It is not registered at this server now"))
+        self.open("#application=HOST&group=load")
+        self.each_look("unregistered-group", lambda: self.browser.wait_text("[data-source=web1]", "not registered"))
+
+    def test_a_store_that_is_away(self):
+        self.console_may_hold = ("503",)
+        self.stand_in.health, self.stand_in.failure = "the state file cannot be written", "the state file cannot be read now"
+        self.stand_in.state["counters"].update(changes_not_kept=4, write_failures=6, web_failures=51)
+        self.open()
+        self.each_look("store-away", lambda: self.browser.wait_text(".troubles", "6 writes of the state file failed"))
+        self.open("#application=HOST&group=load&source=web1")
+        self.each_look("store-away-source", lambda: self.browser.wait_text(".source-view .bad", "could not be fetched"))
+
     def test_group_and_empty_states(self):
         self.open("#application=HOST&group=load")
         self.each_look("group", lambda: self.browser.wait_text("[data-source=web1]", "web1"))
@@ -134,7 +151,10 @@ class Looks(PageCase):
         self.browser.look(960, 620)
         self.open()
         self.browser.wait_text("[data-source=roof]", "−3")
+        last = self.browser.js("return document.querySelectorAll('.group')[1].getBoundingClientRect().bottom + 12")
+        self.browser.look(960, round(last))  # No row is cut in two.
         pictures = [self.browser.screenshot("guide-overview")]
+        self.browser.look(960, 620)
         self.open_source()
         pictures.append(self.browser.screenshot("guide-source"))
         for picture in pictures:

@@ -52,16 +52,19 @@ class StandIn:
         self.lock = threading.RLock()
         self.groups = {}  # (application, group) -> rows: (time, handle, source, values)
         self.applications = {}
+        self.views = {}  # (application, group) -> attributes, of unregistered ones, too
         self.state = {"version": "4.1.0", "started": iso(now_us() - 273_000_000_000), "state": state,
                       "counters": {"rows_received": 0, "rows_kept": 0, "pushes_lost": 0, "changes_not_kept": 0,
-                                   "datagrams_thrown_away": 0, "write_failures": 0, "rows_removed": 12},
+                                   "datagrams_thrown_away": 0, "write_failures": 0, "rows_removed": 12, "write_microseconds": 460_221},
                       "gauges": {"applications": 0, "sources": 0, "sources_online": 0, "subscriptions": 2,
                                  "connections": 4, "changes_waiting": 0},
                       "help": {"rows_received": "messages with the code of a row, good and bad ones",
                                "rows_kept": "rows that were kept and acknowledged",
-                               "rows_removed": "old rows that were removed from the state file"},
+                               "rows_removed": "old rows that were removed from the state file",
+                               "write_microseconds": "time spent in writing the state file"},
                       "requests": [{"request": "data", "code": 4128, "status": 0, "text": "done", "count": 5}]}
         self.health = ""
+        self.failure = ""  # why no kept row can be read
         self.token = None
         self.clients = []
         self.losing = False  # live rows are left out, and counted
@@ -112,6 +115,13 @@ class StandIn:
                 for group, attributes in groups.items()}}
             for group in groups:
                 self.groups.setdefault((name, group), [])
+                self.views[name, group] = self.applications[name]["groups"][group]["attributes"]
+
+    def unregister(self, name):
+        """Its rows stay."""
+        with self.lock:
+            del self.applications[name]
+            self.send("status", {"time": iso(now_us()), "change": "unregistered", "application": name, "group": "", "source": ""})
 
     def online(self, application, group, source, online=True, tell=True):
         with self.lock:
@@ -176,11 +186,13 @@ class StandIn:
         if self.state["state"] == "memory":
             return 409, {"error": "The server keeps no rows."}
         with self.lock:
-            group = self.applications.get(asked["application"], {"groups": {}})["groups"].get(asked["group"])
-            if group is None or ("source" in asked and asked["source"] not in group["sources"]):
-                return 404, {"error": "There is no such group or source."}
-            rows = list(self.groups[asked["application"], asked["group"]])
-            attributes = group["attributes"]
+            group = asked["application"], asked["group"]
+            if group not in self.views:
+                return 404, {"error": "There is no such group."}
+            rows = list(self.groups[group])
+            attributes = self.views[group]
+        if self.failure:
+            return 503, {"error": self.failure}
         since = time_of(asked["since"]) if "since" in asked else None
         until = time_of(asked["until"]) if "until" in asked else None
         rows = [row for row in rows if ("source" not in asked or row[2] == asked["source"])
@@ -308,6 +320,8 @@ class Answers(BaseHTTPRequestHandler):
 
     def live(self, asked):
         topic = (asked["application"], asked["group"]) if "application" in asked else None
+        if topic and topic[1] not in self.owner.applications.get(topic[0], {"groups": {}})["groups"]:
+            return self.json(404, {"error": "There is no such group."})
         client = Client(topic, "status" in asked)
         with self.owner.lock:
             self.owner.clients.append(client)

@@ -119,7 +119,18 @@ class Overview(PageCase):
         self.assertIn("4.1.0", self.browser.text("aside"))
         self.assertIn("up 3 d 3 h", self.browser.text(".summary"))
         self.browser.one("aside summary").click()
-        self.browser.wait_text(".counters", "rows that were kept and acknowledged")
+        self.browser.wait_text(".counters", "rows that were kept and acknowledged rows_kept")
+        self.browser.wait_text(".counters", "time spent in writing the state file write_microseconds 0.4602 s")
+
+    def test_columns_stand_together_and_the_bar_ends_with_the_window(self):
+        self.stand_in.register("PAIR", {"g": [("a", "N", 4, ""), ("b", "N", 4, "")]})
+        self.stand_in.online("PAIR", "g", "one", tell=False)
+        self.stand_in.row("PAIR", "g", "one", {"a": 1, "b": 2}, live=False)
+        self.open()
+        self.browser.wait_text("[data-source=one]", "1")
+        left, right = self.browser.js("return [...document.querySelectorAll('[data-source=one] td.number')].map((each) => each.getBoundingClientRect().right)")
+        self.assertLess(right - left, 160)
+        self.assertEqual(self.browser.js("return document.querySelector('header').getBoundingClientRect().right - innerWidth"), 0)
 
     def test_search_by_name(self):
         self.open()
@@ -168,13 +179,13 @@ class Overview(PageCase):
         self.assertTrue(at)
         started = self.browser.text("aside time")
         utc = self.browser.one("#utc")
-        self.assertIn("UTC+01:00", utc.get_attribute("title"))
+        self.assertEqual(utc.text, "UTC+01:00")
         utc.click()
-        self.assertEqual(utc.get_attribute("aria-pressed"), "true")
+        self.assertEqual(utc.text, "UTC")
         self.browser.wait(lambda: self.browser.text("aside time") != started, "another time")
         self.assertEqual(self.browser.text("aside time")[-8:], self.stand_in.state["started"][11:19])
         self.browser.driver.refresh()
-        self.browser.wait("document.querySelector('#utc').ariaPressed === 'true'", "UTC again")
+        self.browser.wait("document.querySelector('#utc').innerText === 'UTC'", "UTC again")
         self.browser.one("#utc").click()
 
 
@@ -191,6 +202,8 @@ class Source(PageCase):
         self.browser.wait_text(".plot .readout", f"least {min(numbers)} · most {max(numbers)}")
         self.browser.wait_text(".texts", "all quiet")
         self.assertEqual(self.browser.text(".texts thead"), "Time note")
+        self.assertRegex(self.browser.text(".source-view .title"), r"^web1 HOST / load on line · last row ")
+        self.assertIn("+ and − zoom", self.browser.text("main"))
 
     def test_whole_numbers_are_exact_on_screen(self):
         self.open_source(source="web2")
@@ -252,11 +265,110 @@ class Source(PageCase):
         ActionChains(self.browser.driver, duration=0).move_to_element(self.browser.one(".surface")).perform()
         self.browser.wait("/\\d\\d:\\d\\d:\\d\\d/.test(document.querySelector('.readout').innerText)", "time and value")
 
+    def texts(self):
+        return self.browser.js("return [...document.querySelectorAll('.texts tbody time')].map((each) => Date.parse(each.dateTime.slice(0, 23) + 'Z') * 1000)")
+
+    def test_texts_keep_to_the_part_that_is_shown(self):
+        self.open_source()
+        self.browser.wait(lambda: len(self.texts()) == 50, "texts")
+        self.assertGreater(self.texts()[-1], now_us() - 300 * samples.SECOND)
+        self.browser.one("[data-tool=in]").click()
+        self.browser.wait("zord410.place.from !== null", "a part of the range")
+        from_, until = self.browser.js("return [zord410.place.from, zord410.place.until]")
+        inside = lambda: (lambda texts: len(texts) == 50 and all(from_ - 1000 <= each <= until for each in texts))(self.texts())
+        self.browser.wait(inside, "the texts of that part")
+        zoomed = self.texts()
+        self.browser.driver.refresh()
+        self.browser.wait(lambda: self.texts() == zoomed, "the same texts at the same address")
+
+    def test_nothing_is_later_than_now(self):
+        self.open_source()
+        later = self.browser.one("[data-tool=later]")
+        self.browser.wait(lambda: later.get_attribute("aria-disabled") == "true", "no later part")
+        later.click()
+        self.browser.one(".surface").send_keys(Keys.PAGE_DOWN)
+        self.browser.frames()
+        self.assertEqual(self.browser.js("return zord410.place.from"), None)
+        self.browser.one("[data-tool=earlier]").click()
+        self.browser.wait(lambda: later.get_attribute("aria-disabled") == "false", "a later part")
+        later.click()
+        self.browser.wait(lambda: later.get_attribute("aria-disabled") == "true", "no later part")
+        self.assertLessEqual(self.browser.js("return zord410.place.until"), now_us())
+
+    def test_rows_that_cannot_be_fetched_are_not_called_none(self):
+        self.console_may_hold = ("503",)
+        self.stand_in.failure = "the state file cannot be read now"
+        self.open("#application=HOST&group=load&source=web1")
+        self.browser.wait_text(".source-view .bad", "The kept rows could not be fetched: the state file cannot be read now")
+        self.browser.wait_text(".plot .readout", "Not fetched.")
+        self.browser.wait_text(".text-section", "Not fetched.")
+        self.stand_in.failure = ""
+        self.browser.wait_text(".plot .readout", "least")
+        self.assertEqual(self.browser.all(".source-view .bad"), [])
+
     def test_rows_as_csv(self):
         self.open_source()
         address = self.browser.wait("document.querySelector('a[download]')?.href", "the address")
         answer = self.browser.driver.execute_async_script("const done = arguments[1]; fetch(arguments[0]).then((answer) => answer.text()).then(done)", address)
         self.assertTrue(answer.startswith("time,time_us,source,handle,code,load1,load5,memory,note\n"), answer[:80])
+
+
+class Unregistered(PageCase):
+    console_may_hold = ("404",)
+
+    def setUp(self):
+        super().setUp()
+        samples.machines(self.stand_in)
+
+    def asked(self, part):
+        return [path for path in self.stand_in.asked if part in path]
+
+    def test_a_source_that_goes_keeps_its_plots_and_texts(self):
+        self.open_source()
+        self.browser.wait(lambda: self.stand_in.clients, "the live stream")
+        kept = self.times()
+        self.stand_in.unregister("HOST")
+        self.browser.wait_text(".source-view", "It is not registered at this server now. These are its kept rows")
+        self.browser.wait(lambda: len(self.times()) > 3000 and self.times()[-1] == kept[-1], "its rows")
+        self.browser.wait_text("[data-attribute=load1] .readout", "least")
+        self.browser.wait_text(".texts tbody", "all quiet")
+        self.browser.wait(lambda: [client.topic for client in self.stand_in.clients] == [None], "a stream for changes of status alone")
+        self.assertLessEqual(len(self.asked("/api/live?application")), 2)
+        samples.machines(self.stand_in, 5)
+        self.stand_in.tell_status("registered", "HOST", "", "")
+        self.browser.wait_text(".source-view .summary", "on line")
+        self.browser.wait(lambda: [client.topic for client in self.stand_in.clients] == [("HOST", "load")], "the group's stream")
+        at = self.stand_in.row("HOST", "load", "web1", {"load1": 4711})
+        self.browser.wait(lambda: self.times()[-1] == at, "a live row")
+
+    def test_the_address_of_what_went_long_ago(self):
+        self.stand_in.groups["HOST", "load"] = [(at - 86400 * samples.SECOND, *rest) for at, *rest in self.stand_in.groups["HOST", "load"]]
+        self.stand_in.unregister("HOST")
+        self.open_source()
+        self.assertIn("not registered · last row 1 d", self.browser.text(".source-view .summary"))
+        self.browser.wait_text(".texts tbody", "all quiet")
+        self.assertLess(self.times()[-1], now_us() - 86000 * samples.SECOND)
+        self.browser.one(".bar a[aria-label='last 15 minutes']").click()
+        self.browser.wait("zord410.place.range === '15m' && zord410.view.feed.timeline.times.length > 800", "the last 15 minutes of it")
+        self.browser.one("[data-tool=in]").click()
+        self.browser.wait("zord410.place.from !== null", "a part of it")
+        self.browser.one("#crumbs a[href*='group=load']").click()
+        self.browser.wait_text("[data-source=web1]", "web1not registered")
+        self.browser.wait_text(".summary", "not registered at this server now")
+        self.assertEqual(self.browser.js("return [...document.querySelectorAll('.sources tbody tr')].map((row) => row.dataset.source)"), ["db1", "old1", "web1", "web2"])
+        self.browser.one("#crumbs a[href='#application=HOST']").click()
+        self.browser.wait_text(".empty", "There is no HOST")
+        self.assertEqual(self.asked("/api/live?application"), [])
+
+    def test_what_never_was_has_nothing_to_choose(self):
+        for place, name in (("#application=HOST&group=load&source=web9", "HOST / load / web9"), ("#application=NONE&group=g&source=a", "NONE / g / a"), ("#application=NONE&group=g", "NONE / g")):
+            asked = lambda: len([path for path in self.asked("/api/rows") if path.endswith("limit=1000")])
+            before = asked()
+            self.open(place)
+            self.browser.wait_text(".empty", f"There is no {name}")
+            self.assertFalse(self.browser.js("return document.querySelector('.bar')?.checkVisibility()"))
+            self.assertEqual(asked() - before, 1)
+        self.assertEqual(self.asked("/api/live?application=NONE"), [])
 
 
 class Strange(PageCase):
@@ -300,6 +412,7 @@ class Empty(PageCase):
         self.open()
         self.browser.wait_text("h1", "The server is up")
         self.browser.wait_text(".empty", "zordp send --registration demo.reg")
+        self.assertIn("A provider that ends takes its application off the list; --keep keeps it there.", self.browser.text(".empty"))
         copy = self.browser.one(".command button")
         self.assertIn("Copy the command", copy.get_attribute("aria-label"))
         copy.click()
@@ -309,12 +422,15 @@ class Empty(PageCase):
         self.stand_in.state["state"] = "memory"
         samples.machines(self.stand_in, 5)
         self.open("#application=HOST&group=load&source=web1")
-        self.browser.wait_text("#no-store", "zordchd --store FILE")
+        self.browser.wait_text("#no-store", f"zordchd --store FILE --web 127.0.0.1:{self.stand_in.port}")
         self.browser.wait(lambda: self.stand_in.clients, "the live stream")
         self.browser.wait_text(".plot .latest", str(samples.load_row(1)["load1"]))
         sent = [self.stand_in.row("HOST", "load", "web1", samples.load_row(second)) for second in range(3)]
         self.browser.wait(lambda: self.times() == sent, "the live rows")
         self.assertFalse([path for path in self.stand_in.asked if "/api/rows" in path])
+        self.assertEqual(self.browser.text(".bar [aria-current]"), "15 min")
+        self.browser.one(".bar a[aria-label='last hour']").click()
+        self.browser.wait_text(".bar [aria-current]", "1 h")
 
     def test_no_number_no_source_no_such_name(self):
         self.stand_in.register("TEXT", {"g": [("word", "D", 20, "")], "empty": [("n", "N", 4, "")]})
@@ -325,6 +441,7 @@ class Empty(PageCase):
         self.browser.wait_text(".texts", "said")
         self.open("#application=TEXT&group=empty")
         self.browser.wait_text(".empty", "zordp send --registration FILE.reg --group empty")
+        self.console_may_hold = ("404",)
         self.open("#application=NONE")
         self.browser.wait_text(".empty", "There is no NONE")
         self.open("#application=TEXT&group=g&source=two")

@@ -10,7 +10,6 @@ export const RANGES = [
   { name: "30d", words: "30 d", long: "last 30 days", length: 30 * 86400e6 },
   { name: "all", words: "All", long: "all that is kept", length: null },
 ];
-const USUAL_RANGE = "1h";
 
 export const rangeNamed = (name) => RANGES.find((range) => range.name === name);
 
@@ -19,7 +18,7 @@ export const rangeNamed = (name) => RANGES.find((range) => range.name === name);
  * @property {?string} application null: all
  * @property {?string} group
  * @property {?string} source
- * @property {string} range one of RANGES' names
+ * @property {string} range one of RANGES' names, or "": the usual one
  * @property {?number} from,until a part of the range, microseconds since 1970; both or none
  * @property {string} find what is searched for, or ""
  * @property {string} show "", "silent" or "offline": only such sources
@@ -39,7 +38,7 @@ export function readPlace(hash) {
   const show = said.get("show");
   return {
     application, group, source, from, until,
-    range: rangeNamed(said.get("range")) ? said.get("range") : USUAL_RANGE,
+    range: rangeNamed(said.get("range")) ? said.get("range") : "",
     find: said.get("find") ?? "",
     show: show === "silent" || show === "offline" ? show : "",
   };
@@ -51,7 +50,6 @@ export function writePlace(place) {
   for (const name of ["application", "group", "source", "range", "from", "until", "find", "show"]) {
     const value = place[name];
     if (value === null || value === undefined || value === "") continue;
-    if (name === "range" && value === USUAL_RANGE) continue;
     said.set(name, String(value));
   }
   return "#" + said.toString();

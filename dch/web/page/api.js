@@ -4,6 +4,9 @@ import { apiAddress } from "./address.js";
 import { learnServerTime } from "./clock.js";
 import { parseExactly } from "./json.js";
 
+/** Columns of kept rows: time, time_us, source, handle, code, then the attributes. */
+export const FIRST_VALUE = 5;
+
 /** The server answered, but not with what was asked for. */
 export class Refusal extends Error {
   constructor(status, sentence) {

@@ -26,12 +26,7 @@ export class Attention {
       h("h2", { id: "attention-title", class: "unseen" }, "Needs attention"), this.#line, this.#list);
   }
 
-  /**
-   * @param {import("./link.js").Link} link
-   * @param {import("./sources.js").Group[]} groups
-   * @param {boolean} isShort one line is enough
-   * @returns {number} how many troubles there are
-   */
+  /** @returns {number} how many troubles there are; shows one line of them where that is enough */
   update(link, groups, isShort) {
     const counted = link.state ? troublesOf(link.state) : [];
     if (link.state) this.#rises.see(counted, now());

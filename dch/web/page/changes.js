@@ -13,7 +13,6 @@ const WORDS = { registered: "registered", unregistered: "unregistered", online: 
 export class Changes {
   element;
   #events = [];
-  #serial = 0;
   #since = now();
   #list = h("ol", { class: "changes", "aria-labelledby": "changes-title" });
   #empty = h("p", { class: "hint" });
@@ -23,9 +22,9 @@ export class Changes {
     this.update();
   }
 
-  /** @param {Object} event of the live stream */
+  /** An event of the live stream. */
   add(event) {
-    this.#events.unshift({ ...event, time: parseTime(event.time), serial: ++this.#serial });
+    this.#events.unshift({ ...event, time: parseTime(event.time) });
     this.#events.length = Math.min(this.#events.length, KEPT);
   }
 
@@ -33,7 +32,7 @@ export class Changes {
     this.#empty.hidden = this.#events.length > 0;
     setText(this.#empty, `None since this page was opened at ${formatTime(this.#since, now(), showsUtc())}. They appear here as they happen.`);
     this.#list.hidden = !this.#events.length;
-    reconcile(this.#list, this.#events.slice(0, SHOWN), (event) => event.serial, createChange,
+    reconcile(this.#list, this.#events.slice(0, SHOWN), (event) => event, createChange,
       (element, event) => showTime(element.firstElementChild, event.time));
   }
 }

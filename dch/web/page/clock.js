@@ -3,17 +3,20 @@
 import { formatTime, isoTime } from "./times.js";
 
 let offset = 0; // of the server's clock, microseconds
+let standing = null;
 let utc = false;
 
 /** @returns {number} microseconds since 1970 by the server's clock, as far as that is known */
 export function now() {
-  return Math.floor((performance.timeOrigin + performance.now()) * 1000) + offset;
+  return standing ?? Math.floor((performance.timeOrigin + performance.now()) * 1000) + offset;
 }
 
-/**
- * Takes the time of an answer for the server's; small differences are the way's and do not count.
- * @param {?string} header the answer's Date
- */
+/** While the server is away its time stands still: nothing ages that cannot be heard. @param {?number} time null: it goes on */
+export function standStill(time) {
+  standing = time;
+}
+
+/** Takes an answer's Date for the server's time; small differences are the way's and do not count. */
 export function learnServerTime(header) {
   const milliseconds = header ? Date.parse(header) : NaN;
   if (Number.isNaN(milliseconds)) return;
@@ -38,12 +41,7 @@ export function restoreUtc() {
   } catch { /* Then in the reader's zone. */ }
 }
 
-/**
- * Lets an element show a moment, the exact one in UTC at hand.
- * @param {HTMLElement} element a <time>
- * @param {?number} time null: none
- * @param {string=} text instead of the moment itself
- */
+/** Lets a <time> show a moment or a text instead, the exact one in UTC at hand; null: none. */
 export function showTime(element, time, text) {
   const shown = time === null ? "" : text ?? formatTime(time, now(), utc);
   if (element.textContent !== shown) element.textContent = shown;

@@ -30,13 +30,6 @@ const NOT_STORED = 105; // status
 const SIGNS_OF_LOSS = /lost|dropped|forgotten|thrown/;
 const SIGNS = /refused|fail|stalled|crowded/;
 
-/**
- * @typedef {Object} Trouble
- * @property {string} key @property {"lost"|"refused"} kind @property {number|bigint} count
- * @property {string} words what happened, to be read after the count
- * @property {string} advice @property {boolean} isOfStore
- */
-
 /** @returns {string} "row{s} {was|were} lost" as it reads after that count */
 const inNumber = (words, count) =>
   words.replace(/\{(?:(\w+)\|)?(\w+)\}/g, (_all, one = "", many) => (Number(count) === 1 ? one : many));
@@ -57,10 +50,7 @@ function requestTrouble({ request, code, status, text, count }) {
   };
 }
 
-/**
- * @param {Object} state the answer of /api/state
- * @returns {Trouble[]} what was lost, then what was refused, the most first
- */
+/** What was lost, then what was refused, the most first: { key, kind, count, words to be read after it, advice, isOfStore }. */
 export function troublesOf(state) {
   return [
     ...Object.entries(state.counters ?? {}).map(([name, count]) => count && countedTrouble(name, count, state.help?.[name])),
@@ -73,10 +63,7 @@ export class Rises {
   #known = new Map(); // key → { count, risen }
   #hasSeen = false;
 
-  /**
-   * @param {Trouble[]} troubles as they are now
-   * @param {number} now
-   */
+  /** The troubles are these now. */
   see(troubles, now) {
     const isFirst = !this.#hasSeen;
     this.#hasSeen = true;

@@ -12,14 +12,14 @@ const note = (title, ...children) => h("section", { class: "empty" }, h("h2", {}
 const paragraph = (...children) => h("p", {}, ...children);
 
 /** No application is registered. */
-export const noApplication = () => note("No application is registered yet",
-  paragraph("The server is up and waits. Providers register their applications themselves; to see it work, send a first row:"),
+export const noApplication = () => note("No application is registered",
+  paragraph("The server is up and waits. Providers register their applications themselves; to see it work, send a row:"),
   commandToCopy(FIRST_ROW),
-  paragraph("With another port than 1919, set ZORA_DCH_PORT first. The row appears here by itself."));
+  paragraph("With another port than 1919, set ZORA_DCH_PORT first. The row appears here by itself. A provider that ends takes its application off the list; --keep keeps it there."));
 
 /** The application, group or source of the address is not there. @param {string[]} names */
 export const notFound = (names) => note(`There is no ${names.join(" / ")}`,
-  paragraph("It is not registered at this server now, or the address has a mistake. What is there:"),
+  paragraph("It is not registered at this server now, or the address has a mistake. Rows that were kept of a source are at the source's address, or its group's. What is there:"),
   commandToCopy("zordc apps"),
   paragraph(h("a", { href: "#" }, "All applications")));
 
@@ -36,7 +36,7 @@ export const nothingFound = (find) => note(find ? `Nothing is called â€œ${find}â
 /** The server keeps no rows. */
 export const noStore = () => h("div", { class: "empty small", id: "no-store" },
   paragraph("This server keeps no rows: plots begin when the page is opened. To keep history, start it with a state file:"),
-  commandToCopy("zordchd --store FILE --web 127.0.0.1:1980"));
+  commandToCopy(`zordchd --store FILE --web ${location.host}`));
 
 /** A group has text attributes only. */
 export const noNumber = (application) => h("div", { class: "empty small" },

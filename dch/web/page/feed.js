@@ -1,7 +1,7 @@
 // feed.js: the rows of one source in a range of time: kept ones from the store, then live ones,
 // none twice and none missing.
 
-import { get, Refusal } from "./api.js";
+import { FIRST_VALUE, get, Refusal } from "./api.js";
 import { isoTime, parseTime } from "./times.js";
 import { isText, valueNamed } from "./values.js";
 import { Timeline } from "./timeline.js";
@@ -12,8 +12,6 @@ const POINTS = 1000;
 const CATCH_UP_ROWS = 20000;
 /** Rows that a stream lost may be older than the last that it brought. */
 const LOOK_BACK = 10e6;
-const FIRST_VALUE = 5; // columns: time, time_us, source, handle, code, then the attributes
-const FIRST_THINNED = 2; // columns: time, time_us, then three for each number
 
 export class Feed {
   error = null; // why there are no kept rows: an Error, or null
@@ -30,11 +28,8 @@ export class Feed {
   #changed;
 
   /**
-   * @param {Object} where
-   * @param {string} where.application @param {string} where.group @param {string} where.source
-   * @param {?number} where.length of the range up to now; null: all
-   * @param {number=} where.from @param {number=} where.until a fixed range instead
-   * @param {boolean} where.hasStore whether rows are kept at the server
+   * @param {Object} where application, group, source; length of the range up to now or up to `end`,
+   * null: all; or from, until: a fixed range instead; hasStore: whether rows are kept at the server
    * @param {Array} attributes the group's
    * @param {() => void} changed called whenever rows came
    * @param {Timeline=} timeline what to show until the rows are there
@@ -122,8 +117,8 @@ export class Feed {
   }
 
   async #loadAll() {
-    const { length, from, until } = this.#where;
-    const since = from ?? (length === null ? null : now() - length);
+    const { length, end, from, until } = this.#where;
+    const since = from ?? (length === null ? null : (end ?? now()) - length);
     const rows = await this.#rows({ since, until, limit: ROWS_AT_ONCE });
     const timeline = new Timeline(this.#numbers.length);
     if (rows.length >= ROWS_AT_ONCE) {
@@ -167,12 +162,13 @@ export class Feed {
   }
 
   async #addThinned(timeline, since, until) {
-    const { rows } = await get("/api/rows", this.#question({ since, until, points: POINTS }));
-    const column = (i) => rows.map((row) => (row[i] === null ? null : Number(row[i])));
+    const { columns: names, rows } = await get("/api/rows", this.#question({ since, until, points: POINTS }));
+    const column = (name) => {
+      const i = names.indexOf(name);
+      return rows.map((row) => (i < 0 || row[i] === null ? null : Number(row[i])));
+    };
     const times = rows.map((row) => row[1]);
-    const columns = this.#numbers.map((_each, i) => ({
-      low: column(FIRST_THINNED + 3 * i), high: column(FIRST_THINNED + 3 * i + 1), mean: column(FIRST_THINNED + 3 * i + 2),
-    }));
+    const columns = this.#numbers.map(({ name }) => ({ low: column(`${name}_min`), high: column(`${name}_max`), mean: column(`${name}_mean`) }));
     timeline.setBuckets(times, columns, (until - (since ?? times[0] ?? until)) / POINTS);
   }
 }

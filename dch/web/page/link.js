@@ -1,7 +1,7 @@
 // link.js: what the server says of itself, asked for again and again, and whether it is there.
 
 import { get, getHealth, Refusal } from "./api.js";
-import { now } from "./clock.js";
+import { now, standStill } from "./clock.js";
 
 const SMALL = 500; // sources
 const SOON = 2000; // ms
@@ -24,6 +24,7 @@ export class Link {
   #isAsking = false;
   #wantsMore = false;
   #lastAsked = -Infinity;
+  #lastAnswered = null;
 
   /** @param {() => void} changed called after each answer, and when the server is missed */
   constructor(changed) {
@@ -55,14 +56,13 @@ export class Link {
       others.catch(() => {}); // Looked at below, after the applications.
       this.applications = (await applications).applications;
       [this.state, this.health] = await others;
-      this.lostSince = null;
-      this.refusal = "";
+      this.#answered("");
     } catch (error) {
       if (error instanceof Refusal) {
-        this.lostSince = null;
-        this.refusal = error.message;
-      } else {
-        this.lostSince ??= now();
+        this.#answered(error.message);
+      } else if (this.lostSince === null) {
+        this.lostSince = now();
+        standStill(this.#lastAnswered);
       }
     }
     this.#isAsking = false;
@@ -70,6 +70,13 @@ export class Link {
     if (document.hidden) return;
     if (this.#wantsMore) this.askNow();
     else this.#askIn(this.lostSince !== null ? AGAIN : this.#isLarge ? LATER : SOON);
+  }
+
+  #answered(refusal) {
+    standStill(null);
+    this.lostSince = null;
+    this.refusal = refusal;
+    this.#lastAnswered = now();
   }
 
   get #isLarge() {

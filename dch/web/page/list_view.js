@@ -26,7 +26,7 @@ export class ListView {
   #empty = h("div");
   #emptyKind = "";
 
-  /** @param {import("./address.js").Place} place @param {Object} context of main.js */
+  /** @param {Place} place @param {Object} context of main.js */
   constructor(place, context) {
     this.#place = place;
     this.#context = context;
@@ -35,7 +35,7 @@ export class ListView {
     this.update();
   }
 
-  /** Another search or choice of the same applications. */
+  /** Another search or choice. */
   move(place) {
     this.#place = place;
     this.update();
@@ -56,8 +56,6 @@ export class ListView {
     this.#showGroups(chosen);
     this.#showEmpty(inPlace, chosen);
   }
-
-  close() {}
 
   #showTitle(counts, inPlace) {
     const { link, troubles } = this.#context;
@@ -86,7 +84,7 @@ export class ListView {
 
   #showGroups(chosen) {
     const { application, group, range } = this.#place;
-    const isOnly = application !== null && group !== null;
+    const isOnly = group !== null;
     const limit = isOnly ? 100 : chosen.length > 8 ? 5 : 10;
     reconcile(this.#list, chosen.slice(0, this.#groupsShown), (each) => each.key, (each) => {
       const table = new SourceTable(each, { limit, isOnly }, () => this.update());
@@ -101,7 +99,7 @@ export class ListView {
   #showEmpty(inPlace, chosen) {
     const { application, group, find, show } = this.#place;
     let kind = "";
-    if (!inPlace.length) kind = application === null ? "none" : "unknown";
+    if (!inPlace.length) kind = application === null ? "none" : this.#context.kept === null ? "" : "unknown";
     else if (!chosen.length) kind = `nothing ${find} ${show}`;
     if (kind === this.#emptyKind) return;
     this.#emptyKind = kind;
@@ -115,7 +113,7 @@ export class ListView {
 function headline(link, counts, troubles) {
   if (link.lostSince !== null) return "The server cannot be reached";
   if (link.health) return "The server is not well";
-  if (counts.silent) return `${formatValue(counts.silent)} of ${formatValue(counts.silent + counts.online + counts.waiting)} sources on line ${counts.silent === 1 ? "is" : "are"} silent`;
+  if (counts.silent) return `${formatValue(counts.silent)} of ${countOf(counts.online + counts.waiting + counts.silent, "source")} on line ${counts.silent === 1 ? "is" : "are"} silent`;
   if (troubles) return `${counts.all ? "All sources are heard" : "The server is up"}, but something was lost or refused`;
   if (!counts.all) return "The server is up";
   const online = counts.online + counts.waiting;

@@ -1,35 +1,37 @@
 // main.js: puts the page together: where the reader is, what the server tells, and what is shown.
 
 import { apiAddress, readPlace, writePlace } from "./address.js";
-import { get } from "./api.js";
+import { get, Refusal } from "./api.js";
 import { Attention } from "./attention.js";
 import { Changes } from "./changes.js";
-import { now, restoreUtc, setUtc, showsUtc } from "./clock.js";
-import { h, setAttribute, setText } from "./dom.js";
+import { now, restoreUtc, setUtc, showsUtc, showTime } from "./clock.js";
+import { h, setText } from "./dom.js";
 import { Link } from "./link.js";
 import { ListView } from "./list_view.js";
 import { Paces, usualInterval } from "./pace.js";
 import { ServerPanel } from "./server_panel.js";
-import { groupsOf } from "./sources.js";
+import { findSource, groupsOf, keptGroup } from "./sources.js";
 import { Stream } from "./stream.js";
-import { formatTime, isoTime, parseTime, zoneName } from "./times.js";
+import { parseTime, zoneName } from "./times.js";
 
 const byId = (id) => document.getElementById(id);
 const sourceView = () => import("./source_view.js");
 const PACES_AT_ONCE = 6;
 const ROWS_OF_A_PACE = 20;
 const UNHEARD = 15e6; // microseconds after which a source's pace is worth knowing
+const KEPT_ROWS = 1000; // newest ones that tell which sources a group had
 const LIST_PAUSE = 250; // ms between two updates of a list by live rows
 
 const paces = new Paces();
 const changes = new Changes();
 const panel = new ServerPanel();
-/** What views look at. */
-const context = { link: null, groups: [], troubles: 0, attention: new Attention() };
+/** What views look at. kept: what is not registered of the place; null: it is asked for; undefined: nothing. */
+const context = { link: null, groups: [], kept: undefined, troubles: 0, attention: new Attention() };
 let place = readPlace(location.hash);
 let view = null;
 let stream = null;
 let streamAddress = "";
+let keptPlace = "";
 let listTimer = 0;
 
 // What the server tells.
@@ -39,6 +41,8 @@ function linkChanged() {
   if (link.applications) {
     context.groups = groupsOf(link.applications, paces, now());
     learnPaces();
+    learnKept();
+    openStream();
   }
   showLost();
   showAll();
@@ -67,8 +71,9 @@ function showLost() {
     lost.replaceChildren();
   } else if (lost.hidden) {
     lost.hidden = false;
-    lost.append(h("strong", {}, "The server cannot be reached"), " since ",
-      h("time", { datetime: isoTime(lostSince), title: isoTime(lostSince) }, formatTime(lostSince, now(), showsUtc())),
+    const time = h("time");
+    showTime(time, lostSince);
+    lost.append(h("strong", {}, "The server cannot be reached"), " since ", time,
       ". What is shown is from before. This page tries again by itself.");
   }
 }
@@ -90,15 +95,41 @@ function learnPaces() {
   }
 }
 
+/** Asks, once, for the newest kept rows of a group or source that is not registered. */
+function learnKept() {
+  const { application, group, source } = place;
+  const isThere = group === null || (source === null ? isGroupRegistered() : findSource(context.groups, place));
+  const wanted = isThere || context.link.state?.state === "memory" ? "" : writePlace({ application, group, source });
+  if (wanted !== keptPlace) {
+    keptPlace = wanted;
+    context.kept = wanted ? null : undefined;
+    const learned = (kept) => {
+      if (wanted !== keptPlace) return;
+      context.kept = kept;
+      linkChanged();
+    };
+    if (wanted) {
+      get("/api/rows", { application, group, source, limit: KEPT_ROWS }).then(
+        (answer) => learned(answer.rows.length ? keptGroup(application, group, answer) : undefined),
+        (error) => {
+          if (error instanceof Refusal && error.status < 500) learned(undefined);
+          else if (wanted === keptPlace) keptPlace = ""; // Then it is asked again.
+        });
+    }
+  }
+  if (context.kept) context.groups.push(context.kept);
+}
+
+const isGroupRegistered = () =>
+  context.link.applications.find((each) => each.name === place.application)?.groups.some((each) => each.name === place.group);
+
 // What happens live.
 
+/** For the place's group while it is registered, else for changes of status alone. */
 function openStream() {
   const { application, group } = place;
-  const address = group === null ? "/api/live?status" : apiAddress("/api/live", { application, group, status: true });
-  if (address === streamAddress) {
-    if (stream.isOpen) view.opened?.();
-    return;
-  }
+  const address = isGroupRegistered() ? apiAddress("/api/live", { application, group, status: true }) : "/api/live?status";
+  if (address === streamAddress || !view) return;
   stream?.close();
   streamAddress = address;
   stream = new Stream(address, {
@@ -139,15 +170,19 @@ async function arrive(isFirst) {
   if (isSame) {
     view.move(place);
   } else {
-    view?.close();
+    view?.close?.();
     view = await makeView(place);
     if (!view) return;
     byId("main").replaceChildren(view.element);
   }
   showCrumbs();
   if (document.activeElement !== byId("find")) byId("find").value = place.find;
-  if (context.link) showAll();
-  openStream();
+  if (context.link.applications && !isSame) {
+    linkChanged();
+    if (stream.isOpen) view.opened?.();
+  } else {
+    showAll();
+  }
   if (!isSame && !isFirst && document.activeElement !== byId("find")) {
     scrollTo(0, 0);
     view.element.querySelector("h1").focus({ preventScroll: true });
@@ -212,17 +247,18 @@ function setUpControls() {
     byId("main").focus();
   });
   const utc = byId("utc");
-  const showUtc = () => {
-    setAttribute(utc, "aria-pressed", String(showsUtc()));
-    utc.title = showsUtc() ? "Times are in UTC" : `Times are in your zone, ${zoneName(now())}`;
+  const showZone = () => {
+    const zone = zoneName(now());
+    setText(utc, showsUtc() ? "UTC" : zone);
+    utc.title = showsUtc() ? `Times are in UTC. Show them in your zone, ${zone}` : "Times are in your zone. Show them in UTC";
   };
   utc.addEventListener("click", () => {
     setUtc(!showsUtc());
-    showUtc();
+    showZone();
     showAll();
   });
   restoreUtc();
-  showUtc();
+  showZone();
 }
 
 byId("aside").append(changes.element, panel.element);

@@ -14,11 +14,7 @@ export function median(numbers) {
   return Float64Array.from(numbers).sort()[numbers.length >> 1];
 }
 
-/**
- * @param {ArrayLike<number>} times ascending
- * @param {number=} newest how many of the last ones count
- * @returns {?number} the usual interval; null where there is none
- */
+/** @returns {?number} the usual interval of times, ascending, of which the last ones count; null where there is none */
 export function usualInterval(times, newest = 64) {
   const intervals = [];
   for (let i = Math.max(1, times.length - newest); i < times.length; ++i) {

@@ -30,12 +30,13 @@ const css = (name) => getComputedStyle(document.documentElement).getPropertyValu
 export class Plot {
   element;
   points = []; // as drawn; null: a gap
-  #attribute;
+  attribute;
   #column;
   #zoom;
   #graph = null;
   #window = [0, 1]; // microseconds
   #chosen = null; // index among the points
+  #absence = "";
   #latest = h("output", { class: "latest" });
   #readout = h("p", { class: "readout" });
   #readoutTime = h("time");
@@ -47,10 +48,10 @@ export class Plot {
 
   /**
    * @param {Object} attribute @param {number} column among the timeline's numbers
-   * @param {(from: ?number, until: ?number) => void} zoom asks for another window; nulls: for the whole range
+   * @param {function} zoom (from, until) asks for another window; nulls: for the whole range
    */
   constructor(attribute, column, zoom) {
-    this.#attribute = attribute;
+    this.attribute = attribute;
     this.#column = column;
     this.#zoom = zoom;
     this.#surface = h("div", { class: "surface", tabindex: "0", role: "slider", "aria-label": `${attribute.name} over time`,
@@ -74,9 +75,11 @@ export class Plot {
     setText(this.#latest, formatValue(value));
   }
 
-  draw(Dygraph, timeline, from, until) {
+  /** @param {string} absence why there is nothing, where there is nothing */
+  draw(Dygraph, timeline, from, until, absence) {
     this.#window = [from, until];
-    const width = Math.max(100, this.#surface.clientWidth - 52);
+    this.#absence = absence;
+    const width = Math.max(100, this.#surface.clientWidth - 60);
     const chosenTime = this.#chosen === null ? null : this.points[this.#chosen]?.time;
     this.points = pointsToDraw(timeline, this.#column, from, until, width);
     const file = this.points.map((point, i) => (point ? [point.time / 1000, [point.low, point.mean, point.high]]
@@ -104,21 +107,16 @@ export class Plot {
       axes: {
         x: { ticker: Dygraph.dateTicker, pixelsPerLabel: 76, axisLabelWidth: 70,
           axisLabelFormatter: (x) => formatTick(Math.round(x * 1000), this.#tickStep(), showsUtc()) },
-        y: { pixelsPerLabel: 34, axisLabelWidth: 46,
-          axisLabelFormatter: (value) => formatTickValue(value, this.#valueStep()) },
+        y: { pixelsPerLabel: 34, axisLabelWidth: 54, axisLabelFormatter: formatTickValue },
       },
       ...this.#options(),
     });
   }
 
-  /** About how far labels of the axes are apart. */
+  /** About how far labels of the axis are apart. */
   #tickStep() {
     const [from, until] = this.#window;
     return (until - from) / Math.max(2, this.#surface.clientWidth / 76);
-  }
-  #valueStep() {
-    const [low, high] = this.#graph?.yAxisRange?.(0) ?? [0, 100];
-    return niceStep((high - low) / Math.max(2, HEIGHT / 34));
   }
 
   // What the reader points at.
@@ -151,7 +149,7 @@ export class Plot {
     const shown = this.points.filter((point) => point && point.time >= this.#window[0] && point.time <= this.#window[1]);
     showTime(this.#readoutTime, null);
     if (!shown.length) {
-      setText(this.#readoutText, "No value in this range.");
+      setText(this.#readoutText, this.#absence);
       return;
     }
     const low = Math.min(...shown.map((point) => point.low));
@@ -209,9 +207,7 @@ export class Plot {
       const [from, until] = [begin, end].sort((a, b) => a - b).map((x) => Math.round(this.#graph.toDataXCoord(x) * 1000));
       if (until - from >= LEAST_ZOOM) this.#zoom(from, until);
     };
-    addEventListener("pointermove", move, { signal: stop.signal });
-    addEventListener("pointerup", up, { signal: stop.signal });
-    addEventListener("pointercancel", up, { signal: stop.signal });
+    for (const [name, act] of [["pointermove", move], ["pointerup", up], ["pointercancel", up]]) addEventListener(name, act, { signal: stop.signal });
   }
 }
 
@@ -231,11 +227,4 @@ export function zoomWindow(from, until, factor, middle = (from + until) / 2) {
   const share = (middle - from) / (until - from);
   const begin = Math.round(middle - share * length);
   return [begin, Math.round(begin + length)];
-}
-
-/** @returns {number} the step of 1, 2 or 5 times a power of ten next to that size */
-function niceStep(size) {
-  if (!(size > 0)) return 1;
-  const power = 10 ** Math.floor(Math.log10(size));
-  return [1, 2, 5, 10].map((each) => each * power).find((each) => each >= size * 0.8);
 }

@@ -11,7 +11,6 @@ const TICK = 1000; // ms: time goes on without rows, too
 export class PlotBoard {
   element = h("div", { class: "plots" });
   #plots;
-  #numbers;
   #look;
   #Dygraph = null;
   #inSight = new Set();
@@ -26,13 +25,10 @@ export class PlotBoard {
   #colours = matchMedia("(prefers-color-scheme: dark)");
 
   /**
-   * @param {Array} numbers attributes
-   * @param {(from: ?number, until: ?number) => void} zoom
-   * @param {() => {timeline, window: [number, number], latest: function}} look called before each
-   * round: what is to be drawn
+   * @param {Array} numbers attributes @param {function} zoom of Plot
+   * @param {function} look what is to be drawn: { timeline, window, latest(attribute), absence }, asked before each round
    */
   constructor(numbers, zoom, look) {
-    this.#numbers = numbers;
     this.#look = look;
     this.#plots = numbers.map((each, i) => new Plot(each, i, zoom));
     this.element.append(...this.#plots.map((plot) => plot.element));
@@ -89,11 +85,11 @@ export class PlotBoard {
       spent += performance.now() - begin;
       return result;
     };
-    const { timeline, window: [from, until], latest } = timed(this.#look);
-    for (const [i, plot] of this.#plots.entries()) {
-      plot.showLatest(latest(this.#numbers[i]));
+    const { timeline, window: [from, until], latest, absence } = timed(this.#look);
+    for (const plot of this.#plots) {
+      plot.showLatest(latest(plot.attribute));
       if (!this.#Dygraph || !this.#inSight.has(plot.element)) continue;
-      timed(() => plot.draw(this.#Dygraph, timeline, from, until));
+      timed(() => plot.draw(this.#Dygraph, timeline, from, until, absence));
       await new Promise(requestAnimationFrame);
       if (this.#isClosed) return;
     }

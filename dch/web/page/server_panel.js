@@ -3,15 +3,27 @@
 import { showTime } from "./clock.js";
 import { h, reconcile, setText } from "./dom.js";
 import { parseTime } from "./times.js";
-import { formatValue } from "./values.js";
+import { formatMean, formatValue } from "./values.js";
 
+const MICROSECONDS = "_microseconds";
 const inWords = (name) => name.replaceAll("_", " ");
-const row = () => h("tr", {}, h("th", { scope: "row" }), h("td", { class: "number" }));
 
-function table(caption, first, second) {
-  const body = h("tbody");
-  return { body, element: h("table", { class: "counters" }, h("caption", { class: "unseen" }, caption),
-    h("thead", { class: "unseen" }, h("tr", {}, h("th", { scope: "col" }, first), h("th", { scope: "col" }, second))), body) };
+/** A table of counts that opens on demand. */
+class Counts {
+  #body = h("tbody");
+
+  constructor(words, what) {
+    this.element = h("details", {}, h("summary", {}, words),
+      h("table", { class: "counters" }, h("caption", { class: "unseen" }, words),
+        h("thead", { class: "unseen" }, h("tr", {}, h("th", { scope: "col" }, what), h("th", { scope: "col" }, "Count"))), this.#body));
+  }
+
+  /** @param {Array<[string, string, string]>} counts name, words, count */
+  update(counts) {
+    reconcile(this.#body, counts, ([name]) => name, ([name, words]) =>
+      h("tr", {}, h("th", { scope: "row" }, words, " ", h("code", {}, name)), h("td", { class: "number" })),
+    (row, [, , count]) => setText(row.lastElementChild, count));
+  }
 }
 
 /** What /api/state says, for who wants to know more than the troubles. */
@@ -22,19 +34,16 @@ export class ServerPanel {
   #state = h("dd", { class: "path" });
   #hint = h("p", { class: "hint" }, "Nothing is kept when the server ends. Start it with --store FILE to keep rows.");
   #gauges = h("dl", { class: "facts" });
-  #counters = table("Counters", "What", "Count");
-  #requests = table("Requests and how they were answered", "Request and answer", "Count");
+  #counters = new Counts("All counters", "What");
+  #requests = new Counts("Requests", "Request and answer");
 
   constructor() {
-    this.element = h("section", {}, h("h2", {}, "Server"),
+    this.element = h("section", { hidden: true }, h("h2", {}, "Server"),
       h("dl", { class: "facts" },
         h("div", {}, h("dt", {}, "Version"), this.#version),
         h("div", {}, h("dt", {}, "Started"), h("dd", {}, this.#started)),
         h("div", {}, h("dt", {}, "State in"), this.#state)),
-      this.#hint, this.#gauges,
-      h("details", {}, h("summary", {}, "All counters"), this.#counters.element),
-      h("details", {}, h("summary", {}, "Requests"), this.#requests.element));
-    this.element.hidden = true;
+      this.#hint, this.#gauges, this.#counters.element, this.#requests.element);
   }
 
   /** @param {?Object} state of /api/state */
@@ -46,16 +55,11 @@ export class ServerPanel {
     setText(this.#state, state.state);
     this.#hint.hidden = state.state !== "memory";
     reconcile(this.#gauges, Object.entries(state.gauges), ([name]) => name,
-      ([name]) => h("div", {}, h("dt", { title: state.help[name] ?? false }, inWords(name)), h("dd")),
+      ([name]) => h("div", {}, h("dt", { title: state.help[name] }, inWords(name)), h("dd")),
       (element, [, value]) => setText(element.lastElementChild, formatValue(value)));
-    reconcile(this.#counters.body, Object.entries(state.counters), ([name]) => name, row, (element, [name, value]) => {
-      setText(element.firstElementChild, state.help[name] ?? inWords(name));
-      element.firstElementChild.title = name;
-      setText(element.lastElementChild, formatValue(value));
-    });
-    reconcile(this.#requests.body, state.requests, (each) => `${each.code}/${each.status}`, row, (element, each) => {
-      setText(element.firstElementChild, `${each.request}: ${each.text}${each.status ? ` (${each.status})` : ""}`);
-      setText(element.lastElementChild, formatValue(each.count));
-    });
+    this.#counters.update(Object.entries(state.counters).map(([name, value]) => [name, state.help[name] ?? inWords(name),
+      name.endsWith(MICROSECONDS) ? `${formatMean(Number(value) / 1e6)} s` : formatValue(value)]));
+    this.#requests.update(state.requests.map(({ request, code, status, text, count }) =>
+      [status ? `${code} ${status}` : `${code}`, `${request}: ${text}`, formatValue(count)]));
   }
 }

@@ -26,7 +26,7 @@ export class SourceTable {
   #columns = [];
 
   /**
-   * @param {import("./sources.js").Group} group
+   * @param {Group} group
    * @param {{limit: number, isOnly: boolean}} options sources shown at first; whether the view has
    * a heading of its own and room for all attributes
    * @param {() => void} changed more are to be shown
@@ -47,7 +47,7 @@ export class SourceTable {
       this.#counts, this.#scroller, this.#empty, this.#more);
   }
 
-  /** @param {import("./sources.js").Group} group @param {string} range kept in the links */
+  /** @param {Group} group @param {string} range kept in the links */
   update(group, range) {
     this.#showHead(group);
     const { sources } = group;
@@ -114,11 +114,11 @@ function createRow(source, range) {
   return row;
 }
 
-/** @param {import("./sources.js").Source[]} sources @returns {string} how many, and how many in trouble */
+/** How many, and how many in trouble. */
 function countsText(sources) {
   if (!sources.length) return "";
   const parts = [countOf(sources.length, "source")];
-  for (const state of ["silent", "waiting", "offline"]) {
+  for (const state of ["silent", "waiting", "offline", "unregistered"]) {
     const number = sources.filter((source) => source.state === state).length;
     if (number) parts.push(`${formatValue(number)} ${STATE_WORDS[state]}`);
   }

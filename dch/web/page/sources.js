@@ -1,20 +1,18 @@
 // sources.js: the sources of all applications, what state they are in, and which to show first.
 
+import { FIRST_VALUE } from "./api.js";
 import { parseTime } from "./times.js";
 
 /** States in the order in which they matter, and in words. */
-export const STATE_WORDS = { silent: "silent", waiting: "no row yet", online: "on line", offline: "off line" };
+export const STATE_WORDS = { silent: "silent", waiting: "no row yet", online: "on line", offline: "off line", unregistered: "not registered" };
 const STATES = Object.keys(STATE_WORDS);
-
-/** @returns {string} one text for the three names, whatever is in them */
-export const sourceKey = (application, group, source) => JSON.stringify([application, group, source]);
 
 /**
  * @typedef {Object} Source
  * @property {string} key @property {string} application @property {string} group @property {string} name
  * @property {number} handle @property {boolean} online @property {?number} lastRow
  * @property {Object} values the newest row's
- * @property {"silent"|"waiting"|"online"|"offline"} state waiting: on line, no row yet
+ * @property {string} state of STATE_WORDS
  */
 
 function stateOf(source, lastRow, key, paces, now) {
@@ -29,18 +27,13 @@ function stateOf(source, lastRow, key, paces, now) {
  * @property {string} name @property {Array} attributes @property {Source[]} sources troubled ones first
  */
 
-/**
- * @param {Array} applications as the server told them
- * @param {import("./pace.js").Paces} paces learns
- * @param {number} now
- * @returns {Group[]} those with silent sources first
- */
+/** @returns {Group[]} of what the server told, those with silent sources first; `paces` learn */
 export function groupsOf(applications, paces, now) {
   const groups = [];
   for (const application of applications) {
     for (const group of application.groups) {
       const sources = group.sources.map((source) => {
-        const key = sourceKey(application.name, group.name, source.name);
+        const key = JSON.stringify([application.name, group.name, source.name]);
         const lastRow = parseTime(source.last_row);
         paces.see(key, lastRow);
         return {
@@ -59,6 +52,32 @@ export function groupsOf(applications, paces, now) {
   return groups.sort((a, b) => troubled(a) - troubled(b) || compare(a.application.name, b.application.name) || compare(a.name, b.name));
 }
 
+/** @returns {Group} what is not registered now, as its kept rows tell */
+export function keptGroup(application, group, { columns, rows }) {
+  const sources = new Map();
+  for (const [, time, name, handle, , ...values] of rows) {
+    sources.set(name, { key: name, application, group, name, handle, online: false, lastRow: time,
+      values: Object.fromEntries(values.map((value, i) => [columns[FIRST_VALUE + i], value])), state: "unregistered" });
+  }
+  return {
+    key: JSON.stringify([application, group]), name: group,
+    application: { name: application, help: "not registered at this server now; these are its newest kept rows" },
+    attributes: columns.slice(FIRST_VALUE).map((name, i) =>
+      ({ name, help: "", letter: rows.some((row) => typeof row[FIRST_VALUE + i] === "string") ? "D" : "N" })),
+    sources: [...sources.values()].sort(byUrgency),
+  };
+}
+
+/** @returns {{group: Group, source: Source}|undefined} what a place with a source names */
+export function findSource(groups, { application, group: groupName, source: name }) {
+  for (const group of groups) {
+    if (group.application.name !== application || group.name !== groupName) continue;
+    const source = group.sources.find((each) => each.name === name);
+    if (source) return { group, source };
+  }
+  return undefined;
+}
+
 const collator = new Intl.Collator("en", { numeric: true });
 const compare = (a, b) => collator.compare(a, b);
 
@@ -66,12 +85,9 @@ function byUrgency(a, b) {
   return STATES.indexOf(a.state) - STATES.indexOf(b.state) || compare(a.name, b.name);
 }
 
-/**
- * @param {Group[]} groups
- * @returns {{all: number, silent: number, waiting: number, online: number, offline: number}}
- */
+/** The number of all sources, and of those in each state. */
 export function countStates(groups) {
-  const counts = { all: 0, silent: 0, waiting: 0, online: 0, offline: 0 };
+  const counts = { all: 0, silent: 0, waiting: 0, online: 0, offline: 0, unregistered: 0 };
   for (const group of groups) {
     for (const source of group.sources) {
       ++counts.all;
@@ -82,10 +98,8 @@ export function countStates(groups) {
 }
 
 /**
- * @param {Group[]} groups
- * @param {{application: ?string, group: ?string, find: string, show: string}} place
- * @returns {Group[]} what of them is to be shown: every word found in the names of application,
- * group and source or of an attribute; groups without sources only when nothing is searched for
+ * @returns {Group[]} what of them a place shows: every word found in the names of application, group
+ * and source or of an attribute; groups without sources only when nothing is searched for
  */
 export function chosenGroups(groups, { application, group: groupName, find, show }) {
   const words = find.toLowerCase().split(/\s+/).filter(Boolean);

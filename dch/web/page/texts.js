@@ -7,10 +7,8 @@ import { formatValue } from "./values.js";
 export class Texts {
   element;
   #body = h("tbody");
-  #empty = h("p", { class: "hint" }, "No row with a text in this range yet.");
+  #empty = h("p", { class: "hint" });
   #scroller;
-  #keys = new WeakMap(); // row → a number of its own
-  #serial = 0;
 
   /** @param {Array} attributes those that are text */
   constructor(attributes) {
@@ -21,20 +19,16 @@ export class Texts {
     this.element = h("section", { class: "text-section", hidden: !attributes.length }, h("h2", {}, "Texts"), this.#empty, this.#scroller);
   }
 
-  /** @param {Array<{time: number, texts: Array}>} rows the newest first */
-  update(rows) {
+  /** @param {Array<{time: number, texts: Array}>} rows the newest first @param {string} absence why there are none */
+  update(rows, absence) {
     this.#empty.hidden = rows.length > 0;
+    setText(this.#empty, absence);
     this.#scroller.hidden = !rows.length;
-    reconcile(this.#body, rows, (row) => this.#keyOf(row),
+    reconcile(this.#body, rows, (row) => row,
       (row) => h("tr", {}, h("th", { scope: "row" }, h("time", {})), ...row.texts.map(() => h("td", { class: "text" }))),
       (element, row) => {
         showTime(element.querySelector("time"), row.time);
         row.texts.forEach((text, i) => setText(element.children[i + 1], formatValue(text)));
       });
-  }
-
-  #keyOf(row) {
-    if (!this.#keys.has(row)) this.#keys.set(row, ++this.#serial);
-    return this.#keys.get(row);
   }
 }

@@ -7,14 +7,12 @@ import { missingRows } from "./merge.js";
 export const ROWS_KEPT = 120000;
 const BUCKETS_OF_A_HALF = 500;
 const BUCKETS_KEPT = 4000;
-const TEXTS_KEPT = 50;
+const TEXTS_KEPT = 1000;
 
 /**
  * @typedef {Object} Row
- * @property {number} time microseconds since 1970
- * @property {number} handle
- * @property {Array} numbers one for each of the timeline's columns; null: none
- * @property {Array} texts one for each of the timeline's texts
+ * @property {number} time microseconds since 1970 @property {number} handle
+ * @property {Array} numbers one for each column; null: none @property {Array} texts
  */
 
 /** The first index whose time is not before `time`. */

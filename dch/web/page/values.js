@@ -8,10 +8,7 @@ export const isText = (attribute) => "DRT".includes(attribute.letter);
 /** @returns {*} an attribute's value in an object from outside, whatever the attribute's name is */
 export const valueNamed = (values, name) => (Object.hasOwn(values, name) ? values[name] : null);
 
-/**
- * @param {*} value as the server sent it: a number, a BigInt, a text, or nothing
- * @returns {string} all of it; digits in threes from five on
- */
+/** A number, a BigInt, a text, or nothing: all of it; digits in threes from five on. */
 export function formatValue(value) {
   if (value === null || value === undefined) return "–";
   if (typeof value === "string") return value;
@@ -24,7 +21,7 @@ export function formatValue(value) {
 /** How many, such as 1 row or 5 rows. @param {string} word for one */
 export const countOf = (number, word) => `${formatValue(number)} ${word}${number === 1 ? "" : "s"}`;
 
-/** A mean: four digits are enough. @param {number} value */
+/** A mean: four digits are enough. */
 export function formatMean(value) {
   if (Number.isInteger(value)) return formatValue(value);
   if (Math.abs(value) >= 1e4) return formatValue(Math.round(value));
@@ -33,14 +30,8 @@ export function formatMean(value) {
 
 const UNITS = [[1e18, "E"], [1e15, "P"], [1e12, "T"], [1e9, "G"], [1e6, "M"], [1e3, "k"]];
 
-/**
- * A label of a value axis: short.
- * @param {number} value
- * @param {number} step between two labels
- */
-export function formatTickValue(value, step) {
-  if (value === 0) return "0";
+/** A label of a value axis: short, and without what floating point adds to a round number. */
+export function formatTickValue(value) {
   const [size, name] = UNITS.find((unit) => Math.abs(value) >= Math.max(unit[0], 1e4)) ?? [1, ""];
-  const digits = Math.max(0, Math.min(6, Math.ceil(Math.log10(size / step) - 1e-9)));
-  return (value / size).toFixed(digits).replace("-", "−") + name;
+  return String(Number((value / size).toPrecision(9))).replace("-", "−") + name;
 }
