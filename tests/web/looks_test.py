@@ -151,11 +151,12 @@ class Looks(PageCase):
         self.browser.look(960, 620)
         self.open()
         self.browser.wait_text("[data-source=roof]", "−3")
-        last = self.browser.js("return document.querySelectorAll('.group')[1].getBoundingClientRect().bottom + 12")
-        self.browser.look(960, round(last))  # No row is cut in two.
+        end_with = lambda selector: self.browser.look(960, round(self.browser.js("return [...document.querySelectorAll(arguments[0])].filter((each) => each.checkVisibility()).at(-1).getBoundingClientRect().bottom + 12", selector)))
+        end_with(".sources")  # No row is cut in two.
         pictures = [self.browser.screenshot("guide-overview")]
-        self.browser.look(960, 620)
         self.open_source()
+        end_with(".plot")
+        self.browser.wait("[...document.querySelectorAll('.readout')].every((each) => each.innerText.includes('least'))", "all plots")
         pictures.append(self.browser.screenshot("guide-source"))
         for picture in pictures:
             self.assertLess(picture.stat().st_size, 100 * 1024)

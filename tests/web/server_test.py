@@ -40,10 +40,10 @@ class RealServer(unittest.TestCase):
         self.environment["ZORA_DCH_PORT"] = re.search(r" port (\d+)$", lines[0])[1]
         self.page = re.search(r"page on (\S+)$", lines[2])[1]
 
-    def start_provider(self, source):
+    def start_provider(self, source, *options):
         registration = self.folder / "field.reg"
         registration.write_text(REGISTRATION, encoding="ascii")
-        provider = subprocess.Popen([PROGRAMS / "zordp", "send", "--registration", registration, "--group", "air", "--source", source, "--keep"],
+        provider = subprocess.Popen([PROGRAMS / "zordp", "send", "--registration", registration, "--group", "air", "--source", source, *options],
                                     stdin=subprocess.PIPE, text=True, env=self.environment)
         self.addCleanup(provider.wait)
         self.addCleanup(provider.stdin.close)
@@ -61,7 +61,7 @@ class RealServer(unittest.TestCase):
         self.start_server("--store", str(self.folder / "state.db"))
         self.browser.open(self.page)
         self.browser.wait_text(".empty", "zordp send")
-        provider = self.start_provider("roof")
+        provider = self.start_provider("roof", "--keep")
         self.send(provider, f"-7,{LARGEST},<b>snow</b>")
         self.browser.wait_text("[data-source=roof]", "<b>snow</b>")
         self.browser.wait_text("[data-source=roof]", "−7")
@@ -86,9 +86,26 @@ class RealServer(unittest.TestCase):
         self.browser.wait_text(".source-view .summary", "off line")
         self.assertEqual(self.browser.console(), [])
 
+    def test_a_provider_that_goes_leaves_its_rows(self):
+        self.start_server("--store", str(self.folder / "state.db"))
+        provider = self.start_provider("roof")
+        for degrees in range(20):
+            self.send(provider, f"{degrees},{LARGEST - degrees},clear")
+        self.open_source()
+        self.browser.wait_text("[data-attribute=celsius] .readout", "least 0 · most 19")
+        provider.stdin.close()
+        self.assertEqual(provider.wait(), 0)
+        for _ in range(2):  # as it goes, and when it is gone
+            self.browser.wait_text(".source-view", "It is not registered at this server now. These are its kept rows")
+            self.browser.wait("window.zord410?.view?.feed?.timeline.times.length === 20", "every row from the store")
+            self.browser.wait_text("[data-attribute=celsius] .readout", "least 0 · most 19")
+            self.browser.wait_text(".texts", "clear")
+            self.open_source()
+        self.assertEqual(self.browser.console(), [])
+
     def test_without_a_store(self):
         self.start_server("--store", "memory")
-        provider = self.start_provider("roof")
+        provider = self.start_provider("roof", "--keep")
         self.send(provider, "3,4,clear")
         self.open_source()
         self.browser.wait_text("#no-store", "zordchd --store FILE")

@@ -354,7 +354,7 @@ class Unregistered(PageCase):
         self.browser.wait("zord410.place.from !== null", "a part of it")
         self.browser.one("#crumbs a[href*='group=load']").click()
         self.browser.wait_text("[data-source=web1]", "web1not registered")
-        self.browser.wait_text(".summary", "not registered at this server now")
+        self.browser.wait_text(".summary", "Not registered at this server now")
         self.assertEqual(self.browser.js("return [...document.querySelectorAll('.sources tbody tr')].map((row) => row.dataset.source)"), ["db1", "old1", "web1", "web2"])
         self.browser.one("#crumbs a[href='#application=HOST']").click()
         self.browser.wait_text(".empty", "There is no HOST")

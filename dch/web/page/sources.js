@@ -61,7 +61,7 @@ export function keptGroup(application, group, { columns, rows }) {
   }
   return {
     key: JSON.stringify([application, group]), name: group,
-    application: { name: application, help: "not registered at this server now; these are its newest kept rows" },
+    application: { name: application, help: "Not registered at this server now; these are its newest kept rows" },
     attributes: columns.slice(FIRST_VALUE).map((name, i) =>
       ({ name, help: "", letter: rows.some((row) => typeof row[FIRST_VALUE + i] === "string") ? "D" : "N" })),
     sources: [...sources.values()].sort(byUrgency),
