@@ -155,7 +155,7 @@ class Looks(PageCase):
         end_with(".sources")  # No row is cut in two.
         pictures = [self.browser.screenshot("guide-overview")]
         self.open_source()
-        end_with(".plot")
+        end_with(".plots + .hint")
         self.browser.wait("[...document.querySelectorAll('.readout')].every((each) => each.innerText.includes('least'))", "all plots")
         pictures.append(self.browser.screenshot("guide-source"))
         for picture in pictures:

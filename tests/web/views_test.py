@@ -80,10 +80,13 @@ class Overview(PageCase):
 
     def test_a_group_that_fell_silent_is_one_line(self):
         self.stand_in.groups["WEATHER", "air"].clear()
-        for name in ("roof", "garden"):
+        self.stand_in.online("WEATHER", "air", "yard", tell=False)
+        for name in ("roof", "garden", "yard"):
             self.stand_in.row("WEATHER", "air", name, {"celsius": 1}, at=now_us() - 900 * samples.SECOND, live=False)
         self.open()
-        self.browser.wait_text(".troubles", "WEATHER / air: all 2 sources are silent")
+        self.browser.wait_text(".troubles", "WEATHER / air: all 3 sources are silent")
+        self.stand_in.online("WEATHER", "air", "yard", online=False, tell=False)
+        self.browser.wait_text(".troubles", "WEATHER / air: both sources are silent")
         self.assertNotIn("roof", self.browser.text(".troubles"))
         self.browser.one(".troubles a[href*='WEATHER']").click()
         self.browser.wait_text("h1", "WEATHER / air")

@@ -80,7 +80,7 @@ function silentTroubles(groups) {
     const silent = sources.filter((source) => source.state === "silent");
     if (silent.length > 1 && silent.length === sources.filter((source) => source.online).length) {
       troubles.push({ key, kind: "silent", sources: silent.length, href: writePlace({ application, group }),
-        words: `${application} / ${group}: all ${formatValue(silent.length)} sources are silent`,
+        words: `${application} / ${group}: ${silent.length === 2 ? "both" : `all ${formatValue(silent.length)}`} sources are silent`,
         since: silent.reduce((last, source) => Math.max(last, source.lastRow), 0) });
     } else {
       troubles.push(...silent.map((source) => ({ key: source.key, kind: "silent", sources: 1,

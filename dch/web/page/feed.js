@@ -146,7 +146,7 @@ export class Feed {
 
   #question({ since, until, ...rest }) {
     const { application, group, source } = this.#where;
-    const time = (moment) => (moment === null || moment === undefined ? null : isoTime(moment));
+    const time = (moment) => ((moment ?? null) === null ? null : isoTime(moment));
     return { application, group, source, since: time(since), until: time(until), ...rest };
   }
 

@@ -18,7 +18,7 @@ export class Stream {
 
   /**
    * @param {string} address
-   * @param {Object} handlers functions row(object), status(object), lost(number of rows), opened()
+   * @param {Object} handlers functions row(object), status(object), lost(), opened()
    * after each (re)connection: what came before it is to be fetched; failed()
    */
   constructor(address, handlers) {
@@ -51,17 +51,17 @@ export class Stream {
     this.#source = source;
     source.onopen = () => {
       this.#pause = 500;
-      this.#handlers.opened?.();
+      this.#handlers.opened();
     };
     source.onerror = () => {
       if (source !== this.#source) return;
       this.#hangUp();
-      this.#handlers.failed?.();
+      this.#handlers.failed();
       this.#timer = setTimeout(() => this.#connect(), this.#pause);
       this.#pause = Math.min(2 * this.#pause, LONGEST_PAUSE);
     };
-    source.addEventListener("row", (event) => this.#handlers.row?.(parseExactly(event.data)));
-    source.addEventListener("status", (event) => this.#handlers.status?.(parseExactly(event.data)));
-    source.addEventListener("lost", (event) => this.#handlers.lost?.(JSON.parse(event.data).rows));
+    source.addEventListener("row", (event) => this.#handlers.row(parseExactly(event.data)));
+    source.addEventListener("status", (event) => this.#handlers.status(parseExactly(event.data)));
+    source.addEventListener("lost", () => this.#handlers.lost());
   }
 }
