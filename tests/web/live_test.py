@@ -96,7 +96,7 @@ class Gone(PageCase):
         self.browser.js("const now = performance.now.bind(performance); performance.now = () => now() + 1000 * arguments[0]", seconds)
 
     def test_nobody_is_silent_who_cannot_be_heard(self):
-        samples.machines(self.stand_in, 60, silent=False)
+        samples.machines(self.stand_in, 60, silent=False, ahead=60)
         self.open()
         self.browser.wait_text("h1", "sources on line are heard")
         self.stand_in.stop()

@@ -193,32 +193,29 @@ export class SourceView {
   }
 
   get #isAtEnd() {
-    return this.#window()[1] >= (this.#end ?? now()) - LEAST_WINDOW;
-  }
-
-  #shownFeed() {
-    return this.#zoomed && !this.#zoomed.timeline.isEmpty ? this.#zoomed : this.feed;
+    const [from, until] = this.#window();
+    return until >= (this.#end ?? now()) - Math.max(LEAST_WINDOW, (until - from) / 50);
   }
 
   #draw() {
-    const feed = this.#shownFeed();
-    const window = this.#window();
-    const [from, until] = window;
-    const { error, isLoading } = this.#zoomed ?? this.feed;
-    const absence = error ? "Not fetched." : isLoading ? "Fetching…" : "None in this range.";
-    this.#texts.update(feed.timeline.newestTexts.filter(({ time }) => time >= from && time <= until).slice(0, TEXTS_SHOWN), absence);
-    setText(this.#message, this.#messageText());
-    setAttribute(this.#message, "class", error ? "bad" : "hint");
+    const { timeline } = this.#zoomed && !this.#zoomed.timeline.isEmpty ? this.#zoomed : this.feed;
+    const [from, until] = this.#window();
+    const feed = this.#zoomed ?? this.feed;
+    const isComing = feed.isLoading || !this.#isOpen;
+    const absence = feed.error ? "Not fetched." : isComing ? "Fetching…" : "None in this range.";
+    this.#texts.update(timeline.newestTexts.filter(({ time }) => time >= from && time <= until).slice(0, TEXTS_SHOWN), absence);
+    setText(this.#message, this.#messageText(feed, isComing));
+    setAttribute(this.#message, "class", feed.error ? "bad" : "hint");
     setAttribute(this.#later, "aria-disabled", String(this.#isAtEnd));
     this.#showAge();
-    return { timeline: feed.timeline, window, latest: (each) => valueNamed(this.#latest.values, each.name), absence };
+    return { timeline, window: [from, until], latest: (each) => valueNamed(this.#latest.values, each.name), absence };
   }
 
-  #messageText() {
-    const feed = this.#zoomed ?? this.feed;
+  #messageText(feed, isComing) {
     if (feed.error) return `The kept rows could not be fetched: ${feed.error.message}`;
-    if (feed.isLoading && feed.timeline.isEmpty) return "Fetching the kept rows…";
-    if (feed.timeline.isEmpty && this.#hasStore) return noRows(this.#zoomed ? "part of time shown" : this.#range.long);
+    if (feed.timeline.isEmpty && this.#hasStore) {
+      return isComing ? "Fetching the kept rows…" : noRows(this.#zoomed ? "part of time shown" : this.#range.long);
+    }
     return this.#end === null ? "" : "It is not registered at this server now. These are its kept rows, up to the last.";
   }
 
