@@ -41,7 +41,8 @@ void ChannelView::look() {
   if (_nextLook.isSet()) return;
   if (told > 0) return _nextLook.set(pause);
   _channel._happened.await();
-  if (_channel._live.first() != nullptr) _more.ask();
+  // What came since the look before has rung for nobody: also that topics are in force.
+  if (tellSome() > 0) _more.ask();
 }
 
 // Returns how many; there may be more when they are mostEvents.
