@@ -5,6 +5,7 @@ import json
 import os
 import re
 import signal
+import socket
 import subprocess
 import tempfile
 import threading
@@ -120,12 +121,14 @@ class Examples(unittest.TestCase):
         self.prometheus = "http://" + prometheus.wait_for_output(r"Listening on.* address=(127\.0\.0\.1:[1-9]\d*)")
         prometheus.wait_for_output(r"(Server is ready to receive web requests)")
 
-    def query(self, expression):
-        address = self.prometheus + "/api/v1/query?" + urllib.parse.urlencode({"query": expression})
+    def ask(self, path, **parameters):
         try:
-            return json.loads(get(address))["data"]["result"]
+            return json.loads(get(f"{self.prometheus}/api/v1/{path}?{urllib.parse.urlencode(parameters)}"))["data"]
         except urllib.error.HTTPError as error:
-            raise AssertionError(f"{expression}: {error.read().decode()}") from error
+            raise AssertionError(f"{parameters}: {error.read().decode()}") from error
+
+    def query(self, expression):
+        return self.ask("query", query=expression)["result"]
 
     def test_prometheus_sees_the_value_and_its_end(self):
         self.start_prometheus()
@@ -141,16 +144,36 @@ class Examples(unittest.TestCase):
         wait_for("the alert", lambda: self.query('ALERTS{alertname="ZordSourceOffline",source="web1"}'))
 
     def try_dashboard(self):
+        # What is no message counts in a table that was there, and begins the series of a refusal.
+        with socket.create_connection(("127.0.0.1", int(self.environment["ZORA_DCH_PORT"])), LONGEST_WAIT) as connection:
+            connection.sendall(bytes(4))
+            connection.recv(1024)
+        # Queries of an increase compare values from the second one on, and answer nothing before.
+        wait_for("values to compare", lambda: self.query('count_over_time(zordchd_requests_total{status="100"}[1m]) > 2'))
+        answers = self.answers_to_dashboard()
+        self.assertEqual([], [title for title, each in answers.items() if not all(each)])
+        lost, refused = answers["Lost or refused"]
+        self.assertEqual(["zordchd_broken_messages_total"], [each["metric"]["counter"] for each in lost])
+        self.assertEqual(["100"], [each["metric"]["status"] for each in refused])
+
+    def answers_to_dashboard(self):
+        """What Prometheus answers to all queries, by the title of the panel or the name of the choice."""
         dashboard = json.loads((EXAMPLES / "dashboard.json").read_text())
-        expressions = [target["expr"] for panel in dashboard["panels"] for target in panel["targets"]]
-        self.assertGreater(len(expressions), 8)
-        for expression in expressions:
-            for shown, tried in (("$application", "DEMO"), ("$group", "load"), ("$source", ".*"), ("$__rate_interval", "1m")):
-                expression = expression.replace(shown, tried)
-            self.assertNotIn("$", expression)
-            self.query(expression)
-        values = next(each for each in expressions if each.startswith("zord_value"))
-        self.assertTrue(self.query(re.sub(r"\$\w+", ".*", values)))
+        answers = {}
+        for panel in dashboard["panels"]:
+            answers[panel["title"]] = [self.query(self.as_grafana_asks(target["expr"])) for target in panel["targets"]]
+        choices = [each for each in dashboard["templating"]["list"] if each["type"] == "query"]
+        for choice in choices:
+            series, label = re.fullmatch(r"label_values\((.*), (\w+)\)", choice["query"]["query"]).groups()
+            answers[choice["name"]] = [self.ask(f"label/{label}/values", **{"match[]": self.as_grafana_asks(series)})]
+        self.assertEqual(len(answers), len(dashboard["panels"]) + len(choices))
+        return answers
+
+    def as_grafana_asks(self, expression):
+        for shown, tried in (("$application", "DEMO"), ("$group", "load"), ("$source", ".*"), ("$__rate_interval", "1m"), (":15s]", ":1s]")):
+            expression = expression.replace(shown, tried)
+        self.assertNotIn("$", expression)
+        return expression
 
     def test_both_forms_of_the_metrics_are_in_order(self):
         text = promtool("check", "metrics", text=get(self.page + "/metrics", "text/plain"))
