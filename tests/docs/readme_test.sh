@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
 # readme_test.sh README SOURCE_DIR LIBRARY_DIR PROGRAM_DIR: the rows that the README sends are those that it
-# watches, and its two programs do what it says.
+# watches, and are on the page when they are sent; its two programs do what it says.
 page=$1 source_dir=$2 library_dir=$3 program_dir=$4
 . "$(dirname "$0")/page.sh"
 cd "$work"
 export PATH=$program_dir:$PATH LD_LIBRARY_PATH=$library_dir
 
-start_server zordchd
+start_server zordchd --web 127.0.0.1:0
 
 $(grep -m1 '^    zordc watch' "$page") >rows 2>&1 &
 watcher=$!
@@ -14,6 +14,9 @@ running+=("$watcher")
 wait_for ' to DEMO load' log
 (cd "$source_dir" && eval "$(sed -n '/^    zordp send/,/[^\\]$/p' "$page")")
 wait_for 'all quiet' rows
+wait_for ' page on ' ready
+curl -sSf "$(sed -n 's/.* page on //p' ready)api/applications" >page
+grep -q '"values":{"load1":25' page || fail "the page shows: $(<page)"
 end TERM "$watcher" || [[ $? == 143 ]]
 
 # The blocks of C, in their order.
