@@ -43,10 +43,10 @@ def wait_for(what, condition):
 
 
 class RunningProgram:
-    """A program whose output is read until its end, and that is ended by its id."""
+    """A program whose output is read until its end, and that is ended with all that it started."""
 
     def __init__(self, *arguments, **options):
-        self.process = subprocess.Popen([str(each) for each in arguments], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, **options)
+        self.process = subprocess.Popen([str(each) for each in arguments], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, start_new_session=True, **options)
         self.output = ""
         self.reader = threading.Thread(target=self.read)
         self.reader.start()
@@ -64,14 +64,12 @@ class RunningProgram:
         return wait_for(f"{pattern} in {self.output}", found)[1]
 
     def end(self):
-        if self.process.stdin and not self.process.stdin.closed:
-            self.process.stdin.close()
         if self.process.poll() is None:
-            self.process.send_signal(signal.SIGTERM)
+            os.killpg(self.process.pid, signal.SIGTERM)
             try:
                 self.process.wait(LONGEST_WAIT)
             except subprocess.TimeoutExpired:
-                self.process.kill()
+                os.killpg(self.process.pid, signal.SIGKILL)
                 self.process.wait()
         self.reader.join()
         self.process.stdout.close()
@@ -100,14 +98,12 @@ class Examples(unittest.TestCase):
         self.server = self.start(PROGRAMS / "zordchd", "--port", "0", "--store", "zordchd.db", "--web", "127.0.0.1:0")
         self.environment["ZORA_DCH_PORT"] = self.server.wait_for_output(r" port (\d+)$")
         self.page = self.server.wait_for_output(r" page on (\S+)/$")
-        self.provider = self.start(PROGRAMS / "zordp", "send", "--registration", SOURCE / "examples" / "demo.reg", "--group", "load", "--source", "web1",
-                                   stdin=subprocess.PIPE)
-        self.provider.process.stdin.write((SOURCE / "examples" / "demo.csv").read_text())
-        self.provider.process.stdin.flush()
+        self.environment["PATH"] = f"{PROGRAMS}:{self.environment['PATH']}"
+        self.provider = self.start("bash", "-c", self.block("commands", "source", "sh"), cwd=SOURCE)
         wait_for("the rows", lambda: "zordchd_rows_kept_total 2\n" in get(self.page + "/metrics"))
 
     def start(self, *arguments, **options):
-        program = RunningProgram(*arguments, env=self.environment, cwd=self.folder, **options)
+        program = RunningProgram(*arguments, env=self.environment, **{"cwd": self.folder, **options})
         self.addCleanup(program.end)
         return program
 
@@ -138,7 +134,7 @@ class Examples(unittest.TestCase):
         self.assertEqual({"application": "DEMO", "group": "load", "source": "web1", "attribute": "load1", "job": "zordchd"}, labels)
         self.assertEqual("2", self.query("zordchd_rows_kept_total")[0]["value"][1])
         self.try_dashboard()
-        self.provider.process.stdin.close()
+        self.provider.end()
         wait_for("the end of the series", lambda: not self.query("zord_value") and not self.query("zord_row_time_seconds"))
         self.assertEqual("1", self.query('up{job="zordchd"}')[0]["value"][1])
         wait_for("the alert", lambda: self.query('ALERTS{alertname="ZordSourceOffline",source="web1"}'))
@@ -183,17 +179,17 @@ class Examples(unittest.TestCase):
         self.assertNotIn("error", other.stderr)
         self.assertEqual([], [line for line in (other.stdout + other.stderr).splitlines() if not line.endswith("_total no help text")])
 
-    def blocks(self, kind, name, language=""):
+    def block(self, kind, name, language=""):
         page = (EXAMPLES / "README.md").read_text()
         return re.search(rf"<!-- {kind}: {name} -->\n```{language}\n(.*?)```", page, re.DOTALL)[1]
 
     def try_commands(self, name):
-        commands = self.blocks("commands", name, "sh").replace("http://127.0.0.1:1980", self.page)
+        commands = self.block("commands", name, "sh").replace("http://127.0.0.1:1980", self.page)
         result = subprocess.run(["bash", "-e", "-c", commands], cwd=self.folder, env=self.environment, capture_output=True, text=True, timeout=LONGEST_WAIT, check=False)
         self.assertEqual((0, ""), (result.returncode, result.stderr))
         output = re.sub(r"\d{4}-\d\d-\d\dT[\d:.]+Z", "TIME", result.stdout.replace("\r\n", "\n"))
         output = re.sub(r"\b\d{16}\b", "MICROSECONDS", output)
-        self.assertEqual(self.blocks("output", name), output)
+        self.assertEqual(self.block("output", name), output)
 
     def test_commands_with_curl_print_what_the_page_shows(self):
         self.try_commands("curl")
