@@ -17,6 +17,7 @@
 #include "tools/common/transport_check.h"
 #include "tools/record_writer.h"
 #include "zordchcl/DCHclient.h"
+#include "zordsock/settings.h"
 
 namespace tools {
 namespace {
@@ -25,6 +26,12 @@ using Query = ZORA_Long (DCHclient::*)(char**, const char*, ZORA_Long);
 using Record = std::vector<std::string>;
 
 constexpr char truncatedLine[] = "#truncated";
+
+// The client has read where it is.
+std::string theDch() {
+  return "the DCH at " + printable(zordsock::_envDCHname).text + ':' +
+         std::to_string(zordsock::_envPortNo);
+}
 
 // The text of the answer. Asks through the client and not the exported functions: those fail alike
 // for an answer that is empty, one that does not come and a question that cannot be sent.
@@ -39,9 +46,9 @@ std::string ask(Query query, const CatalogueOptions& options) {
   const std::unique_ptr<char, void (*)(void*)> owned(answer, std::free);
   if (answer != nullptr) return std::string(answer, static_cast<std::size_t>(length));
   if (std::chrono::steady_clock::now() - start < std::chrono::seconds(options.waitSeconds))
-    throw Failure(EX_UNAVAILABLE, "the DCH could not be asked, or did not answer the question");
+    throw Failure(EX_UNAVAILABLE, theDch() + " could not be asked, or did not answer the question");
   throw Failure(EX_UNAVAILABLE,
-                "no answer from the DCH in " + std::to_string(options.waitSeconds) + " s");
+                "no answer from " + theDch() + " in " + std::to_string(options.waitSeconds) + " s");
 }
 
 std::string askAboutOne(Query query, const CatalogueOptions& options, const char* missing) {

@@ -146,7 +146,8 @@ TEST(ConsumerCommandsAlone, WithoutADchAQuestionEndsAfterItsWait) {
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
     EXPECT_EQ(result.exitStatus, EX_UNAVAILABLE);
     EXPECT_EQ(result.standardOutput, "");
-    EXPECT_THAT(result.standardError, EndsWith("zordc: no answer from the DCH in 1 s\n"));
+    EXPECT_THAT(result.standardError, EndsWith("zordc: no answer from the DCH at 127.0.0.1:" +
+                                               std::to_string(silent.port()) + " in 1 s\n"));
   }
 }
 
@@ -156,8 +157,10 @@ TEST(ConsumerCommandsAlone, AQuestionThatCannotBeSentIsNoEmptyAnswer) {
     const ProcessResult result = runProgram(ZORDC_PATH, question, environmentFor(noPort));
     EXPECT_EQ(result.exitStatus, EX_UNAVAILABLE);
     EXPECT_EQ(result.standardOutput, "");
-    EXPECT_THAT(result.standardError,
-                EndsWith("zordc: the DCH could not be asked, or did not answer the question\n"));
+    EXPECT_THAT(
+        result.standardError,
+        EndsWith(
+            "zordc: the DCH at 127.0.0.1:0 could not be asked, or did not answer the question\n"));
   }
 }
 
@@ -347,6 +350,11 @@ TEST(ConsumerCommandsAlone, AWrongCommandLineIsRefusedWithTheReason) {
     EXPECT_EQ(result.standardOutput, "");
     return result.standardError;
   };
+  EXPECT_EQ(refusal({"histroy", "A", "g"}),
+            "zordc: there is no subcommand 'histroy', only watch, history, apps, attrs, help, "
+            "status, act, defer\nTry 'zordc --help'.\n");
+  EXPECT_EQ(refusal({"history", "A", "g", "--limit", "3"}),
+            "zordc: not expected: --limit 3\nTry 'zordc history --help'.\n");
   EXPECT_EQ(refusal({"attrs"}), "zordc: APPL is required\nTry 'zordc attrs --help'.\n");
   EXPECT_EQ(refusal({"help"}), "zordc: APPL is required\nTry 'zordc help --help'.\n");
   EXPECT_EQ(refusal({"apps", std::string(21, 'a')}),

@@ -166,6 +166,14 @@ std::string sentenceIn(const std::string& body) {
   return printable(json["error"].get<std::string>()).text;
 }
 
+// The server names its parameters: here they are options.
+std::string withOptions(std::string sentence) {
+  for (const std::string name : {"since", "until"})
+    for (std::size_t at; (at = sentence.find("'" + name + "'")) != std::string::npos;)
+      sentence.replace(at, name.size() + 2, "--" + name);
+  return sentence;
+}
+
 [[noreturn]] void refuse(WebAnswer* answer, const HistoryOptions& options) {
   const long status = answer->status();
   std::string body;
@@ -179,6 +187,7 @@ std::string sentenceIn(const std::string& body) {
     body.clear();
   }
   std::string sentence = sentenceIn(body);
+  if (status == 400) sentence = withOptions(std::move(sentence));
   if (sentence.empty())
     sentence = printable(options.web).text + " answered with HTTP status " + std::to_string(status);
   if (status == 401)

@@ -127,8 +127,10 @@ TEST_F(History, SaysWhatTheServerSays) {
   keepRows("clouds\n1\n");
   ProcessResult result = history({"--since", "yesterday"});
   EXPECT_EQ(result.exitStatus, EX_USAGE);
-  EXPECT_THAT(result.standardError, StartsWith("zordc: 'since' has to be a time such as "));
+  EXPECT_THAT(result.standardError, StartsWith("zordc: --since has to be a time such as "));
   EXPECT_THAT(result.standardError, EndsWith("not 'yesterday'\n"));
+  EXPECT_EQ(history({"--since", "-1h", "--until", "-2h"}).standardError,
+            "zordc: --since is later than --until\n");
   result = history({"-s", "a&b=c +d%"});
   EXPECT_EQ(result.exitStatus, EX_NOINPUT);
   EXPECT_EQ(result.standardError, "zordc: group 'sky' has no source 'a&b=c +d%'\n");
@@ -303,6 +305,15 @@ TEST(HistoryOfABrokenServer, TheQuestionHasWhatWasAskedAndTheTokenIsForThatServe
   EXPECT_THAT(web.request(), HasSubstr("\r\nAuthorization: Bearer secret\r\n"));
 }
 
+TEST_F(History, TakesAnAddressWithoutItsSchemeToo) {
+  keepRows("clouds\n1\n");
+  const std::string host = _web.substr(std::string("http://").size());
+  for (const std::string& address : {host, "HTTP://" + host}) {
+    _web = address;
+    EXPECT_THAT(history({"-F", "csv"}).standardOutput, HasSubstr(",roof,")) << address;
+  }
+}
+
 TEST(HistoryWithoutServer, EndsWithTheReason) {
   const auto refusal = [](const Arguments& more) {
     Arguments arguments{"history", "A", "g"};
@@ -312,10 +323,19 @@ TEST(HistoryWithoutServer, EndsWithTheReason) {
     return std::to_string(result.exitStatus) + ' ' + result.standardError;
   };
   EXPECT_EQ(refusal({"--web", "http://127.0.0.1:1/"}),
-            "69 zordc: cannot get an answer from http://127.0.0.1:1/: Connection refused\n");
+            "69 zordc: cannot get an answer from http://127.0.0.1:1/: Connection refused (--web "
+            "URL asks another page)\n");
   EXPECT_EQ(refusal({"--web", "ftp://h"}),
             "64 zordc: --web: 'ftp://h' is no address of a server: it has to begin with http:// or "
             "https://\n");
+  EXPECT_EQ(refusal({"--web", "h://1"}),
+            "64 zordc: --web: 'h://1' is no address of a server: it has to begin with http:// or "
+            "https://\n");
+  EXPECT_THAT(refusal({"--web", "a b"}),
+              StartsWith("64 zordc: --web: 'a b' is no address of a server: "));
+  EXPECT_EQ(refusal({"--web", "127.0.0.1:1"}),
+            "69 zordc: cannot get an answer from 127.0.0.1:1: Connection refused (--web URL asks "
+            "another page)\n");
   EXPECT_EQ(refusal({"--web", "http://h/?a"}),
             "64 zordc: --web: 'http://h/?a' is no address of a server: it has to end before ? and "
             "#\n");

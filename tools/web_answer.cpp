@@ -48,11 +48,15 @@ void set(CURLU* address, CURLUPart part, const std::string& text, unsigned flags
 
 std::string addressOf(const WebQuestion& question) {
   const Address address(orNoMemory(curl_url()));
-  const CURLUcode code = curl_url_set(address.get(), CURLUPART_URL, question.server.c_str(), 0);
+  const bool hasScheme = question.server.find("://") != std::string::npos;
+  const std::string server = (hasScheme ? "" : "http://") + question.server;
+  const CURLUcode code = curl_url_set(address.get(), CURLUPART_URL, server.c_str(), 0);
   if (code == CURLUE_OUT_OF_MEMORY) throw std::bad_alloc();
-  if (code != CURLUE_OK) refuse(question.server, "it has to begin with http:// or https://");
-  const std::string scheme = partOf(address.get(), CURLUPART_SCHEME).get();
-  if (scheme != "http" && scheme != "https")
+  if (code != CURLUE_OK && code != CURLUE_UNSUPPORTED_SCHEME)
+    refuse(question.server, curl_url_strerror(code));
+  const CurlText scheme = partOf(address.get(), CURLUPART_SCHEME);
+  if (!scheme ||
+      (scheme.get() != std::string_view("http") && scheme.get() != std::string_view("https")))
     refuse(question.server, "it has to begin with http:// or https://");
   if (partOf(address.get(), CURLUPART_QUERY) || partOf(address.get(), CURLUPART_FRAGMENT))
     refuse(question.server, "it has to end before ? and #");
@@ -167,7 +171,7 @@ void WebAnswer::fail(CURLcode code) const {
 void WebAnswer::fail(const std::string& reason) const {
   if (hasBegun()) throw AnswerCutShort(printable(reason).text);
   throw Failure(EX_UNAVAILABLE, "cannot get an answer from " + printable(_server).text + ": " +
-                                    printable(reason).text);
+                                    printable(reason).text + " (--web URL asks another page)");
 }
 
 }  // namespace tools

@@ -22,7 +22,7 @@ class AnswerCutShort : public std::runtime_error {
 };
 
 struct WebQuestion {
-  std::string server;  // its address, http: or https:, perhaps with a path
+  std::string server;  // its address, http: unless it says https:, perhaps with a path
   std::string path;    // below that
   std::vector<std::pair<std::string, std::string>> parameters;
   std::optional<std::string> token;

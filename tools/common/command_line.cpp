@@ -7,8 +7,32 @@
 #include <iostream>
 
 #include "tools/common/failure.h"
+#include "tools/common/printable.h"
 
 namespace tools {
+namespace {
+
+std::string joined(const std::vector<std::string>& words, const char* separator) {
+  std::string all;
+  for (const std::string& each : words) all += (all.empty() ? "" : separator) + each;
+  return all;
+}
+
+// The parser does not say which word is no subcommand, and names what was not expected from the
+// end.
+std::string reasonOf(const CLI::App& app, const CLI::ParseError& error) {
+  const std::vector<std::string> rest = app.remaining(true);
+  if (!rest.empty() && app.get_subcommands().empty()) {
+    std::vector<std::string> known;
+    for (const CLI::App* each : app.get_subcommands({})) known.push_back(each->get_name());
+    return "there is no subcommand " + inQuotes(rest.front()) + ", only " + joined(known, ", ");
+  }
+  if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::ExtrasError))
+    return "not expected: " + joined(rest, " ");
+  return error.what();
+}
+
+}  // namespace
 
 void setUpCommandLine(CLI::App& app, const std::string& footer) {
   app.set_version_flag("-V,--version", app.get_name() + " " ZORD410_VERSION,
@@ -48,15 +72,13 @@ CLI::Validator oneOf(const std::vector<std::string>& words) {
   return CLI::Validator(
       [words](const std::string& word) -> std::string {
         if (std::find(words.begin(), words.end(), word) != words.end()) return {};
-        std::string all;
-        for (const std::string& each : words) all += (all.empty() ? "" : ", ") + each;
-        return "'" + word + "' is none of " + all;
+        return "'" + word + "' is none of " + joined(words, ", ");
       },
       "");
 }
 
 int runTool(CLI::App& app, int argc, char** argv, const std::function<int()>& run) {
-  const auto fail = [&app](int exitStatus, const char* message) {
+  const auto fail = [&app](int exitStatus, const std::string& message) {
     std::cerr << app.get_name() << ": " << message << '\n';
     return exitStatus;
   };
@@ -66,7 +88,7 @@ int runTool(CLI::App& app, int argc, char** argv, const std::function<int()>& ru
   } catch (const CLI::Success& helpOrVersion) {
     return app.exit(helpOrVersion);
   } catch (const CLI::ParseError& error) {
-    fail(EX_USAGE, error.what());
+    fail(EX_USAGE, reasonOf(app, error));
     const auto subcommands = app.get_subcommands();
     const std::string subcommand = subcommands.empty() ? "" : " " + subcommands[0]->get_name();
     std::cerr << "Try '" << app.get_name() << subcommand << " --help'.\n";
