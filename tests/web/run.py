@@ -9,6 +9,7 @@ sys.path.insert(0, str(Path(__file__).resolve().parent))
 sys.dont_write_bytecode = True
 
 # pylint: disable=wildcard-import,wrong-import-position,unused-wildcard-import
+from data_test import *  # noqa: E402,F403
 from live_test import *  # noqa: E402,F403
 from looks_test import *  # noqa: E402,F403
 from modules_test import *  # noqa: E402,F403

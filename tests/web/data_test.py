@@ -1,0 +1,85 @@
+"""That the page has every row once, whichever way it came first."""
+
+import threading
+import time
+
+import samples
+from page_case import PageCase
+from stand_in import iso
+
+TOPIC = ("HOST", "load")
+
+
+class RowsCase(PageCase):
+    """The view's questions for rows wait while `answers` is clear; `asked` is when they came."""
+
+    def serve(self, **options):
+        stand_in = super().serve(**options)
+        self.answers = threading.Event()
+        self.answers.set()
+        self.asked = []
+        self.addCleanup(self.answers.set)  # before the stand-in is stopped
+        answer = stand_in.rows_answer
+
+        def rows_answer(asked):
+            if "since" in asked:  # not to learn how often rows come
+                self.asked.append(time.monotonic())
+                self.answers.wait()
+            return answer(asked)
+
+        stand_in.rows_answer = rows_answer
+        return stand_in
+
+    def setUp(self):
+        super().setUp()
+        samples.machines(self.stand_in, 60, silent=False)
+
+    def kept(self):
+        return [row[0] for row in self.stand_in.groups[TOPIC] if row[2] == "web1"]
+
+    def watch(self, rest=""):
+        self.open_source(rest=rest)
+        self.browser.wait(lambda: self.stand_in.clients, "the live stream")
+
+    def keep(self, note):
+        """A row of which the stream does not tell yet."""
+        values = {"load1": 1, "load5": 2, "memory": 3, "note": note}
+        return {"time": iso(self.stand_in.row("HOST", "load", "web1", values, live=False)), "handle": 1, "source": "web1", "values": values}
+
+    def tell(self, row):
+        self.stand_in.send("row", row, TOPIC)
+
+    def notes(self):
+        return self.browser.js("return [...document.querySelectorAll('.texts tbody td')].map((each) => each.innerText)")
+
+    def has_each_once(self, *notes):
+        """After another row, before which the stream told all."""
+        last = self.keep("the last")
+        self.tell(last)
+        self.browser.wait_text(".texts", "the last")
+        self.browser.wait(lambda: self.times() == self.kept(), "all rows")
+        self.assertEqual(self.notes()[:len(notes) + 1], ["the last", *reversed(notes)])
+        self.assertEqual([each for each in self.notes() if each in notes], list(reversed(notes)))
+
+    def register_anew(self):
+        attributes = [tuple(each.values()) for each in self.stand_in.applications["HOST"]["groups"]["load"]["attributes"]]
+        with self.stand_in.lock:
+            self.stand_in.register("HOST", {"load": [*attributes[:-1], ("load15", "G", 4, ""), attributes[-1]]})
+            for source in ("web1", "web2", "db1", "old1"):
+                self.stand_in.online("HOST", "load", source, tell=False)
+        self.stand_in.tell_status("registered", "HOST", "", "")
+
+
+class Rows(RowsCase):
+    def test_a_registration_with_another_number_while_its_rows_are_not_there_yet(self):
+        self.watch()
+        self.answers.clear()
+        before = len(self.asked)
+        self.register_anew()
+        self.browser.wait("document.querySelectorAll('.plot').length === 4", "another plot")
+        self.browser.wait(lambda: len(self.asked) > before, "the question for rows")
+        self.tell(self.keep("meanwhile"))
+        self.browser.wait_text("[data-attribute=load15] .readout", "No value")
+        self.answers.set()
+        self.browser.wait_text("[data-attribute=load1] .readout", "least")
+        self.has_each_once("meanwhile")
