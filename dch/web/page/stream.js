@@ -18,8 +18,8 @@ export class Stream {
 
   /**
    * @param {string} address
-   * @param {Object} handlers functions row(object), status(object), lost(), opened()
-   * after each (re)connection: what came before it is to be fetched; failed()
+   * @param {Object} handlers functions row(object), status(object), lost(object), opened() after
+   * each (re)connection: what came before it is to be fetched; failed()
    */
   constructor(address, handlers) {
     this.#address = address;
@@ -60,8 +60,8 @@ export class Stream {
       this.#timer = setTimeout(() => this.#connect(), this.#pause);
       this.#pause = Math.min(2 * this.#pause, LONGEST_PAUSE);
     };
-    source.addEventListener("row", (event) => this.#handlers.row(parseExactly(event.data)));
-    source.addEventListener("status", (event) => this.#handlers.status(parseExactly(event.data)));
-    source.addEventListener("lost", () => this.#handlers.lost());
+    for (const name of ["row", "status", "lost"]) {
+      source.addEventListener(name, (event) => this.#handlers[name](parseExactly(event.data)));
+    }
   }
 }
