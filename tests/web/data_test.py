@@ -83,3 +83,75 @@ class Rows(RowsCase):
         self.answers.set()
         self.browser.wait_text("[data-attribute=load1] .readout", "least")
         self.has_each_once("meanwhile")
+
+    def test_a_row_that_the_store_tells_before_the_stream_does_after_a_registration(self):
+        self.watch()
+        row = self.keep("the first")
+        self.register_anew()
+        self.browser.wait_text(".texts", "the first")
+        self.tell(row)
+        self.has_each_once("the first")
+
+    def test_rows_that_the_store_tells_before_the_stream_does_when_something_was_lost(self):
+        self.watch()
+        first, second = self.keep("the first"), self.keep("the second")
+        self.stand_in.send("lost", {"rows": 1}, TOPIC)
+        self.browser.wait_text(".texts", "the second")
+        self.tell(second)
+        third = self.keep("the third")
+        self.tell(third)
+        self.assertNotEqual(first["time"], second["time"])
+        self.has_each_once("the first", "the second", "the third")
+
+    def test_a_row_that_the_stream_tells_while_the_store_is_asked(self):
+        """Once it is in the answer, and once it comes too late for that."""
+        self.watch()
+        before = len(self.asked)
+        self.answers.clear()
+        early = self.keep("in the answer")
+        self.stand_in.send("lost", {"rows": 1}, TOPIC)
+        self.browser.wait(lambda: len(self.asked) > before, "the question for rows")
+        self.tell(early)
+        self.answers.set()
+        self.browser.wait_text(".texts", "in the answer")
+        late = self.keep("after it")
+        self.tell(late)
+        self.has_each_once("in the answer", "after it")
+
+    def test_lasting_loss(self):
+        """Rows are fetched while it lasts, and not without a pause."""
+        self.watch()
+        before = len(self.asked)
+        stop = threading.Event()
+
+        def lose():
+            while not stop.wait(0.02):  # faster than the page's own pause before it asks
+                self.keep("lost")
+                self.stand_in.send("lost", {"rows": 1}, TOPIC)
+
+        losing = threading.Thread(target=lose)
+        losing.start()
+        try:
+            self.browser.wait(lambda: len(self.asked) >= before + 3, "rows while some are lost")
+        finally:
+            stop.set()
+            losing.join()
+        asked = self.asked[before - 1:]
+        for first, second in zip(asked, asked[1:]):
+            self.assertGreater(second - first, 1.9)
+        self.browser.wait(lambda: self.times() == self.kept(), "all rows")
+
+
+class Restarted(RowsCase):
+    console_may_hold = ("ERR_", "Failed to load resource")
+
+    def test_a_row_that_the_store_tells_before_the_stream_does_after_a_restart(self):
+        self.watch()
+        self.stand_in.stop()
+        self.browser.wait_text("#lost", "cannot be reached")
+        row = self.keep("the first")
+        self.stand_in.start()
+        self.browser.wait(lambda: self.stand_in.clients, "the live stream again")
+        self.browser.wait_text(".texts", "the first")
+        self.tell(row)
+        self.has_each_once("the first")

@@ -4,7 +4,7 @@
 import { apiAddress, readPlace, writePlace } from "/address.js";
 import { troublesOf, Rises } from "/counters.js";
 import { parseExactly } from "/json.js";
-import { missingRows } from "/merge.js";
+import { Merge } from "/merge.js";
 import { gapLimit, median, Paces, silenceLimit, UNKNOWN_LIMIT, usualInterval } from "/pace.js";
 import { zoomWindow } from "/plot.js";
 import { chosenGroups, countStates, groupsOf } from "/sources.js";
@@ -19,7 +19,7 @@ function equal(found, wanted) {
   if (text(found) !== text(wanted)) throw new Error(`found ${text(found)}, wanted ${text(wanted)}`);
 }
 
-const row = (time, number, handle = 1, texts = []) => ({ time, handle, numbers: [number], texts });
+const row = (time, number, texts = []) => ({ time, numbers: [number], texts });
 const rows = (count, begin = 0, step = 1e6) => Array.from({ length: count }, (_each, i) => row(begin + i * step, i));
 
 const tests = {
@@ -83,9 +83,11 @@ const tests = {
     equal(apiAddress("/api/live", { application: "A&B", group: "g+1", status: true, source: null }), "/api/live?application=A%26B&group=g%2B1&status");
   },
   "rows that came two ways count once, equal ones as often as they were there"() {
-    const known = [row(1, 0), row(2, 0), row(2, 0), row(3, 0, 7)];
-    equal(missingRows(known, [row(1, 0), row(2, 0), row(2, 0), row(2, 0), row(3, 0, 8)]), [row(2, 0), row(3, 0, 8)]);
-    equal(missingRows([], [row(1, 0)]), [row(1, 0)]);
+    const merge = new Merge();
+    equal(merge.live([row(1, 0), row(2, 0), row(2, 0)]).length, 3);
+    equal(merge.kept([row(1, 0), row(2, 0), row(2, 0), row(2, 0), row(3, 0)]), [row(2, 0), row(3, 0)]);
+    equal(merge.kept([row(2, 0), row(2, 0), row(2, 0), row(3, 0)]), []);
+    equal(merge.live([row(2, 0), row(3, 0), row(3, 0)]), [row(3, 0)]);
   },
   "a pace is the usual interval, and silence and gaps are much longer"() {
     equal(median([]), null);
@@ -129,9 +131,7 @@ const tests = {
     const timeline = new Timeline(1);
     timeline.add([row(5, 5), row(1, 1), row(3, 3)]);
     timeline.add([row(2, 2)]);
-    equal([timeline.times, timeline.values[0], timeline.lastTime], [[1, 2, 3, 5], [1, 2, 3, 5], 5]);
-    timeline.addMissing([row(2, 2), row(4, 4), row(5, 5)]);
-    equal(timeline.times, [1, 2, 3, 4, 5]);
+    equal([timeline.times, timeline.values[0], timeline.lastTime], [[1, 2, 3, 5], [1, 2, 3, 5], 2]);
   },
   "a timeline is bounded: its older half is thinned, extremes stay"() {
     const timeline = new Timeline(1);
@@ -192,6 +192,22 @@ const tests = {
       return rises.risen("a");
     };
     equal([seen(3, 1), seen(3, 2), seen(4, 3), seen(4, 4)], [null, null, 3, 3]);
+  },
+  "rows of the same time are told apart by what they hold"() {
+    const merge = new Merge();
+    const batch = [1, 2, 3, 4, 5].map((number) => row(9, number));
+    equal(merge.kept(batch.slice(0, 3)), batch.slice(0, 3));
+    equal(merge.live(batch.slice(1)), batch.slice(3)); // the first came before the stream was open
+    equal(merge.kept(batch), []);
+    equal(merge.live([row(9, 1, ["a"]), row(9, 1, ["b"])]).length, 2);
+    equal(merge.kept([row(9, 1, ["b"]), row(9, 1, ["a"])]), []);
+  },
+  "rows that are fetched anew are all shown, and those that come live after it are not shown again"() {
+    const merge = new Merge();
+    merge.live([row(1, 0)]);
+    merge.clear();
+    equal(merge.kept([row(1, 0), row(2, 0)]).length, 2);
+    equal(merge.live([row(2, 0), row(1, 0)]), [row(1, 0)]); // another one like the first
   },
 };
 

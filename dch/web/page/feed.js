@@ -4,14 +4,17 @@
 import { FIRST_VALUE, get, Refusal } from "./api.js";
 import { isoTime, parseTime } from "./times.js";
 import { isText, valueNamed } from "./values.js";
+import { Merge } from "./merge.js";
 import { Timeline } from "./timeline.js";
 import { now } from "./clock.js";
 
 const ROWS_AT_ONCE = 10000; // as they came; what is older comes thinned
 const POINTS = 1000;
 const CATCH_UP_ROWS = 20000;
-/** Rows that a stream lost may be older than the last that it brought. */
+/** Rows that a stream did not bring may be older than the last that it brought. */
 const LOOK_BACK = 10e6;
+const LOST_PAUSE = 500; // ms in which more may be lost
+const LEAST_PAUSE = 2000; // ms after a question, whatever became of it
 
 export class Feed {
   error = null; // why there are no kept rows: an Error, or null
@@ -19,12 +22,13 @@ export class Feed {
   #where;
   #numbers; // attributes
   #texts;
-  #positions; // of the attributes among the columns
   #timeline;
+  #merge = new Merge();
   #waiting = []; // live rows that are not in the timeline yet
   #missingSince = -Infinity; // from then on rows may be missing; -Infinity: all
   #isClosed = false;
-  #timer = 0;
+  #timer = 0; // of the next question, 0: none
+  #mayAskFrom = 0; // ms of performance.now()
   #changed;
 
   /**
@@ -36,9 +40,9 @@ export class Feed {
    */
   constructor(where, attributes, changed, timeline) {
     this.#where = where;
-    this.#numbers = attributes.filter((each) => !isText(each));
-    this.#texts = attributes.filter(isText);
-    this.#positions = new Map(attributes.map((each, i) => [each, FIRST_VALUE + i]));
+    const placed = attributes.map((each, i) => ({ ...each, column: FIRST_VALUE + i }));
+    this.#numbers = placed.filter((each) => !isText(each));
+    this.#texts = placed.filter(isText);
     this.#changed = changed;
     this.#timeline = timeline ?? new Timeline(this.#numbers.length);
   }
@@ -46,7 +50,7 @@ export class Feed {
   /** All rows that are there. */
   get timeline() {
     if (!this.isLoading && this.#waiting.length) {
-      this.#timeline.add(this.#waiting.splice(0));
+      this.#timeline.add(this.#merge.live(this.#waiting.splice(0)));
       if (this.#timeline.isFull) this.#makeRoom();
     }
     return this.#timeline;
@@ -61,7 +65,7 @@ export class Feed {
   /** A live row. @param {Object} event */
   take(event) {
     this.#waiting.push({
-      time: parseTime(event.time), handle: event.handle,
+      time: parseTime(event.time),
       numbers: this.#numbers.map((each) => valueNamed(event.values, each.name)),
       texts: this.#texts.map((each) => valueNamed(event.values, each.name)),
     });
@@ -70,78 +74,83 @@ export class Feed {
 
   /** The stream is open, for the first time or again: fetches what it did not bring. */
   opened() {
-    return this.#fetchMissing(this.timeline.lastTime ?? -Infinity);
+    this.#missLast();
+    this.load();
   }
 
   /** The stream says that it left out rows: fetches them, a moment later for all that it says meanwhile. */
   lost() {
-    this.#missingSince = Math.min(this.#missingSince, (this.timeline.lastTime ?? now()) - LOOK_BACK);
-    this.#fetchLater(500);
+    this.#missLast();
+    this.#loadLater(LOST_PAUSE);
   }
 
-  /** Fetches the whole range anew. */
-  load() {
-    return this.#fetchMissing(-Infinity);
+  #missLast() {
+    this.#missingSince = Math.min(this.#missingSince, (this.timeline.lastTime ?? -Infinity) - LOOK_BACK);
   }
 
-  async #fetchMissing(since) {
-    this.#missingSince = Math.min(this.#missingSince, since);
+  /** Fetches what is missing, at first all. What comes live meanwhile waits for it. */
+  async load() {
     if (!this.#where.hasStore || this.#isClosed || this.isLoading) return;
-    clearTimeout(this.#timer);
-    // What is there is merged by count; what comes from now on waits for what is fetched.
-    this.#timeline.add(this.#waiting.splice(0));
+    const since = this.#missingSince;
+    this.#missingSince = Infinity;
     this.isLoading = true;
+    clearTimeout(this.#timer);
+    this.#timer = 0;
     this.#changed();
-    while (this.#missingSince !== Infinity && !this.#isClosed) {
-      const from = this.#missingSince;
-      this.#missingSince = Infinity;
-      try {
-        if (from === -Infinity || !(await this.#catchUp(from))) await this.#loadAll();
-        this.error = null;
-      } catch (error) {
-        this.error = error;
-        this.#missingSince = Math.min(this.#missingSince, from);
-        break;
-      }
+    try {
+      if (since === -Infinity || !(await this.#catchUp(since))) await this.#loadAll();
+      this.error = null;
+    } catch (error) {
+      this.error = error;
+      this.#missingSince = Math.min(this.#missingSince, since);
     }
     if (this.#isClosed) return;
     this.isLoading = false;
-    this.#timeline.addMissing(this.#waiting.splice(0));
-    if (this.error && !(this.error instanceof Refusal && this.error.status < 500)) this.#fetchLater(2000);
+    this.#mayAskFrom = performance.now() + LEAST_PAUSE;
+    const isRefused = this.error instanceof Refusal && this.error.status < 500;
+    if (this.#missingSince !== Infinity && !isRefused) this.#loadLater(0);
     this.#changed();
   }
 
-  #fetchLater(milliseconds) {
-    clearTimeout(this.#timer);
-    if (!this.#isClosed) this.#timer = setTimeout(() => this.#fetchMissing(this.#missingSince), milliseconds);
+  /** Unless that is to happen anyway. */
+  #loadLater(milliseconds) {
+    if (this.#timer || this.isLoading || this.#isClosed) return;
+    this.#timer = setTimeout(() => this.load(), Math.max(milliseconds, this.#mayAskFrom - performance.now()));
   }
 
   async #loadAll() {
     const { length, end, from, until } = this.#where;
     const since = from ?? (length === null ? null : (end ?? now()) - length);
-    const rows = await this.#rows({ since, until, limit: ROWS_AT_ONCE });
+    let rows = await this.#rows({ since, until, limit: ROWS_AT_ONCE });
     const timeline = new Timeline(this.#numbers.length);
     if (rows.length >= ROWS_AT_ONCE) {
       const oldest = rows[0].time; // more rows may have this time: all of them come thinned
       await this.#addThinned(timeline, since, oldest);
-      timeline.add(rows.filter((row) => row.time > oldest));
-    } else {
-      timeline.add(rows);
+      rows = rows.filter((row) => row.time > oldest);
     }
-    if (!this.#isClosed) this.#timeline = timeline;
+    if (this.#isClosed) return;
+    this.#merge.clear();
+    timeline.add(this.#merge.kept(rows));
+    this.#timeline = timeline;
   }
 
   /** @returns {Promise<boolean>} false: it is too much, all has to come anew */
   async #catchUp(since) {
+    const { times, buckets } = this.#timeline;
+    if (buckets.times.length && !(times[0] < since)) return false; // rows of then are thinned
     const rows = await this.#rows({ since, limit: CATCH_UP_ROWS });
     if (rows.length >= CATCH_UP_ROWS) return false;
-    if (!this.#isClosed) this.#timeline.addMissing(rows);
+    if (!this.#isClosed) this.#timeline.add(this.#merge.kept(rows));
     return true;
   }
 
   #makeRoom() {
-    if (this.#where.hasStore) this.load();
-    else this.#timeline.forgetOldest();
+    if (this.#where.hasStore) {
+      this.#missingSince = -Infinity;
+      this.#loadLater(0);
+    } else {
+      this.#timeline.forgetOldest();
+    }
   }
 
   #question({ since, until, ...rest }) {
@@ -151,14 +160,9 @@ export class Feed {
   }
 
   async #rows(question) {
-    const answer = await get("/api/rows", this.#question(question));
-    const time = answer.columns.indexOf("time_us");
-    const handle = answer.columns.indexOf("handle");
-    const numbers = this.#numbers.map((each) => this.#positions.get(each));
-    const texts = this.#texts.map((each) => this.#positions.get(each));
-    return answer.rows.map((row) => ({
-      time: row[time], handle: row[handle], numbers: numbers.map((i) => row[i]), texts: texts.map((i) => row[i]),
-    }));
+    const { rows } = await get("/api/rows", this.#question(question));
+    const values = (row, attributes) => attributes.map((each) => row[each.column]);
+    return rows.map((row) => ({ time: row[1], numbers: values(row, this.#numbers), texts: values(row, this.#texts) }));
   }
 
   async #addThinned(timeline, since, until) {

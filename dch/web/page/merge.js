@@ -1,21 +1,49 @@
-// merge.js: rows that came two ways, each counted once.
+// merge.js: rows that come two ways, live and from the store, each shown once.
+
+const KEPT_IN_MIND = 40000; // rows; older ones come neither way any more
+
+/** All of it: rows that came in one go have the same time. */
+const keyOf = ({ time, numbers, texts }) => [time, ...numbers, ...texts].join("\0");
 
 /**
- * Those of the others that are missing among the known, in their order. A row is known by its time
- * and its handle; two rows may be alike in both. What one way brought n times and the other m times
- * was there max(n, m) times.
+ * Either way may be the first to bring a row. Rows may be alike in all: what one way brought n
+ * times and the other m times was there max(n, m) times.
+ * @typedef {import("./timeline.js").Row} Row
  */
-export function missingRows(known, others) {
-  const counts = new Map();
-  const keyOf = (row) => `${row.time}/${row.handle}`;
-  for (const row of known) {
-    const key = keyOf(row);
-    counts.set(key, (counts.get(key) ?? 0) + 1);
+export class Merge {
+  #live = new Map(); // key → how often it came live
+  #shown = new Map();
+
+  /** @param {Row[]} rows the next ones that came live @returns {Row[]} those to show */
+  live(rows) {
+    return this.#missing(rows, this.#live);
   }
-  return others.filter((row) => {
-    const key = keyOf(row);
-    const left = counts.get(key) ?? 0;
-    if (left) counts.set(key, left - 1);
-    return !left;
-  });
+
+  /** @param {Row[]} rows all that the store has of a range @returns {Row[]} those to show */
+  kept(rows) {
+    return this.#missing(rows, new Map());
+  }
+
+  /** Nothing is shown any more; what came live does not come again. */
+  clear() {
+    this.#shown.clear();
+  }
+
+  #missing(rows, counts) {
+    const missing = rows.filter((row) => {
+      const key = keyOf(row);
+      const count = (counts.get(key) ?? 0) + 1;
+      counts.set(key, count);
+      if (count <= (this.#shown.get(key) ?? 0)) return false;
+      this.#shown.set(key, count);
+      return true;
+    });
+    for (const known of [this.#live, this.#shown]) {
+      for (const oldest of known.keys()) {
+        if (known.size <= KEPT_IN_MIND) break;
+        known.delete(oldest);
+      }
+    }
+    return missing;
+  }
 }

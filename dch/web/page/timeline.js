@@ -1,7 +1,6 @@
 // timeline.js: the rows of one source that a view keeps: the newest as they came, older ones thinned.
 
 import { usualInterval } from "./pace.js";
-import { missingRows } from "./merge.js";
 
 /** So many rows are kept as they came; beyond that the older half is thinned. */
 export const ROWS_KEPT = 120000;
@@ -11,7 +10,7 @@ const TEXTS_KEPT = 1000;
 
 /**
  * @typedef {Object} Row
- * @property {number} time microseconds since 1970 @property {number} handle
+ * @property {number} time microseconds since 1970
  * @property {Array} numbers one for each column; null: none @property {Array} texts
  */
 
@@ -31,10 +30,10 @@ const asNumber = (value) => (typeof value === "number" || typeof value === "bigi
 
 export class Timeline {
   times = []; // of the rows, ascending
-  handles = [];
   values; // for each column one value a row: number, BigInt or null
   buckets; // { times, columns: [{ low, high, mean }] }: what is older than the rows
   bucketWidth = 0;
+  lastTime = null; // of the row that came last: it is not the newest after a clock was set back
   newestTexts = []; // { time, texts }, the newest first
   isFull = false; // more buckets than are kept: time to ask the store anew
 
@@ -49,9 +48,6 @@ export class Timeline {
   get firstTime() {
     return this.buckets.times[0] ?? this.times[0] ?? null;
   }
-  get lastTime() {
-    return this.times.at(-1) ?? this.buckets.times.at(-1) ?? null;
-  }
   get isEmpty() {
     return !this.times.length && !this.buckets.times.length;
   }
@@ -63,24 +59,18 @@ export class Timeline {
   /** Takes rows in any order. */
   add(rows) {
     if (!rows.length) return;
+    this.lastTime = rows.at(-1).time;
     let isInOrder = true;
     let last = this.times.at(-1) ?? -Infinity;
     for (const row of rows) {
       if (row.time < last) isInOrder = false;
       last = row.time;
       this.times.push(row.time);
-      this.handles.push(row.handle);
       this.values.forEach((column, i) => column.push(asNumber(row.numbers[i])));
     }
     if (!isInOrder) this.#sort();
     this.#addTexts(rows);
     if (this.times.length > ROWS_KEPT) this.#thinOlderHalf();
-  }
-
-  /** Takes those of the rows that did not come another way yet. */
-  addMissing(rows) {
-    const since = rows.reduce((least, row) => Math.min(least, row.time), Infinity);
-    this.add(missingRows(this.#rowsSince(since), rows));
   }
 
   /**
@@ -92,17 +82,10 @@ export class Timeline {
     this.bucketWidth = width;
   }
 
-  *#rowsSince(time) {
-    for (let i = lowerBound(this.times, time); i < this.times.length; ++i) {
-      yield { time: this.times[i], handle: this.handles[i] };
-    }
-  }
-
   #sort() {
     const order = Array.from(this.times.keys()).sort((a, b) => this.times[a] - this.times[b]);
     const sorted = (column) => order.map((i) => column[i]);
     this.times = sorted(this.times);
-    this.handles = sorted(this.handles);
     this.values = this.values.map(sorted);
   }
 
@@ -128,7 +111,7 @@ export class Timeline {
       begin = end;
     }
     this.bucketWidth = Math.max(this.bucketWidth, width);
-    for (const column of [this.times, this.handles, ...this.values]) column.splice(0, half);
+    for (const column of [this.times, ...this.values]) column.splice(0, half);
     this.isFull = this.buckets.times.length > BUCKETS_KEPT;
   }
 
