@@ -1,4 +1,4 @@
-"""That the page has every row once, whichever way it came first."""
+"""That the page has every row once, whichever way it came first, and whole numbers to the last digit."""
 
 import threading
 import time
@@ -8,6 +8,7 @@ from page_case import PageCase
 from stand_in import iso
 
 TOPIC = ("HOST", "load")
+LONG = 1 << 63
 
 
 class RowsCase(PageCase):
@@ -155,3 +156,29 @@ class Restarted(RowsCase):
         self.browser.wait_text(".texts", "the first")
         self.tell(row)
         self.has_each_once("the first")
+
+
+class Whole(PageCase):
+    def serve_numbers(self, rows, step):
+        self.stand_in.register("BIG", {"g": [("number", "L", 8, "")]})
+        self.stand_in.online("BIG", "g", "one", tell=False)
+        now = int(time.time() * 1e6)
+        for i in range(rows, 0, -1):
+            self.stand_in.row("BIG", "g", "one", {"number": LONG - 1 - i % 3}, at=now - i * step, live=False)
+
+    def readout(self):
+        return self.browser.text(".readout").replace("\u2009", "")
+
+    def test_least_and_most_are_exact(self):
+        self.serve_numbers(3, 1000)
+        self.open_source("BIG", "g", "one")
+        self.assertEqual(self.readout(), "least 9223372036854775805 · most 9223372036854775807")
+
+    def test_least_and_most_of_thinned_rows_are_exact_and_means_are_not(self):
+        self.serve_numbers(20_000, 100_000)
+        self.open_source("BIG", "g", "one")
+        self.assertTrue(any("points=" in path for path in self.stand_in.asked))
+        self.assertEqual(self.readout(), "least 9223372036854775805 · most 9223372036854775807")
+        self.browser.js("document.querySelector('.surface').focus()")
+        self.browser.one(".surface").send_keys(*["\ue012"] * 3)  # the arrow to the left
+        self.browser.wait(lambda: self.readout().endswith("9223372036854775805 to 9223372036854775807, mean ≈ 9.223e18 (" + self.readout().rsplit("(", 1)[-1]), "a mean")

@@ -149,13 +149,13 @@ const tests = {
     const timeline = new Timeline(1);
     timeline.add([row(1, 18446744073709551615n), row(2, "0xff"), row(3, null)]);
     equal(timeline.values[0], [18446744073709551615n, null, null]);
-    equal(pointsToDraw(timeline, 0, 0, 5, 100).map((point) => point.exact), [18446744073709551615n]);
+    equal(pointsToDraw(timeline, 0, 0, 5, 100).map((point) => point.high), [18446744073709551615n]);
   },
   "few rows are drawn as they are"() {
     const timeline = new Timeline(1);
     timeline.add(rows(10));
-    equal(pointsToDraw(timeline, 0, 0, 9e6, 100).map((point) => point.exact), [0, 1, 2, 3, 4, 5, 6, 7, 8, 9]);
-    equal(pointsToDraw(timeline, 0, 4e6, 5e6, 100).map((point) => point.exact), [3, 4, 5, 6]);
+    equal(pointsToDraw(timeline, 0, 0, 9e6, 100).map((point) => point.low), [0, 1, 2, 3, 4, 5, 6, 7, 8, 9]);
+    equal(pointsToDraw(timeline, 0, 4e6, 5e6, 100).map((point) => point.low), [3, 4, 5, 6]);
   },
   "many rows are drawn as least, mean and most of each pixel, and none is left out"() {
     const timeline = new Timeline(1);
@@ -208,6 +208,18 @@ const tests = {
     merge.clear();
     equal(merge.kept([row(1, 0), row(2, 0)]).length, 2);
     equal(merge.live([row(2, 0), row(1, 0)]), [row(1, 0)]); // another one like the first
+  },
+  "least and most beyond 2^53 are exact, and a mean there has no more digits than it knows"() {
+    const timeline = new Timeline(1);
+    const largest = 9223372036854775807n;
+    timeline.add([row(1, largest), row(2, largest - 1n), row(3, 5), row(3, -largest)]);
+    const [point] = pointsToDraw(timeline, 0, 1, 5, 1);
+    equal([point.low, point.high, point.count], [-largest, largest, 4]);
+    timeline.add(rows(ROWS_KEPT, 5));
+    equal([timeline.buckets.columns[0].low[0], timeline.buckets.columns[0].high[0]], [-largest, largest]);
+    equal([largest, 9.223372036854775e18, -1e300, 2 ** 53, 2 ** 53 - 1].map(formatMean),
+      ["9\u2009223\u2009372\u2009036\u2009854\u2009775\u2009807", "≈ 9.223e18", "≈ −1.000e300", "≈ 9.007e15", "9\u2009007\u2009199\u2009254\u2009740\u2009991"]);
+    equal(formatValue(2 ** 63), "≈ 9.223e18");
   },
 };
 

@@ -169,7 +169,7 @@ export class Feed {
     const { columns: names, rows } = await get("/api/rows", this.#question({ since, until, points: POINTS }));
     const column = (name) => {
       const i = names.indexOf(name);
-      return rows.map((row) => (i < 0 || row[i] === null ? null : Number(row[i])));
+      return rows.map((row) => row[i] ?? null);
     };
     const times = rows.map((row) => row[1]);
     const columns = this.#numbers.map(({ name }) => ({ low: column(`${name}_min`), high: column(`${name}_max`), mean: column(`${name}_mean`) }));

@@ -3,6 +3,7 @@
 import { now, showsUtc, showTime } from "./clock.js";
 import { h, setAttribute, setText } from "./dom.js";
 import { pointsToDraw } from "./thin.js";
+import { least, most } from "./timeline.js";
 import { formatTick, formatTime, isoTime } from "./times.js";
 import { formatMean, formatTickValue, formatValue } from "./values.js";
 
@@ -82,7 +83,7 @@ export class Plot {
     const width = Math.max(100, this.#surface.clientWidth - 60);
     const chosenTime = this.#chosen === null ? null : this.points[this.#chosen]?.time;
     this.points = pointsToDraw(timeline, this.#column, from, until, width);
-    const file = this.points.map((point, i) => (point ? [point.time / 1000, [point.low, point.mean, point.high]]
+    const file = this.points.map((point, i) => (point ? [point.time / 1000, [Number(point.low), point.mean, Number(point.high)]]
       : [this.points[i - 1].time / 1000 + 0.001, [null, null, null]]));
     if (!file.length) file.push([from / 1000, [null, null, null]]);
     if (!this.#graph) this.#create(Dygraph, file);
@@ -152,8 +153,8 @@ export class Plot {
       setText(this.#readoutText, this.#absence);
       return;
     }
-    const low = Math.min(...shown.map((point) => point.low));
-    const high = Math.max(...shown.map((point) => point.high));
+    const low = shown.map((point) => point.low).reduce(least);
+    const high = shown.map((point) => point.high).reduce(most);
     const text = `least ${formatMean(low)} · most ${formatMean(high)}`;
     setText(this.#readoutText, text);
     setAttribute(this.#surface, "aria-valuetext", text);
@@ -213,7 +214,7 @@ export class Plot {
 
 /** @returns {string} the value, or what the many values were like */
 function pointText(point) {
-  if (point.exact !== null) return formatValue(point.exact);
+  if (point.count === 1) return formatValue(point.low);
   const range = point.low === point.high ? formatMean(point.low) : `${formatMean(point.low)} to ${formatMean(point.high)}, mean ${formatMean(point.mean)}`;
   return point.count ? `${range} (${formatValue(point.count)} rows)` : range;
 }

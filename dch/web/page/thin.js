@@ -1,14 +1,14 @@
 // thin.js: from a timeline's rows to the points that a plot can show.
 
-import { lowerBound } from "./timeline.js";
+import { least, lowerBound, most } from "./timeline.js";
 import { gapLimit } from "./pace.js";
 
 /**
  * @typedef {Object} Point what a place in a plot stands for
  * @property {number} time of its first row
- * @property {number} low @property {number} high @property {number} mean
+ * @property {number|BigInt} low @property {number|BigInt} high exact
+ * @property {number} mean
  * @property {number} count of rows; 0: thinned by the store, not known
- * @property {*} exact the value itself when it is one row's
  */
 
 /** What of a column lies between two times, and a neighbour on each side so that lines go on. */
@@ -18,17 +18,14 @@ function* samples(timeline, column, from, until) {
   const rows = timeline.times;
   for (let i = Math.max(0, lowerBound(times, from) - 1); i < times.length; ++i) {
     if (mean[i] !== null) {
-      yield { time: times[i], low: low[i], high: high[i], mean: mean[i], count: 0, exact: null };
+      yield { time: times[i], low: low[i], high: high[i], mean: Number(mean[i]), count: 0 };
     }
     if (times[i] > until) return;
   }
   const values = timeline.values[column];
   for (let i = Math.max(0, lowerBound(rows, from) - 1); i < rows.length; ++i) {
-    const exact = values[i];
-    if (exact !== null) {
-      const value = Number(exact);
-      yield { time: rows[i], low: value, high: value, mean: value, count: 1, exact };
-    }
+    const value = values[i];
+    if (value !== null) yield { time: rows[i], low: value, high: value, mean: Number(value), count: 1 };
     if (rows[i] > until) return;
   }
 }
@@ -70,8 +67,7 @@ function join(point, sample) {
   const weight = point.count || 1;
   const more = sample.count || 1;
   point.mean = (point.mean * weight + sample.mean * more) / (weight + more);
-  point.low = Math.min(point.low, sample.low);
-  point.high = Math.max(point.high, sample.high);
+  point.low = least(point.low, sample.low);
+  point.high = most(point.high, sample.high);
   point.count = point.count && sample.count ? point.count + sample.count : 0;
-  point.exact = null;
 }

@@ -26,6 +26,10 @@ export function lowerBound(times, time) {
   return low;
 }
 
+/** Of numbers and BigInts. */
+export const least = (a, b) => (b < a ? b : a);
+export const most = (a, b) => (b > a ? b : a);
+
 const asNumber = (value) => (typeof value === "number" || typeof value === "bigint" ? value : null);
 
 export class Timeline {
@@ -130,10 +134,10 @@ function summary(column, begin, end) {
   let low = null, high = null, sum = 0, count = 0;
   for (let i = begin; i < end; ++i) {
     if (column[i] === null) continue;
-    const value = Number(column[i]);
-    if (low === null || value < low) low = value;
-    if (high === null || value > high) high = value;
-    sum += value;
+    const value = column[i];
+    low = least(low ?? value, value);
+    high = most(high ?? value, value);
+    sum += Number(value);
     ++count;
   }
   return { low, high, mean: count ? sum / count : null };

@@ -12,7 +12,7 @@ export const valueNamed = (values, name) => (Object.hasOwn(values, name) ? value
 export function formatValue(value) {
   if (value === null || value === undefined) return "–";
   if (typeof value === "string") return value;
-  if (typeof value === "number" && !Number.isInteger(value)) return formatMean(value);
+  if (typeof value === "number" && !Number.isSafeInteger(value)) return formatMean(value);
   const digits = String(value).replace("-", "");
   const grouped = digits.length < 5 ? digits : digits.replace(/\B(?=(\d{3})+$)/g, THIN_SPACE);
   return (value < 0 ? "−" : "") + grouped;
@@ -21,9 +21,10 @@ export function formatValue(value) {
 /** How many, such as 1 row or 5 rows. @param {string} word for one */
 export const countOf = (number, word) => `${formatValue(number)} ${word}${number === 1 ? "" : "s"}`;
 
-/** A mean: four digits are enough. */
+/** A mean: four digits are enough; beyond 2^53 one sees that it is not exact. */
 export function formatMean(value) {
-  if (Number.isInteger(value)) return formatValue(value);
+  if (typeof value === "bigint" || Number.isSafeInteger(value)) return formatValue(value);
+  if (Math.abs(value) > Number.MAX_SAFE_INTEGER) return "≈ " + value.toPrecision(4).replace("+", "").replace("-", "−");
   if (Math.abs(value) >= 1e4) return formatValue(Math.round(value));
   return String(Number(value.toPrecision(4))).replace("-", "−");
 }
