@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <list>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -14,6 +15,7 @@
 #include "dch/testkit/watched_core.h"
 #include "dch/web/connections.h"
 #include "dch/web/live_feed.h"
+#include "dch/web/live_streams.h"
 #include "dch/web/web_server.h"
 #include "tests/support/failing_calls.h"
 #include "tests/support/wait_until.h"
@@ -105,8 +107,12 @@ void webFailures() {
   WholeWeb web;
   const HttpClient client(web.port);
   EXPECT_EQ(client.get("/none").status, 404);
+  EXPECT_EQ(client.get("/healthz").status, 503) << "which is no failure: it is asked how it is";
+  std::list<HttpClient> live;
+  for (std::size_t i = 0; i < LiveStreams::mostStreams; ++i)
+    EXPECT_EQ(live.emplace_back(web.port).watch(liveTarget).status, 200);
   const CounterMoves moves(web.counters);
-  EXPECT_EQ(client.get("/healthz").status, 503);
+  EXPECT_EQ(client.get(liveTarget).status, 503);
   moves.expect({{Counter::webRequests, 1}, {Counter::webFailures, 1}});
 }
 
@@ -181,7 +187,11 @@ void liveClientsDropped() {
     web.tellRow(row);
     if (!reading.news()) break;
   }
-  moves.expect({{Counter::liveClientsDropped, 1}});
+  // His place is free at once.
+  EXPECT_TRUE(waitUntil([&] { return moves.of(Counter::webConnections) == -1; }));
+  moves.expect({{Counter::liveClientsDropped, 1},
+                {Counter::liveClients, -1},
+                {Counter::webConnections, -1}});
 }
 
 void liveEventsLost() {

@@ -53,7 +53,7 @@ class WatchedTopic {
 
   std::atomic<std::uint64_t> _bytesASecond{0};
   std::uint64_t _allowance = 0;
-  Time _lastSpent = 0;
+  Time _lastSpent = -second;  // there was a pause
 };
 
 }  // namespace dch

@@ -80,7 +80,7 @@ class Rows(RowsCase):
         self.browser.wait("document.querySelectorAll('.plot').length === 4", "another plot")
         self.browser.wait(lambda: len(self.asked) > before, "the question for rows")
         self.tell(self.keep("meanwhile"))
-        self.browser.wait_text("[data-attribute=load15] .readout", "No value")
+        self.browser.wait_text("[data-attribute=load15] .readout", "Fetching")
         self.answers.set()
         self.browser.wait_text("[data-attribute=load1] .readout", "least")
         self.has_each_once("meanwhile")

@@ -17,7 +17,7 @@ export const noApplication = () => note("No application is registered",
   commandToCopy(FIRST_ROW),
   paragraph("With another port than 1919, set ZORA_DCH_PORT first. The row appears here by itself. A provider that ends takes its application off the list; --keep keeps it there."));
 
-/** The application, group or source of the address is not there. @param {string[]} names */
+/** The application, group or source of the address is not there. */
 export const notFound = (names) => note(`There is no ${names.join(" / ")}`,
   paragraph("It is not registered at this server now, or the address has a mistake. Rows that were kept of a source are at the source's address, or its group's. What is there:"),
   commandToCopy("zordc apps"),
@@ -28,7 +28,7 @@ export const noSource = (application, group) => h("div", { class: "empty small" 
   paragraph(`No source of ${application} / ${group} came on line yet. To send a row as one:`),
   commandToCopy(`zordp send --registration FILE.reg --group ${shellWord(group)} --source NAME --keep --input FILE.csv`));
 
-/** The search has no result. @param {string} find */
+/** The search has no result. */
 export const nothingFound = (find) => note(find ? `Nothing is called “${find}”` : "No source is in that state",
   paragraph(find ? "The search looks at the names of applications, groups, sources and attributes; every word has to be there." : "That is good news."),
   paragraph(h("a", { href: "#" }, "Show all applications")));

@@ -62,7 +62,7 @@ export class Feed {
     clearTimeout(this.#timer);
   }
 
-  /** A live row. @param {Object} event */
+  /** A live row. */
   take(event) {
     this.#waiting.push({
       time: parseTime(event.time),

@@ -8,18 +8,17 @@ const keyOf = ({ time, numbers, texts }) => [time, ...numbers, ...texts].join("\
 /**
  * Either way may be the first to bring a row. Rows may be alike in all: what one way brought n
  * times and the other m times was there max(n, m) times.
- * @typedef {import("./timeline.js").Row} Row
  */
 export class Merge {
   #live = new Map(); // key → how often it came live
   #shown = new Map();
 
-  /** @param {Row[]} rows the next ones that came live @returns {Row[]} those to show */
+  /** The next rows that came live. Returns those to show. */
   live(rows) {
     return this.#missing(rows, this.#live);
   }
 
-  /** @param {Row[]} rows all that the store has of a range @returns {Row[]} those to show */
+  /** All rows that the store has of a range. Returns those to show. */
   kept(rows) {
     return this.#missing(rows, new Map());
   }

@@ -17,7 +17,6 @@ export class Stream {
   #watchVisibility = () => (document.hidden ? this.#hangUp() : this.#connect());
 
   /**
-   * @param {string} address
    * @param {Object} handlers functions row(object), status(object), lost(object), opened() after
    * each (re)connection: what came before it is to be fetched; failed()
    */

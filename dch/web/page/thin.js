@@ -3,14 +3,6 @@
 import { least, lowerBound, most } from "./timeline.js";
 import { gapLimit } from "./pace.js";
 
-/**
- * @typedef {Object} Point what a place in a plot stands for
- * @property {number} time of its first row
- * @property {number|BigInt} low @property {number|BigInt} high exact
- * @property {number} mean
- * @property {number} count of rows; 0: thinned by the store, not known
- */
-
 /** What of a column lies between two times, and a neighbour on each side so that lines go on. */
 function* samples(timeline, column, from, until) {
   const { times, columns } = timeline.buckets;
@@ -31,10 +23,9 @@ function* samples(timeline, column, from, until) {
 }
 
 /**
- * As many points as a plot of that width in pixels can show: each row, or for each pixel the least,
- * the mean and the largest of what falls on it. Where no rows came for much longer than usual stands
- * a null.
- * @returns {Array<?Point>}
+ * As many points as a plot of that width in pixels can show: each row, or for each pixel the least
+ * and the largest (exact), the mean and the count of what falls on it (0: thinned by the store) and
+ * the time of its first row. Where no rows came for much longer than usual stands a null.
  */
 export function pointsToDraw(timeline, column, from, until, width) {
   const rows = lowerBound(timeline.times, until) - lowerBound(timeline.times, from);

@@ -8,12 +8,6 @@ const BUCKETS_OF_A_HALF = 500;
 const BUCKETS_KEPT = 4000;
 const TEXTS_KEPT = 1000;
 
-/**
- * @typedef {Object} Row
- * @property {number} time microseconds since 1970
- * @property {Array} numbers one for each column; null: none @property {Array} texts
- */
-
 /** The first index whose time is not before `time`. */
 export function lowerBound(times, time) {
   let low = 0;
@@ -60,7 +54,7 @@ export class Timeline {
     return usualInterval(this.times);
   }
 
-  /** Takes rows in any order. */
+  /** Takes rows in any order: {time, numbers, texts}, one number for each column, null: none. */
   add(rows) {
     if (!rows.length) return;
     this.lastTime = rows.at(-1).time;
