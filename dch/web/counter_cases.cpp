@@ -87,8 +87,8 @@ constexpr char liveTarget[] = "/api/live?application=HOSTMON&group=load";
 
 void webRequests() {
   SilentWeb web;
-  const HttpClient client(web.port);
   const CounterMoves moves(web.counters);
+  const HttpClient client(web.port);
   client.send(HttpClient::request("/"));
   EXPECT_TRUE(waitUntil([&] { return moves.of(Counter::webRequests) == 1; }));
   moves.expect({{Counter::webRequests, 1}, {Counter::webConnections, 1}});

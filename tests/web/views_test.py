@@ -29,8 +29,11 @@ class Overview(PageCase):
         self.browser.wait_text("h1", "1 of 5 sources on line is silent")
         self.assertIn("HOST / load / db1 is silent", self.browser.text(".troubles"))
         self.assertIn("for 8 min", self.browser.text(".troubles"))
-        states = self.browser.js("return [...document.querySelectorAll('[data-group] tbody')][0].innerText")
-        order = [states.index(name) for name in ("db1", "web1", "web2", "old1")]
+        names = ("db1", "web1", "web2", "old1")
+        for name in names:
+            self.browser.wait_text("[data-group] tbody", name)
+        states = self.browser.text("[data-group] tbody")
+        order = [states.index(name) for name in names]
         self.assertEqual(order, sorted(order))
         self.assertIn("off line", self.browser.text("[data-source=old1]"))
 

@@ -22,6 +22,7 @@ export class Feed {
   #where;
   #numbers; // attributes
   #texts;
+  #columns; // as the server names them
   #timeline;
   #merge = new Merge();
   #waiting = []; // live rows that are not in the timeline yet
@@ -34,7 +35,6 @@ export class Feed {
   /**
    * @param {Object} where application, group, source; length of the range up to now or up to `end`,
    * null: all; or from, until: a fixed range instead; hasStore: whether rows are kept at the server
-   * @param {Array} attributes the group's
    * @param {() => void} changed called whenever rows came
    * @param {Timeline=} timeline what to show until the rows are there
    */
@@ -160,19 +160,20 @@ export class Feed {
   }
 
   async #rows(question) {
-    const { rows } = await get("/api/rows", this.#question(question));
+    const { columns, rows } = await get("/api/rows", this.#question(question));
+    this.#columns = columns;
     const values = (row, attributes) => attributes.map((each) => row[each.column]);
     return rows.map((row) => ({ time: row[1], numbers: values(row, this.#numbers), texts: values(row, this.#texts) }));
   }
 
   async #addThinned(timeline, since, until) {
     const { columns: names, rows } = await get("/api/rows", this.#question({ since, until, points: POINTS }));
-    const column = (name) => {
-      const i = names.indexOf(name);
-      return rows.map((row) => row[i] ?? null);
-    };
     const times = rows.map((row) => row[1]);
-    const columns = this.#numbers.map(({ name }) => ({ low: column(`${name}_min`), high: column(`${name}_max`), mean: column(`${name}_mean`) }));
+    const columns = this.#numbers.map((each) => {
+      const first = names.indexOf(`${this.#columns[each.column]}_min`);
+      const [low, high, mean] = [0, 1, 2].map((i) => rows.map((row) => row[first + i] ?? null));
+      return { low, high, mean };
+    });
     timeline.setBuckets(times, columns, (until - (since ?? times[0] ?? until)) / POINTS);
   }
 }
