@@ -43,7 +43,7 @@ class Pieces {
   virtual bool areEndless() const { return false; }
 
   // Of endless ones: what ends the connection, whatever is still to be sent.
-  virtual void setEnd(std::function<void()>) {}
+  virtual void setEnd(const std::function<void()>&) {}
   // The other side sends nothing more. It may be gone; to send it something shows that.
   virtual void peerHasEnded() {}
 };

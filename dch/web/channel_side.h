@@ -22,7 +22,7 @@ namespace dch {
 // Made before the channel, which has its observer, and gone after it. The web's thread meets it in
 // a ChannelView. All else is the channel's thread's; what it does for the web it does piece by
 // piece, and it never waits for the web.
-class ChannelSide : private Observer {
+class ChannelSide final : private Observer {
  public:
   // `loop` is the channel's. Throws std::system_error or std::bad_alloc.
   ChannelSide(EventLoop& loop, Counters& counters);

@@ -121,7 +121,7 @@ class LiveStreams::Handle : public Pieces {
 
   void next(Take take) override { _stream->next(std::move(take)); }
   bool areEndless() const override { return true; }
-  void setEnd(std::function<void()> end) override { _stream->setEnd(std::move(end)); }
+  void setEnd(const std::function<void()>& end) override { _stream->setEnd(end); }
   void peerHasEnded() override {
     _stream->add(signOfLife());
     _stream->deliver();
