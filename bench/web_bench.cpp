@@ -1,6 +1,6 @@
 // What it costs those who send rows that others look: the rows of 64 providers, kept in a file,
-// beside 50 pages that show all of them live and a scrape each second, and without; and the same
-// beside a scrape each second of 10,000 sources of 8 numbers.
+// beside 50 pages that show them live, as many as the server lets each have, and a scrape each
+// second, and without; and the same beside a scrape each second of 10,000 sources of 8 numbers.
 //   web_bench [ROUNDS [SECONDS]]: 15 rounds of all sides, 2 seconds a side
 #include <cstdio>
 #include <cstdlib>
