@@ -7,6 +7,7 @@ import re
 import shutil
 import signal
 import subprocess
+import sys
 import tempfile
 import threading
 import time
@@ -14,21 +15,15 @@ import unittest
 import urllib.request
 from pathlib import Path
 
-PROGRAMS = Path(os.environ["ZORD410_PROGRAMS"])
 SOURCE = Path(__file__).resolve().parents[2]
-LONGEST_WAIT = 60  # s, for what takes a second or two
+sys.path.insert(0, str(SOURCE / "tests" / "support"))
+sys.dont_write_bytecode = True
+
+from patience import PATIENCE, wait_for  # noqa: E402  pylint: disable=wrong-import-position
+
+PROGRAMS = Path(os.environ["ZORD410_PROGRAMS"])
 ADDRESS = r"the page: (http://\S+/)\r\n"
 ROW = r"\n\d{4}-\d\d-\d\dT\S+Z "
-
-
-def wait_for(what, condition):
-    deadline = time.monotonic() + LONGEST_WAIT
-    while time.monotonic() < deadline:
-        result = condition()
-        if result:
-            return result
-        time.sleep(0.02)
-    raise AssertionError(f"not in {LONGEST_WAIT} s: {what()}")
 
 
 class Demo(unittest.TestCase):
@@ -100,18 +95,18 @@ class Demo(unittest.TestCase):
     def test_the_page_comes_first_and_ctrl_c_ends_everything(self):
         address = self.wait_for_output(ADDRESS)
         self.assertEqual("", self.output[: address.start()].strip())
-        with urllib.request.build_opener(urllib.request.ProxyHandler({})).open(address[1], timeout=LONGEST_WAIT) as page:
+        with urllib.request.build_opener(urllib.request.ProxyHandler({})).open(address[1], timeout=PATIENCE) as page:
             self.assertIn("<title>", page.read().decode())
         self.wait_for_output(ROW)
         os.write(self.terminal, b"\x03")
-        self.assertEqual(0, self.script.wait(LONGEST_WAIT), self.output)
+        self.assertEqual(0, self.script.wait(PATIENCE), self.output)
         self.expect_nothing_left()
 
     def test_the_end_of_its_terminal_ends_everything(self):
         self.wait_for_output(ROW)
         self.close_terminal()
         # An interactive shell tells its jobs too, and once more the system does when that shell is gone.
-        deadline = time.monotonic() + LONGEST_WAIT
+        deadline = time.monotonic() + PATIENCE
         while self.script.poll() is None and time.monotonic() < deadline:
             os.killpg(self.script.pid, signal.SIGHUP)
             time.sleep(0.02)

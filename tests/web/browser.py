@@ -4,8 +4,8 @@ import atexit
 import base64
 import os
 import shutil
+import sys
 import tempfile
-import time
 from pathlib import Path
 
 from selenium import webdriver
@@ -13,7 +13,10 @@ from selenium.common.exceptions import StaleElementReferenceException
 from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
 
-PATIENCE = 60  # seconds; what is waited for comes in milliseconds, but the machine may stand still
+sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "support"))
+
+from patience import PATIENCE, wait_for  # noqa: E402  pylint: disable=wrong-import-position
+
 ARTEFACTS = Path(os.environ.get("ZORD410_PAGE_ARTEFACTS", "page-artefacts"))
 
 
@@ -58,18 +61,13 @@ class Browser:
 
     def wait(self, condition, what):
         """Until the condition, a function or an expression in JavaScript, holds; answers what it gave."""
-        ask = condition if callable(condition) else lambda: self.js(f"return {condition}")
-        end = time.monotonic() + PATIENCE
-        while True:
+        def found():
             try:
-                found = ask()
+                return condition() if callable(condition) else self.js(f"return {condition}")
             except StaleElementReferenceException:
-                found = None  # It was drawn anew meanwhile.
-            if found:
-                return found
-            if time.monotonic() > end:
-                raise AssertionError(f"{what}: not within {PATIENCE} s; the page says: {self.text('main')[:300]}; console: {self.console()}")
-            time.sleep(0.02)  # between two looks at the condition
+                return None  # It was drawn anew meanwhile.
+
+        return wait_for(lambda: f"{what}; the page says: {self.text('main')[:300]}; console: {self.console()}", found)
 
     def all(self, selector):
         return self.driver.find_elements(By.CSS_SELECTOR, selector)

@@ -34,6 +34,10 @@ class PageCase(unittest.TestCase):
         self.browser.wait("window.zord410?.view?.feed && !zord410.view.feed.isLoading && !zord410.view.feed.timeline.isEmpty", "rows of the source")
         self.browser.wait_text(".plot .readout", "least")
 
+    def sources(self):
+        """The names in the lists of sources, from the top."""
+        return self.browser.js("return [...document.querySelectorAll('.sources tbody tr')].map((row) => row.dataset.source)")
+
     def times(self):
         """The times of all rows that the plot has as they came."""
         return self.browser.js("return zord410.view.feed.timeline.times")

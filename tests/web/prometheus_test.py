@@ -7,19 +7,23 @@ import re
 import signal
 import socket
 import subprocess
+import sys
 import tempfile
 import threading
-import time
 import unittest
 import urllib.error
 import urllib.parse
 import urllib.request
 from pathlib import Path
 
-PROGRAMS = Path(os.environ["ZORD410_PROGRAMS"])
 SOURCE = Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(SOURCE / "tests" / "support"))
+sys.dont_write_bytecode = True
+
+from patience import PATIENCE, wait_for  # noqa: E402  pylint: disable=wrong-import-position
+
+PROGRAMS = Path(os.environ["ZORD410_PROGRAMS"])
 EXAMPLES = SOURCE / "examples" / "web"
-LONGEST_WAIT = 60  # s, for what takes a second or two
 
 
 def promtool(*arguments, text=None):
@@ -28,18 +32,8 @@ def promtool(*arguments, text=None):
 
 def get(address, accept=None):
     request = urllib.request.Request(address, headers={"Accept": accept} if accept else {})
-    with urllib.request.urlopen(request, timeout=LONGEST_WAIT) as answer:
+    with urllib.request.urlopen(request, timeout=PATIENCE) as answer:
         return answer.read().decode()
-
-
-def wait_for(what, condition):
-    deadline = time.monotonic() + LONGEST_WAIT
-    while time.monotonic() < deadline:
-        result = condition()
-        if result:
-            return result
-        time.sleep(0.1)
-    raise AssertionError(f"not in {LONGEST_WAIT} s: {what}")
 
 
 class RunningProgram:
@@ -61,13 +55,13 @@ class RunningProgram:
                 raise AssertionError(f"it ended: {self.output}")
             return re.search(pattern, self.output, re.MULTILINE)
 
-        return wait_for(f"{pattern} in {self.output}", found)[1]
+        return wait_for(lambda: f"{pattern} in {self.output}", found)[1]
 
     def end(self):
         if self.process.poll() is None:
             os.killpg(self.process.pid, signal.SIGTERM)
             try:
-                self.process.wait(LONGEST_WAIT)
+                self.process.wait(PATIENCE)
             except subprocess.TimeoutExpired:
                 os.killpg(self.process.pid, signal.SIGKILL)
                 self.process.wait()
@@ -141,7 +135,7 @@ class Examples(unittest.TestCase):
 
     def try_dashboard(self):
         # What is no message counts in a table that was there, and begins the series of a refusal.
-        with socket.create_connection(("127.0.0.1", int(self.environment["ZORA_DCH_PORT"])), LONGEST_WAIT) as connection:
+        with socket.create_connection(("127.0.0.1", int(self.environment["ZORA_DCH_PORT"])), PATIENCE) as connection:
             connection.sendall(bytes(4))
             connection.recv(1024)
         # Queries of an increase compare values from the second one on, and answer nothing before.
@@ -185,7 +179,7 @@ class Examples(unittest.TestCase):
 
     def try_commands(self, name):
         commands = self.block("commands", name, "sh").replace("http://127.0.0.1:1980", self.page)
-        result = subprocess.run(["bash", "-e", "-c", commands], cwd=self.folder, env=self.environment, capture_output=True, text=True, timeout=LONGEST_WAIT, check=False)
+        result = subprocess.run(["bash", "-e", "-c", commands], cwd=self.folder, env=self.environment, capture_output=True, text=True, timeout=PATIENCE, check=False)
         self.assertEqual((0, ""), (result.returncode, result.stderr))
         output = re.sub(r"\d{4}-\d\d-\d\dT[\d:.]+Z", "TIME", result.stdout.replace("\r\n", "\n"))
         output = re.sub(r"\b\d{16}\b", "MICROSECONDS", output)

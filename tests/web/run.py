@@ -13,6 +13,7 @@ from data_test import *  # noqa: E402,F403
 from live_test import *  # noqa: E402,F403
 from looks_test import *  # noqa: E402,F403
 from modules_test import *  # noqa: E402,F403
+from source_test import *  # noqa: E402,F403
 from views_test import *  # noqa: E402,F403
 
 unittest.main(argv=sys.argv)
