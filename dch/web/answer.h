@@ -54,7 +54,7 @@ struct Answer {
   SharedText body = {};
   std::unique_ptr<Pieces> pieces = {};                           // in its place
   std::vector<std::pair<const char*, std::string>> fields = {};  // further ones of the header
-  bool isReport = false;  // its status is that of the server, not of the request
+  bool isExpected = false;  // its status is no refusal and no failure: nothing to be counted
 };
 
 // {"error": sentence}

@@ -126,14 +126,8 @@ const Router::Route* Router::findRoute(std::string_view path) {
 }
 
 void Router::handle(const WebRequest& request, const Respond& respond) {
-  // Who shows no token at all is asked for it, which is nothing to worry about.
-  const bool showsToken = Access::showsToken(request.authorization, request.cookies);
-  const auto counted = [this, respond, showsToken](Answer&& answer) {
-    if (answer.status == http_status::forbidden ||
-        (answer.status == http_status::unauthorized && showsToken))
-      _parts.counters.add(Counter::webRequestsRefused);
-    if (answer.status == http_status::serviceUnavailable && !answer.isReport)
-      _parts.counters.add(Counter::webFailures);
+  const auto counted = [this, respond](Answer&& answer) {
+    if (!answer.isExpected) count(answer.status);
     respond(std::move(answer));
   };
   try {
@@ -143,6 +137,12 @@ void Router::handle(const WebRequest& request, const Respond& respond) {
   } catch (const std::bad_alloc&) {
     counted(errorAnswer(http_status::serviceUnavailable, noMemory));
   }
+}
+
+void Router::count(int status) {
+  if (status == http_status::unauthorized || status == http_status::forbidden)
+    _parts.counters.add(Counter::webRequestsRefused);
+  if (status == http_status::serviceUnavailable) _parts.counters.add(Counter::webFailures);
 }
 
 void Router::answer(const WebRequest& request, const Respond& respond) {
@@ -163,14 +163,15 @@ void Router::answer(const WebRequest& request, const Respond& respond) {
   const Route* const route = findRoute(target.path);
   const bool isForEverybody = route != nullptr && route->isForEverybody;
   if (!isForEverybody && !_access.allowsToken(request.authorization, request.cookies))
-    return refuseWithoutToken(target.path, respond);
+    return refuseWithoutToken(request, target.path, respond);
   if (route == nullptr) return answerFile(target.path, respond);
   const Parameters asked(target.query);
   asked.allow(route->parameters);
   (this->*route->answer)(request, asked, respond);
 }
 
-void Router::refuseWithoutToken(std::string_view path, const Respond& respond) {
+void Router::refuseWithoutToken(const WebRequest& request, std::string_view path,
+                                const Respond& respond) {
   const std::string_view name = path.substr(1);
   if (isForAskingToken(name))
     if (const PageFile* const file = findPageFile(name))
@@ -179,6 +180,8 @@ void Router::refuseWithoutToken(std::string_view path, const Respond& respond) {
                                : errorAnswer(http_status::unauthorized,
                                              "a token is needed: Authorization: Bearer TOKEN");
   answer.fields.emplace_back("WWW-Authenticate", "Bearer");
+  // Who shows no token at all is only asked for it.
+  answer.isExpected = !Access::showsToken(request.authorization, request.cookies);
   respond(std::move(answer));
 }
 
@@ -263,7 +266,7 @@ void Router::answerHealth(const WebRequest&, const Parameters&, const Respond& r
   respond({.status = trouble.empty() ? http_status::ok : http_status::serviceUnavailable,
            .type = "text/plain; charset=utf-8",
            .body = shareText((trouble.empty() ? "ok" : trouble) + "\n"),
-           .isReport = true});
+           .isExpected = true});
 }
 
 }  // namespace dch

@@ -50,8 +50,8 @@ class Router {
   static const Route* findRoute(std::string_view path);
 
   void answer(const WebRequest& request, const Respond& respond);
-  bool hasToken(const WebRequest& request) const;
-  void refuseWithoutToken(std::string_view path, const Respond& respond);
+  void count(int status);
+  void refuseWithoutToken(const WebRequest& request, std::string_view path, const Respond& respond);
   void answerFile(std::string_view path, const Respond& respond);
 
   void answerApplications(const WebRequest& request, const Parameters& asked,
