@@ -11,33 +11,23 @@
 
 #include "dch/testkit/server_process.h"
 #include "dch/testkit/server_under_fault.h"
+#include "dch/testkit/system_call_faults.h"
 
 namespace dch::testkit {
 namespace {
 
-struct Call {
-  const char* name;
-  std::vector<const char*> errors;
-  int first = 1;
-};
-
-void PrintTo(const Call& call, std::ostream* out) {
-  *out << call.name;
-}
-
-class ZordchdFailingCallsTest : public ::testing::TestWithParam<Call> {
+class ZordchdFailingCallsTest : public ::testing::TestWithParam<SystemCall> {
  protected:
   // Lets the call of that number fail. Returns whether there was one.
   bool tryFault(const std::string& error, int number) const {
-    const std::string call = GetParam().name;
-    SCOPED_TRACE(call + ' ' + std::to_string(number) + ' ' + error);
+    SCOPED_TRACE(GetParam().name + (' ' + std::to_string(number)) + ' ' + error);
     const std::string log = _server.path("log");
     std::filesystem::remove(log);
-    const std::string fault = call + ":error=" + error + ":when=" + std::to_string(number);
+    Process::Arguments arguments = faultArguments(GetParam().name, error, number, 1, log);
     // -D: the server is the child of this process, and gets its signals.
-    _server.run("strace", {"-D", "-f", "-qq", "--seccomp-bpf", "-o", log, "-e", "trace=" + call,
-                           "-e", "inject=" + fault, serverPath()});
-    return contentOf(log).find("(INJECTED)") != std::string::npos;
+    arguments.insert(arguments.end(), {"-D", "-qq", "--seccomp-bpf", serverPath()});
+    _server.run("strace", arguments);
+    return hasFailed(log);
   }
 
   const ServerUnderFault _server;
@@ -46,22 +36,19 @@ class ZordchdFailingCallsTest : public ::testing::TestWithParam<Call> {
 // With ZORD410_FAILING_CALLS each call fails, otherwise the first, the second, the fourth and so
 // on.
 TEST_P(ZordchdFailingCallsTest, NoneOfThemHarmsIt) {
-  if (Process("strace", {"-D", "-f", "-o", _server.path("log"), "true"}).finish().exitStatus != 0)
-    GTEST_SKIP() << "strace cannot trace here";
+  if (!canTrace()) GTEST_SKIP() << "strace cannot trace here";
   const bool isEach = std::getenv("ZORD410_FAILING_CALLS") != nullptr;
-  const std::vector<const char*>& errors = GetParam().errors;
-  int count = 0;
-  for (int number = GetParam().first;
-       tryFault(errors[static_cast<std::size_t>(count) % errors.size()], number);
+  std::size_t count = 0;
+  for (int number = GetParam().first; tryFault(GetParam().error(count), number);
        number += isEach ? 1 : number)
     ++count;
-  EXPECT_GT(count, 0);
+  EXPECT_GT(count, 0u);
   std::cout << count << " faults\n";
 }
 
 // Not among them: brk, of which the loader dies; futex, of whose errors the C library ends the
 // process; rt_sigprocmask, whose errors it does not know when it starts a thread or a program.
-const std::vector<Call> calls{
+const std::vector<SystemCall> calls{
     {"epoll_wait", {"EINTR", "EINVAL"}},
     {"epoll_ctl", {"ENOMEM", "ENOSPC"}},
     {"epoll_create1", {"EMFILE", "ENOMEM"}},

@@ -10,18 +10,12 @@
 #include <vector>
 
 #include "dch/testkit/page_under_fault.h"
+#include "dch/testkit/system_call_faults.h"
 #include "tests/support/process.h"
 #include "tests/support/temporary_files.h"
 
 namespace dch::testkit {
 namespace {
-
-struct PageCall {
-  const char* name;
-  std::vector<const char*> errors;
-
-  friend void PrintTo(const PageCall& call, std::ostream* out) { *out << call.name; }
-};
 
 // Of those that come after so many of the same kind some are taken.
 constexpr int few = 5;
@@ -31,26 +25,23 @@ void letAnyoneTrace() {
   prctl(PR_SET_PTRACER, PR_SET_PTRACER_ANY);
 }
 
-class ZordchdWebFailingCallsTest : public ::testing::TestWithParam<PageCall> {
+class ZordchdWebFailingCallsTest : public ::testing::TestWithParam<SystemCall> {
  protected:
   // Asks while the calls from that number on fail, so many. Returns whether there were any.
   bool askWithout(const PageQuestion& question, int number, int failures) {
-    const std::vector<const char*>& errors = GetParam().errors;
-    const std::string error = errors[_asked++ % errors.size()];
+    const std::string error = GetParam().error(_asked++);
     const std::string call = GetParam().name;
     SCOPED_TRACE(call + ' ' + std::to_string(number) + ' ' + error + ' ' + question.name);
     const std::string log = _folder.path() + "/log";
-    Process tracer(
-        "strace",
-        {"-f", "-p", std::to_string(_page.processId()), "-o", log, "-e", "trace=" + call, "-e",
-         "inject=" + call + ":error=" + error + ":when=" + std::to_string(number) + ".." +
-             std::to_string(number + failures - 1)});
+    Process::Arguments arguments = faultArguments(call, error, number, failures, log);
+    arguments.insert(arguments.end(), {"-p", std::to_string(_page.processId())});
+    Process tracer("strace", arguments);
     tracer.waitForError("attached");
     _page.ask(question);
     tracer.signal(SIGTERM);
     tracer.finish();
     _page.expectRight(question);
-    return contentOf(log).find("(INJECTED)") != std::string::npos;
+    return hasFailed(log);
   }
 
   const TemporaryFolder _folder;
@@ -59,9 +50,7 @@ class ZordchdWebFailingCallsTest : public ::testing::TestWithParam<PageCall> {
 };
 
 TEST_P(ZordchdWebFailingCallsTest, NoneOfThemHarmsIt) {
-  if (Process("strace", {"-D", "-f", "-o", _folder.path() + "/log", "true"}).finish().exitStatus !=
-      0)
-    GTEST_SKIP() << "strace cannot trace here";
+  if (!canTrace()) GTEST_SKIP() << "strace cannot trace here";
   int faults = 0;
   for (const PageQuestion& question : pageQuestions())
     for (const int failures : {1, 20})
@@ -76,7 +65,7 @@ TEST_P(ZordchdWebFailingCallsTest, NoneOfThemHarmsIt) {
 // What the page calls the system for. Not among them: write, by which threads wake each other and
 // which an eventfd does not refuse; timerfd_settime, whose failures cost as long as the alarms are
 // set for; fcntl, by which the store gives its locks back, and which does not fail at that.
-const std::vector<PageCall> pageCalls{
+const std::vector<SystemCall> pageCalls{
     {"accept4", {"EMFILE", "ECONNABORTED", "ENOBUFS", "EINTR"}},
     {"getsockname", {"ENOBUFS"}},
     {"setsockopt", {"ENOBUFS", "EPERM", "ENOPROTOOPT"}},

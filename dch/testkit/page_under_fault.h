@@ -4,9 +4,8 @@
 #define DCH_TESTKIT_PAGE_UNDER_FAULT_H
 
 #include <cstddef>
-#include <functional>
+#include <cstdint>
 #include <ostream>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -51,9 +50,7 @@ class PageUnderFault {
   std::string summary() const;
 
  private:
-  void sendRow();
   bool isAcknowledged(const std::string& row) const;
-  std::string read(const HttpClient& client, const PageQuestion& question);
   bool isRight(const PageQuestion& question, const std::string& answer) const;
   std::size_t descriptors() const;
   int gauge(const char* name) const;
