@@ -153,10 +153,8 @@ Applied Registry::apply(Row* change) noexcept {
   if (source == nullptr) return refused(DCH_STATUS_UNKNOWN_HANDLE);
   if (!source->isOnline)
     _offlineRows.replace(source, change);
-  else if (source->row)
-    std::swap(*source->row, *change);
   else
-    source->row = std::exchange(*change, Row());
+    std::swap(source->row ? *source->row : source->row.emplace(), *change);
   return {DCH_STATUS_OK, source, {}};
 }
 

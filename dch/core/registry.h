@@ -144,7 +144,8 @@ class Registry {
   Applied apply(const WentOnline& change, Prepared&& prepared) noexcept;
   Applied apply(const WentOffline& change, Prepared&& prepared) noexcept;
   // A row that was good when it came stays good, whatever has come in between. It is taken unless
-  // its source is off line and it is larger than all rows of such sources may be.
+  // its source is off line and it is larger than all rows of such sources may be. Of a source that
+  // is on line `change` holds the row before it then, an empty one where there was none.
   Applied apply(Row* change) noexcept;
 
   // The source with this handle, null when there is none.
