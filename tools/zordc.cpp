@@ -17,9 +17,10 @@ constexpr char footer[] =
     "The DCH is found through ZORA_DCH_ADDR (local host) and ZORA_DCH_PORT (1919).\n"
     "\n"
     "Exit status: 0 done, when a signal ends watch or status, or when nobody reads the output any\n"
-    "more, 1 an action's result is not 0, 64 wrong command line, 66 the DCH knows no such thing,\n"
-    "69 the DCH cannot be reached, 74 the output cannot be written, 75 a wait ran out, 76 a wait\n"
-    "for status failed or an answer of its page was cut short, 77 its page wants a token.";
+    "more, 1 an action's result is not 0, 64 wrong command line, 65 no token in its file, 66 the\n"
+    "DCH knows no such thing, 69 the DCH cannot be reached, 70 no memory, 71 no descriptor is\n"
+    "left, 74 the output cannot be written, 75 a wait ran out, 76 a wait for status failed or an\n"
+    "answer of its page was cut short, 77 its page wants a token.";
 
 constexpr char watchFooter[] =
     "Examples:\n"

@@ -14,9 +14,9 @@ constexpr char footer[] =
     "ZORA_DCH_TIMEOUT seconds (30).\n"
     "\n"
     "Exit status: 0 every row was sent, 64 wrong command line, 65 bad input, 66 a file cannot be\n"
-    "read, 69 the DCH does not answer at the start or at the end, 76 the DCH refused a request "
-    "(its\n"
-    "status is in the message), 128 and the signal's number when a signal ended it.";
+    "read, 69 the DCH does not answer at the start or at the end, 70 no memory, 71 no descriptor\n"
+    "is left, 76 the DCH refused a request (its status is in the message), 128 and the signal's\n"
+    "number when a signal ended it.";
 
 constexpr char sendFooter[] =
     "Example:\n"
