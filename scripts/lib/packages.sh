@@ -3,9 +3,10 @@
 # The presets build with ninja; `cmake -S . -B B` alone takes make.
 build_packages=(
   cmake g++ libboost1.81-dev libcli11-dev libcsv-dev libcurl4-openssl-dev libgmock-dev libgtest-dev libjs-dygraphs
-  libsqlite3-dev libsystemd-dev libtomlplusplus-dev make ninja-build nlohmann-json3-dev pkgconf)
+  libsqlite3-dev libsystemd-dev libtomlplusplus-dev make ninja-build nlohmann-json3-dev pkgconf python3 scdoc)
 test_packages=(
-  chromium chromium-driver clang-format curl fonts-dejavu-core prometheus python3-selenium sqlite3 strace systemd)
+  chromium chromium-driver clang-format curl fonts-dejavu-core man-db prometheus python3-selenium sqlite3 strace
+  systemd)
 fuzz_packages=(clang libclang-rt-14-dev)
 analysis_packages=(clang-tidy cppcheck)
 coverage_packages=(gcovr)
