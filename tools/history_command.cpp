@@ -16,7 +16,7 @@
 #include "tools/common/output.h"
 #include "tools/common/printable.h"
 #include "tools/kept_row_writer.h"
-#include "tools/line_input.h"
+#include "tools/page_token.h"
 #include "tools/text_table.h"
 #include "tools/web_answer.h"
 
@@ -116,18 +116,6 @@ void printRows(WebAnswer* answer, KeptRowWriter* writer, RowsSoFar* soFar) {
   printer.flush();
 }
 
-std::string tokenIn(const std::string& path) {
-  LineInput file(path, [](int) {});
-  std::string token;
-  file.next(&token);
-  while (!token.empty() && (token.back() == '\n' || token.back() == '\r')) token.pop_back();
-  const bool isToken = !token.empty() && std::all_of(token.begin(), token.end(), [](char each) {
-    return each > ' ' && each < '\x7f';
-  });
-  if (!isToken) throw Failure(EX_DATAERR, path + ": its first line is no token");
-  return token;
-}
-
 WebQuestion questionFor(const HistoryOptions& options) {
   WebQuestion question{options.web, "/api/rows", {}, {}};
   const auto add = [&](const char* name, const std::optional<std::string>& value) {
@@ -139,7 +127,7 @@ WebQuestion questionFor(const HistoryOptions& options) {
   add("since", options.since);
   add("until", options.until);
   add("format", options.format == "csv" ? "csv" : "json");
-  if (!options.tokenPath.empty()) question.token = tokenIn(options.tokenPath);
+  if (!options.tokenPath.empty()) question.token = pageTokenIn(options.tokenPath);
   return question;
 }
 

@@ -13,21 +13,11 @@
 #include "tools/input_watch.h"
 #include "tools/progress.h"
 #include "tools/provider_session.h"
+#include "tools/registration_file.h"
 #include "tools/row_reader.h"
 
 namespace tools {
 namespace {
-
-suite::Registration readRegistration(const std::string& path) {
-  LineInput file(path, [](int) {});
-  std::string text;
-  for (std::string line; file.next(&line);) text += line;
-  suite::Registration registration;
-  std::string error;
-  if (!suite::parseRegistration(text, &registration, &error))
-    throw Failure(EX_DATAERR, path + ": " + error);
-  return registration;
-}
 
 const suite::RegisteredGroup& groupOf(const suite::Registration& registration,
                                       const SendOptions& options) {
