@@ -2,6 +2,7 @@
 #include "tools/action_command.h"
 #include "tools/catalogue_command.h"
 #include "tools/common/command_line.h"
+#include "tools/completion_values.h"
 #include "tools/history_command.h"
 #include "tools/status_command.h"
 #include "tools/watch_command.h"
@@ -234,5 +235,6 @@ int main(int argc, char** argv) {
   addStatus(&app, &statusOptions, &job);
   addAct(&app, &actionOptions, &job);
   addDefer(&app, &deferralOptions, &job);
-  return tools::runTool(app, argc, argv, [&] { return job(); });
+  return tools::runTool(
+      app, argc, argv, [&] { return job(); }, tools::consumerValues);
 }

@@ -1,5 +1,6 @@
 // zordp: acts as a data provider on the command line.
 #include "tools/common/command_line.h"
+#include "tools/completion_values.h"
 #include "tools/send_command.h"
 #include "zordchcl/zordchcl.h"
 
@@ -76,5 +77,6 @@ int main(int argc, char** argv) {
       ->check(tools::oneOf({"csv", "jsonl"}));
   send->add_flag("-k,--keep", options.keep, "Leave the application registered");
 
-  return tools::runTool(app, argc, argv, [&] { return tools::send(options); });
+  return tools::runTool(
+      app, argc, argv, [&] { return tools::send(options); }, tools::providerValues);
 }

@@ -7,6 +7,7 @@
 
 #include "dch/journal.h"
 #include "dch/service/setting_checks.h"
+#include "tools/common/completion.h"
 
 namespace dch {
 
@@ -87,6 +88,7 @@ std::optional<int> readOptions(int argc, const char* const* argv, Options* optio
       ->type_name("ADDR:PORT")
       ->check(checkWebAddress);
   app.add_flag("--verbose", options->verbose, "Tell each event on standard error");
+  if (const auto exitStatus = tools::complete(app, argc, argv)) return exitStatus;
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

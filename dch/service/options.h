@@ -20,8 +20,8 @@ struct Options {
   bool verbose = false;
 };
 
-// Fills `options`. Returns the exit status when the process is to end: after it printed the help or
-// the version, or an error on standard error.
+// Fills `options`. Returns the exit status when the process is to end: after it printed the help,
+// the version or what a shell asked for (tools/common/completion.h), or an error on standard error.
 std::optional<int> readOptions(int argc, const char* const* argv, Options* options);
 
 }  // namespace dch

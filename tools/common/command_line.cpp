@@ -69,15 +69,18 @@ CLI::Validator positiveNumber() {
 }
 
 CLI::Validator oneOf(const std::vector<std::string>& words) {
-  return CLI::Validator(
+  CLI::Validator validator(
       [words](const std::string& word) -> std::string {
         if (std::find(words.begin(), words.end(), word) != words.end()) return {};
         return "'" + word + "' is none of " + joined(words, ", ");
       },
       "");
+  return validator.name(joined(words, "|"));  // for completion.cpp
 }
 
-int runTool(CLI::App& app, int argc, char** argv, const std::function<int()>& run) {
+int runTool(CLI::App& app, int argc, char** argv, const std::function<int()>& run,
+            const FindValues& findValues) {
+  if (const auto exitStatus = complete(app, argc, argv, findValues)) return *exitStatus;
   const auto fail = [&app](int exitStatus, const std::string& message) {
     std::cerr << app.get_name() << ": " << message << '\n';
     return exitStatus;

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/common/completion.h"
+
 namespace tools {
 
 // A command line with --help, --version and exactly one subcommand. `footer` ends the help text.
@@ -23,8 +25,9 @@ CLI::Validator oneOf(const std::vector<std::string>& words);
 
 // Parses the command line and does `run`, whose result is the exit status. A wrong command line and
 // a Failure become a message on standard error that begins with the tool's name, and their exit
-// status.
-int runTool(CLI::App& app, int argc, char** argv, const std::function<int()>& run);
+// status. A shell that asks what may stand on the command line (completion.h) is answered instead.
+int runTool(CLI::App& app, int argc, char** argv, const std::function<int()>& run,
+            const FindValues& findValues);
 
 }  // namespace tools
 
