@@ -6,7 +6,7 @@ build_packages=(
   libsqlite3-dev libsystemd-dev libtomlplusplus-dev make ninja-build nlohmann-json3-dev pkgconf python3 scdoc)
 test_packages=(
   bash-completion chromium chromium-driver clang-format curl fish fonts-dejavu-core man-db prometheus
-  python3-pexpect python3-pyte python3-selenium sqlite3 strace systemd zsh)
+  python3-pexpect python3-pyte python3-selenium sqlite3 strace systemd tshark zsh)
 fuzz_packages=(clang libclang-rt-14-dev)
 analysis_packages=(clang-tidy cppcheck)
 coverage_packages=(gcovr)
