@@ -1,0 +1,241 @@
+"""Changes of the status of providers, as an iterator."""
+
+from __future__ import annotations
+
+import ctypes
+import threading
+import time
+from ctypes import byref, c_ulong, c_void_p
+from dataclasses import dataclass
+from types import TracebackType
+
+from . import _requests
+from ._calls import call, start_quiet_thread
+from ._library import library, libc
+from ._mailbox import Mailbox
+from ._open_feeds import open_feeds
+from ._upkeep import CHECK_SECONDS, Upkeep
+from .errors import SubscriptionError
+
+# Each renewal makes the DCH tell of all that is on line once more, so it is not done too often.
+_SILENCE_SECONDS = 30.0
+_CHANGES_WAITING = 100_000
+# Each subscription that cannot be sent leaves a socket behind.
+_TRIES = 3
+# So often the end is looked for.
+_LOOK_SECONDS = 0.25
+_CHANGES = {"4112": "registered", "4117": "online", "4133": "offline", "4128": "unregistered"}
+
+
+class Timespec(ctypes.Structure):
+    """struct timespec."""
+
+    _fields_ = [("seconds", ctypes.c_long), ("nanoseconds", ctypes.c_long)]
+
+
+_CLOCK_MONOTONIC = 1
+_CANCELLED = c_void_p(-1).value  # PTHREAD_CANCELED
+libc.pthread_create.argtypes = [ctypes.POINTER(c_ulong), c_void_p, c_void_p, c_void_p]
+libc.pthread_clockjoin_np.argtypes = [c_ulong, ctypes.POINTER(c_void_p), ctypes.c_int, ctypes.POINTER(Timespec)]
+libc.pthread_cancel.argtypes = [c_ulong]
+libc.pthread_join.argtypes = [c_ulong, ctypes.POINTER(c_void_p)]
+
+
+@dataclass(frozen=True)
+class StatusChange:
+    """What became of a provider.
+
+    change: "registered", "online", "offline" or "unregistered", or the number of a request that this
+            version does not know
+    group, source: empty where the change is one of the application as a whole
+    """
+
+    change: str
+    application: str
+    group: str
+    source: str
+
+
+class _Wait:
+    """A wait for the next change. No call breaks one, and Python's threads cannot be cancelled: so it
+    is a thread of the system's, which runs the library's function and nothing else."""
+
+    def __init__(self, handle: int) -> None:
+        self._thread = c_ulong()
+        function = ctypes.cast(library().dc_waitForDPStatus, c_void_p)
+        error = libc.pthread_create(byref(self._thread), None, function, handle)
+        if error != 0:
+            raise SubscriptionError(f"no thread to wait for a change of status: {error}")
+
+    def result(self, seconds: float) -> str | None:
+        """The text of the change, empty after a failure; None when it has not come in that time."""
+        until = time.monotonic() + seconds
+        end = Timespec(int(until), int(until % 1 * 1e9))
+        text = c_void_p()
+        if libc.pthread_clockjoin_np(self._thread, byref(text), _CLOCK_MONOTONIC, byref(end)) != 0:
+            return None
+        return _copied(text)
+
+    def cancel(self) -> str | None:
+        """Ends the wait. Returns the change that had come by then."""
+        text = c_void_p()
+        libc.pthread_cancel(self._thread)
+        libc.pthread_join(self._thread, byref(text))
+        return None if text.value == _CANCELLED else _copied(text)
+
+
+def _copied(text: c_void_p) -> str:
+    return ctypes.string_at(text).decode("utf-8", "surrogateescape") if text else ""
+
+
+class StatusChanges:
+    """Changes of status as they come: what `status_changes` gives. An iterator and a context manager.
+    Any thread may iterate or close."""
+
+    def __init__(self, timeout: float | None) -> None:
+        self._timeout = timeout
+        self._changes: Mailbox[StatusChange] = Mailbox(_CHANGES_WAITING)
+        self._upkeep = Upkeep("changes of status", _SILENCE_SECONDS)
+        self._closing = threading.Event()
+        # What is known to be on line: a DCH that is asked again tells of it again.
+        self._online: set[tuple[str, str, str]] = set()
+        if not _only_one.acquire(blocking=False):
+            raise SubscriptionError("another status_changes() of this process is open, and there can be only one")
+        try:
+            handle = call(_subscribe)
+            if handle is None:
+                raise SubscriptionError("the subscription to changes of status could not be sent")
+            self._handle: int = handle
+            try:
+                call(_requests.pulse)  # the DCH has come to the subscription when it has answered
+            except BaseException:
+                library().dc_waitForDPStatusDestroy(handle)
+                raise
+            self._receiver = start_quiet_thread(self._receive, "zord410 changes of status")
+        except BaseException:
+            _only_one.release()
+            raise
+        open_feeds.add(self)
+
+    def __iter__(self) -> StatusChanges:
+        return self
+
+    def __next__(self) -> StatusChange:
+        """Waits for the next change. Raises TimeoutError when none came for `timeout` seconds, after
+        which the next call waits again; SubscriptionError when the subscription was lost for good.
+        A subscription that is closed ends the iteration."""
+        try:
+            return self._changes.get(self._timeout)
+        except TimeoutError:
+            raise TimeoutError(f"no change of status came for {self._timeout} s") from None
+
+    def close(self) -> None:
+        """Ends the subscription, and the wait of those that iterate; takes up to two seconds. Does
+        nothing when that was done."""
+        self._changes.close()
+        self._closing.set()
+        self._receiver.join()
+        open_feeds.discard(self)
+
+    def __enter__(self) -> StatusChanges:
+        return self
+
+    def __exit__(
+        self, kind: type[BaseException] | None, error: BaseException | None, traceback: TracebackType | None
+    ) -> None:
+        self.close()
+
+    # On the thread that receives.
+
+    def _receive(self) -> None:
+        try:
+            wait = _Wait(self._handle)
+            while not self._closing.is_set():
+                text = wait.result(_LOOK_SECONDS)
+                if text is None:
+                    if self._upkeep.is_due():
+                        wait = self._renew(wait)
+                    continue
+                if text:
+                    self._take(text)
+                else:
+                    self._replace(self._subscribe_again())
+                wait = _Wait(self._handle)
+            wait.cancel()
+        except SubscriptionError as error:
+            message = str(error)
+            self._changes.fail(lambda: SubscriptionError(message))
+        finally:
+            library().dc_waitForDPStatusDestroy(self._handle)
+            _only_one.release()
+
+    def _take(self, text: str) -> None:
+        self._upkeep.message_came()
+        change = _parse(text)
+        source = (change.application, change.group, change.source)
+        if change.change != "online":
+            self._online.discard(source)
+        elif source in self._online:
+            return
+        else:
+            self._online.add(source)
+        self._changes.put(change)
+
+    def _renew(self, wait: _Wait) -> _Wait:
+        """Goes over to a new subscription, when the DCH has it. What is on line is told again then,
+        and is no change."""
+        handle = _subscribe()
+        if handle is None:
+            return wait  # the next silence is the next chance
+        if not _requests.pulse():
+            library().dc_waitForDPStatusDestroy(handle)
+            return wait
+        if text := wait.cancel():
+            self._take(text)
+        self._replace(handle)
+        return _Wait(handle)
+
+    def _replace(self, handle: int) -> None:
+        before, self._handle = self._handle, handle
+        library().dc_waitForDPStatusDestroy(before)
+
+    def _subscribe_again(self) -> int:
+        for number in range(_TRIES):
+            if number > 0:
+                self._closing.wait(CHECK_SECONDS)
+            handle = _subscribe()
+            if handle is not None:
+                return handle
+        raise SubscriptionError("cannot subscribe to changes of status again")
+
+
+# The library keeps the text of a change where the next wait, of whichever handle, overwrites it.
+_only_one = threading.Lock()
+
+
+def status_changes(*, timeout: float | None = None) -> StatusChanges:
+    """Follows providers that come and go; begins with what is on line.
+
+        with zord410.status_changes() as changes:
+            for change in changes:
+                print(change.change, change.application, change.group, change.source)
+
+    timeout: seconds without a change after which iterating raises TimeoutError; None waits on
+
+    A process can have one at a time: SubscriptionError when there is another. When the DCH dies and
+    starts anew this subscribes again within some seconds, and after each silence of half a minute;
+    changes before that are missed, and one at that very moment may be, or come twice. Ctrl-C, or `close` on any thread, ends the iteration.
+    """
+    return StatusChanges(timeout)
+
+
+def _subscribe() -> int | None:
+    handle: int | None = library().dc_waitForDPStatusInitialize()
+    return handle
+
+
+def _parse(text: str) -> StatusChange:
+    # Commas inside names are as they are, but the first two names of a registration have none.
+    application, group, rest = text.split(",", 2)
+    source, _, code = rest.rpartition(",")
+    return StatusChange(_CHANGES.get(code, code), application, group, source)
