@@ -59,7 +59,8 @@ class Variables(unittest.TestCase):
 
     def test_of_the_tools(self):
         library = variables_of(Page("zord410.3"))
-        self.assertLessEqual(variables_read(shipped_sources("tools")), library)
+        # Completion alone reads HOME, for what a shell would make of ~.
+        self.assertLessEqual(variables_read(shipped_sources("tools")), library | {"HOME"})
         for name in ("zordp.1", "zordc.1"):
             named = variables_of(Page(name))
             self.assertIn("ZORA_DCH_ADDR", named)
