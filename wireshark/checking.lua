@@ -1,4 +1,4 @@
--- Part 4: says what is wrong with a message, by the rules of the server.
+-- Says what is wrong with a message, by the rules of the server.
 
 -- Fields are { type, most characters, shown as }. `answer` is the form of a request's answer.
 local applName, attrGroup, sourceName = { T.applName, 20 }, { T.attrGroup, 32 }, { T.sourceName, 32 }

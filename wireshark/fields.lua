@@ -1,4 +1,4 @@
--- Part 2: what can be filtered for, and what Wireshark lets users set.
+-- What can be filtered for, and what Wireshark lets users set.
 
 local f = {
   message = ProtoField.string("zord410.message", "Message"),

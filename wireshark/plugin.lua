@@ -1,4 +1,4 @@
--- Part 7: what Wireshark calls.
+-- What Wireshark calls.
 
 -- The record of the frame's next message: messages of a frame come in the same order each time.
 local function nextRecord(pinfo, make)

@@ -1,4 +1,4 @@
--- Part 3: takes messages and registration texts apart, whatever is in them.
+-- Takes messages and registration texts apart, whatever is in them.
 
 local function unsigned16(bytes, at)
   local high, low = bytes:byte(at, at + 1)

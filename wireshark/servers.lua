@@ -1,4 +1,4 @@
--- Part 5: what is known of servers, requests and their answers.
+-- What is known of servers, requests and their answers.
 --
 -- Wireshark dissects each frame once, in order, and again whenever somebody looks at it. What is learnt
 -- of a message is learnt the first time only, and kept in a record as it was then.

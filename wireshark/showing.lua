@@ -1,4 +1,4 @@
--- Part 6: puts a message into Wireshark's tree and columns.
+-- Puts a message into Wireshark's tree and columns.
 
 local function rangeOf(tvb, at, length)
   return tvb:range(at, math.min(length, tvb:len() - at))

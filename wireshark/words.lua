@@ -1,4 +1,4 @@
--- Part 1: what things are called, and limits.
+-- What things are called, and limits.
 
 local channel = Proto("zord410", "Data Channel")
 
