@@ -1,9 +1,7 @@
 """A server, programs that talk to it, and what they say to each other."""
 
 import os
-import re
 import selectors
-import signal
 import socket
 import subprocess
 import sys
@@ -15,34 +13,20 @@ from pathlib import Path
 SOURCE = Path(__file__).resolve().parents[1]
 sys.path.insert(0, str(SOURCE / "tests" / "support"))
 
-from messages import code_of  # noqa: E402  pylint: disable=wrong-import-position
-from patience import PATIENCE, wait_for  # noqa: E402  pylint: disable=wrong-import-position
+# pylint: disable=wrong-import-position
+from messages import code_of  # noqa: E402
+from patience import PATIENCE, wait_for  # noqa: E402
+from running_program import RunningProgram  # noqa: E402
 
 PROGRAMS = Path(os.environ["ZORD410_PROGRAMS"])
 LOOPBACK = "127.0.0.1"
 
 
-class Program:
-    """A program whose output is read until its end; input goes to it with `say`."""
+class Program(RunningProgram):
+    """One to which input goes with `say`."""
 
     def __init__(self, *arguments, environment, **options):
-        self.process = subprocess.Popen([str(each) for each in arguments], env=environment, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-                                        stderr=subprocess.STDOUT, text=True, **options)
-        self.output = ""
-        self.reader = threading.Thread(target=self.read)
-        self.reader.start()
-
-    def read(self):
-        for line in self.process.stdout:
-            self.output += line
-
-    def wait_for_output(self, pattern):
-        def found():
-            if self.process.poll() is not None:
-                raise AssertionError(f"{self.process.args} ended: {self.output}")
-            return re.search(pattern, self.output, re.MULTILINE)
-
-        return wait_for(lambda: f"{pattern} in {self.output}", found)[1]
+        super().__init__(*arguments, env=environment, stdin=subprocess.PIPE, **options)
 
     def say(self, words):
         self.process.stdin.write(words)
@@ -59,16 +43,8 @@ class Program:
         return self.output
 
     def end(self):
-        if self.process.poll() is None:
-            self.process.send_signal(signal.SIGTERM)
-            try:
-                self.process.wait(PATIENCE)
-            except subprocess.TimeoutExpired:
-                self.process.kill()
-                self.process.wait()
-        self.reader.join()
-        for stream in (self.process.stdin, self.process.stdout):
-            stream.close()
+        super().end()
+        self.process.stdin.close()
 
 
 @dataclass

@@ -4,12 +4,10 @@ programs from ZORD410_PROGRAMS."""
 import json
 import os
 import re
-import signal
 import socket
 import subprocess
 import sys
 import tempfile
-import threading
 import unittest
 import urllib.error
 import urllib.parse
@@ -20,7 +18,9 @@ SOURCE = Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(SOURCE / "tests" / "support"))
 sys.dont_write_bytecode = True
 
-from patience import PATIENCE, wait_for  # noqa: E402  pylint: disable=wrong-import-position
+# pylint: disable=wrong-import-position
+from patience import PATIENCE, wait_for  # noqa: E402
+from running_program import RunningProgram  # noqa: E402
 
 PROGRAMS = Path(os.environ["ZORD410_PROGRAMS"])
 EXAMPLES = SOURCE / "examples" / "web"
@@ -34,39 +34,6 @@ def get(address, accept=None):
     request = urllib.request.Request(address, headers={"Accept": accept} if accept else {})
     with urllib.request.urlopen(request, timeout=PATIENCE) as answer:
         return answer.read().decode()
-
-
-class RunningProgram:
-    """A program whose output is read until its end, and that is ended with all that it started."""
-
-    def __init__(self, *arguments, **options):
-        self.process = subprocess.Popen([str(each) for each in arguments], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, start_new_session=True, **options)
-        self.output = ""
-        self.reader = threading.Thread(target=self.read)
-        self.reader.start()
-
-    def read(self):
-        for line in self.process.stdout:
-            self.output += line
-
-    def wait_for_output(self, pattern):
-        def found():
-            if self.process.poll() is not None:
-                raise AssertionError(f"it ended: {self.output}")
-            return re.search(pattern, self.output, re.MULTILINE)
-
-        return wait_for(lambda: f"{pattern} in {self.output}", found)[1]
-
-    def end(self):
-        if self.process.poll() is None:
-            os.killpg(self.process.pid, signal.SIGTERM)
-            try:
-                self.process.wait(PATIENCE)
-            except subprocess.TimeoutExpired:
-                os.killpg(self.process.pid, signal.SIGKILL)
-                self.process.wait()
-        self.reader.join()
-        self.process.stdout.close()
 
 
 class RulesAndConfiguration(unittest.TestCase):
