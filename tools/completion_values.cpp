@@ -4,12 +4,12 @@
 #include <sysexits.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <clocale>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <nlohmann/json.hpp>
+#include <unordered_set>
 
 #include "tools/catalogue_question.h"
 #include "tools/common/failure.h"
@@ -47,16 +47,16 @@ std::string valueOf(const GivenValues& given, const std::string& name,
 class Names {
  public:
   void add(const std::string& name) {
-    const Candidate candidate{name, ""};
     // What begins with - would be taken for an option.
     if (!name.empty() && name[0] != '-' && printable(name).text == name &&
-        std::find(_candidates.begin(), _candidates.end(), candidate) == _candidates.end())
-      _candidates.push_back(candidate);
+        _known.insert(name).second)
+      _candidates.push_back({name, ""});
   }
   std::vector<Candidate> take() { return std::move(_candidates); }
 
  private:
-  std::vector<Candidate> _candidates;
+  std::vector<Candidate> _candidates;  // in the order in which they came
+  std::unordered_set<std::string> _known;
 };
 
 std::vector<Candidate> namesOfTheDch(const std::string& name, const GivenValues& given) {
