@@ -7,13 +7,11 @@ import threading
 import time
 from ctypes import byref, c_ulong, c_void_p
 from dataclasses import dataclass
-from types import TracebackType
 
 from . import _requests
-from ._calls import call, start_quiet_thread
+from ._calls import call
+from ._feed import Feed
 from ._library import library, libc
-from ._mailbox import Mailbox
-from ._open_feeds import open_feeds
 from ._upkeep import CHECK_SECONDS, Upkeep
 from .errors import SubscriptionError
 
@@ -88,15 +86,13 @@ def _copied(text: c_void_p) -> str:
     return ctypes.string_at(text).decode("utf-8", "surrogateescape") if text else ""
 
 
-class StatusChanges:
+class StatusChanges(Feed[StatusChange]):
     """Changes of status as they come: what `status_changes` gives. An iterator and a context manager.
     Any thread may iterate or close."""
 
     def __init__(self, timeout: float | None) -> None:
-        self._timeout = timeout
-        self._changes: Mailbox[StatusChange] = Mailbox(_CHANGES_WAITING)
+        super().__init__("change of status", _CHANGES_WAITING, timeout)
         self._upkeep = Upkeep("changes of status", _SILENCE_SECONDS)
-        self._closing = threading.Event()
         # What is known to be on line: a DCH that is asked again tells of it again.
         self._online: set[tuple[str, str, str]] = set()
         if not _only_one.acquire(blocking=False):
@@ -111,39 +107,10 @@ class StatusChanges:
             except BaseException:
                 library().dc_waitForDPStatusDestroy(handle)
                 raise
-            self._receiver = start_quiet_thread(self._receive, "zord410 changes of status")
+            self._start(self._receive, "zord410 changes of status")
         except BaseException:
             _only_one.release()
             raise
-        open_feeds.add(self)
-
-    def __iter__(self) -> StatusChanges:
-        return self
-
-    def __next__(self) -> StatusChange:
-        """Waits for the next change. Raises TimeoutError when none came for `timeout` seconds, after
-        which the next call waits again; SubscriptionError when the subscription was lost for good.
-        A subscription that is closed ends the iteration."""
-        try:
-            return self._changes.get(self._timeout)
-        except TimeoutError:
-            raise TimeoutError(f"no change of status came for {self._timeout} s") from None
-
-    def close(self) -> None:
-        """Ends the subscription, and the wait of those that iterate; takes up to two seconds. Does
-        nothing when that was done."""
-        self._changes.close()
-        self._closing.set()
-        self._receiver.join()
-        open_feeds.discard(self)
-
-    def __enter__(self) -> StatusChanges:
-        return self
-
-    def __exit__(
-        self, kind: type[BaseException] | None, error: BaseException | None, traceback: TracebackType | None
-    ) -> None:
-        self.close()
 
     # On the thread that receives.
 
@@ -164,7 +131,7 @@ class StatusChanges:
             wait.cancel()
         except SubscriptionError as error:
             message = str(error)
-            self._changes.fail(lambda: SubscriptionError(message))
+            self._mailbox.fail(lambda: SubscriptionError(message))
         finally:
             library().dc_waitForDPStatusDestroy(self._handle)
             _only_one.release()
@@ -179,7 +146,7 @@ class StatusChanges:
             return
         else:
             self._online.add(source)
-        self._changes.put(change)
+        self._mailbox.put(change)
 
     def _renew(self, wait: _Wait) -> _Wait:
         """Goes over to a new subscription, when the DCH has it. What is on line is told again then,
@@ -224,7 +191,8 @@ def status_changes(*, timeout: float | None = None) -> StatusChanges:
 
     A process can have one at a time: SubscriptionError when there is another. When the DCH dies and
     starts anew this subscribes again within some seconds, and after each silence of half a minute;
-    changes before that are missed, and one at that very moment may be, or come twice. Ctrl-C, or `close` on any thread, ends the iteration.
+    changes before that are missed, and one at that very moment may be, or come twice. Ctrl-C, or
+    `close` on any thread, ends the iteration.
     """
     return StatusChanges(timeout)
 

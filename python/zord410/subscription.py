@@ -7,13 +7,11 @@ import ctypes
 import logging
 import threading
 import time
-from types import TracebackType
 
 from . import _requests
 from ._calls import call, start_quiet_thread
+from ._feed import Feed
 from ._library import MAX_APPL_NAME, MAX_ATTR_GROUP, library
-from ._mailbox import Mailbox
-from ._open_feeds import open_feeds
 from ._upkeep import CHECK_SECONDS, Upkeep
 from .errors import SubscriptionError
 from .values import MalformedRow, Row, decode_row, is_data
@@ -32,7 +30,7 @@ _SETTLE_SECONDS = 0.01
 _TRIES = 3
 
 
-class Subscription:
+class Subscription(Feed[Row]):
     """The rows of a group as they come: what `subscribe` gives. An iterator and a context manager.
 
     Threads: what comes is received on a thread of its own, which keeps up to 10,000 rows for whoever
@@ -42,13 +40,11 @@ class Subscription:
     def __init__(self, application: str, group: str, timeout: float | None) -> None:
         _check_name("application", application, MAX_APPL_NAME)
         _check_name("group", group, MAX_ATTR_GROUP)
+        super().__init__(f"row of {application} {group}", _ROWS_WAITING, timeout)
         self.application = application
         self.group = group
-        self._timeout = timeout
         self._names = application.encode(), group.encode()
-        self._rows: Mailbox[Row] = Mailbox(_ROWS_WAITING)
         self._upkeep = Upkeep(f"rows of {application} {group}", _SILENCE_SECONDS)
-        self._closing = threading.Event()
         self._overlap: collections.deque[bytes] = collections.deque()
         self._overlap_end = 0.0
         self._since_renewal = _no_rows()  # what has come since a renewal began
@@ -64,38 +60,8 @@ class Subscription:
         except BaseException:
             library().dc_waitOnDataDestroy(handle)
             raise
-        self._receiver = start_quiet_thread(self._receive, f"zord410 rows of {application} {group}")
+        self._start(self._receive, f"zord410 rows of {application} {group}")
         self._checker = start_quiet_thread(self._check, f"zord410 upkeep of {application} {group}")
-        open_feeds.add(self)
-
-    def __iter__(self) -> Subscription:
-        return self
-
-    def __next__(self) -> Row:
-        """Waits for the next row. Raises TimeoutError when none came for `timeout` seconds, after
-        which the next call waits again; SubscriptionError when the subscription was lost for good.
-        A subscription that is closed ends the iteration."""
-        try:
-            return self._rows.get(self._timeout)
-        except TimeoutError:
-            raise TimeoutError(f"no row of {self.application} {self.group} came for {self._timeout} s") from None
-
-    def close(self) -> None:
-        """Ends the subscription, and the wait of those that iterate. Rows that nobody has taken are
-        dropped. Takes up to two seconds while the DCH is away. Does nothing when that was done."""
-        self._rows.close()
-        self._closing.set()
-        self._break_wait()
-        self._receiver.join()
-        open_feeds.discard(self)
-
-    def __enter__(self) -> Subscription:
-        return self
-
-    def __exit__(
-        self, kind: type[BaseException] | None, error: BaseException | None, traceback: TracebackType | None
-    ) -> None:
-        self.close()
 
     def _subscribe(self) -> int | None:
         handle: int | None = library().dc_waitOnDataInitialize(*self._names)
@@ -143,7 +109,7 @@ class Subscription:
             if result == 0 or is_data(message):
                 self._take(message)
             elif result == 1 and not self._subscribe_again():
-                self._rows.fail(lambda: SubscriptionError(f"{self.application} {self.group}: cannot subscribe again"))
+                self._mailbox.fail(lambda: SubscriptionError(f"{self.application} {self.group}: cannot subscribe again"))
                 break
             elif self._next is not None:
                 self._go_over(buffer)
@@ -165,7 +131,7 @@ class Subscription:
         if self._came_before(message):
             return
         try:
-            self._rows.put(decode_row(message))
+            self._mailbox.put(decode_row(message))
         except MalformedRow as error:
             _log.warning("%s %s: a malformed message was skipped: %s", self.application, self.group, error)
 
