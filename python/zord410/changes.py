@@ -22,6 +22,11 @@ _CHANGES_WAITING = 100_000
 _TRIES = 3
 # So often the end is looked for.
 _LOOK_SECONDS = 0.25
+# For so long a change that has come may be on its way through the thread that waits for it: in short
+# looks, of which a process that stands still loses one. Much longer, and what is on line might fill a
+# new handle that nobody reads.
+_SETTLE_LOOKS = 4
+_SETTLE_SECONDS = 0.025
 _CHANGES = {"4112": "registered", "4117": "online", "4133": "offline", "4128": "unregistered"}
 
 
@@ -149,18 +154,35 @@ class StatusChanges(Feed[StatusChange]):
         self._mailbox.put(change)
 
     def _renew(self, wait: _Wait) -> _Wait:
-        """Goes over to a new subscription, when the DCH has it. What is on line is told again then,
-        and is no change."""
+        """Goes over to a new subscription, unless a change shows that the one before it lives.
+
+        What comes over the old one before the DCH has the new one, comes over that alone; what comes
+        later, over both. So it is the one or the other whose changes are told, and where the old one
+        has some, it is the old one. What is on line is told again over the new one, and is no change.
+        """
         handle = _subscribe()
         if handle is None:
             return wait  # the next silence is the next chance
-        if not _requests.pulse():
+        # The DCH may answer a question sooner than it takes a subscription that came shortly before, but
+        # not one that is asked after that answer.
+        if not (_requests.pulse() and _requests.pulse()):
             library().dc_waitForDPStatusDestroy(handle)
             return wait
-        if text := wait.cancel():
+        text = self._change_over(wait)
+        if text:
+            library().dc_waitForDPStatusDestroy(handle)
             self._take(text)
-        self._replace(handle)
-        return _Wait(handle)
+        else:
+            self._replace(handle)
+        return _Wait(self._handle)
+
+    def _change_over(self, wait: _Wait) -> str | None:
+        """The change that has come, if one has. Ends the wait."""
+        for _ in range(_SETTLE_LOOKS):
+            text = wait.result(_SETTLE_SECONDS)
+            if text is not None:
+                return text
+        return wait.cancel()
 
     def _replace(self, handle: int) -> None:
         before, self._handle = self._handle, handle
@@ -190,9 +212,9 @@ def status_changes(*, timeout: float | None = None) -> StatusChanges:
     timeout: seconds without a change after which iterating raises TimeoutError; None waits on
 
     A process can have one at a time: SubscriptionError when there is another. When the DCH dies and
-    starts anew this subscribes again within some seconds, and after each silence of half a minute;
-    changes before that are missed, and one at that very moment may be, or come twice. Ctrl-C, or
-    `close` on any thread, ends the iteration.
+    starts anew this subscribes again within some seconds, as it does after each silence of half a
+    minute; changes before that are missed. Where the DCH lives no change is missed or comes twice for
+    it. Ctrl-C, or `close` on any thread, ends the iteration.
     """
     return StatusChanges(timeout)
 
