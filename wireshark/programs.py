@@ -16,7 +16,7 @@ sys.path.insert(0, str(SOURCE / "tests" / "support"))
 # pylint: disable=wrong-import-position
 from messages import code_of  # noqa: E402
 from patience import PATIENCE, wait_for  # noqa: E402
-from running_program import RunningProgram  # noqa: E402
+from running_program import RunningProgram, RunningServer  # noqa: E402
 
 PROGRAMS = Path(os.environ["ZORD410_PROGRAMS"])
 LOOPBACK = "127.0.0.1"
@@ -120,11 +120,11 @@ class Channel:
         self.folder = folder
         self.environment = {name: value for name, value in os.environ.items() if not name.startswith(("ZORA_", "ZOR0_"))}
         self.environment["ZOR0_PRODUCT_SPEC"] = str(folder / "settings")
-        self.started = []
         actions = folder / "actions"
         actions.write_text("restart /bin/false\n")  # its result is 1
-        self.server = self.start("zordchd", "--port", "0", "--actions", actions)
-        self.port = int(self.server.wait_for_output(r" port (\d+)$"))
+        server = RunningServer("--actions", actions, env=self.environment, cwd=folder)
+        self.started = [server]
+        self.port = server.port
         self.relay = Relay(self.port)
         self.environment["ZORA_DCH_PORT"] = str(self.relay.port)
 

@@ -4,12 +4,16 @@ ZORD410_COMPLETION."""
 
 import contextlib
 import os
-import re
 import socket
 import subprocess
+import sys
 import tempfile
 import unittest
 from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "support"))
+
+from running_program import RunningServer  # noqa: E402  pylint: disable=wrong-import-position
 
 PROGRAMS = Path(os.environ["ZORD410_PROGRAMS"])
 COMPLETION = Path(os.environ["ZORD410_COMPLETION"])
@@ -37,13 +41,10 @@ class WithFolder(unittest.TestCase):
         self.environment = {**ENVIRONMENT, "HOME": str(self.folder), "ZOR0_PRODUCT_SPEC": str(self.folder / "settings")}
 
     def start_server(self):
-        server = subprocess.Popen([PROGRAMS / "zordchd", "--port", "0", "--web", "127.0.0.1:0"], stdout=subprocess.PIPE, text=True, env=self.environment)
-        self.addCleanup(server.stdout.close)
-        self.addCleanup(server.wait)
-        self.addCleanup(server.terminate)
-        lines = [server.stdout.readline() for _ in range(3)]
-        self.environment["ZORA_DCH_PORT"] = re.search(r" port (\d+)$", lines[0])[1]
-        self.page = re.search(r"page on (\S+)$", lines[2])[1]
+        server = RunningServer(env=self.environment)
+        self.addCleanup(server.end)
+        self.environment["ZORA_DCH_PORT"] = str(server.port)
+        self.page = server.page
 
     def register(self, application, key, groups, source):
         registration = self.folder / "registration"

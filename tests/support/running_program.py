@@ -1,10 +1,11 @@
-"""A program beside a test."""
+"""A program beside a test; the server is of the folder that ZORD410_PROGRAMS names."""
 
 import os
 import re
 import signal
 import subprocess
 import threading
+from pathlib import Path
 
 from patience import PATIENCE, wait_for
 
@@ -41,3 +42,19 @@ class RunningProgram:
                 self.process.wait()
         self.reader.join()
         self.process.stdout.close()
+
+
+class RunningServer(RunningProgram):
+    """zordchd with a page, on ports that the system gives."""
+
+    def __init__(self, *arguments, **options):
+        server = Path(os.environ["ZORD410_PROGRAMS"]) / "zordchd"
+        super().__init__(server, "--port", "0", "--web", "127.0.0.1:0", *arguments, **options)
+
+    @property
+    def port(self):
+        return int(self.wait_for_output(r" port (\d+)$"))
+
+    @property
+    def page(self):
+        return self.wait_for_output(r" page on (\S+)$")

@@ -20,7 +20,7 @@ sys.dont_write_bytecode = True
 
 # pylint: disable=wrong-import-position
 from patience import PATIENCE, wait_for  # noqa: E402
-from running_program import RunningProgram  # noqa: E402
+from running_program import RunningProgram, RunningServer  # noqa: E402
 
 PROGRAMS = Path(os.environ["ZORD410_PROGRAMS"])
 EXAMPLES = SOURCE / "examples" / "web"
@@ -56,9 +56,10 @@ class Examples(unittest.TestCase):
         self.folder = Path(folder.name)
         self.environment = {name: value for name, value in os.environ.items() if not name.startswith(("ZORA_", "ZOR0_")) and not name.lower().endswith("_proxy")}
         self.environment["ZOR0_PRODUCT_SPEC"] = str(self.folder / "settings")
-        self.server = self.start(PROGRAMS / "zordchd", "--port", "0", "--store", "zordchd.db", "--web", "127.0.0.1:0")
-        self.environment["ZORA_DCH_PORT"] = self.server.wait_for_output(r" port (\d+)$")
-        self.page = self.server.wait_for_output(r" page on (\S+)/$")
+        server = RunningServer("--store", "zordchd.db", env=self.environment, cwd=self.folder)
+        self.addCleanup(server.end)
+        self.environment["ZORA_DCH_PORT"] = str(server.port)
+        self.page = server.page.removesuffix("/")
         self.environment["PATH"] = f"{PROGRAMS}:{self.environment['PATH']}"
         self.provider = self.start("bash", "-c", self.block("commands", "source", "sh"), cwd=SOURCE)
         wait_for("the rows", lambda: "zordchd_rows_kept_total 2\n" in get(self.page + "/metrics"))

@@ -2,17 +2,19 @@
 programs from ZORD410_PROGRAMS."""
 
 import os
-import re
 import subprocess
 import sys
 import tempfile
 import unittest
 from pathlib import Path
 
-sys.path.insert(0, str(Path(__file__).resolve().parent))
+HERE = Path(__file__).resolve().parent
+sys.path[:0] = [str(HERE), str(HERE.parent / "support")]
 sys.dont_write_bytecode = True
 
-from browser import browser  # noqa: E402 pylint: disable=wrong-import-position
+# pylint: disable=wrong-import-position
+from browser import browser  # noqa: E402
+from running_program import RunningServer  # noqa: E402
 
 PROGRAMS = Path(os.environ["ZORD410_PROGRAMS"])
 LARGEST = 9_223_372_036_854_775_807
@@ -31,14 +33,10 @@ class RealServer(unittest.TestCase):
         self.environment["ZOR0_PRODUCT_SPEC"] = str(self.folder / "settings")
 
     def start_server(self, *options):
-        server = subprocess.Popen([PROGRAMS / "zordchd", "--port", "0", "--web", "127.0.0.1:0", *options],
-                                  stdout=subprocess.PIPE, text=True, env=self.environment, cwd=self.folder)
-        self.addCleanup(server.stdout.close)
-        self.addCleanup(server.wait)
-        self.addCleanup(server.terminate)
-        lines = [server.stdout.readline() for _ in range(3)]
-        self.environment["ZORA_DCH_PORT"] = re.search(r" port (\d+)$", lines[0])[1]
-        self.page = re.search(r"page on (\S+)$", lines[2])[1]
+        server = RunningServer(*options, env=self.environment, cwd=self.folder)
+        self.addCleanup(server.end)
+        self.environment["ZORA_DCH_PORT"] = str(server.port)
+        self.page = server.page
 
     def start_provider(self, source, *options):
         registration = self.folder / "field.reg"
