@@ -52,4 +52,4 @@ local notWhole = ProtoExpert.new("zord410.not_whole", "Message not whole in this
 local refused = ProtoExpert.new("zord410.refused", "Request refused", expert.group.RESPONSE_CODE, expert.severity.NOTE)
 channel.experts = { malformed, notWhole, refused }
 
-channel.prefs.ports = Pref.range("Ports", "1919", "Ports of servers, UDP and TCP, such as 1919,48238", 65535)
+channel.prefs.ports = Pref.range("Ports", "1919", "Ports of servers, UDP and TCP, such as 1919,49219", 65535)
