@@ -1,15 +1,13 @@
 #include "dch/service/configuration_file.h"
 
 #include <algorithm>
-#include <map>
 #include <set>
-#include <sstream>
 
 #include "dch/core/log.h"
 #include "dch/service/configuration_error.h"
 #include "dch/service/configuration_keys.h"
 #include "dch/service/file_content.h"
-#include "dch/service/toml.h"
+#include "files/faults.h"
 
 namespace dch {
 
@@ -20,47 +18,45 @@ constexpr std::size_t mostShown = 60;  // characters of a wrong value
 // Reads the sections one by one, and gathers all that is wrong.
 class Reader {
  public:
-  explicit Reader(const std::string& path) : _path(path) {}
+  explicit Reader(const std::string& path) : _faults(path) {}
 
-  Configuration read(const toml::table& file) {
-    for (const auto& [name, section] : file) readSection(name, section);
-    if (_problems.empty()) return std::move(_configuration);
-    std::string text;
-    for (const auto& [line, problem] : _problems) text += (text.empty() ? "" : "\n") + problem;
-    throw ConfigurationError(text);
+  Configuration read(std::string_view text) {
+    try {
+      for (const auto& [name, section] : files::parseToml(text)) readSection(name, section);
+    } catch (const files::NoToml& fault) {
+      _faults.add(fault.line, printable(fault.reason));
+    }
+    if (_faults.areThere()) throw ConfigurationError(_faults.text());
+    return std::move(_configuration);
   }
 
  private:
   void readSection(const toml::key& name, const toml::node& section) {
     const toml::table* const table = section.as_table();
     if (table == nullptr)
-      return add(name.source(),
-                 shown(name.str()) + " has to be in a section, one of " + namesOfSections());
+      return _faults.add(name.source(), shown(name.str()) + " has to be in a section, one of " +
+                                            namesOfSections());
     if (!isSection(name.str()))
-      return add(name.source(),
-                 "there is no section [" + shown(name.str()) + "]; there are " + namesOfSections());
+      return _faults.add(name.source(), "there is no section [" + shown(name.str()) +
+                                            "]; there are " + namesOfSections());
     for (const auto& [key, value] : *table) readKey(name.str(), key, value);
   }
 
   void readKey(std::string_view section, const toml::key& name, const toml::node& value) {
     for (const ConfigurationKey& key : configurationKeys())
       if (key.section == section && key.name == name.str()) return readValue(key, value);
-    add(name.source(), "there is no key " + shown(name.str()) + " in [" + std::string(section) +
-                           "]; there are " + namesOfKeys(section));
+    _faults.add(name.source(), "there is no key " + shown(name.str()) + " in [" +
+                                   std::string(section) + "]; there are " + namesOfKeys(section));
   }
 
   void readValue(const ConfigurationKey& key, const toml::node& value) {
     try {
       key.read(value, &_configuration);
-    } catch (const WrongValue& wrong) {
-      add(wrong.value.source(), std::string(key.name) + " in [" + key.section + "] has to be " +
-                                    wrong.whatItHasToBe + ", not " + textOf(wrong.value));
+    } catch (const files::WrongValue& wrong) {
+      _faults.add(wrong.value.source(), std::string(key.name) + " in [" + key.section +
+                                            "] has to be " + wrong.whatItHasToBe + ", not " +
+                                            shown(files::describeValue(wrong.value)));
     }
-  }
-
-  void add(const toml::source_region& where, const std::string& problem) {
-    const unsigned line = where.begin.line;
-    _problems.emplace(line, _path + ':' + std::to_string(line) + ": " + problem);
   }
 
   static bool isSection(std::string_view name) {
@@ -88,23 +84,13 @@ class Reader {
     return text;
   }
 
-  // As it may stand in the file, on one line.
-  static std::string textOf(const toml::node& value) {
-    if (value.is_table()) return "a table";
-    if (value.is_array()) return "an array";
-    std::ostringstream text;
-    value.visit([&text](const auto& each) { text << each; });
-    return shown(text.str());
-  }
-
   static std::string shown(std::string_view text) {
     const std::string start = printable(text.substr(0, mostShown));
     return text.size() > mostShown ? start + "..." : start;
   }
 
-  const std::string& _path;
+  files::Faults _faults;
   Configuration _configuration;
-  std::multimap<unsigned, std::string> _problems;  // by line
 };
 
 }  // namespace
@@ -114,7 +100,7 @@ Configuration readConfigurationFile(const std::string& path) {
 }
 
 Configuration readConfigurationText(std::string_view text, const std::string& path) {
-  return Reader(path).read(parseToml(text, path));
+  return Reader(path).read(text);
 }
 
 }  // namespace dch

@@ -168,8 +168,12 @@ TEST(ConfigurationFileTest, SaysWhereAFileIsNoToml) {
     EXPECT_EQ(
         problemOf(text),
         "zordchd.toml:3: letters that are not English ones have to be written as \"\\u00e4\"");
-  for (const char* text : {"bind = \"\"\"", "bind = '''x'''"})
-    EXPECT_EQ(problemOf(text), "zordchd.toml:1: a text has to be on one line");
+  EXPECT_THAT(problemOf("a = \"\"\"x # \n\u00e4\"\"\""),
+              StartsWith("zordchd.toml:2: letters that are not English"));
+  for (const char* text : {"a = \"\"\"\n", "a = '''x''", "a = \"x\n"})
+    EXPECT_THAT(problemOf(text), StartsWith("zordchd.toml:")) << text;
+  for (const char* text : {"'''it's''''' # \u00e4", "\"\"\"\n\\\"\"x\"\"\" # \u00e4"})
+    EXPECT_EQ(problemOf("[channel]\ninstance = " + std::string(text)), "no error") << text;
   EXPECT_EQ(problemOf("[channel]\ninstance = \"\\\"\\u00e4#\" # \u00e4"), "no error");
   for (const char* text :
        {"\n[", "\n [ +]\n\n", "\n[[[a]]]", "\n[\r\n]", "\n[\x7f]\na = 1", "\na = [1, }\n]"})

@@ -9,6 +9,8 @@ namespace dch {
 
 namespace {
 
+using files::WrongValue;
+
 std::int64_t numberIn(const toml::node& value, std::int64_t least, std::int64_t most) {
   const std::optional<std::int64_t> number = value.value_exact<std::int64_t>();
   if (!number || *number < least || *number > most)

@@ -3,23 +3,16 @@
 #define DCH_SERVICE_CONFIGURATION_KEYS_H
 
 #include <span>
-#include <string>
 
 #include "dch/service/configuration.h"
-#include "dch/service/toml.h"
+#include "files/faults.h"
 
 namespace dch {
-
-// Thrown about a value, or about one in an array.
-struct WrongValue {
-  const toml::node& value;
-  std::string whatItHasToBe;  // such as "true or false"
-};
 
 struct ConfigurationKey {
   const char* section;
   const char* name;
-  // Throws WrongValue, or std::bad_alloc.
+  // Throws files::WrongValue, or std::bad_alloc.
   void (*read)(const toml::node& value, Configuration* configuration);
 };
 
