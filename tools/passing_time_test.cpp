@@ -14,7 +14,7 @@
 #include "tests/support/temporary_files.h"
 #include "tests/support/wait_until.h"
 #include "tools/data_wait.h"
-#include "tools/provider_session.h"
+#include "tools/provider_source.h"
 #include "tools/testkit/printed_times.h"
 #include "tools/testkit/requests.h"
 #include "tools/watch_command.h"
@@ -31,16 +31,23 @@ TEST(PassingTime, AHandleThatMayHaveBecomeAnotherSourcesIsAskedForAgain) {
     return std::vector{requestCode(request) == DCH_REQUEST_ONLINE ? onlineAnswer(0, handle)
                                                                   : statusAnswer(0)};
   });
-  ProviderSession session("appl:WEATHER,WTH; type:SOCK; group:sky; attr:note,T,20;",
-                          {"WEATHER", "sky", "roof"}, ProviderSession::AtEnd::unregister);
+  suite::Registration registration;
+  std::string error;
+  ASSERT_TRUE(suite::parseRegistration("appl:WEATHER,WTH; type:SOCK; group:sky; attr:note,T,20;",
+                                       &registration, &error));
+  ProviderApplication application(registration, ProviderApplication::AtEnd::unregister);
+  ProviderSource source(application, "sky", "roof");
+  application.enter();
+  source.goOnline();
   const suite::RegisteredAttribute note{"note", 'T', 20, ""};
   const EncodedRow row{{&note, "calm"}};
-  EXPECT_EQ(session.send(row), ProviderSession::Answer::taken);
+  EXPECT_EQ(source.send(row), ProviderSource::Answer::taken);
   handle = 7;
   letPass(std::chrono::seconds(2));
-  EXPECT_EQ(session.send(row), ProviderSession::Answer::startedAnew);
-  EXPECT_EQ(session.send(row), ProviderSession::Answer::taken);
-  session.end();
+  EXPECT_EQ(source.send(row), ProviderSource::Answer::startedAnew);
+  EXPECT_EQ(source.send(row), ProviderSource::Answer::taken);
+  source.end();
+  application.end();
   std::vector<char> handles;
   for (const std::string& request : dch.requests())
     if (requestCode(request) == DCH_REQUEST_DATA || requestCode(request) == DCH_REQUEST_OFFLINE)

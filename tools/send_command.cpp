@@ -12,8 +12,9 @@
 #include "tools/common/values.h"
 #include "tools/input_watch.h"
 #include "tools/progress.h"
-#include "tools/provider_session.h"
+#include "tools/provider_source.h"
 #include "tools/registration_file.h"
+#include "tools/row_delivery.h"
 #include "tools/row_reader.h"
 
 namespace tools {
@@ -43,38 +44,14 @@ std::string rowCount(std::uint64_t rows) {
   return std::to_string(rows) + (rows == 1 ? " row" : " rows");
 }
 
-// Sends a row until the DCH has it, also one that dies and starts anew in the meantime. A row whose
-// answer got lost is there twice then.
-void deliver(const EncodedRow& row, InputWatch& watch, ProviderSession& session,
-             Progress& progress) {
-  using Answer = ProviderSession::Answer;
-  bool isAway = false;
-  for (;;) {
-    watch.checkSignals();
-    const Answer answer = session.send(row);
-    if (answer == Answer::none) {
-      if (!isAway) progress.say("the DCH does not answer; trying again");
-      isAway = true;
-      continue;
-    }
-    if (answer == Answer::startedAnew)
-      progress.say("the DCH has started anew: registered again");
-    else if (isAway)
-      progress.say("the DCH answers again");
-    if (answer == Answer::taken) break;
-    isAway = false;
-  }
-  progress.rowSent();
-}
-
 // Sends every row of the input, each as soon as it is there.
-void sendRows(RowReader& reader, const LineInput& input, InputWatch& watch,
-              ProviderSession& session, Progress& progress) {
+void sendRows(RowReader& reader, const LineInput& input, RowDelivery& delivery,
+              Progress& progress) {
   InputRow row;
   while (reader.next(&row)) {
-    watch.checkSignals();
     try {
-      deliver(encodeRow(row), watch, session, progress);
+      delivery.deliver(encodeRow(row));
+      progress.rowSent();
     } catch (const BadValue& error) {
       input.refuse(row.lineNumber, error.what());
     }
@@ -101,16 +78,22 @@ int send(const SendOptions& options) {
   });
   const auto reader =
       options.format == "csv" ? makeCsvReader(input, group) : makeJsonLinesReader(input, group);
-  ProviderSession session(
-      registration.text, {registration.applName, group.name, options.source},
-      options.keep ? ProviderSession::AtEnd::staysRegistered : ProviderSession::AtEnd::unregister);
-  // Until here a signal may simply end the process; from here on the session wants its end.
+  ProviderApplication application(registration, options.keep
+                                                    ? ProviderApplication::AtEnd::staysRegistered
+                                                    : ProviderApplication::AtEnd::unregister);
+  ProviderSource source(application, group.name, options.source);
+  application.enter();
+  source.goOnline();
+  // Until here a signal may simply end the process; from here on the source wants its end.
   watch.takeSignals();
+  DchPresence presence([&](const std::string& text) { progress.say(text); });
+  RowDelivery delivery(source, presence, [&] { watch.checkSignals(); });
   try {
-    sendRows(*reader, input, watch, session, progress);
+    sendRows(*reader, input, delivery, progress);
   } catch (const StoppedBySignal& stop) {
     progress.finish();
-    session.end();
+    source.end();
+    application.end();
     std::cerr << "zordp: stopped by signal " << stop.signal() << " (" << strsignal(stop.signal())
               << "), " << rowCount(progress.rows()) << " sent\n";
     return 128 + stop.signal();
@@ -120,7 +103,8 @@ int send(const SendOptions& options) {
                   std::string(failure.what()) + "; " + rowCount(progress.rows()) + " sent before");
   }
   progress.finish();
-  session.end();
+  source.end();
+  application.end();
   return EX_OK;
 }
 
