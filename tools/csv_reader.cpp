@@ -16,10 +16,7 @@ using Record = std::vector<std::optional<std::string>>;  // an empty column has 
 // fail, short of the memory running out.
 class CsvParser {
  public:
-  CsvParser() {
-    csv_init(&_parser, CSV_STRICT | CSV_STRICT_FINI | CSV_EMPTY_IS_NULL);
-    csv_set_space_func(&_parser, [](unsigned char) { return 0; });  // blanks belong to the text
-  }
+  CsvParser() { start(); }
   ~CsvParser() { csv_free(&_parser); }
   CsvParser(const CsvParser&) = delete;
   CsvParser& operator=(const CsvParser&) = delete;
@@ -33,9 +30,20 @@ class CsvParser {
     return csv_fini(&_parser, &CsvParser::takeField, &CsvParser::takeRecord, this) == 0;
   }
 
+  // What has begun is no record: the next text begins a new one.
+  void forget() {
+    csv_free(&_parser);
+    start();
+    _record.clear();
+  }
+
   std::deque<Record> complete;
 
  private:
+  void start() {
+    csv_init(&_parser, CSV_STRICT | CSV_STRICT_FINI | CSV_EMPTY_IS_NULL);
+    csv_set_space_func(&_parser, [](unsigned char) { return 0; });  // blanks belong to the text
+  }
   static void takeField(void* text, std::size_t length, void* self) {
     auto& record = static_cast<CsvParser*>(self)->_record;
     if (text == nullptr)
@@ -54,7 +62,12 @@ class CsvParser {
 
 class CsvReader : public RowReader {
  public:
-  CsvReader(LineInput& input, const suite::RegisteredGroup& group) : _input(input), _group(group) {}
+  CsvReader(LineInput& input, const suite::RegisteredGroup& group, RowColumns columns)
+      : _input(input),
+        _group(group),
+        _columns(std::move(columns)),
+        _whereNamed(_columns.empty() ? " attributes are named in the first line"
+                                     : " columns are named") {}
 
   bool next(InputRow* row) override {
     Record record;
@@ -65,8 +78,7 @@ class CsvReader : public RowReader {
     if (!nextRecord(&record)) return false;
     if (record.size() != _columns.size())
       _input.refuse(_recordLine, std::to_string(record.size()) + " fields, but " +
-                                     std::to_string(_columns.size()) +
-                                     " attributes are named in the first line");
+                                     std::to_string(_columns.size()) + _whereNamed);
     row->lineNumber = _recordLine;
     row->fields.clear();
     for (std::size_t i = 0; i < record.size(); ++i)
@@ -76,9 +88,11 @@ class CsvReader : public RowReader {
 
  private:
   void readNames(const Record& record) {
+    RowColumns columns;
     try {
       for (const auto& name : record)
-        resolveAttribute(_group, withoutBlanks(name.value_or("")), &_columns);
+        resolveAttribute(_group, withoutBlanks(name.value_or("")), &columns);
+      _columns = std::move(columns);
     } catch (const BadValue& error) {
       _input.refuse(_recordLine, error.what());
     }
@@ -95,7 +109,7 @@ class CsvReader : public RowReader {
     return true;
   }
 
-  void readLine() {
+  void readLine() try {
     std::string line;
     _ended = !_input.next(&line);
     if (_ended) {
@@ -108,11 +122,16 @@ class CsvReader : public RowReader {
     if (_pendingBytes > 0 || !empty) _pendingBytes += line.size();
     if (_pendingBytes > maxRowBytes)
       _input.refuse(_firstLine, "the row is longer than " + std::to_string(maxRowBytes) + " bytes");
+  } catch (const RefusedLine&) {
+    _records.forget();
+    _pendingBytes = 0;
+    throw;
   }
 
   LineInput& _input;
   const suite::RegisteredGroup& _group;
-  std::vector<const suite::RegisteredAttribute*> _columns;
+  RowColumns _columns;
+  const char* _whereNamed;
   CsvParser _records;
   long _firstLine = 0;            // where the record that is being read begins
   long _recordLine = 0;           // where the record that was given last begins
@@ -122,8 +141,9 @@ class CsvReader : public RowReader {
 
 }  // namespace
 
-std::unique_ptr<RowReader> makeCsvReader(LineInput& input, const suite::RegisteredGroup& group) {
-  return std::make_unique<CsvReader>(input, group);
+std::unique_ptr<RowReader> makeCsvReader(LineInput& input, const suite::RegisteredGroup& group,
+                                         RowColumns columns) {
+  return std::make_unique<CsvReader>(input, group, std::move(columns));
 }
 
 }  // namespace tools

@@ -65,7 +65,7 @@ class RowHandler : public nlohmann::json_sax<nlohmann::json> {
 
   const suite::RegisteredGroup& _group;
   InputRow* _row;
-  std::vector<const suite::RegisteredAttribute*> _taken;
+  RowColumns _taken;
   const suite::RegisteredAttribute* _attribute = nullptr;
   bool _inObject = false;
 };

@@ -7,9 +7,8 @@
 
 namespace tools {
 
-const suite::RegisteredAttribute* resolveAttribute(
-    const suite::RegisteredGroup& group, std::string_view name,
-    std::vector<const suite::RegisteredAttribute*>* taken) {
+const suite::RegisteredAttribute* resolveAttribute(const suite::RegisteredGroup& group,
+                                                   std::string_view name, RowColumns* taken) {
   const auto found = std::find_if(group.attributes.begin(), group.attributes.end(),
                                   [&](const auto& attribute) { return attribute.name == name; });
   if (found == group.attributes.end())

@@ -30,7 +30,8 @@ std::string describe(const InputRow& row) {
   return text;
 }
 
-using MakeReader = std::unique_ptr<RowReader> (*)(LineInput&, const suite::RegisteredGroup&);
+using MakeReader =
+    std::function<std::unique_ptr<RowReader>(LineInput&, const suite::RegisteredGroup&)>;
 
 Outcome readAll(MakeReader makeReader, std::string_view content) {
   const TemporaryFile file(content);
@@ -50,7 +51,7 @@ Outcome readAll(MakeReader makeReader, std::string_view content) {
 }
 
 Outcome readCsv(std::string_view content) {
-  return readAll(&makeCsvReader, content);
+  return readAll([](auto& input, const auto& of) { return makeCsvReader(input, of); }, content);
 }
 Outcome readJsonLines(std::string_view content) {
   return readAll(&makeJsonLinesReader, content);
@@ -168,6 +169,82 @@ TEST(JsonLinesReader, MalformedLinesAreRefusedAfterTheRowsBefore) {
   EXPECT_THAT(outcome.error, HasSubstr(":2: malformed JSON at character "));
   EXPECT_THAT(readJsonLines("{\"load1\":1} x").error, HasSubstr(":1: malformed JSON"));
   EXPECT_THAT(readJsonLines("{\"note\":\"\xff\"}").error, HasSubstr(":1: malformed JSON"));
+}
+
+// ---- Words ----
+
+MakeReader wordsReader() {
+  return [](LineInput& input, const suite::RegisteredGroup& of) {
+    return makeWordsReader(input, {&of.attributes[2], &of.attributes[0]});
+  };
+}
+
+TEST(WordsReader, ColumnsStandBetweenBlanks) {
+  EXPECT_THAT(readAll(wordsReader(), "quiet 17\n\n \t\r\n\tbusy\t  25 \r\nlast 1").rows,
+              ElementsAre("1 note=quiet load1=17", "4 note=busy load1=25", "5 note=last load1=1"));
+}
+
+TEST(WordsReader, AnotherNumberOfWordsIsRefused) {
+  EXPECT_EQ(readAll(wordsReader(), "quiet 17\nquiet\n").error,
+            ":2: 1 words, but 2 columns are named");
+  EXPECT_EQ(readAll(wordsReader(), "all quiet 17\n").error, ":1: 3 words, but 2 columns are named");
+}
+
+// ---- Whoever reads on after a row that is refused ----
+
+// The rows as above, and of each line that is refused its number and the reason.
+std::vector<std::string> readOn(const MakeReader& makeReader, std::string_view content) {
+  const TemporaryFile file(content);
+  LineInput input(file.path(), noWait);
+  const auto reader = makeReader(input, group);
+  std::vector<std::string> all;
+  InputRow row;
+  for (bool isThere = true; isThere;) try {
+      isThere = reader->next(&row);
+      if (isThere) all.push_back(describe(row));
+    } catch (const RefusedLine& refused) {
+      all.push_back(std::to_string(refused.number()) + ": " + refused.reason());
+    }
+  return all;
+}
+
+MakeReader csvReader(const RowColumns& columns = {}) {
+  return [=](LineInput& input, const suite::RegisteredGroup& of) {
+    return makeCsvReader(input, of, columns);
+  };
+}
+
+TEST(ReadingOn, CsvGoesOnBehindWhatIsNoRow) {
+  EXPECT_THAT(
+      readOn(csvReader(), "laod1\nload1,note\n1,a\n2\n3,\"b\"c\n4,d\n5,\"e"),
+      ElementsAre("1: attribute 'laod1': the group 'load' has no such attribute",
+                  "3 load1=1 note=a", "4: 1 fields, but 2 attributes are named in the first line",
+                  "5: a quote in a wrong place", "6 load1=4 note=d",
+                  "7: a quoted field has no closing quote"));
+}
+
+TEST(ReadingOn, CsvColumnsMayBeNamedBefore) {
+  EXPECT_THAT(readOn(csvReader({&group.attributes[0], &group.attributes[2]}), "1,a\n2\n,b\n"),
+              ElementsAre("1 load1=1 note=a", "2: 1 fields, but 2 columns are named", "3 note=b"));
+}
+
+TEST(ReadingOn, WhatIsLeftOfALineThatIsTooLongIsSkipped) {
+  const std::string tooLong(3 * maxRowBytes, 'x');
+  const std::string reason = ": the line is longer than 1048576 bytes";
+  EXPECT_THAT(readOn(csvReader(), "note\n\"a\n" + tooLong + "\nb\n" + tooLong),
+              ElementsAre("3" + reason, "4 note=b", "5" + reason));
+  EXPECT_THAT(
+      readOn(wordsReader(), tooLong + "\nquiet 17\n" + tooLong + "\nbusy 25"),
+      ElementsAre("1" + reason, "2 note=quiet load1=17", "3" + reason, "4 note=busy load1=25"));
+}
+
+TEST(ReadingOn, JsonGoesOnBehindWhatIsNoRow) {
+  const std::vector<std::string> all =
+      readOn(&makeJsonLinesReader, std::string("{\"load1\":1}\nx\0y\n{\"load1\":2}\n", 28));
+  ASSERT_EQ(all.size(), 3U);
+  EXPECT_EQ(all[0], "1 load1=1");
+  EXPECT_THAT(all[1], HasSubstr("2: malformed JSON"));
+  EXPECT_EQ(all[2], "3 load1=2");
 }
 
 // ---- Where lines come from ----
