@@ -95,7 +95,8 @@ toml::table parseToml(std::string_view text) {
 
 std::string describeValue(const toml::node& value) {
   if (value.is_table()) return "a table";
-  if (value.is_array()) return "an array";
+  if (const toml::array* const array = value.as_array())
+    return array->empty() ? "an empty array" : "an array";
   std::ostringstream text;
   value.visit([&text](const auto& each) { text << each; });
   return text.str();

@@ -15,8 +15,10 @@
 #include "tests/support/wait_until.h"
 #include "tools/data_wait.h"
 #include "tools/provider_source.h"
+#include "tools/run/rows_feed.h"
 #include "tools/testkit/printed_times.h"
 #include "tools/testkit/requests.h"
+#include "tools/testkit/run_fixture.h"
 #include "tools/watch_command.h"
 
 namespace tools {
@@ -54,6 +56,108 @@ TEST(PassingTime, AHandleThatMayHaveBecomeAnotherSourcesIsAskedForAgain) {
       handles.push_back(request[21]);
   EXPECT_THAT(handles, ElementsAre(1, 7, 7));
 }
+
+// ---- Commands of zordp run ----
+
+TEST(PassingTime, ACommandHasNoTimeLeftWhenItHasPassed) {
+  const EndEvent end;
+  const RunningCommand command("echo one; exec sleep 100");
+  CommandOutput output(command, end, {std::chrono::hours(1), false});
+  char bytes[16];
+  EXPECT_EQ(output.read(bytes, sizeof bytes), 4U);
+  letPass(std::chrono::hours(1));
+  EXPECT_EQ(output.read(bytes, sizeof bytes), 0U);
+  EXPECT_TRUE(output.hasTimedOut());
+}
+
+TEST(PassingTime, ACommandDoesNotPayForWaitsForTheDch) {
+  const EndEvent end;
+  const TemporaryFile next("");
+  const RunningCommand command("until [ -s " + next.path() + " ]; do sleep 0.01; done; echo one");
+  CommandOutput output(command, end, {std::chrono::hours(1), false});
+  letPass(std::chrono::hours(2));
+  output.excuse(std::chrono::hours(2));
+  next.write("now");
+  char bytes[16];
+  EXPECT_EQ(output.read(bytes, sizeof bytes), 4U);
+  EXPECT_FALSE(output.hasTimedOut());
+}
+
+TEST(PassingTime, EachLineGivesACommandThatGoesOnNewTime) {
+  const EndEvent end;
+  const CommandInput input;
+  const RunningCommand command("cat " + input.path());
+  CommandOutput output(command, end, {std::chrono::hours(1), true});
+  char bytes[16];
+  for (int i = 0; i < 3; ++i) {
+    letPass(std::chrono::minutes(40));
+    input.write("line\n");
+    EXPECT_EQ(output.read(bytes, sizeof bytes), 5U);
+  }
+  // What has no end is no line.
+  letPass(std::chrono::minutes(40));
+  input.write("part");
+  EXPECT_EQ(output.read(bytes, sizeof bytes), 4U);
+  letPass(std::chrono::minutes(40));
+  EXPECT_EQ(output.read(bytes, sizeof bytes), 0U);
+  EXPECT_TRUE(output.hasTimedOut());
+}
+
+// What a feed says, from its thread.
+class Said {
+ public:
+  void add(const std::string& text) {
+    const std::lock_guard lock(_mutex);
+    _text += text + "\n";
+  }
+  std::string text() const {
+    const std::lock_guard lock(_mutex);
+    return _text;
+  }
+
+ private:
+  mutable std::mutex _mutex;
+  std::string _text;
+};
+
+TEST(PassingTime, ACommandThatGoesOnIsWellAgainAfterAMinute) {
+  const ScriptedDch dch([&](const std::string& request) {
+    return std::vector{requestCode(request) == DCH_REQUEST_ONLINE ? onlineAnswer(0, 1)
+                                                                  : statusAnswer(0)};
+  });
+  const CommandInput input;
+  const TemporaryFile isSecond("");
+  // The first one ends at once, the second goes on.
+  const RunFile file =
+      readRunText(runRegistration + rowsTable("sky",
+                                              "[ -s " + isSecond.path() + " ] && exec cat " +
+                                                  input.path() + "; echo x >" + isSecond.path(),
+                                              "columns = ['clouds']"),
+                  "F");
+  ProviderApplication application(file.registration, ProviderApplication::AtEnd::unregister);
+  ProviderSource source(application, "sky", "roof");
+  application.enter();
+  source.goOnline();
+  EndEvent end;
+  std::atomic<std::uint64_t> rows{0};
+  Said said;
+  DchPresence presence([&](const std::string& text) { said.add(text); });
+  RowsFeed feed(file.rows[0], source,
+                {end, presence, [&](const std::string& text) { said.add(text); }, rows});
+  input.write("1\n");
+  ASSERT_TRUE(waitUntil([&] { return rows == 1; }, runPatience));
+  EXPECT_EQ(said.text(), "sky of roof: the command has ended with status 0\n");
+  letPass(std::chrono::minutes(1));
+  input.write("2\n");
+  ASSERT_TRUE(waitUntil([&] { return rows == 2; }, runPatience));
+  ASSERT_TRUE(
+      waitUntil([&] { return said.text().ends_with("sky of roof: the command is well again\n"); },
+                runPatience));
+  end.begin();
+  feed.finish();
+}
+
+// ---- zordc ----
 
 std::string rowOf(const std::string& note) {
   return messageOf([&](DCH_MessageBuilder& message) {

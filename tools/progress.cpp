@@ -17,11 +17,14 @@ double rate(std::uint64_t rows, std::chrono::duration<double> time) {
 
 }  // namespace
 
+std::string describeRows(std::uint64_t rows) {
+  return std::to_string(rows) + (rows == 1 ? " row" : " rows");
+}
+
 std::string describeProgress(std::uint64_t rows, double rowsPerSecond, ZORA_Long status) {
   char rateText[32];
   std::snprintf(rateText, sizeof rateText, rowsPerSecond < 10 ? "%.1f" : "%.0f", rowsPerSecond);
-  return std::to_string(rows) + (rows == 1 ? " row, " : " rows, ") + rateText + " rows/s, " +
-         describeStatus(status);
+  return describeRows(rows) + ", " + rateText + " rows/s, " + describeStatus(status);
 }
 
 Progress::Progress()

@@ -12,6 +12,9 @@ namespace tools {
 
 constexpr std::chrono::milliseconds progressInterval{500};
 
+// "1 row", "2 rows".
+std::string describeRows(std::uint64_t rows);
+
 // `rows` rows in that time, and the last status: "12 rows, 3.4 rows/s, status 0 (done)".
 std::string describeProgress(std::uint64_t rows, double rowsPerSecond, ZORA_Long status);
 

@@ -40,10 +40,6 @@ void checkAttributes(const suite::RegisteredGroup& group, const std::string& pat
     }
 }
 
-std::string rowCount(std::uint64_t rows) {
-  return std::to_string(rows) + (rows == 1 ? " row" : " rows");
-}
-
 // Sends every row of the input, each as soon as it is there.
 void sendRows(RowReader& reader, const LineInput& input, RowDelivery& delivery,
               Progress& progress) {
@@ -95,12 +91,12 @@ int send(const SendOptions& options) {
     source.end();
     application.end();
     std::cerr << "zordp: stopped by signal " << stop.signal() << " (" << strsignal(stop.signal())
-              << "), " << rowCount(progress.rows()) << " sent\n";
+              << "), " << describeRows(progress.rows()) << " sent\n";
     return 128 + stop.signal();
   } catch (const Failure& failure) {
     progress.finish();
-    throw Failure(failure.exitStatus(),
-                  std::string(failure.what()) + "; " + rowCount(progress.rows()) + " sent before");
+    throw Failure(failure.exitStatus(), std::string(failure.what()) + "; " +
+                                            describeRows(progress.rows()) + " sent before");
   }
   progress.finish();
   source.end();

@@ -67,7 +67,7 @@ TEST(CommandLine, AWrongOneIsRefusedWithTheReason) {
   };
   EXPECT_EQ(refusal(zordp({})), "zordp: A subcommand is required\nTry 'zordp --help'.\n");
   EXPECT_EQ(refusal(zordp({"sned"})),
-            "zordp: there is no subcommand 'sned', only send\nTry 'zordp --help'.\n");
+            "zordp: there is no subcommand 'sned', only send, run\nTry 'zordp --help'.\n");
   EXPECT_EQ(refusal(zordp({"send", "-g", "g", "-s", "s"})),
             "zordp: --registration is required\nTry 'zordp send --help'.\n");
   EXPECT_EQ(refusal(zordp({"send", "-r", "r", "-g", "g", "-s", std::string(33, 's')})),

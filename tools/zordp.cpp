@@ -1,6 +1,7 @@
 // zordp: acts as a data provider on the command line.
 #include "tools/common/command_line.h"
 #include "tools/completion_values.h"
+#include "tools/run/run_command.h"
 #include "tools/send_command.h"
 #include "zordchcl/zordchcl.h"
 
@@ -9,6 +10,7 @@ namespace {
 constexpr char footer[] =
     "Example:\n"
     "  zordp send -r demo.reg -g load -s $(hostname) -i demo.csv\n"
+    "  zordp run machine.toml\n"
     "\n"
     "The DCH is found through ZORA_DCH_ADDR (local host) and ZORA_DCH_PORT (1919), and is waited "
     "for\n"
@@ -48,13 +50,31 @@ constexpr char sendFooter[] =
     "\n"
     "The exit statuses are in zordp --help.";
 
-}  // namespace
+constexpr char runFooter[] =
+    "Example:\n"
+    "  registration = \"appl:MACHINE,MCH; group:disks; attr:mount,D,256; attr:used,G,8;\"\n"
+    "\n"
+    "  [[rows]]                   # one for each group and source\n"
+    "  group = \"disks\"\n"
+    "  command = \"df --output=target,used | tail -n +2\"\n"
+    "  every = 10                 # seconds; without it the command runs all the time\n"
+    "  format = \"words\"           # csv (when it is left out), jsonl, or columns between blanks\n"
+    "  columns = [\"mount\", \"used\"]\n"
+    "\n"
+    "  source = \"web1\"            # when left out: the name of this machine\n"
+    "  timeout = 5                # seconds for a run, or for a line of a command without every\n"
+    "\n"
+    "A line that is no row is left out, and a command that fails is said. One that runs all the\n"
+    "time is started anew, after 1 s, 2 s and so on up to 60 s. A DCH that does not answer is\n"
+    "waited for; no row is left out. At SIGINT, SIGTERM and SIGHUP the commands are ended, the\n"
+    "sources go off line, and without --keep the application is unregistered. As a service it\n"
+    "tells systemd when it is ready.\n"
+    "\n"
+    "The exit statuses are in zordp --help.";
 
-int main(int argc, char** argv) {
-  CLI::App app("Sends rows of data to the DCH.", "zordp");
-  tools::setUpCommandLine(app, footer);
+// Each adds a command with its options.
 
-  tools::SendOptions options;
+void addSend(CLI::App& app, tools::SendOptions& options) {
   CLI::App* send = app.add_subcommand("send", "Register an application and send rows of one group");
   send->footer(sendFooter);
   send->add_option("-r,--registration", options.registrationPath,
@@ -76,7 +96,31 @@ int main(int argc, char** argv) {
       ->type_name("FORMAT")
       ->check(tools::oneOf({"csv", "jsonl"}));
   send->add_flag("-k,--keep", options.keep, "Leave the application registered");
+}
+
+CLI::App* addRun(CLI::App& app, tools::RunOptions& options) {
+  CLI::App* run = app.add_subcommand("run", "Register an application and send what commands print");
+  run->footer(runFooter);
+  run->add_option("FILE", options.path, "File that names the commands, in TOML")
+      ->required()
+      ->type_name("");
+  run->add_flag("-k,--keep", options.keep, "Leave the application registered");
+  return run;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app("Sends rows of data to the DCH.", "zordp");
+  tools::setUpCommandLine(app, footer);
+
+  tools::SendOptions sendOptions;
+  addSend(app, sendOptions);
+  tools::RunOptions runOptions;
+  const CLI::App* const run = addRun(app, runOptions);
 
   return tools::runTool(
-      app, argc, argv, [&] { return tools::send(options); }, tools::providerValues);
+      app, argc, argv,
+      [&] { return run->parsed() ? tools::run(runOptions) : tools::send(sendOptions); },
+      tools::providerValues);
 }

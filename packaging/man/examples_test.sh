@@ -55,13 +55,22 @@ wait_for ' to DEMO load' log
 bash -e <(example zordp.1 'example: csv')
 wait_for 'all quiet' watched
 
+example zordp.1 'file: demo.toml' >demo.toml
+bash -c "exec $(example zordp.1 'example: run')" &
+provider=$!
+running+=("$provider")
+wait_for '"load1"' watched 3
+status=0
+end TERM "$provider" || status=$?
+((status == 143)) || fail "zordp run ended with $status"
+
 # Its loop ends when sleep does not want any more, after two rows.
 mkdir bin
 printf '%s\n' '#!/bin/sh' 'echo >>slept' '[ $(wc -l <slept) -le 2 ]' >bin/sleep
 chmod +x bin/sleep
 bash -e <(example zordp.1 'example: pipe')
 rm bin/sleep
-wait_for '"load1"' watched 4
+wait_for '"load1"' watched 5
 end TERM "$watcher" || [[ $? == 143 ]]
 
 # The catalogue and so on of an application that stays and has a source on line.

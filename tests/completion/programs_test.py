@@ -14,7 +14,7 @@ sys.dont_write_bytecode = True
 from programs import PLAIN, PROGRAMS, STRANGE, WithFolder, strange_group, strange_source  # noqa: E402
 
 HELP_OPTION = re.compile(r"^  (?:(-\w)(?:,|\s))?(--[\w-]+)?", re.MULTILINE)
-COMMANDS = {"zordchd": [], "zordp": ["send"], "zordc": ["watch", "history", "apps", "attrs", "help", "status", "act", "defer"]}
+COMMANDS = {"zordchd": [], "zordp": ["send", "run"], "zordc": ["watch", "history", "apps", "attrs", "help", "status", "act", "defer"]}
 
 
 class Programs(WithFolder):
@@ -67,7 +67,7 @@ class Programs(WithFolder):
         self.assertEqual(["csv", "jsonl"], self.candidates("zordp", "send", "--format", ""))
 
     def test_files_are_left_to_the_shell(self):
-        for words in (("zordchd", "--config"), ("zordchd", "--actions"), ("zordchd", "--store"), ("zordp", "send", "-r"), ("zordp", "send", "-i"),
+        for words in (("zordchd", "--config"), ("zordchd", "--actions"), ("zordchd", "--store"), ("zordp", "send", "-r"), ("zordp", "send", "-i"), ("zordp", "run"),
                       ("zordc", "history", "--token-file")):
             self.assertEqual(["\tfiles"], self.answer(*words, ""))
 

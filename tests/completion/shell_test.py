@@ -69,6 +69,7 @@ class InShell(WithFolder):
         self.start_shell()
         self.expect_completed("zordp send -i pl", "zordp", "send", "-i", "plain.csv")
         self.expect_completed("zordp send -i wi", "zordp", "send", "-i", "with blank.csv")
+        self.expect_completed("zordp run pl", "zordp", "run", "plain.csv")
         self.expect_completed("zordp send --input do", "zordp", "send", "--input", "do$lar.csv")
         self.expect_completed("zordp send --input=wi", "zordp", "send", "--input=with blank.csv")
         self.expect_completed("zordchd --config pl", "zordchd", "--config", "plain.csv")

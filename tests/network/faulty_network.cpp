@@ -51,7 +51,7 @@ Faults randomFaults(unsigned seed, const Chances& chances) {
 }
 
 FaultyNetwork::FaultyNetwork(int dchPort, Faults faults)
-    : _dch(loopbackAddress(dchPort)), _wakeUp(eventfd(0, EFD_CLOEXEC)), _faults(std::move(faults)) {
+    : _wakeUp(eventfd(0, EFD_CLOEXEC)), _dch(loopbackAddress(dchPort)), _faults(std::move(faults)) {
   _thread = std::thread([this] { run(); });
 }
 
@@ -68,6 +68,11 @@ FaultyNetwork::~FaultyNetwork() {
 void FaultyNetwork::setFaults(Faults faults) {
   const std::lock_guard lock(_mutex);
   _faults = std::move(faults);
+}
+
+void FaultyNetwork::leadTo(int dchPort) {
+  const std::lock_guard lock(_mutex);
+  _dch = loopbackAddress(dchPort);
 }
 
 bool FaultyNetwork::waitFor(Direction direction, std::size_t count) const {

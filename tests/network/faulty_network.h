@@ -77,6 +77,9 @@ class FaultyNetwork {
   // Replaces the faults; datagrams that are on their way stay as they are.
   void setFaults(Faults faults);
 
+  // From now on the DCH is on that port of this machine.
+  void leadTo(int dchPort);
+
   // Waits up to twenty seconds until so many datagrams have come, whatever becomes of them.
   bool waitFor(Direction direction, std::size_t count) const;
 
@@ -105,13 +108,13 @@ class FaultyNetwork {
   void carry(Direction direction, std::size_t client, const std::string& bytes);
   void deliver(const OnItsWay& datagram) const;
 
-  const sockaddr_in _dch;
   const DatagramSocket _towardsClients;
   const DatagramSocket _otherPort;
   int _wakeUp;
 
   mutable std::mutex _mutex;  // guards what follows
   mutable std::condition_variable _came;
+  sockaddr_in _dch;
   Faults _faults;
   std::vector<Client> _clients;
   std::multimap<Clock::time_point, OnItsWay> _delayed;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <charconv>
 #include <iostream>
+#include <sstream>
 
 #include "tools/common/failure.h"
 #include "tools/common/printable.h"
@@ -82,7 +83,9 @@ int runTool(CLI::App& app, int argc, char** argv, const std::function<int()>& ru
             const FindValues& findValues) {
   if (const auto exitStatus = complete(app, argc, argv, findValues)) return *exitStatus;
   const auto fail = [&app](int exitStatus, const std::string& message) {
-    std::cerr << app.get_name() << ": " << message << '\n';
+    std::istringstream lines(message);
+    for (std::string each; std::getline(lines, each);)
+      std::cerr << app.get_name() << ": " << each << '\n';
     return exitStatus;
   };
   try {

@@ -138,7 +138,8 @@ std::vector<Candidate> LineWalk::options() const {
 }
 
 std::vector<Candidate> LineWalk::values(CLI::Option* option) const {
-  if (option->get_type_name() == "FILE") return {anyFile};
+  // A positional of that kind has it for its name.
+  if (option->get_type_name() == "FILE" || option->get_name() == "FILE") return {anyFile};
   std::vector<Candidate> found;
   for (const std::string& each : choicesOf(option)) found.push_back({each, ""});
   if (!found.empty() || !_findValues) return found;
