@@ -269,6 +269,23 @@ allow = ["127.0.0.0/8"]
 verbose = false
 )";
 
+constexpr char runText[] = R"(registration = """
+  appl:MACHINE,MCH; group:disks; attr:mount,D,128; attr:used,G,8;
+"""
+[[rows]]
+group = "disks"
+source = "web1"
+command = '''df --output=target,used | tail -n +2'''  # a comment
+every = 10
+timeout = 0.5
+format = "words"
+columns = ["mount", "used"]
+[[rows]]
+group = "disks"
+command = "true"
+format = "jsonl"
+)";
+
 Seeds settingsSeeds() {
   const auto input = [](int item, const std::string& text, const std::string& content) {
     return byte(static_cast<unsigned>(item + 2)) + text + '\n' + content;
@@ -367,6 +384,10 @@ std::map<std::string, Target> targets() {
          "[channel]\nallow = ['10.0.0.1/8', 7]\n"},
         {"[channel]", "[store]", "[actions]", "[web]", "[log]", "[link]", "bind = ", "port = ",
          "allow = ['", "keep_days = ", "durability = ", "\"\"\"", "\\u0000"}}},
+      {"run_file",
+       {{runText, "[[rows]]\nevery = 0\ncolumns = []\n[[rows]]\n", "rows = [{}]\n", "[[rows\n"},
+        {"[[rows]]", "registration = ", "group = ", "source = ", "command = ", "every = ",
+         "timeout = ", "format = ", "columns = [", "\"\"\"", "'''", "\\u0000", "\xc3\xa4"}}},
       {"web_request",
        {{"/\n127.0.0.1:1980\n\n\n*/*",
          "/api/rows?application=HOSTMON&group=load&source=host%201&since=-15m&until="

@@ -1,0 +1,58 @@
+// The file of zordp run: whatever is in it, it is taken within its limits, or refused with lines
+// that say where.
+#include "tools/run/run_file.h"
+
+#include <algorithm>
+#include <set>
+#include <sstream>
+
+#include "fuzz/support/require.h"
+#include "tools/common/failure.h"
+
+namespace {
+
+// Such as "F:3: there is no key 'x'; there are registration, rows".
+void checkFault(const std::string& fault, unsigned long lines) {
+  fuzz::require(fault.starts_with("F:"), "the file is named");
+  std::size_t digits = 0;
+  const unsigned long line = std::stoul(fault.substr(2), &digits);
+  fuzz::require(line >= 1 && line <= lines, "the line is one of the file's");
+  fuzz::require(fault.compare(2 + digits, 2, ": ") == 0 && fault.size() > digits + 4,
+                "something is said");
+  fuzz::require(
+      std::all_of(fault.begin(), fault.end(), [](char each) { return each >= ' ' && each <= '~'; }),
+      "what is shown drives no terminal");
+}
+
+bool isInRange(const std::optional<std::chrono::milliseconds>& time) {
+  return !time || (time->count() >= 100 && time->count() <= 86'400'000);
+}
+
+void checkTaken(const tools::RunFile& taken) {
+  using Format = tools::RowsTable::Format;
+  fuzz::require(!taken.rows.empty() && taken.rows.size() <= tools::mostRowsTables, "tables");
+  std::set<std::pair<std::string, std::string>> sources;
+  for (const tools::RowsTable& each : taken.rows) {
+    fuzz::require(!each.group.name.empty() && !each.command.empty(), "a group and a command");
+    fuzz::require(!each.source.empty() && each.source.size() <= 32, "a source");
+    fuzz::require(sources.emplace(each.group.name, each.source).second, "each source once");
+    fuzz::require(isInRange(each.every) && isInRange(each.timeout), "seconds");
+    fuzz::require(!each.every || each.timeout, "a run has an end");
+    fuzz::require(each.format != Format::words || !each.columns.empty(), "columns of words");
+    fuzz::require(each.format != Format::jsonl || each.columns.empty(), "no columns of JSON");
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t count) {
+  const std::string_view text(reinterpret_cast<const char*>(bytes), count);
+  const auto lines = static_cast<unsigned long>(std::count(text.begin(), text.end(), '\n')) + 1;
+  try {
+    checkTaken(tools::readRunText(text, "F"));
+  } catch (const tools::Failure& failure) {
+    std::istringstream faults(failure.what());
+    for (std::string each; std::getline(faults, each);) checkFault(each, lines);
+  }
+  return 0;
+}
