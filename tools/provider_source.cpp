@@ -50,6 +50,7 @@ ProviderSource::Answer ProviderSource::send(const EncodedRow& row) {
     _handleConfirmed.reset();
     return Answer::none;
   }
+  if (status == DCH_STATUS_NOT_STORED) return Answer::notStored;
   if (!isForgotten(status)) require("sending a row", status);
   return renew() == Answer::none ? Answer::none : Answer::startedAnew;
 }

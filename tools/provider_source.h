@@ -26,9 +26,10 @@ class ProviderSource {
   void goOnline();
 
   enum class Answer {
-    taken,       // the DCH has the row
-    none,        // the DCH does not answer; it may have the row
-    startedAnew  // the DCH did not know the source; it knows it again, but does not have the row
+    taken,        // the DCH has the row
+    none,         // the DCH does not answer; it may have the row
+    startedAnew,  // the DCH did not know the source; it knows it again, but does not have the row
+    notStored     // the DCH could not keep it, as when its disk is full
   };
 
   // Sends a row and waits for the answer. A row that was not taken is to be sent again.

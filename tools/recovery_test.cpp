@@ -106,7 +106,7 @@ TEST(SendRecovery, AHandleThatMayHaveBecomeAnotherSourcesIsAskedForAgain) {
 }
 
 TEST(SendRecovery, ADchThatAnswersAgainGetsTheRowAgain) {
-  int rows = 0;
+  std::atomic<int> rows{0};
   const ScriptedDch dch([&](const std::string& request) {
     return requestCode(request) == DCH_REQUEST_DATA && ++rows <= 2 ? Answers{} : done(request);
   });

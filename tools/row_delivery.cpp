@@ -16,6 +16,14 @@ void DchPresence::answers() {
   const std::lock_guard lock(_mutex);
   _answered = Clock::now();
   if (std::exchange(_isAway, false)) _say("the DCH answers again");
+  if (std::exchange(_storesNothing, false)) _say("the DCH stores rows again");
+}
+
+void DchPresence::storesNothing() {
+  const std::lock_guard lock(_mutex);
+  _answered = Clock::now();
+  _isAway = false;
+  if (!std::exchange(_storesNothing, true)) _say("the DCH stores no rows; trying again");
 }
 
 void DchPresence::hasStartedAnew(Clock::time_point known) {
@@ -34,12 +42,21 @@ void RowDelivery::deliver(const EncodedRow& row) {
     _checkEnd();
     const auto asked = DchPresence::Clock::now();
     answer = _source.send(row);
-    if (answer == Answer::none)
-      _presence.isAway(asked);
-    else if (answer == Answer::startedAnew)
-      _presence.hasStartedAnew(_known);
-    else
-      _presence.answers();
+    switch (answer) {
+      case Answer::taken:
+        _presence.answers();
+        break;
+      case Answer::none:
+        _presence.isAway(asked);
+        break;
+      case Answer::startedAnew:
+        _presence.hasStartedAnew(_known);
+        break;
+      case Answer::notStored:
+        if (!_rest) require("sending a row", DCH_STATUS_NOT_STORED);
+        _presence.storesNothing();
+        _rest();
+    }
     if (answer != Answer::none) _known = DchPresence::Clock::now();
   }
 }

@@ -23,6 +23,8 @@ class DchPresence {
   // It did not answer what it was asked at that time.
   void isAway(Clock::time_point asked);
   void answers();
+  // It answered that it could not keep what it was sent.
+  void storesNothing();
   // It did not know what it knew at that time.
   void hasStartedAnew(Clock::time_point known);
 
@@ -30,6 +32,7 @@ class DchPresence {
   Say _say;
   std::mutex _mutex;
   bool _isAway = false;
+  bool _storesNothing = false;
   Clock::time_point _answered = Clock::time_point::min();
   Clock::time_point _startedAnew = Clock::time_point::min();
 };
@@ -39,9 +42,15 @@ class RowDelivery {
  public:
   // Called before each try; throws to give up.
   using CheckEnd = std::function<void()>;
-  // Keeps references to the first two. The source is on line.
-  RowDelivery(ProviderSource& source, DchPresence& presence, CheckEnd checkEnd)
-      : _source(source), _presence(presence), _checkEnd(std::move(checkEnd)) {}
+  // Called before a row is tried again that the DCH could not keep.
+  using Rest = std::function<void()>;
+  // Keeps references to the first two. The source is on line. Without `rest` a row that the DCH
+  // cannot keep is a Failure.
+  RowDelivery(ProviderSource& source, DchPresence& presence, CheckEnd checkEnd, Rest rest = nullptr)
+      : _source(source),
+        _presence(presence),
+        _checkEnd(std::move(checkEnd)),
+        _rest(std::move(rest)) {}
 
   // Sends a row until the DCH has it, also one that dies and starts anew in the meantime. A row
   // whose answer got lost is there twice then.
@@ -51,6 +60,7 @@ class RowDelivery {
   ProviderSource& _source;
   DchPresence& _presence;
   CheckEnd _checkEnd;
+  Rest _rest;
   DchPresence::Clock::time_point _known = DchPresence::Clock::now();
 };
 

@@ -38,6 +38,13 @@ TEST_F(Presence, WhoAskedBeforeItAnsweredOthersHasNoNews) {
   EXPECT_THAT(said(), ElementsAre("the DCH does not answer; trying again"));
 }
 
+TEST_F(Presence, AFullDchIsSaidOnceAndThatItHasRoomAgain) {
+  for (int i = 0; i < 3; ++i) _presence.storesNothing();
+  EXPECT_THAT(said(), ElementsAre("the DCH stores no rows; trying again"));
+  for (int i = 0; i < 3; ++i) _presence.answers();
+  EXPECT_THAT(said(), ElementsAre("the DCH stores rows again"));
+}
+
 TEST_F(Presence, AStartIsSaidOnceAndTakesThePlaceOfTheAnswer) {
   const auto known = Clock::now();
   _presence.isAway(known);

@@ -15,6 +15,7 @@ namespace {
 // How long a command that is asked to end is waited for; less at the end of zordp.
 constexpr std::chrono::seconds grace{5};
 constexpr std::chrono::seconds graceAtEnd{2};
+constexpr std::chrono::seconds pauseOfFullDch{1};
 
 // The output may have been cut off in the middle of its last line.
 struct CutOff {};
@@ -40,7 +41,9 @@ RowsFeed::RowsFeed(const RowsTable& table, ProviderSource& source,
                    const FeedSurroundings& surroundings)
     : _table(table),
       _surroundings(surroundings),
-      _delivery(source, surroundings.presence, [this] { _surroundings.end.check(); }),
+      _delivery(
+          source, surroundings.presence, [this] { _surroundings.end.check(); },
+          [this] { rest(Clock::now() + pauseOfFullDch); }),
       _trouble(sayWithNames(table, surroundings.say)),
       _badLines(sayWithNames(table, surroundings.say)),
       _thread(&RowsFeed::run, this) {}

@@ -60,7 +60,7 @@ TEST(RunAlone, ARefusalAtTheStartEndsIt) {
 
 TEST(RunAlone, ARowThatIsRefusedEndsAllInGoodOrder) {
   const ScriptedDch dch([](const std::string& request) {
-    return requestCode(request) == DCH_REQUEST_DATA ? Datagrams{statusAnswer(105)}
+    return requestCode(request) == DCH_REQUEST_DATA ? Datagrams{statusAnswer(103)}
                                                     : welcome(request);
   });
   const Diary diary;
@@ -70,9 +70,10 @@ TEST(RunAlone, ARowThatIsRefusedEndsAllInGoodOrder) {
                      environmentFor(dch.port()));
   const ProcessResult result = zordp->finish();
   EXPECT_EQ(result.exitStatus, EX_PROTOCOL);
-  EXPECT_THAT(result.standardError,
-              EndsWith("zordp: sky of roof: sending a row failed: status 105 (not stored); 0 rows "
-                       "sent before\n"));
+  EXPECT_THAT(
+      result.standardError,
+      EndsWith("zordp: sky of roof: sending a row failed: status 103 (unknown attribute); 0 rows "
+               "sent before\n"));
   const std::vector<short> codes = codesOf(dch.requests());
   EXPECT_EQ(codes.back(), DCH_REQUEST_UNREGISTER);
   EXPECT_EQ(std::count(codes.begin(), codes.end(), DCH_REQUEST_OFFLINE), 2);
@@ -80,12 +81,14 @@ TEST(RunAlone, ARowThatIsRefusedEndsAllInGoodOrder) {
   EXPECT_TRUE(processEnds(diary.lines()[0]));
 }
 
-TEST(RunAlone, NoRowIsLeftOutWhileTheDchIsAway) {
+// Three rows, of which the second is answered so at first, are taken in their order; meanwhile the
+// user is told this.
+void expectAllRowsTaken(const Datagrams& answer, const std::vector<std::string>& said) {
   int tries = 0;
   std::vector<std::string> taken;  // read when all are there
   const ScriptedDch dch([&](const std::string& request) {
     if (requestCode(request) != DCH_REQUEST_DATA) return welcome(request);
-    if (++tries == 2) return Datagrams{};
+    if (++tries == 2) return answer;
     taken.push_back(request);
     return welcome(request);
   });
@@ -93,8 +96,7 @@ TEST(RunAlone, NoRowIsLeftOutWhileTheDchIsAway) {
   RunningZordp zordp(rowsTable("sky", "cat " + input.path(), skyColumns),
                      environmentFor(dch.port(), "3"));
   for (int i = 1; i <= 3; ++i) input.write(std::to_string(i) + "\n");
-  zordp->waitForError("zordp: the DCH does not answer; trying again\n");
-  zordp->waitForError("zordp: the DCH answers again\n");
+  for (const std::string& each : said) zordp->waitForError("zordp: " + each + "\n");
   ASSERT_TRUE(waitForRequests(
       dch, 4, [](const std::string& request) { return requestCode(request) == DCH_REQUEST_DATA; }));
   zordp.stop();
@@ -106,6 +108,15 @@ TEST(RunAlone, NoRowIsLeftOutWhileTheDchIsAway) {
     return number;
   };
   for (int i = 0; i < 3; ++i) EXPECT_EQ(rowOf(taken[static_cast<std::size_t>(i)]), i + 1);
+}
+
+TEST(RunAlone, NoRowIsLeftOutWhileTheDchIsAway) {
+  expectAllRowsTaken({}, {"the DCH does not answer; trying again", "the DCH answers again"});
+}
+
+TEST(RunAlone, NoRowIsLeftOutWhileTheDchCannotKeepOne) {
+  expectAllRowsTaken({statusAnswer(105)},
+                     {"the DCH stores no rows; trying again", "the DCH stores rows again"});
 }
 
 TEST(RunAlone, ASecondSignalDoesNotWaitForTheDch) {
