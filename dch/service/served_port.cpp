@@ -28,8 +28,9 @@ std::optional<in_addr> wantedAddress(const std::optional<std::string>& bindAddre
 }
 
 [[noreturn]] void refuse(const std::string& handedOver, const std::string& wanted) {
-  throw ConfigurationError("sockets of " + handedOver + " were handed over, but " + wanted +
-                           ": make both the same, or ask for neither here");
+  throw ConfigurationError(
+      "sockets of " + handedOver + " were handed over, but " + wanted +
+      ": give the socket unit and the server the same ones, or the server none");
 }
 
 void requirePort(const PeerAddress& handedOver, std::optional<int> port) {

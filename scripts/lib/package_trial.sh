@@ -143,6 +143,18 @@ sed -i '/^wrong/d' /etc/zord410/zordchd.toml
 systemctl restart zordchd
 is_served || fail 'the service does not run after the configuration was mended'
 
+step 'an upgrade whose server does not start at once'
+python3 -m http.server --bind 127.0.0.1 1981 >/dev/null 2>&1 &
+other=$!
+eventually curl --silent --output /dev/null http://127.0.0.1:1981/
+sed -i 's/127.0.0.1:1980/127.0.0.1:1981/' /etc/zord410/zordchd.toml
+apt install ./next/*.deb
+grep -q 'does not start' /tmp/apt.log || fail "it said: $(cat /tmp/apt.log)"
+kill "$other"
+eventually is_served
+sed -i 's/127.0.0.1:1981/127.0.0.1:1980/' /etc/zord410/zordchd.toml
+systemctl restart zordchd
+
 step 'removing while rows come in, and installing again'
 sources=(five)
 touch /tmp/sending
