@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sysexits.h>
 #include <unistd.h>
 
@@ -66,6 +67,23 @@ TEST(PassingTime, ACommandHasNoTimeLeftWhenItHasPassed) {
   char bytes[16];
   EXPECT_EQ(output.read(bytes, sizeof bytes), 4U);
   letPass(std::chrono::hours(1));
+  EXPECT_EQ(output.read(bytes, sizeof bytes), 0U);
+  EXPECT_TRUE(output.hasTimedOut());
+}
+
+TEST(PassingTime, WhatACommandPrintedInTimeIsReadAfterIt) {
+  const EndEvent end;
+  const CommandInput input;
+  const RunningCommand command("cat " + input.path());
+  CommandOutput output(command, end, {std::chrono::hours(1), true});
+  input.write("line\n");
+  pollfd printed{command.output(), POLLIN, 0};
+  ASSERT_EQ(poll(&printed, 1, -1), 1);
+  letPass(std::chrono::hours(2));
+  char bytes[16];
+  EXPECT_EQ(output.read(bytes, sizeof bytes), 5U);
+  EXPECT_FALSE(output.hasTimedOut());
+  letPass(std::chrono::hours(2));
   EXPECT_EQ(output.read(bytes, sizeof bytes), 0U);
   EXPECT_TRUE(output.hasTimedOut());
 }

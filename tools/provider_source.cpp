@@ -59,13 +59,14 @@ ProviderSource::Answer ProviderSource::send(const EncodedRow& row) {
 ProviderSource::Answer ProviderSource::renew() {
   const ZORA_Long handleBefore = _handle;
   ZORA_Long status = askForHandle();
-  const bool isNew = isForgotten(status);
-  if (isNew) {
+  if (isForgotten(status)) {
+    _isForgotten = true;
     status = _application.enterAgain();
     if (status == DCH_STATUS_OK) status = askForHandle();
   }
   if (status == DCH_STATUS_NO_ANSWER) return Answer::none;
   require("starting anew", status);
+  const bool isNew = std::exchange(_isForgotten, false);
   return isNew || _handle != handleBefore ? Answer::startedAnew : Answer::taken;
 }
 

@@ -49,6 +49,7 @@ class ProviderSource {
   std::string _name;
   bool _online = false;
   ZORA_Long _handle = 0;
+  bool _isForgotten = false;  // by the DCH, as it has said, until it is told of the source again
   // When the DCH was last seen to know the handle. One that has started anew may have given it to
   // another source, whose rows ours would become: after a while it is asked for once more.
   std::optional<Clock::time_point> _handleConfirmed;

@@ -66,9 +66,9 @@ constexpr char runFooter[] =
     "\n"
     "A line that is no row is left out, and a command that fails is said. One that runs all the\n"
     "time is started anew, after 1 s, 2 s and so on up to 60 s. A DCH that does not answer is\n"
-    "waited for; no row is left out. At SIGINT, SIGTERM and SIGHUP the commands are ended, the\n"
-    "sources go off line, and without --keep the application is unregistered. As a service it\n"
-    "tells systemd when it is ready.\n"
+    "waited for; no row is left out. At SIGINT, SIGTERM and SIGHUP the commands are ended, what\n"
+    "they print from then on is not sent, the sources go off line, and without --keep the\n"
+    "application is unregistered. As a service it tells systemd when it is ready.\n"
     "\n"
     "The exit statuses are in zordp --help.";
 

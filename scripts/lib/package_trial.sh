@@ -38,6 +38,10 @@ list_files() {
     -prune -o -print | LC_ALL=C sort
 }
 
+list_users() {
+  { getent passwd; getent group; } | sort
+}
+
 server_process() {
   systemctl show --property=MainPID --value zordchd
 }
@@ -88,7 +92,7 @@ mapfile -t needed < <({
 } | sort -u | not_ours)
 apt install "${needed[@]}"
 list_files >/tmp/files.before
-getent passwd | sort >/tmp/users.before
+list_users >/tmp/users.before
 
 step 'installing all packages'
 apt install ./packages/*.deb
@@ -177,7 +181,7 @@ step 'purging everything'
 mapfile -t ours < <(for package in packages/*.deb; do dpkg-deb --field "$package" Package; done)
 apt purge "${ours[@]}"
 list_files >/tmp/files.after
-getent passwd | sort >/tmp/users.after
+list_users >/tmp/users.after
 diff /tmp/files.before /tmp/files.after || fail 'purging leaves files, see above'
-diff /tmp/users.before /tmp/users.after || fail 'purging leaves a user, see above'
+diff /tmp/users.before /tmp/users.after || fail 'purging leaves a user or a group, see above'
 [[ $(systemctl is-system-running) == running ]] || fail "$(systemctl --failed)"

@@ -23,20 +23,27 @@ std::size_t CommandOutput::read(char* bytes, std::size_t room) {
     pollfd watched[] = {{_end.descriptor(), POLLIN, 0},
                         {_command.shell(), POLLIN, 0},
                         {_command.output(), POLLIN, 0}};
-    poll(watched, 3, millisecondsUntil(_deadline));
+    const int ready = poll(watched, 3, millisecondsUntil(_deadline));
     _end.check();
-    // What the shell has printed is all there once it has ended; more is of what it left behind.
+    if (ready < 0) continue;
+    // What was printed before the shell has ended, or in time, is all there then, also when this
+    // process could not read it sooner; more is of what the shell left behind, or is late.
     const bool hasEnded = watched[1].revents != 0;
-    _hasTimedOut = !hasEnded && Clock::now() >= _deadline;
-    if (_hasTimedOut || _readSinceEnd > pipeBytes) return 0;
+    const bool isLate = Clock::now() >= _deadline;
+    if (!hasEnded && !isLate) _readSinceEnd = 0;
+    if ((isLate && watched[2].revents == 0) || _readSinceEnd > pipeBytes) {
+      _hasTimedOut = !hasEnded;
+      return 0;
+    }
     const ssize_t count = ::read(_command.output(), bytes, room);
-    if (count == 0 || (count < 0 && hasEnded)) return 0;
+    _isAtEnd = count == 0;
+    if (_isAtEnd || (count < 0 && hasEnded)) return 0;
     if (count < 0) continue;
     const auto size = static_cast<std::size_t>(count);
     if (_patience.time && _patience.isForEachLine &&
         std::string_view(bytes, size).find('\n') != std::string_view::npos)
       _deadline = Clock::now() + *_patience.time;
-    if (hasEnded) _readSinceEnd += size;
+    if (hasEnded || isLate) _readSinceEnd += size;
     return size;
   }
 }

@@ -33,6 +33,9 @@ class CommandOutput {
 
   bool hasTimedOut() const { return _hasTimedOut; }
 
+  // Whether nobody has the output open any more, and all of it was read.
+  bool isAtEnd() const { return _isAtEnd; }
+
   // So long the command was not waited for, but something else.
   void excuse(Clock::duration time);
 
@@ -47,8 +50,9 @@ class CommandOutput {
   const EndEvent& _end;
   Patience _patience;
   Clock::time_point _deadline = Clock::time_point::max();
-  std::size_t _readSinceEnd = 0;  // since the shell's
+  std::size_t _readSinceEnd = 0;  // since the shell's, or that of the time
   bool _hasTimedOut = false;
+  bool _isAtEnd = false;
 };
 
 }  // namespace tools

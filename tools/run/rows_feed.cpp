@@ -168,7 +168,7 @@ void RowsFeed::sendRows(CommandOutput* output) {
     const std::size_t count = output->read(bytes, room);
     if (count > 0) return count;
     output->waitForShell();
-    if (output->hasTimedOut() || !_command->hasEndedWell()) throw CutOff();
+    if (!output->isAtEnd() || output->hasTimedOut() || !_command->hasEndedWell()) throw CutOff();
     return count;
   });
   const auto reader = makeReader(input);

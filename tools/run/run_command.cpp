@@ -65,7 +65,7 @@ class Run {
   // On the control thread.
   void stop(int signal) {
     if (!_isEntered) {
-      // Nothing is to be undone, and the DCH may be waited for.
+      // The DCH may be waited for, for long, and has no source of this process on line.
       say(describeStop(signal, 0));
       _exit(128 + signal);
     }
@@ -143,6 +143,8 @@ int run(const RunOptions& options) {
   checkTransport();
   // Else the system would throw the statuses of commands away, whatever the parent wanted.
   std::signal(SIGCHLD, SIG_DFL);
+  // Who reads the messages may go; the sources are to go off line all the same.
+  std::signal(SIGPIPE, SIG_IGN);
   Run provided(file, options.keep ? ProviderApplication::AtEnd::staysRegistered
                                   : ProviderApplication::AtEnd::unregister);
   return 128 + provided.untilSignal();

@@ -32,7 +32,6 @@ TEST(RunAlone, ADchThatIsNotThereYetIsWaitedFor) {
   isThere = true;
   zordp->waitForError("zordp: the DCH answers again\n");
   zordp.waitUntilOnline();
-  EXPECT_EQ(zordp.stop().exitStatus, 128 + SIGTERM);
 }
 
 TEST(RunAlone, ASignalEndsTheWaitForADch) {
@@ -94,7 +93,7 @@ void expectAllRowsTaken(const Datagrams& answer, const std::vector<std::string>&
   });
   const CommandInput input;
   RunningZordp zordp(rowsTable("sky", "cat " + input.path(), skyColumns),
-                     environmentFor(dch.port(), "3"));
+                     environmentFor(dch.port(), "10"));
   for (int i = 1; i <= 3; ++i) input.write(std::to_string(i) + "\n");
   for (const std::string& each : said) zordp->waitForError("zordp: " + each + "\n");
   ASSERT_TRUE(waitForRequests(

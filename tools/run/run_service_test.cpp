@@ -28,7 +28,7 @@ TEST(RunService, IsReadyWhenAllSourcesAreOnLineAndTellsHowItDoes) {
     isSecondOnLine = requests > 2;
     return {onlineAnswer(0, requests > 2 ? 2 : 1)};
   });
-  Environment environment = environmentFor(dch.port(), "3");
+  Environment environment = environmentFor(dch.port(), "10");
   environment["NOTIFY_SOCKET"] = manager.name();
   const CommandInput input;
   RunningZordp zordp(rowsTable("sky", "cat " + input.path(), "columns = ['clouds']") +

@@ -12,8 +12,8 @@ namespace tools {
 class RunningCommand {
  public:
   // Starts `/bin/sh -c LINE`: standard input is empty, standard output a pipe, standard error that
-  // of this process; no other descriptor, no signal blocked or ignored, and without what a service
-  // manager says to this process alone. Throws std::system_error.
+  // of this process; no other descriptor, no signal blocked or ignored, and without NOTIFY_SOCKET,
+  // which is for this process alone. Throws std::system_error.
   explicit RunningCommand(const std::string& line);
 
   // Kills what is left of it.
