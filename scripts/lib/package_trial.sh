@@ -2,6 +2,7 @@
 # in /trial/packages and those of a later version in /trial/next: what a user would do with them.
 set -euo pipefail
 cd /trial
+. tests/eventually.sh
 
 fail() {
   echo "$*" >&2
@@ -18,16 +19,6 @@ apt() {
     cat /tmp/apt.log >&2
     fail "apt-get $*"
   }
-}
-
-# eventually COMMAND...: until it succeeds, a minute at most.
-eventually() {
-  local tries
-  for ((tries = 0; tries < 600; ++tries)); do
-    ! "$@" >/dev/null 2>&1 || return 0
-    sleep 0.1
-  done
-  fail "not in a minute: $*"
 }
 
 # All that packages and services can leave behind. What belongs to dpkg, apt and the log is no concern
