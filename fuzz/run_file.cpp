@@ -2,27 +2,13 @@
 // that say where.
 #include "tools/run/run_file.h"
 
-#include <algorithm>
 #include <set>
-#include <sstream>
 
 #include "fuzz/support/require.h"
+#include "fuzz/support/told_faults.h"
 #include "tools/common/failure.h"
 
 namespace {
-
-// Such as "F:3: there is no key 'x'; there are registration, rows".
-void checkFault(const std::string& fault, unsigned long lines) {
-  fuzz::require(fault.starts_with("F:"), "the file is named");
-  std::size_t digits = 0;
-  const unsigned long line = std::stoul(fault.substr(2), &digits);
-  fuzz::require(line >= 1 && line <= lines, "the line is one of the file's");
-  fuzz::require(fault.compare(2 + digits, 2, ": ") == 0 && fault.size() > digits + 4,
-                "something is said");
-  fuzz::require(
-      std::all_of(fault.begin(), fault.end(), [](char each) { return each >= ' ' && each <= '~'; }),
-      "what is shown drives no terminal");
-}
 
 bool isInRange(const std::optional<std::chrono::milliseconds>& time) {
   return !time || (time->count() >= 100 && time->count() <= 86'400'000);
@@ -47,12 +33,10 @@ void checkTaken(const tools::RunFile& taken) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t count) {
   const std::string_view text(reinterpret_cast<const char*>(bytes), count);
-  const auto lines = static_cast<unsigned long>(std::count(text.begin(), text.end(), '\n')) + 1;
   try {
     checkTaken(tools::readRunText(text, "F"));
   } catch (const tools::Failure& failure) {
-    std::istringstream faults(failure.what());
-    for (std::string each; std::getline(faults, each);) checkFault(each, lines);
+    fuzz::requireFaultsOf(text, failure.what());
   }
   return 0;
 }
