@@ -379,6 +379,13 @@ std::map<std::string, Target> targets() {
       {"server_stream", {streamSeeds(), words}},
       {"core", {coreSeeds(), words}},
       {"stream_framer", {framerSeeds(), {std::string("\0\0\0\4", 4), std::string("\0\0\1\54", 4)}}},
+      {"link_row",
+       {{"site-1\nHOSTMON\nload", "a.example\n\n> *", "%2E%20%FF", "%",
+         "1 000102030405060708090a0b0c0d0e0f 42 - 40 1769903999123456 7 web1",
+         "1 000102030405060708090a0b0c0d0e0f 9223372036854775807 ffffffffffffffffffffffffffffffff "
+         "-9223372036854775808 -1 -2147483648 Nats%2DMsg%2DId%3A%201"},
+        {"%2D", "%5F", "%00", "%FF", "1 ", " - ", " 0 ", " -1 ", " 9223372036854775807 ",
+         " 2147483647 ", "000102030405060708090a0b0c0d0e0f"}}},
       {"configuration_file",
        {{configurationText, "[channel]\nport = 70000\nprot = 1\n", "port = 1919\n", "[channel\n",
          "[channel]\nallow = ['10.0.0.1/8', 7]\n"},

@@ -1,0 +1,75 @@
+#include "dch/link/row_header.h"
+
+#include <array>
+#include <charconv>
+#include <cstddef>
+
+#include "dch/link/escaped_name.h"
+
+namespace dch {
+
+namespace {
+
+constexpr std::string_view headerVersion = "1", sameEpoch = "-";
+
+// A server of the stream looks for the names of its own headers in values, too. Each has a hyphen
+// between letters, so a source must not.
+constexpr std::string_view plainInSources = "_";
+
+using HeaderFields = std::array<std::string_view, 8>;
+
+std::optional<HeaderFields> fieldsOf(std::string_view text) {
+  HeaderFields fields;
+  for (std::size_t index = 0; index + 1 < fields.size(); ++index) {
+    const std::size_t blank = text.find(' ');
+    if (blank == std::string_view::npos) return std::nullopt;
+    fields[index] = text.substr(0, blank);
+    text.remove_prefix(blank + 1);
+  }
+  fields.back() = text;
+  return fields;
+}
+
+// Any number when these are no digits of one.
+template <class Number>
+Number numberOf(std::string_view digits) {
+  Number number = 0;
+  std::from_chars(digits.data(), digits.data() + digits.size(), number);
+  return number;
+}
+
+}  // namespace
+
+std::string rowHeaderText(const RowHeader& header) {
+  std::string text(headerVersion);
+  const auto add = [&](std::string_view field) { (text += ' ') += field; };
+  add(epochText(header.name.epoch));
+  add(std::to_string(header.name.number));
+  add(header.previous.epoch == header.name.epoch ? sameEpoch : epochText(header.previous.epoch));
+  add(std::to_string(header.previous.number));
+  add(std::to_string(header.time));
+  add(std::to_string(header.handle));
+  add(escapedName(header.source, plainInSources));
+  return text;
+}
+
+std::optional<RowHeader> parseRowHeader(std::string_view text) {
+  const auto fields = fieldsOf(text);
+  if (!fields) return std::nullopt;
+  const auto& [version, epochDigits, number, previousDigits, previousNumber, time, handle,
+               escaped] = *fields;
+  const auto epoch = parseEpoch(epochDigits);
+  const auto previousEpoch = previousDigits == sameEpoch ? epoch : parseEpoch(previousDigits);
+  auto source = unescapedName(escaped, plainInSources);
+  if (!epoch || !previousEpoch || !source) return std::nullopt;
+  RowHeader header{{*epoch, numberOf<std::int64_t>(number)},
+                   {*previousEpoch, numberOf<std::int64_t>(previousNumber)},
+                   numberOf<Time>(time),
+                   numberOf<ZORA_Long>(handle),
+                   *std::move(source)};
+  // A header is written in one way only: what was something else is written differently now.
+  if (rowHeaderText(header) != text) return std::nullopt;
+  return header;
+}
+
+}  // namespace dch

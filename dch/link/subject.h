@@ -1,0 +1,23 @@
+// subject.h: the subjects that the rows of a site have in the stream.
+#ifndef DCH_LINK_SUBJECT_H
+#define DCH_LINK_SUBJECT_H
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace dch {
+
+// A name as one token of a subject, which blanks, dots and wildcards would break: A-Z a-z 0-9 - _
+// stay, other bytes become %XX; an empty name is "%". No two names have the same token.
+std::string subjectToken(std::string_view name);
+
+// Nothing unless subjectToken wrote it.
+std::optional<std::string> nameOfToken(std::string_view token);
+
+// zord.rows.SITE.APPL.GROUP
+std::string rowSubject(std::string_view site, std::string_view application, std::string_view group);
+
+}  // namespace dch
+
+#endif  // DCH_LINK_SUBJECT_H

@@ -1,0 +1,54 @@
+#include "dch/link/subject.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+
+namespace dch {
+namespace {
+
+TEST(SubjectToken, KeepsLettersDigitsHyphensAndUnderscores) {
+  const std::string plain = "abcxyzABCXYZ0189-_";
+  EXPECT_EQ(plain, subjectToken(plain));
+  EXPECT_EQ(plain, nameOfToken(plain));
+}
+
+TEST(SubjectToken, EscapesEveryOtherByte) {
+  EXPECT_EQ("web%2E1%20%2A%3E%25", subjectToken("web.1 *>%"));
+  EXPECT_EQ("%00%0A%0D%7F%80%FF", subjectToken({"\0\n\r\x7f\x80\xff", 6}));
+  EXPECT_EQ("%40%5B%60%7B%2F%3A", subjectToken("@[`{/:"));
+  EXPECT_EQ("%252E", subjectToken("%2E"));
+  EXPECT_EQ("K%C3%B6ln", subjectToken("K\xc3\xb6ln"));
+}
+
+TEST(SubjectToken, OfAnEmptyNameIsNotEmpty) {
+  EXPECT_EQ("%", subjectToken(""));
+  EXPECT_EQ("", nameOfToken("%"));
+}
+
+TEST(SubjectToken, OfEachByteIsAnotherAndLeadsBack) {
+  std::set<std::string> tokens;
+  for (int value = 0; value < 256; ++value) {
+    const std::string name(1, static_cast<char>(value));
+    const std::string token = subjectToken(name);
+    EXPECT_EQ(std::string::npos, token.find_first_of(std::string(". *>\t\r\n\0", 8))) << value;
+    EXPECT_EQ(name, nameOfToken(token)) << value;
+    tokens.insert(token);
+  }
+  EXPECT_EQ(256U, tokens.size());
+}
+
+TEST(SubjectToken, HasNoNameWhenItWouldBeWrittenOtherwise) {
+  for (const char* each : {"", "%%", "%4", "a%", "%2e", "%41", "%2D", "%5F", "%GG", "%-1", "%+1",
+                           "% 1", "%0x", "a.b", "a b", "\xff"})
+    EXPECT_EQ(std::nullopt, nameOfToken(each)) << each;
+  EXPECT_EQ(std::nullopt, nameOfToken({"a\0", 2}));
+}
+
+TEST(RowSubject, NamesSiteApplicationAndGroup) {
+  EXPECT_EQ("zord.rows.site-1.HOSTMON.load", rowSubject("site-1", "HOSTMON", "load"));
+  EXPECT_EQ("zord.rows.a%2Eexample.%.%3E", rowSubject("a.example", "", ">"));
+}
+
+}  // namespace
+}  // namespace dch

@@ -1,0 +1,125 @@
+// The texts by which a row is known in the stream, subject and header: each leads back to what it
+// was made of, and nothing else is taken for one.
+#include <cstring>
+#include <vector>
+
+#include "dch/link/row_header.h"
+#include "dch/link/subject.h"
+#include "fuzz/support/input.h"
+#include "fuzz/support/require.h"
+
+namespace {
+
+bool isOneOf(char character, std::string_view characters) {
+  return characters.find(character) != std::string_view::npos;
+}
+
+constexpr std::string_view hexDigits = "0123456789ABCDEF";
+constexpr std::string_view plain =
+    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_";
+
+// Whether it is a name with all but `plain` and `further` escaped.
+bool isEscaped(std::string_view text, std::string_view further) {
+  const auto isPlain = [&](char each) { return isOneOf(each, plain) || isOneOf(each, further); };
+  if (text == "%") return true;
+  if (text.empty()) return false;
+  for (std::size_t index = 0; index < text.size(); ++index) {
+    if (isPlain(text[index])) continue;
+    if (text[index] != '%' || text.size() - index < 3) return false;
+    const std::size_t high = hexDigits.find(text[++index]), low = hexDigits.find(text[++index]);
+    if (high >= 16 || low >= 16 || isPlain(static_cast<char>(high << 4 | low))) return false;
+  }
+  return true;
+}
+
+// Whether it is a whole number from -most - 1 to most as it is usually written.
+bool isNumber(std::string_view text, std::string_view most) {
+  const bool isNegative = text.substr(0, 1) == "-";
+  if (isNegative) text.remove_prefix(1);
+  if (text.empty() || text.find_first_not_of("0123456789") != std::string_view::npos) return false;
+  if (text[0] == '0') return text.size() == 1 && !isNegative;
+  std::string last(most);
+  if (isNegative) ++last.back();  // neither 2^31 - 1 nor 2^63 - 1 ends in 9
+  return text.size() < last.size() || (text.size() == last.size() && text <= last);
+}
+
+bool isEpoch(std::string_view text) {
+  return text.size() == 32 && text.find_first_not_of("0123456789abcdef") == std::string_view::npos;
+}
+
+std::vector<std::string_view> split(std::string_view text, char separator) {
+  std::vector<std::string_view> parts;
+  for (std::size_t end = 0; (end = text.find(separator)) != std::string_view::npos;
+       text.remove_prefix(end + 1))
+    parts.push_back(text.substr(0, end));
+  parts.push_back(text);
+  return parts;
+}
+
+bool isHeader(std::string_view text) {
+  constexpr std::string_view most64 = "9223372036854775807", most32 = "2147483647";
+  const auto fields = split(text, ' ');
+  return fields.size() == 8 && fields[0] == "1" && isEpoch(fields[1]) &&
+         isNumber(fields[2], most64) &&
+         (fields[3] == "-" || (isEpoch(fields[3]) && fields[3] != fields[1])) &&
+         isNumber(fields[4], most64) && isNumber(fields[5], most64) &&
+         isNumber(fields[6], most32) && isEscaped(fields[7], "");
+}
+
+void checkAsText(std::string_view text) {
+  const auto name = dch::nameOfToken(text);
+  fuzz::require(name.has_value() == isEscaped(text, "-"), "what a token is");
+  fuzz::require(!name || dch::subjectToken(*name) == text, "a name has one token");
+  const auto header = dch::parseRowHeader(text);
+  fuzz::require(header.has_value() == isHeader(text), "what a header is");
+  fuzz::require(!header || dch::rowHeaderText(*header) == text, "a header has one text");
+}
+
+template <class Number>
+Number take(fuzz::Input* input) {
+  const std::string_view bytes = input->takeBytes(sizeof(Number));
+  Number number = 0;
+  std::memcpy(&number, bytes.data(), bytes.size());
+  return number;
+}
+
+dch::Epoch takeEpoch(fuzz::Input* input) {
+  dch::Epoch epoch;
+  const std::string_view bytes = input->takeBytes(epoch.bytes.size());
+  std::memcpy(epoch.bytes.data(), bytes.data(), bytes.size());
+  return epoch;
+}
+
+void checkAsHeader(fuzz::Input input) {
+  dch::RowHeader header;
+  header.name = {takeEpoch(&input), take<std::int64_t>(&input)};
+  const bool isSameRun = (input.takeByte() & 1) != 0;
+  header.previous = {isSameRun ? header.name.epoch : takeEpoch(&input), take<std::int64_t>(&input)};
+  header.time = take<dch::Time>(&input);
+  header.handle = take<ZORA_Long>(&input);
+  header.source = input.takeRest();
+  const std::string text = dch::rowHeaderText(header);
+  fuzz::require(isHeader(text), "a header as it is to be");
+  fuzz::require(dch::parseRowHeader(text) == header, "a header leads back");
+}
+
+void checkAsNames(fuzz::Input input) {
+  const std::string_view names[] = {input.takeLine(), input.takeLine(), input.takeRest()};
+  const std::string subject = dch::rowSubject(names[0], names[1], names[2]);
+  const auto tokens = split(subject, '.');
+  fuzz::require(tokens.size() == 5 && tokens[0] == "zord" && tokens[1] == "rows", "five tokens");
+  for (std::size_t index = 0; index < 3; ++index) {
+    const std::string_view token = tokens[index + 2];
+    fuzz::require(isEscaped(token, "-"), "a token as it is to be");
+    fuzz::require(dch::nameOfToken(token) == names[index], "a token leads back");
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t count) {
+  checkAsText({reinterpret_cast<const char*>(bytes), count});
+  checkAsHeader({bytes, count});
+  checkAsNames({bytes, count});
+  return 0;
+}
