@@ -248,6 +248,38 @@ Seeds framerSeeds() {
   return seeds;
 }
 
+// As fuzz/row_window.cpp takes them: the limits, then steps. Rows that are new, that an earlier run
+// has sent, and whose ID somebody else has; what becomes of them and of their answers.
+Seeds windowSeeds() {
+  constexpr unsigned isNew = 0x01, hasId = 0x02, wasSentEarlier = 0x04, isIdTaken = 0x08;
+  const auto step = [](unsigned kind, unsigned first, unsigned second) {
+    return byte(kind) + byte(first) + byte(second);
+  };
+  const auto add = [&](unsigned choice) { return step(0, choice, 3); };
+  const std::string limits = byte(8) + byte(201), settle = byte(1) + byte(7);
+  const std::string tooLarge = byte(2) + byte(0), lost = byte(2) + byte(1);
+  const std::string doubled = byte(2) + byte(2), sent = byte(2) + byte(3);
+  const std::string isRefused = step(3, 0, 0), unanswered = step(3, 0, 1);
+  const std::string arrives = step(3, 0, 2), arrivesLast = step(3, 1, 2);
+  const std::string answered = step(4, 0, 1), answeredTwice = step(4, 0, 0);
+  const std::string outOfPlace = step(5, 5, 0), disconnected = byte(6);
+  const std::string patience = byte(7) + byte(110);
+  Seeds seeds;
+  for (const unsigned choice : {isNew, isNew | hasId, hasId | wasSentEarlier,
+                                isNew | hasId | isIdTaken, hasId | isIdTaken}) {
+    const std::string three = limits + add(choice) + add(choice | 0x40) + add(choice);
+    const std::string once = three + sent + sent + sent;
+    seeds.push_back(once + arrives + arrives + arrives + answered + answered + answered + settle);
+    seeds.push_back(once + arrivesLast + arrivesLast + answeredTwice + outOfPlace + answered);
+    seeds.push_back(once + unanswered + isRefused + answered + patience + sent + arrives +
+                    answered);
+    seeds.push_back(once + arrives + disconnected + outOfPlace + sent + arrives + sent + arrives);
+    seeds.push_back(three + tooLarge + lost + doubled + arrives + arrives + answered + answered +
+                    patience + sent);
+  }
+  return seeds;
+}
+
 // ---- Texts -------------------------------------------------------------------------------------
 
 constexpr char configurationText[] = R"([channel]
@@ -386,6 +418,11 @@ std::map<std::string, Target> targets() {
          "-9223372036854775808 -1 -2147483648 Nats%2DMsg%2DId%3A%201"},
         {"%2D", "%5F", "%00", "%FF", "1 ", " - ", " 0 ", " -1 ", " 9223372036854775807 ",
          " 2147483647 ", "000102030405060708090a0b0c0d0e0f"}}},
+      // A row comes, one is sent, arrives, is answered, and the time after which it is sent again.
+      {"row_window",
+       {windowSeeds(),
+        {std::string("\0\3\3", 3), "\2\3", std::string("\3\0\2", 3), std::string("\4\0\1", 3),
+         "\7\156"}}},
       {"configuration_file",
        {{configurationText, "[channel]\nport = 70000\nprot = 1\n", "port = 1919\n", "[channel\n",
          "[channel]\nallow = ['10.0.0.1/8', 7]\n"},
