@@ -152,7 +152,8 @@ bool FileWriter::recover(std::int64_t position) noexcept {
 // that succeeds or fails as late.
 void FileWriter::takeOutOfLog() {
   sqlite::Transaction transaction(_file.connection());
-  _file.connection().execute("UPDATE state SET position = " + std::to_string(_position));
+  _file.connection().execute("UPDATE state SET position = max(position, " +
+                             std::to_string(_position) + ")");
   transaction.commit();
 }
 

@@ -198,6 +198,20 @@ TEST_F(StoreFaults, NumbersAreNotUsedAgain) {
   EXPECT_EQ(read("SELECT max(number) - min(number) FROM rows_1"), "2\n") << first;
 }
 
+// It has used no number yet that others could be behind.
+TEST_F(StoreFaults, ARunWhoseFirstGroupFailsSetsNoNumberBack) {
+  start();
+  goOnline();
+  const std::string position = read("SELECT position FROM state");
+  const std::string known = knownAfterRestart();
+  sqlite3_hard_heap_limit64(1);
+  EXPECT_FALSE(keep(Row{1, 1, dataMessage(1)}));
+  sqlite3_hard_heap_limit64(0);
+  EXPECT_TRUE(waitUntil([&] { return !_store->figures().isFailing; }));
+  EXPECT_EQ(read("SELECT position FROM state"), position);
+  EXPECT_EQ(knownAfterRestart(), known);
+}
+
 TEST_F(StoreFaults, WhatWasRefusedIsNotThereAfterADeath) {
   startOnVfs(Durability::power);
   goOnline();
