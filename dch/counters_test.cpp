@@ -51,6 +51,7 @@ constexpr CounterCase counterCases[] = {
     {Counter::changesKept, cases::changesKept},
     {Counter::changesRefused, cases::changesRefused},
     {Counter::rowsRemoved, cases::rowsRemoved},
+    {Counter::linkRowsLost, cases::linkRowsLost},
     {Counter::writeFailures, cases::writeFailures},
     {Counter::writeMicroseconds, cases::writeMicroseconds},
     {Counter::applications, cases::applications},

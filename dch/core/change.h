@@ -3,6 +3,7 @@
 #ifndef DCH_CORE_CHANGE_H
 #define DCH_CORE_CHANGE_H
 
+#include <cstdint>
 #include <list>
 #include <string>
 #include <variant>
@@ -58,8 +59,14 @@ struct ActionEnded {
   ZORA_Long status = 0;
 };
 
+// The rows up to this position of the store were published: they need not be again. It is not among
+// what the server knows, and is not told when that is loaded.
+struct RowsPublished {
+  std::int64_t position = 0;
+};
+
 using Change = std::variant<Registered, Unregistered, WentOnline, WentOffline, Row, Deferred,
-                            ActionStarted, ActionEnded>;
+                            ActionStarted, ActionEnded, RowsPublished>;
 
 }  // namespace dch
 

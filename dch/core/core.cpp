@@ -67,7 +67,7 @@ void Core::load() {
         Overloaded{[&](Row&& row) { _registry.apply(&row); },
                    [&](Deferred&& deferred) { _deferrals.add(std::move(deferred.deferral)); },
                    [&](ActionStarted&& started) { _actions.restore(started); },
-                   [&](ActionEnded&& ended) { _actions.restore(ended); },
+                   [&](ActionEnded&& ended) { _actions.restore(ended); }, [](RowsPublished&&) {},
                    [&]<class Other>(Other&& other) {
                      _registry.apply(std::forward<Other>(other), std::move(prepared));
                    }},
@@ -218,6 +218,7 @@ Prepared Core::prepare(const Change& change) {
       Overloaded{[](const Row&) { return Prepared{}; }, [](const Deferred&) { return Prepared{}; },
                  [](const ActionStarted&) { return Prepared{}; },
                  [](const ActionEnded&) { return Prepared{}; },
+                 [](const RowsPublished&) { return Prepared{}; },
                  [this](const auto& each) { return _registry.prepare(each); }},
       change);
 }

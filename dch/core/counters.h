@@ -51,6 +51,7 @@ enum class Counter : std::size_t {
   changesKept,
   changesRefused,
   rowsRemoved,
+  linkRowsLost,
   writeFailures,
   writeMicroseconds,
   // From here on gauges.
@@ -130,6 +131,8 @@ inline constexpr CounterDescription counterDescriptions[] = {
     {Counter::changesKept, "changes_kept", "changes that were written to the state file"},
     {Counter::changesRefused, "changes_refused", "changes that the state file did not take"},
     {Counter::rowsRemoved, "rows_removed", "old rows that were removed from the state file"},
+    {Counter::linkRowsLost, "link_rows_lost",
+     "rows that retention removed before the link had published them"},
     {Counter::writeFailures, "write_failures", "failures to write the state file"},
     {Counter::writeMicroseconds, "write_microseconds", "time spent in writing the state file"},
     {Counter::applications, "applications", "applications that are registered"},

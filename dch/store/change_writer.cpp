@@ -4,26 +4,37 @@
 
 namespace dch {
 
-ChangeWriter::ChangeWriter(sqlite::Connection& connection)
+ChangeWriter::ChangeWriter(sqlite::Connection& connection, const Epoch& epoch)
     : _providers(connection),
       _newestRows(connection, _providers),
       _clockSteps(connection, _providers),
+      _epochs(connection, epoch),
       _position(_newestRows.position()),
       _defer(connection, "INSERT INTO kept_deferrals VALUES (?, ?, ?, ?, ?, ?, ?)"),
       _startAction(connection, R"(
 INSERT INTO kept_actions (position, id, name, owner, started_us) VALUES (?, ?, ?, ?, ?))"),
       _endAction(connection, R"(
 UPDATE kept_actions SET end_position = ?, ended_us = ?, result = ?
-WHERE position = (SELECT max(position) FROM kept_actions WHERE id = ?))") {}
+WHERE position = (SELECT max(position) FROM kept_actions WHERE id = ?))"),
+      _publish(connection, "UPDATE publishing SET position = max(position, ?)") {}
 
 void ChangeWriter::skipTo(std::int64_t position) {
   _position = std::max(_position, position);
 }
 
 bool ChangeWriter::write(const Change& change) {
-  ++_position;
-  if (!std::holds_alternative<Row>(change)) _positionIsDue = true;
+  if (!std::holds_alternative<RowsPublished>(change))
+    usePosition(std::holds_alternative<Row>(change));
   return std::visit([this](const auto& each) { return write(each); }, change);
+}
+
+void ChangeWriter::usePosition(bool isTold) {
+  ++_position;
+  if (!isTold) _positionIsDue = true;
+  if (!_epochs.isDue()) return;
+  // Also when the first change is refused, the next epoch is not to begin at the same position.
+  _positionIsDue = true;
+  _epochs.begin(_position);
 }
 
 bool ChangeWriter::write(const Registered& change) {
@@ -85,6 +96,11 @@ bool ChangeWriter::write(const ActionEnded& change) {
   return true;
 }
 
+bool ChangeWriter::write(const RowsPublished& change) {
+  _publish.bind(1, change.position).run();
+  return true;
+}
+
 void ChangeWriter::removeUnusedGroups(std::size_t most) {
   _providers.removeUnused(most);
   _providers.finish();
@@ -93,7 +109,7 @@ void ChangeWriter::removeUnusedGroups(std::size_t most) {
 std::int64_t ChangeWriter::finish() {
   _providers.finish();
   _newestRows.save(_position, _positionIsDue);
-  return _position;
+  return _position > keptPosition() ? _position : 0;
 }
 
 void ChangeWriter::committed() {

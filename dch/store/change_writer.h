@@ -7,6 +7,7 @@
 
 #include "dch/core/change.h"
 #include "dch/store/clock_steps.h"
+#include "dch/store/epoch_table.h"
 #include "dch/store/newest_rows.h"
 #include "dch/store/providers.h"
 #include "dch/store/sqlite.h"
@@ -17,12 +18,14 @@ namespace dch {
 // One thread at a time.
 class ChangeWriter {
  public:
-  explicit ChangeWriter(sqlite::Connection& connection);
+  // What it writes is of this epoch.
+  ChangeWriter(sqlite::Connection& connection, const Epoch& epoch);
 
   const Providers& providers() const { return _providers; }
   const NewestRows& newestRows() const { return _newestRows; }
   NewestRows& newestRows() { return _newestRows; }
   ClockSteps& clockSteps() { return _clockSteps; }
+  EpochTable& epochs() { return _epochs; }
 
   // The highest position that is kept.
   std::int64_t keptPosition() const { return _newestRows.position(); }
@@ -32,7 +35,8 @@ class ChangeWriter {
   // In a transaction. Returns false when the file does not take such a change; nothing of it is
   // written then.
   bool write(const Change& change);
-  // In the same transaction, behind its last change. Returns the highest position it used.
+  // In the same transaction, behind its last change. Returns the highest position it used, 0 when
+  // it used none.
   std::int64_t finish();
   // The transaction is kept.
   void committed();
@@ -41,6 +45,7 @@ class ChangeWriter {
   void removeUnusedGroups(std::size_t most);
 
  private:
+  void usePosition(bool isTold);
   bool write(const Registered& change);
   bool write(const Unregistered& change);
   bool write(const WentOnline& change);
@@ -49,15 +54,18 @@ class ChangeWriter {
   bool write(const Deferred& change);
   bool write(const ActionStarted& change);
   bool write(const ActionEnded& change);
+  bool write(const RowsPublished& change);
 
   Providers _providers;
   NewestRows _newestRows;
   ClockSteps _clockSteps;
+  EpochTable _epochs;
   std::int64_t _position;
   bool _positionIsDue = false;  // a change has used one that no row tells
   sqlite::Statement _defer;
   sqlite::Statement _startAction;
   sqlite::Statement _endAction;
+  sqlite::Statement _publish;
 };
 
 }  // namespace dch

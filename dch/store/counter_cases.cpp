@@ -13,8 +13,7 @@ namespace {
 // A store that is not a test of its own, with source 1.
 class CountedStore : public StoreTest {
  public:
-  CountedStore() {
-    SqliteStoreSettings settings;
+  explicit CountedStore(SqliteStoreSettings settings = {}) {
     settings.vfs = vfs.name();
     start(settings);
     goOnline();
@@ -36,6 +35,8 @@ class CountedStore : public StoreTest {
     setCounters();
   }
   void setCounters() { _store->setCounters(&counters); }
+  // Of the newest row.
+  std::int64_t position() const { return std::stoll(read("SELECT max(number) FROM rows_1")); }
 
   Counters counters;
   FaultyVfs vfs;
@@ -108,6 +109,22 @@ void rowsRemoved() {
   EXPECT_TRUE(store.keepRow(41 * day));
   store.setCounters();
   EXPECT_EQ(moves.of(Counter::rowsRemoved), 7);
+}
+
+// Of seven rows the link has published three.
+void linkRowsLost() {
+  CountedStore store({.path = {}, .isPublished = true});
+  const CounterMoves moves(store.counters);
+  for (int i = 0; i < 7; ++i) EXPECT_TRUE(store.keepRow(day));
+  EXPECT_TRUE(store.keep(RowsPublished{store.position() - 4}));
+  EXPECT_TRUE(store.keepRow(40 * day));
+  store._now = 41 * day;
+  store._store->setRetention({.days = 30, .megabytes = 1'000});
+  EXPECT_TRUE(waitUntil([&] {
+    store.setCounters();
+    return moves.of(Counter::rowsRemoved) == 7;
+  }));
+  EXPECT_EQ(moves.of(Counter::linkRowsLost), 4);
 }
 
 // A disk that takes its time shows what is counted: at least that, and no more than has passed.

@@ -1,5 +1,6 @@
 #include "dch/store/file_writer.h"
 
+#include <algorithm>
 #include <chrono>
 #include <exception>
 #include <stdexcept>
@@ -22,11 +23,12 @@ constexpr int pagesBetweenTries = 64;
 
 }  // namespace
 
-FileWriter::FileWriter(StateFile& file, int checkpointPages, std::function<Time()> now)
+FileWriter::FileWriter(StateFile& file, int checkpointPages, std::function<Time()> now,
+                       bool isPublished)
     : _file(file),
       _checkpointPages(checkpointPages),
       _now(now ? std::move(now) : dch::now),
-      _retention(file.connection()) {
+      _retention(file.connection(), isPublished) {
   makeWriter();
   sqlite3_wal_hook(
       _file.connection().handle(),
@@ -42,7 +44,7 @@ void FileWriter::makeWriter() {
   if (_writer) return;
   if (!_file.connection().rollBack())
     throw std::runtime_error("what was not committed cannot be taken back");
-  _writer.emplace(_file.connection());
+  _writer.emplace(_file.connection(), _epoch);
   _writer->skipTo(_position);
 }
 
@@ -109,14 +111,16 @@ bool FileWriter::tryToWrite(std::vector<Item>* group) noexcept {
   return isKept;
 }
 
-// The highest position that the group has used.
+// The highest position that the group has used, 0 when it has used none.
 std::int64_t FileWriter::writeAll(std::vector<Item>* group) {
   for (Item& item : *group) {
     item.isKept = _writer->write(*item.change);
     if (item.isKept) continue;
     if (const auto* const change = std::get_if<Registered>(item.change)) tellRefused(*change);
   }
-  return _position = _writer->finish();
+  const std::int64_t position = _writer->finish();
+  _position = std::max(_position, position);
+  return position;
 }
 
 void FileWriter::tellRefused(const Registered& change) {
@@ -129,7 +133,7 @@ void FileWriter::tellRefused(const Registered& change) {
 
 // The transaction is rolled back, but when its commit failed late it may be in the file all the
 // same: what is there decides. Returns whether it has the change of this position, which is 0 when
-// it was not reached.
+// none was reached, or used.
 bool FileWriter::recover(std::int64_t position) noexcept {
   try {
     _writer.reset();
@@ -172,11 +176,11 @@ bool FileWriter::tidy(const RetentionLimits& limits, bool isIdle) noexcept {
     if (_logPages >= _nextCheckpoint || (isLook && _tidying.isOn)) isLogDone = checkpoint();
     if (!isLook) return _hasMoreToTidy;
     makeWriter();
-    const std::int64_t before = _retention.removed();
     _hasMoreToTidy = _retention.step(&*_writer, limits, _now());
     if (isLogDone) end(&_tidying);
     const std::lock_guard lock(_mutex);
-    _figures.rowsRemoved += static_cast<std::uint64_t>(_retention.removed() - before);
+    _figures.rowsRemoved = static_cast<std::uint64_t>(_retention.removed());
+    _figures.rowsRemovedUnpublished = static_cast<std::uint64_t>(_retention.removedUnpublished());
   } catch (const std::exception& error) {
     _writer.reset();
     begin(&_tidying, error.what());

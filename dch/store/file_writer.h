@@ -22,7 +22,8 @@ struct StoreFigures {
   std::uint64_t groups = 0;
   std::uint64_t changesKept = 0;
   std::uint64_t changesRefused = 0;
-  std::uint64_t rowsRemoved = 0;   // by retention
+  std::uint64_t rowsRemoved = 0;  // by retention
+  std::uint64_t rowsRemovedUnpublished = 0;
   std::uint64_t failures = 0;      // groups, checkpoints, steps of retention, looks at its place
   std::uint64_t microseconds = 0;  // in which groups were written
   bool isFailing = false;          // what comes now would not be kept, as far as is known
@@ -37,10 +38,14 @@ class FileWriter {
   static constexpr std::chrono::milliseconds timeBetweenLooks{100};
 
   // A checkpoint is made when the log of SQLite has `checkpointPages`. `now` may be null for the
-  // system's clock. Throws sqlite::Error.
-  FileWriter(StateFile& file, int checkpointPages, std::function<Time()> now);
+  // system's clock. `isPublished`: see SqliteStoreSettings. Throws sqlite::Error, and what
+  // newEpoch() throws.
+  FileWriter(StateFile& file, int checkpointPages, std::function<Time()> now, bool isPublished);
   FileWriter(const FileWriter&) = delete;
   FileWriter& operator=(const FileWriter&) = delete;
+
+  // Of all that it writes. Any thread.
+  const Epoch& epoch() const { return _epoch; }
 
   // What is in the file. Not after a failure.
   const ChangeWriter& known() const { return *_writer; }
@@ -94,6 +99,7 @@ class FileWriter {
   StateFile& _file;
   const int _checkpointPages;
   const std::function<Time()> _now;
+  const Epoch _epoch = newEpoch();
   std::optional<ChangeWriter> _writer;  // none after a failure
   Retention _retention;
   std::int64_t _position = 0;  // the highest that was ever used

@@ -48,12 +48,13 @@ std::int64_t numberOf(sqlite::Statement* query) {
 
 }  // namespace
 
-Retention::Retention(sqlite::Connection& connection)
+Retention::Retention(sqlite::Connection& connection, bool isPublished)
     : _connection(connection),
       _pageCount(connection, "PRAGMA page_count"),
       _freePages(connection, "PRAGMA freelist_count"),
       _pageBytes(sqlite::queryNumber(connection, "PRAGMA page_size")),
-      _recordBytes(bytesOfRecords(connection, _pageBytes)) {}
+      _recordBytes(bytesOfRecords(connection, _pageBytes)),
+      _isPublished(isPublished) {}
 
 bool Retention::step(ChangeWriter* writer, const RetentionLimits& limits, Time now) {
   const std::int64_t freePages = numberOf(&_freePages);
@@ -104,15 +105,24 @@ void Retention::remove(ChangeWriter* writer, std::int64_t first, std::int64_t co
   const std::int64_t last = first + count - 1;
   sqlite::Transaction transaction(_connection);
   writer->newestRows().saveUpTo(last);
+  const std::int64_t published =
+      _isPublished ? sqlite::queryNumber(_connection, "SELECT position FROM publishing") : last;
+  const std::int64_t lastPublished = std::clamp(published, first - 1, last);
   std::int64_t removed = 0;
-  for (const auto& table : providers.tables())
-    if (const auto& each = table->first(); each && each->number <= last)
-      removed += table->remove(first, last, before);
+  std::int64_t unpublished = 0;
+  for (const auto& table : providers.tables()) {
+    if (const auto& each = table->first(); !each || each->number > last) continue;
+    if (first <= lastPublished) removed += table->remove(first, lastPublished, before);
+    if (lastPublished < last) unpublished += table->remove(lastPublished + 1, last, before);
+  }
   const std::optional<RowTable::Place> left = findFirst(providers, 0);
-  writer->clockSteps().forgetBefore(left ? left->number : writer->keptPosition() + 1);
+  const std::int64_t firstLeft = left ? left->number : writer->keptPosition() + 1;
+  writer->clockSteps().forgetBefore(firstLeft);
+  writer->epochs().forgetBefore(firstLeft);
   transaction.commit();
   writer->committed();
-  _removed += removed;
+  _removed += removed + unpublished;
+  _removedUnpublished += unpublished;
 }
 
 bool Retention::removeGroups(ChangeWriter* writer) {

@@ -25,7 +25,8 @@ class Retention {
   // How many groups go in a step.
   static constexpr std::size_t stepGroups = 8;
 
-  explicit Retention(sqlite::Connection& connection);
+  // `isPublished`: see SqliteStoreSettings.
+  Retention(sqlite::Connection& connection, bool isPublished);
 
   // Removes some rows when a limit is passed, or else some groups, or else gives some free pages
   // back to the system, in a transaction of its own. Returns whether there may be more to do. When
@@ -38,6 +39,8 @@ class Retention {
 
   // How many rows it has removed.
   std::int64_t removed() const { return _removed; }
+  // Of those, how many were still to be published.
+  std::int64_t removedUnpublished() const { return _removedUnpublished; }
 
  private:
   bool removeTooMany(ChangeWriter* writer, std::int64_t usedBytes, std::int64_t mostBytes);
@@ -51,7 +54,9 @@ class Retention {
   sqlite::Statement _freePages;
   const std::int64_t _pageBytes;
   std::int64_t _recordBytes;  // of deferrals and actions, which stay for good
+  const bool _isPublished;
   std::int64_t _removed = 0;
+  std::int64_t _removedUnpublished = 0;
 };
 
 }  // namespace dch

@@ -105,8 +105,17 @@ void addClockSteps(sqlite::Connection& connection) {
   connection.execute("CREATE TABLE clock_steps (number INTEGER PRIMARY KEY)");
 }
 
+// What is in the file already is of an epoch, too.
+void addEpochs(sqlite::Connection& connection) {
+  connection.execute(R"(
+CREATE TABLE epochs (first_position INTEGER PRIMARY KEY, epoch BLOB NOT NULL);
+INSERT INTO epochs VALUES (0, randomblob(16));
+CREATE TABLE publishing (id INTEGER PRIMARY KEY CHECK (id = 1), position INTEGER NOT NULL);
+INSERT INTO publishing VALUES (1, 0))");
+}
+
 // The step from each version to the next.
-constexpr std::array steps = {makeFirstSchema, addClockSteps};
+constexpr std::array steps = {makeFirstSchema, addClockSteps, addEpochs};
 static_assert(steps.size() == newestSchema);
 
 }  // namespace

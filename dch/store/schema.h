@@ -8,6 +8,8 @@
 //   rows_N             the rows of the group with that ID: the message as it came, and a column
 //                      `vN` for each attribute that the group ever had
 //   clock_steps        the numbers of the rows before which the clock was set back
+//   epochs             from which position on the changes are of which run of a server (epoch.h)
+//   publishing         one line: the rows up to this position were published
 //   kept_actions, kept_deferrals
 //
 // Positions count all changes in the order in which they were kept. A position never comes to mean
@@ -27,7 +29,7 @@ namespace dch {
 
 // Of the file, in its header.
 inline constexpr int stateFileId = 0x5A444348;
-inline constexpr int newestSchema = 2;
+inline constexpr int newestSchema = 3;
 
 // Brings the file from an older version to the newest one; 0 is an empty file. Each step is in a
 // transaction with its version number.

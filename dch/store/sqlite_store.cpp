@@ -1,6 +1,7 @@
 #include "dch/store/sqlite_store.h"
 
 #include <chrono>
+#include <system_error>
 #include <utility>
 
 #include "dch/store/loader.h"
@@ -25,9 +26,11 @@ constexpr int mostQuietLooks = 50;
 
 FileWriter makeWriter(StateFile& file, const SqliteStoreSettings& settings) {
   try {
-    return FileWriter(file, settings.checkpointPages, settings.now);
+    return FileWriter(file, settings.checkpointPages, settings.now, settings.isPublished);
   } catch (const sqlite::Error& error) {
     throw file.errorFor(error);
+  } catch (const std::system_error& error) {
+    throw StateFileError("the state file " + file.path() + " cannot be used: " + error.what());
   }
 }
 
@@ -164,6 +167,7 @@ void SqliteStore::setCounters(Counters* counters) const {
   counters->set(Counter::changesKept, done.changesKept);
   counters->set(Counter::changesRefused, done.changesRefused);
   counters->set(Counter::rowsRemoved, done.rowsRemoved);
+  counters->set(Counter::linkRowsLost, done.rowsRemovedUnpublished);
   counters->set(Counter::writeFailures, done.failures);
   counters->set(Counter::writeMicroseconds, done.microseconds);
 }

@@ -30,6 +30,9 @@ struct SqliteStoreSettings {
   int checkpointPages = 4'000;
   const char* vfs = nullptr;            // of SQLite; null for the system's own
   std::function<Time()> now = nullptr;  // null for the system's clock
+  // Rows are to be published: those that retention removes before RowsPublished was kept of them
+  // are counted.
+  bool isPublished = false;
   // Does, on the store's thread, what the client's does otherwise, while that is held up in
   // writeHere(): until isOver(), which is asked again and again, and after each `wake`. Null when
   // it cannot be done: then the client's thread writes nothing.
@@ -80,6 +83,9 @@ class SqliteStore : public Store {
 
   // In force at once. Any thread.
   void setRetention(const RetentionLimits& limits);
+
+  // Of what is kept in this run. Any thread.
+  const Epoch& epoch() const { return _writer.epoch(); }
 
   // What has been done so far. Any thread.
   StoreFigures figures() const { return _writer.figures(); }

@@ -38,7 +38,7 @@ class StateFileTest : public testkit::StoreTest {
 TEST_F(StateFileTest, AnEmptyFileBecomesAStateFile) {
   std::ofstream(path()).flush();
   EXPECT_EQ(errorOf(path()), "");
-  EXPECT_EQ(read("PRAGMA user_version"), "2\n");
+  EXPECT_EQ(read("PRAGMA user_version"), "3\n");
   EXPECT_EQ(read("PRAGMA journal_mode"), "wal\n");
 }
 
@@ -92,8 +92,8 @@ TEST_F(StateFileTest, AWriterThatStaysKeepsRowsWaitingOnce) {
 
 TEST_F(StateFileTest, ANewerVersionIsRefused) {
   EXPECT_EQ(errorOf(path()), "");
-  write("PRAGMA user_version = 3");
-  expectError("has version 3, and this server knows versions up to 2: run the newer server");
+  write("PRAGMA user_version = 4");
+  expectError("has version 4, and this server knows versions up to 3: run the newer server");
 }
 
 TEST_F(StateFileTest, AnOlderVersionIsBroughtUpToDate) {
@@ -102,9 +102,10 @@ TEST_F(StateFileTest, AnOlderVersionIsBroughtUpToDate) {
   ASSERT_TRUE(keep(Row{1, 1, testkit::dataMessage(1)}));
   const std::string before = knownAfterRestart();
   stop();
-  write("DROP TABLE clock_steps; PRAGMA user_version = 1");
+  write(
+      "DROP TABLE epochs; DROP TABLE publishing; DROP TABLE clock_steps; PRAGMA user_version = 1");
   EXPECT_EQ(knownAfterRestart(), before);
-  EXPECT_EQ(read("PRAGMA user_version"), "2\n");
+  EXPECT_EQ(read("PRAGMA user_version"), "3\n");
   EXPECT_TRUE(keep(Row{1, 2, testkit::dataMessage(1)}));
   EXPECT_EQ(read("SELECT time_us FROM \"HOSTMON.load\""), "1\n2\n");
 }

@@ -78,6 +78,7 @@ void groupsWritten();
 void changesKept();
 void changesRefused();
 void rowsRemoved();
+void linkRowsLost();
 void writeFailures();
 void writeMicroseconds();
 void applications();

@@ -1,0 +1,44 @@
+#include "dch/store/epoch_table.h"
+
+#include <algorithm>
+#include <string_view>
+
+namespace dch {
+
+namespace {
+
+std::string_view bytesOf(const Epoch& epoch) {
+  return {reinterpret_cast<const char*>(epoch.bytes.data()), epoch.bytes.size()};
+}
+
+}  // namespace
+
+EpochTable::EpochTable(sqlite::Connection& connection, const Epoch& own)
+    : _own(own), _begin(connection, "INSERT INTO epochs VALUES (?, ?)"), _forget(connection, R"(
+DELETE FROM epochs WHERE first_position <
+  (SELECT max(first_position) FROM epochs WHERE first_position <= ?))") {
+  sqlite::Statement newest(connection,
+                           "SELECT epoch FROM epochs ORDER BY first_position DESC LIMIT 1");
+  if (newest.step()) _isDue = epochAt(newest, 0) != own;
+}
+
+void EpochTable::begin(std::int64_t position) {
+  _begin.bind(1, position).bindBytes(2, bytesOf(_own)).run();
+  _isDue = false;
+}
+
+void EpochTable::forgetBefore(std::int64_t number) {
+  _forget.bind(1, number).run();
+}
+
+Epoch epochAt(const sqlite::Statement& query, int column) {
+  const std::string_view bytes = query.bytes(column);
+  Epoch epoch;
+  if (bytes.size() != epoch.bytes.size())
+    throw sqlite::Error(SQLITE_CORRUPT, 0,
+                        "an epoch has " + std::to_string(bytes.size()) + " bytes");
+  std::copy(bytes.begin(), bytes.end(), epoch.bytes.begin());
+  return epoch;
+}
+
+}  // namespace dch
