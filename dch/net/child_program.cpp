@@ -26,8 +26,9 @@ class SpawnActions {
  public:
   SpawnActions() {
     check(posix_spawn_file_actions_init(&_actions), "spawn actions");
-    const int error =
-        posix_spawn_file_actions_addopen(&_actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    int error = posix_spawn_file_actions_addopen(&_actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    // Libraries open theirs without a care: a program is not to have the server's connections.
+    if (error == 0) error = posix_spawn_file_actions_addclosefrom_np(&_actions, STDERR_FILENO + 1);
     if (error != 0) posix_spawn_file_actions_destroy(&_actions);
     check(error, "spawn actions");
   }

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <string>
 #include <system_error>
 
 #include "dch/net/signals.h"
@@ -52,6 +53,13 @@ TEST(ChildProgramTest, RunsItWithoutTheServersSignalSettings) {
 
 TEST(ChildProgramTest, GivesItAnEmptyInput) {
   EXPECT_EQ(resultOf("read line && exit 1; test -c /dev/stdin && exit 3"), 3);
+}
+
+TEST(ChildProgramTest, GivesItNothingElseThatIsOpen) {
+  const int inherited = dup(STDERR_FILENO);
+  ASSERT_GT(inherited, STDERR_FILENO);
+  EXPECT_EQ(resultOf("test -e /proc/$$/fd/" + std::to_string(inherited) + " && exit 1; exit 3"), 3);
+  close(inherited);
 }
 
 TEST(ChildProgramTest, RunsItInAProcessGroupOfItsOwn) {
