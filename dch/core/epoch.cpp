@@ -3,6 +3,7 @@
 #include <sys/random.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <system_error>
 
 namespace dch {
@@ -39,7 +40,7 @@ std::optional<Epoch> parseEpoch(std::string_view text) {
     const std::size_t digit = epochDigits.find(text[index]);
     if (digit == std::string_view::npos) return std::nullopt;
     std::uint8_t& byte = epoch.bytes[index / 2];
-    byte = static_cast<std::uint8_t>(16U * byte + digit);
+    byte = static_cast<std::uint8_t>(std::size_t{16} * byte + digit);
   }
   return epoch;
 }

@@ -2,24 +2,15 @@
 #ifndef DCH_LINK_ROW_HEADER_H
 #define DCH_LINK_ROW_HEADER_H
 
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 
-#include "dch/core/epoch.h"
 #include "dch/core/message.h"
+#include "dch/core/row_name.h"
 #include "zora/zora.h"
 
 namespace dch {
-
-// A row's name for ever, among those of all sites.
-struct RowName {
-  Epoch epoch;
-  std::int64_t number = 0;
-
-  friend bool operator==(const RowName&, const RowName&) = default;
-};
 
 struct RowHeader {
   RowName name;

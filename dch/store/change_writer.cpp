@@ -28,9 +28,9 @@ bool ChangeWriter::write(const Change& change) {
   return std::visit([this](const auto& each) { return write(each); }, change);
 }
 
-void ChangeWriter::usePosition(bool isTold) {
+void ChangeWriter::usePosition(bool isToldByRow) {
   ++_position;
-  if (!isTold) _positionIsDue = true;
+  if (!isToldByRow) _positionIsDue = true;
   if (!_epochs.isDue()) return;
   // Also when the first change is refused, the next epoch is not to begin at the same position.
   _positionIsDue = true;

@@ -45,7 +45,7 @@ class ChangeWriter {
   void removeUnusedGroups(std::size_t most);
 
  private:
-  void usePosition(bool isTold);
+  void usePosition(bool isToldByRow);
   bool write(const Registered& change);
   bool write(const Unregistered& change);
   bool write(const WentOnline& change);

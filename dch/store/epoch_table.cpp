@@ -5,14 +5,6 @@
 
 namespace dch {
 
-namespace {
-
-std::string_view bytesOf(const Epoch& epoch) {
-  return {reinterpret_cast<const char*>(epoch.bytes.data()), epoch.bytes.size()};
-}
-
-}  // namespace
-
 EpochTable::EpochTable(sqlite::Connection& connection, const Epoch& own)
     : _own(own), _begin(connection, "INSERT INTO epochs VALUES (?, ?)"), _forget(connection, R"(
 DELETE FROM epochs WHERE first_position <
@@ -23,12 +15,19 @@ DELETE FROM epochs WHERE first_position <
 }
 
 void EpochTable::begin(std::int64_t position) {
-  _begin.bind(1, position).bindBytes(2, bytesOf(_own)).run();
+  _begin.bind(1, position);
+  bindEpoch(_begin, 2, _own);
+  _begin.run();
   _isDue = false;
 }
 
 void EpochTable::forgetBefore(std::int64_t number) {
   _forget.bind(1, number).run();
+}
+
+void bindEpoch(sqlite::Statement& statement, int parameter, const Epoch& epoch) {
+  statement.bindBytes(parameter,
+                      {reinterpret_cast<const char*>(epoch.bytes.data()), epoch.bytes.size()});
 }
 
 Epoch epochAt(const sqlite::Statement& query, int column) {

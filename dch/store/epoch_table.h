@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "dch/store/epoch.h"
+#include "dch/core/epoch.h"
 #include "dch/store/sqlite.h"
 
 namespace dch {
@@ -30,6 +30,7 @@ class EpochTable {
   sqlite::Statement _forget;
 };
 
+void bindEpoch(sqlite::Statement& statement, int parameter, const Epoch& epoch);
 // The epoch in a column.
 Epoch epochAt(const sqlite::Statement& query, int column);
 

@@ -30,6 +30,7 @@ FileWriter::FileWriter(StateFile& file, int checkpointPages, std::function<Time(
       _now(now ? std::move(now) : dch::now),
       _retention(file.connection(), isPublished) {
   makeWriter();
+  _figures.position = _writer->keptPosition();
   sqlite3_wal_hook(
       _file.connection().handle(),
       [](void* self, sqlite3*, const char*, int pages) {
@@ -64,6 +65,7 @@ void FileWriter::write(std::vector<Item>* group) noexcept {
   ++_figures.groups;
   _figures.changesKept += kept;
   _figures.changesRefused += group->size() - kept;
+  if (isKept) _figures.position = _writer->keptPosition();
   _figures.isFailing = isFailing();
   _figures.microseconds += static_cast<std::uint64_t>(
       std::chrono::duration_cast<std::chrono::microseconds>(time).count());

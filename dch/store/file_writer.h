@@ -22,10 +22,11 @@ struct StoreFigures {
   std::uint64_t groups = 0;
   std::uint64_t changesKept = 0;
   std::uint64_t changesRefused = 0;
-  std::uint64_t rowsRemoved = 0;  // by retention
-  std::uint64_t rowsRemovedUnpublished = 0;
+  std::uint64_t rowsRemoved = 0;             // by retention
+  std::uint64_t rowsRemovedUnpublished = 0;  // of those; see SqliteStoreSettings
   std::uint64_t failures = 0;      // groups, checkpoints, steps of retention, looks at its place
   std::uint64_t microseconds = 0;  // in which groups were written
+  std::int64_t position = 0;       // the highest that is kept
   bool isFailing = false;          // what comes now would not be kept, as far as is known
 };
 

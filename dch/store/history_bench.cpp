@@ -1,9 +1,9 @@
 // history_bench: what it takes to read rows that were kept. Not a test: it prints figures.
 //
-//   history_bench FILE ROWS SOURCES
+//   history_bench FILE ROWS SOURCES [GROUPS]
 //
 // keeps so many rows of three numbers in FILE, unless it is there already, one each second of the
-// sources in turn, and asks for some of them.
+// sources in turn, and registers so many groups that have none; and asks for some of the rows.
 #include <sys/resource.h>
 
 #include <chrono>
@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <string>
 
+#include "dch/store/rows_in_order.h"
 #include "dch/store/rows_query.h"
 #include "dch/store/sqlite_store.h"
 #include "dch/store/thinned_query.h"
@@ -53,19 +54,19 @@ std::string rowMessage(ZORA_Long handle, long row) {
   return {buffer, static_cast<std::size_t>(message.length())};
 }
 
-void keepRows(dch::SqliteStore* store, long rows, long sources) {
+void keepRows(dch::SqliteStore* store, long rows, long sources, long emptyGroups) {
   Client client;
   const auto append = [&](dch::Change change) {
     dch::Entry entry;
     entry.change = std::move(change);
     store->append(&entry, &client);
   };
+  std::string text = "appl:BENCH,BEN;group:g;attr:load1,N,4;attr:load5,N,4;attr:processes,N,4;";
+  for (long group = 0; group < emptyGroups; ++group)
+    text += "group:empty" + std::to_string(group) + ";attr:load1,N,4;";
   dch::Registered change;
   std::string error;
-  if (!suite::parseRegistration(
-          "appl:BENCH,BEN;group:g;attr:load1,N,4;attr:load5,N,4;attr:processes,N,4;",
-          &change.registration, &error))
-    std::abort();
+  if (!suite::parseRegistration(text, &change.registration, &error)) std::abort();
   append(std::move(change));
   for (long handle = 1; handle <= sources; ++handle)
     append(dch::WentOnline{"BENCH", "g", "source" + std::to_string(handle),
@@ -99,7 +100,9 @@ void tell(const char* what, long found, const Steps& steps, Clock::time_point be
 
 class Bench {
  public:
-  explicit Bench(const dch::SqliteStore& store) : _history([&store] { return store.places(); }) {
+  explicit Bench(const dch::SqliteStore& store)
+      : _history([&store] { return store.places(); }),
+        _inOrder([&store] { return store.places(); }) {
     const Clock::time_point begin = Clock::now();
     _group = _history.findGroup(_history.findApplication("BENCH").value(), "g").value();
     tell("open and find", 1, {}, begin);
@@ -130,8 +133,34 @@ class Bench {
     tell(what, count, steps, begin);
   }
 
+  void inOrder() {
+    const Clock::time_point begin = Clock::now();
+    std::size_t bytes = 0;
+    long count = 0;
+    std::int64_t after = 0;
+    Steps steps;
+    const auto pass = [&] {
+      const auto read = _inOrder.read(after, {}, [&](const dch::OrderedRow& row) {
+        bytes += row.message.size() + row.source.size();
+        ++count;
+      });
+      after = read.upTo;
+      return read.isCut;
+    };
+    steps.take(pass);
+    tell("all groups in order", count, steps, begin);
+    const Clock::time_point next = Clock::now();
+    steps = {};
+    steps.take([&] {
+      pass();
+      return steps.count < 99;
+    });
+    tell("100 passes that find nothing", 0, steps, next);
+  }
+
  private:
   dch::History _history;
+  dch::RowsInOrder _inOrder;
   dch::HistoryGroup _group;
 };
 
@@ -150,7 +179,8 @@ int main(int count, char** arguments) {
   dch::SqliteStore store(
       settings, [] {}, log);
   store.load([](dch::Change&&) {});
-  if (!isThere) keepRows(&store, rows, sources);
+  if (!isThere)
+    keepRows(&store, rows, sources, count > 4 ? std::strtol(arguments[4], nullptr, 10) : 0);
   std::printf("%ld KiB resident\n", residentKibibytes());
 
   Bench bench(store);
@@ -165,6 +195,7 @@ int main(int count, char** arguments) {
     bench.thinned("all thinned", {}, {});
     bench.thinned("all of a source thinned", 1, {});
     bench.rows("all", {}, {});
+    bench.inOrder();
   }
   return EXIT_SUCCESS;
 }

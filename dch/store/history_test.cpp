@@ -8,6 +8,7 @@
 #include <set>
 #include <thread>
 
+#include "dch/store/rows_in_order.h"
 #include "dch/testkit/history_test.h"
 #include "tests/support/wait_until.h"
 
@@ -53,6 +54,25 @@ class HistoryFileTest : public testkit::HistoryTest {
       logs.insert(nameOfLog());
     }
     return logs.size() > times;
+  }
+
+  // Readers that take turns without a pause are kept out for the moment that it takes: it is some
+  // hundred commits then, and some ten thousand else. A machine that runs the writer alone for long
+  // makes it more: one try of three counts.
+  template <class Read>
+  void expectNewLogsWhile(Read readOnce) {
+    begin("attr:n,N,8;", {.path = {}, .checkpointPages = 100});
+    for (int i = 0; i < 5'000; ++i) appendRow(1, i, i);
+    _store->finish();
+    std::atomic<bool> isDone{false};
+    std::thread reader([&] {
+      while (!isDone) readOnce();
+    });
+    bool hasBegunAnew = false;
+    for (int tries = 0; tries < 3 && !hasBegunAnew; ++tries) hasBegunAnew = logBeginsAnew(5, 8'000);
+    isDone = true;
+    reader.join();
+    EXPECT_TRUE(hasBegunAnew);
   }
 
   static constexpr char lost[] = "it, or its log, was removed, moved or replaced";
@@ -251,22 +271,13 @@ TEST_F(HistoryFileTest, WaitsForNobodyWhoHasLockedTheFile) {
   EXPECT_EQ(history.findApplication("APPL"), std::nullopt);
 }
 
-// Readers that take turns without a pause are kept out for the moment that it takes: it is some
-// hundred commits then, and some ten thousand else. A machine that runs the writer alone for long
-// makes it more: one try of three counts.
 TEST_F(HistoryFileTest, TheLogBeginsAnewHoweverMuchIsRead) {
-  begin("attr:n,N,8;", {.path = {}, .checkpointPages = 100});
-  for (int i = 0; i < 5'000; ++i) appendRow(1, i, i);
-  _store->finish();
-  std::atomic<bool> isDone{false};
-  std::thread reader([&] {
-    while (!isDone) rowCount();
-  });
-  bool hasBegunAnew = false;
-  for (int tries = 0; tries < 3 && !hasBegunAnew; ++tries) hasBegunAnew = logBeginsAnew(5, 8'000);
-  isDone = true;
-  reader.join();
-  EXPECT_TRUE(hasBegunAnew);
+  expectNewLogsWhile([this] { rowCount(); });
+}
+
+TEST_F(HistoryFileTest, TheLogBeginsAnewHoweverMuchIsReadInOrder) {
+  RowsInOrder rows([this] { return _store->places(); });
+  expectNewLogsWhile([&] { rows.read(0, {}, [](const OrderedRow&) {}); });
 }
 
 TEST_F(HistoryFileTest, AnInterruptEndsAQuery) {

@@ -54,7 +54,8 @@ Retention::Retention(sqlite::Connection& connection, bool isPublished)
       _freePages(connection, "PRAGMA freelist_count"),
       _pageBytes(sqlite::queryNumber(connection, "PRAGMA page_size")),
       _recordBytes(bytesOfRecords(connection, _pageBytes)),
-      _isPublished(isPublished) {}
+      _isPublished(isPublished),
+      _noteUnpublished(connection, "UPDATE publishing SET removed = max(removed, ?)") {}
 
 bool Retention::step(ChangeWriter* writer, const RetentionLimits& limits, Time now) {
   const std::int64_t freePages = numberOf(&_freePages);
@@ -110,11 +111,15 @@ void Retention::remove(ChangeWriter* writer, std::int64_t first, std::int64_t co
   const std::int64_t lastPublished = std::clamp(published, first - 1, last);
   std::int64_t removed = 0;
   std::int64_t unpublished = 0;
+  std::int64_t lastLost = 0;
   for (const auto& table : providers.tables()) {
     if (const auto& each = table->first(); !each || each->number > last) continue;
     if (first <= lastPublished) removed += table->remove(first, lastPublished, before);
-    if (lastPublished < last) unpublished += table->remove(lastPublished + 1, last, before);
+    if (lastPublished == last) continue;
+    lastLost = std::max(lastLost, table->lastOf(lastPublished + 1, last, before));
+    unpublished += table->remove(lastPublished + 1, last, before);
   }
+  if (unpublished > 0) _noteUnpublished.bind(1, lastLost).run();
   const std::optional<RowTable::Place> left = findFirst(providers, 0);
   const std::int64_t firstLeft = left ? left->number : writer->keptPosition() + 1;
   writer->clockSteps().forgetBefore(firstLeft);

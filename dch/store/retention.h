@@ -55,6 +55,7 @@ class Retention {
   const std::int64_t _pageBytes;
   std::int64_t _recordBytes;  // of deferrals and actions, which stay for good
   const bool _isPublished;
+  sqlite::Statement _noteUnpublished;
   std::int64_t _removed = 0;
   std::int64_t _removedUnpublished = 0;
 };

@@ -27,6 +27,18 @@ class RetentionTest : public testkit::StoreTest {
   }
   static constexpr long megabyte = 1'048'576;
   std::uint64_t removed() const { return _store->figures().rowsRemoved; }
+  std::uint64_t lost() const { return _store->figures().rowsRemovedUnpublished; }
+  void startPublishing() {
+    stop();
+    _now = 0;
+    start({.path = {}, .isPublished = true});
+  }
+  std::uint64_t rowCount(const std::string& condition) const {
+    std::uint64_t count = 0;
+    for (const std::string& table : testkit::rowTables(path()))
+      count += std::stoull(read("SELECT count(*) FROM " + table + condition));
+    return count;
+  }
 };
 
 TEST_F(RetentionTest, RemovesWhatIsTooOld) {
@@ -39,6 +51,43 @@ TEST_F(RetentionTest, RemovesWhatIsTooOld) {
   EXPECT_TRUE(waitForRows("load", "7\n"));
   EXPECT_TRUE(waitForRows("disk", "3\n"));
   EXPECT_TRUE(waitUntil([&] { return removed() == 5'010; }));
+}
+
+// Also when the limit between them is within a step, rows of both groups stay that are not too old,
+// and the server is started anew.
+TEST_F(RetentionTest, CountsExactlyWhatItRemovesUnpublished) {
+  startPublishing();
+  for (int i = 0; i < 300; ++i) {
+    keepRows(1, 10, 1 * day);
+    keepRows(2, 10, 1 * day);
+    keepRows(1 + i % 2, 1, 40 * day);
+  }
+  const std::int64_t published = 3'500;
+  ASSERT_TRUE(keep(RowsPublished{published}));
+  EXPECT_EQ(lost(), 0u);
+  startPublishing();
+  const std::string behind = " WHERE number > " + std::to_string(published);
+  const std::uint64_t before = rowCount(behind);
+  _now = 32 * day;
+  _store->setRetention({.days = 30, .megabytes = 999});
+  EXPECT_TRUE(waitUntil([&] { return removed() == 6'000; }));
+  EXPECT_EQ(rowCount(""), 300u);
+  EXPECT_GT(before - rowCount(behind), 2'000u);
+  EXPECT_EQ(lost(), before - rowCount(behind));
+}
+
+TEST_F(RetentionTest, CountsNothingThatIsPublishedOrIsNotToBe) {
+  for (const bool isPublished : {false, true}) {
+    if (isPublished) startPublishing();
+    keepRows(1, 3'000, 1 * day);
+    if (isPublished) {
+      ASSERT_TRUE(keep(RowsPublished{std::stoll(read("SELECT max(number) FROM rows_1"))}));
+    }
+    _now = 32 * day;
+    _store->setRetention({.days = 29, .megabytes = 999});
+    EXPECT_TRUE(waitUntil([&] { return removed() == 3'000; }));
+    EXPECT_EQ(lost(), 0u);
+  }
 }
 
 TEST_F(RetentionTest, RowsOfAClockThatWasAheadKeepNoOthers) {

@@ -145,6 +145,13 @@ std::int64_t RowTable::remove(std::int64_t first, std::int64_t last, Time before
   return _connection.changes();
 }
 
+std::int64_t RowTable::lastOf(std::int64_t first, std::int64_t last, Time before) {
+  sqlite::Statement query(_connection, "SELECT ifnull(max(number), 0) FROM " + _name +
+                                           " WHERE number BETWEEN ? AND ? AND time_us < ?");
+  query.bind(1, first).bind(2, last).bind(3, before);
+  return query.step() ? query.number(0) : 0;
+}
+
 const std::optional<RowTable::Place>& RowTable::first() {
   if (!_firstIsKnown) _first = findFirst(0);
   _firstIsKnown = true;

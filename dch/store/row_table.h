@@ -51,6 +51,8 @@ class RowTable {
 
   // Removes rows from `first` up to `last` that are older than `before`. Returns how many.
   std::int64_t remove(std::int64_t first, std::int64_t last, Time before);
+  // The number of the last of them; 0 when there are none. A statement is prepared each time.
+  std::int64_t lastOf(std::int64_t first, std::int64_t last, Time before);
 
   // Which place a row has among all.
   struct Place {

@@ -21,6 +21,7 @@ class RowsInOrder::Snapshot {
     for (const Next& each : _owner->_next) each.group->rows.reset();
     _owner->_next.clear();
     _owner->_source.reset();
+    _owner->_removed.reset();
     _owner->_epoch.reset();
     _connection.rollBack();
   }
@@ -46,16 +47,59 @@ RowsInOrder::Pass RowsInOrder::read(std::int64_t after, const Limits& limits, co
     // Rows alone do not write it.
     const std::int64_t written = sqlite::queryNumber(connection, "SELECT position FROM state");
     pass.upTo = std::max(pass.upTo, written);
+    readEpoch(pass.upTo, &pass.epoch);
   });
   return pass;
 }
 
-std::int64_t RowsInOrder::published() {
-  std::int64_t position = 0;
+RowsInOrder::Place RowsInOrder::published() {
+  Place published;
   work([&](sqlite::Connection& connection) {
-    position = sqlite::queryNumber(connection, "SELECT position FROM publishing");
+    sqlite::Statement query(connection, R"(
+SELECT position, (SELECT epoch FROM epochs WHERE first_position <= position
+                  ORDER BY first_position DESC LIMIT 1) FROM publishing)");
+    if (!query.step()) return;
+    published.position = query.number(0);
+    if (!query.isNull(1)) published.epoch = epochAt(query, 1);
   });
-  return position;
+  return published;
+}
+
+std::optional<RowName> RowsInOrder::lastRowUpTo(std::int64_t position) {
+  std::optional<RowName> last;
+  work([&](sqlite::Connection& connection) {
+    const Snapshot snapshot(this, connection);
+    knowGroups(connection);
+    std::int64_t number = 0;
+    for (const Group& each : _groups) {
+      sqlite::Statement query(
+          connection, "SELECT ifnull(max(number), 0) FROM " + each.table + " WHERE number <= ?");
+      query.bind(1, position).step();
+      number = std::max(number, query.number(0));
+    }
+    if (number == 0) return;
+    last = RowName{{}, number};
+    readEpoch(number, &last->epoch);
+  });
+  return last;
+}
+
+RowsInOrder::Place RowsInOrder::placeOf(const std::vector<RowName>& names) {
+  Place furthest;
+  work([&](sqlite::Connection& connection) {
+    sqlite::Statement query(connection, R"(
+SELECT min(?2, (SELECT ifnull(min(later.first_position) - 1, ?2) FROM epochs AS later
+                 WHERE later.first_position > epochs.first_position))
+FROM epochs WHERE epoch = ?1)");
+    for (const RowName& each : names) {
+      bindEpoch(query, 1, each.epoch);
+      query.bind(2, each.number);
+      if (query.step() && query.number(0) > furthest.position)
+        furthest = {query.number(0), each.epoch};
+      query.reset();
+    }
+  });
+  return furthest;
 }
 
 void RowsInOrder::close() noexcept {
@@ -78,6 +122,7 @@ void RowsInOrder::forget() noexcept {
   _schemaVersion = -1;
   _groups.clear();
   _source = {};
+  _removed = {};
   _epoch = {};
 }
 
@@ -86,18 +131,20 @@ void RowsInOrder::knowGroups(sqlite::Connection& connection) {
   const std::int64_t version = sqlite::queryNumber(connection, "PRAGMA schema_version");
   if (version == _schemaVersion) return;
   forget();
+  _removed = {connection, "SELECT removed FROM publishing WHERE removed > ?"};
   _source = {connection, "SELECT name FROM known_sources WHERE handle = ?"};
   _epoch = {connection, R"(
 SELECT epoch, (SELECT min(first_position) FROM epochs WHERE first_position > ?1)
 FROM epochs WHERE first_position <= ?1 ORDER BY first_position DESC LIMIT 1)"};
   sqlite::Statement groups(connection, R"(
 SELECT g.id, a.name, g.name FROM known_groups AS g JOIN known_applications AS a ON a.id = g.application)");
-  while (groups.step())
+  while (groups.step()) {
+    const std::string table = rowTableName(groups.number(0));
     _groups.push_back(
-        {std::string(groups.bytes(1)), std::string(groups.bytes(2)),
-         sqlite::Statement(connection, "SELECT number, time_us, handle, message FROM " +
-                                           rowTableName(groups.number(0)) +
+        {std::string(groups.bytes(1)), std::string(groups.bytes(2)), table,
+         sqlite::Statement(connection, "SELECT number, time_us, handle, message FROM " + table +
                                            " WHERE number > ? ORDER BY number")});
+  }
   _schemaVersion = version;
 }
 
@@ -112,28 +159,39 @@ RowsInOrder::Pass RowsInOrder::merge(std::int64_t after, const Limits& limits, c
   std::size_t rows = 0;
   std::size_t bytes = 0;
   OrderedRow row;
-  row.number = after;
+  row.name.number = after;
+  std::optional<RowName> removed = removedBehind(after);
   for (std::int64_t endOfEpoch = 0; !_next.empty();) {
     sqlite::Statement& found = _next.front().group->rows;
     const std::string_view message = found.bytes(3);
     if (rows > 0 && (rows == limits.rows || bytes + message.size() > limits.bytes ||
                      History::Clock::now() >= deadline))
-      return {row.number, true};
+      return {row.name.number, row.name.epoch, true};
     ++rows;
     bytes += message.size();
-    row.number = found.number(0);
-    if (row.number >= endOfEpoch) endOfEpoch = readEpoch(row.number, &row.epoch);
+    row.name.number = found.number(0);
+    if (row.name.number >= endOfEpoch) endOfEpoch = readEpoch(row.name.number, &row.name.epoch);
     row.time = found.number(1);
     row.handle = static_cast<ZORA_Long>(found.number(2));
     row.application = _next.front().group->application;
     row.group = _next.front().group->name;
     row.source = _source.bind(1, row.handle).step() ? _source.bytes(0) : std::string_view();
     row.message = message;
+    row.removed.reset();
+    if (removed && removed->number < row.name.number) row.removed.swap(removed);
     take(row);
     _source.reset();
     stepFirst();
   }
-  return {row.number, false};
+  return {row.name.number, row.name.epoch, false};
+}
+
+std::optional<RowName> RowsInOrder::removedBehind(std::int64_t after) {
+  if (!_removed.bind(1, after).step()) return std::nullopt;
+  RowName removed{{}, _removed.number(0)};
+  _removed.reset();
+  readEpoch(removed.number, &removed.epoch);
+  return removed;
 }
 
 // Of the position; returns where the next one begins.

@@ -5,12 +5,14 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "dch/core/epoch.h"
 #include "dch/core/message.h"
-#include "dch/store/epoch.h"
+#include "dch/core/row_name.h"
 #include "dch/store/file_place.h"
 #include "dch/store/history.h"
 #include "dch/store/sqlite.h"
@@ -20,8 +22,10 @@ namespace dch {
 
 // Valid until the function that takes it returns. Names are bytes, of no known encoding.
 struct OrderedRow {
-  std::int64_t number = 0;  // its place among all changes
-  Epoch epoch;
+  RowName name;
+  // Retention has removed rows before this one, and behind those that were told and that it
+  // follows, which were to be published still: this is the last of them.
+  std::optional<RowName> removed;
   Time time = 0;
   ZORA_Long handle = 0;
   std::string_view application;
@@ -49,6 +53,7 @@ class RowsInOrder {
     // other row is ever going to have such a number. A pass that ends early ends with the last row
     // that it has told, others with the last change in the file.
     std::int64_t upTo = 0;
+    Epoch epoch{};  // of that place
     // It has ended early, at a limit or when historyStepTime was over: there is more at once.
     bool isCut = false;
   };
@@ -57,8 +62,20 @@ class RowsInOrder {
   // HistoryError, and what `take` throws.
   Pass read(std::int64_t after, const Limits& limits, const Take& take);
 
+  // Among all that the store has kept; the epoch is none when the file does not know it any more,
+  // as nothing so old is in it.
+  struct Place {
+    std::int64_t position = 0;
+    std::optional<Epoch> epoch;
+  };
   // What the last RowsPublished said that was kept. Throws HistoryError.
-  std::int64_t published();
+  Place published();
+  // The last row up to there; nothing when there is none any more. Throws HistoryError.
+  std::optional<RowName> lastRowUpTo(std::int64_t position);
+  // The furthest place up to which those have all rows who have them up to these names; 0 when the
+  // file knows none of their epochs. Of an epoch that went further before an older copy of the file
+  // was put in place, its end in the file counts. Throws HistoryError.
+  Place placeOf(const std::vector<RowName>& names);
 
   // See History.
   void close() noexcept;
@@ -69,6 +86,7 @@ class RowsInOrder {
   struct Group {
     std::string application;
     std::string name;
+    std::string table;
     sqlite::Statement rows;  // with the number behind which they begin
   };
   // The next row of a group.
@@ -88,6 +106,7 @@ class RowsInOrder {
   void knowGroups(sqlite::Connection& connection);
   void begin(std::int64_t after);
   Pass merge(std::int64_t after, const Limits& limits, const Take& take);
+  std::optional<RowName> removedBehind(std::int64_t after);
   std::int64_t readEpoch(std::int64_t position, Epoch* epoch);
   void stepFirst();
 
@@ -96,9 +115,10 @@ class RowsInOrder {
   // version of the schema that it was read with.
   std::int64_t _schemaVersion = -1;
   std::vector<Group> _groups;
-  sqlite::Statement _source;  // of a handle
-  sqlite::Statement _epoch;   // of a position
-  std::vector<Next> _next;    // a heap: the lowest number in front
+  sqlite::Statement _source;   // of a handle
+  sqlite::Statement _removed;  // what retention has, behind a position
+  sqlite::Statement _epoch;    // of a position
+  std::vector<Next> _next;     // a heap: the lowest number in front
 };
 
 }  // namespace dch

@@ -110,8 +110,11 @@ void addEpochs(sqlite::Connection& connection) {
   connection.execute(R"(
 CREATE TABLE epochs (first_position INTEGER PRIMARY KEY, epoch BLOB NOT NULL);
 INSERT INTO epochs VALUES (0, randomblob(16));
-CREATE TABLE publishing (id INTEGER PRIMARY KEY CHECK (id = 1), position INTEGER NOT NULL);
-INSERT INTO publishing VALUES (1, 0))");
+CREATE TABLE publishing (
+  id INTEGER PRIMARY KEY CHECK (id = 1),
+  position INTEGER NOT NULL,
+  removed INTEGER NOT NULL);
+INSERT INTO publishing VALUES (1, 0, 0))");
 }
 
 // The step from each version to the next.

@@ -9,11 +9,13 @@
 //                      `vN` for each attribute that the group ever had
 //   clock_steps        the numbers of the rows before which the clock was set back
 //   epochs             from which position on the changes are of which run of a server (epoch.h)
-//   publishing         one line: the rows up to this position were published
+//   publishing         one line: the rows up to this position were published, and which row was the
+//                      last that retention has removed unpublished
 //   kept_actions, kept_deferrals
 //
 // Positions count all changes in the order in which they were kept. A position never comes to mean
-// another change that somebody could have seen.
+// another change that somebody could have seen, unless the file goes back to what it was: with its
+// epoch it does not even then.
 //
 // People and programs that read the file use the views: `applications`, `sources`, `actions`,
 // `deferrals` and one for each group (group_view.h).

@@ -6,7 +6,9 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <sstream>
 
+#include "dch/store/rows_in_order.h"
 #include "dch/testkit/faulty_vfs.h"
 #include "dch/testkit/random_changes.h"
 #include "dch/testkit/shared.h"
@@ -114,14 +116,23 @@ class StoreDeath : public testing::TestWithParam<Way> {
       sql += std::string(sql.empty() ? "" : " UNION ALL ") +
              "SELECT number, handle || ' ' || hex(message) AS row FROM " + table;
     if (sql.empty()) return {};
-    const std::string text =
-        testkit::query(path(), "SELECT row FROM (" + sql + ") ORDER BY number");
+    std::istringstream lines(
+        testkit::query(path(), "SELECT row FROM (" + sql + ") ORDER BY number"));
     std::vector<std::string> rows;
-    for (std::size_t begin = 0; begin < text.size();) {
-      const std::size_t end = text.find('\n', begin);
-      rows.push_back(text.substr(begin, end - begin));
-      begin = end + 1;
-    }
+    for (std::string line; std::getline(lines, line);) rows.push_back(line);
+    return rows;
+  }
+
+  // The same as they are told, which takes an epoch for each.
+  static std::vector<std::string> rowsInOrder(const SqliteStore& store) {
+    std::vector<std::string> rows;
+    RowsInOrder reader([&] { return store.places(); });
+    RowsInOrder::Pass pass{.upTo = 0, .isCut = true};
+    while (pass.isCut)
+      pass = reader.read(pass.upTo, {}, [&](const OrderedRow& row) {
+        EXPECT_NE(row.name.epoch, store.epoch());
+        rows.push_back(textOf(row.handle, row.message));
+      });
     return rows;
   }
 
@@ -133,9 +144,9 @@ class StoreDeath : public testing::TestWithParam<Way> {
     return rowsInFile().size() == static_cast<std::size_t>(rows);
   }
 
-  static std::string textOf(const Row& row) {
-    std::string text = std::to_string(row.handle) + " ";
-    for (const char byte : row.message) {
+  static std::string textOf(ZORA_Long handle, std::string_view message) {
+    std::string text = std::to_string(handle) + " ";
+    for (const char byte : message) {
       char digits[3];
       std::snprintf(digits, sizeof digits, "%02X",
                     static_cast<unsigned>(static_cast<unsigned char>(byte)));
@@ -147,6 +158,7 @@ class StoreDeath : public testing::TestWithParam<Way> {
   // The file has what follows from some of the first changes, at least from those that were told.
   void expectAllThatWasConcluded() {
     testkit::KnownState found;
+    std::vector<std::string> inOrder;
     {
       testkit::RecordingLog log;
       SqliteStoreSettings settings;
@@ -156,8 +168,10 @@ class StoreDeath : public testing::TestWithParam<Way> {
           settings, [] {}, log);
       store.load([&](Change&& change) { found.apply(std::move(change)); });
       ASSERT_EQ(testkit::query(path(), "PRAGMA integrity_check"), "ok\n");
+      inOrder = rowsInOrder(store);
     }
     const std::vector<std::string> rows = rowsInFile();
+    EXPECT_EQ(inOrder, rows);
     const std::string text = found.text();
     testkit::KnownState expected;
     std::vector<std::string> expectedRows;
@@ -170,7 +184,7 @@ class StoreDeath : public testing::TestWithParam<Way> {
                expected.text() == text;
       if (isSame) break;
       if (const auto* const row = std::get_if<Row>(&change)) {
-        expectedRows.push_back(textOf(*row));
+        expectedRows.push_back(textOf(row->handle, row->message));
         times.push_back(row->time);
       }
       // The clock is ahead of what is kept by the changes of a group.

@@ -49,12 +49,15 @@ class StoreFaults : public testkit::StoreTest {
     _vfs.setDecision(decide);
     testkit::KnownState expected;
     std::size_t rows = 0;
+    std::int64_t published = 0;
     const auto conclude = [&] {
       _store->finish();
       for (auto& [change, isKept] : std::exchange(_client.concluded, {})) {
         _refused += isKept ? 0 : 1;
         if (!isKept) continue;
         rows += std::holds_alternative<Row>(change) ? 1 : 0;
+        if (const auto* const each = std::get_if<RowsPublished>(&change))
+          published = each->position;
         expected.apply(std::move(change));
       }
     };
@@ -75,6 +78,7 @@ class StoreFaults : public testkit::StoreTest {
     EXPECT_EQ(_known->text(), expected.text());
     stop();
     EXPECT_EQ(rowCount(), rows);
+    EXPECT_GE(std::stoll(read("SELECT position FROM publishing")), published);
     EXPECT_EQ(read("PRAGMA integrity_check"), "ok\n");
     // ... nor for the next walk.
     for (const char* suffix : {"", "-wal", "-shm"}) std::filesystem::remove(path() + suffix);
@@ -210,6 +214,23 @@ TEST_F(StoreFaults, ARunWhoseFirstGroupFailsSetsNoNumberBack) {
   EXPECT_TRUE(waitUntil([&] { return !_store->figures().isFailing; }));
   EXPECT_EQ(read("SELECT position FROM state"), position);
   EXPECT_EQ(knownAfterRestart(), known);
+}
+
+// It has no number by which it could be seen whether the file has it.
+TEST_F(StoreFaults, WhatIsPublishedIsRefusedWhenItIsNotKept) {
+  startOnVfs(Durability::power);
+  goOnline();
+  EXPECT_TRUE(keep(RowsPublished{1}));
+  for (const DiskOperation failing : {DiskOperation::write, DiskOperation::sync}) {
+    _vfs.setDecision([&](DiskOperation operation) {
+      return operation == failing ? DiskOutcome::fails : DiskOutcome::works;
+    });
+    EXPECT_FALSE(keep(RowsPublished{2}));
+    _vfs.setDecision(nullptr);
+    EXPECT_EQ(read("SELECT position FROM publishing"), "1\n");
+  }
+  EXPECT_TRUE(keep(RowsPublished{3}));
+  EXPECT_EQ(read("SELECT position FROM publishing"), "3\n");
 }
 
 TEST_F(StoreFaults, WhatWasRefusedIsNotThereAfterADeath) {

@@ -39,6 +39,8 @@ class RandomChanges {
         changes.push_back(deferral());
       else if (kind < 26)
         actOn(&changes);
+      else if (kind < 28)
+        changes.push_back(RowsPublished{_rowCount});
       else
         sendRow(&changes);
     }
