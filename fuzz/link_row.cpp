@@ -1,8 +1,9 @@
-// The texts by which a row is known in the stream, subject and header: each leads back to what it
-// was made of, and nothing else is taken for one.
+// The texts by which a row is known outside of its site, subject and header, and those by which it
+// is asked for: each leads back to what it was made of, and nothing else is taken for one.
 #include <cstring>
 #include <vector>
 
+#include "dch/link/row_fetch.h"
 #include "dch/link/row_header.h"
 #include "dch/link/subject.h"
 #include "fuzz/support/input.h"
@@ -56,14 +57,45 @@ std::vector<std::string_view> split(std::string_view text, char separator) {
   return parts;
 }
 
+constexpr std::string_view most64 = "9223372036854775807";
+
 bool isHeader(std::string_view text) {
-  constexpr std::string_view most64 = "9223372036854775807", most32 = "2147483647";
+  constexpr std::string_view most32 = "2147483647";
   const auto fields = split(text, ' ');
   return fields.size() == 8 && fields[0] == "1" && isEpoch(fields[1]) &&
          isNumber(fields[2], most64) &&
          (fields[3] == "-" || (isEpoch(fields[3]) && fields[3] != fields[1])) &&
          isNumber(fields[4], most64) && isNumber(fields[5], most64) &&
          isNumber(fields[6], most32) && isEscaped(fields[7], "");
+}
+
+bool isFetchRequest(std::string_view text) {
+  if (text.empty()) return true;
+  auto lines = split(text, '\n');
+  if (!lines.back().empty() || lines.size() - 1 > dch::mostFetchNames) return false;
+  lines.pop_back();
+  for (const std::string_view line : lines) {
+    const auto fields = split(line, ' ');
+    if (fields.size() != 2 || !isEpoch(fields[0]) || !isNumber(fields[1], most64)) return false;
+  }
+  return true;
+}
+
+bool isFetchEnd(std::string_view text) {
+  constexpr std::string_view mostUnsigned = "18446744073709551615";
+  const auto fields = split(text, ' ');
+  return fields.size() == 5 && fields[0] == "1" && isEpoch(fields[1]) &&
+         isNumber(fields[2], most64) && fields[3].substr(0, 1) != "-" &&
+         isNumber(fields[3], mostUnsigned) && (fields[4] == "all" || fields[4] == "more");
+}
+
+void checkAsFetch(std::string_view text) {
+  const auto request = dch::parseFetchRequest(text);
+  fuzz::require(request.has_value() == isFetchRequest(text), "what a request is");
+  fuzz::require(!request || dch::fetchRequestText(*request) == text, "a request has one text");
+  const auto end = dch::parseFetchEnd(text);
+  fuzz::require(end.has_value() == isFetchEnd(text), "what an end is");
+  fuzz::require(!end || dch::fetchEndText(*end) == text, "an end has one text");
 }
 
 void checkAsText(std::string_view text) {
@@ -103,6 +135,20 @@ void checkAsHeader(fuzz::Input input) {
   fuzz::require(dch::parseRowHeader(text) == header, "a header leads back");
 }
 
+void checkAsFetchOf(fuzz::Input input) {
+  const std::size_t count = input.takeByte() % (dch::mostFetchNames + 1);
+  std::vector<dch::RowName> names;
+  while (names.size() < count) names.push_back({takeEpoch(&input), take<std::int64_t>(&input)});
+  const std::string request = dch::fetchRequestText(names);
+  fuzz::require(isFetchRequest(request), "a request as it is to be");
+  fuzz::require(dch::parseFetchRequest(request) == names, "a request leads back");
+  const dch::FetchEnd end{{takeEpoch(&input), take<std::int64_t>(&input)},
+                          take<std::uint64_t>(&input),
+                          (input.takeByte() & 1) != 0};
+  fuzz::require(isFetchEnd(dch::fetchEndText(end)), "an end as it is to be");
+  fuzz::require(dch::parseFetchEnd(dch::fetchEndText(end)) == end, "an end leads back");
+}
+
 void checkAsNames(fuzz::Input input) {
   const std::string_view names[] = {input.takeLine(), input.takeLine(), input.takeRest()};
   const std::string subject = dch::rowSubject(names[0], names[1], names[2]);
@@ -119,7 +165,9 @@ void checkAsNames(fuzz::Input input) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t count) {
   checkAsText({reinterpret_cast<const char*>(bytes), count});
+  checkAsFetch({reinterpret_cast<const char*>(bytes), count});
   checkAsHeader({bytes, count});
+  checkAsFetchOf({bytes, count});
   checkAsNames({bytes, count});
   return 0;
 }

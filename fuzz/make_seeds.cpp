@@ -248,10 +248,10 @@ Seeds framerSeeds() {
   return seeds;
 }
 
-// As fuzz/row_window.cpp takes them: the limits, then steps. Rows that are new, that an earlier run
-// has sent, and whose ID somebody else has; what becomes of them and of their answers.
+// As fuzz/row_window.cpp takes them: the limits, then steps. Rows that are new, and that an earlier
+// run has sent; what becomes of them and of their answers; a stream that refuses.
 Seeds windowSeeds() {
-  constexpr unsigned isNew = 0x01, hasId = 0x02, wasSentEarlier = 0x04, isIdTaken = 0x08;
+  constexpr unsigned wasSentEarlier = 0x01, withGap = 0x40;
   const auto step = [](unsigned kind, unsigned first, unsigned second) {
     return byte(kind) + byte(first) + byte(second);
   };
@@ -261,21 +261,28 @@ Seeds windowSeeds() {
   const std::string doubled = byte(2) + byte(2), sent = byte(2) + byte(3);
   const std::string isRefused = step(3, 0, 0), unanswered = step(3, 0, 1);
   const std::string arrives = step(3, 0, 2), arrivesLast = step(3, 1, 2);
+  const std::string isTooLarge = step(3, 0, 3), isRefusedUnnamed = step(3, 0, 4);
   const std::string answered = step(4, 0, 1), answeredTwice = step(4, 0, 0);
   const std::string outOfPlace = step(5, 5, 0), disconnected = byte(6);
-  const std::string patience = byte(7) + byte(110);
+  const std::string pause = byte(7) + byte(25), patience = byte(7) + byte(110);
   Seeds seeds;
-  for (const unsigned choice : {isNew, isNew | hasId, hasId | wasSentEarlier,
-                                isNew | hasId | isIdTaken, hasId | isIdTaken}) {
-    const std::string three = limits + add(choice) + add(choice | 0x40) + add(choice);
+  for (const unsigned choice : {0u, wasSentEarlier}) {
+    const std::string three = limits + add(choice) + add(choice | withGap) + add(choice);
     const std::string once = three + sent + sent + sent;
     seeds.push_back(once + arrives + arrives + arrives + answered + answered + answered + settle);
     seeds.push_back(once + arrivesLast + arrivesLast + answeredTwice + outOfPlace + answered);
-    seeds.push_back(once + unanswered + isRefused + answered + patience + sent + arrives +
-                    answered);
+    seeds.push_back(once + unanswered + isTooLarge + answeredTwice + answered + patience + sent +
+                    arrives + answered);
     seeds.push_back(once + arrives + disconnected + outOfPlace + sent + arrives + sent + arrives);
     seeds.push_back(three + tooLarge + lost + doubled + arrives + arrives + answered + answered +
                     patience + sent);
+    for (const std::string& refusal : {isRefused, isRefusedUnnamed}) {
+      const std::string refused = once + refusal + answered + pause;
+      seeds.push_back(refused + sent + refusal + answered + pause + sent + unanswered + pause +
+                      sent + sent);
+      seeds.push_back(refused + lost + pause + sent + arrivesLast + answered + sent + sent);
+      seeds.push_back(refused + tooLarge + sent + disconnected + sent + sent);
+    }
   }
   return seeds;
 }
@@ -415,14 +422,17 @@ std::map<std::string, Target> targets() {
        {{"site-1\nHOSTMON\nload", "a.example\n\n> *", "%2E%20%FF", "%",
          "1 000102030405060708090a0b0c0d0e0f 42 - 40 1769903999123456 7 web1",
          "1 000102030405060708090a0b0c0d0e0f 9223372036854775807 ffffffffffffffffffffffffffffffff "
-         "-9223372036854775808 -1 -2147483648 Nats%2DMsg%2DId%3A%201"},
-        {"%2D", "%5F", "%00", "%FF", "1 ", " - ", " 0 ", " -1 ", " 9223372036854775807 ",
-         " 2147483647 ", "000102030405060708090a0b0c0d0e0f"}}},
+         "-9223372036854775808 -1 -2147483648 Nats%2DMsg%2DId%3A%201",
+         "000102030405060708090a0b0c0d0e0f 42\nffffffffffffffffffffffffffffffff 0\n",
+         "1 000102030405060708090a0b0c0d0e0f 42 1024 more",
+         "1 ffffffffffffffffffffffffffffffff 9223372036854775807 0 all"},
+        {" all", " more", "\n", "%2D", "%5F", "%00", "%FF", "1 ", " - ", " 0 ", " -1 ",
+         " 9223372036854775807 ", " 2147483647 ", "000102030405060708090a0b0c0d0e0f"}}},
       // A row comes, one is sent, arrives, is answered, and the time after which it is sent again.
       {"row_window",
        {windowSeeds(),
-        {std::string("\0\3\3", 3), "\2\3", std::string("\3\0\2", 3), std::string("\4\0\1", 3),
-         "\7\156"}}},
+        {std::string("\0\0\3", 3), "\2\3", std::string("\3\0\0", 3), std::string("\3\0\2", 3),
+         std::string("\4\0\1", 3), "\7\31", "\7\156"}}},
       {"configuration_file",
        {{configurationText, "[channel]\nport = 70000\nprot = 1\n", "port = 1919\n", "[channel\n",
          "[channel]\nallow = ['10.0.0.1/8', 7]\n"},

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 #include <stdexcept>
+#include <string>
 
 namespace dch {
 
@@ -13,7 +14,7 @@ bool RowWindow::hasRoom() const {
   return empty() || (_rows.size() < _limits.rows && _bytes < _limits.bytes);
 }
 
-void RowWindow::add(OutgoingRow&& row, bool isNew) {
+void RowWindow::add(OutgoingRow&& row) {
   const std::int64_t number = row.number;
   if (number <= _knownUpTo)
     throw std::invalid_argument("row " + std::to_string(number) + " comes after row " +
@@ -21,7 +22,7 @@ void RowWindow::add(OutgoingRow&& row, bool isNew) {
   const std::size_t bytes =
       row.subject.size() + row.id.size() + row.header.size() + row.message.size();
   std::set<Due> due{{atOnce, number}};
-  _rows.emplace_hint(_rows.end(), number, Waiting{std::move(row), bytes, isNew});
+  _rows.emplace_hint(_rows.end(), number, Waiting{std::move(row), bytes});
   _due.merge(due);
   _bytes += bytes;
   _knownUpTo = number;
@@ -32,53 +33,41 @@ void RowWindow::settle(std::int64_t upTo) {
 }
 
 const OutgoingRow* RowWindow::takeNext(TimePoint now) {
-  // Of those that are late the lowest number is first, not the one that is late for longest.
-  constexpr Due lastAtOnce{atOnce, std::numeric_limits<std::int64_t>::max()};
-  for (auto late = _due.upper_bound(lastAtOnce); late != _due.end() && late->first <= now;
-       late = _due.upper_bound(lastAtOnce))
-    setDue(_rows.find(late->second), atOnce);
-  if (_due.empty() || _due.begin()->first != atOnce) return nullptr;
-  const auto place = _rows.find(_due.begin()->second);
+  const auto place = _nextTry ? nextToTry(now) : lowestDue(now);
+  if (place == _rows.end()) return nullptr;
   setDue(place, now + _limits.patience);
-  ++place->second.timesSent;
+  place->second.wasSent = true;
   return &place->second.row;
 }
 
 RowWindow::TimePoint RowWindow::nextDue() const {
-  return _due.empty() ? TimePoint::max() : _due.begin()->first;
+  if (empty()) return TimePoint::max();
+  return _nextTry.value_or(_due.begin()->first);
 }
 
 bool RowWindow::taken(std::int64_t number) {
-  const auto place = findSent(number);
+  const auto place = _rows.find(number);
+  if (place == _rows.end() || !place->second.wasSent) return false;
+  remove(place);
+  _nextTry.reset();
+  return true;
+}
+
+void RowWindow::refused(std::int64_t number, TimePoint now) {
+  if (!_nextTry) _nextTry = now + _limits.pause;
+  const auto place = _rows.find(number);
+  if (place != _rows.end()) setDue(place, atOnce);
+}
+
+bool RowWindow::giveUp(std::int64_t number) {
+  const auto place = _rows.find(number);
   if (place == _rows.end()) return false;
   remove(place);
   return true;
 }
 
-bool RowWindow::duplicate(std::int64_t number) {
-  const auto place = findSent(number);
-  // What was sent without an ID is no duplicate: this is a late answer to what was sent with one.
-  if (place == _rows.end() || place->second.row.id.empty()) return false;
-  if (place->second.isNew && place->second.timesSent == 1) {
-    place->second.row.id.clear();
-    setDue(place, atOnce);
-    return false;
-  }
-  remove(place);
-  return true;
-}
-
-void RowWindow::refused(std::int64_t number, TimePoint now) {
-  const auto place = findSent(number);
-  if (place != _rows.end()) setDue(place, now + _limits.pause);
-}
-
-void RowWindow::giveUp(std::int64_t number) {
-  const auto place = _rows.find(number);
-  if (place != _rows.end()) remove(place);
-}
-
 void RowWindow::disconnected() {
+  _nextTry.reset();
   for (auto place = _rows.begin(); place != _rows.end(); ++place) setDue(place, atOnce);
 }
 
@@ -86,9 +75,20 @@ std::int64_t RowWindow::published() const {
   return empty() ? _knownUpTo : _rows.begin()->first - 1;
 }
 
-RowWindow::Rows::iterator RowWindow::findSent(std::int64_t number) {
-  const auto place = _rows.find(number);
-  return place != _rows.end() && place->second.timesSent > 0 ? place : _rows.end();
+RowWindow::Rows::iterator RowWindow::nextToTry(TimePoint now) {
+  if (empty() || *_nextTry > now) return _rows.end();
+  _nextTry = now + _limits.pause;
+  return _rows.begin();
+}
+
+RowWindow::Rows::iterator RowWindow::lowestDue(TimePoint now) {
+  // Of those that are late the lowest number is first, not the one that is late for longest.
+  constexpr Due lastAtOnce{atOnce, std::numeric_limits<std::int64_t>::max()};
+  for (auto late = _due.upper_bound(lastAtOnce); late != _due.end() && late->first <= now;
+       late = _due.upper_bound(lastAtOnce))
+    setDue(_rows.find(late->second), atOnce);
+  if (_due.empty() || _due.begin()->first != atOnce) return _rows.end();
+  return _rows.find(_due.begin()->second);
 }
 
 void RowWindow::setDue(Rows::iterator place, TimePoint due) {

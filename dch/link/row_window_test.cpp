@@ -13,17 +13,20 @@ using TimePoint = RowWindow::TimePoint;
 
 constexpr TimePoint start{std::chrono::hours(1)};
 constexpr RowWindow::Limits fewRows{3, 1'000, milliseconds(2'000), milliseconds(500)};
+constexpr milliseconds pause = fewRows.pause;
 
 class RowWindowTest : public testing::Test {
  protected:
-  void add(std::int64_t number, bool isNew = true) {
-    _window.add({number, "S", "ID", "H", "M"}, isNew);
-  }
+  void add(std::int64_t number) { _window.add({number, "S", "ID", "H", "M"}); }
 
-  // The numbers of all that are to be sent.
+  // The numbers of all that are to be sent, of which there are never so many.
   std::vector<std::int64_t> sendAll(TimePoint now) {
     std::vector<std::int64_t> numbers;
-    while (const OutgoingRow* row = _window.takeNext(now)) numbers.push_back(row->number);
+    while (numbers.size() < 10) {
+      const OutgoingRow* const row = _window.takeNext(now);
+      if (row == nullptr) break;
+      numbers.push_back(row->number);
+    }
     return numbers;
   }
 
@@ -40,7 +43,7 @@ TEST_F(RowWindowTest, HasNothingToSendAtFirst) {
 }
 
 TEST_F(RowWindowTest, GivesEachRowOnceAsItWasAdded) {
-  _window.add({11, "subject", "id", "header", "message"}, true);
+  _window.add({11, "subject", "id", "header", "message"});
   EXPECT_LE(_window.nextDue(), start);
   const OutgoingRow* const row = _window.takeNext(start);
   ASSERT_NE(nullptr, row);
@@ -99,26 +102,117 @@ TEST_F(RowWindowTest, SendsARowAgainThatWasNotAnswered) {
   EXPECT_EQ(TimePoint::max(), _window.nextDue());
 }
 
-TEST_F(RowWindowTest, SendsARefusedRowAgainAfterAPause) {
+TEST_F(RowWindowTest, TriesAStreamThatRefusesWithTheLowestRowOnceEachPause) {
+  add(11);
+  add(12);
+  sendAll(start);
+  add(13);
+  _window.refused(12, start);
+  for (TimePoint due = start + pause; due < start + 20 * pause; due += pause) {
+    EXPECT_EQ(due, _window.nextDue());
+    EXPECT_EQ(Numbers(), sendAll(due - milliseconds(1)));
+    EXPECT_EQ(Numbers{11}, sendAll(due));
+    _window.refused(11, due + milliseconds(1));
+  }
+}
+
+TEST_F(RowWindowTest, TriesAgainThoughTheTryIsNotAnswered) {
   add(11);
   add(12);
   sendAll(start);
   _window.refused(11, start);
-  const TimePoint due = start + fewRows.pause;
-  EXPECT_EQ(due, _window.nextDue());
-  EXPECT_EQ(Numbers(), sendAll(due - milliseconds(1)));
-  EXPECT_EQ(Numbers{11}, sendAll(due));
+  EXPECT_EQ(Numbers{11}, sendAll(start + pause));
+  EXPECT_EQ(start + 2 * pause, _window.nextDue());
+  EXPECT_EQ(Numbers{11}, sendAll(start + 2 * pause));
+}
+
+TEST_F(RowWindowTest, DoesNotPutATryOffWhenMoreIsRefused) {
+  add(11);
+  add(12);
+  sendAll(start);
+  _window.refused(11, start);
+  _window.refused(12, start + pause - milliseconds(1));
+  EXPECT_EQ(start + pause, _window.nextDue());
+  EXPECT_EQ(Numbers{11}, sendAll(start + pause));
+}
+
+TEST_F(RowWindowTest, SendsAllThatWereRefusedWhenTheTryIsTaken) {
+  add(11);
+  add(12);
+  add(13);
+  sendAll(start);
+  for (const std::int64_t number : {13, 12, 11}) _window.refused(number, start);
+  ASSERT_EQ(Numbers{11}, sendAll(start + pause));
+  EXPECT_TRUE(_window.taken(11));
+  EXPECT_LE(_window.nextDue(), start);
+  EXPECT_EQ((Numbers{12, 13}), sendAll(start + pause));
+}
+
+TEST_F(RowWindowTest, IsNoLongerRefusedWhenAnyRowIsTaken) {
+  add(11);
+  add(12);
+  sendAll(start);
+  add(13);
+  _window.refused(11, start);
+  EXPECT_TRUE(_window.taken(12));
+  EXPECT_EQ((Numbers{11, 13}), sendAll(start));
+  EXPECT_EQ(start + fewRows.patience, _window.nextDue());
+}
+
+TEST_F(RowWindowTest, LeavesTheTryOnItsWayWhenAnotherRowIsTaken) {
+  add(11);
+  add(12);
+  sendAll(start);
+  _window.refused(11, start);
+  ASSERT_EQ(Numbers{11}, sendAll(start + pause));
+  EXPECT_TRUE(_window.taken(12));
+  EXPECT_EQ(Numbers(), sendAll(start + pause));
+  EXPECT_EQ(start + pause + fewRows.patience, _window.nextDue());
+}
+
+TEST_F(RowWindowTest, IsStillRefusedWhenAnAnswerComesOnceMore) {
+  add(11);
+  add(12);
+  sendAll(start);
+  _window.taken(11);
+  _window.refused(12, start);
+  EXPECT_FALSE(_window.taken(11));
+  EXPECT_EQ(Numbers(), sendAll(start));
+}
+
+TEST_F(RowWindowTest, TriesTheNextRowWhenTheLowestIsGivenUp) {
+  add(11);
+  add(12);
+  sendAll(start);
+  _window.refused(11, start);
+  ASSERT_EQ(Numbers{11}, sendAll(start + pause));
+  _window.giveUp(11);
+  EXPECT_EQ(Numbers(), sendAll(start + pause));
+  EXPECT_EQ(Numbers{12}, sendAll(start + 2 * pause));
+  _window.giveUp(12);
+  EXPECT_EQ(TimePoint::max(), _window.nextDue());
+}
+
+// As when no stream was there to answer.
+TEST_F(RowWindowTest, IsRefusedByAnAnswerThatDoesNotSayWhichRow) {
+  add(11);
+  add(12);
+  sendAll(start);
+  add(13);
+  _window.refused(0, start);
+  EXPECT_EQ(Numbers{11}, sendAll(start + pause));
+  EXPECT_TRUE(_window.taken(11));
+  EXPECT_EQ(Numbers{13}, sendAll(start + pause)) << "12 may be on its way";
+  EXPECT_EQ(Numbers{12}, sendAll(start + fewRows.patience));
 }
 
 TEST_F(RowWindowTest, SendsTheLowestNumberFirst) {
   add(11);
   add(12);
   ASSERT_EQ(11, _window.takeNext(start)->number);
-  ASSERT_EQ(12, _window.takeNext(start)->number);
+  ASSERT_EQ(12, _window.takeNext(start + milliseconds(1))->number);
   add(13);
-  _window.refused(12, start);
-  _window.refused(11, start + milliseconds(1));
-  EXPECT_EQ((Numbers{11, 12, 13}), sendAll(start + fewRows.patience));
+  EXPECT_EQ((Numbers{11, 12, 13}), sendAll(start + fewRows.patience + milliseconds(1)));
 }
 
 TEST_F(RowWindowTest, SendsAllThatWaitAgainAfterADisconnection) {
@@ -131,20 +225,17 @@ TEST_F(RowWindowTest, SendsAllThatWaitAgainAfterADisconnection) {
   _window.disconnected();
   EXPECT_LE(_window.nextDue(), start);
   EXPECT_EQ((Numbers{11, 13}), sendAll(start));
+  EXPECT_EQ(start + fewRows.patience, _window.nextDue());
 }
 
 TEST_F(RowWindowTest, TakesAnAnswerOnceAndOnlyOfARowThatWasSent) {
   add(11);
   EXPECT_FALSE(_window.taken(11));
-  EXPECT_FALSE(_window.duplicate(11));
-  _window.refused(11, start);
   EXPECT_EQ(Numbers{11}, sendAll(start));
   EXPECT_FALSE(_window.taken(10));
   EXPECT_FALSE(_window.taken(12));
   EXPECT_TRUE(_window.taken(11));
   EXPECT_FALSE(_window.taken(11));
-  EXPECT_FALSE(_window.duplicate(11));
-  _window.refused(11, start);
   EXPECT_TRUE(_window.empty());
 }
 
@@ -156,41 +247,12 @@ TEST_F(RowWindowTest, TakesALateAnswerOfARowThatIsToBeSentAgain) {
   EXPECT_EQ(Numbers(), sendAll(start + fewRows.patience));
 }
 
-TEST_F(RowWindowTest, BelievesThatARowOfAnEarlierRunIsADuplicate) {
-  add(11, false);
-  sendAll(start);
-  EXPECT_TRUE(_window.duplicate(11));
-  EXPECT_EQ(11, _window.published());
-}
-
-TEST_F(RowWindowTest, BelievesThatARowThatWasSentTwiceIsADuplicate) {
-  add(11);
-  sendAll(start);
-  sendAll(start + fewRows.patience);
-  EXPECT_TRUE(_window.duplicate(11));
-  EXPECT_TRUE(_window.empty());
-}
-
-TEST_F(RowWindowTest, SendsANewRowWithoutAnIdWhenAnotherHasThat) {
-  add(11);
-  sendAll(start);
-  EXPECT_FALSE(_window.duplicate(11));
-  EXPECT_EQ(10, _window.published());
-  const OutgoingRow* const row = _window.takeNext(start);
-  ASSERT_NE(nullptr, row);
-  EXPECT_EQ("", row->id);
-  EXPECT_EQ("M", row->message);
-  EXPECT_FALSE(_window.duplicate(11)) << "the same answer once more";
-  EXPECT_EQ(nullptr, _window.takeNext(start));
-  EXPECT_TRUE(_window.taken(11));
-}
-
 TEST_F(RowWindowTest, CountsARowAsDoneThatIsGivenUp) {
   add(11);
   add(12);
   sendAll(start);
-  _window.giveUp(11);
-  _window.giveUp(11);
+  EXPECT_TRUE(_window.giveUp(11));
+  EXPECT_FALSE(_window.giveUp(11)) << "it is counted once";
   EXPECT_EQ(11, _window.published());
   EXPECT_FALSE(_window.taken(11));
   EXPECT_EQ(Numbers{12}, sendAll(start + fewRows.patience));
@@ -208,13 +270,11 @@ TEST_F(RowWindowTest, HasRoomForSoManyRows) {
 }
 
 TEST_F(RowWindowTest, HasRoomForSoManyBytes) {
-  _window.add({11, "S", "ID", "H", std::string(995, 'M')}, true);
+  _window.add({11, "S", "ID", "H", std::string(995, 'M')});
   EXPECT_TRUE(_window.hasRoom());
-  _window.add({12, "", "I", "", ""}, true);
+  _window.add({12, "", "I", "", ""});
   EXPECT_FALSE(_window.hasRoom());
   sendAll(start);
-  _window.duplicate(12);  // which takes its ID away
-  EXPECT_FALSE(_window.hasRoom());
   _window.taken(12);
   EXPECT_TRUE(_window.hasRoom());
 }
@@ -222,7 +282,7 @@ TEST_F(RowWindowTest, HasRoomForSoManyBytes) {
 TEST(RowWindow, HasRoomForOneRowWhateverItsLimits) {
   RowWindow window(0, {0, 0, milliseconds(1), milliseconds(1)});
   EXPECT_TRUE(window.hasRoom());
-  window.add({1, "", "", "", std::string(100, 'M')}, true);
+  window.add({1, "", "", "", std::string(100, 'M')});
   EXPECT_FALSE(window.hasRoom());
   window.takeNext(start);
   window.taken(1);
