@@ -15,6 +15,7 @@ namespace files {
 struct WrongValue {
   const toml::node& value;
   std::string whatItHasToBe;  // such as "true or false"
+  bool isSecret = false;      // nobody is to read it in a log
 };
 
 class Faults {

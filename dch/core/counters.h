@@ -51,9 +51,13 @@ enum class Counter : std::size_t {
   changesKept,
   changesRefused,
   rowsRemoved,
-  linkRowsLost,
   writeFailures,
   writeMicroseconds,
+  // Of the link with other servers.
+  linkRowsPublished,
+  linkRowsTooLarge,
+  linkRowsLost,
+  linkFailures,
   // From here on gauges.
   applications,
   sources,
@@ -63,6 +67,8 @@ enum class Counter : std::size_t {
   changesWaiting,
   webConnections,
   liveClients,
+  linkConnected,
+  linkChangesBehind,
   count
 };
 
@@ -131,10 +137,14 @@ inline constexpr CounterDescription counterDescriptions[] = {
     {Counter::changesKept, "changes_kept", "changes that were written to the state file"},
     {Counter::changesRefused, "changes_refused", "changes that the state file did not take"},
     {Counter::rowsRemoved, "rows_removed", "old rows that were removed from the state file"},
-    {Counter::linkRowsLost, "link_rows_lost",
-     "rows that retention removed before the link had published them"},
     {Counter::writeFailures, "write_failures", "failures to write the state file"},
     {Counter::writeMicroseconds, "write_microseconds", "time spent in writing the state file"},
+    {Counter::linkRowsPublished, "link_rows_published", "rows that the link has published"},
+    {Counter::linkRowsTooLarge, "link_rows_too_large",
+     "rows that are too large for the link and were left out"},
+    {Counter::linkRowsLost, "link_rows_lost",
+     "rows that retention removed before the link had published them"},
+    {Counter::linkFailures, "link_failures", "times that the link was lost, or could not be made"},
     {Counter::applications, "applications", "applications that are registered"},
     {Counter::sources, "sources", "sources that have a handle"},
     {Counter::sourcesOnline, "sources_online", "sources that are on line"},
@@ -143,6 +153,10 @@ inline constexpr CounterDescription counterDescriptions[] = {
     {Counter::changesWaiting, "changes_waiting", "changes that wait to be kept or passed on"},
     {Counter::webConnections, "web_connections", "connections for the page that are open"},
     {Counter::liveClients, "live_clients", "those of them that are told rows and status live"},
+    {Counter::linkConnected, "link_connected",
+     "1 while there is a link with other servers, else 0"},
+    {Counter::linkChangesBehind, "link_changes_behind",
+     "rows and other changes that were kept and wait for the link, or are passed by it"},
 };
 
 constexpr bool describesEveryCounter() {

@@ -1,7 +1,6 @@
 #include "dch/link/row_fetch.h"
 
-#include <charconv>
-
+#include "dch/link/number_text.h"
 #include "dch/link/subject.h"
 
 namespace dch {
@@ -18,21 +17,13 @@ std::string_view takeUpTo(char end, std::string_view* text) {
   return taken;
 }
 
-// Any number when these are no digits of one.
-template <class Number>
-Number numberOf(std::string_view digits) {
-  Number number = 0;
-  std::from_chars(digits.data(), digits.data() + digits.size(), number);
-  return number;
-}
-
 std::string nameText(const RowName& name) {
   return epochText(name.epoch) + ' ' + std::to_string(name.number);
 }
 
 std::optional<RowName> takeName(char end, std::string_view* text) {
   const auto epoch = parseEpoch(takeUpTo(' ', text));
-  const auto number = numberOf<std::int64_t>(takeUpTo(end, text));
+  const auto number = numberIn<std::int64_t>(takeUpTo(end, text));
   if (!epoch) return std::nullopt;
   return RowName{*epoch, number};
 }
@@ -71,7 +62,7 @@ std::optional<FetchEnd> parseFetchEnd(std::string_view text) {
   takeUpTo(' ', &rest);
   const auto upTo = takeName(' ', &rest);
   if (!upTo) return std::nullopt;
-  const auto rows = numberOf<std::uint64_t>(takeUpTo(' ', &rest));
+  const auto rows = numberIn<std::uint64_t>(takeUpTo(' ', &rest));
   const FetchEnd end{*upTo, rows, rest == all};
   if (fetchEndText(end) != text) return std::nullopt;
   return end;

@@ -1,10 +1,10 @@
 #include "dch/link/row_header.h"
 
 #include <array>
-#include <charconv>
 #include <cstddef>
 
 #include "dch/link/escaped_name.h"
+#include "dch/link/number_text.h"
 
 namespace dch {
 
@@ -28,14 +28,6 @@ std::optional<HeaderFields> fieldsOf(std::string_view text) {
   }
   fields.back() = text;
   return fields;
-}
-
-// Any number when these are no digits of one.
-template <class Number>
-Number numberOf(std::string_view digits) {
-  Number number = 0;
-  std::from_chars(digits.data(), digits.data() + digits.size(), number);
-  return number;
 }
 
 }  // namespace
@@ -62,10 +54,10 @@ std::optional<RowHeader> parseRowHeader(std::string_view text) {
   const auto previousEpoch = previousDigits == sameEpoch ? epoch : parseEpoch(previousDigits);
   auto source = unescapedName(escaped, plainInSources);
   if (!epoch || !previousEpoch || !source) return std::nullopt;
-  RowHeader header{{*epoch, numberOf<std::int64_t>(number)},
-                   {*previousEpoch, numberOf<std::int64_t>(previousNumber)},
-                   numberOf<Time>(time),
-                   numberOf<ZORA_Long>(handle),
+  RowHeader header{{*epoch, numberIn<std::int64_t>(number)},
+                   {*previousEpoch, numberIn<std::int64_t>(previousNumber)},
+                   numberIn<Time>(time),
+                   numberIn<ZORA_Long>(handle),
                    *std::move(source)};
   // A header is written in one way only: what was something else is written differently now.
   if (rowHeaderText(header) != text) return std::nullopt;

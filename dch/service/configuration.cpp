@@ -1,7 +1,15 @@
 #include "dch/service/configuration.h"
 
+#include <unistd.h>
+
+#include <array>
+
 #include "dch/service/action_list.h"
+#include "dch/service/configuration_error.h"
 #include "dch/service/configuration_file.h"
+#include "dch/service/credentials_file.h"
+#include "dch/service/file_content.h"
+#include "dch/service/setting_checks.h"
 #include "dch/service/token_file.h"
 
 namespace dch {
@@ -18,6 +26,26 @@ void keep(const char* key, const Value& running, Value* fresh, std::vector<std::
   if (*fresh == running) return;
   *fresh = running;
   kept->push_back(key);
+}
+
+std::string nameOfThisMachine() {
+  std::array<char, 256> name{};
+  gethostname(name.data(), name.size() - 1);
+  return name.data();
+}
+
+void completeLink(Configuration* configuration) {
+#ifndef ZORD410_LINK
+  throw ConfigurationError("this build cannot link servers: leave servers in [link] out");
+#endif
+  LinkSettings& link = configuration->link;
+  if (link.site.empty()) link.site = nameOfThisMachine();
+  if (!checkSiteName(link.site).empty())
+    throw ConfigurationError(
+        "this machine has no name that can be the name of its site: set site in [link]");
+  if (link.tlsCa) contentOfFile(*link.tlsCa);  // which is read again whenever the link is made
+  if (configuration->credentialsFile)
+    link.user = readCredentialsFile(*configuration->credentialsFile, &configuration->warnings);
 }
 
 }  // namespace
@@ -37,6 +65,7 @@ Configuration readConfiguration(const Options& options) {
   if (configuration.tokenFile)
     configuration.webAccess.token =
         readTokenFile(*configuration.tokenFile, &configuration.warnings);
+  if (!configuration.link.servers.empty()) completeLink(&configuration);
   return configuration;
 }
 
@@ -48,6 +77,7 @@ std::vector<std::string> keepWhatCannotChange(const Configuration& running, Conf
   keep("path in [store]", running.store, &fresh->store, &kept);
   keep("durability in [store]", running.durability, &fresh->durability, &kept);
   keep("listen in [web]", running.webAddress, &fresh->webAddress, &kept);
+  keep("[link]", running.link, &fresh->link, &kept);
   return kept;
 }
 

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "dch/core/programs.h"
+#include "dch/link/link_settings.h"
 #include "dch/net/channel.h"
 #include "dch/service/options.h"
 #include "dch/store/store_settings.h"
@@ -32,6 +33,9 @@ struct Configuration {
   std::optional<WebAddress> webAddress;  // of the page; nothing: there is none
   std::optional<std::string> tokenFile;
   Access webAccess = {};
+
+  LinkSettings link = {};  // its site is the name of this machine where none is set
+  std::optional<std::string> credentialsFile;
 
   bool isVerbose = false;
 

@@ -53,9 +53,10 @@ class Reader {
     try {
       key.read(value, &_configuration);
     } catch (const files::WrongValue& wrong) {
+      const std::string shownValue =
+          wrong.isSecret ? "" : ", not " + shown(files::describeValue(wrong.value));
       _faults.add(wrong.value.source(), std::string(key.name) + " in [" + key.section +
-                                            "] has to be " + wrong.whatItHasToBe + ", not " +
-                                            shown(files::describeValue(wrong.value)));
+                                            "] has to be " + wrong.whatItHasToBe + shownValue);
     }
   }
 

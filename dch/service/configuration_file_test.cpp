@@ -10,6 +10,7 @@ namespace {
 
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Not;
 using ::testing::StartsWith;
 
 Configuration readText(const std::string& text) {
@@ -131,13 +132,32 @@ TEST(ConfigurationFileTest, SaysWhichValueIsWrongAndWhatIsRight) {
            {"[store]\npostgresql = 'dbname=x'", "has to be left out"},
            {"[actions]\nallow = ['nobody']", "2: allow in [actions] has to be"},
            {"[log]\nverbose = 1", "true or false, not 1"},
-           {"[link]\nservers = ['nats://x']", "2: servers in [link] has to be []"},
+           {"[link]\nservers = 'nats://x:4222'", "2: servers in [link] has to be an array such as"},
+           {"[link]\nservers = ['nats://x']", "a server such as \"nats://host:4222\""},
+           {"[link]\nservers = ['x:4222']", "a server such as \"nats://host:4222\""},
+           {"[link]\nservers = ['http://x:4222']", "a server such as \"nats://host:4222\""},
+           {"[link]\nservers = ['nats://me:secret@x:4222']",
+            "2: servers in [link] has to be without user and password, which are read from the "
+            "file that credentials names"},
+           {"[link]\nservers = ['nats://x:65536']", "a server such as"},
+           {"[link]\nservers = ['nats://x:0']", "a server such as"},
+           {"[link]\nservers = ['nats://[::g]:4222']", "a server such as"},
+           {"[link]\nservers = ['nats://x:4222', '']", "a server such as"},
+           {"[link]\nsite = 'a b'", "a name of up to 64 English letters, digits, '.', '-' and '_'"},
+           {"[link]\nsite = 7", "a name of up to 64 English letters"},
+           {"[link]\ncredentials = 7", "path of a file in quotes, not 7"},
+           {"[link]\nnodes = ['x']", "left out: this version does not have it"},
+           {"[link]\nstore_remote = true", "left out: this version does not have it"},
            {"[web]\nlisten = 1980", "an address and port such as \"127.0.0.1:1980\""},
            {"[web]\nlisten = 'localhost:1980'", "an address and port such as"},
            {"[web]\nhosts = 'x'", "an array such as [\"monitor.example\"]"},
            {"[web]\nhosts = ['x:80']", "the name of a host, without a port"},
            {"[web]\nhosts = ['']", "the name of a host, without a port"}})
     EXPECT_THAT(problemOf(each.text), HasSubstr(each.problem)) << each.text;
+}
+
+TEST(ConfigurationFileTest, ShowsNoPassword) {
+  EXPECT_THAT(problemOf("[link]\nservers = ['nats://me:secret@x:4222']"), Not(HasSubstr("secret")));
 }
 
 TEST(ConfigurationFileTest, SaysWhichKeysThereAre) {
@@ -193,6 +213,28 @@ TEST(ConfigurationFileTest, SaysWhereThePageIsAndWhoMayReadIt) {
   EXPECT_EQ((WebAddress{"127.0.0.1", 1980}), read.webAddress);
   EXPECT_THAT(read.webAccess.hosts, ::testing::ElementsAre("a.example", "b"));
   EXPECT_EQ(std::nullopt, readText("[web]\nlisten = ''\n").webAddress);
+}
+
+TEST(ConfigurationFileTest, SaysWithWhomASiteIsLinked) {
+  const Configuration read = readText(R"(
+[link]
+servers = ["nats://a.example:4222", "tls://10.0.0.1:4223", "nats://[::1]:65535"]
+site = "west-1.example_2"
+credentials = "/etc/zord410/credentials"
+tls_ca = "/etc/zord410/ca.pem"
+nodes = []
+store_remote = false
+)");
+  EXPECT_THAT(
+      read.link.servers,
+      ::testing::ElementsAre("nats://a.example:4222", "tls://10.0.0.1:4223", "nats://[::1]:65535"));
+  EXPECT_EQ(read.link.site, "west-1.example_2");
+  EXPECT_EQ(read.link.tlsCa, "/etc/zord410/ca.pem");
+  EXPECT_EQ(read.credentialsFile, "/etc/zord410/credentials");
+  const Configuration none = readText("[link]\nservers = []\nsite = ''\ncredentials = ''\n");
+  EXPECT_THAT(none.link.servers, IsEmpty());
+  EXPECT_EQ(none.link.site, "");
+  EXPECT_EQ(none.credentialsFile, std::nullopt);
 }
 
 TEST(ConfigurationFileTest, SaysWhyAFileCannotBeRead) {

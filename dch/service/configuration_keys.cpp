@@ -95,6 +95,22 @@ std::vector<std::string> hostsIn(const toml::node& value) {
   return hosts;
 }
 
+std::vector<std::string> linkServersIn(const toml::node& value) {
+  std::vector<std::string> servers;
+  for (const toml::node& each : arrayIn(value, "an array such as [\"nats://host:4222\"]")) {
+    constexpr char expected[] = "a server such as \"nats://host:4222\" or \"tls://host:4222\"";
+    if (each.value_or(std::string()).find('@') != std::string::npos)
+      throw WrongValue{each,
+                       "without user and password, which are read from the file that credentials "
+                       "names",
+                       true};
+    const std::optional<std::string> text = textIn(each, expected, checkLinkServer);
+    if (!text) throw WrongValue{each, expected};
+    servers.push_back(*text);
+  }
+  return servers;
+}
+
 Durability durabilityIn(const toml::node& value) {
   const std::optional<std::string> text = value.value_exact<std::string>();
   if (text == "process") return Durability::process;
@@ -103,26 +119,18 @@ Durability durabilityIn(const toml::node& value) {
 }
 
 // Keys of what this version does not have take what leaves it out.
+constexpr char leftOut[] = "left out: this version does not have it";
 
 void readNoText(const toml::node& value, Configuration*) {
-  constexpr char expected[] = "left out: this version does not have it";
-  if (textIn(value, expected)) throw WrongValue{value, expected};
+  if (textIn(value, leftOut)) throw WrongValue{value, leftOut};
 }
 
-void readNoServers(const toml::node& value, Configuration*) {
-  if (textsIn(value)) throw WrongValue{value, "[]: this version does not link servers"};
+void readNoTexts(const toml::node& value, Configuration*) {
+  if (textsIn(value)) throw WrongValue{value, leftOut};
 }
 
-void readTexts(const toml::node& value, Configuration*) {
-  textsIn(value);
-}
-
-void readText(const toml::node& value, Configuration*) {
-  textIn(value);
-}
-
-void readSwitch(const toml::node& value, Configuration*) {
-  switchIn(value);
+void readOff(const toml::node& value, Configuration*) {
+  if (switchIn(value)) throw WrongValue{value, leftOut};
 }
 
 constexpr std::int64_t mostConnections = 1'000'000;
@@ -177,12 +185,20 @@ constexpr ConfigurationKey keys[] = {
      [](const toml::node& value, Configuration* to) { to->tokenFile = pathIn(value); }},
     {"log", "verbose",
      [](const toml::node& value, Configuration* to) { to->isVerbose = switchIn(value); }},
-    {"link", "servers", readNoServers},
-    {"link", "site", readText},
-    {"link", "credentials", readText},
-    {"link", "tls_ca", readText},
-    {"link", "nodes", readTexts},
-    {"link", "store_remote", readSwitch},
+    {"link", "servers",
+     [](const toml::node& value, Configuration* to) { to->link.servers = linkServersIn(value); }},
+    {"link", "site",
+     [](const toml::node& value, Configuration* to) {
+       to->link.site = textIn(value, "a name of up to 64 English letters, digits, '.', '-' and '_'",
+                              checkSiteName)
+                           .value_or("");
+     }},
+    {"link", "credentials",
+     [](const toml::node& value, Configuration* to) { to->credentialsFile = pathIn(value); }},
+    {"link", "tls_ca",
+     [](const toml::node& value, Configuration* to) { to->link.tlsCa = pathIn(value); }},
+    {"link", "nodes", readNoTexts},
+    {"link", "store_remote", readOff},
 };
 
 }  // namespace

@@ -40,8 +40,9 @@ Server::Server(ServedPort&& port, const std::optional<std::string>& statePath,
       _address(port.address),
       _portSettings(std::move(port.settings)),
       _statePath(statePath),
-      _store(_loop, statePath, _configuration.durability, _configuration.retention, _log,
-             [this] { _channel.settle(); }),
+      _store(_loop, statePath, _configuration.durability, _configuration.retention,
+             !_configuration.link.servers.empty(), _log, [this] { _channel.settle(); }),
+      _link(_store, _log),
       _page(_loop, _counters, _configuration.webAddress),
       _channel(_loop, std::move(port), limitsWithRoom(_configuration), _store.store(),
                _configuration.actions, _counters, _log, _page.observer()),
@@ -60,6 +61,7 @@ void Server::run() {
         _channel.setGauges();
       },
       {_configuration.webAccess, _webConnections, _statePath.value_or(inMemory), _store.places()});
+  _link.start(_configuration.link);
   _tick.set(tickPause);
   publish(_portSettings);
   announce();
@@ -103,6 +105,7 @@ void Server::stop(int signal) {
     _store.finish([this] { _manager.alive(); });
     _channel.finishPublishing();
   } while (_channel.drainRest() || _store.store().waiting() > 0);
+  _link.stop();
   _channel.endSending();
   _loop.stop();
 }
@@ -168,6 +171,7 @@ void Server::report() {
 
 void Server::tick() {
   _store.collect();
+  _link.tick();
   _channel.tick();
   countDroppedLines();
   _page.tick(_store.health());
@@ -188,6 +192,7 @@ void Server::showStatus() {
 void Server::setCounters() {
   countDroppedLines();
   _store.setCounters(&_counters);
+  _link.setCounters(&_counters);
 }
 
 void Server::countDroppedLines() {

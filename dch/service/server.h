@@ -14,6 +14,7 @@
 #include "dch/service/event_log.h"
 #include "dch/service/log_output.h"
 #include "dch/service/options.h"
+#include "dch/service/server_link.h"
 #include "dch/service/server_page.h"
 #include "dch/service/server_store.h"
 #include "dch/service/service_manager.h"
@@ -65,6 +66,7 @@ class Server {
   const std::vector<PortSetting> _portSettings;
   const std::optional<std::string> _statePath;
   ServerStore _store;
+  ServerLink _link;
   std::size_t _webConnections = 0;  // for which there is room
   ServerPage _page;
   Channel _channel;

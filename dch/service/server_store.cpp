@@ -12,8 +12,8 @@ namespace dch {
 #ifdef ZORD410_SQLITE
 
 ServerStore::ServerStore(EventLoop& loop, const std::optional<std::string>& path,
-                         Durability durability, const RetentionLimits& retention, const Log& log,
-                         const std::function<void()>& concluded) {
+                         Durability durability, const RetentionLimits& retention, bool isPublished,
+                         const Log& log, const std::function<void()>& concluded) {
   if (!path) {
     _store = std::make_unique<MemoryStore>();
     return;
@@ -27,6 +27,7 @@ ServerStore::ServerStore(EventLoop& loop, const std::optional<std::string>& path
           .path = *path,
           .durability = durability,
           .retention = retention,
+          .isPublished = isPublished,
           .standIn = [&loop](const std::function<bool()>& isOver) { loop.standIn(isOver); }},
       [this] { _waker->wake(); }, log);
   _sqlite = store.get();
@@ -59,6 +60,15 @@ std::function<StatePlaces()> ServerStore::places() const {
   return [store = _sqlite] { return store->places(); };
 }
 
+std::optional<KeptRowsSource> ServerStore::keptRows() const {
+  if (_sqlite == nullptr) return std::nullopt;
+  return KeptRowsSource{places(), [store = _sqlite] { return store->figures().position; }};
+}
+
+std::uint64_t ServerStore::rowsRemovedUnpublished() const {
+  return _sqlite != nullptr ? _sqlite->figures().rowsRemovedUnpublished : 0;
+}
+
 Health::Store ServerStore::health() const {
   if (_sqlite == nullptr) return {};
   const StoreFigures figures = _sqlite->figures();
@@ -70,7 +80,7 @@ Health::Store ServerStore::health() const {
 // A build without a store for files.
 
 ServerStore::ServerStore(EventLoop&, const std::optional<std::string>& path, Durability,
-                         const RetentionLimits&, const Log&, const std::function<void()>&)
+                         const RetentionLimits&, bool, const Log&, const std::function<void()>&)
     : _store(std::make_unique<MemoryStore>()) {
   if (path)
     throw StateFileError("this build cannot keep its state in " + *path + ": give --store memory");
@@ -83,6 +93,12 @@ void ServerStore::finish(const std::function<void()>&) {}
 void ServerStore::setCounters(Counters*) const {}
 std::function<StatePlaces()> ServerStore::places() const {
   return nullptr;
+}
+std::optional<KeptRowsSource> ServerStore::keptRows() const {
+  return std::nullopt;
+}
+std::uint64_t ServerStore::rowsRemovedUnpublished() const {
+  return 0;
 }
 Health::Store ServerStore::health() const {
   return {};

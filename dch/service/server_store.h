@@ -2,6 +2,7 @@
 #ifndef DCH_SERVICE_SERVER_STORE_H
 #define DCH_SERVICE_SERVER_STORE_H
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -11,7 +12,7 @@
 #include "dch/core/log.h"
 #include "dch/core/store.h"
 #include "dch/net/event_loop.h"
-#include "dch/store/file_place.h"
+#include "dch/store/kept_rows_source.h"
 #include "dch/store/store_settings.h"
 #include "dch/web/health.h"
 
@@ -24,9 +25,10 @@ class Waker;
 class ServerStore {
  public:
   // `path` is the file that keeps the state; without one it is in memory. `concluded` is called
-  // after the store has concluded changes later than within append(). Throws StateFileError.
+  // after the store has concluded changes later than within append(). `isPublished`: see
+  // SqliteStoreSettings. Throws StateFileError.
   ServerStore(EventLoop& loop, const std::optional<std::string>& path, Durability durability,
-              const RetentionLimits& retention, const Log& log,
+              const RetentionLimits& retention, bool isPublished, const Log& log,
               const std::function<void()>& concluded);
   ~ServerStore();
 
@@ -44,6 +46,12 @@ class ServerStore {
 
   // Where its file is, on any thread; null when it keeps none.
   std::function<StatePlaces()> places() const;
+
+  // Where the rows that it keeps are read; nothing when it keeps none.
+  std::optional<KeptRowsSource> keptRows() const;
+
+  // How many rows retention has removed that were to be published still.
+  std::uint64_t rowsRemovedUnpublished() const;
 
   // What is known of its doings.
   Health::Store health() const;

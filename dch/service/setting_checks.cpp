@@ -2,6 +2,9 @@
 
 #include <arpa/inet.h>
 
+#include <charconv>
+#include <string_view>
+
 #include "dch/web/web_port.h"
 
 namespace dch {
@@ -9,6 +12,39 @@ namespace dch {
 namespace {
 
 constexpr std::size_t maxInstanceName = 20;
+constexpr std::size_t maxSiteName = 64;
+
+constexpr char nameCharacters[] =
+    "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789.-_";
+
+bool isName(std::string_view text) {
+  return !text.empty() && text.find_first_not_of(nameCharacters) == std::string_view::npos;
+}
+
+bool isPort(std::string_view text) {
+  unsigned port = 0;
+  const auto [stopped, error] = std::from_chars(text.data(), text.data() + text.size(), port);
+  return error == std::errc() && stopped == text.data() + text.size() && port > 0 && port <= 65'535;
+}
+
+// An address of IPv6 is in brackets.
+bool isHost(std::string_view text) {
+  if (!text.starts_with('[')) return isName(text);
+  in6_addr address;
+  return text.ends_with(']') &&
+         inet_pton(AF_INET6, std::string(text.substr(1, text.size() - 2)).c_str(), &address) == 1;
+}
+
+bool isLinkServer(std::string_view text) {
+  for (const std::string_view scheme : {"nats://", "tls://"}) {
+    if (!text.starts_with(scheme)) continue;
+    text.remove_prefix(scheme.size());
+    const std::size_t colon = text.rfind(':');
+    return colon != std::string_view::npos && isPort(text.substr(colon + 1)) &&
+           isHost(text.substr(0, colon));
+  }
+  return false;
+}
 
 }  // namespace
 
@@ -35,10 +71,18 @@ std::string checkWebAddress(const std::string& text) {
 }
 
 std::string checkHostName(const std::string& text) {
-  constexpr char characters[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789.-_";
-  return !text.empty() && text.find_first_not_of(characters) == std::string::npos
+  return isName(text) ? "" : "'" + text + "' is not the name of a host, without a port";
+}
+
+std::string checkSiteName(const std::string& text) {
+  return isName(text) && text.size() <= maxSiteName
              ? ""
-             : "'" + text + "' is not the name of a host, without a port";
+             : "'" + text + "' is not a name of up to 64 letters, digits, '.', '-' and '_'";
+}
+
+// User and password have no place in it: it is shown.
+std::string checkLinkServer(const std::string& text) {
+  return isLinkServer(text) ? "" : "'" + text + "' is not a server such as nats://host:4222";
 }
 
 }  // namespace dch

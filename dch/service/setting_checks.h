@@ -12,6 +12,8 @@ std::string checkInstanceName(const std::string& text);
 std::string checkFileName(const std::string& text);
 std::string checkWebAddress(const std::string& text);
 std::string checkHostName(const std::string& text);
+std::string checkSiteName(const std::string& text);
+std::string checkLinkServer(const std::string& text);
 
 }  // namespace dch
 

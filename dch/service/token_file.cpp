@@ -1,11 +1,9 @@
 #include "dch/service/token_file.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 
 #include "dch/service/configuration_error.h"
-#include "dch/service/file_content.h"
+#include "dch/service/secret_file.h"
 
 namespace dch {
 
@@ -20,18 +18,10 @@ bool isSafe(char character) {
          std::string_view("\",;\\").find(character) == std::string_view::npos;
 }
 
-bool everybodyMayRead(const std::string& path) {
-  struct stat file;
-  return stat(path.c_str(), &file) == 0 && (file.st_mode & S_IROTH) != 0;
-}
-
 }  // namespace
 
 std::string readTokenFile(const std::string& path, std::vector<std::string>* warnings) {
-  std::string token = contentOfFile(path);
-  if (token.ends_with('\n')) token.pop_back();
-  if (token.ends_with('\r')) token.pop_back();
-  if (token.empty()) throw ConfigurationError(path + ": there is no token in it");
+  std::string token = readSecretFile(path, "token", warnings);
   if (!std::all_of(token.begin(), token.end(), isSafe))
     throw ConfigurationError(
         path +
@@ -43,8 +33,6 @@ std::string readTokenFile(const std::string& path, std::vector<std::string>* war
   if (token.size() < fewCharacters)
     warnings->push_back(path + ": a token of " + std::to_string(token.size()) +
                         " characters can be guessed");
-  if (everybodyMayRead(path))
-    warnings->push_back(path + ": everybody on this machine may read the token");
   return token;
 }
 

@@ -160,7 +160,7 @@ RowsInOrder::Pass RowsInOrder::merge(std::int64_t after, const Limits& limits, c
   std::size_t bytes = 0;
   OrderedRow row;
   row.name.number = after;
-  std::optional<RowName> removed = removedBehind(after);
+  std::int64_t removed = removedBehind(after);
   for (std::int64_t endOfEpoch = 0; !_next.empty();) {
     sqlite::Statement& found = _next.front().group->rows;
     const std::string_view message = found.bytes(3);
@@ -178,7 +178,8 @@ RowsInOrder::Pass RowsInOrder::merge(std::int64_t after, const Limits& limits, c
     row.source = _source.bind(1, row.handle).step() ? _source.bytes(0) : std::string_view();
     row.message = message;
     row.removed.reset();
-    if (removed && removed->number < row.name.number) row.removed.swap(removed);
+    if (removed > 0 && removed < row.name.number)
+      row.removed = removedBefore(row.name, std::exchange(removed, 0));
     take(row);
     _source.reset();
     stepFirst();
@@ -186,11 +187,17 @@ RowsInOrder::Pass RowsInOrder::merge(std::int64_t after, const Limits& limits, c
   return {row.name.number, row.name.epoch, false};
 }
 
-std::optional<RowName> RowsInOrder::removedBehind(std::int64_t after) {
-  if (!_removed.bind(1, after).step()) return std::nullopt;
-  RowName removed{{}, _removed.number(0)};
+std::int64_t RowsInOrder::removedBehind(std::int64_t after) {
+  const std::int64_t removed = _removed.bind(1, after).step() ? _removed.number(0) : 0;
   _removed.reset();
-  readEpoch(removed.number, &removed.epoch);
+  return removed;
+}
+
+// The epoch may have gone with its last row; then it counts as that of the row that is left.
+RowName RowsInOrder::removedBefore(const RowName& row, std::int64_t number) {
+  RowName removed{row.epoch, number};
+  if (_epoch.bind(1, number).step()) removed.epoch = epochAt(_epoch, 0);
+  _epoch.reset();
   return removed;
 }
 

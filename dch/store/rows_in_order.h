@@ -45,7 +45,7 @@ class RowsInOrder {
 
   // Of a pass. A row is told however large it is.
   struct Limits {
-    std::size_t rows = 512;
+    std::size_t rows = 1'024;
     std::size_t bytes = 1'048'576;  // of messages
   };
   struct Pass {
@@ -106,7 +106,8 @@ class RowsInOrder {
   void knowGroups(sqlite::Connection& connection);
   void begin(std::int64_t after);
   Pass merge(std::int64_t after, const Limits& limits, const Take& take);
-  std::optional<RowName> removedBehind(std::int64_t after);
+  std::int64_t removedBehind(std::int64_t after);
+  RowName removedBefore(const RowName& row, std::int64_t number);
   std::int64_t readEpoch(std::int64_t position, Epoch* epoch);
   void stepFirst();
 

@@ -354,6 +354,31 @@ TEST_F(RowsInOrderTest, GoesOnAfterClose) {
   expectAllTold();
 }
 
+// Of a run of which nothing else is left.
+TEST_F(RowsInOrderTest, TellsWhichRowWasTheLastThatWasRemovedUnpublished) {
+  begin({.path = {}, .isPublished = true});
+  keepRows(30);
+  const std::int64_t last = readAll().upTo;
+  stop();
+  start({.path = {}, .isPublished = true});
+  for (const Time time : {1, 2}) append(Row{1, 100 * day + time, dataMessage(1)});
+  _store->finish();
+  _now = 101 * day;
+  _store->setRetention({.days = 30, .megabytes = 999});
+  ASSERT_TRUE(waitUntil([&] { return _store->figures().rowsRemoved == 30; }));
+  std::vector<std::optional<RowName>> removed;
+  const auto take = [&](const OrderedRow& row) { removed.push_back(row.removed); };
+  _inOrder.read(0, {}, take);
+  ASSERT_THAT(removed, SizeIs(2));
+  ASSERT_TRUE(removed[0].has_value());
+  EXPECT_EQ(removed[0]->number, last);
+  EXPECT_FALSE(removed[1].has_value()) << "who was told once knows";
+  removed.clear();
+  _inOrder.read(last, {}, take);
+  ASSERT_THAT(removed, SizeIs(2));
+  EXPECT_FALSE(removed[0].has_value()) << "who had it does not miss it";
+}
+
 TEST_F(RowsInOrderTest, WhatIsPublishedStaysKnown) {
   begin();
   EXPECT_EQ(_inOrder.published().position, 0);

@@ -78,9 +78,12 @@ void groupsWritten();
 void changesKept();
 void changesRefused();
 void rowsRemoved();
-void linkRowsLost();
 void writeFailures();
 void writeMicroseconds();
+void linkRowsPublished();
+void linkRowsTooLarge();
+void linkRowsLost();
+void linkFailures();
 void applications();
 void sources();
 void sourcesOnline();
@@ -89,6 +92,8 @@ void connections();
 void changesWaiting();
 void webConnections();
 void liveClients();
+void linkConnected();
+void linkChangesBehind();
 
 }  // namespace counter_cases
 

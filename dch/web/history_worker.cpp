@@ -3,7 +3,7 @@
 #include <exception>
 #include <new>
 
-#include "dch/web/give_way.h"
+#include "dch/give_way.h"
 #include "dch/web/http_status.h"
 #include "dch/web/web_error.h"
 

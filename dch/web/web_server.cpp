@@ -6,11 +6,11 @@
 #include <thread>
 #include <utility>
 
+#include "dch/give_way.h"
 #include "dch/net/event_loop.h"
 #include "dch/net/waker.h"
 #include "dch/web/channel_view.h"
 #include "dch/web/connections.h"
-#include "dch/web/give_way.h"
 #include "dch/web/kept_rows.h"
 #ifdef ZORD410_SQLITE
 #include "dch/web/history_rows.h"

@@ -1,6 +1,6 @@
 #!/bin/bash
 # dependencies_test.sh SOURCES: the library's folders include each other as CONTRIBUTING.md says, and
-# only the sources that carry messages read Boost's headers.
+# only the sources that carry messages read Boost's headers, and only the link knows NATS.
 set -euo pipefail
 
 cd "$1"
@@ -27,6 +27,13 @@ boost=$(grep -rlE '^ *# *include *[<"]boost/' --include='*.cpp' --include='*.h' 
   suite zora zordipc zordlpc zordsock zordchcl dch tools tests examples fuzz bench)
 if grep -Ev '^dch/(net/.*\.cpp|web/.*)$' <<<"$boost" >&2; then
   echo "Boost's headers are for the sources of dch/net alone: what reads them builds slowly" >&2
+  failed=1
+fi
+
+nats=$(grep -rlE '^ *# *include *([<"]nats/|"dch/link/(nats|server_connection|stream_settings)\.h")' \
+  --include='*.cpp' --include='*.h' dch tools tests examples fuzz)
+if grep -Ev '^dch/(link/.*|testkit/(.*\.cpp|nats_messages\.h))$' <<<"$nats" >&2; then
+  echo "NATS is for the sources of dch/link alone" >&2
   failed=1
 fi
 exit $failed

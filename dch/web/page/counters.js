@@ -26,9 +26,9 @@ const TROUBLES = {
 const OF_THE_STORE = ["changes_not_kept", "changes_refused", "write_failures", "web_failures"];
 const NOT_STORED = 105; // status
 
-/** Signs of trouble in the names of the others. */
+/** Signs of trouble in other names. */
 const SIGNS_OF_LOSS = /lost|dropped|forgotten|thrown/;
-const SIGNS = /refused|fail|stalled|crowded/;
+const SIGNS = /refused|(?<!link_)fail|stalled|crowded|too_large/;
 
 /** @returns {string} "row{s} {was|were} lost" as it reads after that count */
 const inNumber = (words, count) =>

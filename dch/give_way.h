@@ -1,6 +1,6 @@
 // give_way.h: lets the channel go first where there is too little time for all threads.
-#ifndef DCH_WEB_GIVE_WAY_H
-#define DCH_WEB_GIVE_WAY_H
+#ifndef DCH_GIVE_WAY_H
+#define DCH_GIVE_WAY_H
 
 #include <sys/resource.h>
 #include <unistd.h>
@@ -15,4 +15,4 @@ inline void giveWay() {
 
 }  // namespace dch
 
-#endif  // DCH_WEB_GIVE_WAY_H
+#endif  // DCH_GIVE_WAY_H

@@ -1,0 +1,102 @@
+#include "dch/link/connect_guard.h"
+
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <charconv>
+#include <filesystem>
+#include <new>
+#include <string>
+#include <system_error>
+
+#include "dch/net/descriptor.h"
+
+namespace dch {
+
+namespace {
+
+constexpr std::chrono::milliseconds pause{100};
+
+// -1: the descriptor is of no connection over IP.
+int peerPort(int socket) {
+  sockaddr_storage peer{};
+  socklen_t length = sizeof peer;
+  if (getpeername(socket, reinterpret_cast<sockaddr*>(&peer), &length) != 0) return -1;
+  if (peer.ss_family == AF_INET) return ntohs(reinterpret_cast<sockaddr_in&>(peer).sin_port);
+  if (peer.ss_family == AF_INET6) return ntohs(reinterpret_cast<sockaddr_in6&>(peer).sin6_port);
+  return -1;
+}
+
+// All of ours: the library does not care what the programs inherit that a server starts.
+bool isClosedOnExec(int descriptor) {
+  return (fcntl(descriptor, F_GETFD) & FD_CLOEXEC) != 0;
+}
+
+// Calls take(socket, cookie) for each socket of the library that leads to the port. Other threads
+// open and close theirs meanwhile, so it is a descriptor of its own that is looked at and given.
+template <class Take>
+void forSocketsTo(int port, Take take) {
+  std::error_code fault;
+  for (std::filesystem::directory_iterator entry("/proc/self/fd", fault), end;
+       !fault && entry != end; entry.increment(fault)) {
+    const std::string name = entry->path().filename();
+    int number = -1;
+    std::from_chars(name.data(), name.data() + name.size(), number);
+    if (isClosedOnExec(number) || peerPort(number) != port) continue;
+    const Descriptor socket(fcntl(number, F_DUPFD_CLOEXEC, 0));
+    std::uint64_t cookie = 0;
+    socklen_t length = sizeof cookie;
+    if (peerPort(socket.get()) == port &&
+        getsockopt(socket.get(), SOL_SOCKET, SO_COOKIE, &cookie, &length) == 0)
+      take(socket.get(), cookie);
+  }
+}
+
+std::set<std::uint64_t> cookiesOf(int port) {
+  std::set<std::uint64_t> cookies;
+  forSocketsTo(port, [&](int, std::uint64_t cookie) { cookies.insert(cookie); });
+  return cookies;
+}
+
+}  // namespace
+
+ConnectGuard::ConnectGuard(int port, std::chrono::milliseconds longest)
+    : _port(port), _longest(longest), _earlier(cookiesOf(port)), _thread([this] { run(); }) {}
+
+ConnectGuard::~ConnectGuard() {
+  {
+    const std::lock_guard lock(_mutex);
+    _isEnding = true;
+  }
+  _end.notify_one();
+  _thread.join();
+}
+
+bool ConnectGuard::hasShutDown() const {
+  const std::lock_guard lock(_mutex);
+  return _hasShutDown;
+}
+
+void ConnectGuard::run() {
+  std::unique_lock lock(_mutex);
+  while (!_end.wait_for(lock, pause, [this] { return _isEnding; })) {
+    try {
+      look(std::chrono::steady_clock::now());
+    } catch (const std::bad_alloc&) {
+      // The next look finds the same.
+    }
+  }
+}
+
+void ConnectGuard::look(TimePoint now) {
+  forSocketsTo(_port, [&](int socket, Cookie cookie) {
+    if (_earlier.contains(cookie)) return;
+    const TimePoint firstSeen = _firstSeen.try_emplace(cookie, now).first->second;
+    if (now - firstSeen < _longest) return;
+    _hasShutDown = true;
+    shutdown(socket, SHUT_RDWR);
+  });
+}
+
+}  // namespace dch

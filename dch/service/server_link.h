@@ -1,0 +1,60 @@
+// server_link.h: the link of the running server with others, if it has one.
+#ifndef DCH_SERVICE_SERVER_LINK_H
+#define DCH_SERVICE_SERVER_LINK_H
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+
+#include "dch/core/counters.h"
+#include "dch/core/log.h"
+#include "dch/core/store.h"
+#include "dch/link/link_settings.h"
+#include "dch/service/server_store.h"
+
+namespace dch {
+
+class LinkLog;
+class RowPublisher;
+
+// Has the store keep how far its rows are published. One thread, the loop's.
+class ServerLink : private StoreClient {
+ public:
+  // `store` and `log` outlive it.
+  ServerLink(ServerStore& store, const Log& log);
+  // Waits for the end of what stop() has begun, which it calls if nobody has. What the store is to
+  // keep then is appended to it.
+  ~ServerLink();
+
+  // When the store has told what it has. Links nothing where there are no servers. Throws
+  // std::system_error or std::bad_alloc.
+  void start(const LinkSettings& settings);
+
+  // Every second.
+  void tick() noexcept;
+
+  // Begins to publish what is left, if that takes no more than a second. Waits for nothing; the
+  // destructor waits.
+  void stop() noexcept;
+
+  // Brings the counters up to date.
+  void setCounters(Counters* counters) const;
+
+ private:
+  void conclude(Entry&& entry, bool isKept) noexcept override;
+  void keepPosition() noexcept;
+  void tellOfLostRows() noexcept;
+  void writeEvents() noexcept;
+
+  ServerStore& _store;
+  const Log& _log;
+  std::optional<KeptRowsSource> _rows;
+  std::unique_ptr<LinkLog> _lines;
+  std::unique_ptr<RowPublisher> _publisher;
+  std::int64_t _keptPosition = 0;  // that the store has kept, or is about to
+  std::uint64_t _lostRowsToTell = 1;
+};
+
+}  // namespace dch
+
+#endif  // DCH_SERVICE_SERVER_LINK_H
