@@ -10,6 +10,7 @@
 
 #include "dch/testkit/messages.h"
 #include "fuzz/support/client_run.h"
+#include "fuzz/support/text_seeds.h"
 #include "suite/zorp.h"
 #include "tests/support/messages.h"
 #include "zordchcl/messages.h"
@@ -287,72 +288,6 @@ Seeds windowSeeds() {
   return seeds;
 }
 
-// ---- Texts -------------------------------------------------------------------------------------
-
-constexpr char configurationText[] = R"([channel]
-bind = "127.0.0.1"
-port = 1919
-instance = ""
-allow = ["0.0.0.0/0"]
-connections = 1024
-stream_message_bytes = 1048576
-[store]
-path = "/var/lib/zord410/zordchd.db"
-durability = "process"
-keep_days = 30
-keep_megabytes = 1024
-[actions]
-file = "/etc/zord410/actions"
-allow = ["127.0.0.0/8"]
-[log]
-verbose = false
-)";
-
-constexpr char runText[] = R"(registration = """
-  appl:MACHINE,MCH; group:disks; attr:mount,D,128; attr:used,G,8;
-"""
-[[rows]]
-group = "disks"
-source = "web1"
-command = '''df --output=target,used | tail -n +2'''  # a comment
-every = 10
-timeout = 0.5
-format = "words"
-columns = ["mount", "used"]
-[[rows]]
-group = "disks"
-command = "true"
-format = "jsonl"
-)";
-
-Seeds settingsSeeds() {
-  const auto input = [](int item, const std::string& text, const std::string& content) {
-    return byte(static_cast<unsigned>(item + 2)) + text + '\n' + content;
-  };
-  return {input(22, "1919", ""),
-          input(22, "1919", "22=1918\n"),
-          input(3, "ZORA", "0=Y\n3=OTHER\n23=100\n"),
-          input(23, "1000", "# a comment\n22=1\n23=2\n23=3"),
-          input(2, "two", "22=1\r\n 2=x\n2=\n"),
-          input(0, "a\rb", "0=1\n"),
-          input(-1, "", "-1=x")};
-}
-
-Seeds subnodeSeeds() {
-  const auto input = [](unsigned choice, const std::string& source, const std::string& suffix) {
-    return byte(choice) + "HMN\nload\n" + source + "\n00\n" + suffix + '\n' + source + ":HMN00";
-  };
-  Seeds seeds;
-  for (const unsigned choice : {0u, 1u, 2u, 3u}) {
-    seeds.push_back(input(choice, "hostA", "X1"));
-    seeds.push_back(input(choice, std::string(30, 'h'), "X1"));
-    seeds.push_back(input(choice, std::string(40, 'h'), std::string(28, 's')));
-    seeds.push_back(input(choice, "", ""));
-    seeds.push_back(input(choice, "a:b", ":"));
-  }
-  return seeds;
-}
-
 // ---- Dictionaries ------------------------------------------------------------------------------
 
 // One entry as libFuzzer reads it.
@@ -434,12 +369,13 @@ std::map<std::string, Target> targets() {
         {std::string("\0\0\3", 3), "\2\3", std::string("\3\0\0", 3), std::string("\3\0\2", 3),
          std::string("\4\0\1", 3), "\7\31", "\7\156"}}},
       {"configuration_file",
-       {{configurationText, "[channel]\nport = 70000\nprot = 1\n", "port = 1919\n", "[channel\n",
-         "[channel]\nallow = ['10.0.0.1/8', 7]\n"},
+       {{fuzz::configurationText, "[channel]\nport = 70000\nprot = 1\n", "port = 1919\n",
+         "[channel\n", "[channel]\nallow = ['10.0.0.1/8', 7]\n"},
         {"[channel]", "[store]", "[actions]", "[web]", "[log]", "[link]", "bind = ", "port = ",
          "allow = ['", "keep_days = ", "durability = ", "\"\"\"", "\\u0000"}}},
       {"run_file",
-       {{runText, "[[rows]]\nevery = 0\ncolumns = []\n[[rows]]\n", "rows = [{}]\n", "[[rows\n"},
+       {{fuzz::runText, "[[rows]]\nevery = 0\ncolumns = []\n[[rows]]\n", "rows = [{}]\n",
+         "[[rows\n"},
         {"[[rows]]", "registration = ", "group = ", "source = ", "command = ", "every = ",
          "timeout = ", "format = ", "columns = [", "\"\"\"", "'''", "\\u0000", "\xc3\xa4"}}},
       {"web_request",
@@ -456,13 +392,13 @@ std::map<std::string, Target> targets() {
       {"registration",
        {{hostmonRegistration, commentedRegistration},
         {"appl:", "type:", "help:", "group:", "attr:", "SOCK;", ",D,16;", ",N,4,", "4096", ",T,"}}},
-      {"product_settings", {settingsSeeds(), {"22=", "23=", "3=", "0=", "\n", "\r\n"}}},
+      {"product_settings", {fuzz::settingsSeeds(), {"22=", "23=", "3=", "0=", "\n", "\r\n"}}},
       {"trace_rules",
        {{"0xff", "zordsock/*=0x10", "*=0,*/dp_online=255, zordsock/ipcSock::ipcRead = 0x41",
          "nonsense", "*=zz,0x1000000000", "[a-z]*/*=1,?ord*/*=2"},
         {"zordsock/", "zordchcl/", "ipcSock::ipcRead", "dp_online", "*", "=0x", "[!a-z]",
          "[[:alpha:]]", "\\"}}},
-      {"subnode_names", {subnodeSeeds(), {":", "_", "\n", "HMN", ":HMN00"}}},
+      {"subnode_names", {fuzz::subnodeSeeds(), {":", "_", "\n", "HMN", ":HMN00"}}},
   };
 }
 
