@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 
-#include <filesystem>
 #include <memory>
 
 #include "dch/link/row_header.h"
@@ -131,8 +130,7 @@ TEST_F(RowFetchesTest, TheFurthestOfTheEpochsCounts) {
 TEST_F(RowFetchesTest, AnEpochThatWentFurtherElsewhereCountsUpToItsEndHere) {
   keepRows(1, 1, 1);
   stop();
-  const std::string copy = path() + "-copy";
-  std::filesystem::copy_file(path(), copy);
+  copyTo(path() + "-copy");
   start();
   keepRows(1, 1, 2);
   stop();
@@ -140,7 +138,7 @@ TEST_F(RowFetchesTest, AnEpochThatWentFurtherElsewhereCountsUpToItsEndHere) {
   keepRows(1, 2, 3);
   const RowName lost{_store->epoch(), _store->figures().position};
   stop();
-  std::filesystem::copy_file(copy, path(), std::filesystem::copy_options::overwrite_existing);
+  putInPlace(path() + "-copy");
   start();
   keepRows(1, 2, 4);
   link();

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <optional>
 #include <set>
 
@@ -152,16 +153,14 @@ TEST_F(RowPublisherTest, WhatItPublishedAndNobodyKeptIsPublishedAgainWithoutBein
 TEST_F(RowPublisherTest, AnotherRowOfTheSameNumberIsPublishedToo) {
   const NatsServer nats;
   stop();
-  const TemporaryFolder copies;
-  const std::string copy = copies.path() + "/copy.db";
-  std::filesystem::copy_file(path(), copy);
+  copyTo(path() + "-copy");
   start();
   ASSERT_TRUE(keep(Row{1, 1'000, dataMessage(1, {{"load1", 'D', "lost"}})}));
   publish({nats.url()});
   ASSERT_TRUE(waitUntilAllArePublished());
   _publisher.reset();
   stop();
-  std::filesystem::copy_file(copy, path(), std::filesystem::copy_options::overwrite_existing);
+  putInPlace(path() + "-copy");
   start();
   ASSERT_TRUE(keep(Row{1, 1'000, dataMessage(1, {{"load1", 'D', "new"}})}));
   publish({nats.url()});
@@ -178,16 +177,14 @@ TEST_F(RowPublisherTest, AnotherRowOfTheSameNumberIsPublishedToo) {
 TEST_F(RowPublisherTest, ARowOfARunBeforeIsNotTakenForAnotherOfItsNumber) {
   const NatsServer nats;
   stop();
-  const TemporaryFolder copies;
-  const std::string copy = copies.path() + "/copy.db";
-  std::filesystem::copy_file(path(), copy);
+  copyTo(path() + "-copy");
   start();
   keepRows(1, 1, 1'000);
   publish({nats.url()});
   ASSERT_TRUE(waitUntilAllArePublished());
   _publisher.reset();
   stop();
-  std::filesystem::copy_file(copy, path(), std::filesystem::copy_options::overwrite_existing);
+  putInPlace(path() + "-copy");
   start();
   keepRows(1, 1, 2'000);
   restart();

@@ -3,7 +3,6 @@
 
 #include <gmock/gmock.h>
 
-#include <filesystem>
 #include <map>
 #include <set>
 
@@ -14,8 +13,6 @@
 
 namespace dch {
 namespace {
-
-namespace fs = std::filesystem;
 
 using testkit::dataMessage;
 using testkit::day;
@@ -54,16 +51,6 @@ class Epochs : public testkit::StoreTest {
   }
   std::string own() const { return epochText(_store->epoch()); }
 
-  // What a death leaves, or who copies the file.
-  void copyTo(const std::string& copy) const {
-    for (const char* suffix : {"", "-wal"})
-      fs::copy(path() + suffix, copy + suffix, fs::copy_options::overwrite_existing);
-  }
-  void putInPlace(const std::string& copy) const {
-    for (const char* suffix : {"", "-wal", "-shm"}) fs::remove(path() + suffix);
-    for (const char* suffix : {"", "-wal"})
-      if (fs::exists(copy + suffix)) fs::copy(copy + suffix, path() + suffix);
-  }
   void write(const std::string& sql) const { sqlite::Connection(path(), nullptr).execute(sql); }
 
   testkit::FaultyVfs _vfs;

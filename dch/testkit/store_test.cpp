@@ -1,5 +1,6 @@
 #include "dch/testkit/store_test.h"
 
+#include <filesystem>
 #include <iterator>
 #include <sstream>
 
@@ -30,6 +31,20 @@ std::vector<std::string> rowTables(const std::string& path) {
   std::istringstream lines(
       query(path, "SELECT name FROM sqlite_schema WHERE type = 'table' AND name GLOB 'rows_*'"));
   return {std::istream_iterator<std::string>(lines), std::istream_iterator<std::string>()};
+}
+
+void StoreTest::copyTo(const std::string& copy) const {
+  std::filesystem::remove(copy + "-wal");
+  std::filesystem::copy(path(), copy, std::filesystem::copy_options::overwrite_existing);
+  if (std::filesystem::exists(path() + "-wal"))
+    std::filesystem::copy(path() + "-wal", copy + "-wal");
+}
+
+void StoreTest::putInPlace(const std::string& copy) const {
+  for (const char* suffix : {"", "-wal", "-shm"}) std::filesystem::remove(path() + suffix);
+  for (const char* suffix : {"", "-wal"})
+    if (std::filesystem::exists(copy + suffix))
+      std::filesystem::copy(copy + suffix, path() + suffix);
 }
 
 }  // namespace dch::testkit

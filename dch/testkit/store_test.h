@@ -113,6 +113,11 @@ class StoreTest : public ::testing::Test {
     return _known->text();
   }
 
+  // What a death leaves, or who copies the file.
+  void copyTo(const std::string& copy) const;
+  // What the store is to find at its next start.
+  void putInPlace(const std::string& copy) const;
+
   std::string path() const { return _folder.path() + "/state.db"; }
   std::string read(const std::string& sql) const { return query(path(), sql); }
 
