@@ -5,11 +5,14 @@
 
 #include <cstdint>
 #include <list>
+#include <optional>
 #include <string>
 #include <variant>
+#include <vector>
 
 #include "dch/core/deferrals.h"
 #include "dch/core/message.h"
+#include "dch/core/row_name.h"
 #include "suite/registration.h"
 
 namespace dch {
@@ -65,8 +68,40 @@ struct RowsPublished {
   std::int64_t position = 0;
 };
 
+// A row of another site, as it came from there. Names and message may be any bytes.
+struct RemoteRow {
+  RowName name;
+  Time time = 0;
+  std::string application;
+  std::string group;
+  std::string source;
+  std::string message;
+};
+
+// Rows of one site, in its order, and how far they are known with them: all of it is kept or
+// nothing. It is not among what the server knows, and is not told when that is loaded.
+struct RemoteRows {
+  std::string site;
+  // One of which the name, or a later one of its epoch, is known already is not kept again.
+  std::vector<RemoteRow> rows;
+  // An epoch each, the one that was changed last first: its rows are known up to there, those that
+  // cannot be had any more too. The epochs of `rows` are known up to the last of them at least.
+  std::vector<RowName> known;
+  // The place in the stream of the site's first row that was passed over there and may not be had
+  // otherwise.
+  std::optional<std::uint64_t> passedFrom;
+};
+
+// The rows of the stream up to this sequence were kept, or are behind the RemoteRows::passedFrom of
+// their sites: those changes were kept before it. Another stream, which has another text, has other
+// rows. It is not told when what is known is loaded.
+struct StreamRead {
+  std::string stream;
+  std::uint64_t sequence = 0;
+};
+
 using Change = std::variant<Registered, Unregistered, WentOnline, WentOffline, Row, Deferred,
-                            ActionStarted, ActionEnded, RowsPublished>;
+                            ActionStarted, ActionEnded, RowsPublished, RemoteRows, StreamRead>;
 
 }  // namespace dch
 

@@ -68,6 +68,7 @@ void Core::load() {
                    [&](Deferred&& deferred) { _deferrals.add(std::move(deferred.deferral)); },
                    [&](ActionStarted&& started) { _actions.restore(started); },
                    [&](ActionEnded&& ended) { _actions.restore(ended); }, [](RowsPublished&&) {},
+                   [](RemoteRows&&) {}, [](StreamRead&&) {},
                    [&]<class Other>(Other&& other) {
                      _registry.apply(std::forward<Other>(other), std::move(prepared));
                    }},
@@ -219,6 +220,8 @@ Prepared Core::prepare(const Change& change) {
                  [](const ActionStarted&) { return Prepared{}; },
                  [](const ActionEnded&) { return Prepared{}; },
                  [](const RowsPublished&) { return Prepared{}; },
+                 [](const RemoteRows&) { return Prepared{}; },
+                 [](const StreamRead&) { return Prepared{}; },
                  [this](const auto& each) { return _registry.prepare(each); }},
       change);
 }

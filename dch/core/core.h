@@ -115,7 +115,10 @@ class Core : private StoreClient {
   void apply(Deferred&& change, Entry&& entry);
   void apply(ActionStarted&& change, Entry&& entry);
   void apply(ActionEnded&& change, Entry&& entry);
-  void apply(RowsPublished&&, Entry&&) {}  // is for the store alone
+  // These are for the store alone.
+  void apply(RowsPublished&&, Entry&&) {}
+  void apply(RemoteRows&&, Entry&&) {}
+  void apply(StreamRead&&, Entry&&) {}
   void acknowledge(const Entry& entry, const Applied& applied);
   void publishEvents(const Entry& entry, const Applied& applied);
   void publishEvent(const SourceNames& names, short code, std::size_t together);

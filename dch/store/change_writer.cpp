@@ -9,6 +9,7 @@ ChangeWriter::ChangeWriter(sqlite::Connection& connection, const Epoch& epoch)
       _newestRows(connection, _providers),
       _clockSteps(connection, _providers),
       _epochs(connection, epoch),
+      _remote(connection, _providers),
       _position(_newestRows.position()),
       _defer(connection, "INSERT INTO kept_deferrals VALUES (?, ?, ?, ?, ?, ?, ?)"),
       _startAction(connection, R"(
@@ -23,7 +24,7 @@ void ChangeWriter::skipTo(std::int64_t position) {
 }
 
 bool ChangeWriter::write(const Change& change) {
-  if (!std::holds_alternative<RowsPublished>(change))
+  if (!std::holds_alternative<RowsPublished>(change) && !std::holds_alternative<StreamRead>(change))
     usePosition(std::holds_alternative<Row>(change));
   return std::visit([this](const auto& each) { return write(each); }, change);
 }
@@ -58,7 +59,7 @@ bool ChangeWriter::write(const WentOffline& change) {
 bool ChangeWriter::write(const Row& change) {
   RowTable* const table = _providers.tableOf(change.handle);
   if (table == nullptr) return false;
-  table->insert(_position, change);
+  table->insert(_position, change.handle, change.time, change.message);
   _newestRows.add(change.handle, _position);
   _clockSteps.note(_position, change.time);
   return true;
@@ -98,6 +99,19 @@ bool ChangeWriter::write(const ActionEnded& change) {
 
 bool ChangeWriter::write(const RowsPublished& change) {
   _publish.bind(1, change.position).run();
+  return true;
+}
+
+// Behind the position of the change itself each row has another one.
+bool ChangeWriter::write(const RemoteRows& change) {
+  return _remote.write(change, [this] {
+    usePosition(false);
+    return _position;
+  });
+}
+
+bool ChangeWriter::write(const StreamRead& change) {
+  _remote.write(change);
   return true;
 }
 

@@ -10,6 +10,7 @@
 #include "dch/store/epoch_table.h"
 #include "dch/store/newest_rows.h"
 #include "dch/store/providers.h"
+#include "dch/store/remote_writer.h"
 #include "dch/store/sqlite.h"
 
 namespace dch {
@@ -55,11 +56,14 @@ class ChangeWriter {
   bool write(const ActionStarted& change);
   bool write(const ActionEnded& change);
   bool write(const RowsPublished& change);
+  bool write(const RemoteRows& change);
+  bool write(const StreamRead& change);
 
   Providers _providers;
   NewestRows _newestRows;
   ClockSteps _clockSteps;
   EpochTable _epochs;
+  RemoteWriter _remote;
   std::int64_t _position;
   bool _positionIsDue = false;  // a change has used one that no row tells
   sqlite::Statement _defer;

@@ -206,7 +206,9 @@ TEST_F(Epochs, RowsOfAnOlderVersionHaveOne) {
   goOnline();
   keepSome(5);
   stop();
-  write("DROP TABLE epochs; DROP TABLE publishing; PRAGMA user_version = 2");
+  write(
+      "DROP TABLE epochs; DROP TABLE publishing; DROP TABLE remote_sources; DROP TABLE "
+      "remote_epochs; DROP TABLE remote_sites; DROP TABLE stream_read; PRAGMA user_version = 2");
   start();
   lookAtNames();
   EXPECT_EQ(_times.size(), 5u);

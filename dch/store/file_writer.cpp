@@ -60,7 +60,7 @@ void FileWriter::write(std::vector<Item>* group) noexcept {
     ++kept;
   }
   const auto time = std::chrono::steady_clock::now() - start;
-  _changesSinceLook += group->size();
+  for (const Item& item : *group) _changesSinceLook += weightOf(*item.change);
   const std::lock_guard lock(_mutex);
   ++_figures.groups;
   _figures.changesKept += kept;
@@ -118,17 +118,19 @@ std::int64_t FileWriter::writeAll(std::vector<Item>* group) {
   for (Item& item : *group) {
     item.isKept = _writer->write(*item.change);
     if (item.isKept) continue;
-    if (const auto* const change = std::get_if<Registered>(item.change)) tellRefused(*change);
+    if (const auto* const change = std::get_if<Registered>(item.change))
+      tellRefused(printable(change->registration.applName) + " was not registered");
+    else if (const auto* const rows = std::get_if<RemoteRows>(item.change))
+      tellRefused("rows of site " + printable(rows->site) + " were not kept");
   }
   const std::int64_t position = _writer->finish();
   _position = std::max(_position, position);
   return position;
 }
 
-void FileWriter::tellRefused(const Registered& change) {
-  if (!isToldAt(++_refusedRegistrations)) return;
-  const std::string reason = printable(change.registration.applName) + " was not registered, " +
-                             std::to_string(_refusedRegistrations) + " refused so far";
+void FileWriter::tellRefused(const std::string& what) {
+  if (!isToldAt(++_refused)) return;
+  const std::string reason = what + ", " + std::to_string(_refused) + " refused so far";
   tell(("has no room for more than " + std::to_string(Providers::maxGroups) + " groups").c_str(),
        reason.c_str());
 }

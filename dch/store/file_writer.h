@@ -9,6 +9,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include "dch/store/change_writer.h"
@@ -30,11 +31,17 @@ struct StoreFigures {
   bool isFailing = false;          // what comes now would not be kept, as far as is known
 };
 
+// As how many changes it counts by what it takes to write it.
+inline std::size_t weightOf(const Change& change) {
+  const auto* const remote = std::get_if<RemoteRows>(&change);
+  return remote != nullptr ? remote->rows.size() + 1 : 1;
+}
+
 // One thread, but for what says otherwise.
 class FileWriter {
  public:
   // While changes come it is seen to retention after so many of them or so long, and after so long
-  // whether the file is in its place.
+  // whether the file is in its place. Each row of another site counts.
   static constexpr std::size_t changesBetweenLooks = 1'000;
   static constexpr std::chrono::milliseconds timeBetweenLooks{100};
 
@@ -85,7 +92,7 @@ class FileWriter {
   bool tryToWrite(std::vector<Item>* group) noexcept;
   void makeWriter();
   std::int64_t writeAll(std::vector<Item>* group);
-  void tellRefused(const Registered& change);
+  void tellRefused(const std::string& what);
   bool recover(std::int64_t position) noexcept;
   void takeOutOfLog();
   void tryToWriteAgain() noexcept;
@@ -105,7 +112,7 @@ class FileWriter {
   Retention _retention;
   std::int64_t _position = 0;  // the highest that was ever used
   RetentionLimits _limits;
-  std::uint64_t _refusedRegistrations = 0;  // for want of room for their groups
+  std::uint64_t _refused = 0;  // for want of room for their groups
   std::size_t _changesSinceLook = 0;
   std::chrono::steady_clock::time_point _lastLook;
   bool _hasMoreToTidy = true;

@@ -1,9 +1,12 @@
 // group_view.h: the view through which people and programs read the rows of a group.
 //
 // It is named APPL.GROUP and has the columns time, time_us, source, handle and code, then the
-// attributes of the last registration in its order, then those that only earlier ones had. A name
-// that is taken gets `_` behind it until it is free, and SQL does not tell small letters from
-// capital ones.
+// attributes of the last registration in its order, then those that only earlier ones had, or rows
+// of other sites. A name that is taken gets `_` behind it until it is free, and SQL does not tell
+// small letters from capital ones.
+//
+// Of a group of which other sites have rows, those are in it, too, and behind `code` it has a
+// column `site`, which is null for the server's own rows.
 #ifndef DCH_STORE_GROUP_VIEW_H
 #define DCH_STORE_GROUP_VIEW_H
 
@@ -23,8 +26,8 @@ class SqlNames {
   SqlNames() = default;
   SqlNames(std::initializer_list<std::string_view> taken);
 
-  // Takes the name, or the next free one. Bytes that are no UTF-8 become U+FFFD, since names of
-  // tables and columns have to be text.
+  // Takes the name, or the next free one. Bytes that are no UTF-8, or zero, become U+FFFD, since
+  // names of tables and columns have to be text.
   std::string take(std::string_view wanted);
 
   // Gives a name back that was taken.
@@ -36,7 +39,7 @@ class SqlNames {
   std::set<std::string> _taken;
 };
 
-// An attribute of a group, and the column of its values in the group's table.
+// An attribute of a group, and the column of its values in the group's tables.
 struct AttributeColumn {
   std::string name;
   int column = 0;  // from 1
@@ -45,16 +48,21 @@ struct AttributeColumn {
 
 // What a column of a table is called.
 std::string columnName(int column);
+// The table of the server's own rows of a group, and that of the rows of other sites.
 std::string rowTableName(std::int64_t group);
+std::string remoteRowTableName(std::int64_t group);
+
+// Whose rows a view has.
+enum class ViewedSites { own, all };
 
 // What the attributes are called in the view, those for which a result has no room left out.
 std::vector<AttributeColumn> viewColumns(const std::vector<AttributeColumn>& attributes,
-                                         std::size_t mostColumns);
+                                         std::size_t mostColumns, ViewedSites sites);
 
 // The statement that makes the view.
 std::string groupViewStatement(std::string_view view, std::int64_t group,
                                const std::vector<AttributeColumn>& attributes,
-                               std::size_t mostColumns);
+                               std::size_t mostColumns, ViewedSites sites);
 
 }  // namespace dch
 

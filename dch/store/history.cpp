@@ -51,12 +51,14 @@ std::optional<HistoryGroup> History::findGroup(std::int64_t application, std::st
   std::optional<HistoryGroup> found;
   read([&](sqlite::Connection& connection) {
     sqlite::Statement query(connection, R"(
-SELECT g.id, a.text FROM known_groups AS g JOIN known_applications AS a ON a.id = g.application
+SELECT g.id, a.text, EXISTS (SELECT 1 FROM remote_sources WHERE "group" = g.id)
+FROM known_groups AS g JOIN known_applications AS a ON a.id = g.application
 WHERE g.application = ? AND g.name = ?)");
     query.bind(1, application).bindText(2, name);
     if (!query.step()) return;
     HistoryGroup group{query.number(0), {}};
     const auto letters = lettersOf(query.bytes(1), name);
+    const ViewedSites sites = query.number(2) != 0 ? ViewedSites::all : ViewedSites::own;
     sqlite::Statement attributes(
         connection,
         R"(SELECT "column", name FROM known_attributes WHERE "group" = ? ORDER BY place)");
@@ -66,7 +68,7 @@ WHERE g.application = ? AND g.name = ?)");
       columns.push_back({std::string(attributes.bytes(1)), static_cast<int>(attributes.number(0))});
     const int mostColumns = sqlite3_limit(connection.handle(), SQLITE_LIMIT_COLUMN, -1);
     const std::vector<AttributeColumn> named =
-        viewColumns(columns, static_cast<std::size_t>(mostColumns));
+        viewColumns(columns, static_cast<std::size_t>(mostColumns), sites);
     for (std::size_t i = 0; i < named.size(); ++i) {
       const auto letter = letters.find(columns[i].name);
       group.columns.push_back(

@@ -17,8 +17,8 @@ NewestRows::NewestRows(sqlite::Connection& connection, const Providers& provider
   }
   // Those of a source are all in one table.
   for (const auto& table : providers.tables()) {
-    sqlite::Statement query(connection, "SELECT number, handle FROM " +
-                                            rowTableName(table->group()) + " WHERE number >= ?");
+    sqlite::Statement query(connection,
+                            "SELECT number, handle FROM " + table->name() + " WHERE number >= ?");
     query.bind(1, from);
     while (query.step()) {
       const Unsaved row{query.number(0), static_cast<ZORA_Long>(query.number(1))};

@@ -19,6 +19,8 @@ std::vector<AttributeColumn> readAttributes(sqlite::Statement* query, std::int64
 
 Providers::Providers(sqlite::Connection& connection)
     : _connection(connection),
+      _mostColumns(
+          static_cast<std::size_t>(sqlite3_limit(connection.handle(), SQLITE_LIMIT_COLUMN, -1))),
       _edits(connection),
       _clearPlaces(connection, "UPDATE known_groups SET place = NULL WHERE application = ?"),
       _setPlace(connection, "UPDATE known_groups SET place = ? WHERE id = ?"),
@@ -32,21 +34,21 @@ INSERT INTO known_sources VALUES (?, ?, ?, 1, ?) ON CONFLICT (handle) DO UPDATE
       R"(SELECT name, "column" FROM known_attributes WHERE "group" = ? ORDER BY place)");
   std::unordered_map<std::int64_t, Group*> groupsById;
   sqlite::Statement groups(connection, R"(
-SELECT a.id, a.name, is_registered, text, g.id, g.name, view, place IS NOT NULL
+SELECT a.id, a.name, is_registered, text, g.id, g.name, view, place IS NOT NULL,
+  EXISTS (SELECT 1 FROM remote_sources WHERE "group" = g.id)
 FROM known_applications AS a JOIN known_groups AS g ON g.application = a.id ORDER BY g.id)");
   while (groups.step()) {
     const auto [known, isNew] = _applications.try_emplace(
         std::string(groups.bytes(1)),
         Application{groups.number(0), groups.number(2) != 0, std::string(groups.bytes(3)), {}});
     const std::int64_t id = groups.number(4);
-    _tables.push_back(
-        std::make_unique<RowTable>(connection, _edits, id, readAttributes(&attributes, id)));
     std::string view(groups.bytes(6));
     _views.take(view);
-    const auto group = known->second.groups.emplace(
-        groups.bytes(5), Group{_tables.back().get(), std::move(view),
-                               known->second.isRegistered && groups.number(7) != 0});
-    groupsById.emplace(id, &group.first->second);
+    Group group = makeGroup(id, std::move(view), readAttributes(&attributes, id), true);
+    group.isRegistered = known->second.isRegistered && groups.number(7) != 0;
+    if (groups.number(8) != 0) makeRemoteTable(&group, true);
+    const auto added = known->second.groups.emplace(groups.bytes(5), std::move(group));
+    groupsById.emplace(id, &added.first->second);
   }
   readSources(groupsById);
 }
@@ -66,18 +68,42 @@ void Providers::readSources(const std::unordered_map<std::int64_t, Group*>& grou
   }
 }
 
-// Groups that are not needed make room for the new ones.
 bool Providers::makeRoomFor(const suite::Registration& registration) {
-  const auto known = _applications.find(registration.applName);
-  std::size_t count = _tables.size();
-  TextSet names;
-  for (const suite::RegisteredGroup& group : registration.groups) {
-    names.insert(group.name);
-    if (known == _applications.end() || !known->second.groups.contains(group.name)) ++count;
-  }
-  if (count <= maxGroups || count == _tables.size()) return true;
+  std::size_t newGroups = 0;
+  std::set<const Group*> kept;
+  for (const suite::RegisteredGroup& registered : registration.groups)
+    if (const Group* const group = find(registration.applName, registered.name); group != nullptr)
+      kept.insert(group);
+    else
+      ++newGroups;
+  return makeRoomFor(newGroups, kept);
+}
+
+bool Providers::makeRoomFor(const std::vector<const RemoteRow*>& rows) {
+  std::set<std::pair<std::string_view, std::string_view>> newGroups;
+  std::set<const Group*> kept;
+  for (const RemoteRow* const row : rows)
+    if (const Group* const group = find(row->application, row->group); group == nullptr)
+      newGroups.emplace(row->application, row->group);
+    else if (group->remoteTable == nullptr)
+      kept.insert(group);
+  return makeRoomFor(newGroups.size(), kept);
+}
+
+// Groups that are not needed make room for the new ones, but for some.
+bool Providers::makeRoomFor(std::size_t newGroups, const std::set<const Group*>& kept) {
+  const std::size_t count = _tables.size() + newGroups;
+  if (newGroups == 0 || count <= maxGroups) return true;
   const std::size_t missing = count - maxGroups;
-  return removeUnused(missing, registration.applName, names) == missing;
+  return removeUnused(missing, kept) == missing;
+}
+
+const Providers::Group* Providers::find(std::string_view application,
+                                        std::string_view group) const {
+  const auto known = _applications.find(application);
+  if (known == _applications.end()) return nullptr;
+  const auto found = known->second.groups.find(group);
+  return found != known->second.groups.end() ? &found->second : nullptr;
 }
 
 bool Providers::hasUnused() const {
@@ -88,15 +114,12 @@ bool Providers::hasUnused() const {
   });
 }
 
-// But for the named groups of this application.
-std::size_t Providers::removeUnused(std::size_t most, std::string_view application,
-                                    const TextSet& keptGroups) {
+std::size_t Providers::removeUnused(std::size_t most, const std::set<const Group*>& kept) {
   std::size_t count = 0;
   for (auto each = _applications.begin(); each != _applications.end() && count < most;) {
     Application& known = each->second;
-    const bool isKept = each->first == application;
     for (auto group = known.groups.begin(); group != known.groups.end() && count < most;) {
-      if (!group->second.isUnused() || (isKept && keptGroups.contains(group->first))) {
+      if (!group->second.isUnused() || kept.contains(&group->second)) {
         ++group;
         continue;
       }
@@ -129,7 +152,7 @@ void Providers::remove(const Group& group) {
 bool Providers::write(const Registered& change, std::int64_t position) {
   const suite::Registration& registration = change.registration;
   if (!makeRoomFor(registration)) return false;
-  Application& application = enterApplication(registration);
+  Application& application = enterApplication(registration.applName);
   sqlite::Statement(_connection, R"(
 UPDATE known_applications SET position = ?2, is_registered = 1, key = ?3, type = ?4, help = ?5, text = ?6
 WHERE id = ?1)")
@@ -151,7 +174,7 @@ WHERE id = ?1)")
     Group& group = enterGroup(&application, registration.applName, registered.name);
     group.isRegistered = true;
     _setPlace.bind(1, ++place).bind(2, group.table->group()).run();
-    arrange(group, registered);
+    if (group.columns->arrange(registered.attributes)) define(group);
   }
   sqlite::Statement(_connection, R"(
 UPDATE known_sources SET is_online = 0 WHERE is_online AND "group" IN
@@ -198,23 +221,24 @@ RowTable* Providers::tableOf(ZORA_Long handle) const {
   return handle > 0 && index < _tableOfSource.size() ? _tableOfSource[index] : nullptr;
 }
 
-Providers::Application& Providers::enterApplication(const suite::Registration& registration) {
-  const auto known = _applications.find(registration.applName);
+// A group of the application comes into the file in the same transaction.
+Providers::Application& Providers::enterApplication(std::string_view name) {
+  const auto known = _applications.find(name);
   if (known != _applications.end()) return known->second;
   sqlite::Statement(_connection, R"(
-INSERT INTO known_applications (name, position, is_registered, text) VALUES (?, 0, 1, ''))")
-      .bindText(1, registration.applName)
+INSERT INTO known_applications (name, position, is_registered, text) VALUES (?, 0, 0, ''))")
+      .bindText(1, name)
       .run();
   const std::int64_t id = sqlite3_last_insert_rowid(_connection.handle());
-  return _applications.emplace(registration.applName, Application{id, false, {}, {}}).first->second;
+  return _applications.emplace(name, Application{id, false, {}, {}}).first->second;
 }
 
-Providers::Group& Providers::enterGroup(Application* application,
-                                        const std::string& applicationName,
-                                        const std::string& name) {
+// One that is new is not defined yet.
+Providers::Group& Providers::enterGroup(Application* application, std::string_view applicationName,
+                                        std::string_view name) {
   const auto known = application->groups.find(name);
   if (known != application->groups.end()) return known->second;
-  std::string view = _views.take(applicationName + "." + name);
+  std::string view = _views.take(std::string(applicationName).append(1, '.').append(name));
   sqlite::Statement(_connection,
                     "INSERT INTO known_groups (application, name, view) VALUES (?, ?, ?)")
       .bind(1, application->id)
@@ -222,24 +246,57 @@ Providers::Group& Providers::enterGroup(Application* application,
       .bindText(3, view)
       .run();
   const std::int64_t id = sqlite3_last_insert_rowid(_connection.handle());
-  _tables.push_back(std::make_unique<RowTable>(_connection, _edits, id));
-  return application->groups.emplace(name, Group{_tables.back().get(), std::move(view)})
-      .first->second;
+  return application->groups.emplace(name, makeGroup(id, std::move(view), {}, false)).first->second;
 }
 
-void Providers::arrange(const Group& group, const suite::RegisteredGroup& registered) {
-  if (!group.table->arrange(registered.attributes)) return;
+Providers::Group Providers::makeGroup(std::int64_t id, std::string view,
+                                      std::vector<AttributeColumn> attributes, bool isInFile) {
+  auto columns = std::make_unique<AttributeColumns>(_mostColumns - RowTable::fixedColumns,
+                                                    std::move(attributes));
+  _tables.push_back(
+      std::make_unique<RowTable>(_connection, _edits, id, rowTableName(id), *columns, isInFile));
+  return {std::move(columns), _tables.back().get(), std::move(view)};
+}
+
+void Providers::makeRemoteTable(Group* group, bool isInFile) {
+  _remoteTables.push_back(std::make_unique<RemoteRowTable>(
+      _connection, _edits, group->table->group(), *group->columns, isInFile));
+  group->remoteTable = _remoteTables.back().get();
+}
+
+// Its tables and its view, with the columns that it has now.
+void Providers::define(const Group& group) {
+  group.table->define();
+  if (group.remoteTable != nullptr) group.remoteTable->define();
   std::int64_t place = 0;
-  for (const AttributeColumn& attribute : group.table->attributes())
+  for (const AttributeColumn& attribute : group.columns->inOrder())
     _setAttribute.bind(1, group.table->group())
         .bind(2, attribute.column)
         .bindText(3, attribute.name)
         .bind(4, ++place)
         .run();
-  const int mostColumns = sqlite3_limit(_connection.handle(), SQLITE_LIMIT_COLUMN, -1);
-  _edits.setView(group.view,
-                 groupViewStatement(group.view, group.table->group(), group.table->attributes(),
-                                    static_cast<std::size_t>(mostColumns)));
+  const ViewedSites sites = group.remoteTable != nullptr ? ViewedSites::all : ViewedSites::own;
+  _edits.setView(group.view, groupViewStatement(group.view, group.table->group(),
+                                                group.columns->inOrder(), _mostColumns, sites));
+}
+
+RemoteRowTable& Providers::enter(const RemoteRow& row,
+                                 const std::vector<std::string_view>& attributes) {
+  Application& application = enterApplication(row.application);
+  Group& group = enterGroup(&application, row.application, row.group);
+  bool isChanged = group.remoteTable == nullptr;
+  if (isChanged) makeRemoteTable(&group, false);
+  for (const std::string_view attribute : attributes)
+    isChanged = group.columns->add(attribute) || isChanged;
+  if (isChanged && !std::exchange(group.isEntered, true)) _entered.push_back(&group);
+  return *group.remoteTable;
+}
+
+void Providers::defineEntered() {
+  for (Group* const group : std::exchange(_entered, {})) {
+    define(*group);
+    group->isEntered = false;
+  }
 }
 
 void Providers::setTable(ZORA_Long handle, RowTable* table) {

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -13,7 +14,9 @@
 
 #include "dch/core/change.h"
 #include "dch/core/text_map.h"
+#include "dch/store/attribute_columns.h"
 #include "dch/store/group_view.h"
+#include "dch/store/remote_row_table.h"
 #include "dch/store/row_table.h"
 #include "dch/store/schema_edits.h"
 #include "dch/store/sqlite.h"
@@ -24,9 +27,10 @@ namespace dch {
 // thread at a time.
 class Providers {
  public:
-  // How many groups the file takes: those that are registered, and those that are not any more but
-  // have sources, whose handles stay theirs, or rows. Each has a table and a view, and what makes
-  // another one takes longer with their number. Far above what a suite has.
+  // How many groups the file takes: those that are registered, and those that are not, or not any
+  // more, but have sources, here or at other sites, whose handles stay theirs, or rows. Each has a
+  // table or two and a view, and what makes another one takes longer with their number. Far above
+  // what a suite has.
   static constexpr std::size_t maxGroups = 2'000;
 
   // Reads what is in the file.
@@ -41,24 +45,39 @@ class Providers {
   // Whether there are groups that are not needed any more.
   bool hasUnused() const;
   // Removes some of them, as many as that at most. Returns how many.
-  std::size_t removeUnused(std::size_t most) { return removeUnused(most, {}, {}); }
+  std::size_t removeUnused(std::size_t most) { return removeUnused(most, {}); }
+
+  // What these rows need, which are of other sites, in this order: room for their groups, which
+  // there may not be, and then nothing that is known is written; the table for each one, and
+  // columns for these attributes; all of that in the file. The tables are in use then.
+  bool makeRoomFor(const std::vector<const RemoteRow*>& rows);
+  RemoteRowTable& enter(const RemoteRow& row, const std::vector<std::string_view>& attributes);
+  void defineEntered();
+
   // In the same transaction, behind its last change.
   void finish() { _edits.write(); }
 
   // The table for the rows of a source, null when there is no such source.
   RowTable* tableOf(ZORA_Long handle) const;
 
-  // All of them.
+  // Of all groups.
   const std::vector<std::unique_ptr<RowTable>>& tables() const { return _tables; }
+  // Of those that other sites have had rows of.
+  const std::vector<std::unique_ptr<RemoteRowTable>>& remoteTables() const { return _remoteTables; }
 
  private:
   struct Group {
+    std::unique_ptr<AttributeColumns> columns;
     RowTable* table;
     std::string view;
+    RemoteRowTable* remoteTable = nullptr;
     bool isRegistered = false;
     bool hasSources = false;  // that have been on line at any time
+    bool isEntered = false;   // and its columns have changed, or its tables are not in the file yet
 
-    bool isUnused() const { return !isRegistered && !hasSources && !table->first(); }
+    bool isUnused() const {
+      return !isRegistered && !hasSources && remoteTable == nullptr && !table->first();
+    }
   };
   struct Application {
     std::int64_t id;
@@ -69,19 +88,26 @@ class Providers {
 
   void readSources(const std::unordered_map<std::int64_t, Group*>& groups);
   bool makeRoomFor(const suite::Registration& registration);
-  std::size_t removeUnused(std::size_t most, std::string_view application,
-                           const TextSet& keptGroups);
+  bool makeRoomFor(std::size_t newGroups, const std::set<const Group*>& kept);
+  std::size_t removeUnused(std::size_t most, const std::set<const Group*>& kept);
   void remove(const Group& group);
-  Application& enterApplication(const suite::Registration& registration);
-  Group& enterGroup(Application* application, const std::string& applicationName,
-                    const std::string& name);
-  void arrange(const Group& group, const suite::RegisteredGroup& registered);
+  const Group* find(std::string_view application, std::string_view group) const;
+  Application& enterApplication(std::string_view name);
+  Group& enterGroup(Application* application, std::string_view applicationName,
+                    std::string_view name);
+  Group makeGroup(std::int64_t id, std::string view, std::vector<AttributeColumn> attributes,
+                  bool isInFile);
+  void makeRemoteTable(Group* group, bool isInFile);
+  void define(const Group& group);
   void setTable(ZORA_Long handle, RowTable* table);
 
   sqlite::Connection& _connection;
+  const std::size_t _mostColumns;  // of a table, or of a view
   SchemaEdits _edits;
   TextMap<Application> _applications;
   std::vector<std::unique_ptr<RowTable>> _tables;
+  std::vector<std::unique_ptr<RemoteRowTable>> _remoteTables;
+  std::vector<Group*> _entered;           // since defineEntered()
   std::vector<RowTable*> _tableOfSource;  // that of handle 1 comes first; with gaps
   SqlNames _views;
   sqlite::Statement _clearPlaces;

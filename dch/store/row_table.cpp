@@ -1,6 +1,5 @@
 #include "dch/store/row_table.h"
 
-#include <set>
 #include <utility>
 
 #include "dch/core/attribute_value.h"
@@ -10,15 +9,11 @@ namespace dch {
 
 namespace {
 
-// Before the attributes: number, time, handle, code, message.
-constexpr int fixedColumns = 5;
-
-std::string tableDefinition(const std::string& name, std::size_t attributes) {
+std::string tableDefinition(const std::string& name, int attributes) {
   std::string sql = "CREATE TABLE " + name +
                     " (number INTEGER PRIMARY KEY, time_us INTEGER NOT NULL, handle INTEGER NOT "
                     "NULL, code INTEGER NOT NULL, message BLOB NOT NULL";
-  for (std::size_t column = 1; column <= attributes; ++column)
-    sql += ", " + columnName(static_cast<int>(column));
+  for (int column = 1; column <= attributes; ++column) sql += ", " + columnName(column);
   return sql + ")";
 }
 
@@ -42,42 +37,21 @@ void bindValue(sqlite::Statement& statement, int parameter, const AttributeValue
 }  // namespace
 
 RowTable::RowTable(sqlite::Connection& connection, SchemaEdits& edits, std::int64_t group,
-                   std::vector<AttributeColumn> attributes)
+                   std::string name, const AttributeColumns& columns, bool isInFile)
     : _connection(connection),
       _edits(edits),
       _group(group),
-      _name(rowTableName(group)),
-      _attributes(std::move(attributes)) {
-  for (const AttributeColumn& each : _attributes) _columns.emplace(each.name, each.column);
+      _name(std::move(name)),
+      _columns(columns) {
+  if (isInFile) _definedColumns = columns.count();
 }
 
-int RowTable::columnOf(std::string_view attribute) const {
-  const auto known = _columns.find(attribute);
-  return known != _columns.end() ? known->second : 0;
-}
-
-bool RowTable::arrange(const std::vector<suite::RegisteredAttribute>& attributes) {
-  const auto limit = static_cast<std::size_t>(
-      sqlite3_limit(_connection.handle(), SQLITE_LIMIT_COLUMN, -1) - fixedColumns);
-  const std::size_t before = _columns.size();
-  std::vector<AttributeColumn> order;
-  for (const suite::RegisteredAttribute& attribute : attributes) {
-    if (columnOf(attribute.name) == 0 && _columns.size() < limit)
-      _columns.emplace(attribute.name, static_cast<int>(_columns.size()) + 1);
-    if (const int column = columnOf(attribute.name); column != 0)
-      order.push_back({attribute.name, column});
-  }
-  std::set<int> named;
-  for (const AttributeColumn& each : order) named.insert(each.column);
-  for (const AttributeColumn& each : _attributes)
-    if (!named.contains(each.column)) order.push_back(each);
-  if (order == _attributes) return false;
-  if (before == 0)
-    _connection.execute(tableDefinition(_name, _columns.size()));
-  else if (_columns.size() > before)
-    _edits.changeTable(_name, tableDefinition(_name, _columns.size()));
-  _attributes = std::move(order);
-  return true;
+void RowTable::define() {
+  if (!_definedColumns)
+    _connection.execute(tableDefinition(_name, _columns.count()));
+  else if (*_definedColumns < _columns.count())
+    _edits.changeTable(_name, tableDefinition(_name, _columns.count()));
+  _definedColumns = _columns.count();
 }
 
 void RowTable::drop() {
@@ -85,18 +59,19 @@ void RowTable::drop() {
   _connection.execute("DROP TABLE " + _name);
 }
 
-void RowTable::insert(std::int64_t number, const Row& row) {
+void RowTable::insert(std::int64_t number, ZORA_Long handle, Time time, std::string_view message,
+                      bool isRow) {
   if (!_insert) prepareInsert();
-  RowMessage message(row.message);
+  RowMessage fields(isRow ? message : std::string_view());
   _insert.clearBindings();
-  _insert.bind(1, number).bind(2, row.time).bind(3, row.handle).bind(4, message.code());
-  _insert.bindBytes(fixedColumns, row.message);
+  _insert.bind(1, number).bind(2, time).bind(3, handle).bind(4, fields.code());
+  _insert.bindBytes(fixedColumns, message);
   RowMessage::Attribute attribute;
-  while (message.next(&attribute)) {
-    const int column = columnOf(attribute.name);
+  while (fields.next(&attribute)) {
+    const int column = _columns.columnOf(attribute.name);
     if (column > _writtenColumns) {
       _insert = {};
-      return insert(number, row);
+      return insert(number, handle, time, message, isRow);
     }
     if (column != 0)
       bindValue(_insert, fixedColumns + column, attributeValue(attribute.letter, attribute.value));
@@ -110,7 +85,7 @@ void RowTable::prepareInsert() {
   _edits.writeAndRead();
   std::string sql = "INSERT INTO " + _name + " (number, time_us, handle, code, message";
   std::string values = ") VALUES (?, ?, ?, ?, ?";
-  for (_writtenColumns = 0; static_cast<std::size_t>(_writtenColumns) < _columns.size();) {
+  for (_writtenColumns = 0; _writtenColumns < _columns.count();) {
     sql += ", " + columnName(++_writtenColumns);
     values += ", ?";
   }
@@ -141,7 +116,7 @@ std::int64_t RowTable::remove(std::int64_t first, std::int64_t last, Time before
       .bind(2, last)
       .bind(3, before)
       .run();
-  _firstIsKnown = false;
+  forgetFirst();
   return _connection.changes();
 }
 

@@ -1,4 +1,4 @@
-// row_table.h: the rows of one group of attributes in the file.
+// row_table.h: rows of one group of attributes in the file.
 #ifndef DCH_STORE_ROW_TABLE_H
 #define DCH_STORE_ROW_TABLE_H
 
@@ -6,14 +6,11 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "dch/core/change.h"
-#include "dch/core/text_map.h"
-#include "dch/store/group_view.h"
+#include "dch/store/attribute_columns.h"
 #include "dch/store/schema_edits.h"
 #include "dch/store/sqlite.h"
-#include "suite/registration.h"
 
 namespace dch {
 
@@ -21,27 +18,27 @@ namespace dch {
 // thread at a time.
 class RowTable {
  public:
-  // Of the group with this ID. Without attributes, which are told in the order of the view, it is
-  // not in the file yet: arrange() makes it. `edits` outlive it.
-  RowTable(sqlite::Connection& connection, SchemaEdits& edits, std::int64_t group,
-           std::vector<AttributeColumn> attributes = {});
+  // Before those of the attributes: number, time, handle, code, message.
+  static constexpr int fixedColumns = 5;
+
+  // Of the group with this ID, by this name. `columns` and `edits` outlive it. `isInFile`: it is
+  // there, and has all columns that there are now.
+  RowTable(sqlite::Connection& connection, SchemaEdits& edits, std::int64_t group, std::string name,
+           const AttributeColumns& columns, bool isInFile);
 
   std::int64_t group() const { return _group; }
-  const std::vector<AttributeColumn>& attributes() const { return _attributes; }
+  const std::string& name() const { return _name; }
 
-  // The column of an attribute, 0 when it has none.
-  int columnOf(std::string_view attribute) const;
-
-  // Gives the attributes this order in the view, with a column for each new one; those that are
-  // named no more stand behind the others. Returns whether that changed anything; columns that are
-  // added are among the edits. An attribute for which the table has no room is left out: its values
-  // are only in the messages. Every group has attributes.
-  bool arrange(const std::vector<suite::RegisteredAttribute>& attributes);
+  // Makes the table, or gives it the columns that it lacks, which are among the edits then. To be
+  // called before what uses them.
+  void define();
 
   // Takes the table, which has no rows, out of the file. Nothing else is called then.
   void drop();
 
-  void insert(std::int64_t number, const Row& row);
+  // `isRow`: the message is that of a row. Of another one only the bytes are kept.
+  void insert(std::int64_t number, ZORA_Long handle, Time time, std::string_view message,
+              bool isRow = true);
 
   // A row that is in the table.
   std::optional<Row> row(std::int64_t number);
@@ -64,6 +61,8 @@ class RowTable {
   const std::optional<Place>& first();
   std::optional<Place> firstFrom(std::int64_t number);
   std::optional<Place> last();
+  // Rows were removed by other means.
+  void forgetFirst() { _firstIsKnown = false; }
 
  private:
   void prepareInsert();
@@ -75,9 +74,9 @@ class RowTable {
   SchemaEdits& _edits;
   const std::int64_t _group;
   const std::string _name;
-  std::vector<AttributeColumn> _attributes;
-  TextMap<int> _columns;
-  int _writtenColumns = 0;  // that `_insert` can write
+  const AttributeColumns& _columns;
+  std::optional<int> _definedColumns;  // none: it is not there
+  int _writtenColumns = 0;             // that `_insert` can write
   // Prepared when they are first needed.
   sqlite::Statement _insert;
   sqlite::Statement _row;

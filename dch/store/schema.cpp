@@ -117,8 +117,34 @@ CREATE TABLE publishing (
 INSERT INTO publishing VALUES (1, 0, 0))");
 }
 
+// The rows of other sites have tables of their own, which nobody reads by mistake who wants those
+// of this server.
+void addRemoteRows(sqlite::Connection& connection) {
+  connection.execute(R"(
+CREATE TABLE remote_sources (
+  handle INTEGER PRIMARY KEY,
+  site NOT NULL,
+  "group" INTEGER NOT NULL,
+  name NOT NULL,
+  UNIQUE ("group", site, name));
+
+CREATE TABLE remote_epochs (
+  epoch BLOB PRIMARY KEY,
+  site NOT NULL,
+  number INTEGER NOT NULL,
+  changed INTEGER NOT NULL) WITHOUT ROWID;
+
+CREATE TABLE remote_sites (site PRIMARY KEY, passed_from INTEGER) WITHOUT ROWID;
+
+CREATE TABLE stream_read (
+  id INTEGER PRIMARY KEY CHECK (id = 1),
+  stream NOT NULL,
+  sequence INTEGER NOT NULL);
+INSERT INTO stream_read VALUES (1, '', 0))");
+}
+
 // The step from each version to the next.
-constexpr std::array steps = {makeFirstSchema, addClockSteps, addEpochs};
+constexpr std::array steps = {makeFirstSchema, addClockSteps, addEpochs, addRemoteRows};
 static_assert(steps.size() == newestSchema);
 
 }  // namespace

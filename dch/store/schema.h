@@ -13,6 +13,19 @@
 //                      last that retention has removed unpublished
 //   kept_actions, kept_deferrals
 //
+// and, empty unless the server keeps rows of other sites, too:
+//
+//   remote_sources     their sources, whose handles are their own (core/handles.h)
+//   remote_rows_N      the rows of other sites of the group with that ID, with the columns of
+//   rows_N
+//                      and an index by time. A group that is not registered here is among the known
+//                      ones all the same
+//   remote_epochs      up to which number the rows of which run of another server are known, and
+//   the
+//                      position at which that was changed
+//   remote_sites       from where on the stream has rows of a site that were passed over
+//   stream_read        one line: how far the stream was read
+//
 // Positions count all changes in the order in which they were kept. A position never comes to mean
 // another change that somebody could have seen, unless the file goes back to what it was: with its
 // epoch it does not even then.
@@ -31,7 +44,7 @@ namespace dch {
 
 // Of the file, in its header.
 inline constexpr int stateFileId = 0x5A444348;
-inline constexpr int newestSchema = 3;
+inline constexpr int newestSchema = 4;
 
 // Brings the file from an older version to the newest one; 0 is an empty file. Each step is in a
 // transaction with its version number.

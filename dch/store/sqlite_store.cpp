@@ -16,7 +16,7 @@ constexpr std::chrono::seconds longestIdle{1};
 
 constexpr std::chrono::milliseconds pauseOfWait{50};
 
-// Larger groups take some milliseconds, in which the system has to keep what comes.
+// Larger groups, by weightOf(), take some milliseconds, in which the system has to keep what comes.
 constexpr std::size_t mostWrittenHere = 128;
 
 // The client that writes for longer than from one look to the next is stood in for. It is looked
@@ -67,6 +67,7 @@ void SqliteStore::load(const std::function<void(Change&&)>& take) {
 
 void SqliteStore::append(Entry* entry, StoreClient* client) {
   Items item(1);
+  _gatheredWeight += weightOf(entry->change);
   item.front().entry = std::move(*entry);
   item.front().client = client;
   _gathered.splice(_gathered.end(), item);
@@ -74,12 +75,13 @@ void SqliteStore::append(Entry* entry, StoreClient* client) {
 }
 
 void SqliteStore::handOver() {
-  if (!_standIn || _gathered.size() > mostWrittenHere) give();
+  if (!_standIn || _gatheredWeight > mostWrittenHere) give();
 }
 
 // To the store's thread.
 void SqliteStore::give() {
   if (_gathered.empty()) return;
+  _gatheredWeight = 0;
   {
     const std::lock_guard lock(_mutex);
     _appended.splice(_appended.end(), _gathered);
@@ -119,6 +121,7 @@ bool SqliteStore::takeFile(Items* group) {
   _clientWaits = _atFile != AtFile::nobody || _standsIn || !_appended.empty();
   if (_clientWaits) return false;
   group->swap(_gathered);
+  _gatheredWeight = 0;
   _atFile = AtFile::client;
   _isQuiet = false;
   if (!std::exchange(_watches, true)) _changed.notify_one();

@@ -136,6 +136,7 @@ class SqliteStore : public Store {
   // Of the thread that does the client's work.
   std::size_t _waiting = 0;
   Items _gathered;
+  std::size_t _gatheredWeight = 0;
 
   std::mutex _mutex;
   std::condition_variable _changed;

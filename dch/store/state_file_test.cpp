@@ -38,7 +38,7 @@ class StateFileTest : public testkit::StoreTest {
 TEST_F(StateFileTest, AnEmptyFileBecomesAStateFile) {
   std::ofstream(path()).flush();
   EXPECT_EQ(errorOf(path()), "");
-  EXPECT_EQ(read("PRAGMA user_version"), "3\n");
+  EXPECT_EQ(read("PRAGMA user_version"), "4\n");
   EXPECT_EQ(read("PRAGMA journal_mode"), "wal\n");
 }
 
@@ -92,8 +92,8 @@ TEST_F(StateFileTest, AWriterThatStaysKeepsRowsWaitingOnce) {
 
 TEST_F(StateFileTest, ANewerVersionIsRefused) {
   EXPECT_EQ(errorOf(path()), "");
-  write("PRAGMA user_version = 4");
-  expectError("has version 4, and this server knows versions up to 3: run the newer server");
+  write("PRAGMA user_version = 5");
+  expectError("has version 5, and this server knows versions up to 4: run the newer server");
 }
 
 TEST_F(StateFileTest, AnOlderVersionIsBroughtUpToDate) {
@@ -103,9 +103,11 @@ TEST_F(StateFileTest, AnOlderVersionIsBroughtUpToDate) {
   const std::string before = knownAfterRestart();
   stop();
   write(
-      "DROP TABLE epochs; DROP TABLE publishing; DROP TABLE clock_steps; PRAGMA user_version = 1");
+      "DROP TABLE epochs; DROP TABLE publishing; DROP TABLE clock_steps; DROP TABLE remote_sources;"
+      "DROP TABLE remote_epochs; DROP TABLE remote_sites; DROP TABLE stream_read;"
+      "PRAGMA user_version = 1");
   EXPECT_EQ(knownAfterRestart(), before);
-  EXPECT_EQ(read("PRAGMA user_version"), "3\n");
+  EXPECT_EQ(read("PRAGMA user_version"), "4\n");
   EXPECT_TRUE(keep(Row{1, 2, testkit::dataMessage(1)}));
   EXPECT_EQ(read("SELECT time_us FROM \"HOSTMON.load\""), "1\n2\n");
 }

@@ -1,0 +1,16 @@
+// handles.h: which handles are whose.
+#ifndef DCH_CORE_HANDLES_H
+#define DCH_CORE_HANDLES_H
+
+#include "zora/zora.h"
+
+namespace dch {
+
+// The registry counts handles of its own sources from 1 and never comes so far. Those of sources of
+// other sites begin here: where both are seen, such as in a view, none means two sources, and the
+// server's own stay as they would be without the others.
+inline constexpr ZORA_Long firstRemoteHandle = ZORA_Long{1} << 30;
+
+}  // namespace dch
+
+#endif  // DCH_CORE_HANDLES_H

@@ -1,0 +1,41 @@
+// remote_sources.h: the handles that sources of other sites have in the file.
+#ifndef DCH_STORE_REMOTE_SOURCES_H
+#define DCH_STORE_REMOTE_SOURCES_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "dch/core/text_map.h"
+#include "dch/store/sqlite.h"
+#include "zora/zora.h"
+
+namespace dch {
+
+// Writes in the transaction of its caller; after one that did not succeed it is made anew. One
+// thread at a time.
+class RemoteSources {
+ public:
+  // Of so many it knows the handles at hand, which are those that send rows now: to find one in the
+  // file takes as long as to write its row. They take some 20 MB.
+  static constexpr std::size_t mostAtHand = 100'000;
+
+  explicit RemoteSources(sqlite::Connection& connection);
+
+  // For good. A source that is new gets the next one.
+  ZORA_Long handleOf(std::string_view site, std::int64_t group, std::string_view name);
+
+ private:
+  ZORA_Long findOrAdd(std::string_view site, std::int64_t group, std::string_view name);
+
+  sqlite::Connection& _connection;
+  sqlite::Statement _find;
+  sqlite::Statement _add;
+  TextMap<ZORA_Long> _atHand;
+  std::string _key;
+};
+
+}  // namespace dch
+
+#endif  // DCH_STORE_REMOTE_SOURCES_H

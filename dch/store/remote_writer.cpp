@@ -1,0 +1,128 @@
+#include "dch/store/remote_writer.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <utility>
+
+#include "dch/core/field_reader.h"
+#include "dch/core/rows_out.h"
+#include "dch/store/epoch_table.h"
+#include "suite/registration.h"
+#include "zordchcl/messages.h"
+
+namespace dch {
+
+namespace {
+
+// Whether it is a row that a server would have taken from a provider, but for what its registration
+// says; then `attributes` are their names.
+bool readRow(std::string_view message, std::vector<std::string_view>* attributes) {
+  FieldReader fields(message);
+  short request = 0;
+  short code = 0;
+  ZORA_Long handle = 0;
+  if (message.size() > maxDatagramBytes || message.size() < ZOR0_LENGTH_WORD_SIZE ||
+      ZOR0_MessageLength(message.data()) != message.size() ||
+      !fields.readShort(DCH_requestType, &request) || request != DCH_REQUEST_DATA ||
+      !fields.readLong(DCH_handle, &handle) || !fields.readShort(DCH_dataCode, &code))
+    return false;
+  while (!fields.atEnd()) {
+    std::string_view name, value;
+    char letter = '\0';
+    if (!fields.readText(DCH_attrName, suite::longestName, &name) || name.empty() ||
+        !fields.readAttributeValue(&letter, &value))
+      return false;
+    attributes->push_back(name);
+  }
+  return true;
+}
+
+}  // namespace
+
+RemoteWriter::RemoteWriter(sqlite::Connection& connection, Providers& providers)
+    : _providers(providers),
+      _sources(connection),
+      _findEpoch(connection, "SELECT number FROM remote_epochs WHERE epoch = ?"),
+      _setEpoch(connection, "INSERT OR REPLACE INTO remote_epochs VALUES (?, ?, ?, ?)"),
+      _setSite(connection, "INSERT OR REPLACE INTO remote_sites VALUES (?, ?)"),
+      _setStream(connection, "UPDATE stream_read SET stream = ?, sequence = ?") {}
+
+bool RemoteWriter::write(const RemoteRows& change,
+                         const std::function<std::int64_t()>& usePosition) {
+  KnownEpochs epochs;
+  const std::vector<const RemoteRow*> rows = newRows(change, &epochs);
+  if (!_providers.makeRoomFor(rows)) return false;
+  const std::vector<Place> places = placesOf(rows);
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    const RemoteRow& row = *rows[i];
+    const auto& [table, isRow] = places[i];
+    const std::int64_t position = usePosition();
+    table->insert(position, _sources.handleOf(change.site, table->group(), row.source), row.time,
+                  row.message, isRow);
+    find(&epochs, row.name.epoch).changed = position;
+  }
+  std::for_each(change.known.rbegin(), change.known.rend(), [&](const RowName& name) {
+    Known& known = find(&epochs, name.epoch);
+    known.number = std::max(known.number, name.number);
+    known.changed = usePosition();
+  });
+  writeEpochs(change.site, epochs);
+  _setSite.bindText(1, change.site);
+  if (change.passedFrom)
+    _setSite.bind(2, static_cast<std::int64_t>(*change.passedFrom));
+  else
+    _setSite.bindNull(2);
+  _setSite.run();
+  return true;
+}
+
+void RemoteWriter::write(const StreamRead& change) {
+  _setStream.bindText(1, change.stream).bind(2, static_cast<std::int64_t>(change.sequence)).run();
+}
+
+RemoteWriter::Known& RemoteWriter::find(KnownEpochs* epochs, const Epoch& epoch) {
+  const auto known = std::find_if(epochs->rbegin(), epochs->rend(),
+                                  [&](const Known& each) { return each.epoch == epoch; });
+  if (known != epochs->rend()) return *known;
+  bindEpoch(_findEpoch, 1, epoch);
+  const std::int64_t number = _findEpoch.step() ? _findEpoch.number(0) : 0;
+  _findEpoch.reset();
+  return epochs->emplace_back(Known{epoch, number});
+}
+
+// Those that are not known yet; they are then.
+std::vector<const RemoteRow*> RemoteWriter::newRows(const RemoteRows& change, KnownEpochs* epochs) {
+  std::vector<const RemoteRow*> rows;
+  for (const RemoteRow& row : change.rows) {
+    Known& known = find(epochs, row.name.epoch);
+    if (row.name.number <= known.number) continue;
+    known.number = row.name.number;
+    rows.push_back(&row);
+  }
+  return rows;
+}
+
+// All columns that the rows need come at once, which makes the file's schema be read again.
+std::vector<RemoteWriter::Place> RemoteWriter::placesOf(const std::vector<const RemoteRow*>& rows) {
+  std::vector<Place> places;
+  places.reserve(rows.size());
+  std::vector<std::string_view> attributes;
+  for (const RemoteRow* const row : rows) {
+    attributes.clear();
+    const bool isRow = readRow(row->message, &attributes);
+    if (!isRow) attributes.clear();
+    places.push_back({&_providers.enter(*row, attributes), isRow});
+  }
+  _providers.defineEntered();
+  return places;
+}
+
+void RemoteWriter::writeEpochs(std::string_view site, const KnownEpochs& epochs) {
+  for (const Known& each : epochs) {
+    if (each.changed == 0) continue;
+    bindEpoch(_setEpoch, 1, each.epoch);
+    _setEpoch.bindText(2, site).bind(3, each.number).bind(4, each.changed).run();
+  }
+}
+
+}  // namespace dch

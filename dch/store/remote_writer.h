@@ -1,0 +1,59 @@
+// remote_writer.h: writes rows of other sites into the file, and how far they are known.
+#ifndef DCH_STORE_REMOTE_WRITER_H
+#define DCH_STORE_REMOTE_WRITER_H
+
+#include <cstdint>
+#include <functional>
+#include <string_view>
+#include <vector>
+
+#include "dch/core/change.h"
+#include "dch/store/providers.h"
+#include "dch/store/remote_sources.h"
+#include "dch/store/sqlite.h"
+
+namespace dch {
+
+// Writes in the transaction of its caller; after one that did not succeed it is made anew. One
+// thread at a time.
+class RemoteWriter {
+ public:
+  // `providers` outlive it.
+  RemoteWriter(sqlite::Connection& connection, Providers& providers);
+
+  // Returns false, and writes nothing that is known, when there is no room for its groups. Each row
+  // is written at a position of its own, the next one.
+  bool write(const RemoteRows& change, const std::function<std::int64_t()>& usePosition);
+  void write(const StreamRead& change);
+
+ private:
+  // How far the rows of an epoch are known.
+  struct Known {
+    Epoch epoch;
+    std::int64_t number = 0;
+    std::int64_t changed = 0;  // the position of it; 0: it is as it is in the file
+  };
+  // Those of a change: few, and the same one most of the time.
+  using KnownEpochs = std::vector<Known>;
+  // Where a row belongs.
+  struct Place {
+    RemoteRowTable* table;
+    bool isRow;
+  };
+
+  Known& find(KnownEpochs* epochs, const Epoch& epoch);
+  std::vector<const RemoteRow*> newRows(const RemoteRows& change, KnownEpochs* epochs);
+  std::vector<Place> placesOf(const std::vector<const RemoteRow*>& rows);
+  void writeEpochs(std::string_view site, const KnownEpochs& epochs);
+
+  Providers& _providers;
+  RemoteSources _sources;
+  sqlite::Statement _findEpoch;
+  sqlite::Statement _setEpoch;
+  sqlite::Statement _setSite;
+  sqlite::Statement _setStream;
+};
+
+}  // namespace dch
+
+#endif  // DCH_STORE_REMOTE_WRITER_H
