@@ -31,12 +31,22 @@ SELECT length(CAST(name || owner AS BLOB)) FROM kept_actions)");
   return bytes;
 }
 
-std::optional<RowTable::Place> findFirst(const Providers& providers, std::int64_t from) {
-  std::optional<RowTable::Place> found;
-  for (const auto& table : providers.tables())
-    if (const auto first = table->firstFrom(from);
-        first && (!found || first->number < found->number))
-      found = first;
+using Place = std::optional<RowTable::Place>;
+
+const Place& earlier(const Place& left, const Place& right) {
+  return !right || (left && left->number <= right->number) ? left : right;
+}
+
+// Of the server's own rows.
+Place findFirst(const Providers& providers, std::int64_t from) {
+  Place found;
+  for (const auto& table : providers.tables()) found = earlier(found, table->firstFrom(from));
+  return found;
+}
+
+Place findFirstOfAll(const Providers& providers) {
+  Place found = findFirst(providers, 0);
+  for (const auto& table : providers.remoteTables()) found = earlier(found, table->first());
   return found;
 }
 
@@ -60,28 +70,42 @@ Retention::Retention(sqlite::Connection& connection, bool isPublished)
 bool Retention::step(ChangeWriter* writer, const RetentionLimits& limits, Time now) {
   const std::int64_t freePages = numberOf(&_freePages);
   const std::int64_t usedBytes = (numberOf(&_pageCount) - freePages) * _pageBytes - _recordBytes;
+  const Time keptSince = now - limits.days * day;
   return removeTooMany(writer, usedBytes, limits.megabytes * megabyte) ||
-         removeTooOld(writer, now - limits.days * day) || removeGroups(writer) || shrink(freePages);
+         removeTooOld(writer, keptSince) || removeTooOldRemote(writer, keptSince) ||
+         removeGroups(writer) || shrink(freePages);
 }
 
 // As many as take what is too much, if all take the same, and no more: they may be large and few.
 bool Retention::removeTooMany(ChangeWriter* writer, std::int64_t usedBytes,
                               std::int64_t mostBytes) {
   if (usedBytes <= mostBytes) return false;
-  const std::optional<RowTable::Place> first = findFirst(writer->providers(), 0);
+  const Place first = findFirstOfAll(writer->providers());
   if (!first) return false;
   const std::int64_t count = writer->keptPosition() - first->number + 1;
   const std::int64_t each = std::max<std::int64_t>(usedBytes / count, 1);
   remove(writer, first->number, std::min((usedBytes - mostBytes) / each + 1, stepRows),
-         std::numeric_limits<Time>::max());
+         std::nullopt);
   return true;
 }
 
 bool Retention::removeTooOld(ChangeWriter* writer, Time keptSince) {
   for (const std::int64_t start : writer->clockSteps().starts()) {
-    const std::optional<RowTable::Place> first = findFirst(writer->providers(), start);
+    const Place first = findFirst(writer->providers(), start);
     if (!first || first->time >= keptSince) continue;
     remove(writer, first->number, stepRows, keptSince);
+    return true;
+  }
+  return false;
+}
+
+bool Retention::removeTooOldRemote(ChangeWriter* writer, Time keptSince) {
+  for (const auto& table : writer->providers().remoteTables()) {
+    if (const auto& oldest = table->oldest(); !oldest || *oldest >= keptSince) continue;
+    sqlite::Transaction transaction(_connection);
+    const std::int64_t removed = table->removeOlder(keptSince, stepRows);
+    transaction.commit();
+    _removed += removed;
     return true;
   }
   return false;
@@ -100,8 +124,9 @@ void Retention::noteKept(const Change& change) noexcept {
   _recordBytes += bytesOfRecord(static_cast<std::int64_t>(textBytes), _pageBytes);
 }
 
-// Those that are older than `before`, of so many positions.
-void Retention::remove(ChangeWriter* writer, std::int64_t first, std::int64_t count, Time before) {
+// Those of so many positions: the server's own that are older than `before`, or else all.
+void Retention::remove(ChangeWriter* writer, std::int64_t first, std::int64_t count,
+                       std::optional<Time> before) {
   const Providers& providers = writer->providers();
   const std::int64_t last = first + count - 1;
   sqlite::Transaction transaction(_connection);
@@ -109,18 +134,23 @@ void Retention::remove(ChangeWriter* writer, std::int64_t first, std::int64_t co
   const std::int64_t published =
       _isPublished ? sqlite::queryNumber(_connection, "SELECT position FROM publishing") : last;
   const std::int64_t lastPublished = std::clamp(published, first - 1, last);
+  const Time end = before.value_or(std::numeric_limits<Time>::max());
   std::int64_t removed = 0;
   std::int64_t unpublished = 0;
   std::int64_t lastLost = 0;
   for (const auto& table : providers.tables()) {
-    if (const auto& each = table->first(); !each || each->number > last) continue;
-    if (first <= lastPublished) removed += table->remove(first, lastPublished, before);
+    if (const Place& each = table->first(); !each || each->number > last) continue;
+    if (first <= lastPublished) removed += table->remove(first, lastPublished, end);
     if (lastPublished == last) continue;
-    lastLost = std::max(lastLost, table->lastOf(lastPublished + 1, last, before));
-    unpublished += table->remove(lastPublished + 1, last, before);
+    lastLost = std::max(lastLost, table->lastOf(lastPublished + 1, last, end));
+    unpublished += table->remove(lastPublished + 1, last, end);
   }
   if (unpublished > 0) _noteUnpublished.bind(1, lastLost).run();
-  const std::optional<RowTable::Place> left = findFirst(providers, 0);
+  if (!before)
+    for (const auto& table : providers.remoteTables())
+      if (const Place& each = table->first(); each && each->number <= last)
+        removed += table->removeUpTo(last);
+  const Place left = findFirst(providers, 0);
   const std::int64_t firstLeft = left ? left->number : writer->keptPosition() + 1;
   writer->clockSteps().forgetBefore(firstLeft);
   writer->epochs().forgetBefore(firstLeft);

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 #include "dch/core/message.h"
 #include "dch/store/change_writer.h"
@@ -16,7 +17,8 @@ namespace dch {
 // One thread at a time.
 class Retention {
  public:
-  // How many positions a step takes at most: some milliseconds, in which rows wait.
+  // How many positions, or rows of other sites, a step takes at most: some milliseconds, in which
+  // rows wait.
   static constexpr std::int64_t stepRows = 2'000;
   // How many free pages stay for new rows when the file shrinks, and how many go in a step.
   static constexpr std::int64_t sparePages = 4'096;
@@ -39,13 +41,15 @@ class Retention {
 
   // How many rows it has removed.
   std::int64_t removed() const { return _removed; }
-  // Of those, how many were still to be published.
+  // Of those, how many of the server's own were still to be published.
   std::int64_t removedUnpublished() const { return _removedUnpublished; }
 
  private:
   bool removeTooMany(ChangeWriter* writer, std::int64_t usedBytes, std::int64_t mostBytes);
   bool removeTooOld(ChangeWriter* writer, Time keptSince);
-  void remove(ChangeWriter* writer, std::int64_t first, std::int64_t count, Time before);
+  bool removeTooOldRemote(ChangeWriter* writer, Time keptSince);
+  void remove(ChangeWriter* writer, std::int64_t first, std::int64_t count,
+              std::optional<Time> before);
   bool removeGroups(ChangeWriter* writer);
   bool shrink(std::int64_t freePages);
 
