@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <sstream>
 
+#include "dch/store/remote_places.h"
 #include "dch/store/rows_in_order.h"
 #include "dch/testkit/faulty_vfs.h"
 #include "dch/testkit/random_changes.h"
@@ -143,6 +144,11 @@ class StoreDeath : public testing::TestWithParam<Way> {
     });
     return rowsInFile().size() == static_cast<std::size_t>(rows);
   }
+  bool isEveryRemoteRowThere() {
+    testkit::RemoteModel all;
+    for (const Change& change : testkit::RandomChanges(seed()).make(changeCount)) all.apply(change);
+    return testkit::remoteRowsInFile(path()).size() == all.rows().size();
+  }
 
   static std::string textOf(ZORA_Long handle, std::string_view message) {
     std::string text = std::to_string(handle) + " ";
@@ -159,6 +165,7 @@ class StoreDeath : public testing::TestWithParam<Way> {
   void expectAllThatWasConcluded() {
     testkit::KnownState found;
     std::vector<std::string> inOrder;
+    std::string places;
     {
       testkit::RecordingLog log;
       SqliteStoreSettings settings;
@@ -169,19 +176,26 @@ class StoreDeath : public testing::TestWithParam<Way> {
       store.load([&](Change&& change) { found.apply(std::move(change)); });
       ASSERT_EQ(testkit::query(path(), "PRAGMA integrity_check"), "ok\n");
       inOrder = rowsInOrder(store);
+      places = testkit::textOf(readRemotePlaces([&] { return store.places(); }));
     }
     const std::vector<std::string> rows = rowsInFile();
+    const std::vector<std::string> remoteRows = testkit::remoteRowsInFile(path());
     EXPECT_EQ(inOrder, rows);
     const std::string text = found.text();
     testkit::KnownState expected;
+    testkit::RemoteModel expectedRemote;
     std::vector<std::string> expectedRows;
     std::uint64_t applied = 0;
     bool isSame = false;
     Time lastTime = 0;
     std::vector<Time> times;
+    const auto compare = [&] {
+      return isTheEndOf(rows, expectedRows, times, lastTime) &&
+             isAllBut(remoteRows, expectedRemote.rows(), expectedRemote.times(), lastTime) &&
+             places == expectedRemote.places() && expected.text() == text;
+    };
     for (Change& change : testkit::RandomChanges(seed(), GetParam().timeStep).make(changeCount)) {
-      isSame = applied >= _told->concluded && isTheEndOf(rows, expectedRows, times, lastTime) &&
-               expected.text() == text;
+      isSame = applied >= _told->concluded && compare();
       if (isSame) break;
       if (const auto* const row = std::get_if<Row>(&change)) {
         expectedRows.push_back(textOf(row->handle, row->message));
@@ -189,14 +203,17 @@ class StoreDeath : public testing::TestWithParam<Way> {
       }
       // The clock is ahead of what is kept by the changes of a group.
       lastTime += GetParam().timeStep;
+      expectedRemote.apply(change);
       expected.apply(std::move(change));
       ++applied;
     }
-    isSame = isSame || (isTheEndOf(rows, expectedRows, times, lastTime) && expected.text() == text);
-    EXPECT_TRUE(isSame) << "it has " << rows.size() << " rows, and knows\n"
-                        << text << "all " << applied << " would be " << expectedRows.size()
-                        << " rows and\n"
-                        << expected.text();
+    isSame = isSame || compare();
+    EXPECT_TRUE(isSame) << "it has " << rows.size() << " rows and " << remoteRows.size()
+                        << " of other sites, and knows\n"
+                        << text << places << "\nall " << applied << " would be "
+                        << expectedRows.size() << " rows and " << expectedRemote.rows().size()
+                        << ", and\n"
+                        << expected.text() << expectedRemote.places();
   }
 
   // Whether the rows are the last ones of `all`, without those alone that retention may remove.
@@ -204,10 +221,25 @@ class StoreDeath : public testing::TestWithParam<Way> {
                          const std::vector<Time>& times, Time now) {
     if (rows.size() > all.size()) return false;
     const std::size_t missing = all.size() - rows.size();
-    constexpr std::size_t largestGroup = 20;
-    const Time latest = now + largestGroup * GetParam().timeStep - keptDays * day;
-    return (missing == 0 || times[missing - 1] < latest) &&
+    return (missing == 0 || mayBeRemoved(times[missing - 1], now)) &&
            std::equal(rows.begin(), rows.end(), all.begin() + static_cast<std::ptrdiff_t>(missing));
+  }
+
+  // The same for rows that are removed by their times alone.
+  static bool isAllBut(const std::vector<std::string>& rows, const std::vector<std::string>& all,
+                       const std::vector<Time>& times, Time now) {
+    std::size_t found = 0;
+    for (std::size_t i = 0; i < all.size(); ++i)
+      if (found < rows.size() && rows[found] == all[i])
+        ++found;
+      else if (!mayBeRemoved(times[i], now))
+        return false;
+    return found == rows.size();
+  }
+
+  static bool mayBeRemoved(Time time, Time now) {
+    constexpr Time largestGroup = 20;
+    return time < now + largestGroup * GetParam().timeStep - keptDays * day;
   }
 
   std::string path() const { return _folder.path() + "/state.db"; }
@@ -223,6 +255,7 @@ TEST_P(StoreDeath, LosesNothingThatWasConcluded) {
   ASSERT_GT(operations, 300u);
   expectAllThatWasConcluded();
   EXPECT_EQ(isEveryRowThere(), GetParam().timeStep != day) << "retention was at work";
+  EXPECT_EQ(isEveryRemoteRowThere(), GetParam().timeStep != day) << "there too";
 
   const char* const wanted = std::getenv("ZORD410_STORE_DEATHS");
   const std::uint64_t deaths = wanted != nullptr ? operations : 10;

@@ -48,6 +48,7 @@ class StoreFaults : public testkit::StoreTest {
     startOnVfs(number % 3 == 0 ? Durability::power : Durability::process);
     _vfs.setDecision(decide);
     testkit::KnownState expected;
+    testkit::RemoteModel remote;
     std::size_t rows = 0;
     std::int64_t published = 0;
     const auto conclude = [&] {
@@ -58,6 +59,7 @@ class StoreFaults : public testkit::StoreTest {
         rows += std::holds_alternative<Row>(change) ? 1 : 0;
         if (const auto* const each = std::get_if<RowsPublished>(&change))
           published = each->position;
+        remote.apply(change);
         expected.apply(std::move(change));
       }
     };
@@ -76,8 +78,11 @@ class StoreFaults : public testkit::StoreTest {
     stop();
     startOnVfs();
     EXPECT_EQ(_known->text(), expected.text());
+    EXPECT_EQ(testkit::textOf(readRemotePlaces([this] { return _store->places(); })),
+              remote.places());
     stop();
     EXPECT_EQ(rowCount(), rows);
+    EXPECT_EQ(testkit::remoteRowsInFile(path()), remote.rows());
     EXPECT_GE(std::stoll(read("SELECT position FROM publishing")), published);
     EXPECT_EQ(read("PRAGMA integrity_check"), "ok\n");
     // ... nor for the next walk.
@@ -103,7 +108,7 @@ class StoreFaults : public testkit::StoreTest {
 
 TEST_F(StoreFaults, EveryOperationFailsInTurn) {
   std::uint64_t walks = 0;
-  for (std::uint64_t number = 1; !_isWalked && !HasFailure(); number += step(11), ++walks) {
+  for (std::uint64_t number = 1; !_isWalked && !HasFailure(); number += step(47), ++walks) {
     SCOPED_TRACE("operation " + std::to_string(number));
     walk(number % 2 == 1 ? DiskOutcome::fails : DiskOutcome::failsHalfway, number, 1);
   }
@@ -111,7 +116,7 @@ TEST_F(StoreFaults, EveryOperationFailsInTurn) {
 }
 
 TEST_F(StoreFaults, TheDiskIsFullForAWhile) {
-  for (std::uint64_t number = 1; !_isWalked && !HasFailure(); number += step(23)) {
+  for (std::uint64_t number = 1; !_isWalked && !HasFailure(); number += step(97)) {
     SCOPED_TRACE("operation " + std::to_string(number));
     walk(DiskOutcome::isFull, number, 12);
   }

@@ -14,10 +14,12 @@
 #include "dch/core/change.h"
 #include "dch/testkit/messages.h"
 #include "dch/testkit/registry_changes.h"
+#include "dch/testkit/remote_rows.h"
 
 namespace dch::testkit {
 
-// The same seed makes the same changes. Row number N has the time N * timeStep.
+// The same seed makes the same changes. Row number N has the time N * timeStep; rows of other sites
+// that come together count as one.
 class RandomChanges {
  public:
   explicit RandomChanges(std::uint32_t seed, Time timeStep = 1)
@@ -41,6 +43,8 @@ class RandomChanges {
         actOn(&changes);
       else if (kind < 28)
         changes.push_back(RowsPublished{_rowCount});
+      else if (kind < 36)
+        changes.push_back(_sites.make(&_random, ++_rowCount * _timeStep));
       else
         sendRow(&changes);
     }
@@ -156,6 +160,7 @@ class RandomChanges {
   std::map<std::string, std::vector<std::string>> _registered;
   std::vector<KnownSource> _sources;
   std::map<ZORA_Long, bool> _isRunning;
+  RandomSites _sites;
 };
 
 }  // namespace dch::testkit
