@@ -10,6 +10,7 @@
 #include "dch/net/waker.h"
 #include "dch/testkit/faulty_vfs.h"
 #include "dch/testkit/loop_thread.h"
+#include "dch/testkit/remote_rows.h"
 #include "dch/testkit/store_test.h"
 #include "tests/support/wait_until.h"
 
@@ -129,6 +130,25 @@ TEST_F(StandingInTest, TheStoresThreadWritesWhatTakesLong) {
   startOnLoop();
   keepRows(1'000);
   EXPECT_NE(_writer, _main);
+}
+
+TEST_F(StandingInTest, TheStoresThreadWritesManyRowsOfOtherSites) {
+  startOnLoop();
+  const auto keepRemoteRows = [this](std::int64_t first, std::int64_t count) {
+    RemoteRows change{"site", {}, {}, std::nullopt};
+    for (std::int64_t number = first; number < first + count; ++number)
+      change.rows.push_back(
+          testkit::remoteRow({testkit::epochOf(1), number}, "HOSTMON", "load", "host1"));
+    run([&] {
+      append(std::move(change));
+      _store->handOver();
+    });
+    waitUntilConcluded();
+  };
+  keepRemoteRows(1, 1'000);
+  EXPECT_NE(_writer, _main);
+  keepRemoteRows(1'001, 10);
+  EXPECT_EQ(_writer, _main) << "these are few";
 }
 
 TEST_F(StandingInTest, TheStoresThreadWaitsForFlushes) {
