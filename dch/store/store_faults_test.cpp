@@ -253,6 +253,21 @@ TEST_F(StoreFaults, WhatWasRefusedIsNotThereAfterADeath) {
   EXPECT_TRUE(keep(Row{1, 3, dataMessage(1)}));
 }
 
+// By its position it is seen that the file has it, though it tells no row.
+TEST_F(StoreFaults, WhatWasRefusedOfASiteIsNotThereAfterADeath) {
+  startOnVfs(Durability::power);
+  EXPECT_TRUE(keep(RemoteRows{"site", {}, {}, 1}));
+  _vfs.setDecision([](DiskOperation operation) {
+    return operation == DiskOperation::sync ? DiskOutcome::fails : DiskOutcome::works;
+  });
+  EXPECT_FALSE(keep(RemoteRows{"site", {}, {}, 2}));
+  const std::string copy = path() + "-of-the-dead";
+  for (const char* suffix : {"", "-wal"}) std::filesystem::copy(path() + suffix, copy + suffix);
+  EXPECT_EQ(testkit::query(copy, "SELECT passed_from FROM remote_sites"), "1\n");
+  _vfs.setDecision(nullptr);
+  EXPECT_TRUE(keep(RemoteRows{"site", {}, {}, 3}));
+}
+
 TEST_F(StoreFaults, ADiskThatDoesNotAnswerHoldsUpOnlyWhatIsToBeKept) {
   startOnVfs();
   goOnline();
