@@ -17,8 +17,8 @@ namespace dch {
 // thread at a time.
 class RemoteSources {
  public:
-  // Of so many it knows the handles at hand, which are those that send rows now: to find one in the
-  // file takes as long as to write its row. They take some 20 MB.
+  // Of so many it knows the handles at hand: those that send rows now. Others are searched for in
+  // the file.
   static constexpr std::size_t mostAtHand = 100'000;
 
   explicit RemoteSources(sqlite::Connection& connection);

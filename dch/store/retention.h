@@ -1,5 +1,5 @@
-// retention.h: removes the oldest rows, whatever their group, a few at a time, and groups that are
-// not needed any more.
+// retention.h: removes the oldest rows, whatever their group and their site, a few at a time, and
+// groups that are not needed any more.
 #ifndef DCH_STORE_RETENTION_H
 #define DCH_STORE_RETENTION_H
 
