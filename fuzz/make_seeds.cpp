@@ -288,6 +288,35 @@ Seeds windowSeeds() {
   return seeds;
 }
 
+// As fuzz/incoming_rows.cpp takes them: how much is fetched at once, then steps. Rows that the
+// stream loses, takes in another order or twice, that the site loses, too, and of a clone; each
+// with what the hub does about it.
+Seeds incomingSeeds() {
+  const auto step = [](unsigned kind, unsigned choice) { return byte(kind) + byte(choice); };
+  const std::string limits = byte(2);
+  const std::string write = step(0, 0x0c), writeBeside = step(0, 0xcd), publish = step(2, 0x4c);
+  const std::string lose = step(2, 0), publishTwice = step(2, 0xf8), arrive = step(4, 0xe0);
+  const std::string arriveLast = step(4, 0x07), read = step(11, 7);
+  const std::string restart = step(6, 0) + byte(0), goBack = step(7, 1) + byte(0x20);
+  const std::string removeOldest = step(8, 2), clone = byte(9), otherAnswers = step(9, 1);
+  const std::string loseStream = step(10, 0), loseOldest = step(10, 1);
+  const std::string ask = byte(15), answered = ask + step(15, 0) + step(15, 7),
+                    unanswered = ask + step(15, 0xff);
+  const std::string readAgain = byte(13) + step(13, 15) + step(13, 15), batch = byte(18),
+                    death = byte(19);
+  const std::string hole = limits + write + publish + lose + publish + arrive + arrive + read;
+  const std::string round = answered + readAgain + readAgain;
+  return {hole + round,
+          hole + unanswered + readAgain + round + round,
+          hole + batch + write + publish + arrive + read + death + round + round,
+          hole + goBack + write + publish + arrive + read + round + round,
+          hole + removeOldest + round + round + round,
+          hole + restart + write + publish + arriveLast + arriveLast + read + round,
+          hole + clone + writeBeside + writeBeside + publish + clone + otherAnswers + round + round,
+          hole + loseOldest + loseStream + write + publishTwice + arrive + read + round,
+          limits + write + write + publish + lose + arrive + read + answered + round};
+}
+
 // ---- Dictionaries ------------------------------------------------------------------------------
 
 // One entry as libFuzzer reads it.
@@ -368,6 +397,10 @@ std::map<std::string, Target> targets() {
        {windowSeeds(),
         {std::string("\0\0\3", 3), "\2\3", std::string("\3\0\0", 3), std::string("\3\0\2", 3),
          std::string("\4\0\1", 3), "\7\31", "\7\156"}}},
+      {"incoming_rows",
+       {incomingSeeds(),
+        {std::string("\17\17\0\17\7", 5), "\15\15\17", std::string("\2\0", 2), "\2\314", "\4\7",
+         "\4\340", "\13\7"}}},
       {"configuration_file",
        {{fuzz::configurationText, "[channel]\nport = 70000\nprot = 1\n", "port = 1919\n",
          "[channel\n", "[channel]\nallow = ['10.0.0.1/8', 7]\n"},

@@ -1,0 +1,183 @@
+#include "dch/link/incoming_rows.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace dch {
+
+namespace {
+
+template <class Names>
+auto findEpoch(Names& names, const Epoch& epoch) {
+  return std::find_if(names.begin(), names.end(),
+                      [&](const RowName& each) { return each.epoch == epoch; });
+}
+
+}  // namespace
+
+IncomingRows::IncomingRows(State state)
+    : _state(std::move(state)), _phase(_state.passedFrom ? Phase::toFetch : Phase::following) {}
+
+bool IncomingRows::fromStream(std::uint64_t sequence, const RowHeader& row) {
+  if (knows(row.name)) return false;
+  if (fits(row)) return keep(row.name);
+  passOver(sequence, row);
+  return false;
+}
+
+bool IncomingRows::again(std::uint64_t sequence, const RowHeader& row) {
+  if (_phase != Phase::rereading || knows(row.name)) return false;
+  if (fits(row)) return keep(row.name);
+  if (isNextAcross(row.name)) {
+    ++_gaps;
+    return keep(row.name);
+  }
+  passOver(sequence, row);
+  return false;
+}
+
+bool IncomingRows::fetched(const RowHeader& row) {
+  if (_phase != Phase::fetching) return false;
+  ++_rowsFetched;
+  if (knows(row.name)) {
+    // The next request is to begin there, however many runs of the site were told of since.
+    setKnown({row.name.epoch, knownUpTo(row.name.epoch)});
+    return false;
+  }
+  if (_toldBelow != all) return false;  // behind one that was left
+  if (!fits(row)) {
+    _isRowMissing = true;
+    return false;
+  }
+  if (row.name.number - 1 != row.previous.number && !mayLeaveOut(row)) {
+    _toldBelow = row.name.number;
+    return false;
+  }
+  return keep(row.name);
+}
+
+// Whether the stream has no row between it and the one before it.
+bool IncomingRows::mayLeaveOut(const RowHeader& row) const {
+  return _isPassedComplete && !_passed.mayHaveBefore(row.name, knownUpTo(row.name.epoch));
+}
+
+IncomingRows::Wants IncomingRows::wants() const {
+  switch (_phase) {
+    case Phase::toFetch:
+      return Wants::fetch;
+    case Phase::toReread:
+      return Wants::reread;
+    default:
+      return Wants::nothing;
+  }
+}
+
+std::vector<RowName> IncomingRows::beginFetch() {
+  if (_phase == Phase::following) _isPassedComplete = true;
+  _phase = Phase::fetching;
+  _passedBefore = _passed;
+  _rowsFetched = 0;
+  _isRowMissing = false;
+  _toldBelow = all;
+  const std::size_t count = std::min(_state.have.size(), mostFetchNames);
+  return {_state.have.begin(), _state.have.begin() + static_cast<std::ptrdiff_t>(count)};
+}
+
+bool IncomingRows::fetchEnded(const FetchEnd& end) {
+  if (_phase != Phase::fetching) return false;
+  if (_isRowMissing || _rowsFetched != end.rows) {
+    fetchFailed();
+    return false;
+  }
+  if (_toldBelow == all && !end.isAll)
+    _phase = Phase::toFetch;
+  else
+    _phase = _state.passedFrom ? Phase::toReread : Phase::following;
+  return true;
+}
+
+// When the site does not answer, the stream can have what was missing all the same.
+void IncomingRows::fetchFailed() {
+  if (_phase != Phase::fetching) return;
+  _toldBelow = 0;
+  if (!_state.passedFrom)
+    _phase = Phase::following;
+  else
+    _phase = _hasKept ? Phase::toReread : Phase::toFetch;
+}
+
+std::uint64_t IncomingRows::beginReread() {
+  _phase = Phase::rereading;
+  _passed.clear();
+  _hasKept = false;
+  return *_state.passedFrom;
+}
+
+void IncomingRows::rereadEnded() {
+  if (_phase != Phase::rereading) return;
+  _passed.removeKnown([this](const Epoch& epoch) { return knownUpTo(epoch); });
+  _isPassedComplete = true;
+  _across.clear();
+  if (_passed.empty()) {
+    _state.passedFrom.reset();
+    _phase = Phase::following;
+    return;
+  }
+  _state.passedFrom = _passed.firstSequence();
+  const bool isAcross = mayTakeAcross(_passed.lowest());
+  if (isAcross) _across = _passed;
+  _phase = isAcross ? Phase::toReread : Phase::toFetch;
+}
+
+void IncomingRows::rereadFailed() {
+  if (_phase == Phase::rereading) _phase = Phase::toReread;
+}
+
+void IncomingRows::streamBeganAnew() {
+  if (_state.passedFrom) _state.passedFrom = 0;
+  rereadFailed();
+}
+
+std::int64_t IncomingRows::knownUpTo(const Epoch& epoch) const {
+  const auto known = findEpoch(_state.have, epoch);
+  return known == _state.have.end() ? 0 : known->number;
+}
+
+// Whether the site would have told what is before it. It has if it was asked when that was passed
+// over, or something behind it.
+bool IncomingRows::mayTakeAcross(const RowName& name) const {
+  return name.number < _toldBelow && _passedBefore.hasFrom(name);
+}
+
+bool IncomingRows::isNextAcross(const RowName& name) {
+  if (_across.empty()) return false;
+  _across.removeKnown([this](const Epoch& epoch) { return knownUpTo(epoch); });
+  return !_across.empty() && _across.lowest() == name && mayTakeAcross(name);
+}
+
+bool IncomingRows::keep(const RowName& name) {
+  _hasKept = true;
+  setKnown(name);
+  return true;
+}
+
+void IncomingRows::setKnown(const RowName& name) {
+  const auto known = findEpoch(_state.have, name.epoch);
+  if (known == _state.have.end()) {
+    _state.have.insert(_state.have.begin(), name);
+    return;
+  }
+  known->number = name.number;
+  std::rotate(_state.have.begin(), known, known + 1);
+}
+
+void IncomingRows::passOver(std::uint64_t sequence, const RowHeader& row) {
+  if (!_state.passedFrom) {
+    _state.passedFrom = sequence;
+    _isPassedComplete = false;
+    if (_phase == Phase::following) _phase = Phase::toFetch;
+  }
+  _passed.add(sequence, row.name);
+}
+
+}  // namespace dch

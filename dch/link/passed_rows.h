@@ -1,0 +1,47 @@
+// passed_rows.h: which rows of a site the readers of the stream have passed over.
+#ifndef DCH_LINK_PASSED_ROWS_H
+#define DCH_LINK_PASSED_ROWS_H
+
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+#include "dch/core/row_name.h"
+
+namespace dch {
+
+// Notes the lowest and the highest of each epoch, however many they are. Pure.
+class PassedRows {
+ public:
+  void add(std::uint64_t sequence, const RowName& row);
+  void clear() { _ranges.clear(); }
+
+  // The highest number of an epoch up to which all rows are known.
+  using KnownUpTo = std::function<std::int64_t(const Epoch&)>;
+  // Forgets the epochs of which all is known.
+  void removeKnown(const KnownUpTo& knownUpTo);
+
+  bool empty() const { return _ranges.empty(); }
+  // These two may be asked while it is not empty. The lowest of any epoch:
+  RowName lowest() const;
+  // The lowest in the stream.
+  std::uint64_t firstSequence() const;
+
+  // Whether there may be some of its epoch that are neither known nor behind it.
+  bool mayHaveBefore(const RowName& row, std::int64_t knownUpTo) const;
+  // Whether there is one of its epoch that is not before it.
+  bool hasFrom(const RowName& row) const;
+
+ private:
+  struct Range {
+    RowName first;
+    std::int64_t last = 0;
+    std::uint64_t sequence = 0;  // the lowest in the stream
+  };
+
+  std::vector<Range> _ranges;
+};
+
+}  // namespace dch
+
+#endif  // DCH_LINK_PASSED_ROWS_H
