@@ -58,6 +58,10 @@ enum class Counter : std::size_t {
   linkRowsTooLarge,
   linkRowsLost,
   linkFailures,
+  linkRowsCollected,
+  linkRowsFetched,
+  linkRowsAfterGaps,
+  linkRowsRefused,
   // From here on gauges.
   applications,
   sources,
@@ -69,6 +73,8 @@ enum class Counter : std::size_t {
   liveClients,
   linkConnected,
   linkChangesBehind,
+  linkSites,
+  linkSitesSilent,
   count
 };
 
@@ -145,6 +151,14 @@ inline constexpr CounterDescription counterDescriptions[] = {
     {Counter::linkRowsLost, "link_rows_lost",
      "rows that retention removed before the link had published them"},
     {Counter::linkFailures, "link_failures", "times that the link was lost, or could not be made"},
+    {Counter::linkRowsCollected, "link_rows_collected",
+     "rows of other sites that this hub has kept"},
+    {Counter::linkRowsFetched, "link_rows_fetched",
+     "such rows that it has asked the sites themselves for"},
+    {Counter::linkRowsAfterGaps, "link_rows_after_gaps",
+     "such rows that follow others which are nowhere to be had"},
+    {Counter::linkRowsRefused, "link_rows_refused",
+     "messages of the link that are no rows, or of too many sites"},
     {Counter::applications, "applications", "applications that are registered"},
     {Counter::sources, "sources", "sources that have a handle"},
     {Counter::sourcesOnline, "sources_online", "sources that are on line"},
@@ -157,6 +171,9 @@ inline constexpr CounterDescription counterDescriptions[] = {
      "1 while there is a link with other servers, else 0"},
     {Counter::linkChangesBehind, "link_changes_behind",
      "rows and other changes that were kept and wait for the link, or are passed by it"},
+    {Counter::linkSites, "link_sites", "other sites whose rows this hub keeps"},
+    {Counter::linkSitesSilent, "link_sites_silent",
+     "those of them that did not answer when they were asked last"},
 };
 
 constexpr bool describesEveryCounter() {

@@ -5,17 +5,15 @@
 #include <initializer_list>
 #include <utility>
 
+#include "dch/testkit/row_names.h"
+
 namespace dch {
 namespace {
 
 using Wants = IncomingRows::Wants;
 using Names = std::vector<RowName>;
 
-RowName name(std::int64_t number, int run = 1) {
-  Epoch epoch;
-  epoch.bytes[0] = static_cast<std::uint8_t>(run);
-  return {epoch, number};
-}
+using testkit::name;
 
 RowHeader row(const RowName& each, const RowName& previous) {
   return {each, previous, 0, 0, {}};

@@ -2,11 +2,14 @@
 #ifndef DCH_LINK_LINK_SETTINGS_H
 #define DCH_LINK_LINK_SETTINGS_H
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace dch {
+
+inline constexpr std::size_t longestSiteName = 64;
 
 struct LinkUser {
   std::string name;
@@ -23,6 +26,8 @@ struct LinkSettings {
   std::optional<LinkUser> user = {};
   // A file of certificates that are trusted beside the system's.
   std::optional<std::string> tlsCa = {};
+  // It is a hub: its store keeps the rows of all sites.
+  bool storeRemote = false;
 
   bool operator==(const LinkSettings&) const = default;
 };

@@ -20,6 +20,7 @@ struct NatsEnd {
 using NatsOptions = std::unique_ptr<natsOptions, NatsEnd<natsOptions_Destroy>>;
 using NatsConnection = std::unique_ptr<natsConnection, NatsEnd<natsConnection_Destroy>>;
 using NatsSubscription = std::unique_ptr<natsSubscription, NatsEnd<natsSubscription_Destroy>>;
+using JetStreamContext = std::unique_ptr<jsCtx, NatsEnd<jsCtx_Destroy>>;
 using NatsMessage = std::unique_ptr<natsMsg, NatsEnd<natsMsg_Destroy>>;
 using NatsInbox = std::unique_ptr<natsInbox, NatsEnd<natsInbox_Destroy>>;
 

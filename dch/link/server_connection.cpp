@@ -172,9 +172,9 @@ ServerConnection::Heard ServerConnection::next(milliseconds atMost) {
   return heard;
 }
 
-NatsMessage ServerConnection::received(natsSubscription* subscription) {
+NatsMessage ServerConnection::received(natsSubscription* subscription, milliseconds atMost) {
   bool nobodyTakesIt = false;
-  return take(subscription, {}, &nobodyTakesIt);
+  return take(subscription, atMost, &nobodyTakesIt);
 }
 
 NatsMessage ServerConnection::take(natsSubscription* subscription, milliseconds atMost,
@@ -198,6 +198,12 @@ NatsMessage ServerConnection::take(natsSubscription* subscription, milliseconds 
 
 void ServerConnection::fail(const std::string& what) const {
   failFor(_server, what);
+}
+
+void ServerConnection::fail(const std::string& what, natsStatus status) const {
+  const std::string text = textOf(status);
+  failIfNotPermitted();
+  fail(what + ": " + text);
 }
 
 void ServerConnection::failAsLost(natsStatus status) const {

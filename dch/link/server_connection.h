@@ -55,10 +55,15 @@ class ServerConnection {
   // What is sent to the subject comes from received(); of several that share it each gets a part.
   // Throws LinkError.
   NatsSubscription share(const std::string& subject);
-  // What has come; null when nothing has. Throws as next() does.
-  NatsMessage received(natsSubscription* subscription);
+  // What comes; null when nothing does in time. Throws as next() does.
+  NatsMessage received(natsSubscription* subscription, std::chrono::milliseconds atMost = {});
+
+  // For what is made of it.
+  natsConnection* handle() const { return _connection.get(); }
 
   [[noreturn]] void fail(const std::string& what) const;
+  // `status` is that of this thread's last call of the library.
+  [[noreturn]] void fail(const std::string& what, natsStatus status) const;
 
  private:
   NatsMessage take(natsSubscription* subscription, std::chrono::milliseconds atMost,

@@ -150,7 +150,7 @@ std::string faultsOf(const json& settings) {
 
 }  // namespace
 
-void provideRowsStream(ServerConnection& connection) {
+StreamState provideRowsStream(ServerConnection& connection) {
   const std::string stream = std::string("the stream ") + rowsStreamName;
   try {
     JetStream jetStream(connection);
@@ -162,6 +162,8 @@ void provideRowsStream(ServerConnection& connection) {
     const std::string faults = faultsOf(answer.at("config"));
     if (!faults.empty())
       connection.fail(stream + " has settings that rows cannot do with: " + faults);
+    return {answer.value("created", std::string()),
+            answer.value("/state/last_seq"_json_pointer, std::uint64_t{0})};
   } catch (const json::exception&) {
     connection.fail("what JetStream says of " + stream + " cannot be read");
   }

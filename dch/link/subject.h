@@ -15,8 +15,20 @@ std::string subjectToken(std::string_view name);
 // Nothing unless subjectToken wrote it.
 std::optional<std::string> nameOfToken(std::string_view token);
 
+// Of the rows of a group.
+struct RowSubject {
+  std::string site;
+  std::string application;
+  std::string group;
+
+  friend bool operator==(const RowSubject&, const RowSubject&) = default;
+};
+
 // zord.rows.SITE.APPL.GROUP
 std::string rowSubject(std::string_view site, std::string_view application, std::string_view group);
+
+// Nothing unless rowSubject wrote it.
+std::optional<RowSubject> parseRowSubject(std::string_view text);
 
 }  // namespace dch
 

@@ -147,7 +147,6 @@ TEST(ConfigurationFileTest, SaysWhichValueIsWrongAndWhatIsRight) {
            {"[link]\nsite = 7", "a name of up to 64 English letters"},
            {"[link]\ncredentials = 7", "path of a file in quotes, not 7"},
            {"[link]\nnodes = ['x']", "left out: this version does not have it"},
-           {"[link]\nstore_remote = true", "left out: this version does not have it"},
            {"[web]\nlisten = 1980", "an address and port such as \"127.0.0.1:1980\""},
            {"[web]\nlisten = 'localhost:1980'", "an address and port such as"},
            {"[web]\nhosts = 'x'", "an array such as [\"monitor.example\"]"},

@@ -129,10 +129,6 @@ void readNoTexts(const toml::node& value, Configuration*) {
   if (textsIn(value)) throw WrongValue{value, leftOut};
 }
 
-void readOff(const toml::node& value, Configuration*) {
-  if (switchIn(value)) throw WrongValue{value, leftOut};
-}
-
 constexpr std::int64_t mostConnections = 1'000'000;
 constexpr std::int64_t leastMessageBytes = 64;
 constexpr std::int64_t mostMessageBytes = StreamLimits{}.heldBytes;  // longer ones never end
@@ -198,7 +194,8 @@ constexpr ConfigurationKey keys[] = {
     {"link", "tls_ca",
      [](const toml::node& value, Configuration* to) { to->link.tlsCa = pathIn(value); }},
     {"link", "nodes", readNoTexts},
-    {"link", "store_remote", readOff},
+    {"link", "store_remote",
+     [](const toml::node& value, Configuration* to) { to->link.storeRemote = switchIn(value); }},
 };
 
 }  // namespace

@@ -8,6 +8,7 @@
 #ifdef ZORD410_LINK
 #include "dch/link/link_log.h"
 #include "dch/link/row_publisher.h"
+#include "dch/service/server_hub.h"
 #endif
 
 namespace dch {
@@ -21,18 +22,20 @@ constexpr std::chrono::milliseconds longestEnd{2'000};
 
 }  // namespace
 
-ServerLink::ServerLink(ServerStore& store, const Log& log)
-    : _store(store), _log(log), _lines(std::make_unique<LinkLog>()) {}
+ServerLink::ServerLink(EventLoop& loop, ServerStore& store, const Log& log)
+    : _loop(loop), _store(store), _log(log), _lines(std::make_unique<LinkLog>()) {}
 
 ServerLink::~ServerLink() {
   if (_publisher == nullptr) return;
   stop();
   const bool hasEnded = _publisher->waitForEnd(longestEnd);
-  tick();
-  if (hasEnded) return;
+  const bool hasHubEnded = _hub == nullptr || _hub->waitForEnd(longestEnd);
+  keepPosition();
+  writeEvents();
   // The system still looks for the name of a server. The process ends without an answer.
-  static_cast<void>(_publisher.release());
-  static_cast<void>(_lines.release());
+  if (!hasEnded) static_cast<void>(_publisher.release());
+  if (!hasHubEnded) static_cast<void>(_hub.release());
+  if (!hasEnded || !hasHubEnded) static_cast<void>(_lines.release());
 }
 
 void ServerLink::start(const LinkSettings& settings) {
@@ -40,17 +43,21 @@ void ServerLink::start(const LinkSettings& settings) {
   _rows = _store.keptRows();
   if (!_rows) return _log.warn("link: no rows are published, as the state is in memory");
   _publisher = std::make_unique<RowPublisher>(settings, *_rows, *_lines);
+  if (settings.storeRemote)
+    _hub = std::make_unique<ServerHub>(_loop, _store.store(), settings, _rows->places, *_lines);
 }
 
 void ServerLink::tick() noexcept {
   if (_publisher == nullptr) return;
   keepPosition();
+  if (_hub != nullptr) _hub->tick();
   tellOfLostRows();
   writeEvents();
 }
 
 void ServerLink::stop() noexcept {
   if (_publisher != nullptr) _publisher->stop();
+  if (_hub != nullptr) _hub->stop();
 }
 
 void ServerLink::setCounters(Counters* counters) const {
@@ -63,6 +70,7 @@ void ServerLink::setCounters(Counters* counters) const {
   const std::int64_t behind = _rows->keptPosition() - figures.published.value_or(0);
   counters->set(Counter::linkChangesBehind,
                 static_cast<std::uint64_t>(std::max<std::int64_t>(behind, 0)));
+  if (_hub != nullptr) _hub->setCounters(counters);
 }
 
 // What is published behind it is published again after a sudden death, and told from what is there
@@ -104,8 +112,10 @@ void ServerLink::writeEvents() noexcept {
 
 class LinkLog {};
 class RowPublisher {};
+class ServerHub {};
 
-ServerLink::ServerLink(ServerStore& store, const Log& log) : _store(store), _log(log) {}
+ServerLink::ServerLink(EventLoop& loop, ServerStore& store, const Log& log)
+    : _loop(loop), _store(store), _log(log) {}
 ServerLink::~ServerLink() = default;
 void ServerLink::start(const LinkSettings&) {}
 void ServerLink::tick() noexcept {}

@@ -10,18 +10,21 @@
 #include "dch/core/log.h"
 #include "dch/core/store.h"
 #include "dch/link/link_settings.h"
+#include "dch/net/event_loop.h"
 #include "dch/service/server_store.h"
 
 namespace dch {
 
 class LinkLog;
 class RowPublisher;
+class ServerHub;
 
-// Has the store keep how far its rows are published. One thread, the loop's.
+// Has the store keep how far its rows are published, and in a hub the rows of others. One thread,
+// the loop's.
 class ServerLink : private StoreClient {
  public:
-  // `store` and `log` outlive it.
-  ServerLink(ServerStore& store, const Log& log);
+  // `loop`, `store` and `log` outlive it.
+  ServerLink(EventLoop& loop, ServerStore& store, const Log& log);
   // Waits for the end of what stop() has begun, which it calls if nobody has. What the store is to
   // keep then is appended to it.
   ~ServerLink();
@@ -46,11 +49,13 @@ class ServerLink : private StoreClient {
   void tellOfLostRows() noexcept;
   void writeEvents() noexcept;
 
+  EventLoop& _loop;
   ServerStore& _store;
   const Log& _log;
   std::optional<KeptRowsSource> _rows;
   std::unique_ptr<LinkLog> _lines;
   std::unique_ptr<RowPublisher> _publisher;
+  std::unique_ptr<ServerHub> _hub;
   std::int64_t _keptPosition = 0;  // that the store has kept, or is about to
   std::uint64_t _lostRowsToTell = 1;
 };

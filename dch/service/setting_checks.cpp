@@ -5,6 +5,7 @@
 #include <charconv>
 #include <string_view>
 
+#include "dch/link/link_settings.h"
 #include "dch/web/web_port.h"
 
 namespace dch {
@@ -12,7 +13,6 @@ namespace dch {
 namespace {
 
 constexpr std::size_t maxInstanceName = 20;
-constexpr std::size_t maxSiteName = 64;
 
 constexpr char nameCharacters[] =
     "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789.-_";
@@ -75,7 +75,7 @@ std::string checkHostName(const std::string& text) {
 }
 
 std::string checkSiteName(const std::string& text) {
-  return isName(text) && text.size() <= maxSiteName
+  return isName(text) && text.size() <= longestSiteName
              ? ""
              : "'" + text + "' is not a name of up to 64 letters, digits, '.', '-' and '_'";
 }

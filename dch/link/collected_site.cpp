@@ -1,0 +1,43 @@
+#include "dch/link/collected_site.h"
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+namespace dch {
+
+CollectedSite::CollectedSite(std::string name, IncomingRows::State kept)
+    : rows(kept), _name(std::move(name)), _kept(std::move(kept)) {}
+
+void CollectedSite::keep(const RowHeader& header, const RowSubject& subject,
+                         std::string_view message) {
+  _unkept.push_back({header.name, header.time, subject.application, subject.group, header.source,
+                     std::string(message)});
+}
+
+std::optional<RemoteRows> CollectedSite::takeUnkept() {
+  RemoteRows taken{.site = _name,
+                   .rows = std::exchange(_unkept, {}),
+                   .known = changedNames(),
+                   .passedFrom = rows.state().passedFrom};
+  const bool isNothing =
+      taken.rows.empty() && taken.known.empty() && taken.passedFrom == _kept.passedFrom;
+  if (isNothing) return std::nullopt;
+  _kept = rows.state();
+  return taken;
+}
+
+// What was changed comes first: behind it both are the same, however many runs the site has had.
+std::vector<RowName> CollectedSite::changedNames() const {
+  const std::vector<RowName>& now = rows.state().have;
+  const auto [nowEnd, keptEnd] =
+      std::mismatch(now.rbegin(), now.rend(), _kept.have.rbegin(), _kept.have.rend());
+  std::vector<RowName> changed;
+  std::copy_if(now.begin(), nowEnd.base(), std::back_inserter(changed),
+               [&, end = keptEnd.base()](const RowName& each) {
+                 return std::find(_kept.have.begin(), end, each) == end;
+               });
+  return changed;
+}
+
+}  // namespace dch

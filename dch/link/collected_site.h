@@ -1,0 +1,57 @@
+// collected_site.h: a site whose rows a hub collects, and what of it is still to be kept.
+#ifndef DCH_LINK_COLLECTED_SITE_H
+#define DCH_LINK_COLLECTED_SITE_H
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "dch/core/change.h"
+#include "dch/link/incoming_rows.h"
+#include "dch/link/subject.h"
+
+namespace dch {
+
+// One thread.
+class CollectedSite {
+ public:
+  using TimePoint = std::chrono::steady_clock::time_point;
+
+  // `kept`: what is in the store of it.
+  explicit CollectedSite(std::string name, IncomingRows::State kept = {});
+
+  const std::string& name() const { return _name; }
+
+  // Which of them are kept. What is said of it below is changed through this.
+  IncomingRows rows;
+
+  // When the site was heard of last, by a row or an answer.
+  TimePoint lastHeard{};
+  // Of the last row of it that the first reader of the stream has come to.
+  std::uint64_t lastSequence = 0;
+  // Not before then is it asked again.
+  TimePoint nextQuestion{};
+  TimePoint nextLook{};  // without need
+  bool answers = true;   // as far as is known
+
+  // A row that `rows` wants kept.
+  void keep(const RowHeader& header, const RowSubject& subject, std::string_view message);
+
+  // What is to be kept and was not taken yet; nothing when there is none.
+  std::optional<RemoteRows> takeUnkept();
+
+ private:
+  std::vector<RowName> changedNames() const;
+
+  const std::string _name;
+  IncomingRows::State _kept;  // or taken to be
+  std::vector<RemoteRow> _unkept;
+};
+
+}  // namespace dch
+
+#endif  // DCH_LINK_COLLECTED_SITE_H

@@ -1,0 +1,164 @@
+// row_collector.h: collects the rows of all other sites for a store that keeps them, on a thread of
+// its own.
+#ifndef DCH_LINK_ROW_COLLECTOR_H
+#define DCH_LINK_ROW_COLLECTOR_H
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "dch/core/change.h"
+#include "dch/link/collected_site.h"
+#include "dch/link/link_log.h"
+#include "dch/link/link_settings.h"
+#include "dch/link/row_header.h"
+#include "dch/link/server_connection.h"
+#include "dch/link/streamed_rows.h"
+#include "dch/link/subject.h"
+#include "dch/link/waitable_flag.h"
+#include "dch/store/file_place.h"
+
+namespace dch {
+
+// What has been done since it was made.
+struct CollectorFigures {
+  std::uint64_t rowsCollected = 0;  // and kept
+  std::uint64_t rowsFetched = 0;    // of those, from their sites themselves
+  std::uint64_t rowsAfterGaps = 0;  // of those, that follow rows that are nowhere to be had
+  std::uint64_t rowsRefused = 0;    // that are no rows, or of too many sites
+  std::uint64_t failures = 0;       // times that the connection was lost, or could not be made
+  std::size_t sites = 0;
+  std::size_t sitesSilent = 0;  // that did not answer when they were asked last
+};
+
+// Reads the stream, and asks a site itself for what is missing there. What it has collected is
+// taken from it and kept by somebody else, some rows at a time; it reads no more than that.
+class RowCollector {
+ public:
+  // `places`: of the state file, as of History. `wake` is called on its thread when there is
+  // something to take. `log` outlives it.
+  RowCollector(const LinkSettings& settings, std::function<StatePlaces()> places,
+               std::function<void()> wake, LinkLog& log);
+  // Waits for the end.
+  ~RowCollector();
+  RowCollector(const RowCollector&) = delete;
+  RowCollector& operator=(const RowCollector&) = delete;
+
+  // Collects nothing afterwards. Waits for nothing. Any thread.
+  void stop() noexcept { _stop.set(); }
+  // As of RowPublisher. Any thread.
+  bool waitForEnd(std::chrono::milliseconds atMost) { return _end.wait(atMost); }
+
+  // What is to be kept next, in this order; empty while what was taken before is not kept, or when
+  // there is nothing. Any thread.
+  std::vector<Change> take();
+  // All that was taken is kept. Any thread.
+  void taken() noexcept;
+
+  // Any thread.
+  CollectorFigures figures() const;
+
+ private:
+  using Clock = std::chrono::steady_clock;
+  using Sites = std::map<std::string, CollectedSite, std::less<>>;
+
+  // What a site is being asked for.
+  struct Question {
+    std::string site;
+    std::string name;  // by which its answers are known
+    Clock::time_point patientUntil;
+    std::uint64_t rows = 0;  // that came
+    std::size_t bytes = 0;
+  };
+  // The stream's rows of one site, read again.
+  struct SecondReading {
+    std::string site;
+    StreamedRows rows;
+    Clock::time_point patientUntil;
+  };
+
+  void run() noexcept;
+  void work();
+  void forgetAll() noexcept;
+  bool isUnderWay() const;
+  void findStart();
+  void connect();
+  void disconnect(std::string_view reason) noexcept;
+  const std::string& server() const { return _settings.servers[_turn % _settings.servers.size()]; }
+
+  void readStream(std::chrono::milliseconds atMost);
+  void lookForProgress();
+  void noteProgress();
+  void takeStreamed(const StreamedRows::Message& message, bool isAgain);
+  bool hasRoom() const;
+  CollectedSite* siteOf(const std::string& name);
+  void keep(CollectedSite* site, const RowHeader& header, const RowSubject& subject,
+            std::string_view message);
+  void refuse(const std::string& why);
+
+  void ask();
+  CollectedSite* siteToAsk(Clock::time_point now);
+  void takeAnswers(std::chrono::milliseconds atMost);
+  void takeAnswer(natsMsg* message);
+  enum class Answer { none, bad, good };
+  void endQuestion(Answer answer);
+
+  void readAgain();
+  bool beginSecondReading(Clock::time_point now);
+  void endSecondReading(bool isAtEnd);
+
+  void handOver();
+  void showFigures();
+
+  const LinkSettings _settings;
+  const std::function<void()> _wake;
+  LinkLog& _log;
+
+  // The thread's own.
+  const std::function<StatePlaces()> _places;
+  bool _knowsStart = false;
+  std::unique_ptr<ServerConnection> _connection;
+  std::optional<StreamedRows> _stream;
+  std::optional<Question> _question;
+  std::optional<SecondReading> _secondReading;
+  std::size_t _turn = 0;  // of the servers
+  Sites _sites;
+  StreamPlace _read;      // the last message that was read
+  bool _isAtEnd = false;  // as far as is known, of the stream
+  bool _isGood = false;   // the server has sent rows, or has no more
+  Clock::time_point _patientUntil;
+  std::string _lastAsked;
+  std::uint64_t _questions = 0;
+  std::set<CollectedSite*> _touched;  // what is to be kept of them may have changed
+  std::size_t _unkeptRows = 0;        // collected and not handed over yet
+  std::size_t _unkeptBytes = 0;
+  CollectorFigures _counted;
+
+  WaitableFlag _stop;
+  WaitableFlag _end;
+  mutable std::mutex _mutex;
+  std::vector<Change> _handedOver;
+  std::size_t _rowsHandedOver = 0;
+  bool _isUnderWay = false;
+  StreamPlace _handedOverUpTo;
+  StreamPlace _keptUpTo;  // all that was read up to there is kept
+  StreamPlace _toldUpTo;  // to the store
+  Clock::time_point _nextPlace;
+  CollectorFigures _figures;
+
+  std::thread _thread;
+};
+
+}  // namespace dch
+
+#endif  // DCH_LINK_ROW_COLLECTOR_H

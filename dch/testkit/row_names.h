@@ -1,0 +1,20 @@
+// row_names.h: short names of rows.
+#ifndef DCH_TESTKIT_ROW_NAMES_H
+#define DCH_TESTKIT_ROW_NAMES_H
+
+#include <cstdint>
+
+#include "dch/core/row_name.h"
+
+namespace dch::testkit {
+
+// Of a run that has this number.
+inline RowName name(std::int64_t number, int run = 1) {
+  Epoch epoch;
+  epoch.bytes[0] = static_cast<std::uint8_t>(run);
+  return {epoch, number};
+}
+
+}  // namespace dch::testkit
+
+#endif  // DCH_TESTKIT_ROW_NAMES_H
