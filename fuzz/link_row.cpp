@@ -57,6 +57,12 @@ std::vector<std::string_view> split(std::string_view text, char separator) {
   return parts;
 }
 
+bool isSubject(std::string_view text) {
+  const auto tokens = split(text, '.');
+  return tokens.size() == 5 && tokens[0] == "zord" && tokens[1] == "rows" &&
+         isEscaped(tokens[2], "-") && isEscaped(tokens[3], "-") && isEscaped(tokens[4], "-");
+}
+
 constexpr std::string_view most64 = "9223372036854775807";
 
 bool isHeader(std::string_view text) {
@@ -102,6 +108,11 @@ void checkAsText(std::string_view text) {
   const auto name = dch::nameOfToken(text);
   fuzz::require(name.has_value() == isEscaped(text, "-"), "what a token is");
   fuzz::require(!name || dch::subjectToken(*name) == text, "a name has one token");
+  const auto subject = dch::parseRowSubject(text);
+  fuzz::require(subject.has_value() == isSubject(text), "what a subject is");
+  fuzz::require(
+      !subject || dch::rowSubject(subject->site, subject->application, subject->group) == text,
+      "a subject has one text");
   const auto header = dch::parseRowHeader(text);
   fuzz::require(header.has_value() == isHeader(text), "what a header is");
   fuzz::require(!header || dch::rowHeaderText(*header) == text, "a header has one text");
@@ -152,13 +163,12 @@ void checkAsFetchOf(fuzz::Input input) {
 void checkAsNames(fuzz::Input input) {
   const std::string_view names[] = {input.takeLine(), input.takeLine(), input.takeRest()};
   const std::string subject = dch::rowSubject(names[0], names[1], names[2]);
+  fuzz::require(isSubject(subject), "a subject as it is to be");
   const auto tokens = split(subject, '.');
-  fuzz::require(tokens.size() == 5 && tokens[0] == "zord" && tokens[1] == "rows", "five tokens");
-  for (std::size_t index = 0; index < 3; ++index) {
-    const std::string_view token = tokens[index + 2];
-    fuzz::require(isEscaped(token, "-"), "a token as it is to be");
-    fuzz::require(dch::nameOfToken(token) == names[index], "a token leads back");
-  }
+  for (std::size_t index = 0; index < 3; ++index)
+    fuzz::require(dch::nameOfToken(tokens[index + 2]) == names[index], "a token leads back");
+  const dch::RowSubject made{std::string(names[0]), std::string(names[1]), std::string(names[2])};
+  fuzz::require(dch::parseRowSubject(subject) == made, "a subject leads back");
 }
 
 }  // namespace

@@ -50,5 +50,38 @@ TEST(RowSubject, NamesSiteApplicationAndGroup) {
   EXPECT_EQ("zord.rows.a%2Eexample.%.%3E", rowSubject("a.example", "", ">"));
 }
 
+TEST(RowSubject, LeadsBackToTheNames) {
+  for (const RowSubject& each :
+       {RowSubject{"site-1", "HOSTMON", "load"}, RowSubject{"a.b", "c.d.e", "."},
+        RowSubject{"", "", ""}, RowSubject{"%", "*", ">"}, RowSubject{"K\xc3\xb6ln", " ", "\n"}})
+    EXPECT_EQ(each, parseRowSubject(rowSubject(each.site, each.application, each.group)));
+}
+
+TEST(RowSubject, NothingElseIsOne) {
+  for (const char* each : {"",
+                           "zord.rows",
+                           "zord.rows.",
+                           "zord.rows.a",
+                           "zord.rows.a.b",
+                           "zord.rows.a.b.",
+                           "zord.rows..b.c",
+                           "zord.rows.a..c",
+                           "zord.rows.a.b.c.",
+                           "zord.rows.a.b.c.d",
+                           "zord.rows...",
+                           ".zord.rows.a.b.c",
+                           "zord.rowsa.b.c",
+                           "zord.rows a.b.c",
+                           "zord.fetch.a.b.c",
+                           "Zord.rows.a.b.c",
+                           "zord.rows.a.b.%2e",
+                           "zord.rows.a.%41.c",
+                           "zord.rows.%%.b.c",
+                           "zord.rows.a.*.c",
+                           "zord.rows.a.b.>",
+                           "zord.rows.a.b.c\n"})
+    EXPECT_EQ(std::nullopt, parseRowSubject(each)) << each;
+}
+
 }  // namespace
 }  // namespace dch
