@@ -1,0 +1,235 @@
+#include "dch/link/row_collector.h"
+
+#include <gmock/gmock.h>
+
+#include <atomic>
+
+#include "dch/testkit/collector_test.h"
+
+namespace dch::testkit {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+
+using RowCollectorTest = CollectorTest;
+
+TEST_F(RowCollectorTest, CollectsTheRowsOfAllOtherSitesInTheirOrder) {
+  makeStream();
+  ScriptedSite west(_nats.url(), "west", 1), east(_nats.url(), "east", 2);
+  ScriptedSite own(_nats.url(), "hub", 3);
+  west.publish({1, 2});
+  own.publish({1, 2, 5});
+  east.publish({1});
+  collect();
+  ASSERT_TRUE(waitUntilKept("west", 2));
+  east.publish({2});
+  west.publish({3});
+  ASSERT_TRUE(waitUntilKept("west", 3));
+  ASSERT_TRUE(waitUntilKept("east", 2));
+  EXPECT_THAT(kept("west"), ElementsAre("row 1", "row 2", "row 3"));
+  EXPECT_THAT(kept("east"), ElementsAre("row 1", "row 2"));
+  EXPECT_THAT(kept("hub"), IsEmpty());
+  EXPECT_EQ(figures().rowsCollected, 5u);
+  EXPECT_TRUE(waitUntil([&] { return figures().sites == 2; }, linkPatience));
+  EXPECT_EQ(figures().rowsFetched, 0u);
+}
+
+TEST_F(RowCollectorTest, MakesTheStreamWhereThereIsNone) {
+  collect();
+  ScriptedSite west(_nats.url(), "west");
+  ASSERT_NE(askJetStream(_nats.url(), "INFO"), "");
+  west.publish({1});
+  EXPECT_TRUE(waitUntilKept("west", 1));
+}
+
+TEST_F(RowCollectorTest, GoesOnBehindWhatIsKept) {
+  makeStream();
+  ScriptedSite west(_nats.url(), "west");
+  west.publish({1, 2});
+  collect();
+  ASSERT_TRUE(waitUntilKept("west", 2));
+  collect();
+  west.publish({3});
+  ASSERT_TRUE(waitUntilKept("west", 3));
+  EXPECT_THAT(kept("west"), ElementsAre("row 1", "row 2", "row 3"));
+}
+
+TEST_F(RowCollectorTest, HasThePlaceInTheStreamKept) {
+  makeStream();
+  ScriptedSite west(_nats.url(), "west");
+  west.publish({1, 2});
+  collect();
+  const auto isKept = [&] {
+    return readRemotePlaces([this] { return _store->places(); }).stream.sequence == 2;
+  };
+  EXPECT_TRUE(waitUntilKeeping(isKept));
+}
+
+TEST_F(RowCollectorTest, RowsThatAreMissingAreFetched) {
+  makeStream();
+  ScriptedSite west(_nats.url(), "west");
+  west.setScript([&](const Question& question) { return west.fileAnswer(question, 5); });
+  west.publish({1, 4, 5});
+  collect();
+  ASSERT_TRUE(waitUntilKept("west", 5));
+  EXPECT_THAT(kept("west"), ElementsAre("row 1", "row 2", "row 3", "row 4", "row 5"));
+  EXPECT_TRUE(waitUntil([&] { return figures().rowsFetched >= 2; }, linkPatience));
+  EXPECT_EQ(figures().rowsAfterGaps, 0u);
+}
+
+TEST_F(RowCollectorTest, ALastRowThatTheStreamHasLostIsFetched) {
+  makeStream();
+  ScriptedSite west(_nats.url(), "west");
+  west.setScript([&](const Question& question) { return west.fileAnswer(question, 2); });
+  west.publish({1});
+  collect();
+  EXPECT_TRUE(waitUntilKept("west", 2));
+}
+
+TEST_F(RowCollectorTest, ASiteThatDoesNotAnswerIsToldOnceAndAnswersAgain) {
+  makeStream();
+  ScriptedSite west(_nats.url(), "west");
+  west.setScript([](const Question&) { return ScriptedSite::Answer{}; });
+  west.publish({1, 3});
+  collect();
+  ASSERT_TRUE(waitUntilKeeping([&] { return west.questions().size() >= 3; }));
+  EXPECT_THAT(kept("west"), ElementsAre("row 1")) << "and nothing across the hole";
+  EXPECT_EQ(timesTold("site west does not answer, and rows of it are missing here"), 1u);
+  EXPECT_EQ(figures().sitesSilent, 1u);
+  EXPECT_EQ(timesTold("answers again"), 0u);
+  west.setScript([&](const Question& question) { return west.fileAnswer(question, 3); });
+  ASSERT_TRUE(waitUntilKept("west", 3));
+  EXPECT_THAT(kept("west"), ElementsAre("row 1", "row 2", "row 3"));
+  EXPECT_TRUE(waitUntil([&] { return timesTold("site west answers again") == 1; }, linkPatience));
+  EXPECT_TRUE(waitUntil([&] { return figures().sitesSilent == 0; }, linkPatience));
+}
+
+// The servers say at once that nobody listens.
+TEST_F(RowCollectorTest, ASiteThatIsAwayIsAskedWhenItIsBack) {
+  makeStream();
+  ScriptedSite west(_nats.url(), "west");
+  west.publish({1, 3});
+  collect();
+  ASSERT_TRUE(waitUntilKeeping([&] { return timesTold("site west does not answer") == 1; }));
+  west.setScript([&](const Question& question) { return west.fileAnswer(question, 3); });
+  ASSERT_TRUE(waitUntilKept("west", 3));
+  EXPECT_EQ(timesTold("site west does not answer"), 1u);
+}
+
+TEST_F(RowCollectorTest, AnAnswerThatLosesAMessageIsAskedForAgain) {
+  makeStream();
+  ScriptedSite west(_nats.url(), "west");
+  std::atomic<int> answers = 0;
+  west.setScript([&](const Question& question) {
+    ScriptedSite::Answer answer = west.fileAnswer(question, 5);
+    const bool losesOne = ++answers == 1;
+    if (losesOne) std::erase(answer.rows, 3);
+    return answer;
+  });
+  west.publish({1, 5});
+  collect();
+  ASSERT_TRUE(waitUntilKept("west", 5));
+  EXPECT_THAT(kept("west"), ElementsAre("row 1", "row 2", "row 3", "row 4", "row 5"));
+  EXPECT_GE(answers, 2);
+}
+
+// It is not quiet meanwhile: what it publishes is behind the hole.
+TEST_F(RowCollectorTest, AnAnswerThatIsASentenceIsAskedForAgain) {
+  makeStream();
+  ScriptedSite west(_nats.url(), "west");
+  std::atomic<std::int64_t> last = 3;
+  std::atomic<int> answers = 0;
+  west.setScript([&](const Question& question) {
+    if (++answers <= 2) return ScriptedSite::Answer{.error = "not today"};
+    return west.fileAnswer(question, last);
+  });
+  west.publish({1, 3});
+  collect();
+  const auto isAskedAgain = [&] {
+    west.publish({last + 1});
+    ++last;
+    return answers >= 3;
+  };
+  ASSERT_TRUE(waitUntilKeeping(isAskedAgain));
+  ASSERT_TRUE(waitUntilKept("west", static_cast<std::size_t>(last)));
+  EXPECT_EQ(kept("west").size(), static_cast<std::size_t>(last));
+  EXPECT_EQ(timesTold("does not answer"), 0u);
+}
+
+// As rows of a state that the site's file has lost.
+TEST_F(RowCollectorTest, RowsThatOnlyTheStreamHasAreTakenWhenTheSiteHasAnswered) {
+  makeStream();
+  ScriptedSite west(_nats.url(), "west");
+  std::atomic<bool> isBack = false;
+  west.setScript([&](const Question&) {
+    if (!isBack) return ScriptedSite::Answer{};
+    return ScriptedSite::Answer{.end = FetchEnd{west.nameOf(1), 0, true}};
+  });
+  west.publish({1, 3, 4});
+  collect();
+  ASSERT_TRUE(waitUntilKeeping([&] { return west.questions().size() >= 2; }));
+  EXPECT_THAT(kept("west"), ElementsAre("row 1"));
+  isBack = true;
+  ASSERT_TRUE(waitUntilKept("west", 3));
+  EXPECT_THAT(kept("west"), ElementsAre("row 1", "row 3", "row 4"));
+  EXPECT_TRUE(waitUntil([&] { return figures().rowsAfterGaps == 1; }, linkPatience));
+}
+
+TEST_F(RowCollectorTest, RowsThatWerePassedOverAreTakenAfterARestart) {
+  makeStream();
+  ScriptedSite west(_nats.url(), "west");
+  west.publish({1, 3});
+  collect();
+  const auto isKept = [&] {
+    const RemotePlaces places = readRemotePlaces([this] { return _store->places(); });
+    return places.stream.sequence == 2 && places.sites.front().passedFrom == 2;
+  };
+  ASSERT_TRUE(waitUntilKeeping(isKept));
+  collect();
+  west.setScript([&](const Question&) {
+    return ScriptedSite::Answer{.end = FetchEnd{west.nameOf(1), 0, true}};
+  });
+  ASSERT_TRUE(waitUntilKept("west", 2));
+  EXPECT_THAT(kept("west"), ElementsAre("row 1", "row 3"));
+}
+
+// The place in the file is of the other one.
+TEST_F(RowCollectorTest, WhatIsTakenAndNotKeptIsNotFollowedByMore) {
+  makeStream();
+  ScriptedSite west(_nats.url(), "west");
+  west.setScript([&](const Question& question) { return west.fileAnswer(question, 0); });
+  west.publish({1});
+  collect();
+  ASSERT_THAT(waitForRows(), ElementsAre("west row 1"));
+  west.publish({2});
+  ASSERT_TRUE(waitUntil([&] { return isAskedBehind(west, 2); }, linkPatience)) << "it is read";
+  EXPECT_THAT(_collector->take(), IsEmpty());
+  EXPECT_EQ(figures().rowsCollected, 0u);
+  keepTaken();
+  EXPECT_THAT(waitForRows(), ElementsAre("west row 2"));
+  EXPECT_EQ(figures().rowsCollected, 1u);
+}
+
+TEST_F(RowCollectorTest, MoreRowsThanWaitAtATimeAreAllCollected) {
+  makeStream();
+  ScriptedSite west(_nats.url(), "west");
+  std::vector<std::int64_t> numbers;
+  while (numbers.size() < 3'000) numbers.push_back(static_cast<std::int64_t>(numbers.size()) + 1);
+  west.publish(numbers);
+  collect();
+  const Lines first = waitForRows();
+  EXPECT_LE(first.size(), 1'024u);
+  for (const std::string& each : first) _kept.push_back(each);
+  keepTaken();
+  ASSERT_TRUE(waitUntilKept("west", 3'000));
+  const Lines rows = kept("west");
+  ASSERT_THAT(rows, SizeIs(3'000));
+  for (std::size_t row = 0; row < rows.size(); ++row)
+    ASSERT_EQ(rows[row], "row " + std::to_string(numbers[row]));
+}
+
+// A slow machine may bring other faults, each told once too.
+}  // namespace
+}  // namespace dch::testkit
