@@ -65,7 +65,10 @@ Configuration readConfiguration(const Options& options) {
   if (configuration.tokenFile)
     configuration.webAccess.token =
         readTokenFile(*configuration.tokenFile, &configuration.warnings);
-  if (!configuration.link.servers.empty()) completeLink(&configuration);
+  if (!configuration.link.servers.empty())
+    completeLink(&configuration);
+  else if (configuration.link.storeRemote)
+    throw ConfigurationError("store_remote in [link] needs servers there");
   return configuration;
 }
 
