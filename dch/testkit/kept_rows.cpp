@@ -52,11 +52,13 @@ class SourceRows {
 }  // namespace
 
 void compareRows(const std::string& path, const std::string& view,
-                 const std::vector<SourceBook>& sources, KeptRows* found, bool removesOld) {
+                 const std::vector<SourceBook>& sources, KeptRows* found, bool removesOld,
+                 const std::string& condition) {
   std::map<std::string, SourceRows> rows;
   for (const SourceBook& source : sources) rows.try_emplace(source.name, source, removesOld, found);
   // The rows of a group come in the order in which they were kept.
-  std::istringstream lines(query(path, "SELECT source, number FROM \"" + view + "\""));
+  std::istringstream lines(
+      query(path, "SELECT source, number FROM \"" + view + "\" WHERE " + condition));
   for (std::string line; std::getline(lines, line);) {
     const std::size_t bar = line.find('|');
     if (bar == std::string::npos) throw std::runtime_error(view + ": " + line);

@@ -34,9 +34,11 @@ struct KeptRows {
 };
 
 // Adds what the view of a group has of these sources, which are all of its sources. With
-// `removesOld` rows may be missing before the first one that is there.
+// `removesOld` rows may be missing before the first one that is there. `condition` (SQL) says which
+// of the view's rows count.
 void compareRows(const std::string& path, const std::string& view,
-                 const std::vector<SourceBook>& sources, KeptRows* found, bool removesOld = false);
+                 const std::vector<SourceBook>& sources, KeptRows* found, bool removesOld = false,
+                 const std::string& condition = "true");
 
 }  // namespace dch::testkit
 

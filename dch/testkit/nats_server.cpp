@@ -52,10 +52,20 @@ void NatsServer::kill() {
 }
 
 void NatsServer::restart() {
+  end();
+  start();
+}
+
+void NatsServer::restartEmpty() {
+  end();
+  std::filesystem::remove_all(_folder.path() + "/store");
+  start();
+}
+
+void NatsServer::end() {
   _process->signal(SIGCONT);
   _process->signal(SIGTERM);
   _process->finish();
-  start();
 }
 
 }  // namespace dch::testkit

@@ -33,11 +33,14 @@ class NatsServer {
   void kill();
   // Ends it if it runs, starts it anew with the same store and waits until it serves.
   void restart();
+  // The same with an empty store.
+  void restartEmpty();
 
   // What it wrote since it was started.
   std::string log() const { return _process->standardError(); }
 
  private:
+  void end();
   void start();
   int servedPort() const;
 
