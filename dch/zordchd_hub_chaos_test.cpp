@@ -49,16 +49,8 @@ class ZordchdHubChaosTest : public ::testing::Test {
  protected:
   ZordchdHubChaosTest() { std::cout << "ZORD410_SEED=" << _seed << '\n'; }
 
-  // What they wrote last helps to find why something is missing.
   void TearDown() override {
-    for (Party* const party : _parties) {
-      party->senders.clear();
-      if (!HasFailure() || !party->server.isRunning()) continue;
-      constexpr std::size_t shown = 4'000;
-      const std::string lines = party->server.process().standardError();
-      std::cout << party->server.site() << ":\n"
-                << lines.substr(lines.size() - std::min(lines.size(), shown));
-    }
+    for (Party* const party : _parties) party->senders.clear();
   }
 
   void beginAll() {
@@ -240,6 +232,16 @@ class ZordchdHubChaosTest : public ::testing::Test {
     return found;
   }
 
+  // What they wrote last helps to find why something is missing.
+  void showWhatTheySay() const {
+    for (Party* const party : _parties) {
+      constexpr std::size_t shown = 4'000;
+      const std::string lines = party->server.process().standardError();
+      std::cout << party->server.site() << ":\n"
+                << lines.substr(lines.size() - std::min(lines.size(), shown));
+    }
+  }
+
   // Of one site, with what its senders were told, and with its own file.
   void compareHubWith(const Party& party, KeptRows* found) const {
     const bool isHub = &party == &_hub;
@@ -276,6 +278,7 @@ TEST_F(ZordchdHubChaosTest, TheHubHasEachRowThatWasAcknowledgedOnce) {
   EXPECT_TRUE(hubComesTo(_west));
   EXPECT_TRUE(hubComesTo(_east));
   const std::chrono::duration<double> behind = std::chrono::steady_clock::now() - end;
+  if (HasFailure()) showWhatTheySay();
   EXPECT_EQ(_hub.server.end(), 0);  // what is on its way comes, too
   KeptRows found;
   for (const Party* const party : _parties) compareHubWith(*party, &found);
