@@ -375,11 +375,11 @@ void RowCollector::readAgain() {
 bool RowCollector::beginSecondReading(Clock::time_point now) {
   for (auto& [name, site] : _sites)
     if (site.rows.wants() == IncomingRows::Wants::reread) {
-      _secondReading.emplace(
-          SecondReading{name,
-                        StreamedRows(*_connection, "zord.rows." + subjectToken(name) + ".>",
-                                     site.rows.beginReread()),
-                        now + patienceWithStream});
+      // That may fail, and nothing has begun then.
+      StreamedRows rows(*_connection, "zord.rows." + subjectToken(name) + ".>",
+                        *site.rows.state().passedFrom);
+      site.rows.beginReread();
+      _secondReading.emplace(SecondReading{name, std::move(rows), now + patienceWithStream});
       return true;
     }
   return false;
