@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "dch/link/nats.h"
+#include "dch/link/row_header.h"
 #include "dch/testkit/clients.h"
 #include "dch/testkit/jet_stream.h"
 #include "dch/testkit/link_test.h"
@@ -232,31 +233,74 @@ TEST_F(ZordchdHubTest, MissesNothingWhenNatsIsKilledAndWhenItsStoreIsLost) {
   expectHubHasAll();
 }
 
-// Hears what a site is asked for, and says nothing.
-class SilentListener {
+// Hears what a site is asked for, and says what a test wants it to.
+class FalseSite {
  public:
-  SilentListener(const std::string& url, const std::string& subject) {
+  FalseSite(const std::string& url, const std::string& site) : _site(site) {
     natsConnection* connection = nullptr;
     EXPECT_EQ(natsConnection_ConnectTo(&connection, url.c_str()), NATS_OK);
     _connection.reset(connection);
-    natsSubscription* subscription = nullptr;
-    EXPECT_EQ(natsConnection_SubscribeSync(&subscription, connection, subject.c_str()), NATS_OK);
-    _subscription.reset(subscription);
+    natsSubscription* requests = nullptr;
+    EXPECT_EQ(natsConnection_SubscribeSync(&requests, connection, ("zord.fetch." + site).c_str()),
+              NATS_OK);
+    _requests.reset(requests);
     EXPECT_EQ(natsConnection_Flush(connection), NATS_OK);
   }
 
-  bool hearsOne() const {
-    natsMsg* message = nullptr;
-    const natsStatus status = natsSubscription_NextMsg(
-        &message, _subscription.get(), std::chrono::milliseconds(linkPatience).count());
-    natsMsg_Destroy(message);
-    return status == NATS_OK;
+  // Where the answer to the next request has to go; empty when none comes.
+  std::string nextAsker() const {
+    natsMsg* request = nullptr;
+    if (natsSubscription_NextMsg(&request, _requests.get(),
+                                 std::chrono::milliseconds(linkPatience).count()) != NATS_OK)
+      return "";
+    const NatsMessage end(request);
+    return natsMsg_GetReply(request);
   }
 
+  // The row behind the one with the number before.
+  void sendRow(int number, const std::string& to) const {
+    const Epoch epoch{1};
+    const RowHeader header{.name = {epoch, number}, .previous = {epoch, number - 1}, .source = "s"};
+    const std::string message = dataMessage(1, {{"load1", 'D', std::to_string(number)}});
+    natsMsg* made = nullptr;
+    EXPECT_EQ(natsMsg_Create(&made, to.c_str(), nullptr, message.data(),
+                             static_cast<int>(message.size())),
+              NATS_OK);
+    const NatsMessage end(made);
+    natsMsgHeader_Set(made, "Zord-Row", rowHeaderText(header).c_str());
+    natsMsgHeader_Set(made, "Zord-Subject", subject().c_str());
+    EXPECT_EQ(natsConnection_PublishMsg(_connection.get(), made), NATS_OK);
+  }
+  std::string subject() const { return "zord.rows." + _site + ".HOSTMON.load"; }
+  void flush() const { EXPECT_EQ(natsConnection_Flush(_connection.get()), NATS_OK); }
+
  private:
+  const std::string _site;
   NatsConnection _connection;
-  NatsSubscription _subscription;
+  NatsSubscription _requests;
 };
+
+TEST_F(ZordchdHubTest, GoesOnWhenItIsCutOffInTheMidstOfAnAnswer) {
+  askJetStream(_nats.url(), "CREATE");
+  const FalseSite north(_nats.url(), "north");
+  north.sendRow(2'000, north.subject());
+  north.flush();
+  _hub.begin();
+  const std::string asker = north.nextAsker();
+  ASSERT_NE(asker, "");
+  // So that it has nothing to give to its store but these rows.
+  EXPECT_TRUE(
+      waitUntil([this] { return query(_hub.path(), "SELECT sequence FROM stream_read") == "1\n"; },
+                linkPatience));
+  constexpr int rows = 1'024;  // as many as the hub has without having given them to its store
+  for (int number = 1; number <= rows; ++number) north.sendRow(number, asker);
+  north.flush();
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));  // they are on their way
+  _hub.gate().cut();
+  _hub.gate().pass();
+  EXPECT_NE(north.nextAsker(), "");
+  EXPECT_LE(countOfHub(), static_cast<std::size_t>(rows));
+}
 
 TEST_F(ZordchdHubTest, SaysOnceThatASiteIsAwayOfWhichItMissesRowsAndWaitsForIt) {
   const std::string missing = "site west does not answer, and rows of it are missing here";
@@ -270,8 +314,8 @@ TEST_F(ZordchdHubTest, SaysOnceThatASiteIsAwayOfWhichItMissesRowsAndWaitsForIt) 
   _hub.begin();
   EXPECT_TRUE(_hub.process().waitForError(missing));
   {
-    const SilentListener west(_nats.url(), "zord.fetch.west");
-    for (int question = 0; question < 3; ++question) EXPECT_TRUE(west.hearsOne());
+    const FalseSite west(_nats.url(), "west");
+    for (int question = 0; question < 3; ++question) EXPECT_NE(west.nextAsker(), "");
   }
   send(&_east, 5);
   EXPECT_TRUE(comesTrue([this] { return countOfHub() == 30; }));  // all of the other site
