@@ -268,7 +268,7 @@ class ZordchdHubChaosTest : public ::testing::Test {
 };
 
 TEST_F(ZordchdHubChaosTest, TheHubHasEachRowThatWasAcknowledgedOnce) {
-  const unsigned harms = numberFrom("ZORD410_HUB_HARMS", 10);
+  const unsigned harms = numberFrom("ZORD410_HUB_HARMS", 6);
   beginAll();
   EXPECT_TRUE(allSend());
   walk(harms);
