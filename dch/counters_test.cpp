@@ -67,6 +67,7 @@ constexpr CounterCase counterCases[] = {
     {Counter::linkRowsPublished, OF_LINK(linkRowsPublished)},
     {Counter::linkRowsTooLarge, OF_LINK(linkRowsTooLarge)},
     {Counter::linkRowsLost, cases::linkRowsLost},
+    {Counter::linkRowsNoRoom, cases::linkRowsNoRoom},
     {Counter::linkFailures, OF_LINK(linkFailures)},
     {Counter::applications, cases::applications},
     {Counter::sources, cases::sources},

@@ -62,6 +62,7 @@ enum class Counter : std::size_t {
   linkRowsFetched,
   linkRowsAfterGaps,
   linkRowsRefused,
+  linkRowsNoRoom,
   // From here on gauges.
   applications,
   sources,
@@ -159,6 +160,8 @@ inline constexpr CounterDescription counterDescriptions[] = {
      "such rows that follow others which are nowhere to be had"},
     {Counter::linkRowsRefused, "link_rows_refused",
      "messages of the link that are no rows, or of too many sites"},
+    {Counter::linkRowsNoRoom, "link_rows_no_room",
+     "rows of other sites that were left out for want of room for their groups"},
     {Counter::applications, "applications", "applications that are registered"},
     {Counter::sources, "sources", "sources that have a handle"},
     {Counter::sourcesOnline, "sources_online", "sources that are on line"},

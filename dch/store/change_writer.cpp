@@ -104,10 +104,11 @@ bool ChangeWriter::write(const RowsPublished& change) {
 
 // Behind the position of the change itself each row has another one.
 bool ChangeWriter::write(const RemoteRows& change) {
-  return _remote.write(change, [this] {
+  _remote.write(change, [this] {
     usePosition(false);
     return _position;
   });
+  return true;
 }
 
 bool ChangeWriter::write(const StreamRead& change) {

@@ -42,6 +42,9 @@ class ChangeWriter {
   // The transaction is kept.
   void committed();
 
+  // Of other sites, for want of room for their groups, since it was asked last.
+  RemoteWriter::RowsRefused takeRowsRefused() { return _remote.takeRowsRefused(); }
+
   // In a transaction of its own: removes some of the groups that are not needed any more.
   void removeUnusedGroups(std::size_t most);
 

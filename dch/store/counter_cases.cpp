@@ -1,6 +1,7 @@
 // What the store's file makes move.
 #include <chrono>
 
+#include "dch/store/providers.h"
 #include "dch/testkit/counter_cases.h"
 #include "dch/testkit/faulty_vfs.h"
 #include "dch/testkit/store_test.h"
@@ -125,6 +126,22 @@ void linkRowsLost() {
     return moves.of(Counter::rowsRemoved) == 7;
   }));
   EXPECT_EQ(moves.of(Counter::linkRowsLost), 4);
+}
+
+void linkRowsNoRoom() {
+  CountedStore store;
+  const CounterMoves moves(store.counters);
+  RemoteRows change{"west", {}, {}, {}};
+  for (std::size_t group = 0; group <= Providers::maxGroupsWithRemote; ++group)
+    change.rows.push_back({{{}, static_cast<std::int64_t>(group) + 1},
+                           0,
+                           "A",
+                           "g" + std::to_string(group),
+                           "host1",
+                           {}});
+  EXPECT_TRUE(store.keep(std::move(change)));
+  store.setCounters();
+  EXPECT_EQ(moves.of(Counter::linkRowsNoRoom), 3) << "two groups are the store's own";
 }
 
 // A disk that takes its time shows what is counted: at least that, and no more than has passed.

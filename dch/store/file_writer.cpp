@@ -1,6 +1,7 @@
 #include "dch/store/file_writer.h"
 
 #include <algorithm>
+#include <bit>
 #include <chrono>
 #include <exception>
 #include <stdexcept>
@@ -104,6 +105,7 @@ bool FileWriter::tryToWrite(std::vector<Item>* group) noexcept {
     position = writeAll(group);
     transaction.commit();
     _writer->committed();
+    noteRowsRefused(_writer->takeRowsRefused());
   } catch (const std::exception& error) {
     isKept = recover(position);
     begin(&_writing, error.what());
@@ -119,20 +121,31 @@ std::int64_t FileWriter::writeAll(std::vector<Item>* group) {
     item.isKept = _writer->write(*item.change);
     if (item.isKept) continue;
     if (const auto* const change = std::get_if<Registered>(item.change))
-      tellRefused(printable(change->registration.applName) + " was not registered");
-    else if (const auto* const rows = std::get_if<RemoteRows>(item.change))
-      tellRefused("rows of site " + printable(rows->site) + " were not kept");
+      tellRefused(Providers::maxGroups,
+                  printable(change->registration.applName) + " was not registered", 1, &_refused);
   }
   const std::int64_t position = _writer->finish();
   _position = std::max(_position, position);
   return position;
 }
 
-void FileWriter::tellRefused(const std::string& what) {
-  if (!isToldAt(++_refused)) return;
-  const std::string reason = what + ", " + std::to_string(_refused) + " refused so far";
-  tell(("has no room for more than " + std::to_string(Providers::maxGroups) + " groups").c_str(),
-       reason.c_str());
+void FileWriter::noteRowsRefused(const RemoteWriter::RowsRefused& refused) {
+  if (refused.rows == 0) return;
+  tellRefused(Providers::maxGroupsWithRemote,
+              "rows such as " + printable(refused.first) + " are left out", refused.rows,
+              &_rowsRefused);
+  const std::lock_guard lock(_mutex);
+  _figures.remoteRowsRefused = _rowsRefused;
+}
+
+// Each time that they are twice as many.
+void FileWriter::tellRefused(std::size_t most, const std::string& what, std::uint64_t more,
+                             std::uint64_t* refused) {
+  const bool isTold = std::bit_width(*refused + more) > std::bit_width(*refused);
+  *refused += more;
+  if (!isTold) return;
+  const std::string reason = what + ", " + std::to_string(*refused) + " refused so far";
+  tell(("has no room for more than " + std::to_string(most) + " groups").c_str(), reason.c_str());
 }
 
 // The transaction is rolled back, but when its commit failed late it may be in the file all the

@@ -25,6 +25,7 @@ struct StoreFigures {
   std::uint64_t changesRefused = 0;
   std::uint64_t rowsRemoved = 0;             // by retention
   std::uint64_t rowsRemovedUnpublished = 0;  // of those; see SqliteStoreSettings
+  std::uint64_t remoteRowsRefused = 0;       // for want of room for their groups
   std::uint64_t failures = 0;      // groups, checkpoints, steps of retention, looks at its place
   std::uint64_t microseconds = 0;  // in which groups were written
   std::int64_t position = 0;       // the highest that is kept
@@ -92,7 +93,9 @@ class FileWriter {
   bool tryToWrite(std::vector<Item>* group) noexcept;
   void makeWriter();
   std::int64_t writeAll(std::vector<Item>* group);
-  void tellRefused(const std::string& what);
+  void noteRowsRefused(const RemoteWriter::RowsRefused& refused);
+  void tellRefused(std::size_t most, const std::string& what, std::uint64_t more,
+                   std::uint64_t* refused);
   bool recover(std::int64_t position) noexcept;
   void takeOutOfLog();
   void tryToWriteAgain() noexcept;
@@ -112,7 +115,9 @@ class FileWriter {
   Retention _retention;
   std::int64_t _position = 0;  // the highest that was ever used
   RetentionLimits _limits;
-  std::uint64_t _refused = 0;  // for want of room for their groups
+  // For want of room for their groups.
+  std::uint64_t _refused = 0;
+  std::uint64_t _rowsRefused = 0;  // of other sites
   std::size_t _changesSinceLook = 0;
   std::chrono::steady_clock::time_point _lastLook;
   bool _hasMoreToTidy = true;

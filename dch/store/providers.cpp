@@ -1,6 +1,7 @@
 #include "dch/store/providers.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace dch {
@@ -76,26 +77,34 @@ bool Providers::makeRoomFor(const suite::Registration& registration) {
       kept.insert(group);
     else
       ++newGroups;
-  return makeRoomFor(newGroups, kept);
+  return roomFor(newGroups, maxGroups, kept) == newGroups;
 }
 
-bool Providers::makeRoomFor(const std::vector<const RemoteRow*>& rows) {
+void Providers::makeRoomFor(std::vector<const RemoteRow*>* rows) {
+  const auto nameOf = [](const RemoteRow* row) {
+    return std::pair<std::string_view, std::string_view>(row->application, row->group);
+  };
   std::set<std::pair<std::string_view, std::string_view>> newGroups;
   std::set<const Group*> kept;
-  for (const RemoteRow* const row : rows)
+  for (const RemoteRow* const row : *rows)
     if (const Group* const group = find(row->application, row->group); group == nullptr)
-      newGroups.emplace(row->application, row->group);
+      newGroups.insert(nameOf(row));
     else if (group->remoteTable == nullptr)
       kept.insert(group);
-  return makeRoomFor(newGroups.size(), kept);
+  const std::size_t room = roomFor(newGroups.size(), maxGroupsWithRemote, kept);
+  while (newGroups.size() > room) newGroups.erase(std::prev(newGroups.end()));
+  std::erase_if(*rows, [&](const RemoteRow* row) {
+    return find(row->application, row->group) == nullptr && !newGroups.contains(nameOf(row));
+  });
 }
 
-// Groups that are not needed make room for the new ones, but for some.
-bool Providers::makeRoomFor(std::size_t newGroups, const std::set<const Group*>& kept) {
+// For how many of them there is room; groups that are not needed make some, but for those kept.
+std::size_t Providers::roomFor(std::size_t newGroups, std::size_t most,
+                               const std::set<const Group*>& kept) {
+  if (newGroups == 0) return 0;
   const std::size_t count = _tables.size() + newGroups;
-  if (newGroups == 0 || count <= maxGroups) return true;
-  const std::size_t missing = count - maxGroups;
-  return removeUnused(missing, kept) == missing;
+  if (count > most) removeUnused(count - most, kept);
+  return std::min(newGroups, most - std::min(most, _tables.size()));
 }
 
 const Providers::Group* Providers::find(std::string_view application,

@@ -32,6 +32,8 @@ class Providers {
   // table or two and a view, and what makes another one takes longer with their number. Far above
   // what a suite has.
   static constexpr std::size_t maxGroups = 2'000;
+  // Other sites' rows make no more where there are so many: this server's own have room, too.
+  static constexpr std::size_t maxGroupsWithRemote = 1'500;
 
   // Reads what is in the file.
   explicit Providers(sqlite::Connection& connection);
@@ -47,10 +49,10 @@ class Providers {
   // Removes some of them, as many as that at most. Returns how many.
   std::size_t removeUnused(std::size_t most) { return removeUnused(most, {}); }
 
-  // What these rows need, which are of other sites, in this order: room for their groups, which
-  // there may not be, and then nothing that is known is written; the table for each one, and
-  // columns for these attributes; all of that in the file. The tables are in use then.
-  bool makeRoomFor(const std::vector<const RemoteRow*>& rows);
+  // What rows of other sites need, in this order: room for their groups, and those are left out for
+  // which there is none; the table for each one, and columns for these attributes; all of that in
+  // the file. The tables are in use then.
+  void makeRoomFor(std::vector<const RemoteRow*>* rows);
   RemoteRowTable& enter(const RemoteRow& row, const std::vector<std::string_view>& attributes);
   void defineEntered();
 
@@ -88,7 +90,7 @@ class Providers {
 
   void readSources(const std::unordered_map<std::int64_t, Group*>& groups);
   bool makeRoomFor(const suite::Registration& registration);
-  bool makeRoomFor(std::size_t newGroups, const std::set<const Group*>& kept);
+  std::size_t roomFor(std::size_t newGroups, std::size_t most, const std::set<const Group*>& kept);
   std::size_t removeUnused(std::size_t most, const std::set<const Group*>& kept);
   void remove(const Group& group);
   const Group* find(std::string_view application, std::string_view group) const;

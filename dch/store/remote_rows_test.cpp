@@ -228,31 +228,50 @@ TEST_F(RemoteRowsTest, NamesMayBeAnyBytes) {
 TEST_F(RemoteRowsTest, ThereIsNoRoomForMoreGroups) {
   beginOwn();
   RemoteRows change = rows({});
-  for (std::size_t group = 1; group < Providers::maxGroups; ++group) {
+  for (std::size_t group = 2; group < Providers::maxGroupsWithRemote; ++group) {
     const auto next = static_cast<std::int64_t>(group);
     change.rows.push_back(rowOf("B", "g" + std::to_string(group), next));
   }
   ASSERT_TRUE(keep(change)) << "all of them in one";
-  const std::string before = places();
-  const std::string sources = read("SELECT count(*) FROM remote_sources");
-  RemoteRows more = rows({row(5'000), rowOf("C", "g", 5'001)});
-  more.known = {{epochOf(9), 1}};
-  more.passedFrom = 7;
   _log.lines.clear();
-  EXPECT_FALSE(keep(more));
-  EXPECT_THAT(_log.lines, ElementsAre(HasSubstr("rows of site s were not kept, 1 refused so far")));
-  EXPECT_EQ(places(), before) << "nothing of it";
-  EXPECT_EQ(read("SELECT count(*) FROM remote_sources"), sources);
-  EXPECT_EQ(read("SELECT count(*) FROM sqlite_schema WHERE name = 'remote_rows_1'"), "0\n");
-  EXPECT_TRUE(keep(rows({rowOf("B", "g1", 5'000)})));
-  EXPECT_FALSE(keep(registered("appl:D,KEY;group:g;attr:a,N,4;")));
+  const auto groups = [this] { return read("SELECT count(*) FROM known_groups"); };
+  // The first of the new ones has a place.
+  ASSERT_TRUE(keep(rows({row(5'000), rowOf("C", "g", 5'001), rowOf("D", "g", 5'002),
+                         rowOf("D", "g", 5'003), row(5'004)})));
+  EXPECT_EQ(show("time_us", "A.g"), "5000\n5004\n1000000\n");
+  EXPECT_EQ(show("time_us", "C.g"), "5001\n");
+  EXPECT_EQ(groups(), std::to_string(Providers::maxGroupsWithRemote) + "\n");
+  EXPECT_THAT(_log.lines,
+              ElementsAre(HasSubstr("has no room for more than 1500 groups: rows such as D.g of "
+                                    "site s are left out, 2 refused so far")));
+  EXPECT_EQ(_store->figures().remoteRowsRefused, 2u);
+  // They are known: nobody tries again and again to have them kept.
+  ASSERT_TRUE(keep(rows({remoteRow({epochOf(7), 9}, "D", "g", "host1")})));
+  EXPECT_THAT(places(), HasSubstr("07000000:9 "));
+  EXPECT_EQ(_store->figures().remoteRowsRefused, 3u);
+  EXPECT_TRUE(keep(registered("appl:E,KEY;group:g;attr:a,N,4;"))) << "there is room for its own";
+}
+
+// Whoever makes up runs takes no room.
+TEST_F(RemoteRowsTest, TheRunsThatWereChangedLongestAgoAreForgotten) {
+  const auto runs = static_cast<int>(mostKnownEpochs) + 5;
+  for (int run = 1; run <= runs; ++run)
+    append(rows({remoteRow({epochOf(run), 1}, "A", "g", "host1")}));
+  append(rows({remoteRow({epochOf(1), 1}, "A", "g", "host1")}, "t"));
+  _store->finish();
+  const auto count = [this](const std::string& what) {
+    return read("SELECT count(*) FROM remote_epochs WHERE " + what);
+  };
+  EXPECT_EQ(count("site = 's'"), std::to_string(mostKnownEpochs) + "\n");
+  EXPECT_EQ(count("site = 't'"), "1\n") << "that is another site";
+  EXPECT_EQ(read("SELECT count(*) FROM \"A.g\""), std::to_string(runs + 1) + "\n");
 }
 
 // But for those that the same change needs.
 TEST_F(RemoteRowsTest, GroupsThatAreNotNeededMakeRoomForThem) {
   std::string text;
   RemoteRows change = rows({});
-  for (std::size_t group = 0; group < Providers::maxGroups; ++group) {
+  for (std::size_t group = 0; group < Providers::maxGroupsWithRemote; ++group) {
     const std::string name = "g" + std::to_string(group);
     text += "group:" + name + ";attr:a,N,4;";
     if (group > 0) change.rows.push_back(rowOf("A", name, static_cast<std::int64_t>(group)));
@@ -264,7 +283,8 @@ TEST_F(RemoteRowsTest, GroupsThatAreNotNeededMakeRoomForThem) {
   append(change);
   _store->finish();
   EXPECT_TRUE(_client.concluded.back().second);
-  EXPECT_EQ(read("SELECT count(*) FROM known_groups"), std::to_string(Providers::maxGroups) + "\n");
+  EXPECT_EQ(read("SELECT count(*) FROM known_groups"),
+            std::to_string(Providers::maxGroupsWithRemote) + "\n");
   EXPECT_EQ(read("SELECT name FROM sqlite_schema WHERE name = 'A.g0'"), "");
   EXPECT_EQ(read("SELECT count(*) FROM \"A.g7\""), "1\n");
   EXPECT_EQ(read("SELECT count(*) FROM \"B.g\""), "2\n");

@@ -44,14 +44,18 @@ RemoteWriter::RemoteWriter(sqlite::Connection& connection, Providers& providers)
       _sources(connection),
       _findEpoch(connection, "SELECT number FROM remote_epochs WHERE epoch = ?"),
       _setEpoch(connection, "INSERT OR REPLACE INTO remote_epochs VALUES (?, ?, ?, ?)"),
+      _forgetEpochs(connection,
+                    "DELETE FROM remote_epochs WHERE site = ?1 AND changed <= (SELECT changed FROM "
+                    "remote_epochs WHERE site = ?1 ORDER BY changed DESC LIMIT 1 OFFSET " +
+                        std::to_string(mostKnownEpochs) + ")"),
       _setSite(connection, "INSERT OR REPLACE INTO remote_sites VALUES (?, ?)"),
       _setStream(connection, "UPDATE stream_read SET stream = ?, sequence = ?") {}
 
-bool RemoteWriter::write(const RemoteRows& change,
+void RemoteWriter::write(const RemoteRows& change,
                          const std::function<std::int64_t()>& usePosition) {
   KnownEpochs epochs;
-  const std::vector<const RemoteRow*> rows = newRows(change, &epochs);
-  if (!_providers.makeRoomFor(rows)) return false;
+  std::vector<const RemoteRow*> rows = newRows(change, &epochs);
+  const std::uint64_t refused = refuseWithoutRoom(change.site, &rows);
   const std::vector<Place> places = placesOf(rows);
   for (std::size_t i = 0; i < rows.size(); ++i) {
     const RemoteRow& row = *rows[i];
@@ -66,6 +70,9 @@ bool RemoteWriter::write(const RemoteRows& change,
     known.number = std::max(known.number, name.number);
     known.changed = usePosition();
   });
+  if (refused > 0)  // it has no position of a row
+    for (Known& each : epochs)
+      if (each.changed == 0) each.changed = usePosition();
   writeEpochs(change.site, epochs);
   _setSite.bindText(1, change.site);
   if (change.passedFrom)
@@ -73,7 +80,6 @@ bool RemoteWriter::write(const RemoteRows& change,
   else
     _setSite.bindNull(2);
   _setSite.run();
-  return true;
 }
 
 void RemoteWriter::write(const StreamRead& change) {
@@ -85,9 +91,10 @@ RemoteWriter::Known& RemoteWriter::find(KnownEpochs* epochs, const Epoch& epoch)
                                   [&](const Known& each) { return each.epoch == epoch; });
   if (known != epochs->rend()) return *known;
   bindEpoch(_findEpoch, 1, epoch);
-  const std::int64_t number = _findEpoch.step() ? _findEpoch.number(0) : 0;
+  const bool isInFile = _findEpoch.step();
+  const std::int64_t number = isInFile ? _findEpoch.number(0) : 0;
   _findEpoch.reset();
-  return epochs->emplace_back(Known{epoch, number});
+  return epochs->emplace_back(Known{epoch, number, isInFile});
 }
 
 // Those that are not known yet; they are then.
@@ -100,6 +107,22 @@ std::vector<const RemoteRow*> RemoteWriter::newRows(const RemoteRows& change, Kn
     rows.push_back(&row);
   }
   return rows;
+}
+
+// Returns how many.
+std::uint64_t RemoteWriter::refuseWithoutRoom(std::string_view site,
+                                              std::vector<const RemoteRow*>* rows) {
+  const std::vector<const RemoteRow*> all = *rows;
+  _providers.makeRoomFor(rows);
+  const std::uint64_t refused = all.size() - rows->size();
+  if (refused == 0) return 0;
+  if (_refused.rows == 0) {
+    const RemoteRow& first =
+        **std::mismatch(all.begin(), all.end(), rows->begin(), rows->end()).first;
+    _refused.first = first.application + '.' + first.group + " of site " + std::string(site);
+  }
+  _refused.rows += refused;
+  return refused;
 }
 
 // All columns that the rows need come at once, which makes the file's schema be read again.
@@ -118,11 +141,14 @@ std::vector<RemoteWriter::Place> RemoteWriter::placesOf(const std::vector<const 
 }
 
 void RemoteWriter::writeEpochs(std::string_view site, const KnownEpochs& epochs) {
+  bool isNew = false;
   for (const Known& each : epochs) {
     if (each.changed == 0) continue;
+    isNew = isNew || !each.isInFile;
     bindEpoch(_setEpoch, 1, each.epoch);
     _setEpoch.bindText(2, site).bind(3, each.number).bind(4, each.changed).run();
   }
+  if (isNew) _forgetEpochs.bindText(1, site).run();
 }
 
 }  // namespace dch

@@ -4,7 +4,9 @@
 
 #include <cstdint>
 #include <functional>
+#include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "dch/core/change.h"
@@ -21,16 +23,24 @@ class RemoteWriter {
   // `providers` outlive it.
   RemoteWriter(sqlite::Connection& connection, Providers& providers);
 
-  // Returns false, and writes nothing that is known, when there is no room for its groups. Each row
-  // is written at a position of its own, the next one.
-  bool write(const RemoteRows& change, const std::function<std::int64_t()>& usePosition);
+  // Each row is written at a position of its own, the next one. Those for whose groups there is no
+  // room are refused: they are known then, and nowhere in the file.
+  void write(const RemoteRows& change, const std::function<std::int64_t()>& usePosition);
   void write(const StreamRead& change);
+
+  // Rows that were refused since it was asked last.
+  struct RowsRefused {
+    std::uint64_t rows = 0;
+    std::string first;  // whose it is
+  };
+  RowsRefused takeRowsRefused() { return std::exchange(_refused, {}); }
 
  private:
   // How far the rows of an epoch are known.
   struct Known {
     Epoch epoch;
     std::int64_t number = 0;
+    bool isInFile = false;
     std::int64_t changed = 0;  // the position of it; 0: it is as it is in the file
   };
   // Those of a change: few, and the same one most of the time.
@@ -43,13 +53,16 @@ class RemoteWriter {
 
   Known& find(KnownEpochs* epochs, const Epoch& epoch);
   std::vector<const RemoteRow*> newRows(const RemoteRows& change, KnownEpochs* epochs);
+  std::uint64_t refuseWithoutRoom(std::string_view site, std::vector<const RemoteRow*>* rows);
   std::vector<Place> placesOf(const std::vector<const RemoteRow*>& rows);
   void writeEpochs(std::string_view site, const KnownEpochs& epochs);
 
   Providers& _providers;
   RemoteSources _sources;
+  RowsRefused _refused;
   sqlite::Statement _findEpoch;
   sqlite::Statement _setEpoch;
+  sqlite::Statement _forgetEpochs;
   sqlite::Statement _setSite;
   sqlite::Statement _setStream;
 };

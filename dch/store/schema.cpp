@@ -133,6 +133,7 @@ CREATE TABLE remote_epochs (
   site NOT NULL,
   number INTEGER NOT NULL,
   changed INTEGER NOT NULL) WITHOUT ROWID;
+CREATE INDEX epochs_of_site ON remote_epochs (site, changed);
 
 CREATE TABLE remote_sites (site PRIMARY KEY, passed_from INTEGER) WITHOUT ROWID;
 

@@ -171,6 +171,7 @@ void SqliteStore::setCounters(Counters* counters) const {
   counters->set(Counter::changesRefused, done.changesRefused);
   counters->set(Counter::rowsRemoved, done.rowsRemoved);
   counters->set(Counter::linkRowsLost, done.rowsRemovedUnpublished);
+  counters->set(Counter::linkRowsNoRoom, done.remoteRowsRefused);
   counters->set(Counter::writeFailures, done.failures);
   counters->set(Counter::writeMicroseconds, done.microseconds);
 }

@@ -83,6 +83,7 @@ void writeMicroseconds();
 void linkRowsPublished();
 void linkRowsTooLarge();
 void linkRowsLost();
+void linkRowsNoRoom();
 void linkFailures();
 void applications();
 void sources();
