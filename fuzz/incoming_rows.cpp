@@ -29,9 +29,12 @@ using fuzz::Site;
 
 class Run {
  public:
-  explicit Run(const fuzz::Input& input) : _input(input), _mostFetched(1 + _input.takeByte() % 6) {
+  explicit Run(const fuzz::Input& input) : _input(input) {
+    const unsigned limits = _input.takeByte();
+    _mostFetched = 1 + limits % 6;
+    _mostPassedEpochs = limits < 128 ? dch::IncomingRows::mostPassedEpochs : 1 + limits % 3;
     _sites.emplace_back().start(++_runs, 0);
-    _hub = std::make_unique<dch::IncomingRows>();
+    startHub({});
   }
 
   bool atEnd() const { return _input.atEnd(); }
@@ -50,6 +53,9 @@ class Run {
     std::uint64_t end = 0;
   };
 
+  void startHub(const dch::IncomingRows::State& state) {
+    _hub = std::make_unique<dch::IncomingRows>(state, _mostPassedEpochs);
+  }
   void write();
   void publish();
   void arrive();
@@ -80,7 +86,8 @@ class Run {
   bool workOnce();
 
   fuzz::Input _input;
-  std::size_t _mostFetched;
+  std::size_t _mostFetched = 0;
+  std::size_t _mostPassedEpochs = 0;
   unsigned _runs = 0;
   std::vector<Site> _sites;
   std::size_t _answering = 0;
@@ -334,7 +341,7 @@ void Run::endBatch() {
 void Run::die() {
   _rows.resize(_kept.rows);
   _position = _kept.position;
-  _hub = std::make_unique<dch::IncomingRows>(_kept.state);
+  startHub(_kept.state);
   _reread.reset();
   _request.reset();
   _answer.reset();
@@ -373,7 +380,7 @@ void Run::beQuiet() {
   if (_reread) _hub->rereadFailed();
   if (_request) endFetch(false);
   // Each row may be the only one behind a hole, which takes two readings and a request, or two.
-  std::size_t steps = 6 * _written.size() + 20;
+  std::size_t steps = (_mostPassedEpochs < 4 ? 24u : 6u) * _written.size() + 20;
   while (workOnce()) require(steps-- > 0, "it ends");
   require(fetchIfQuiet(), "it rests");
   takeAnswer();

@@ -1,6 +1,8 @@
 // The texts by which a row is known outside of its site, subject and header, and those by which it
 // is asked for: each leads back to what it was made of, and nothing else is taken for one.
+#include <algorithm>
 #include <cstring>
+#include <limits>
 #include <vector>
 
 #include "dch/link/row_fetch.h"
@@ -65,14 +67,21 @@ bool isSubject(std::string_view text) {
 
 constexpr std::string_view most64 = "9223372036854775807";
 
+// Both are numbers.
+bool isBehind(std::string_view number, std::string_view previous) {
+  if (previous[0] == '-' || number[0] == '-') return false;
+  if (number.size() != previous.size()) return number.size() > previous.size();
+  return number > previous;
+}
+
 bool isHeader(std::string_view text) {
   constexpr std::string_view most32 = "2147483647";
   const auto fields = split(text, ' ');
   return fields.size() == 8 && fields[0] == "1" && isEpoch(fields[1]) &&
          isNumber(fields[2], most64) &&
          (fields[3] == "-" || (isEpoch(fields[3]) && fields[3] != fields[1])) &&
-         isNumber(fields[4], most64) && isNumber(fields[5], most64) &&
-         isNumber(fields[6], most32) && isEscaped(fields[7], "");
+         isNumber(fields[4], most64) && isBehind(fields[2], fields[4]) &&
+         isNumber(fields[5], most64) && isNumber(fields[6], most32) && isEscaped(fields[7], "");
 }
 
 bool isFetchRequest(std::string_view text) {
@@ -133,11 +142,18 @@ dch::Epoch takeEpoch(fuzz::Input* input) {
   return epoch;
 }
 
+// At least this one.
+std::int64_t takeNumber(fuzz::Input* input, std::int64_t least) {
+  constexpr auto most = std::numeric_limits<std::int64_t>::max();
+  return std::max(take<std::int64_t>(input) & most, least);
+}
+
 void checkAsHeader(fuzz::Input input) {
   dch::RowHeader header;
-  header.name = {takeEpoch(&input), take<std::int64_t>(&input)};
+  header.name = {takeEpoch(&input), takeNumber(&input, 1)};
   const bool isSameRun = (input.takeByte() & 1) != 0;
-  header.previous = {isSameRun ? header.name.epoch : takeEpoch(&input), take<std::int64_t>(&input)};
+  header.previous = {isSameRun ? header.name.epoch : takeEpoch(&input),
+                     takeNumber(&input, 0) % header.name.number};
   header.time = take<dch::Time>(&input);
   header.handle = take<ZORA_Long>(&input);
   header.source = input.takeRest();

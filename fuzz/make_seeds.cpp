@@ -386,7 +386,7 @@ std::map<std::string, Target> targets() {
        {{"site-1\nHOSTMON\nload", "a.example\n\n> *", "%2E%20%FF", "%",
          "1 000102030405060708090a0b0c0d0e0f 42 - 40 1769903999123456 7 web1",
          "1 000102030405060708090a0b0c0d0e0f 9223372036854775807 ffffffffffffffffffffffffffffffff "
-         "-9223372036854775808 -1 -2147483648 Nats%2DMsg%2DId%3A%201",
+         "9223372036854775806 -1 -2147483648 Nats%2DMsg%2DId%3A%201",
          "000102030405060708090a0b0c0d0e0f 42\nffffffffffffffffffffffffffffffff 0\n",
          "1 000102030405060708090a0b0c0d0e0f 42 1024 more",
          "1 ffffffffffffffffffffffffffffffff 9223372036854775807 0 all"},

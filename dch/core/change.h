@@ -3,6 +3,7 @@
 #ifndef DCH_CORE_CHANGE_H
 #define DCH_CORE_CHANGE_H
 
+#include <cstddef>
 #include <cstdint>
 #include <list>
 #include <optional>
@@ -77,6 +78,10 @@ struct RemoteRow {
   std::string source;
   std::string message;
 };
+
+// Of a site: those that were changed longest ago are forgotten. Far more runs than one has in the
+// days for which its rows are kept; whoever makes up more takes no more room and time.
+inline constexpr std::size_t mostKnownEpochs = 1'024;
 
 // Rows of one site, in its order, and how far they are known with them: all of it is kept or
 // nothing. It is not among what the server knows, and is not told when that is loaded.

@@ -37,6 +37,7 @@ class CollectedSite {
   TimePoint nextQuestion{};
   TimePoint nextLook{};  // without need
   bool answers = true;   // as far as is known
+  bool isBusy = false;   // it is being asked, or its rows in the stream are read again
 
   // A row that `rows` wants kept.
   void keep(const RowHeader& header, const RowSubject& subject, std::string_view message);

@@ -15,8 +15,14 @@ auto findEpoch(Names& names, const Epoch& epoch) {
 
 }  // namespace
 
-IncomingRows::IncomingRows(State state)
-    : _state(std::move(state)), _phase(_state.passedFrom ? Phase::toFetch : Phase::following) {}
+IncomingRows::IncomingRows(State state, std::size_t passedEpochs)
+    : _state(std::move(state)),
+      _phase(_state.passedFrom ? Phase::toFetch : Phase::following),
+      _passed(passedEpochs),
+      _passedBefore(passedEpochs),
+      _across(passedEpochs) {
+  forgetOldest();
+}
 
 bool IncomingRows::fromStream(std::uint64_t sequence, const RowHeader& row) {
   if (knows(row.name)) return false;
@@ -118,13 +124,13 @@ void IncomingRows::rereadEnded() {
   _passed.removeKnown([this](const Epoch& epoch) { return knownUpTo(epoch); });
   _isPassedComplete = true;
   _across.clear();
-  if (_passed.empty()) {
-    _state.passedFrom.reset();
+  _state.passedFrom = _passed.firstSequence();
+  if (!_state.passedFrom) {
     _phase = Phase::following;
     return;
   }
-  _state.passedFrom = _passed.firstSequence();
-  const bool isAcross = mayTakeAcross(_passed.lowest());
+  const auto lowest = _passed.lowest();
+  const bool isAcross = lowest && mayTakeAcross(*lowest);
   if (isAcross) _across = _passed;
   _phase = isAcross ? Phase::toReread : Phase::toFetch;
 }
@@ -150,9 +156,8 @@ bool IncomingRows::mayTakeAcross(const RowName& name) const {
 }
 
 bool IncomingRows::isNextAcross(const RowName& name) {
-  if (_across.empty()) return false;
   _across.removeKnown([this](const Epoch& epoch) { return knownUpTo(epoch); });
-  return !_across.empty() && _across.lowest() == name && mayTakeAcross(name);
+  return _across.lowest() == name && mayTakeAcross(name);
 }
 
 bool IncomingRows::keep(const RowName& name) {
@@ -165,10 +170,16 @@ void IncomingRows::setKnown(const RowName& name) {
   const auto known = findEpoch(_state.have, name.epoch);
   if (known == _state.have.end()) {
     _state.have.insert(_state.have.begin(), name);
-    return;
+    return forgetOldest();
   }
   known->number = name.number;
   std::rotate(_state.have.begin(), known, known + 1);
+}
+
+// A row of one that is forgotten is not to be had any more, unless somebody makes it up; the site
+// tells again what is behind it.
+void IncomingRows::forgetOldest() {
+  if (_state.have.size() > mostKnownEpochs) _state.have.resize(mostKnownEpochs);
 }
 
 void IncomingRows::passOver(std::uint64_t sequence, const RowHeader& row) {

@@ -2,11 +2,13 @@
 #ifndef DCH_LINK_INCOMING_ROWS_H
 #define DCH_LINK_INCOMING_ROWS_H
 
+#include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <optional>
 #include <vector>
 
+#include "dch/core/change.h"
 #include "dch/link/passed_rows.h"
 #include "dch/link/row_fetch.h"
 #include "dch/link/row_header.h"
@@ -31,13 +33,16 @@ class IncomingRows {
   // To be kept together with the rows, in one transaction.
   struct State {
     // The highest number of each epoch up to which all rows are known: they are kept, or were
-    // nowhere to be had. What was changed last comes first.
+    // nowhere to be had. What was changed last comes first; mostKnownEpochs at most.
     std::vector<RowName> have;
     // The sequence in the stream from which on rows may have been passed over.
     std::optional<std::uint64_t> passedFrom;
   };
 
-  explicit IncomingRows(State state = {});
+  // Of which more is noted than where the first one is: whoever makes up others takes no time.
+  static constexpr std::size_t mostPassedEpochs = 64;
+
+  explicit IncomingRows(State state = {}, std::size_t passedEpochs = mostPassedEpochs);
 
   // The first reader's: it reads the rows of all sites, in the stream's order. This and the two
   // below return whether the row is to be kept, now.
@@ -89,6 +94,7 @@ class IncomingRows {
   bool isNextAcross(const RowName& name);
   bool keep(const RowName& name);
   void setKnown(const RowName& name);
+  void forgetOldest();
   void passOver(std::uint64_t sequence, const RowHeader& row);
 
   State _state;

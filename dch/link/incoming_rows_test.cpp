@@ -336,6 +336,32 @@ TEST_F(IncomingRowsTest, ReadsAStreamThatBeganAnewFromItsBeginning) {
   EXPECT_EQ(Wants::nothing, _rows.wants());
 }
 
+// Whoever makes up runs takes no memory.
+TEST_F(IncomingRowsTest, ForgetsTheRunsThatWereChangedLongestAgo) {
+  const auto runs = static_cast<int>(mostKnownEpochs) + 10;
+  for (int run = 1; run <= runs; ++run)
+    EXPECT_TRUE(_rows.fromStream(1, row(name(1, run), name(0, run))));
+  EXPECT_EQ(mostKnownEpochs, _rows.state().have.size());
+  EXPECT_EQ(0, known(10));
+  EXPECT_EQ(1, known(11));
+  EXPECT_EQ(1, known(runs));
+}
+
+TEST_F(IncomingRowsTest, FindsRowsOfMoreRunsThanItNotesBehindAHole) {
+  const auto runs = static_cast<int>(IncomingRows::mostPassedEpochs) + 10;
+  std::vector<RowHeader> rows;
+  for (int run = 1; run <= runs; ++run) rows.push_back(row(name(2, run), name(1, run)));
+  for (const RowHeader& each : rows) EXPECT_FALSE(_rows.fromStream(++_sequence, each));
+  std::size_t kept = 0;
+  for (int round = 0; _rows.wants() != Wants::nothing && round < 10; ++round) {
+    fetch({});
+    while (_rows.wants() == Wants::reread) kept += reread(rows).size();
+  }
+  EXPECT_EQ(rows.size(), kept) << "each across its hole";
+  EXPECT_EQ(Wants::nothing, _rows.wants());
+  EXPECT_EQ(std::nullopt, _rows.state().passedFrom);
+}
+
 TEST_F(IncomingRowsTest, TakesNoAnswerThatNobodyWaitsFor) {
   read({1, 3});
   EXPECT_FALSE(_rows.fetched(row(2)));

@@ -2,30 +2,34 @@
 #ifndef DCH_LINK_PASSED_ROWS_H
 #define DCH_LINK_PASSED_ROWS_H
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <vector>
 
 #include "dch/core/row_name.h"
 
 namespace dch {
 
-// Notes the lowest and the highest of each epoch, however many they are. Pure.
+// Notes the lowest and the highest of each epoch, however many rows they are; where there are more
+// epochs, of those with the lowest numbers, and of all others together. Pure.
 class PassedRows {
  public:
+  explicit PassedRows(std::size_t mostEpochs) : _mostEpochs(mostEpochs) {}
+
   void add(std::uint64_t sequence, const RowName& row);
-  void clear() { _ranges.clear(); }
+  void clear();
 
   // The highest number of an epoch up to which all rows are known.
   using KnownUpTo = std::function<std::int64_t(const Epoch&)>;
   // Forgets the epochs of which all is known.
   void removeKnown(const KnownUpTo& knownUpTo);
 
-  bool empty() const { return _ranges.empty(); }
-  // These two may be asked while it is not empty. The lowest of any epoch:
-  RowName lowest() const;
-  // The lowest in the stream.
-  std::uint64_t firstSequence() const;
+  // The lowest number of any epoch that is noted.
+  std::optional<RowName> lowest() const;
+  // The lowest in the stream; nothing when there is none.
+  std::optional<std::uint64_t> firstSequence() const;
 
   // Whether there may be some of its epoch that are neither known nor behind it.
   bool mayHaveBefore(const RowName& row, std::int64_t knownUpTo) const;
@@ -39,7 +43,11 @@ class PassedRows {
     std::uint64_t sequence = 0;  // the lowest in the stream
   };
 
+  void addEpoch(Range range);
+
+  std::size_t _mostEpochs;
   std::vector<Range> _ranges;
+  std::optional<Range> _further;  // of all other epochs: it has no epoch, and no last
 };
 
 }  // namespace dch

@@ -16,11 +16,12 @@ class PassedRowsTest : public testing::Test {
     _passed.removeKnown([=](const Epoch& epoch) { return epoch == ofRun(1, 0).epoch ? upTo : 0; });
   }
 
-  PassedRows _passed;
+  PassedRows _passed{2};
 };
 
 TEST_F(PassedRowsTest, HasNothingAtFirst) {
-  EXPECT_TRUE(_passed.empty());
+  EXPECT_EQ(std::nullopt, _passed.firstSequence());
+  EXPECT_EQ(std::nullopt, _passed.lowest());
   EXPECT_FALSE(_passed.mayHaveBefore(ofRun(1, 9), 0));
   EXPECT_FALSE(_passed.hasFrom(ofRun(1, 1)));
 }
@@ -45,7 +46,26 @@ TEST_F(PassedRowsTest, ForgetsAnEpochWhenAllOfItIsKnown) {
   EXPECT_EQ(ofRun(2, 5), _passed.lowest());
   EXPECT_EQ(9U, _passed.firstSequence());
   _passed.clear();
-  EXPECT_TRUE(_passed.empty());
+  EXPECT_EQ(std::nullopt, _passed.firstSequence());
+}
+
+TEST_F(PassedRowsTest, HasTheEpochsWithTheLowestNumbers) {
+  _passed.add(6, ofRun(3, 8));
+  _passed.add(7, ofRun(1, 3));
+  _passed.add(8, ofRun(2, 5));
+  _passed.add(9, ofRun(4, 7));
+  EXPECT_EQ(ofRun(1, 3), _passed.lowest());
+  EXPECT_TRUE(_passed.hasFrom(ofRun(2, 5)));
+  EXPECT_FALSE(_passed.hasFrom(ofRun(3, 8)));
+  EXPECT_EQ(6U, _passed.firstSequence());
+  EXPECT_FALSE(_passed.mayHaveBefore(ofRun(4, 7), 0));
+  EXPECT_TRUE(_passed.mayHaveBefore(ofRun(4, 8), 0));
+  EXPECT_TRUE(_passed.mayHaveBefore(ofRun(3, 9), 0));
+  _passed.removeKnown([](const Epoch&) { return 9; });
+  EXPECT_EQ(std::nullopt, _passed.lowest());
+  EXPECT_EQ(6U, _passed.firstSequence());
+  _passed.clear();
+  EXPECT_EQ(std::nullopt, _passed.firstSequence());
 }
 
 TEST_F(PassedRowsTest, SaysWhatMayBeBeforeARow) {

@@ -6,7 +6,6 @@
 
 #include "dch/core/log.h"
 #include "dch/give_way.h"
-#include "dch/link/row_fetch.h"
 #include "dch/link/row_header.h"
 #include "dch/link/stream_settings.h"
 #include "dch/link/subject.h"
@@ -24,7 +23,7 @@ constexpr milliseconds pauseOfTries{1'000};
 
 // How long rows may wait while few come.
 constexpr milliseconds pauseOfLooks{20};
-// While answers are waited for as well.
+// While something else is waited for as well.
 constexpr milliseconds shortPause{2};
 
 // Rows that wait for the store. A commit of so many takes some milliseconds, in which the clients
@@ -33,14 +32,8 @@ constexpr std::size_t mostUnkeptRows = 1'024;
 constexpr std::size_t mostUnkeptBytes = 4 << 20;
 
 constexpr int messagesAtOnce = 256;
-constexpr int answersAtOnce = 1'024;
-
-// No site sends more for one question.
-constexpr std::uint64_t mostRowsOfAnswer = 1'024;
-constexpr std::size_t mostBytesOfAnswer = 4 << 20;
-
-// A site that does not answer for so long has not heard the question, or stands still.
-constexpr milliseconds patienceWithSite{2'000};
+// Of sites that are asked at a time.
+constexpr std::size_t mostQuestions = 16;
 constexpr milliseconds pauseOfQuestions{1'000};
 // A site of which nothing came for so long is asked whether its last rows were lost on the way, and
 // again and again after the other time.
@@ -62,9 +55,9 @@ std::string aboutSite(const std::string& site) {
   return "site " + site;
 }
 
-const char* headerOf(natsMsg* message, const char* name) {
-  const char* value = nullptr;
-  return natsMsgHeader_Get(message, name, &value) == NATS_OK ? value : nullptr;
+std::string_view bodyOf(const NatsMessage& message) {
+  return {natsMsg_GetData(message.get()),
+          static_cast<std::size_t>(natsMsg_GetDataLength(message.get()))};
 }
 
 }  // namespace
@@ -127,7 +120,7 @@ void RowCollector::run() noexcept {
 // A row may be counted as taken, and not be among those that are to be kept.
 void RowCollector::forgetAll() noexcept {
   _secondReading.reset();
-  _question.reset();
+  _questions.clear();
   _stream.reset();
   _connection.reset();
   _touched.clear();
@@ -144,11 +137,14 @@ void RowCollector::work() {
     connect();
   }
   if (_stop.isSet()) return;  // that may have taken any time
-  const bool waitsForRows = hasRoom() && !_question && !_secondReading;
-  if (hasRoom()) readStream(waitsForRows ? pauseOfLooks : milliseconds(0));
+  const bool isQuiet = _questions.empty() && !_secondReading;
+  if (hasRoom())
+    readStream(isQuiet ? pauseOfLooks : shortPause);
+  else
+    _stop.wait(shortPause);
   if (hasRoom()) readAgain();
   ask();
-  takeAnswers(waitsForRows ? milliseconds(0) : shortPause);
+  takeAnswers();
   handOver();
   showFigures();
 }
@@ -189,10 +185,8 @@ void RowCollector::connect() {
 }
 
 void RowCollector::disconnect(std::string_view reason) noexcept {
-  if (_question) siteOf(_question->site)->rows.fetchFailed();
-  _question.reset();
   _secondReading.reset();
-  for (auto& [name, site] : _sites) site.rows.rereadFailed();  // also where none could begin
+  _questions.clear();
   _stream.reset();
   _connection.reset();
   ++_counted.failures;
@@ -241,8 +235,10 @@ void RowCollector::takeStreamed(const StreamedRows::Message& message, bool isAga
     site->lastHeard = Clock::now();
     site->lastSequence = message.sequence;
   }
+  const std::uint64_t gaps = site->rows.gaps();
   const bool isWanted = isAgain ? site->rows.again(message.sequence, *header)
                                 : site->rows.fromStream(message.sequence, *header);
+  _counted.rowsAfterGaps += site->rows.gaps() - gaps;
   if (isWanted) keep(site, *header, *subject, message.body());
 }
 
@@ -271,125 +267,93 @@ void RowCollector::refuse(const std::string& why) {
     _log.tell(why + ", " + std::to_string(_counted.rowsRefused) + " messages so far");
 }
 
-// One site at a time: when nobody hears a question the library does not say which.
 void RowCollector::ask() {
-  const auto now = Clock::now();
-  if (_question && now >= _question->patientUntil) endQuestion(Answer::none);
-  if (_question || !hasRoom()) return;
-  CollectedSite* const site = siteToAsk(now);
-  if (site == nullptr) return;
-  _question = {site->name(), "fetch" + std::to_string(++_questions), now + patienceWithSite};
-  _connection->send(fetchSubject(site->name()), _connection->replySubject(_question->name), {},
-                    fetchRequestText(site->rows.beginFetch()));
+  while (_questions.size() < mostQuestions && hasRoom()) {
+    CollectedSite* const site = siteToAsk(Clock::now());
+    if (site == nullptr) return;
+    _questions.emplace_back(*_connection, *site);
+  }
 }
 
-// The next one behind the site that was asked last.
 CollectedSite* RowCollector::siteToAsk(Clock::time_point now) {
-  auto place = _sites.upper_bound(_lastAsked);
-  for (std::size_t count = 0; count < _sites.size(); ++count, ++place) {
-    if (place == _sites.end()) place = _sites.begin();
-    CollectedSite& site = place->second;
+  return nextSite(&_lastAsked, [&](const CollectedSite& site) {
+    if (site.isBusy || now < site.nextQuestion) return false;
     const bool isQuiet = _isAtEnd && now >= site.nextLook &&
                          now - site.lastHeard >= quietBeforeQuestion &&
-                         site.rows.wants() == IncomingRows::Wants::nothing &&
-                         !(_secondReading && _secondReading->site == site.name());
-    const bool isWanted = isQuiet || site.rows.wants() == IncomingRows::Wants::fetch;
-    if (!isWanted || now < site.nextQuestion) continue;
-    _lastAsked = site.name();
-    return &site;
+                         site.rows.wants() == IncomingRows::Wants::nothing;
+    return isQuiet || site.rows.wants() == IncomingRows::Wants::fetch;
+  });
+}
+
+// The next one behind the last that is wanted: the last then, so that each has its turn.
+template <class IsWanted>
+CollectedSite* RowCollector::nextSite(std::string* last, IsWanted isWanted) {
+  auto place = _sites.upper_bound(*last);
+  for (std::size_t count = 0; count < _sites.size(); ++count, ++place) {
+    if (place == _sites.end()) place = _sites.begin();
+    if (!isWanted(place->second)) continue;
+    *last = place->first;
+    return &place->second;
   }
   return nullptr;
 }
 
-void RowCollector::takeAnswers(milliseconds atMost) {
-  for (int count = 0; count < answersAtOnce; ++count) {
-    const auto [message, nobodyTakesIt] = _connection->next(count == 0 ? atMost : milliseconds(0));
-    if (nobodyTakesIt && _question) endQuestion(Answer::none);
-    if (message == nullptr) return;
-    const bool isAnswer =
-        _question && _connection->nameIn(natsMsg_GetSubject(message.get())) == _question->name;
-    if (isAnswer) takeAnswer(message.get());
+void RowCollector::takeAnswers() {
+  for (auto question = _questions.begin(); question != _questions.end();) {
+    while (hasRoom()) {
+      const auto row = question->next();
+      if (!row) break;
+      ++_counted.rowsFetched;
+      keep(&question->site(), row->header, row->subject, bodyOf(row->message));
+    }
+    if (question->answer() == SiteQuestion::Answer::underWay) {
+      ++question;
+    } else {
+      conclude(*question);
+      question = _questions.erase(question);
+    }
   }
 }
 
-void RowCollector::takeAnswer(natsMsg* message) {
-  CollectedSite* const site = siteOf(_question->site);
-  _question->patientUntil = Clock::now() + patienceWithSite;
-  if (const char* const text = headerOf(message, "Zord-Fetched")) {
-    const auto end = parseFetchEnd(text);
-    return endQuestion(end && site->rows.fetchEnded(*end) ? Answer::good : Answer::bad);
-  }
-  const char* const text = headerOf(message, "Zord-Row");
-  const char* const subjectText = headerOf(message, "Zord-Subject");
-  if (text == nullptr || subjectText == nullptr) return endQuestion(Answer::bad);
-  const auto header = parseRowHeader(text);
-  const auto subject = parseRowSubject(subjectText);
-  if (!header || !subject || subject->site != site->name()) return endQuestion(Answer::bad);
-  const auto bytes = static_cast<std::size_t>(natsMsg_GetDataLength(message));
-  _question->bytes += bytes;
-  if (++_question->rows > mostRowsOfAnswer || _question->bytes > mostBytesOfAnswer)
-    return endQuestion(Answer::bad);
-  if (!site->rows.fetched(*header)) return;
-  ++_counted.rowsFetched;
-  keep(site, *header, *subject, {natsMsg_GetData(message), bytes});
-}
-
-void RowCollector::endQuestion(Answer answer) {
-  CollectedSite* const site = siteOf(_question->site);
-  _question.reset();
-  _touched.insert(site);
+void RowCollector::conclude(const SiteQuestion& question) {
+  using Answer = SiteQuestion::Answer;
+  CollectedSite& site = question.site();
+  _touched.insert(&site);
   const auto now = Clock::now();
-  site->answers = answer != Answer::none;
-  site->nextQuestion = now + pauseOfQuestions;
-  if (answer == Answer::good) {
-    if (site->rows.wants() == IncomingRows::Wants::fetch) site->nextQuestion = now;  // for more
-    site->nextLook = now + pauseWhileQuiet;
+  const bool isGood = question.answer() == Answer::good;
+  const bool isMissing = site.rows.wants() == IncomingRows::Wants::fetch;
+  site.answers = question.answer() != Answer::none;
+  // For more at once, unless it has none.
+  const bool isMoreThere = isGood && isMissing && question.rows() > 0;
+  site.nextQuestion = isMoreThere ? now : now + pauseOfQuestions;
+  if (isGood) site.nextLook = now + pauseWhileQuiet;
+  if (site.answers) site.lastHeard = now;
+  if (!site.answers && isMissing)
+    _log.tellOnce(aboutSite(site.name()),
+                  "site " + site.name() + " does not answer, and rows of it are missing here");
+  if (isGood && _log.forget(aboutSite(site.name())))
+    _log.tell("site " + site.name() + " answers again");
+}
+
+void RowCollector::readAgain() {
+  if (!_secondReading) beginSecondReading();
+  if (!_secondReading) return;
+  for (int count = 0; count < messagesAtOnce && hasRoom(); ++count) {
+    const auto message = _secondReading->next();
+    if (!message) break;
+    takeStreamed(*message, true);
   }
-  if (answer != Answer::good) site->rows.fetchFailed();
-  if (answer != Answer::none) site->lastHeard = now;
-  if (answer == Answer::none && site->rows.wants() == IncomingRows::Wants::fetch)
-    _log.tellOnce(aboutSite(site->name()),
-                  "site " + site->name() + " does not answer, and rows of it are missing here");
-  if (answer == Answer::good && _log.forget(aboutSite(site->name())))
-    _log.tell("site " + site->name() + " answers again");
+  if (!_secondReading->isOver()) return;
+  _touched.insert(&_secondReading->site());
+  _secondReading.reset();
 }
 
 // One site at a time: each costs the server a reader.
-void RowCollector::readAgain() {
-  const auto now = Clock::now();
-  if (!_secondReading && !beginSecondReading(now)) return;
-  CollectedSite* const site = siteOf(_secondReading->site);
-  for (int count = 0; count < messagesAtOnce && hasRoom(); ++count) {
-    const auto message = _secondReading->rows.next({});
-    if (!message) {
-      if (now >= _secondReading->patientUntil) endSecondReading(_secondReading->rows.isAtEnd());
-      return;
-    }
-    takeStreamed(*message, true);
-    _secondReading->patientUntil = now + patienceWithStream;
-    if (message->pending == 0 && message->sequence >= site->lastSequence)
-      return endSecondReading(true);
-  }
-}
-
-bool RowCollector::beginSecondReading(Clock::time_point now) {
-  for (auto& [name, site] : _sites)
-    if (site.rows.wants() == IncomingRows::Wants::reread) {
-      // That may fail, and nothing has begun then.
-      StreamedRows rows(*_connection, "zord.rows." + subjectToken(name) + ".>",
-                        *site.rows.state().passedFrom);
-      site.rows.beginReread();
-      _secondReading.emplace(SecondReading{name, std::move(rows), now + patienceWithStream});
-      return true;
-    }
-  return false;
-}
-
-void RowCollector::endSecondReading(bool isAtEnd) {
-  CollectedSite* const site = siteOf(_secondReading->site);
-  _secondReading.reset();
-  _touched.insert(site);
-  isAtEnd ? site->rows.rereadEnded() : site->rows.rereadFailed();
+void RowCollector::beginSecondReading() {
+  CollectedSite* const site = nextSite(&_lastReadAgain, [](const CollectedSite& each) {
+    return each.rows.wants() == IncomingRows::Wants::reread;
+  });
+  if (site != nullptr) _secondReading.emplace(*_connection, *site);
 }
 
 // All that is to be kept, while nothing is under way.
@@ -422,11 +386,8 @@ void RowCollector::handOver() {
 void RowCollector::showFigures() {
   _counted.sites = _sites.size();
   _counted.sitesSilent = 0;
-  _counted.rowsAfterGaps = 0;
-  for (const auto& [name, site] : _sites) {
+  for (const auto& [name, site] : _sites)
     if (!site.answers) ++_counted.sitesSilent;
-    _counted.rowsAfterGaps += site.rows.gaps();
-  }
   const std::lock_guard lock(_mutex);
   const std::uint64_t collected = _figures.rowsCollected;
   _figures = _counted;

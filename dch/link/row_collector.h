@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <list>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -22,7 +23,9 @@
 #include "dch/link/link_log.h"
 #include "dch/link/link_settings.h"
 #include "dch/link/row_header.h"
+#include "dch/link/second_reading.h"
 #include "dch/link/server_connection.h"
+#include "dch/link/site_question.h"
 #include "dch/link/streamed_rows.h"
 #include "dch/link/subject.h"
 #include "dch/link/waitable_flag.h"
@@ -35,7 +38,7 @@ struct CollectorFigures {
   std::uint64_t rowsCollected = 0;  // and kept
   std::uint64_t rowsFetched = 0;    // of those, from their sites themselves
   std::uint64_t rowsAfterGaps = 0;  // of those, that follow rows that are nowhere to be had
-  std::uint64_t rowsRefused = 0;    // that are no rows, or of too many sites
+  std::uint64_t rowsRefused = 0;    // messages that are no rows, and rows of too many sites
   std::uint64_t failures = 0;       // times that the connection was lost, or could not be made
   std::size_t sites = 0;
   std::size_t sitesSilent = 0;  // that did not answer when they were asked last
@@ -72,21 +75,6 @@ class RowCollector {
   using Clock = std::chrono::steady_clock;
   using Sites = std::map<std::string, CollectedSite, std::less<>>;
 
-  // What a site is being asked for.
-  struct Question {
-    std::string site;
-    std::string name;  // by which its answers are known
-    Clock::time_point patientUntil;
-    std::uint64_t rows = 0;  // that came
-    std::size_t bytes = 0;
-  };
-  // The stream's rows of one site, read again.
-  struct SecondReading {
-    std::string site;
-    StreamedRows rows;
-    Clock::time_point patientUntil;
-  };
-
   void run() noexcept;
   void work();
   void forgetAll() noexcept;
@@ -108,14 +96,12 @@ class RowCollector {
 
   void ask();
   CollectedSite* siteToAsk(Clock::time_point now);
-  void takeAnswers(std::chrono::milliseconds atMost);
-  void takeAnswer(natsMsg* message);
-  enum class Answer { none, bad, good };
-  void endQuestion(Answer answer);
-
+  template <class IsWanted>
+  CollectedSite* nextSite(std::string* last, IsWanted isWanted);
+  void takeAnswers();
+  void conclude(const SiteQuestion& question);
   void readAgain();
-  bool beginSecondReading(Clock::time_point now);
-  void endSecondReading(bool isAtEnd);
+  void beginSecondReading();
 
   void handOver();
   void showFigures();
@@ -127,18 +113,18 @@ class RowCollector {
   // The thread's own.
   const std::function<StatePlaces()> _places;
   bool _knowsStart = false;
+  Sites _sites;
   std::unique_ptr<ServerConnection> _connection;
   std::optional<StreamedRows> _stream;
-  std::optional<Question> _question;
+  std::list<SiteQuestion> _questions;
   std::optional<SecondReading> _secondReading;
   std::size_t _turn = 0;  // of the servers
-  Sites _sites;
   StreamPlace _read;      // the last message that was read
   bool _isAtEnd = false;  // as far as is known, of the stream
   bool _isGood = false;   // the server has sent rows, or has no more
   Clock::time_point _patientUntil;
   std::string _lastAsked;
-  std::uint64_t _questions = 0;
+  std::string _lastReadAgain;
   std::set<CollectedSite*> _touched;  // what is to be kept of them may have changed
   std::size_t _unkeptRows = 0;        // collected and not handed over yet
   std::size_t _unkeptBytes = 0;

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
+#include <chrono>
 
 #include "dch/testkit/collector_test.h"
 
@@ -104,6 +105,30 @@ TEST_F(RowCollectorTest, ASiteThatDoesNotAnswerIsToldOnceAndAnswersAgain) {
   EXPECT_THAT(kept("west"), ElementsAre("row 1", "row 2", "row 3"));
   EXPECT_TRUE(waitUntil([&] { return timesTold("site west answers again") == 1; }, linkPatience));
   EXPECT_TRUE(waitUntil([&] { return figures().sitesSilent == 0; }, linkPatience));
+}
+
+// East answers while west, which never does, has been asked so shortly before that it is not given
+// up yet.
+TEST_F(RowCollectorTest, ASiteThatDoesNotAnswerHoldsUpNoOther) {
+  using Clock = std::chrono::steady_clock;
+  makeStream();
+  std::atomic<Clock::time_point> westIsAsked = Clock::time_point{};
+  const auto isUnderWay = [&] {
+    return Clock::now() - westIsAsked.load() < std::chrono::milliseconds(1'500);
+  };
+  ScriptedSite east(_nats.url(), "east", 1), west(_nats.url(), "west", 2);
+  west.setScript([&](const Question&) {
+    westIsAsked = Clock::now();
+    return ScriptedSite::Answer{};
+  });
+  east.setScript([&](const Question& question) {
+    waitUntil(isUnderWay, std::chrono::seconds(3));
+    return east.fileAnswer(question, 3);
+  });
+  west.publish({1, 3});
+  east.publish({1, 3});
+  collect();
+  EXPECT_TRUE(waitUntilKept("east", 3));
 }
 
 // The servers say at once that nobody listens.

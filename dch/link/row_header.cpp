@@ -59,6 +59,8 @@ std::optional<RowHeader> parseRowHeader(std::string_view text) {
                    numberIn<Time>(time),
                    numberIn<ZORA_Long>(handle),
                    *std::move(source)};
+  if (header.name.number <= header.previous.number || header.previous.number < 0)
+    return std::nullopt;
   // A header is written in one way only: what was something else is written differently now.
   if (rowHeaderText(header) != text) return std::nullopt;
   return header;

@@ -28,23 +28,22 @@ TEST(RowHeader, SaysWhichRowItIsAndWhichIsBeforeIt) {
 
 TEST(RowHeader, NamesTheEpochOfARowBeforeItWhenThatIsAnother) {
   RowHeader header = headerOfARow();
-  header.previous = {*parseEpoch(secondEpochText), 99};
+  header.previous = {*parseEpoch(secondEpochText), 9};
   const std::string text =
-      textWith("1 ", std::string(" 42 ") + secondEpochText + " 99 1769903999123456 7 web1");
+      textWith("1 ", std::string(" 42 ") + secondEpochText + " 9 1769903999123456 7 web1");
   EXPECT_EQ(text, rowHeaderText(header));
   EXPECT_EQ(header, parseRowHeader(text));
 }
 
-TEST(RowHeader, TakesAnyNumber) {
-  constexpr auto least = std::numeric_limits<std::int64_t>::min();
+TEST(RowHeader, TakesTheHighestNumbers) {
   constexpr auto most = std::numeric_limits<std::int64_t>::max();
   RowHeader header = headerOfARow();
   header.name.number = most;
-  header.previous.number = least;
+  header.previous.number = most - 1;
   header.time = -1;
   header.handle = std::numeric_limits<ZORA_Long>::min();
   const std::string text =
-      textWith("1 ", " 9223372036854775807 - -9223372036854775808 -1 -2147483648 web1");
+      textWith("1 ", " 9223372036854775807 - 9223372036854775806 -1 -2147483648 web1");
   EXPECT_EQ(text, rowHeaderText(header));
   EXPECT_EQ(header, parseRowHeader(text));
 }
@@ -62,6 +61,16 @@ TEST(RowHeader, HasASourceOfAnyBytesThatLooksLikeNoOtherHeader) {
   header.source.clear();
   EXPECT_EQ(textWith("1 ", " 42 - 40 1769903999123456 7 %"), rowHeaderText(header));
   EXPECT_EQ(header, parseRowHeader(rowHeaderText(header)));
+}
+
+// A file counts from 1 on, whatever runs it has had.
+TEST(RowHeader, IsOfARowBehindTheOneBeforeIt) {
+  ASSERT_TRUE(parseRowHeader(textWith("1 ", " 1 - 0 5 7 web1")));
+  for (const char* const each : {" 0 - 0 5 7 web1", " 0 - -1 5 7 web1", " 42 - -1 5 7 web1",
+                                 " 42 - 42 5 7 web1", " 42 - 43 5 7 web1"})
+    EXPECT_EQ(std::nullopt, parseRowHeader(textWith("1 ", each))) << each;
+  EXPECT_EQ(std::nullopt,
+            parseRowHeader(textWith("1 ", std::string(" 42 ") + secondEpochText + " 42 5 7 web1")));
 }
 
 TEST(RowHeader, IsReadInOneFormOnly) {

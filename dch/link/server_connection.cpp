@@ -126,13 +126,17 @@ NatsConnection connect(const LinkSettings& settings, const std::string& server) 
   failFor(server, connectFault(status, settings));
 }
 
+NatsInbox newInbox() {
+  natsInbox* made = nullptr;
+  if (natsInbox_Create(&made) != NATS_OK) throw std::bad_alloc();
+  return NatsInbox(made);
+}
+
 }  // namespace
 
 ServerConnection::ServerConnection(const LinkSettings& settings, const std::string& server)
     : _server(server), _connection(connect(settings, server)) {
-  natsInbox* inbox = nullptr;
-  if (const natsStatus status = natsInbox_Create(&inbox); status != NATS_OK) fail(textOf(status));
-  _inbox = std::string(NatsInbox(inbox).get()) + ".";
+  _inbox = std::string(newInbox().get()) + ".";
   natsSubscription* answers = nullptr;
   const natsStatus status =
       natsConnection_SubscribeSync(&answers, _connection.get(), (_inbox + "*").c_str());
@@ -166,31 +170,27 @@ NatsSubscription ServerConnection::share(const std::string& subject) {
   return NatsSubscription(made);
 }
 
-ServerConnection::Heard ServerConnection::next(milliseconds atMost) {
-  Heard heard;
-  heard.message = take(_answers.get(), atMost, &heard.nobodyTakesIt);
-  return heard;
+ServerConnection::Inbox ServerConnection::inbox() {
+  const NatsInbox subject = newInbox();
+  natsSubscription* made = nullptr;
+  const natsStatus status = natsConnection_SubscribeSync(&made, _connection.get(), subject.get());
+  if (status != NATS_OK) failAsLost(status);
+  return {subject.get(), NatsSubscription(made)};
 }
 
-NatsMessage ServerConnection::received(natsSubscription* subscription, milliseconds atMost) {
-  bool nobodyTakesIt = false;
-  return take(subscription, atMost, &nobodyTakesIt);
-}
-
-NatsMessage ServerConnection::take(natsSubscription* subscription, milliseconds atMost,
-                                   bool* nobodyTakesIt) {
+ServerConnection::Heard ServerConnection::heard(natsSubscription* subscription,
+                                                milliseconds atMost) {
   natsMsg* message = nullptr;
   const natsStatus status = natsSubscription_NextMsg(&message, subscription, atMost.count());
   switch (status) {
     case NATS_OK:
-      return NatsMessage(message);
+      return {.message = NatsMessage(message)};
     case NATS_NO_RESPONDERS:
-      *nobodyTakesIt = true;
-      return nullptr;
+      return {.nobodyTakesIt = true};
     case NATS_TIMEOUT:
     case NATS_SLOW_CONSUMER:  // some were lost: who misses an answer asks again
       failIfNotPermitted();
-      return nullptr;
+      return {};
     default:
       failAsLost(status);
   }

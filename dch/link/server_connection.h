@@ -50,13 +50,24 @@ class ServerConnection {
     bool nobodyTakesIt = false;  // something that was sent; the library keeps to itself what
   };
   // Throws LinkError when the connection is lost, and NotPermitted.
-  Heard next(std::chrono::milliseconds atMost);
+  Heard next(std::chrono::milliseconds atMost) { return heard(_answers.get(), atMost); }
+
+  // For answers that are told from all others, also by who takes no question. Throws LinkError.
+  struct Inbox {
+    std::string subject;
+    NatsSubscription answers;
+  };
+  Inbox inbox();
+  // What comes there. Throws as next() does.
+  Heard heard(natsSubscription* subscription, std::chrono::milliseconds atMost = {});
 
   // What is sent to the subject comes from received(); of several that share it each gets a part.
   // Throws LinkError.
   NatsSubscription share(const std::string& subject);
   // What comes; null when nothing does in time. Throws as next() does.
-  NatsMessage received(natsSubscription* subscription, std::chrono::milliseconds atMost = {});
+  NatsMessage received(natsSubscription* subscription, std::chrono::milliseconds atMost = {}) {
+    return heard(subscription, atMost).message;
+  }
 
   // For what is made of it.
   natsConnection* handle() const { return _connection.get(); }
@@ -66,8 +77,6 @@ class ServerConnection {
   [[noreturn]] void fail(const std::string& what, natsStatus status) const;
 
  private:
-  NatsMessage take(natsSubscription* subscription, std::chrono::milliseconds atMost,
-                   bool* nobodyTakesIt);
   [[noreturn]] void failAsLost(natsStatus status) const;
   void failIfNotPermitted() const;
 

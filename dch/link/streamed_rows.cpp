@@ -1,7 +1,6 @@
 #include "dch/link/streamed_rows.h"
 
 #include <algorithm>
-#include <charconv>
 #include <new>
 
 #include "dch/link/stream_settings.h"
@@ -12,9 +11,6 @@ namespace {
 
 constexpr std::chrono::milliseconds longestAsking{1'000};
 
-// Where numbers are in the subject to which a message would be acknowledged.
-constexpr int sequenceToken = 5, pendingToken = 8;
-
 JetStreamContext contextOf(ServerConnection& connection) {
   jsOptions options;
   jsOptions_Init(&options);
@@ -23,16 +19,6 @@ JetStreamContext contextOf(ServerConnection& connection) {
   if (natsConnection_JetStream(&made, connection.handle(), &options) != NATS_OK)
     throw std::bad_alloc();
   return JetStreamContext(made);
-}
-
-// In the subject to which a message would be acknowledged:
-// $JS.ACK.STREAM.CONSUMER.DELIVERED.SEQUENCE.NUMBER.TIME.PENDING
-std::uint64_t numberIn(std::string_view reply, int token) {
-  for (; token > 0 && !reply.empty(); --token)
-    reply.remove_prefix(std::min(reply.find('.'), reply.size() - 1) + 1);
-  std::uint64_t number = 0;
-  std::from_chars(reply.data(), reply.data() + reply.size(), number);
-  return number;
 }
 
 }  // namespace
@@ -57,9 +43,11 @@ StreamedRows::StreamedRows(ServerConnection& connection, const std::string& subj
 std::optional<StreamedRows::Message> StreamedRows::next(std::chrono::milliseconds atMost) {
   NatsMessage message = _connection.received(_rows.get(), atMost);
   if (message == nullptr) return std::nullopt;
-  const char* const text = natsMsg_GetReply(message.get());
-  const std::string_view reply = text != nullptr ? text : "";
-  return Message{numberIn(reply, sequenceToken), numberIn(reply, pendingToken), std::move(message)};
+  jsMsgMetaData* made = nullptr;
+  if (natsMsg_GetMetaData(&made, message.get()) != NATS_OK)
+    _connection.fail("the stream of rows sends what has no place in it");
+  const std::unique_ptr<jsMsgMetaData, NatsEnd<jsMsgMetaData_Destroy>> delivery(made);
+  return Message{delivery->Sequence.Stream, delivery->NumPending, std::move(message)};
 }
 
 bool StreamedRows::isAtEnd() {

@@ -12,6 +12,7 @@ namespace dch::testkit {
 inline RowName name(std::int64_t number, int run = 1) {
   Epoch epoch;
   epoch.bytes[0] = static_cast<std::uint8_t>(run);
+  epoch.bytes[1] = static_cast<std::uint8_t>(run >> 8);
   return {epoch, number};
 }
 
