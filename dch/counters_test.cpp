@@ -69,6 +69,10 @@ constexpr CounterCase counterCases[] = {
     {Counter::linkRowsLost, cases::linkRowsLost},
     {Counter::linkRowsNoRoom, cases::linkRowsNoRoom},
     {Counter::linkFailures, OF_LINK(linkFailures)},
+    {Counter::linkRowsCollected, OF_LINK(linkRowsCollected)},
+    {Counter::linkRowsFetched, OF_LINK(linkRowsFetched)},
+    {Counter::linkRowsAfterGaps, OF_LINK(linkRowsAfterGaps)},
+    {Counter::linkRowsRefused, OF_LINK(linkRowsRefused)},
     {Counter::applications, cases::applications},
     {Counter::sources, cases::sources},
     {Counter::sourcesOnline, cases::sourcesOnline},
@@ -79,6 +83,8 @@ constexpr CounterCase counterCases[] = {
     {Counter::liveClients, cases::liveClients},
     {Counter::linkConnected, OF_LINK(linkConnected)},
     {Counter::linkChangesBehind, OF_LINK(linkChangesBehind)},
+    {Counter::linkSites, OF_LINK(linkSites)},
+    {Counter::linkSitesSilent, OF_LINK(linkSitesSilent)},
 };
 
 constexpr bool everyCounterHasACase() {

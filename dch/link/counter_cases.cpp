@@ -64,7 +64,7 @@ class LinkedStore {
   EventLoop _loop;
   ServerStore _store{_loop, _folder.path() + "/state.db", Durability::process, {}, true, _log,
                      [] {}};
-  ServerLink _link{_store, _log};
+  ServerLink _link{_loop, _store, _log};
 };
 
 }  // namespace

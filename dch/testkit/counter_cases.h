@@ -85,6 +85,10 @@ void linkRowsTooLarge();
 void linkRowsLost();
 void linkRowsNoRoom();
 void linkFailures();
+void linkRowsCollected();
+void linkRowsFetched();
+void linkRowsAfterGaps();
+void linkRowsRefused();
 void applications();
 void sources();
 void sourcesOnline();
@@ -95,6 +99,8 @@ void webConnections();
 void liveClients();
 void linkConnected();
 void linkChangesBehind();
+void linkSites();
+void linkSitesSilent();
 
 }  // namespace counter_cases
 
