@@ -70,6 +70,39 @@ TEST_F(ZordchdConfigurationTest, IsWrongWhenItsListOfActionsIs) {
               HasSubstr("/actions:1: program 'systemctl' is not an absolute"));
 }
 
+TEST_F(ZordchdConfigurationTest, AHubWithoutServersIsRefused) {
+  write("[link]\nsite = 'hub'\nstore_remote = true\n");
+  for (const ServerProcess::Arguments& arguments :
+       {ServerProcess::Arguments{"--config", file(), "--check"},
+        {"--config", file(), "--port", "0"}}) {
+    const ProcessResult result = runServer(arguments);
+    EXPECT_EQ(result.exitStatus, EX_CONFIG);
+    EXPECT_EQ(result.standardOutput, "");
+    EXPECT_EQ(result.standardError,
+              "zordchd: " + file() +
+                  ":3: store_remote in [link] needs servers in [link], from which the rows come\n");
+  }
+}
+
+TEST_F(ZordchdConfigurationTest, AHubWithItsStateInMemoryIsRefused) {
+  const auto expectRefusal = [this](ServerProcess::Arguments arguments) {
+    arguments.insert(arguments.begin(), {"--config", file()});
+    const ProcessResult result = runServer(arguments);
+    EXPECT_EQ(result.exitStatus, EX_CONFIG);
+    EXPECT_EQ(result.standardOutput, "");
+    EXPECT_EQ(result.standardError,
+              "zordchd: store_remote in [link] needs a file for the state, which is in memory: set "
+              "path in [store], or give --store FILE\n");
+  };
+  const std::string hub = "[link]\nservers = ['nats://127.0.0.1:1']\nstore_remote = true\n";
+  write(hub);
+  expectRefusal({"--port", "0"});
+  expectRefusal({"--port", "0", "--store", "memory"});
+  expectRefusal({"--store", "memory", "--check"});
+  write(hub + "[store]\npath = 'memory'\n");
+  expectRefusal({"--check"});
+}
+
 TEST_F(ZordchdConfigurationTest, CannotBeCheckedWhenThereIsNone) {
   const ProcessResult result = runServer({"--check"});
   EXPECT_EQ(result.exitStatus, EX_USAGE);

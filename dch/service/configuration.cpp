@@ -10,6 +10,7 @@
 #include "dch/service/credentials_file.h"
 #include "dch/service/file_content.h"
 #include "dch/service/setting_checks.h"
+#include "dch/service/state_path.h"
 #include "dch/service/token_file.h"
 
 namespace dch {
@@ -65,10 +66,12 @@ Configuration readConfiguration(const Options& options) {
   if (configuration.tokenFile)
     configuration.webAccess.token =
         readTokenFile(*configuration.tokenFile, &configuration.warnings);
-  if (!configuration.link.servers.empty())
-    completeLink(&configuration);
-  else if (configuration.link.storeRemote)
-    throw ConfigurationError("store_remote in [link] needs servers there");
+  if (configuration.link.storeRemote &&
+      isStateInMemory(configuration.store, configuration.port == 0))
+    throw ConfigurationError(
+        "store_remote in [link] needs a file for the state, which is in memory: set path in "
+        "[store], or give --store FILE");
+  if (!configuration.link.servers.empty()) completeLink(&configuration);
   return configuration;
 }
 

@@ -22,7 +22,9 @@ class Reader {
 
   Configuration read(std::string_view text) {
     try {
-      for (const auto& [name, section] : files::parseToml(text)) readSection(name, section);
+      const toml::table file = files::parseToml(text);
+      for (const auto& [name, section] : file) readSection(name, section);
+      if (!_faults.areThere()) checkHub(file);
     } catch (const files::NoToml& fault) {
       _faults.add(fault.line, printable(fault.reason));
     }
@@ -58,6 +60,14 @@ class Reader {
       _faults.add(wrong.value.source(), std::string(key.name) + " in [" + key.section +
                                             "] has to be " + wrong.whatItHasToBe + shownValue);
     }
+  }
+
+  // Who asks for the rows of other sites is to notice that none will come.
+  void checkHub(const toml::table& file) {
+    const LinkSettings& link = _configuration.link;
+    if (link.storeRemote && link.servers.empty())
+      _faults.add(file["link"]["store_remote"].node()->source(),
+                  "store_remote in [link] needs servers in [link], from which the rows come");
   }
 
   static bool isSection(std::string_view name) {

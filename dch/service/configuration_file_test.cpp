@@ -147,6 +147,7 @@ TEST(ConfigurationFileTest, SaysWhichValueIsWrongAndWhatIsRight) {
            {"[link]\nsite = 7", "a name of up to 64 English letters"},
            {"[link]\ncredentials = 7", "path of a file in quotes, not 7"},
            {"[link]\nnodes = ['x']", "left out: this version does not have it"},
+           {"[link]\nstore_remote = 1", "true or false, not 1"},
            {"[web]\nlisten = 1980", "an address and port such as \"127.0.0.1:1980\""},
            {"[web]\nlisten = 'localhost:1980'", "an address and port such as"},
            {"[web]\nhosts = 'x'", "an array such as [\"monitor.example\"]"},
@@ -234,6 +235,17 @@ store_remote = false
   EXPECT_THAT(none.link.servers, IsEmpty());
   EXPECT_EQ(none.link.site, "");
   EXPECT_EQ(none.credentialsFile, std::nullopt);
+}
+
+TEST(ConfigurationFileTest, SaysThatAHubNeedsServers) {
+  constexpr char problem[] = "store_remote in [link] needs servers in [link]";
+  EXPECT_THAT(problemOf("[link]\nstore_remote = true"),
+              StartsWith(std::string("zordchd.toml:2: ") + problem));
+  EXPECT_THAT(problemOf("[link]\nservers = []\nsite = 'hub'\nstore_remote = true\n"),
+              StartsWith(std::string("zordchd.toml:4: ") + problem));
+  EXPECT_EQ(problemOf("[link]\nstore_remote = true\nservers = ['nats://x:4222']"), "no error");
+  EXPECT_THAT(problemOf("[link]\nstore_remote = true\nservers = ['x']"), Not(HasSubstr(problem)))
+      << "of servers that are wrong it is said alone";
 }
 
 TEST(ConfigurationFileTest, SaysWhyAFileCannotBeRead) {

@@ -61,9 +61,6 @@ void serve(const dch::Options& options, dch::Configuration&& configuration) {
   dch::ServedPort port = dch::openServedPort(configuration.port, configuration.bindAddress);
   const std::optional<std::string> statePath =
       dch::statePath(configuration.store, configuration.port == 0, ntohs(port.address.port));
-  if (configuration.link.storeRemote && !statePath)
-    throw dch::ConfigurationError(
-        "store_remote in [link] needs a state in a file, and this one is in memory");
   dch::Server(std::move(port), statePath, options, std::move(configuration)).run();
 }
 

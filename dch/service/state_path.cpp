@@ -51,9 +51,13 @@ void makeDirectory(const std::string& path) {
 
 }  // namespace
 
+bool isStateInMemory(const std::optional<std::string>& wanted, bool isAnyPort) {
+  return wanted == "memory" || (!wanted && (isAnyPort || !canKeepState));
+}
+
 std::optional<std::string> statePath(const std::optional<std::string>& wanted, bool isAnyPort,
                                      int port) {
-  if (wanted == "memory" || (!wanted && (isAnyPort || !canKeepState))) return std::nullopt;
+  if (isStateInMemory(wanted, isAnyPort)) return std::nullopt;
   if (wanted) return wanted;
   // With several directories the first is the one for what it makes itself.
   const std::string ofService = variable("STATE_DIRECTORY");

@@ -15,6 +15,9 @@ namespace dch {
 std::optional<std::string> statePath(const std::optional<std::string>& wanted, bool isAnyPort,
                                      int port);
 
+// Whether it is kept in memory alone.
+bool isStateInMemory(const std::optional<std::string>& wanted, bool isAnyPort);
+
 }  // namespace dch
 
 #endif  // DCH_SERVICE_STATE_PATH_H
