@@ -157,7 +157,7 @@ inline constexpr CounterDescription counterDescriptions[] = {
     {Counter::linkRowsFetched, "link_rows_fetched",
      "such rows that it has asked the sites themselves for"},
     {Counter::linkRowsAfterGaps, "link_rows_after_gaps",
-     "such rows that follow others which are nowhere to be had"},
+     "rows of other sites that follow others which are nowhere to be had"},
     {Counter::linkRowsRefused, "link_rows_refused",
      "messages of the link that are no rows, or of too many sites"},
     {Counter::linkRowsNoRoom, "link_rows_no_room",

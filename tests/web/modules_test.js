@@ -179,10 +179,11 @@ const tests = {
     equal(zoomWindow(0, 100e6, 2, 100e6), [-100e6, 100e6]);
   },
   "counters that should be zero are told, what was lost first"() {
-    const state = { counters: { rows_kept: 9, not_allowed: 7, pushes_lost: 3, write_failures: 0, later_frames_lost: 2 }, help: { later_frames_lost: "frames lost" },
+    const state = { counters: { rows_kept: 9, not_allowed: 7, pushes_lost: 3, write_failures: 0, later_frames_lost: 2, link_rows_after_gaps: 1 }, help: { later_frames_lost: "frames lost", link_rows_after_gaps: "rows after gaps" },
       requests: [{ request: "data", code: 4128, status: 0, text: "done", count: 9 }, { request: "data", code: 4128, status: 104, text: "unknown", count: 4 }] };
     equal(troublesOf(state).map((trouble) => [trouble.kind, trouble.count, trouble.words]), [
       ["lost", 3, "rows or status events did not reach a subscriber"], ["lost", 2, "frames lost"],
+      ["lost", 1, "rows after gaps"],
       ["refused", 7, "datagrams or connections came from where none are allowed"], ["refused", 4, "rows were refused: unknown (status 104)"]]);
   },
   "a count that rises is noticed, one that was there is not"() {

@@ -27,7 +27,7 @@ const OF_THE_STORE = ["changes_not_kept", "changes_refused", "write_failures", "
 const NOT_STORED = 105; // status
 
 /** Signs of trouble in other names. */
-const SIGNS_OF_LOSS = /lost|dropped|forgotten|thrown/;
+const SIGNS_OF_LOSS = /lost|dropped|forgotten|thrown|gaps/;
 const SIGNS = /refused|(?<!link_)fail|stalled|crowded|too_large/;
 
 /** @returns {string} "row{s} {was|were} lost" as it reads after that count */
