@@ -12,9 +12,8 @@
 #include <utility>
 #include <vector>
 
-#include "dch/link/nats.h"
-#include "dch/link/row_header.h"
 #include "dch/testkit/clients.h"
+#include "dch/testkit/false_site.h"
 #include "dch/testkit/jet_stream.h"
 #include "dch/testkit/link_test.h"
 #include "dch/testkit/linked_server.h"
@@ -232,53 +231,6 @@ TEST_F(ZordchdHubTest, MissesNothingWhenNatsIsKilledAndWhenItsStoreIsLost) {
   for (LinkedServer* const each : {&_west, &_east, &_hub}) lead(each);
   expectHubHasAll();
 }
-
-// Hears what a site is asked for, and says what a test wants it to.
-class FalseSite {
- public:
-  FalseSite(const std::string& url, const std::string& site) : _site(site) {
-    natsConnection* connection = nullptr;
-    EXPECT_EQ(natsConnection_ConnectTo(&connection, url.c_str()), NATS_OK);
-    _connection.reset(connection);
-    natsSubscription* requests = nullptr;
-    EXPECT_EQ(natsConnection_SubscribeSync(&requests, connection, ("zord.fetch." + site).c_str()),
-              NATS_OK);
-    _requests.reset(requests);
-    EXPECT_EQ(natsConnection_Flush(connection), NATS_OK);
-  }
-
-  // Where the answer to the next request has to go; empty when none comes.
-  std::string nextAsker() const {
-    natsMsg* request = nullptr;
-    if (natsSubscription_NextMsg(&request, _requests.get(),
-                                 std::chrono::milliseconds(linkPatience).count()) != NATS_OK)
-      return "";
-    const NatsMessage end(request);
-    return natsMsg_GetReply(request);
-  }
-
-  // The row behind the one with the number before.
-  void sendRow(int number, const std::string& to) const {
-    const Epoch epoch{1};
-    const RowHeader header{.name = {epoch, number}, .previous = {epoch, number - 1}, .source = "s"};
-    const std::string message = dataMessage(1, {{"load1", 'D', std::to_string(number)}});
-    natsMsg* made = nullptr;
-    EXPECT_EQ(natsMsg_Create(&made, to.c_str(), nullptr, message.data(),
-                             static_cast<int>(message.size())),
-              NATS_OK);
-    const NatsMessage end(made);
-    natsMsgHeader_Set(made, "Zord-Row", rowHeaderText(header).c_str());
-    natsMsgHeader_Set(made, "Zord-Subject", subject().c_str());
-    EXPECT_EQ(natsConnection_PublishMsg(_connection.get(), made), NATS_OK);
-  }
-  std::string subject() const { return "zord.rows." + _site + ".HOSTMON.load"; }
-  void flush() const { EXPECT_EQ(natsConnection_Flush(_connection.get()), NATS_OK); }
-
- private:
-  const std::string _site;
-  NatsConnection _connection;
-  NatsSubscription _requests;
-};
 
 TEST_F(ZordchdHubTest, GoesOnWhenItIsCutOffInTheMidstOfAnAnswer) {
   askJetStream(_nats.url(), "CREATE");

@@ -1,0 +1,62 @@
+#include "dch/testkit/false_site.h"
+
+#include <chrono>
+
+#include "dch/link/row_fetch.h"
+#include "dch/link/row_header.h"
+#include "dch/link/subject.h"
+#include "dch/testkit/link_test.h"
+#include "dch/testkit/messages.h"
+#include "dch/testkit/nats_messages.h"
+
+namespace dch::testkit {
+
+struct FalseSite::Ends {
+  NatsConnection connection;
+  NatsSubscription requests;
+};
+
+FalseSite::FalseSite(const std::string& url, const std::string& site)
+    : _site(site), _ends(std::make_unique<Ends>()) {
+  natsConnection* connection = nullptr;
+  requireDone(natsConnection_ConnectTo(&connection, url.c_str()));
+  _ends->connection.reset(connection);
+  natsSubscription* requests = nullptr;
+  requireDone(natsConnection_SubscribeSync(&requests, connection, fetchSubject(site).c_str()));
+  _ends->requests.reset(requests);
+  flush();
+}
+
+FalseSite::~FalseSite() = default;
+
+std::string FalseSite::nextAsker() const {
+  natsMsg* request = nullptr;
+  if (natsSubscription_NextMsg(&request, _ends->requests.get(),
+                               std::chrono::milliseconds(linkPatience).count()) != NATS_OK)
+    return "";
+  const NatsMessage end(request);
+  return natsMsg_GetReply(request);
+}
+
+void FalseSite::sendRow(int number, const std::string& to) const {
+  const Epoch epoch{1};
+  const RowHeader header{.name = {epoch, number}, .previous = {epoch, number - 1}, .source = "s"};
+  const std::string message = dataMessage(1, {{"load1", 'D', std::to_string(number)}});
+  natsMsg* made = nullptr;
+  requireDone(
+      natsMsg_Create(&made, to.c_str(), nullptr, message.data(), static_cast<int>(message.size())));
+  const NatsMessage end(made);
+  natsMsgHeader_Set(made, "Zord-Row", rowHeaderText(header).c_str());
+  natsMsgHeader_Set(made, "Zord-Subject", subject().c_str());
+  requireDone(natsConnection_PublishMsg(_ends->connection.get(), made));
+}
+
+std::string FalseSite::subject() const {
+  return rowSubject(_site, "HOSTMON", "load");
+}
+
+void FalseSite::flush() const {
+  requireDone(natsConnection_Flush(_ends->connection.get()));
+}
+
+}  // namespace dch::testkit
