@@ -4,9 +4,10 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
+#include <cerrno>
 #include <charconv>
+#include <exception>
 #include <filesystem>
-#include <new>
 #include <string>
 #include <system_error>
 
@@ -35,16 +36,17 @@ bool isClosedOnExec(int descriptor) {
 
 // Calls take(socket, cookie) for each socket of the library that leads to the port. Other threads
 // open and close theirs meanwhile, so it is a descriptor of its own that is looked at and given.
+// Throws std::system_error when it cannot look at all of them.
 template <class Take>
 void forSocketsTo(int port, Take take) {
-  std::error_code fault;
-  for (std::filesystem::directory_iterator entry("/proc/self/fd", fault), end;
-       !fault && entry != end; entry.increment(fault)) {
-    const std::string name = entry->path().filename();
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    const std::string name = entry.path().filename();
     int number = -1;
     std::from_chars(name.data(), name.data() + name.size(), number);
     if (isClosedOnExec(number) || peerPort(number) != port) continue;
     const Descriptor socket(fcntl(number, F_DUPFD_CLOEXEC, 0));
+    if (!socket.isOpen() && errno != EBADF)
+      throw std::system_error(errno, std::generic_category(), "a socket cannot be looked at");
     std::uint64_t cookie = 0;
     socklen_t length = sizeof cookie;
     if (peerPort(socket.get()) == port &&
@@ -59,18 +61,53 @@ std::set<std::uint64_t> cookiesOf(int port) {
   return cookies;
 }
 
+struct Turns {
+  struct OfPort {
+    std::uint64_t taken = 0;
+    std::uint64_t over = 0;
+  };
+  std::mutex mutex;
+  std::condition_variable changed;
+  std::map<int, OfPort> ofPorts;
+};
+
+// For ever: at the end of the process a thread may still connect.
+Turns& allTurns() {
+  static Turns& turns = *new Turns;
+  return turns;
+}
+
 }  // namespace
 
-ConnectGuard::ConnectGuard(int port, std::chrono::milliseconds longest)
-    : _port(port), _longest(longest), _earlier(cookiesOf(port)), _thread([this] { run(); }) {}
+ConnectGuard::Turn::Turn(int port) : _port(port) {
+  Turns& turns = allTurns();
+  std::unique_lock lock(turns.mutex);
+  Turns::OfPort& here = turns.ofPorts[port];
+  const std::uint64_t own = here.taken++;
+  turns.changed.wait(lock, [&] { return here.over == own; });
+}
 
-ConnectGuard::~ConnectGuard() {
+ConnectGuard::Turn::~Turn() {
+  Turns& turns = allTurns();
+  {
+    const std::lock_guard lock(turns.mutex);
+    ++turns.ofPorts.at(_port).over;
+  }
+  turns.changed.notify_all();
+}
+
+ConnectGuard::ConnectGuard(int port, std::chrono::milliseconds longest)
+    : _turn(port), _port(port), _longest(longest), _earlier(cookiesOf(port)), _thread([this] {
+        run();
+      }) {}
+
+void ConnectGuard::end() {
   {
     const std::lock_guard lock(_mutex);
     _isEnding = true;
   }
   _end.notify_one();
-  _thread.join();
+  if (_thread.joinable()) _thread.join();
 }
 
 bool ConnectGuard::hasShutDown() const {
@@ -83,8 +120,8 @@ void ConnectGuard::run() {
   while (!_end.wait_for(lock, pause, [this] { return _isEnding; })) {
     try {
       look(std::chrono::steady_clock::now());
-    } catch (const std::bad_alloc&) {
-      // The next look finds the same.
+    } catch (const std::exception&) {
+      // No memory or no descriptor: the next look finds the same.
     }
   }
 }

@@ -3,7 +3,13 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <system_error>
+#include <thread>
+#include <vector>
+
 #include "dch/testkit/link_test.h"
+#include "tests/support/descriptor_limit.h"
 #include "tests/support/sockets.h"
 #include "tests/support/wait_until.h"
 
@@ -36,6 +42,40 @@ TEST(ConnectGuardTest, ShutsDownWhatIsTooLongOnItsWayToThePort) {
     each->server.send("more");
     EXPECT_EQ(each->client.receive(4), "more");
   }
+}
+
+// Of two at a time none could tell whose a new socket is.
+TEST(ConnectGuardTest, OneAtATimeHasAPort) {
+  const StreamListener guarded;
+  const StreamListener other;
+  const ConnectGuard elsewhere(other.port(), std::chrono::milliseconds(1));
+  std::atomic<int> here = 0;
+  std::atomic<bool> areTwoHere = false;
+  {
+    std::vector<std::jthread> threads;
+    for (int thread = 0; thread < 4; ++thread)
+      threads.emplace_back([&] {
+        for (int count = 0; count < 25; ++count) {
+          const ConnectGuard guard(guarded.port(), std::chrono::milliseconds(1));
+          if (++here > 1) areTwoHere = true;
+          std::this_thread::yield();
+          --here;
+        }
+      });
+  }
+  EXPECT_FALSE(areTwoHere);
+}
+
+// Else it would take what is connected for what comes.
+TEST(ConnectGuardTest, IsNotHadWhileItCannotSeeWhatIsConnected) {
+  if (!canRunWithoutDescriptors) GTEST_SKIP() << "the sanitizers need descriptors of their own";
+  const StreamListener guarded;
+  const ConnectionTo earlier(guarded);
+  for (const int room : {0, 1}) {
+    const DescriptorLimit limit(room);
+    EXPECT_THROW(ConnectGuard(guarded.port(), std::chrono::milliseconds(1)), std::system_error);
+  }
+  const ConnectGuard guard(guarded.port(), std::chrono::milliseconds(1));
 }
 
 // As a client's that has the number of the port by chance.

@@ -4,10 +4,13 @@
 #include <sys/socket.h>
 
 #include <atomic>
+#include <memory>
 #include <string>
 #include <thread>
 #include <utility>
+#include <vector>
 
+#include "dch/link/server_connection.h"
 #include "dch/net/descriptor.h"
 #include "dch/testkit/certificates.h"
 #include "dch/testkit/link_test.h"
@@ -28,8 +31,8 @@ void expectFault(const std::string& server, const std::string& expected,
   EXPECT_EQ(connectFault(server, expected, settings), expected);
 }
 
-std::string urlOf(int port) {
-  return "nats://127.0.0.1:" + std::to_string(port);
+std::string urlOf(int port, const std::string& host = "127.0.0.1") {
+  return "nats://" + host + ":" + std::to_string(port);
 }
 
 // Greets each of those who connect, and says nothing more; or closes the connection then.
@@ -45,6 +48,7 @@ class Greeter {
   }
 
   int port() const { return _listener.port(); }
+  int greeted() const { return _greeted; }
 
  private:
   void greetAll() {
@@ -52,6 +56,7 @@ class Greeter {
       const StreamSocket client(_listener);
       if (_isEnding) return;
       client.send(_greeting);
+      ++_greeted;
       if (_then == Then::wait) waitUntil([&] { return isGone(client); }, linkPatience);
     }
   }
@@ -64,6 +69,7 @@ class Greeter {
   const Then _then;
   const StreamListener _listener;
   std::atomic<bool> _isEnding = false;
+  std::atomic<int> _greeted = 0;
   std::thread _thread;
 };
 
@@ -72,6 +78,21 @@ constexpr char natsGreeting[] =
 constexpr char natsGreetingForTls[] =
     "INFO {\"server_id\":\"X\",\"version\":\"2.9.10\",\"headers\":true,\"max_payload\":1000,"
     "\"tls_required\":true}\r\n";
+
+// On the port of another one, as the nodes of a cluster are on one.
+std::unique_ptr<NatsServer> serverBeside(int port, const std::string& host) {
+  const std::string listen = "listen: \"" + host + ":" + std::to_string(port) + "\"";
+  return std::make_unique<NatsServer>(NatsServer::Settings{.hasJetStream = false, .more = listen});
+}
+
+// Nothing when something sent there comes back.
+std::string faultOf(ServerConnection& connection) try {
+  const ServerConnection::Inbox inbox = connection.inbox();
+  connection.send(inbox.subject, "", {}, "anything");
+  return connection.heard(inbox.answers.get(), linkPatience).message ? "" : "nothing comes";
+} catch (const LinkError& error) {
+  return error.what();
+}
 
 }  // namespace
 
@@ -106,6 +127,38 @@ TEST(ConnectingTest, AServerThatStandsStill) {
 TEST(ConnectingTest, AServerThatFallsSilentAfterItsGreeting) {
   const Greeter greeter(natsGreeting, Greeter::Then::wait);
   expectFault(urlOf(greeter.port()), silence);
+}
+
+TEST(ConnectingTest, WhileAnotherThreadTriesANodeThatFallsSilent) {
+  const Greeter silent(natsGreeting, Greeter::Then::wait);
+  const std::string host = "127.0.0.2";
+  const auto good = serverBeside(silent.port(), host);
+  std::atomic<int> failures = 0;
+  const std::jthread other([&](const std::stop_token& isOver) {
+    while (!isOver.stop_requested()) try {
+        const ServerConnection connection(settingsFor(), urlOf(silent.port()));
+      } catch (const LinkError&) {
+        ++failures;
+      }
+  });
+  std::vector<std::unique_ptr<ServerConnection>> connections;
+  const auto isConnected = [&] {
+    try {
+      connections.push_back(
+          std::make_unique<ServerConnection>(settingsFor(), urlOf(silent.port(), host)));
+      return true;
+    } catch (const LinkError&) {
+      return false;
+    }
+  };
+  for (int count = 0; count < 2; ++count) {
+    const int before = silent.greeted();
+    ASSERT_TRUE(waitUntil([&] { return silent.greeted() > before; }, linkPatience));
+    ASSERT_TRUE(waitUntil(isConnected, linkPatience));
+  }
+  const int before = failures;
+  ASSERT_TRUE(waitUntil([&] { return failures >= before + 2; }, linkPatience));
+  for (const auto& each : connections) EXPECT_EQ(faultOf(*each), "");
 }
 
 // That greets and ends the connection, and names another one.

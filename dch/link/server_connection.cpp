@@ -6,6 +6,7 @@
 #include <climits>
 #include <cstdint>
 #include <new>
+#include <system_error>
 
 #include "dch/link/connect_guard.h"
 
@@ -115,15 +116,19 @@ int portIn(const std::string& server) {
   return port;
 }
 
-NatsConnection connect(const LinkSettings& settings, const std::string& server) {
+NatsConnection connect(const LinkSettings& settings, const std::string& server) try {
   const SignalsBlocked duringThis;
   const NatsOptions options = optionsFor(settings, server);
-  const ConnectGuard guard(portIn(server), ServerConnection::longestConnecting);
+  ConnectGuard guard(portIn(server), ServerConnection::longestConnecting);
   natsConnection* made = nullptr;
   natsStatus status = natsConnection_Connect(&made, options.get());
-  if (status == NATS_OK) return NatsConnection(made);
-  if (guard.hasShutDown()) status = NATS_TIMEOUT;
-  failFor(server, connectFault(status, settings));
+  NatsConnection connection(made);
+  guard.end();
+  if (guard.hasShutDown()) status = NATS_TIMEOUT;  // also when it was connected just then
+  if (status != NATS_OK) failFor(server, connectFault(status, settings));
+  return connection;
+} catch (const std::system_error& error) {
+  failFor(server, std::string("cannot connect: ") + error.what());
 }
 
 NatsInbox newInbox() {
