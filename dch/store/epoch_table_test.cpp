@@ -51,8 +51,6 @@ class Epochs : public testkit::StoreTest {
   }
   std::string own() const { return epochText(_store->epoch()); }
 
-  void write(const std::string& sql) const { sqlite::Connection(path(), nullptr).execute(sql); }
-
   testkit::FaultyVfs _vfs;
   Time _rows = 0;
   std::map<std::string, Time> _times;  // of the rows, by their names
@@ -206,9 +204,7 @@ TEST_F(Epochs, RowsOfAnOlderVersionHaveOne) {
   goOnline();
   keepSome(5);
   stop();
-  write(
-      "DROP TABLE epochs; DROP TABLE publishing; DROP TABLE remote_sources; DROP TABLE "
-      "remote_epochs; DROP TABLE remote_sites; DROP TABLE stream_read; PRAGMA user_version = 2");
+  takeBackTo(2);
   start();
   lookAtNames();
   EXPECT_EQ(_times.size(), 5u);

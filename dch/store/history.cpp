@@ -51,7 +51,7 @@ std::optional<HistoryGroup> History::findGroup(std::int64_t application, std::st
   std::optional<HistoryGroup> found;
   read([&](sqlite::Connection& connection) {
     sqlite::Statement query(connection, R"(
-SELECT g.id, a.text, EXISTS (SELECT 1 FROM remote_sources WHERE "group" = g.id)
+SELECT g.id, a.text, has_remote_rows
 FROM known_groups AS g JOIN known_applications AS a ON a.id = g.application
 WHERE g.application = ? AND g.name = ?)");
     query.bind(1, application).bindText(2, name);

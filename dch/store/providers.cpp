@@ -25,6 +25,7 @@ Providers::Providers(sqlite::Connection& connection)
       _edits(connection),
       _clearPlaces(connection, "UPDATE known_groups SET place = NULL WHERE application = ?"),
       _setPlace(connection, "UPDATE known_groups SET place = ? WHERE id = ?"),
+      _setHasRemoteRows(connection, "UPDATE known_groups SET has_remote_rows = 1 WHERE id = ?"),
       _setAttribute(connection, "INSERT OR REPLACE INTO known_attributes VALUES (?, ?, ?, ?)"),
       _goOnline(connection, R"(
 INSERT INTO known_sources VALUES (?, ?, ?, 1, ?) ON CONFLICT (handle) DO UPDATE
@@ -35,8 +36,7 @@ INSERT INTO known_sources VALUES (?, ?, ?, 1, ?) ON CONFLICT (handle) DO UPDATE
       R"(SELECT name, "column" FROM known_attributes WHERE "group" = ? ORDER BY place)");
   std::unordered_map<std::int64_t, Group*> groupsById;
   sqlite::Statement groups(connection, R"(
-SELECT a.id, a.name, is_registered, text, g.id, g.name, view, place IS NOT NULL,
-  EXISTS (SELECT 1 FROM remote_sources WHERE "group" = g.id)
+SELECT a.id, a.name, is_registered, text, g.id, g.name, view, place IS NOT NULL, has_remote_rows
 FROM known_applications AS a JOIN known_groups AS g ON g.application = a.id ORDER BY g.id)");
   while (groups.step()) {
     const auto [known, isNew] = _applications.try_emplace(
@@ -294,7 +294,10 @@ RemoteRowTable& Providers::enter(const RemoteRow& row,
   Application& application = enterApplication(row.application);
   Group& group = enterGroup(&application, row.application, row.group);
   bool isChanged = group.remoteTable == nullptr;
-  if (isChanged) makeRemoteTable(&group, false);
+  if (isChanged) {
+    makeRemoteTable(&group, false);
+    _setHasRemoteRows.bind(1, group.table->group()).run();
+  }
   for (const std::string_view attribute : attributes)
     isChanged = group.columns->add(attribute) || isChanged;
   if (isChanged && !std::exchange(group.isEntered, true)) _entered.push_back(&group);

@@ -28,9 +28,9 @@ namespace dch {
 class Providers {
  public:
   // How many groups the file takes: those that are registered, and those that are not, or not any
-  // more, but have sources, here or at other sites, whose handles stay theirs, or rows. Each has a
-  // table or two and a view, and what makes another one takes longer with their number. Far above
-  // what a suite has.
+  // more, but have sources, whose handles stay theirs, or rows, or had rows of other sites. Each
+  // has a table or two and a view, and what makes another one takes longer with their number. Far
+  // above what a suite has.
   static constexpr std::size_t maxGroups = 2'000;
   // Other sites' rows make no more where there are so many: this server's own have room, too.
   static constexpr std::size_t maxGroupsWithRemote = 1'500;
@@ -114,6 +114,7 @@ class Providers {
   SqlNames _views;
   sqlite::Statement _clearPlaces;
   sqlite::Statement _setPlace;
+  sqlite::Statement _setHasRemoteRows;
   sqlite::Statement _setAttribute;
   sqlite::Statement _goOnline;
   sqlite::Statement _goOffline;

@@ -20,7 +20,6 @@ class RemoteRowTable {
   // See RowTable.
   RemoteRowTable(sqlite::Connection& connection, SchemaEdits& edits, std::int64_t group,
                  const AttributeColumns& columns, bool isInFile);
-  std::int64_t group() const { return _rows.group(); }
   void define();
   void insert(std::int64_t number, ZORA_Long handle, Time time, std::string_view message,
               bool isRow);
@@ -36,6 +35,7 @@ class RemoteRowTable {
   std::int64_t removeOlder(Time before, std::int64_t most);
 
  private:
+  std::int64_t group() const { return _rows.group(); }
   std::int64_t remove(sqlite::Statement* statement);
 
   sqlite::Connection& _connection;

@@ -1,9 +1,9 @@
-// remote_sources.h: the handles that sources of other sites have in the file.
+// remote_sources.h: the handles that sources of other sites have in the file, whether or not it has
+// rows of theirs.
 #ifndef DCH_STORE_REMOTE_SOURCES_H
 #define DCH_STORE_REMOTE_SOURCES_H
 
 #include <cstddef>
-#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -21,13 +21,21 @@ class RemoteSources {
   // the file.
   static constexpr std::size_t mostAtHand = 100'000;
 
+  // May be any bytes.
+  struct Names {
+    std::string_view site;
+    std::string_view application;
+    std::string_view group;
+    std::string_view source;
+  };
+
   explicit RemoteSources(sqlite::Connection& connection);
 
-  // For good. A source that is new gets the next one.
-  ZORA_Long handleOf(std::string_view site, std::int64_t group, std::string_view name);
+  // For good, whatever becomes of the group here. A source that is new gets the next one.
+  ZORA_Long handleOf(const Names& names);
 
  private:
-  ZORA_Long findOrAdd(std::string_view site, std::int64_t group, std::string_view name);
+  ZORA_Long findOrAdd(const Names& names);
 
   sqlite::Connection& _connection;
   sqlite::Statement _find;

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <set>
 #include <string>
+#include <vector>
 
 #include "dch/core/handles.h"
 #include "dch/store/schema.h"
@@ -18,24 +20,28 @@ class RemoteSourcesTest : public testing::Test {
 };
 
 TEST_F(RemoteSourcesTest, EachHasAHandleForGood) {
-  ZORA_Long first = 0;
   for (int round = 0; round < 2; ++round) {
     RemoteSources sources(_connection);
-    first = sources.handleOf("s", 1, "host");
+    const ZORA_Long first = sources.handleOf({"s", "A", "g", "host"});
     EXPECT_EQ(first, firstRemoteHandle);
-    EXPECT_EQ(sources.handleOf("s", 1, "other"), first + 1);
-    EXPECT_EQ(sources.handleOf("s", 2, "host"), first + 2) << "another group";
-    EXPECT_EQ(sources.handleOf("t", 1, "host"), first + 3) << "another site";
-    EXPECT_EQ(sources.handleOf("s", 1, "host"), first);
+    EXPECT_EQ(sources.handleOf({"s", "A", "g", "other"}), first + 1);
+    EXPECT_EQ(sources.handleOf({"s", "A", "h", "host"}), first + 2) << "another group";
+    EXPECT_EQ(sources.handleOf({"s", "B", "g", "host"}), first + 3) << "another application";
+    EXPECT_EQ(sources.handleOf({"t", "A", "g", "host"}), first + 4) << "another site";
+    EXPECT_EQ(sources.handleOf({"s", "A", "g", "host"}), first);
   }
 }
 
 TEST_F(RemoteSourcesTest, NamesThatMakeTheSameTextTogetherAreNotMixedUp) {
   RemoteSources sources(_connection);
-  const ZORA_Long first = sources.handleOf("a", 1, "bc");
-  EXPECT_NE(sources.handleOf("ab", 1, "c"), first);
-  EXPECT_NE(sources.handleOf("", 1, "abc"), first);
-  EXPECT_NE(sources.handleOf("a", 12, "bc"), sources.handleOf("a", 1, "2bc"));
+  const std::vector<RemoteSources::Names> all = {
+      {"a", "b", "c", "d"},      {"ab", "", "c", "d"}, {"", "ab", "c", "d"},
+      {"a", "bc", "", "d"},      {"a", "", "bc", "d"}, {"a", "b", "cd", ""},
+      {"a", "b", "", "cd"},      {"", "", "", "abcd"}, {"a", "b1 c", "", ""},
+      {"a", "b", "c1 d", "0 x"}, {"a", "b", "c", "1"}, {"a", "b", "c1 1", ""}};
+  std::set<ZORA_Long> handles;
+  for (const RemoteSources::Names& names : all) handles.insert(sources.handleOf(names));
+  EXPECT_EQ(handles.size(), all.size());
 }
 
 TEST_F(RemoteSourcesTest, MayBeMoreThanAreAtHand) {
@@ -44,7 +50,8 @@ TEST_F(RemoteSourcesTest, MayBeMoreThanAreAtHand) {
   constexpr auto count = static_cast<ZORA_Long>(RemoteSources::mostAtHand) + 100;
   for (int round = 0; round < 2; ++round)
     for (ZORA_Long source = 0; source < count; ++source)
-      ASSERT_EQ(sources.handleOf("s", 1, std::to_string(source)), firstRemoteHandle + source);
+      ASSERT_EQ(sources.handleOf({"s", "A", "g", std::to_string(source)}),
+                firstRemoteHandle + source);
   EXPECT_EQ(sqlite::queryNumber(_connection, "SELECT count(*) FROM remote_sources"), count);
 }
 

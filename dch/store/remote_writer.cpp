@@ -61,8 +61,9 @@ void RemoteWriter::write(const RemoteRows& change,
     const RemoteRow& row = *rows[i];
     const auto& [table, isRow] = places[i];
     const std::int64_t position = usePosition();
-    table->insert(position, _sources.handleOf(change.site, table->group(), row.source), row.time,
-                  row.message, isRow);
+    const ZORA_Long handle =
+        _sources.handleOf({change.site, row.application, row.group, row.source});
+    table->insert(position, handle, row.time, row.message, isRow);
     find(&epochs, row.name.epoch).changed = position;
   }
   std::for_each(change.known.rbegin(), change.known.rend(), [&](const RowName& name) {

@@ -121,12 +121,15 @@ INSERT INTO publishing VALUES (1, 0, 0))");
 // of this server.
 void addRemoteRows(sqlite::Connection& connection) {
   connection.execute(R"(
+ALTER TABLE known_groups ADD COLUMN has_remote_rows INTEGER NOT NULL DEFAULT 0;
+
 CREATE TABLE remote_sources (
   handle INTEGER PRIMARY KEY,
   site NOT NULL,
-  "group" INTEGER NOT NULL,
+  application NOT NULL,
+  "group" NOT NULL,
   name NOT NULL,
-  UNIQUE ("group", site, name));
+  UNIQUE (site, application, "group", name));
 
 CREATE TABLE remote_epochs (
   epoch BLOB PRIMARY KEY,

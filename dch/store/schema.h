@@ -3,7 +3,8 @@
 //   state              one line: the highest position that was in use when it was written, and from
 //                      which row on `newest_rows` does not know the rows
 //   known_...          the providers as the registry knows them. The `place` of a group is null
-//                      when it is not registered
+//                      when it is not registered, and has_remote_rows once it has a table of
+//                      those, whether or not there are any now
 //   newest_rows        the newest row of each source that has sent one
 //   rows_N             the rows of the group with that ID: the message as it came, and a column
 //                      `vN` for each attribute that the group ever had
@@ -15,14 +16,13 @@
 //
 // and, empty unless the server keeps rows of other sites, too:
 //
-//   remote_sources     their sources, whose handles are their own (core/handles.h)
+//   remote_sources     their sources by their names, whose handles are their own (core/handles.h),
+//                      whether or not there are rows of theirs
 //   remote_rows_N      the rows of other sites of the group with that ID, with the columns of
-//   rows_N
-//                      and an index by time. A group that is not registered here is among the known
-//                      ones all the same
+//                      rows_N and an index by time. A group that is not registered here is among
+//                      the known ones all the same
 //   remote_epochs      up to which number the rows of which run of another server are known, and
-//   the
-//                      position at which that was changed
+//                      the position at which that was changed
 //   remote_sites       from where on the stream has rows of a site that were passed over
 //   stream_read        one line: how far the stream was read
 //

@@ -102,10 +102,7 @@ TEST_F(StateFileTest, AnOlderVersionIsBroughtUpToDate) {
   ASSERT_TRUE(keep(Row{1, 1, testkit::dataMessage(1)}));
   const std::string before = knownAfterRestart();
   stop();
-  write(
-      "DROP TABLE epochs; DROP TABLE publishing; DROP TABLE clock_steps; DROP TABLE remote_sources;"
-      "DROP TABLE remote_epochs; DROP TABLE remote_sites; DROP TABLE stream_read;"
-      "PRAGMA user_version = 1");
+  takeBackTo(1);
   EXPECT_EQ(knownAfterRestart(), before);
   EXPECT_EQ(read("PRAGMA user_version"), "4\n");
   EXPECT_TRUE(keep(Row{1, 2, testkit::dataMessage(1)}));

@@ -101,8 +101,11 @@ std::vector<std::string> remoteRowsInFile(const std::string& path) {
            "SELECT number, s.site || ' ' || a.name || '.' || g.name || '/' || s.name || ' ' || "
            "time_us || ' ' || hex(message) AS row FROM " +
            table +
-           " AS r JOIN remote_sources AS s ON s.handle = r.handle JOIN known_groups AS g ON g.id = "
-           "s.\"group\" JOIN known_applications AS a ON a.id = g.application";
+           " AS r JOIN remote_sources AS s ON s.handle = r.handle JOIN known_groups AS g ON "
+           "'remote_rows_' || g.id = '" +
+           table +
+           "' AND g.name = s.\"group\" JOIN known_applications AS a ON a.id = g.application AND "
+           "a.name = s.application";
   if (sql.empty()) return {};
   std::istringstream lines(query(path, "SELECT row FROM (" + sql + ") ORDER BY number"));
   std::vector<std::string> rows;

@@ -1,9 +1,12 @@
 #include "dch/testkit/store_test.h"
 
+#include <array>
+#include <cstddef>
 #include <filesystem>
 #include <iterator>
 #include <sstream>
 
+#include "dch/store/schema.h"
 #include "dch/store/sqlite.h"
 
 namespace dch::testkit {
@@ -45,6 +48,20 @@ void StoreTest::putInPlace(const std::string& copy) const {
   for (const char* suffix : {"", "-wal"})
     if (std::filesystem::exists(copy + suffix))
       std::filesystem::copy(copy + suffix, path() + suffix);
+}
+
+void StoreTest::takeBackTo(int version) const {
+  constexpr std::array undo = {
+      "DROP TABLE clock_steps",
+      "DROP TABLE epochs; DROP TABLE publishing",
+      "DROP TABLE remote_sources; DROP TABLE remote_epochs; DROP TABLE remote_sites; "
+      "DROP TABLE stream_read; ALTER TABLE known_groups DROP COLUMN has_remote_rows",
+  };
+  static_assert(undo.size() == newestSchema - 1);
+  sqlite::Connection connection(path(), nullptr);
+  for (int newest = newestSchema; newest > version; --newest)
+    connection.execute(undo[static_cast<std::size_t>(newest) - 2]);
+  connection.execute("PRAGMA user_version = " + std::to_string(version));
 }
 
 }  // namespace dch::testkit

@@ -117,6 +117,8 @@ class StoreTest : public ::testing::Test {
   void copyTo(const std::string& copy) const;
   // What the store is to find at its next start.
   void putInPlace(const std::string& copy) const;
+  // What the file was before newer versions of the schema changed it, while no store has it.
+  void takeBackTo(int version) const;
 
   std::string path() const { return _folder.path() + "/state.db"; }
   std::string read(const std::string& sql) const { return query(path(), sql); }
