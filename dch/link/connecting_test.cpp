@@ -87,9 +87,8 @@ std::unique_ptr<NatsServer> serverBeside(int port, const std::string& host) {
 
 // Nothing when something sent there comes back.
 std::string faultOf(ServerConnection& connection) try {
-  const ServerConnection::Inbox inbox = connection.inbox();
-  connection.send(inbox.subject, "", {}, "anything");
-  return connection.heard(inbox.answers.get(), linkPatience).message ? "" : "nothing comes";
+  connection.send(connection.replySubject("test"), "", {}, "anything");
+  return connection.next(linkPatience).message ? "" : "nothing comes";
 } catch (const LinkError& error) {
   return error.what();
 }

@@ -121,6 +121,7 @@ void RowCollector::run() noexcept {
 void RowCollector::forgetAll() noexcept {
   _secondReading.reset();
   _questions.clear();
+  _boxes.clear();
   _stream.reset();
   _connection.reset();
   _touched.clear();
@@ -187,6 +188,7 @@ void RowCollector::connect() {
 void RowCollector::disconnect(std::string_view reason) noexcept {
   _secondReading.reset();
   _questions.clear();
+  _boxes.clear();
   _stream.reset();
   _connection.reset();
   ++_counted.failures;
@@ -271,7 +273,9 @@ void RowCollector::ask() {
   while (_questions.size() < mostQuestions && hasRoom()) {
     CollectedSite* const site = siteToAsk(Clock::now());
     if (site == nullptr) return;
-    _questions.emplace_back(*_connection, *site);
+    if (_boxes.empty()) _boxes.push_back(std::make_unique<AnswerBox>(*_connection));
+    _questions.emplace_back(*_connection, *site, std::move(_boxes.front()));
+    _boxes.pop_front();
   }
 }
 
@@ -310,6 +314,7 @@ void RowCollector::takeAnswers() {
       ++question;
     } else {
       conclude(*question);
+      _boxes.push_back(question->takeBox());
       question = _questions.erase(question);
     }
   }

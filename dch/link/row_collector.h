@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <list>
 #include <map>
@@ -19,6 +20,7 @@
 #include <vector>
 
 #include "dch/core/change.h"
+#include "dch/link/answer_box.h"
 #include "dch/link/collected_site.h"
 #include "dch/link/link_log.h"
 #include "dch/link/link_settings.h"
@@ -117,6 +119,7 @@ class RowCollector {
   std::unique_ptr<ServerConnection> _connection;
   std::optional<StreamedRows> _stream;
   std::list<SiteQuestion> _questions;
+  std::deque<std::unique_ptr<AnswerBox>> _boxes;  // that no question has
   std::optional<SecondReading> _secondReading;
   std::size_t _turn = 0;  // of the servers
   StreamPlace _read;      // the last message that was read

@@ -33,7 +33,7 @@ class RowFetches {
   const std::string _site;
   ServerConnection& _connection;
   RowsInOrder& _rows;
-  const NatsSubscription _requests;
+  const ServerConnection::Subscription _requests;
 };
 
 }  // namespace dch

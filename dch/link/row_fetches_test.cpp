@@ -6,6 +6,7 @@
 
 #include "dch/link/row_header.h"
 #include "dch/link/row_publisher.h"
+#include "dch/testkit/link_test.h"
 #include "dch/testkit/nats_server.h"
 #include "dch/testkit/row_asker.h"
 #include "dch/testkit/store_test.h"
@@ -38,7 +39,7 @@ class RowFetchesTest : public StoreTest {
         KeptRowsSource{[this] { return _store->places(); },
                        [this] { return _store->figures().position; }},
         _linkLog);
-    ASSERT_TRUE(waitUntil([this] { return _publisher->figures().isConnected; }));
+    ASSERT_TRUE(waitUntil([this] { return _publisher->figures().isConnected; }, linkPatience));
   }
   FetchedRows fetch(const std::vector<RowName>& names = {}) {
     return RowAsker(_nats->url()).fetchAll("west", names);
@@ -205,15 +206,18 @@ TEST_F(RowFetchesRightsTest, AUserWhoMayOnlyAnswerIsEnough) {
 TEST_F(RowFetchesRightsTest, WhoMayNotAnswerStillPublishes) {
   link({"mute", "mute"});
   RowAsker asker(urlOfHub());
-  ASSERT_TRUE(waitUntil([&] {
+  const auto isRefused = [&] {
     asker.ask("west", "");
     return _nats->log().find("Permissions Violation") != std::string::npos ||
            _nats->log().find("Publish Violation") != std::string::npos;
-  })) << _nats->log();
+  };
+  ASSERT_TRUE(waitUntil(isRefused, linkPatience)) << _nats->log();
   keepRows(1, 1, 1);
   EXPECT_THAT(readStream(urlOfHub(), 1), SizeIs(1));
-  EXPECT_TRUE(
-      waitUntil([&] { return _publisher->figures().published == _store->figures().position; }));
+  const auto isPublished = [&] {
+    return _publisher->figures().published == _store->figures().position;
+  };
+  EXPECT_TRUE(waitUntil(isPublished, linkPatience));
   EXPECT_THAT(_linkLog.takeLines(), Each(Not(HasSubstr("may not"))));
 }
 

@@ -226,7 +226,7 @@ TEST_F(RowPublisherTest, ARowBehindThoseThatWereRemovedUnpublishedShowsAGap) {
   keepRows(1, 2, 40 * day);
   _now = 41 * day;
   _store->setRetention({.days = 30, .megabytes = 999});
-  ASSERT_TRUE(waitUntil([&] { return _store->figures().rowsRemoved == 7; }));
+  ASSERT_TRUE(waitUntil([&] { return _store->figures().rowsRemoved == 7; }, linkPatience));
   ASSERT_EQ(_store->figures().rowsRemovedUnpublished, 4u);
   publish({nats.url()});
   const std::vector<RowHeader> headers = headersOf(readStream(nats.url(), 5));

@@ -2,6 +2,7 @@
 
 #include <signal.h>
 
+#include <algorithm>
 #include <charconv>
 #include <climits>
 #include <cstdint>
@@ -19,6 +20,9 @@ using std::chrono::milliseconds;
 // A server that stands still is noticed after three of these.
 constexpr milliseconds pingInterval{2'000};
 constexpr int unansweredPings = 2;
+
+// It takes no time; but a library without memory does not say that it has closed one.
+constexpr milliseconds longestClosing{5'000};
 
 // The threads that the library makes meanwhile take no signals: those are this program's.
 class SignalsBlocked {
@@ -116,13 +120,26 @@ int portIn(const std::string& server) {
   return port;
 }
 
-NatsConnection connect(const LinkSettings& settings, const std::string& server) try {
+using Flag = std::shared_ptr<WaitableFlag>;
+
+void setFlag(natsConnection*, void* closure) {
+  const std::unique_ptr<Flag> flag(static_cast<Flag*>(closure));
+  (*flag)->set();
+}
+
+// Sets `isClosed` when the connection is closed, however that comes about, and the thread that
+// reads it is gone.
+NatsConnection connect(const LinkSettings& settings, const std::string& server,
+                       const Flag& isClosed) try {
   const SignalsBlocked duringThis;
   const NatsOptions options = optionsFor(settings, server);
+  auto closure = std::make_unique<Flag>(isClosed);
+  natsOptions_SetClosedCB(options.get(), setFlag, closure.get());
   ConnectGuard guard(portIn(server), ServerConnection::longestConnecting);
   natsConnection* made = nullptr;
   natsStatus status = natsConnection_Connect(&made, options.get());
   NatsConnection connection(made);
+  if (status == NATS_OK) static_cast<void>(closure.release());  // setFlag() has it
   guard.end();
   if (guard.hasShutDown()) status = NATS_TIMEOUT;  // also when it was connected just then
   if (status != NATS_OK) failFor(server, connectFault(status, settings));
@@ -131,25 +148,24 @@ NatsConnection connect(const LinkSettings& settings, const std::string& server) 
   failFor(server, std::string("cannot connect: ") + error.what());
 }
 
-NatsInbox newInbox() {
-  natsInbox* made = nullptr;
-  if (natsInbox_Create(&made) != NATS_OK) throw std::bad_alloc();
-  return NatsInbox(made);
-}
-
 }  // namespace
 
 ServerConnection::ServerConnection(const LinkSettings& settings, const std::string& server)
-    : _server(server), _connection(connect(settings, server)) {
-  _inbox = std::string(newInbox().get()) + ".";
-  natsSubscription* answers = nullptr;
-  const natsStatus status =
-      natsConnection_SubscribeSync(&answers, _connection.get(), (_inbox + "*").c_str());
-  if (status != NATS_OK) failAsLost(status);
-  _answers.reset(answers);
+    : _server(server),
+      _isClosed(std::make_shared<WaitableFlag>()),
+      _connection(connect(settings, server, _isClosed)),
+      _inbox(newInbox() + ".") {
+  _answers.reset(subscribe(_inbox + "*").release());
 }
 
-ServerConnection::~ServerConnection() = default;
+ServerConnection::~ServerConnection() {
+  natsConnection_Close(_connection.get());
+  if (_isClosed->wait(longestClosing)) return;
+  // Better never than too early.
+  for (NatsSubscription& each : _ended) static_cast<void>(each.release());
+  static_cast<void>(_answers.release());
+  static_cast<void>(_asked.release());
+}
 
 natsStatus ServerConnection::send(const std::string& subject, const std::string& replySubject,
                                   const std::vector<Header>& headers, std::string_view body) {
@@ -167,20 +183,51 @@ natsStatus ServerConnection::send(const std::string& subject, const std::string&
   return status;
 }
 
-NatsSubscription ServerConnection::share(const std::string& subject) {
+std::string ServerConnection::newInbox() {
+  natsInbox* made = nullptr;
+  if (natsInbox_Create(&made) != NATS_OK) throw std::bad_alloc();
+  return NatsInbox(made).get();
+}
+
+ServerConnection::Subscription ServerConnection::subscribe(const std::string& subject) {
+  natsSubscription* made = nullptr;
+  const natsStatus status = natsConnection_SubscribeSync(&made, _connection.get(), subject.c_str());
+  if (status != NATS_OK) failAsLost(status);
+  return {made, {this}};
+}
+
+ServerConnection::Subscription ServerConnection::share(const std::string& subject) {
   natsSubscription* made = nullptr;
   const natsStatus status =
       natsConnection_QueueSubscribeSync(&made, _connection.get(), subject.c_str(), "zordchd");
   if (status != NATS_OK) failAsLost(status);
-  return NatsSubscription(made);
+  return {made, {this}};
 }
 
-ServerConnection::Inbox ServerConnection::inbox() {
-  const NatsInbox subject = newInbox();
-  natsSubscription* made = nullptr;
-  const natsStatus status = natsConnection_SubscribeSync(&made, _connection.get(), subject.get());
-  if (status != NATS_OK) failAsLost(status);
-  return {subject.get(), NatsSubscription(made)};
+void ServerConnection::end(natsSubscription* subscription) noexcept {
+  natsSubscription_Unsubscribe(subscription);
+  try {
+    _ended.emplace_back(subscription);
+  } catch (const std::bad_alloc&) {
+    // It stays where it is, for good.
+  }
+}
+
+ServerConnection::Heard ServerConnection::ask(const std::string& subject, std::string_view body,
+                                              milliseconds atMost) {
+  if (_asked == nullptr) _asked.reset(subscribe(_inbox + "asked.*").release());
+  const std::string reply = _inbox + "asked." + std::to_string(++_questions);
+  send(subject, reply, {}, body);
+  const auto end = std::chrono::steady_clock::now() + atMost;
+  while (true) {
+    const auto left =
+        std::chrono::duration_cast<milliseconds>(end - std::chrono::steady_clock::now());
+    Heard answer = heard(_asked.get(), std::max(left, milliseconds(1)));
+    if (answer.message == nullptr) return answer;
+    if (natsMsg_GetSubject(answer.message.get()) != reply) continue;  // too late
+    _ended.clear();  // the library has read this behind all that came for them
+    return answer;
+  }
 }
 
 ServerConnection::Heard ServerConnection::heard(natsSubscription* subscription,
@@ -205,12 +252,6 @@ void ServerConnection::fail(const std::string& what) const {
   failFor(_server, what);
 }
 
-void ServerConnection::fail(const std::string& what, natsStatus status) const {
-  const std::string text = textOf(status);
-  failIfNotPermitted();
-  fail(what + ": " + text);
-}
-
 void ServerConnection::failAsLost(natsStatus status) const {
   if (status == NATS_NO_MEMORY) throw std::bad_alloc();
   failIfNotPermitted();
@@ -228,8 +269,8 @@ void ServerConnection::failIfNotPermitted() const {
   if (std::string_view(text).find("Publish to \"_") != std::string_view::npos) return;
   std::string reason(text);
   // Another one each time, which would be another sentence each time.
-  if (const std::size_t inbox = reason.find(_inbox); inbox != std::string::npos)
-    reason.replace(inbox, _inbox.size() + 1, "_INBOX.>");
+  if (const std::size_t inbox = reason.find("_INBOX."); inbox != std::string::npos)
+    reason.replace(inbox, reason.find('"', inbox) - inbox, "_INBOX.>");
   throw NotPermitted(_server + ": this user may not do what is needed: " + reason);
 }
 

@@ -3,6 +3,8 @@
 #define DCH_LINK_SERVER_CONNECTION_H
 
 #include <chrono>
+#include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -10,6 +12,7 @@
 #include "dch/link/link_error.h"
 #include "dch/link/link_settings.h"
 #include "dch/link/nats.h"
+#include "dch/link/waitable_flag.h"
 
 namespace dch {
 
@@ -19,7 +22,11 @@ class NotPermitted : public LinkError {
   using LinkError::LinkError;
 };
 
-// One thread. The library has threads of its own below it, but calls nothing of ours.
+// One thread. The library has threads of its own below it. The one that reads looks a subscription
+// up, makes the message, and only then locks the subscription, which another thread may have freed
+// meanwhile: then the process dies, or that thread waits for ever. So here a subscription that ends
+// is freed only when that thread has gone on, or is gone. The library itself does not wait for that
+// when it asks JetStream something, or reads a stream: what is asked goes through ask().
 class ServerConnection {
  public:
   static constexpr std::chrono::milliseconds longestConnecting{1'000};
@@ -27,7 +34,7 @@ class ServerConnection {
 
   // Throws LinkError.
   ServerConnection(const LinkSettings& settings, const std::string& server);
-  ~ServerConnection();
+  ~ServerConnection();  // what was subscribed to has ended
   ServerConnection(const ServerConnection&) = delete;
   ServerConnection& operator=(const ServerConnection&) = delete;
 
@@ -52,38 +59,44 @@ class ServerConnection {
   // Throws LinkError when the connection is lost, and NotPermitted.
   Heard next(std::chrono::milliseconds atMost) { return heard(_answers.get(), atMost); }
 
-  // For answers that are told from all others, also by who takes no question. Throws LinkError.
-  struct Inbox {
-    std::string subject;
-    NatsSubscription answers;
-  };
-  Inbox inbox();
-  // What comes there. Throws as next() does.
-  Heard heard(natsSubscription* subscription, std::chrono::milliseconds atMost = {});
+  // The answer to what is sent with this. Throws as next() does.
+  Heard ask(const std::string& subject, std::string_view body, std::chrono::milliseconds atMost);
 
-  // What is sent to the subject comes from received(); of several that share it each gets a part.
-  // Throws LinkError.
-  NatsSubscription share(const std::string& subject);
+  struct SubscriptionEnd {
+    ServerConnection* connection;
+    void operator()(natsSubscription* subscription) const noexcept {
+      connection->end(subscription);
+    }
+  };
+  using Subscription = std::unique_ptr<natsSubscription, SubscriptionEnd>;
+  // What is sent to the subject comes from received(). Throws LinkError.
+  Subscription subscribe(const std::string& subject);
+  // Of several that share it each gets a part.
+  Subscription share(const std::string& subject);
+  // A subject that nobody else has.
+  static std::string newInbox();
+  // What comes. Throws as next() does.
+  Heard heard(natsSubscription* subscription, std::chrono::milliseconds atMost = {});
   // What comes; null when nothing does in time. Throws as next() does.
   NatsMessage received(natsSubscription* subscription, std::chrono::milliseconds atMost = {}) {
     return heard(subscription, atMost).message;
   }
 
-  // For what is made of it.
-  natsConnection* handle() const { return _connection.get(); }
-
   [[noreturn]] void fail(const std::string& what) const;
-  // `status` is that of this thread's last call of the library.
-  [[noreturn]] void fail(const std::string& what, natsStatus status) const;
 
  private:
+  void end(natsSubscription* subscription) noexcept;
   [[noreturn]] void failAsLost(natsStatus status) const;
   void failIfNotPermitted() const;
 
   const std::string _server;
+  const std::shared_ptr<WaitableFlag> _isClosed;
   const NatsConnection _connection;
   std::string _inbox;  // ends with a dot
   NatsSubscription _answers;
+  NatsSubscription _asked;
+  std::uint64_t _questions = 0;
+  std::vector<NatsSubscription> _ended;  // the library may still be at a message for them
 };
 
 }  // namespace dch

@@ -28,15 +28,14 @@ const char* headerOf(natsMsg* message, const char* name) {
 
 }  // namespace
 
-SiteQuestion::SiteQuestion(ServerConnection& connection, CollectedSite& site)
-    : _connection(connection),
-      _site(site),
+SiteQuestion::SiteQuestion(ServerConnection& connection, CollectedSite& site,
+                           std::unique_ptr<AnswerBox> box)
+    : _site(site),
+      _box(std::move(box)),
       _latest(Clock::now() + longestAnswer),
       _patientUntil(Clock::now() + patience) {
-  auto [subject, answers] = connection.inbox();
-  _answers = std::move(answers);
-  natsSubscription_SetPendingLimits(_answers.get(), 2 * mostRows, 2 * mostBytes);
-  connection.send(fetchSubject(site.name()), subject, {}, fetchRequestText(site.rows.beginFetch()));
+  connection.send(fetchSubject(site.name()), _box->next(), {},
+                  fetchRequestText(site.rows.beginFetch()));
   site.isBusy = true;
 }
 
@@ -46,7 +45,7 @@ SiteQuestion::~SiteQuestion() {
 
 std::optional<SiteQuestion::Row> SiteQuestion::next() {
   while (_answer == Answer::underWay) {
-    auto [message, nobodyTakesIt] = _connection.heard(_answers.get());
+    auto [message, nobodyTakesIt] = _box->heard();
     if (message != nullptr) {
       if (auto row = take(std::move(message))) return row;
     } else if (nobodyTakesIt || Clock::now() >= std::min(_patientUntil, _latest)) {

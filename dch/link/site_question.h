@@ -5,8 +5,11 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
+#include <utility>
 
+#include "dch/link/answer_box.h"
 #include "dch/link/collected_site.h"
 #include "dch/link/nats.h"
 #include "dch/link/row_header.h"
@@ -18,9 +21,9 @@ namespace dch {
 // One thread.
 class SiteQuestion {
  public:
-  // Sends it. `site` is busy with it until its end; it and `connection` outlive it. Throws
-  // LinkError.
-  SiteQuestion(ServerConnection& connection, CollectedSite& site);
+  // Sends it. `site` is busy with it until its end; both outlive it. The answer comes to `box`.
+  // Throws LinkError.
+  SiteQuestion(ServerConnection& connection, CollectedSite& site, std::unique_ptr<AnswerBox> box);
   // Gives it up if it is still under way.
   ~SiteQuestion();
   SiteQuestion(const SiteQuestion&) = delete;
@@ -42,6 +45,8 @@ class SiteQuestion {
   // Of the answer so far, those among them that are known.
   std::uint64_t rows() const { return _rows; }
   CollectedSite& site() const { return _site; }
+  // For another question.
+  std::unique_ptr<AnswerBox> takeBox() { return std::move(_box); }
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -49,9 +54,8 @@ class SiteQuestion {
   std::optional<Row> take(NatsMessage message);
   void end(Answer answer);
 
-  ServerConnection& _connection;
   CollectedSite& _site;
-  NatsSubscription _answers;
+  std::unique_ptr<AnswerBox> _box;
   Answer _answer = Answer::underWay;
   Clock::time_point _latest;
   Clock::time_point _patientUntil;

@@ -58,24 +58,19 @@ class JetStream {
   json ask(const std::string& question, const json& body = nullptr) {
     const std::string subject = "$JS.API.STREAM." + question + "." + rowsStreamName;
     const std::string text = body.is_null() ? std::string() : body.dump();
-    _connection.send(subject, _connection.replySubject("stream"), {}, text);
-    return answer();
-  }
-
- private:
-  json answer() {
     const auto left =
         std::chrono::duration_cast<std::chrono::milliseconds>(_end - steady_clock::now());
     const auto [message, nobodyTakesIt] =
-        _connection.next(std::max(left, std::chrono::milliseconds(1)));
+        _connection.ask(subject, text, std::max(left, std::chrono::milliseconds(1)));
     if (nobodyTakesIt) _connection.fail("JetStream, which is to keep the rows, is not enabled");
     if (message == nullptr)
       _connection.fail("JetStream does not answer: it may have no leader now");
-    const std::string_view text(natsMsg_GetData(message.get()),
-                                static_cast<std::size_t>(natsMsg_GetDataLength(message.get())));
-    return json::parse(text);
+    const std::string_view answer(natsMsg_GetData(message.get()),
+                                  static_cast<std::size_t>(natsMsg_GetDataLength(message.get())));
+    return json::parse(answer);
   }
 
+ private:
   ServerConnection& _connection;
   const steady_clock::time_point _end = steady_clock::now() + longestAsking;
 };

@@ -25,6 +25,8 @@ class StreamedRows {
   // Those of these subjects, from the first one with this sequence or a later one on.
   // `connection` outlives it. May take a second. Throws LinkError.
   StreamedRows(ServerConnection& connection, const std::string& subjects, std::uint64_t from);
+  ~StreamedRows();
+  StreamedRows(StreamedRows&&) = default;
 
   struct Message {
     std::uint64_t sequence = 0;
@@ -35,7 +37,7 @@ class StreamedRows {
     std::string_view header() const;  // Zord-Row; empty when there is none
     std::string_view body() const;
   };
-  // Nothing when none comes in time. Throws LinkError.
+  // Nothing when none comes in time. Throws LinkError, also when one got lost on the way.
   std::optional<Message> next(std::chrono::milliseconds atMost);
 
   // Whether there was nothing more to read, when the server was asked just now. May take a second.
@@ -43,9 +45,12 @@ class StreamedRows {
   bool isAtEnd();
 
  private:
+  void answerControl(natsMsg* message);
+
   ServerConnection& _connection;
-  JetStreamContext _context;
-  NatsSubscription _rows;
+  ServerConnection::Subscription _rows;
+  std::string _reader;      // the server's name of it
+  std::uint64_t _read = 0;  // of those that it was sent
 };
 
 }  // namespace dch

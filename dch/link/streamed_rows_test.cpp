@@ -2,8 +2,15 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <thread>
+#include <utility>
+
 #include "dch/testkit/jet_stream.h"
 #include "dch/testkit/link_test.h"
+#include "dch/testkit/nats_messages.h"
 #include "dch/testkit/nats_server.h"
 #include "dch/testkit/scripted_site.h"
 #include "tests/support/wait_until.h"
@@ -17,7 +24,8 @@ constexpr char allRows[] = "zord.rows.>";
 
 class StreamedRowsTest : public ::testing::Test {
  protected:
-  explicit StreamedRowsTest(const std::string& more = {}) : _nats({.more = more}) {}
+  explicit StreamedRowsTest(const std::string& more = {}, bool hasJetStream = true)
+      : _nats({.hasJetStream = hasJetStream, .more = more}) {}
 
   void makeStream() { askJetStream(_nats.url(), "CREATE"); }
   std::unique_ptr<ServerConnection> connect(const std::optional<LinkUser>& user = {}) const {
@@ -136,6 +144,77 @@ TEST_F(StreamedRowsTest, RowsThatComeLaterAreReadThen) {
   ScriptedSite west(_nats.url(), "west");
   west.publish({1});
   EXPECT_EQ(nextOf(*rows).body(), "row 1");
+}
+
+// It sends more only when it is told that what it has sent was read.
+TEST_F(StreamedRowsTest, TheServerSendsRowsAsTheyAreRead) {
+  makeStream();
+  ScriptedSite west(_nats.url(), "west");
+  const std::string large(100'000, 'x');
+  for (int count = 0; count < 150; ++count) west.publish("zord.rows.large", "", large);
+  const auto connection = connect();
+  const auto rows = read(*connection, allRows, 1);
+  for (std::uint64_t sequence = 1; sequence <= 150; ++sequence)
+    ASSERT_EQ(nextOf(*rows).sequence, sequence);
+}
+
+TEST_F(StreamedRowsTest, SeveralAreReadOnOneConnectionOneAfterTheOther) {
+  makeStream();
+  ScriptedSite west(_nats.url(), "west");
+  west.publish({1, 2, 3});
+  const auto connection = connect();
+  for (int count = 0; count < 50; ++count) {
+    const auto rows = read(*connection, allRows, 1);
+    ASSERT_EQ(nextOf(*rows).body(), "row 1") << "and the others are on their way when it ends";
+  }
+}
+
+// In place of JetStream: says that it has sent a row, and has not.
+class RowLoser {
+ public:
+  explicit RowLoser(std::unique_ptr<ServerConnection> connection)
+      : _connection(std::move(connection)),
+        _wanted(_connection->subscribe("$JS.API.CONSUMER.CREATE.*")),
+        _thread([this] {
+          try {
+            run();
+          } catch (const LinkError&) {  // then nobody answers
+          }
+        }) {}
+  ~RowLoser() {
+    _isEnding = true;
+    _thread.join();
+  }
+
+ private:
+  void run() {
+    while (!_isEnding) {
+      const NatsMessage wanted =
+          _connection->received(_wanted.get(), std::chrono::milliseconds(20));
+      if (wanted == nullptr) continue;
+      const auto said = nlohmann::json::parse(bodyOf(wanted.get()));
+      const std::string to = said.at("config").at("deliver_subject");
+      _connection->send(natsMsg_GetReply(wanted.get()), {}, {}, R"({"name": "reader"})");
+      _connection->send(to, {}, {{"Nats-Last-Consumer", "1"}}, {});
+    }
+  }
+
+  const std::unique_ptr<ServerConnection> _connection;
+  const ServerConnection::Subscription _wanted;
+  std::atomic<bool> _isEnding = false;
+  std::thread _thread;
+};
+
+class LostRowTest : public StreamedRowsTest {
+ protected:
+  LostRowTest() : StreamedRowsTest("", false) {}
+};
+
+TEST_F(LostRowTest, IsNoticedWhenItIsTheLast) {
+  const RowLoser loser(connect());
+  const auto connection = connect();
+  const auto rows = read(*connection, allRows, 1);
+  EXPECT_THROW(nextOf(*rows), LinkError);
 }
 
 TEST_F(StreamedRowsTest, IsAtTheEndWhenAllIsReadNotWhenAllHasCome) {

@@ -4,7 +4,7 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
-#include "dch/link/nats.h"
+#include "dch/testkit/nats_client.h"
 #include "tests/support/wait_until.h"
 
 namespace dch::testkit {
@@ -14,12 +14,10 @@ namespace {
 // What it answers, or why it does not. What is done and not answered in time cannot be asked for
 // again, so that time is long: a server that is not ready says so at once.
 std::string ask(const std::string& url, const std::string& subject, const std::string& body) {
-  natsConnection* connection = nullptr;
-  natsStatus status = natsConnection_ConnectTo(&connection, url.c_str());
-  if (status != NATS_OK) return natsStatus_GetText(status);
-  const NatsConnection connectionEnd(connection);
+  const NatsClient connection(url);
   natsMsg* answer = nullptr;
-  status = natsConnection_RequestString(&answer, connection, subject.c_str(), body.c_str(), 30'000);
+  const natsStatus status = natsConnection_RequestString(&answer, connection.get(), subject.c_str(),
+                                                         body.c_str(), 30'000);
   if (status != NATS_OK) return natsStatus_GetText(status);
   const NatsMessage answerEnd(answer);
   return {natsMsg_GetData(answer), static_cast<std::size_t>(natsMsg_GetDataLength(answer))};

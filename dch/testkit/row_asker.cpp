@@ -3,6 +3,7 @@
 #include <chrono>
 #include <stdexcept>
 
+#include "dch/testkit/nats_client.h"
 #include "dch/testkit/nats_messages.h"
 #include "tests/support/wait_until.h"
 
@@ -15,20 +16,21 @@ constexpr std::chrono::seconds patience{60};
 }  // namespace
 
 struct RowAsker::Connection {
-  NatsConnection connection;
+  explicit Connection(const std::string& url) : connection(url) {}
+  ~Connection() { connection.close(); }
+
+  const NatsClient connection;
   std::string inbox;
   NatsSubscription answers;
 };
 
-RowAsker::RowAsker(const std::string& url) : _connection(std::make_unique<Connection>()) {
-  natsConnection* connection = nullptr;
-  requireDone(natsConnection_ConnectTo(&connection, url.c_str()));
-  _connection->connection.reset(connection);
+RowAsker::RowAsker(const std::string& url) : _connection(std::make_unique<Connection>(url)) {
   natsInbox* inbox = nullptr;
   requireDone(natsInbox_Create(&inbox));
   _connection->inbox = NatsInbox(inbox).get();
   natsSubscription* answers = nullptr;
-  requireDone(natsConnection_SubscribeSync(&answers, connection, _connection->inbox.c_str()));
+  requireDone(natsConnection_SubscribeSync(&answers, _connection->connection.get(),
+                                           _connection->inbox.c_str()));
   _connection->answers.reset(answers);
 }
 
@@ -43,7 +45,8 @@ void RowAsker::askFor(const std::string& site, const std::string& request,
   requireDone(natsConnection_PublishRequest(_connection->connection.get(),
                                             fetchSubject(site).c_str(), answerTo.c_str(),
                                             request.data(), static_cast<int>(request.size())));
-  requireDone(natsConnection_Flush(_connection->connection.get()));
+  requireDone(natsConnection_FlushTimeout(_connection->connection.get(),
+                                          std::chrono::milliseconds(patience).count()));
 }
 
 FetchedRows RowAsker::answer() {

@@ -1,13 +1,12 @@
 #include "dch/testkit/scripted_site.h"
 
 #include <algorithm>
-#include <chrono>
 #include <utility>
 
 #include "dch/link/subject.h"
+#include "dch/testkit/nats_client.h"
 #include "dch/testkit/nats_messages.h"
 #include "dch/testkit/row_names.h"
-#include "tests/support/wait_until.h"
 
 namespace dch::testkit {
 
@@ -26,22 +25,10 @@ void setHeader(const NatsMessage& message, const char* header, const std::string
   requireDone(natsMsgHeader_Set(message.get(), header, value.c_str()));
 }
 
-NatsConnection connectionTo(const std::string& url) {
-  natsConnection* made = nullptr;
-  natsStatus status = NATS_OK;
-  const auto connects = [&] {
-    status = natsConnection_ConnectTo(&made, url.c_str());
-    return status == NATS_OK;
-  };
-  waitUntil(connects, std::chrono::seconds(60));  // the machine may stand still
-  requireDone(status);
-  return NatsConnection(made);
-}
-
 }  // namespace
 
 struct ScriptedSite::Ends {
-  explicit Ends(const std::string& url) : connection(connectionTo(url)) {
+  explicit Ends(const std::string& url) : connection(url) {
     jsOptions options;
     jsOptions_Init(&options);
     options.Wait = patienceMilliseconds;
@@ -49,8 +36,9 @@ struct ScriptedSite::Ends {
     requireDone(natsConnection_JetStream(&made, connection.get(), &options));
     jetStream.reset(made);
   }
+  ~Ends() { connection.close(); }  // a hub may still ask
 
-  const NatsConnection connection;
+  const NatsClient connection;
   JetStreamContext jetStream;
   NatsSubscription questions;
 };

@@ -1,32 +1,24 @@
 #include "dch/testkit/stand_in_stream.h"
 
-#include <chrono>
 #include <memory>
-#include <stdexcept>
 
-#include "dch/link/nats.h"
-#include "tests/support/wait_until.h"
+#include "dch/testkit/nats_client.h"
+#include "dch/testkit/nats_messages.h"
 
 namespace dch::testkit {
 
 namespace {
 
-void require(natsStatus status) {
-  if (status != NATS_OK) throw std::runtime_error(natsStatus_GetText(status));
-}
-
 // What is published on some subjects.
 class Questions {
  public:
-  Questions(const std::string& url, const std::string& subjects) {
-    natsConnection* connection = nullptr;
-    require(natsConnection_ConnectTo(&connection, url.c_str()));
-    _connection.reset(connection);
+  Questions(const std::string& url, const std::string& subjects) : _connection(url) {
     natsSubscription* subscription = nullptr;
-    require(natsConnection_SubscribeSync(&subscription, connection, subjects.c_str()));
+    requireDone(natsConnection_SubscribeSync(&subscription, _connection.get(), subjects.c_str()));
     _subscription.reset(subscription);
-    require(natsConnection_Flush(connection));
+    requireDone(natsConnection_FlushTimeout(_connection.get(), 60'000));
   }
+  ~Questions() { _connection.close(); }
 
   // Answers the next one, if it comes soon.
   void answerNext(const std::string& answer) {
@@ -37,7 +29,7 @@ class Questions {
   }
 
  private:
-  NatsConnection _connection;
+  const NatsClient _connection;
   NatsSubscription _subscription;
 };
 
@@ -45,18 +37,7 @@ class Questions {
 
 StandInStream::StandInStream(const std::string& url, const std::string& subjects,
                              const std::string& answer) {
-  std::shared_ptr<Questions> questions;
-  std::string fault;
-  const auto connects = [&] {
-    try {
-      questions = std::make_shared<Questions>(url, subjects);
-      return true;
-    } catch (const std::runtime_error& error) {  // as when the machine stands still
-      fault = error.what();
-      return false;
-    }
-  };
-  if (!waitUntil(connects, std::chrono::seconds(60))) throw std::runtime_error(fault);
+  const auto questions = std::make_shared<Questions>(url, subjects);
   _thread = std::thread([this, questions, answer] {
     while (!_isEnding) questions->answerNext(answer);
   });

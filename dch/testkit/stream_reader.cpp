@@ -4,6 +4,7 @@
 #include <memory>
 #include <stdexcept>
 
+#include "dch/testkit/nats_client.h"
 #include "dch/testkit/nats_messages.h"
 #include "tests/support/wait_until.h"
 
@@ -20,11 +21,9 @@ StreamedRow rowOf(natsMsg* message) {
 }
 
 std::vector<StreamedRow> readAll(const std::string& url) {
-  natsConnection* connection = nullptr;
-  requireDone(natsConnection_ConnectTo(&connection, url.c_str()));
-  const NatsConnection connectionEnd(connection);
+  const NatsClient connection(url);
   jsCtx* jetStream = nullptr;
-  requireDone(natsConnection_JetStream(&jetStream, connection, nullptr));
+  requireDone(natsConnection_JetStream(&jetStream, connection.get(), nullptr));
   const JetStream jetStreamEnd(jetStream);
   jsStreamInfo* info = nullptr;
   requireDone(js_GetStreamInfo(&info, jetStream, "ZORD_ROWS", nullptr, nullptr));
@@ -41,11 +40,14 @@ std::vector<StreamedRow> readAll(const std::string& url) {
       js_SubscribeSync(&subscription, jetStream, "zord.rows.>", nullptr, &options, nullptr));
   const NatsSubscription subscriptionEnd(subscription);
   requireDone(natsSubscription_SetPendingLimits(subscription, -1, -1));
-  while (rows.size() < info->State.Msgs) {
+  natsStatus status = NATS_OK;
+  while (status == NATS_OK && rows.size() < info->State.Msgs) {
     natsMsg* message = nullptr;
-    requireDone(natsSubscription_NextMsg(&message, subscription, 5'000));
-    rows.push_back(rowOf(NatsMessage(message).get()));
+    status = natsSubscription_NextMsg(&message, subscription, 5'000);
+    if (status == NATS_OK) rows.push_back(rowOf(NatsMessage(message).get()));
   }
+  connection.close();
+  requireDone(status);
   return rows;
 }
 

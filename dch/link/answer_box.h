@@ -1,0 +1,36 @@
+// answer_box.h: where the answers to one question at a time come.
+#ifndef DCH_LINK_ANSWER_BOX_H
+#define DCH_LINK_ANSWER_BOX_H
+
+#include <cstdint>
+#include <string>
+
+#include "dch/link/server_connection.h"
+
+namespace dch {
+
+// To be used for many questions, one after the other: what is subscribed to once costs the server
+// and the library nothing more. One thread.
+class AnswerBox {
+ public:
+  // `connection` outlives it. Throws LinkError.
+  explicit AnswerBox(ServerConnection& connection);
+
+  // Where the answers to the next question have to go. What comes for those before is dropped, but
+  // not, when it comes so late, that nobody took one of them.
+  std::string next() { return _prefix + std::to_string(++_questions); }
+
+  // The next answer to the last question. Waits for nothing. Throws as ServerConnection::next()
+  // does.
+  ServerConnection::Heard heard();
+
+ private:
+  ServerConnection& _connection;
+  const std::string _prefix;
+  const ServerConnection::Subscription _answers;
+  std::uint64_t _questions = 0;
+};
+
+}  // namespace dch
+
+#endif  // DCH_LINK_ANSWER_BOX_H
