@@ -19,7 +19,8 @@ Epoch newEpoch() {
   // So few bytes come whole or not at all; a signal can only interrupt the wait of a machine that
   // has just been started.
   while (getrandom(epoch.bytes.data(), epoch.bytes.size(), 0) < 0)
-    if (errno != EINTR) throw std::system_error(errno, std::generic_category(), "getrandom");
+    if (errno != EINTR)
+      throw std::system_error(errno, std::generic_category(), "no random numbers");
   return epoch;
 }
 

@@ -62,8 +62,8 @@ class LinkedStore {
   const RecordingLog _log;
   RecordingClient _client;
   EventLoop _loop;
-  ServerStore _store{_loop, _folder.path() + "/state.db", Durability::process, {}, true, _log,
-                     [] {}};
+  ServerStore _store{
+      _loop, _folder.path() + "/state.db", newEpoch(), Durability::process, {}, true, _log, [] {}};
   ServerLink _link{_loop, _store, _log};
 };
 

@@ -48,8 +48,8 @@ class CountedHub {
   Counters _counters;
   const CounterMoves _moves{_counters};
   EventLoop _loop;
-  ServerStore _store{_loop, _folder.path() + "/state.db", Durability::process, {}, true, _log,
-                     [] {}};
+  ServerStore _store{
+      _loop, _folder.path() + "/state.db", newEpoch(), Durability::process, {}, true, _log, [] {}};
   ServerLink _link{_loop, _store, _log};
   LoopThread _thread{_loop};  // ends before what it calls
 };

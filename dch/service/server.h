@@ -6,6 +6,7 @@
 #include <string>
 
 #include "dch/core/counters.h"
+#include "dch/core/epoch.h"
 #include "dch/net/alarm.h"
 #include "dch/net/channel.h"
 #include "dch/net/event_loop.h"
@@ -65,6 +66,7 @@ class Server {
   const PeerAddress _address;
   const std::vector<PortSetting> _portSettings;
   const std::optional<std::string> _statePath;
+  const Epoch _epoch = newEpoch();
   ServerStore _store;
   ServerLink _link;
   std::size_t _webConnections = 0;  // for which there is room

@@ -12,8 +12,9 @@ namespace dch {
 #ifdef ZORD410_SQLITE
 
 ServerStore::ServerStore(EventLoop& loop, const std::optional<std::string>& path,
-                         Durability durability, const RetentionLimits& retention, bool isPublished,
-                         const Log& log, const std::function<void()>& concluded) {
+                         const Epoch& epoch, Durability durability,
+                         const RetentionLimits& retention, bool isPublished, const Log& log,
+                         const std::function<void()>& concluded) {
   if (!path) {
     _store = std::make_unique<MemoryStore>();
     return;
@@ -25,6 +26,7 @@ ServerStore::ServerStore(EventLoop& loop, const std::optional<std::string>& path
   auto store = std::make_unique<SqliteStore>(
       SqliteStoreSettings{
           .path = *path,
+          .epoch = epoch,
           .durability = durability,
           .retention = retention,
           .isPublished = isPublished,
@@ -79,8 +81,9 @@ Health::Store ServerStore::health() const {
 
 // A build without a store for files.
 
-ServerStore::ServerStore(EventLoop&, const std::optional<std::string>& path, Durability,
-                         const RetentionLimits&, bool, const Log&, const std::function<void()>&)
+ServerStore::ServerStore(EventLoop&, const std::optional<std::string>& path, const Epoch&,
+                         Durability, const RetentionLimits&, bool, const Log&,
+                         const std::function<void()>&)
     : _store(std::make_unique<MemoryStore>()) {
   if (path)
     throw StateFileError("this build cannot keep its state in " + *path + ": give --store memory");

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "dch/core/counters.h"
+#include "dch/core/epoch.h"
 #include "dch/core/log.h"
 #include "dch/core/store.h"
 #include "dch/net/event_loop.h"
@@ -25,11 +26,11 @@ class Waker;
 class ServerStore {
  public:
   // `path` is the file that keeps the state; without one it is in memory. `concluded` is called
-  // after the store has concluded changes later than within append(). `isPublished`: see
-  // SqliteStoreSettings. Throws StateFileError.
-  ServerStore(EventLoop& loop, const std::optional<std::string>& path, Durability durability,
-              const RetentionLimits& retention, bool isPublished, const Log& log,
-              const std::function<void()>& concluded);
+  // after the store has concluded changes later than within append(). `epoch` and `isPublished`:
+  // see SqliteStoreSettings. Throws StateFileError.
+  ServerStore(EventLoop& loop, const std::optional<std::string>& path, const Epoch& epoch,
+              Durability durability, const RetentionLimits& retention, bool isPublished,
+              const Log& log, const std::function<void()>& concluded);
   ~ServerStore();
 
   Store& store() { return *_store; }

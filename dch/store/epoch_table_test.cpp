@@ -74,6 +74,15 @@ TEST_F(Epochs, EachRunHasItsOwnFromTheFirstRowOn) {
   EXPECT_EQ(_times.size(), 12u);
 }
 
+TEST_F(Epochs, ARunHasTheOneThatItIsGiven) {
+  const SqliteStoreSettings settings;
+  start(settings);
+  goOnline();
+  keepSome(1);
+  lookAtNames();
+  EXPECT_EQ(_last, epochText(settings.epoch));
+}
+
 TEST_F(Epochs, RunsThatKeepNothingLeaveNone) {
   start();
   goOnline();

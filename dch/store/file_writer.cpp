@@ -24,9 +24,10 @@ constexpr int pagesBetweenTries = 64;
 
 }  // namespace
 
-FileWriter::FileWriter(StateFile& file, int checkpointPages, std::function<Time()> now,
-                       bool isPublished)
+FileWriter::FileWriter(StateFile& file, const Epoch& epoch, int checkpointPages,
+                       std::function<Time()> now, bool isPublished)
     : _file(file),
+      _epoch(epoch),
       _checkpointPages(checkpointPages),
       _now(now ? std::move(now) : dch::now),
       _retention(file.connection(), isPublished) {

@@ -47,9 +47,9 @@ class FileWriter {
   static constexpr std::chrono::milliseconds timeBetweenLooks{100};
 
   // A checkpoint is made when the log of SQLite has `checkpointPages`. `now` may be null for the
-  // system's clock. `isPublished`: see SqliteStoreSettings. Throws sqlite::Error, and what
-  // newEpoch() throws.
-  FileWriter(StateFile& file, int checkpointPages, std::function<Time()> now, bool isPublished);
+  // system's clock. `epoch` and `isPublished`: see SqliteStoreSettings. Throws sqlite::Error.
+  FileWriter(StateFile& file, const Epoch& epoch, int checkpointPages, std::function<Time()> now,
+             bool isPublished);
   FileWriter(const FileWriter&) = delete;
   FileWriter& operator=(const FileWriter&) = delete;
 
@@ -108,9 +108,9 @@ class FileWriter {
   void tell(const char* what, const char* reason) noexcept;
 
   StateFile& _file;
+  const Epoch _epoch;
   const int _checkpointPages;
   const std::function<Time()> _now;
-  const Epoch _epoch = newEpoch();
   std::optional<ChangeWriter> _writer;  // none after a failure
   Retention _retention;
   std::int64_t _position = 0;  // the highest that was ever used

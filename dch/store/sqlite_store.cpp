@@ -1,7 +1,6 @@
 #include "dch/store/sqlite_store.h"
 
 #include <chrono>
-#include <system_error>
 #include <utility>
 
 #include "dch/store/loader.h"
@@ -26,11 +25,10 @@ constexpr int mostQuietLooks = 50;
 
 FileWriter makeWriter(StateFile& file, const SqliteStoreSettings& settings) {
   try {
-    return FileWriter(file, settings.checkpointPages, settings.now, settings.isPublished);
+    return FileWriter(file, settings.epoch, settings.checkpointPages, settings.now,
+                      settings.isPublished);
   } catch (const sqlite::Error& error) {
     throw file.errorFor(error);
-  } catch (const std::system_error& error) {
-    throw StateFileError("the state file " + file.path() + " cannot be used: " + error.what());
   }
 }
 

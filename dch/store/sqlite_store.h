@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "dch/core/counters.h"
+#include "dch/core/epoch.h"
 #include "dch/core/log.h"
 #include "dch/core/store.h"
 #include "dch/store/file_writer.h"
@@ -24,6 +25,8 @@ namespace dch {
 
 struct SqliteStoreSettings {
   std::string path;
+  // Of what is kept in this run: no two have the same.
+  Epoch epoch = newEpoch();
   Durability durability = Durability::process;
   RetentionLimits retention = {};
   // A checkpoint is made when the log of SQLite has so many pages, of 4,096 bytes.
