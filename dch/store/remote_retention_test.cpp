@@ -95,6 +95,8 @@ TEST_F(RemoteRetention, CountsOnlyItsOwnRowsAsUnpublished) {
   keepRemote(6'000, 1, 1'000);
   _store->setRetention({.days = 30, .megabytes = 3});
   EXPECT_TRUE(waitForCount("time_us > 1", "0\n"));
+  // They are counted when they are gone.
+  EXPECT_TRUE(waitUntil([&] { return _store->figures().rowsRemovedUnpublished >= 1'000; }));
   EXPECT_EQ(_store->figures().rowsRemovedUnpublished, 1'000u);
   EXPECT_GE(_store->figures().rowsRemoved, 2'000u);
 }
