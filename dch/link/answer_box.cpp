@@ -5,8 +5,8 @@ namespace dch {
 namespace {
 
 // More than any answer has: a hostile one does not take more memory than this.
-constexpr int mostMessages = 2'048;
-constexpr int mostBytes = 8 << 20;
+constexpr int mostMessagesInBox = 2'048;
+constexpr int mostBytesInBox = 8 << 20;
 
 }  // namespace
 
@@ -14,7 +14,7 @@ AnswerBox::AnswerBox(ServerConnection& connection)
     : _connection(connection),
       _prefix(ServerConnection::newInbox() + "."),
       _answers(connection.subscribe(_prefix + "*")) {
-  natsSubscription_SetPendingLimits(_answers.get(), mostMessages, mostBytes);
+  natsSubscription_SetPendingLimits(_answers.get(), mostMessagesInBox, mostBytesInBox);
 }
 
 ServerConnection::Heard AnswerBox::heard() {

@@ -8,7 +8,7 @@ namespace dch {
 namespace {
 
 template <class Names>
-auto findEpoch(Names& names, const Epoch& epoch) {
+auto findName(Names& names, const Epoch& epoch) {
   return std::find_if(names.begin(), names.end(),
                       [&](const RowName& each) { return each.epoch == epoch; });
 }
@@ -145,7 +145,7 @@ void IncomingRows::streamBeganAnew() {
 }
 
 std::int64_t IncomingRows::knownUpTo(const Epoch& epoch) const {
-  const auto known = findEpoch(_state.have, epoch);
+  const auto known = findName(_state.have, epoch);
   return known == _state.have.end() ? 0 : known->number;
 }
 
@@ -167,7 +167,7 @@ bool IncomingRows::keep(const RowName& name) {
 }
 
 void IncomingRows::setKnown(const RowName& name) {
-  const auto known = findEpoch(_state.have, name.epoch);
+  const auto known = findName(_state.have, name.epoch);
   if (known == _state.have.end()) {
     _state.have.insert(_state.have.begin(), name);
     return forgetOldest();

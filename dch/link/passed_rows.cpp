@@ -7,7 +7,7 @@ namespace dch {
 namespace {
 
 template <class Ranges>
-auto findEpoch(Ranges& ranges, const Epoch& epoch) {
+auto findRange(Ranges& ranges, const Epoch& epoch) {
   return std::find_if(ranges.begin(), ranges.end(),
                       [&](const auto& each) { return each.first.epoch == epoch; });
 }
@@ -19,7 +19,7 @@ constexpr auto isLower = [](const auto& one, const auto& other) {
 }  // namespace
 
 void PassedRows::add(std::uint64_t sequence, const RowName& row) {
-  const auto range = findEpoch(_ranges, row.epoch);
+  const auto range = findRange(_ranges, row.epoch);
   if (range == _ranges.end()) return addEpoch({row, row.number, sequence});
   range->first.number = std::min(range->first.number, row.number);
   range->last = std::max(range->last, row.number);
@@ -69,13 +69,13 @@ std::optional<std::uint64_t> PassedRows::firstSequence() const {
 }
 
 bool PassedRows::mayHaveBefore(const RowName& row, std::int64_t knownUpTo) const {
-  const auto range = findEpoch(_ranges, row.epoch);
+  const auto range = findRange(_ranges, row.epoch);
   if (range == _ranges.end()) return _further && _further->first.number < row.number;
   return range->first.number < row.number && range->last > knownUpTo;
 }
 
 bool PassedRows::hasFrom(const RowName& row) const {
-  const auto range = findEpoch(_ranges, row.epoch);
+  const auto range = findRange(_ranges, row.epoch);
   return range != _ranges.end() && range->last >= row.number;
 }
 

@@ -19,10 +19,10 @@ namespace {
 using std::chrono::milliseconds;
 
 // After what went wrong with each server, or with the file.
-constexpr milliseconds pauseOfTries{1'000};
+constexpr milliseconds pauseAfterFault{1'000};
 
 // How long rows may wait while few come.
-constexpr milliseconds pauseOfLooks{20};
+constexpr milliseconds pauseOfReading{20};
 // While something else is waited for as well.
 constexpr milliseconds shortPause{2};
 
@@ -49,7 +49,7 @@ constexpr milliseconds pauseOfPlaces{1'000};
 // Far more than a cluster has, and each takes some memory.
 constexpr std::size_t mostSites = 10'000;
 
-constexpr char theFile[] = "the file of the hub";
+constexpr char theHubsFile[] = "the file of the hub";
 
 std::string aboutSite(const std::string& site) {
   return "site " + site;
@@ -105,12 +105,12 @@ void RowCollector::run() noexcept {
     } catch (const LinkError& error) {
       disconnect(error.what());
     } catch (const HistoryError& error) {
-      _log.tellOnce(theFile, error.what());
-      _stop.wait(pauseOfTries);
+      _log.tellOnce(theHubsFile, error.what());
+      _stop.wait(pauseAfterFault);
     } catch (const std::exception& error) {  // no memory
       _log.tellOnce("memory", error.what());
       forgetAll();
-      _stop.wait(pauseOfTries);
+      _stop.wait(pauseAfterFault);
     }
   }
   forgetAll();  // a server that stands still takes its time for that, too
@@ -140,7 +140,7 @@ void RowCollector::work() {
   if (_stop.isSet()) return;  // that may have taken any time
   const bool isQuiet = _questions.empty() && !_secondReading;
   if (hasRoom())
-    readStream(isQuiet ? pauseOfLooks : shortPause);
+    readStream(isQuiet ? pauseOfReading : shortPause);
   else
     _stop.wait(shortPause);
   if (hasRoom()) readAgain();
@@ -153,12 +153,12 @@ void RowCollector::work() {
 // When all that was handed over is kept: else it would be collected a second time.
 void RowCollector::findStart() {
   while (isUnderWay())
-    if (_stop.wait(pauseOfLooks)) return;
+    if (_stop.wait(pauseOfReading)) return;
   const RemotePlaces places = readRemotePlaces(_places);
   for (const RemotePlaces::Site& each : places.sites)
     _sites.try_emplace(each.name, each.name, IncomingRows::State{each.known, each.passedFrom});
   _read = {places.stream.stream, places.stream.sequence};
-  _log.forget(theFile);
+  _log.forget(theHubsFile);
   _knowsStart = true;
 }
 
@@ -194,7 +194,7 @@ void RowCollector::disconnect(std::string_view reason) noexcept {
   ++_counted.failures;
   showFigures();
   _log.tellOnce(server(), reason);
-  if (++_turn % _settings.servers.size() == 0) _stop.wait(pauseOfTries);
+  if (++_turn % _settings.servers.size() == 0) _stop.wait(pauseAfterFault);
 }
 
 void RowCollector::readStream(milliseconds atMost) {

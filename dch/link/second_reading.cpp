@@ -8,7 +8,7 @@ namespace dch {
 namespace {
 
 // A reader that gets nothing for so long is at the end, or it went down with its server.
-constexpr std::chrono::milliseconds patience{5'000};
+constexpr std::chrono::milliseconds patienceWithReader{5'000};
 
 }  // namespace
 
@@ -18,7 +18,7 @@ SecondReading::SecondReading(ServerConnection& connection, CollectedSite& site)
       _firstReader(site.lastSequence),
       _rows(connection, "zord.rows." + subjectToken(site.name()) + ".>",
             *site.rows.state().passedFrom),
-      _patientUntil(Clock::now() + patience) {
+      _patientUntil(Clock::now() + patienceWithReader) {
   site.rows.beginReread();
   site.isBusy = true;
 }
@@ -36,7 +36,7 @@ std::optional<StreamedRows::Message> SecondReading::next() {
     if (now >= _patientUntil) end(_rows.isAtEnd());
     return std::nullopt;
   }
-  _patientUntil = now + patience;
+  _patientUntil = now + patienceWithReader;
   // What comes behind that end the first reader reads. A server that knows less of the stream than
   // that one's has no more to send too early.
   _hasReadLast = message->sequence >= _streamEnd ||

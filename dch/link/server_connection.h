@@ -31,6 +31,8 @@ class ServerConnection {
  public:
   static constexpr std::chrono::milliseconds longestConnecting{1'000};
   static constexpr std::chrono::milliseconds longestSending{500};
+  // JetStream, about one thing.
+  static constexpr std::chrono::milliseconds longestAsking{1'000};
 
   // Throws LinkError.
   ServerConnection(const LinkSettings& settings, const std::string& server);

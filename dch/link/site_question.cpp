@@ -13,13 +13,13 @@ namespace {
 using std::chrono::milliseconds;
 
 // A site that says nothing for so long has not heard the question, or stands still.
-constexpr milliseconds patience{2'000};
+constexpr milliseconds patienceWithAnswer{2'000};
 // A site that takes longer holds up the questions to others.
 constexpr milliseconds longestAnswer{5'000};
 
 // No site sends more for one question.
-constexpr std::uint64_t mostRows = 1'024;
-constexpr std::size_t mostBytes = 4 << 20;
+constexpr std::uint64_t mostRowsOfAnswer = 1'024;
+constexpr std::size_t mostBytesOfAnswer = 4 << 20;
 
 const char* headerOf(natsMsg* message, const char* name) {
   const char* value = nullptr;
@@ -33,7 +33,7 @@ SiteQuestion::SiteQuestion(ServerConnection& connection, CollectedSite& site,
     : _site(site),
       _box(std::move(box)),
       _latest(Clock::now() + longestAnswer),
-      _patientUntil(Clock::now() + patience) {
+      _patientUntil(Clock::now() + patienceWithAnswer) {
   connection.send(fetchSubject(site.name()), _box->next(), {},
                   fetchRequestText(site.rows.beginFetch()));
   site.isBusy = true;
@@ -59,7 +59,7 @@ std::optional<SiteQuestion::Row> SiteQuestion::next() {
 
 // Nothing but a row that is to be kept.
 std::optional<SiteQuestion::Row> SiteQuestion::take(NatsMessage message) {
-  _patientUntil = Clock::now() + patience;
+  _patientUntil = Clock::now() + patienceWithAnswer;
   if (const char* const text = headerOf(message.get(), "Zord-Fetched")) {
     const auto told = parseFetchEnd(text);
     end(told && _site.rows.fetchEnded(*told) ? Answer::good : Answer::bad);
@@ -71,8 +71,8 @@ std::optional<SiteQuestion::Row> SiteQuestion::take(NatsMessage message) {
   auto subject = parseRowSubject(subjectText != nullptr ? subjectText : "");
   ++_rows;
   _bytes += static_cast<std::size_t>(natsMsg_GetDataLength(message.get()));
-  if (!header || !subject || subject->site != _site.name() || _rows > mostRows ||
-      _bytes > mostBytes) {
+  if (!header || !subject || subject->site != _site.name() || _rows > mostRowsOfAnswer ||
+      _bytes > mostBytesOfAnswer) {
     end(Answer::bad);
     return std::nullopt;
   }

@@ -16,7 +16,6 @@ namespace {
 using nlohmann::json;
 using std::chrono::steady_clock;
 
-constexpr std::chrono::milliseconds longestAsking{1'000};
 constexpr char rowSubjects[] = "zord.rows.>";
 constexpr std::int64_t largestMessage = 1 << 20;
 
@@ -72,7 +71,7 @@ class JetStream {
 
  private:
   ServerConnection& _connection;
-  const steady_clock::time_point _end = steady_clock::now() + longestAsking;
+  const steady_clock::time_point _end = steady_clock::now() + ServerConnection::longestAsking;
 };
 
 // Of a refusal; 0: it is none.

@@ -16,8 +16,6 @@ namespace {
 
 using nlohmann::json;
 
-constexpr std::chrono::milliseconds longestAsking{1'000};
-
 // After so long without a row the server tells how many it has sent.
 constexpr std::chrono::nanoseconds pauseOfTelling = std::chrono::seconds(5);
 
@@ -30,8 +28,8 @@ std::string subjectFor(const char* question, const std::string& reader = {}) {
 template <class Take>
 auto ask(ServerConnection& connection, const std::string& subject, const json& body, Take take) {
   const std::string fault = "the stream of rows cannot be read: ";
-  const auto [message, nobodyTakesIt] =
-      connection.ask(subject, body.is_null() ? std::string() : body.dump(), longestAsking);
+  const auto [message, nobodyTakesIt] = connection.ask(
+      subject, body.is_null() ? std::string() : body.dump(), ServerConnection::longestAsking);
   if (nobodyTakesIt) connection.fail(fault + "JetStream is not enabled");
   if (message == nullptr) connection.fail(fault + "JetStream does not answer");
   try {
