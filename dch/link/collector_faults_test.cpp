@@ -28,6 +28,7 @@ TEST_F(CollectorFaultsTest, AStreamThatIsMadeAnewIsReadFromItsBeginning) {
   EXPECT_THAT(kept("west"), ElementsAre("row 1", "row 2", "row 3", "row 4", "row 5"));
 }
 
+// The place in the file is of the other one.
 TEST_F(CollectorFaultsTest, AStreamThatWasMadeAnewMeanwhileIsReadFromItsBeginning) {
   makeStream();
   ScriptedSite west(_nats.url(), "west");
@@ -163,6 +164,7 @@ class CollectorUserTest : public CollectorTest {
   CollectorUserTest() : CollectorTest("authorization { users: [{user: hub, password: right}] }") {}
 };
 
+// A slow machine may bring other faults, each told once too.
 TEST_F(CollectorUserTest, AWrongPasswordIsToldOnce) {
   collect(LinkUser{"hub", "wrong"});
   EXPECT_TRUE(waitUntil([&] { return figures().failures >= 3; }, linkPatience));

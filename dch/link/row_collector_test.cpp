@@ -229,7 +229,6 @@ TEST_F(RowCollectorTest, RowsThatWerePassedOverAreTakenAfterARestart) {
   EXPECT_THAT(kept("west"), ElementsAre("row 1", "row 3"));
 }
 
-// The place in the file is of the other one.
 TEST_F(RowCollectorTest, WhatIsTakenAndNotKeptIsNotFollowedByMore) {
   makeStream();
   ScriptedSite west(_nats.url(), "west");
