@@ -79,8 +79,9 @@ struct RemoteRow {
   std::string message;
 };
 
-// Of a site: those that were changed longest ago are forgotten. Far more runs than one has in the
-// days for which its rows are kept; whoever makes up more takes no more room and time.
+// Of a site: those that were changed longest ago are forgotten. More runs than one has in the days
+// for which its rows are kept, unless it dies all the time: then rows may be kept twice. Whoever
+// makes up more takes no more room and time.
 inline constexpr std::size_t mostKnownEpochs = 1'024;
 
 // Rows of one site, in its order, and how far they are known with them: all of it is kept or

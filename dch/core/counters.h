@@ -161,7 +161,7 @@ inline constexpr CounterDescription counterDescriptions[] = {
     {Counter::linkRowsRefused, "link_rows_refused",
      "messages of the link that are no rows, or of too many sites"},
     {Counter::linkRowsNoRoom, "link_rows_no_room",
-     "rows of other sites that were left out for want of room for their groups"},
+     "rows of other sites that were left out for want of room for their groups or sources"},
     {Counter::applications, "applications", "applications that are registered"},
     {Counter::sources, "sources", "sources that have a handle"},
     {Counter::sourcesOnline, "sources_online", "sources that are on line"},

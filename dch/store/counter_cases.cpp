@@ -1,7 +1,7 @@
 // What the store's file makes move.
 #include <chrono>
 
-#include "dch/store/providers.h"
+#include "dch/store/remote_writer.h"
 #include "dch/testkit/counter_cases.h"
 #include "dch/testkit/faulty_vfs.h"
 #include "dch/testkit/store_test.h"
@@ -132,7 +132,7 @@ void linkRowsNoRoom() {
   CountedStore store;
   const CounterMoves moves(store.counters);
   RemoteRows change{"west", {}, {}, {}};
-  for (std::size_t group = 0; group <= Providers::maxGroupsWithRemote; ++group)
+  for (std::size_t group = 0; group < RemoteWriter::mostGroupsOfSite + 3; ++group)
     change.rows.push_back({{{}, static_cast<std::int64_t>(group) + 1},
                            0,
                            "A",
@@ -141,7 +141,7 @@ void linkRowsNoRoom() {
                            {}});
   EXPECT_TRUE(store.keep(std::move(change)));
   store.setCounters();
-  EXPECT_EQ(moves.of(Counter::linkRowsNoRoom), 3) << "two groups are the store's own";
+  EXPECT_EQ(moves.of(Counter::linkRowsNoRoom), 3);
 }
 
 // A disk that takes its time shows what is counted: at least that, and no more than has passed.

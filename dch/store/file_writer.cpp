@@ -122,7 +122,7 @@ std::int64_t FileWriter::writeAll(std::vector<Item>* group) {
     item.isKept = _writer->write(*item.change);
     if (item.isKept) continue;
     if (const auto* const change = std::get_if<Registered>(item.change))
-      tellRefused(Providers::maxGroups,
+      tellRefused("has no room for more than " + std::to_string(Providers::maxGroups) + " groups",
                   printable(change->registration.applName) + " was not registered", 1, &_refused);
   }
   const std::int64_t position = _writer->finish();
@@ -132,7 +132,7 @@ std::int64_t FileWriter::writeAll(std::vector<Item>* group) {
 
 void FileWriter::noteRowsRefused(const RemoteWriter::RowsRefused& refused) {
   if (refused.rows == 0) return;
-  tellRefused(Providers::maxGroupsWithRemote,
+  tellRefused("has no room for more groups or sources of other sites",
               "rows such as " + printable(refused.first) + " are left out", refused.rows,
               &_rowsRefused);
   const std::lock_guard lock(_mutex);
@@ -140,13 +140,13 @@ void FileWriter::noteRowsRefused(const RemoteWriter::RowsRefused& refused) {
 }
 
 // Each time that they are twice as many.
-void FileWriter::tellRefused(std::size_t most, const std::string& what, std::uint64_t more,
+void FileWriter::tellRefused(const std::string& room, const std::string& what, std::uint64_t more,
                              std::uint64_t* refused) {
   const bool isTold = std::bit_width(*refused + more) > std::bit_width(*refused);
   *refused += more;
   if (!isTold) return;
   const std::string reason = what + ", " + std::to_string(*refused) + " refused so far";
-  tell(("has no room for more than " + std::to_string(most) + " groups").c_str(), reason.c_str());
+  tell(room.c_str(), reason.c_str());
 }
 
 // The transaction is rolled back, but when its commit failed late it may be in the file all the

@@ -94,7 +94,7 @@ class FileWriter {
   void makeWriter();
   std::int64_t writeAll(std::vector<Item>* group);
   void noteRowsRefused(const RemoteWriter::RowsRefused& refused);
-  void tellRefused(std::size_t most, const std::string& what, std::uint64_t more,
+  void tellRefused(const std::string& room, const std::string& what, std::uint64_t more,
                    std::uint64_t* refused);
   bool recover(std::int64_t position) noexcept;
   void takeOutOfLog();

@@ -80,7 +80,8 @@ bool Providers::makeRoomFor(const suite::Registration& registration) {
   return roomFor(newGroups, maxGroups, kept) == newGroups;
 }
 
-void Providers::makeRoomFor(std::vector<const RemoteRow*>* rows) {
+void Providers::makeRoomFor(std::vector<const RemoteRow*>* rows,
+                            const std::function<std::size_t()>& mostNew) {
   const auto nameOf = [](const RemoteRow* row) {
     return std::pair<std::string_view, std::string_view>(row->application, row->group);
   };
@@ -91,7 +92,9 @@ void Providers::makeRoomFor(std::vector<const RemoteRow*>* rows) {
       newGroups.insert(nameOf(row));
     else if (group->remoteTable == nullptr)
       kept.insert(group);
-  const std::size_t room = roomFor(newGroups.size(), maxGroupsWithRemote, kept);
+  if (newGroups.empty()) return;
+  const std::size_t wanted = std::min(newGroups.size(), mostNew());
+  const std::size_t room = roomFor(wanted, maxGroupsWithRemote, kept);
   while (newGroups.size() > room) newGroups.erase(std::prev(newGroups.end()));
   std::erase_if(*rows, [&](const RemoteRow* row) {
     return find(row->application, row->group) == nullptr && !newGroups.contains(nameOf(row));
@@ -299,9 +302,21 @@ RemoteRowTable& Providers::enter(const RemoteRow& row,
     _setHasRemoteRows.bind(1, group.table->group()).run();
   }
   for (const std::string_view attribute : attributes)
-    isChanged = group.columns->add(attribute) || isChanged;
+    if (group.columns->columnOf(attribute) == 0 && mayBringColumn(group))
+      isChanged = group.columns->add(attribute) || isChanged;
   if (isChanged && !std::exchange(group.isEntered, true)) _entered.push_back(&group);
   return *group.remoteTable;
+}
+
+bool Providers::mayBringColumn(const Group& group) const {
+  const auto countOf = [](const Group& each) {
+    return static_cast<std::size_t>(each.columns->count());
+  };
+  if (countOf(group) >= maxColumnsWithRemote) return false;
+  std::size_t all = 0;
+  for (const auto& [name, application] : _applications)
+    for (const auto& [groupName, each] : application.groups) all += countOf(each);
+  return all < maxAllColumnsWithRemote;
 }
 
 void Providers::defineEntered() {

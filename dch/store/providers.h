@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <set>
 #include <string>
@@ -32,8 +33,12 @@ class Providers {
   // has a table or two and a view, and what makes another one takes longer with their number. Far
   // above what a suite has.
   static constexpr std::size_t maxGroups = 2'000;
-  // Other sites' rows make no more where there are so many: this server's own have room, too.
+  // Other sites' rows make no more where there are so many: this server's own have room, too. So
+  // with attributes, of one group and of all: what makes another one takes longer with their
+  // number.
   static constexpr std::size_t maxGroupsWithRemote = 1'500;
+  static constexpr std::size_t maxColumnsWithRemote = 256;
+  static constexpr std::size_t maxAllColumnsWithRemote = 20'000;
 
   // Reads what is in the file.
   explicit Providers(sqlite::Connection& connection);
@@ -52,7 +57,9 @@ class Providers {
   // What rows of other sites need, in this order: room for their groups, and those are left out for
   // which there is none; the table for each one, and columns for these attributes; all of that in
   // the file. The tables are in use then.
-  void makeRoomFor(std::vector<const RemoteRow*>* rows);
+  // `mostNew` tells how many new groups there may be.
+  void makeRoomFor(std::vector<const RemoteRow*>* rows,
+                   const std::function<std::size_t()>& mostNew);
   RemoteRowTable& enter(const RemoteRow& row, const std::vector<std::string_view>& attributes);
   void defineEntered();
 
@@ -100,6 +107,7 @@ class Providers {
   Group makeGroup(std::int64_t id, std::string view, std::vector<AttributeColumn> attributes,
                   bool isInFile);
   void makeRemoteTable(Group* group, bool isInFile);
+  bool mayBringColumn(const Group& group) const;
   void define(const Group& group);
   void setTable(ZORA_Long handle, RowTable* table);
 

@@ -1,9 +1,11 @@
 // Rows of other sites are kept once each, with how far they are known, and are nobody else's.
 #include <gmock/gmock.h>
 
+#include <array>
 #include <limits>
 
 #include "dch/core/handles.h"
+#include "dch/store/remote_writer.h"
 #include "dch/store/rows_in_order.h"
 #include "dch/store/rows_query.h"
 #include "dch/testkit/remote_test.h"
@@ -29,6 +31,14 @@ class RemoteRowsTest : public testkit::RemoteTest {
     ASSERT_TRUE(keep(registered("appl:A,KEY;group:g;attr:a,N,4;")));
     ASSERT_TRUE(keep(WentOnline{"A", "g", "own", 1}));
     ASSERT_TRUE(keep(Row{1, 1'000'000, dataMessage(1, {number("a", 1)})}));
+  }
+  // A row in each of so many groups, all in one change.
+  void keepGroups(const std::string& site, const std::string& application, std::size_t count) {
+    RemoteRows change = rows({}, site);
+    for (std::size_t group = 1; group <= count; ++group)
+      change.rows.push_back(
+          rowOf(application, "g" + std::to_string(group), static_cast<std::int64_t>(group)));
+    ASSERT_TRUE(keep(std::move(change)));
   }
 };
 
@@ -77,11 +87,12 @@ TEST_F(RemoteRowsTest, OfAnEpochThatIsKnownFurtherAreNotKept) {
   EXPECT_EQ(show("time_us"), "1\n11\n20\n") << "known is never less than the rows";
 }
 
-// The name of a site may change, its rows' names do not.
-TEST_F(RemoteRowsTest, AreKnownByTheirEpochAlone) {
+// Who says of its rows that they are of a run of another site does that one no harm.
+TEST_F(RemoteRowsTest, AreKnownOfTheirSite) {
   ASSERT_TRUE(keep(rows({row(1), row(2)})));
-  ASSERT_TRUE(keep(rows({row(2), row(3)}, "renamed")));
-  EXPECT_EQ(show("site, time_us"), "s|1\ns|2\nrenamed|3\n");
+  ASSERT_TRUE(keep(rows({row(9)}, "other")));
+  ASSERT_TRUE(keep(rows({row(3)})));
+  EXPECT_EQ(show("site, time_us"), "s|1\ns|2\ns|3\nother|9\n");
   ASSERT_TRUE(keep(rows({remoteRow({epochOf(2), 2}, "A", "g", "host1")})));
   EXPECT_EQ(read("SELECT count(*) FROM \"A.g\" WHERE time_us = 2"), "2\n") << "another epoch";
 }
@@ -227,12 +238,9 @@ TEST_F(RemoteRowsTest, NamesMayBeAnyBytes) {
 
 TEST_F(RemoteRowsTest, ThereIsNoRoomForMoreGroups) {
   beginOwn();
-  RemoteRows change = rows({});
-  for (std::size_t group = 2; group < Providers::maxGroupsWithRemote; ++group) {
-    const auto next = static_cast<std::int64_t>(group);
-    change.rows.push_back(rowOf("B", "g" + std::to_string(group), next));
-  }
-  ASSERT_TRUE(keep(change)) << "all of them in one";
+  keepGroups("t", "T", RemoteWriter::mostGroupsOfSite);
+  keepGroups("u", "U", Providers::maxGroupsWithRemote - 2 - 2 * RemoteWriter::mostGroupsOfSite);
+  keepGroups("v", "V", RemoteWriter::mostGroupsOfSite);
   _log.lines.clear();
   const auto groups = [this] { return read("SELECT count(*) FROM known_groups"); };
   // The first of the new ones has a place.
@@ -242,14 +250,24 @@ TEST_F(RemoteRowsTest, ThereIsNoRoomForMoreGroups) {
   EXPECT_EQ(show("time_us", "C.g"), "5001\n");
   EXPECT_EQ(groups(), std::to_string(Providers::maxGroupsWithRemote) + "\n");
   EXPECT_THAT(_log.lines,
-              ElementsAre(HasSubstr("has no room for more than 1500 groups: rows such as D.g of "
-                                    "site s are left out, 2 refused so far")));
+              ElementsAre(HasSubstr("has no room for more groups or sources of other sites: rows "
+                                    "such as D.g of site s are left out, 2 refused so far")));
   EXPECT_EQ(_store->figures().remoteRowsRefused, 2u);
   // They are known: nobody tries again and again to have them kept.
   ASSERT_TRUE(keep(rows({remoteRow({epochOf(7), 9}, "D", "g", "host1")})));
   EXPECT_THAT(places(), HasSubstr("07000000:9 "));
   EXPECT_EQ(_store->figures().remoteRowsRefused, 3u);
   EXPECT_TRUE(keep(registered("appl:E,KEY;group:g;attr:a,N,4;"))) << "there is room for its own";
+}
+
+TEST_F(RemoteRowsTest, ASiteLeavesRoomForGroupsOfOthers) {
+  keepGroups("s", "S", RemoteWriter::mostGroupsOfSite + 3);
+  EXPECT_EQ(_store->figures().remoteRowsRefused, 3u);
+  ASSERT_TRUE(keep(rows({rowOf("S", "g1", 5'000), rowOf("S", "another", 5'001)})));
+  EXPECT_EQ(_store->figures().remoteRowsRefused, 4u);
+  EXPECT_EQ(read("SELECT count(*) FROM \"S.g1\""), "2\n");
+  ASSERT_TRUE(keep(rows({rowOf("S", "another", 5'001)}, "t")));
+  EXPECT_EQ(read("SELECT site FROM \"S.another\""), "t\n");
 }
 
 // Whoever makes up runs takes no room.
@@ -270,17 +288,18 @@ TEST_F(RemoteRowsTest, TheRunsThatWereChangedLongestAgoAreForgotten) {
 // But for those that the same change needs.
 TEST_F(RemoteRowsTest, GroupsThatAreNotNeededMakeRoomForThem) {
   std::string text;
-  RemoteRows change = rows({});
+  std::array<RemoteRows, 4> changes{rows({}, "s"), rows({}, "t"), rows({}, "u"), rows({}, "v")};
   for (std::size_t group = 0; group < Providers::maxGroupsWithRemote; ++group) {
     const std::string name = "g" + std::to_string(group);
     text += "group:" + name + ";attr:a,N,4;";
+    RemoteRows& change = changes[group / (RemoteWriter::mostGroupsOfSite - 1)];
     if (group > 0) change.rows.push_back(rowOf("A", name, static_cast<std::int64_t>(group)));
   }
-  change.rows.push_back(rowOf("B", "g", 5'000));
-  change.rows.push_back(rowOf("B", "g", 5'001));
+  changes.back().rows.push_back(rowOf("B", "g", 5'000));
+  changes.back().rows.push_back(rowOf("B", "g", 5'001));
   ASSERT_TRUE(keep(registered("appl:A,KEY;" + text)));
   append(Unregistered{"A"});
-  append(change);
+  for (const RemoteRows& change : changes) append(change);
   _store->finish();
   EXPECT_TRUE(_client.concluded.back().second);
   EXPECT_EQ(read("SELECT count(*) FROM known_groups"),

@@ -13,6 +13,13 @@ sqlite::Statement& bind(sqlite::Statement* statement, const RemoteSources::Names
       .bindText(4, names.source);
 }
 
+std::size_t count(sqlite::Statement* statement) {
+  statement->step();
+  const std::int64_t counted = statement->number(0);
+  statement->reset();
+  return static_cast<std::size_t>(counted);
+}
+
 }  // namespace
 
 RemoteSources::RemoteSources(sqlite::Connection& connection)
@@ -24,7 +31,13 @@ RemoteSources::RemoteSources(sqlite::Connection& connection)
       _add(connection,
            "INSERT INTO remote_sources VALUES (ifnull((SELECT max(handle) + 1 FROM "
            "remote_sources), " +
-               std::to_string(firstRemoteHandle) + "), ?1, ?2, ?3, ?4)") {}
+               std::to_string(firstRemoteHandle) + "), ?1, ?2, ?3, ?4)"),
+      _countAll(connection, "SELECT max(handle) - " + std::to_string(firstRemoteHandle - 1) +
+                                " FROM remote_sources"),
+      _countOfSite(connection, "SELECT count(*) FROM remote_sources WHERE site = ?"),
+      _countGroups(connection,
+                   "SELECT count(*) FROM (SELECT DISTINCT application, \"group\" FROM "
+                   "remote_sources WHERE site = ?)") {}
 
 ZORA_Long RemoteSources::handleOf(const Names& names) {
   // Since names may be any bytes, their lengths belong to the key.
@@ -33,8 +46,22 @@ ZORA_Long RemoteSources::handleOf(const Names& names) {
     _key.append(std::to_string(name.size())).append(1, ' ').append(name);
   const auto known = _atHand.find(_key);
   if (known != _atHand.end()) return known->second;
+  const ZORA_Long handle = findOrAdd(names);
+  if (handle == 0) return 0;
   if (_atHand.size() == mostAtHand) _atHand.clear();
-  return _atHand.emplace(_key, findOrAdd(names)).first->second;
+  return _atHand.emplace(_key, handle).first->second;
+}
+
+std::size_t RemoteSources::groupsOf(std::string_view site) {
+  return count(&_countGroups.bindText(1, site));
+}
+
+// As nothing is ever removed, the handles have no gaps.
+bool RemoteSources::hasRoom(std::string_view site) {
+  auto known = _ofSites.find(site);
+  if (known == _ofSites.end())
+    known = _ofSites.emplace(site, count(&_countOfSite.bindText(1, site))).first;
+  return known->second < mostOfSite && count(&_countAll) < most;
 }
 
 ZORA_Long RemoteSources::findOrAdd(const Names& names) {
@@ -43,7 +70,10 @@ ZORA_Long RemoteSources::findOrAdd(const Names& names) {
     _find.reset();
     return handle;
   }
+  _find.reset();
+  if (!hasRoom(names.site)) return 0;
   bind(&_add, names).run();
+  ++_ofSites.find(names.site)->second;
   return static_cast<ZORA_Long>(sqlite3_last_insert_rowid(_connection.handle()));
 }
 

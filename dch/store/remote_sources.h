@@ -21,6 +21,10 @@ class RemoteSources {
   // the file.
   static constexpr std::size_t mostAtHand = 100'000;
 
+  // How many it takes: for good, so that who makes them up takes no more room.
+  static constexpr std::size_t most = 2'000'000;
+  static constexpr std::size_t mostOfSite = 100'000;
+
   // May be any bytes.
   struct Names {
     std::string_view site;
@@ -31,16 +35,25 @@ class RemoteSources {
 
   explicit RemoteSources(sqlite::Connection& connection);
 
-  // For good, whatever becomes of the group here. A source that is new gets the next one.
+  // For good, whatever becomes of the group here. A source that is new gets the next one; 0: there
+  // is no room for it.
   ZORA_Long handleOf(const Names& names);
+
+  // How many groups have sources of this site, or had.
+  std::size_t groupsOf(std::string_view site);
 
  private:
   ZORA_Long findOrAdd(const Names& names);
+  bool hasRoom(std::string_view site);
 
   sqlite::Connection& _connection;
   sqlite::Statement _find;
   sqlite::Statement _add;
+  sqlite::Statement _countAll;
+  sqlite::Statement _countOfSite;
+  sqlite::Statement _countGroups;
   TextMap<ZORA_Long> _atHand;
+  TextMap<std::size_t> _ofSites;  // how many they have: of sites with new ones
   std::string _key;
 };
 

@@ -50,9 +50,54 @@ TEST_F(RemoteSourcesTest, MayBeMoreThanAreAtHand) {
   constexpr auto count = static_cast<ZORA_Long>(RemoteSources::mostAtHand) + 100;
   for (int round = 0; round < 2; ++round)
     for (ZORA_Long source = 0; source < count; ++source)
-      ASSERT_EQ(sources.handleOf({"s", "A", "g", std::to_string(source)}),
+      ASSERT_EQ(sources.handleOf({source % 2 ? "s" : "t", "A", "g", std::to_string(source)}),
                 firstRemoteHandle + source);
   EXPECT_EQ(sqlite::queryNumber(_connection, "SELECT count(*) FROM remote_sources"), count);
+}
+
+class RemoteSourcesRoomTest : public RemoteSourcesTest {
+ protected:
+  // Sources "1" to that one of a site's group, beside those that are there.
+  void fill(const std::string& site, std::size_t last) {
+    _connection.execute(
+        "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < " +
+        std::to_string(last) + ") INSERT INTO remote_sources SELECT " +
+        "ifnull((SELECT max(handle) FROM remote_sources), " +
+        std::to_string(firstRemoteHandle - 1) + ") + i, '" + site +
+        "', 'A', 'g', CAST(i AS TEXT) FROM n");
+  }
+};
+
+TEST_F(RemoteSourcesRoomTest, ASiteHasNoMoreThanItsShare) {
+  fill("s", RemoteSources::mostOfSite - 1);
+  RemoteSources sources(_connection);
+  EXPECT_NE(sources.handleOf({"s", "A", "g", "last"}), 0);
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_EQ(sources.handleOf({"s", "A", "g", "another"}), 0);
+    EXPECT_EQ(sources.handleOf({"s", "A", "g", "1"}), firstRemoteHandle) << "it has one";
+  }
+  EXPECT_NE(sources.handleOf({"t", "A", "g", "another"}), 0);
+  EXPECT_EQ(RemoteSources(_connection).handleOf({"s", "A", "g", "another"}), 0);
+}
+
+TEST_F(RemoteSourcesRoomTest, AllSitesHaveNoMoreThanHandlesAreGiven) {
+  _connection.execute("INSERT INTO remote_sources VALUES (" +
+                      std::to_string(firstRemoteHandle + RemoteSources::most - 2) +
+                      ", 's', 'A', 'g', 'host')");
+  RemoteSources sources(_connection);
+  EXPECT_NE(sources.handleOf({"t", "A", "g", "last"}), 0);
+  EXPECT_EQ(sources.handleOf({"u", "A", "g", "another"}), 0);
+}
+
+TEST_F(RemoteSourcesTest, SaysHowManyGroupsASiteHas) {
+  RemoteSources sources(_connection);
+  EXPECT_EQ(sources.groupsOf("s"), 0u);
+  for (const char* const application : {"A", "B"})
+    for (const char* const group : {"g", "h"})
+      for (const char* const source : {"1", "2"})
+        sources.handleOf({"s", application, group, source});
+  sources.handleOf({"t", "C", "g", "1"});
+  EXPECT_EQ(sources.groupsOf("s"), 4u);
 }
 
 }  // namespace

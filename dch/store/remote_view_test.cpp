@@ -127,20 +127,39 @@ TEST_F(RemoteView, AnAttributeMayBeCalledSite) {
   EXPECT_THAT(columnsOfHistory(), testing::ElementsAre("site_"));
 }
 
+// The server's own have room whatever others have brought.
 TEST_F(RemoteView, AttributesWithoutRoomForThemAreOnlyInTheMessages) {
   RemoteRows change = rows({});
-  for (int n = 0; n < 2'100; n += 100) {
+  for (int n = 0; n < 300; n += 100) {
     std::vector<testkit::Value> values;
     for (int each = n; each < n + 100; ++each)
       values.push_back(number("x" + std::to_string(each), each));
     change.rows.push_back(row(n + 1, "host1", values));
   }
   ASSERT_TRUE(keep(change));
-  EXPECT_EQ(read("SELECT count(*) FROM pragma_table_info('A.g')"), "2000\n");
-  EXPECT_EQ(read("SELECT count(*) FROM pragma_table_info('remote_rows_1')"), "2000\n");
-  EXPECT_EQ(read("SELECT x1900, x1993 FROM \"A.g\" WHERE time_us = 1901"), "1900|1993\n");
-  EXPECT_THAT(read("SELECT x2000 FROM \"A.g\""), HasSubstr("error: no such column"));
-  EXPECT_EQ(read("SELECT count(*) FROM \"A.g\""), "21\n");
+  EXPECT_EQ(read("SELECT count(*) FROM pragma_table_info('A.g')"), "262\n");
+  EXPECT_EQ(read("SELECT x200, x255 FROM \"A.g\" WHERE time_us = 201"), "200|255\n");
+  EXPECT_THAT(read("SELECT x256 FROM \"A.g\""), HasSubstr("error: no such column"));
+  EXPECT_EQ(read("SELECT count(*) FROM \"A.g\""), "3\n");
+  registerGroup("attr:x256,N,4;");
+  EXPECT_THAT(columns("A.g"), HasSubstr("code,site,x256,"));
+}
+
+TEST_F(RemoteView, AllGroupsTogetherHaveRoomForSoManyAttributes) {
+  constexpr std::size_t groups = Providers::maxAllColumnsWithRemote / 250;
+  std::vector<testkit::Value> values;
+  for (int each = 0; each < 250; ++each) values.push_back(number("x" + std::to_string(each), each));
+  RemoteRows change = rows({});
+  for (std::size_t group = 0; group <= groups; ++group) {
+    change.rows.push_back(row(static_cast<std::int64_t>(group) + 1, "host1", values));
+    change.rows.back().group = "g" + std::to_string(group);
+  }
+  ASSERT_TRUE(keep(change));
+  const auto columnCount = [this](std::size_t group) {
+    return read("SELECT count(*) FROM pragma_table_info('A.g" + std::to_string(group) + "')");
+  };
+  EXPECT_EQ(columnCount(groups - 1), "256\n");
+  EXPECT_EQ(columnCount(groups), "6\n") << "its values are only in the message";
 }
 
 TEST_F(RemoteView, FindsOldRowsOfOtherSitesByTheirIndex) {

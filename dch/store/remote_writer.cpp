@@ -42,7 +42,7 @@ bool readRow(std::string_view message, std::vector<std::string_view>* attributes
 RemoteWriter::RemoteWriter(sqlite::Connection& connection, Providers& providers)
     : _providers(providers),
       _sources(connection),
-      _findEpoch(connection, "SELECT number FROM remote_epochs WHERE epoch = ?"),
+      _findEpoch(connection, "SELECT number FROM remote_epochs WHERE site = ? AND epoch = ?"),
       _setEpoch(connection, "INSERT OR REPLACE INTO remote_epochs VALUES (?, ?, ?, ?)"),
       _forgetEpochs(connection,
                     "DELETE FROM remote_epochs WHERE site = ?1 AND changed <= (SELECT changed FROM "
@@ -55,23 +55,28 @@ void RemoteWriter::write(const RemoteRows& change,
                          const std::function<std::int64_t()>& usePosition) {
   KnownEpochs epochs;
   std::vector<const RemoteRow*> rows = newRows(change, &epochs);
-  const std::uint64_t refused = refuseWithoutRoom(change.site, &rows);
+  const std::uint64_t refusedBefore = _refused.rows;
+  refuseGroupsWithoutRoom(change.site, &rows);
   const std::vector<Place> places = placesOf(rows);
   for (std::size_t i = 0; i < rows.size(); ++i) {
     const RemoteRow& row = *rows[i];
     const auto& [table, isRow] = places[i];
-    const std::int64_t position = usePosition();
     const ZORA_Long handle =
         _sources.handleOf({change.site, row.application, row.group, row.source});
+    if (handle == 0) {
+      refuse(change.site, row);
+      continue;
+    }
+    const std::int64_t position = usePosition();
     table->insert(position, handle, row.time, row.message, isRow);
-    find(&epochs, row.name.epoch).changed = position;
+    find(&epochs, change.site, row.name.epoch).changed = position;
   }
   std::for_each(change.known.rbegin(), change.known.rend(), [&](const RowName& name) {
-    Known& known = find(&epochs, name.epoch);
+    Known& known = find(&epochs, change.site, name.epoch);
     known.number = std::max(known.number, name.number);
     known.changed = usePosition();
   });
-  if (refused > 0)  // it has no position of a row
+  if (_refused.rows != refusedBefore)  // these have no position of a row
     for (Known& each : epochs)
       if (each.changed == 0) each.changed = usePosition();
   writeEpochs(change.site, epochs);
@@ -87,11 +92,13 @@ void RemoteWriter::write(const StreamRead& change) {
   _setStream.bindText(1, change.stream).bind(2, static_cast<std::int64_t>(change.sequence)).run();
 }
 
-RemoteWriter::Known& RemoteWriter::find(KnownEpochs* epochs, const Epoch& epoch) {
+RemoteWriter::Known& RemoteWriter::find(KnownEpochs* epochs, std::string_view site,
+                                        const Epoch& epoch) {
   const auto known = std::find_if(epochs->rbegin(), epochs->rend(),
                                   [&](const Known& each) { return each.epoch == epoch; });
   if (known != epochs->rend()) return *known;
-  bindEpoch(_findEpoch, 1, epoch);
+  _findEpoch.bindText(1, site);
+  bindEpoch(_findEpoch, 2, epoch);
   const bool isInFile = _findEpoch.step();
   const std::int64_t number = isInFile ? _findEpoch.number(0) : 0;
   _findEpoch.reset();
@@ -102,7 +109,7 @@ RemoteWriter::Known& RemoteWriter::find(KnownEpochs* epochs, const Epoch& epoch)
 std::vector<const RemoteRow*> RemoteWriter::newRows(const RemoteRows& change, KnownEpochs* epochs) {
   std::vector<const RemoteRow*> rows;
   for (const RemoteRow& row : change.rows) {
-    Known& known = find(epochs, row.name.epoch);
+    Known& known = find(epochs, change.site, row.name.epoch);
     if (row.name.number <= known.number) continue;
     known.number = row.name.number;
     rows.push_back(&row);
@@ -110,20 +117,22 @@ std::vector<const RemoteRow*> RemoteWriter::newRows(const RemoteRows& change, Kn
   return rows;
 }
 
-// Returns how many.
-std::uint64_t RemoteWriter::refuseWithoutRoom(std::string_view site,
-                                              std::vector<const RemoteRow*>* rows) {
+void RemoteWriter::refuseGroupsWithoutRoom(std::string_view site,
+                                           std::vector<const RemoteRow*>* rows) {
   const std::vector<const RemoteRow*> all = *rows;
-  _providers.makeRoomFor(rows);
-  const std::uint64_t refused = all.size() - rows->size();
-  if (refused == 0) return 0;
-  if (_refused.rows == 0) {
-    const RemoteRow& first =
-        **std::mismatch(all.begin(), all.end(), rows->begin(), rows->end()).first;
-    _refused.first = first.application + '.' + first.group + " of site " + std::string(site);
-  }
-  _refused.rows += refused;
-  return refused;
+  _providers.makeRoomFor(
+      rows, [&] { return mostGroupsOfSite - std::min(mostGroupsOfSite, _sources.groupsOf(site)); });
+  auto kept = rows->begin();
+  for (const RemoteRow* const each : all)
+    if (kept != rows->end() && *kept == each)
+      ++kept;
+    else
+      refuse(site, *each);
+}
+
+void RemoteWriter::refuse(std::string_view site, const RemoteRow& row) {
+  if (_refused.rows++ == 0)
+    _refused.first = row.application + '.' + row.group + " of site " + std::string(site);
 }
 
 // All columns that the rows need come at once, which makes the file's schema be read again.
@@ -146,8 +155,9 @@ void RemoteWriter::writeEpochs(std::string_view site, const KnownEpochs& epochs)
   for (const Known& each : epochs) {
     if (each.changed == 0) continue;
     isNew = isNew || !each.isInFile;
-    bindEpoch(_setEpoch, 1, each.epoch);
-    _setEpoch.bindText(2, site).bind(3, each.number).bind(4, each.changed).run();
+    _setEpoch.bindText(1, site);
+    bindEpoch(_setEpoch, 2, each.epoch);
+    _setEpoch.bind(3, each.number).bind(4, each.changed).run();
   }
   if (isNew) _forgetEpochs.bindText(1, site).run();
 }

@@ -23,8 +23,11 @@ class RemoteWriter {
   // `providers` outlive it.
   RemoteWriter(sqlite::Connection& connection, Providers& providers);
 
-  // Each row is written at a position of its own, the next one. Those for whose groups there is no
-  // room are refused: they are known then, and nowhere in the file.
+  // So many groups that a site may bring: who makes them up leaves room for those of others.
+  static constexpr std::size_t mostGroupsOfSite = 500;
+
+  // Each row is written at a position of its own, the next one. Those for whose groups or sources
+  // there is no room are refused: they are known then, and nowhere in the file.
   void write(const RemoteRows& change, const std::function<std::int64_t()>& usePosition);
   void write(const StreamRead& change);
 
@@ -51,9 +54,10 @@ class RemoteWriter {
     bool isRow;
   };
 
-  Known& find(KnownEpochs* epochs, const Epoch& epoch);
+  Known& find(KnownEpochs* epochs, std::string_view site, const Epoch& epoch);
   std::vector<const RemoteRow*> newRows(const RemoteRows& change, KnownEpochs* epochs);
-  std::uint64_t refuseWithoutRoom(std::string_view site, std::vector<const RemoteRow*>* rows);
+  void refuseGroupsWithoutRoom(std::string_view site, std::vector<const RemoteRow*>* rows);
+  void refuse(std::string_view site, const RemoteRow& row);
   std::vector<Place> placesOf(const std::vector<const RemoteRow*>& rows);
   void writeEpochs(std::string_view site, const KnownEpochs& epochs);
 

@@ -132,10 +132,11 @@ CREATE TABLE remote_sources (
   UNIQUE (site, application, "group", name));
 
 CREATE TABLE remote_epochs (
-  epoch BLOB PRIMARY KEY,
   site NOT NULL,
+  epoch BLOB NOT NULL,
   number INTEGER NOT NULL,
-  changed INTEGER NOT NULL) WITHOUT ROWID;
+  changed INTEGER NOT NULL,
+  PRIMARY KEY (site, epoch)) WITHOUT ROWID;
 CREATE INDEX epochs_of_site ON remote_epochs (site, changed);
 
 CREATE TABLE remote_sites (site PRIMARY KEY, passed_from INTEGER) WITHOUT ROWID;
