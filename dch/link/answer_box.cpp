@@ -18,12 +18,14 @@ AnswerBox::AnswerBox(ServerConnection& connection)
 }
 
 ServerConnection::Heard AnswerBox::heard() {
-  while (true) {
+  const std::string wanted = _prefix + std::to_string(_questions);
+  // Whoever sends without an end does not keep us here.
+  for (int count = 0; count < mostMessagesInBox; ++count) {
     ServerConnection::Heard answer = _connection.heard(_answers.get());
-    if (answer.message == nullptr) return answer;
-    if (natsMsg_GetSubject(answer.message.get()) == _prefix + std::to_string(_questions))
+    if (answer.message == nullptr || natsMsg_GetSubject(answer.message.get()) == wanted)
       return answer;
   }
+  return {};
 }
 
 }  // namespace dch

@@ -4,7 +4,17 @@
 #include <iterator>
 #include <utility>
 
+#include "dch/link/link_settings.h"
+#include "suite/registration.h"
+#include "zordchcl/zordchcl.h"
+
 namespace dch {
+
+bool mayBeKept(const RowHeader& header, const RowSubject& subject) {
+  return subject.site.size() <= longestSiteName &&
+         subject.application.size() <= DCH_MAX_APPL_NAME &&
+         subject.group.size() <= suite::longestName && header.source.size() <= DCH_MAX_SOURCE_NAME;
+}
 
 CollectedSite::CollectedSite(std::string name, IncomingRows::State kept)
     : rows(kept), _name(std::move(name)), _kept(std::move(kept)) {}

@@ -16,6 +16,9 @@
 
 namespace dch {
 
+// Whether its names are as long as names can be at most: nobody takes memory with them.
+bool mayBeKept(const RowHeader& header, const RowSubject& subject);
+
 // One thread.
 class CollectedSite {
  public:

@@ -96,6 +96,22 @@ TEST(CollectedSiteTest, SaysThatNothingIsPassedOverAnyMore) {
   EXPECT_THAT(taken.rows, IsEmpty());
 }
 
+// A server takes no others from its providers.
+TEST(CollectedSiteTest, NamesMayBeAsLongAsServersTakeThem) {
+  const RowSubject longest{std::string(64, 's'), std::string(20, 'a'), std::string(32, 'g')};
+  RowHeader named;
+  named.source = std::string(32, 'h');
+  EXPECT_TRUE(mayBeKept(named, longest));
+  for (std::string RowSubject::*const name :
+       {&RowSubject::site, &RowSubject::application, &RowSubject::group}) {
+    RowSubject longer = longest;
+    (longer.*name) += 'x';
+    EXPECT_FALSE(mayBeKept(named, longer));
+  }
+  named.source += 'x';
+  EXPECT_FALSE(mayBeKept(named, longest));
+}
+
 // What stays as it is has to be said again: an entry without it says that there is none.
 TEST(CollectedSiteTest, RowsComeWithTheSamePlaceAsBefore) {
   CollectedSite site("west", {{name(2)}, 40});

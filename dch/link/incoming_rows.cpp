@@ -188,6 +188,8 @@ void IncomingRows::passOver(std::uint64_t sequence, const RowHeader& row) {
     _isPassedComplete = false;
     if (_phase == Phase::following) _phase = Phase::toFetch;
   }
+  // A server that has lost the end of the stream gives these again.
+  _state.passedFrom = std::min(*_state.passedFrom, sequence);
   _passed.add(sequence, row.name);
 }
 

@@ -324,6 +324,14 @@ TEST_F(IncomingRowsTest, KnowsWhatTheFirstReaderPassesOverWhileTheSecondReads) {
   EXPECT_EQ(Wants::fetch, _rows.wants());
 }
 
+// A server that has lost the end of the stream gives its sequences again.
+TEST_F(IncomingRowsTest, ReadsAgainFromTheLowestSequenceThatWasPassedOver) {
+  read({1});
+  EXPECT_FALSE(_rows.fromStream(10, row(3)));
+  EXPECT_FALSE(_rows.fromStream(5, row(7)));
+  EXPECT_EQ(5U, _rows.state().passedFrom);
+}
+
 TEST_F(IncomingRowsTest, ReadsAStreamThatBeganAnewFromItsBeginning) {
   read({1, 2, 4});
   fetch({row(3)});

@@ -69,8 +69,9 @@ std::optional<std::uint64_t> PassedRows::firstSequence() const {
 }
 
 bool PassedRows::mayHaveBefore(const RowName& row, std::int64_t knownUpTo) const {
+  if (_further && _further->first.number < row.number) return true;
   const auto range = findRange(_ranges, row.epoch);
-  if (range == _ranges.end()) return _further && _further->first.number < row.number;
+  if (range == _ranges.end()) return false;
   return range->first.number < row.number && range->last > knownUpTo;
 }
 

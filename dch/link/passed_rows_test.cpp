@@ -68,6 +68,16 @@ TEST_F(PassedRowsTest, HasTheEpochsWithTheLowestNumbers) {
   EXPECT_EQ(std::nullopt, _passed.firstSequence());
 }
 
+// Of one that was among the others once, a part may still be there.
+TEST_F(PassedRowsTest, AnEpochThatComesBackAmongTheLowestMayHaveMore) {
+  _passed.add(6, ofRun(1, 3));
+  _passed.add(7, ofRun(2, 5));
+  _passed.add(8, ofRun(3, 8));
+  _passed.add(9, ofRun(3, 2));
+  EXPECT_EQ(ofRun(3, 2), _passed.lowest());
+  EXPECT_TRUE(_passed.mayHaveBefore(ofRun(3, 9), 2));
+}
+
 TEST_F(PassedRowsTest, SaysWhatMayBeBeforeARow) {
   _passed.add(7, ofRun(1, 4));
   _passed.add(8, ofRun(1, 6));

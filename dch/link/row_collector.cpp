@@ -26,8 +26,8 @@ constexpr milliseconds pauseOfReading{20};
 // While something else is waited for as well.
 constexpr milliseconds shortPause{2};
 
-// Rows that wait for the store. A commit of so many takes some milliseconds, in which the clients
-// of this server wait.
+// Rows that wait for the store. A commit of so many takes some milliseconds, and longer where they
+// bring groups or attributes; the clients of this server wait meanwhile.
 constexpr std::size_t mostUnkeptRows = 1'024;
 constexpr std::size_t mostUnkeptBytes = 4 << 20;
 
@@ -227,7 +227,7 @@ void RowCollector::noteProgress() {
 void RowCollector::takeStreamed(const StreamedRows::Message& message, bool isAgain) {
   const auto header = parseRowHeader(message.header());
   const auto subject = parseRowSubject(message.subject());
-  if (!header || !subject || subject->site.size() > longestSiteName)
+  if (!header || !subject || !mayBeKept(*header, *subject))
     return refuse("the stream has what is no row: " + std::string(message.subject()));
   if (subject->site == _settings.site) return;
   CollectedSite* const site = siteOf(subject->site);

@@ -1,5 +1,7 @@
 #include "dch/link/second_reading.h"
 
+#include <algorithm>
+
 #include "dch/link/stream_settings.h"
 #include "dch/link/subject.h"
 
@@ -14,7 +16,7 @@ constexpr std::chrono::milliseconds patienceWithReader{5'000};
 
 SecondReading::SecondReading(ServerConnection& connection, CollectedSite& site)
     : _site(site),
-      _streamEnd(provideRowsStream(connection).lastSequence),
+      _streamEnd(std::max(provideRowsStream(connection).lastSequence, site.lastSequence)),
       _firstReader(site.lastSequence),
       _rows(connection, "zord.rows." + subjectToken(site.name()) + ".>",
             *site.rows.state().passedFrom),

@@ -34,9 +34,14 @@ SiteQuestion::SiteQuestion(ServerConnection& connection, CollectedSite& site,
       _box(std::move(box)),
       _latest(Clock::now() + longestAnswer),
       _patientUntil(Clock::now() + patienceWithAnswer) {
-  connection.send(fetchSubject(site.name()), _box->next(), {},
-                  fetchRequestText(site.rows.beginFetch()));
   site.isBusy = true;
+  try {
+    connection.send(fetchSubject(site.name()), _box->next(), {},
+                    fetchRequestText(site.rows.beginFetch()));
+  } catch (...) {
+    end(Answer::none);
+    throw;
+  }
 }
 
 SiteQuestion::~SiteQuestion() {
@@ -71,8 +76,8 @@ std::optional<SiteQuestion::Row> SiteQuestion::take(NatsMessage message) {
   auto subject = parseRowSubject(subjectText != nullptr ? subjectText : "");
   ++_rows;
   _bytes += static_cast<std::size_t>(natsMsg_GetDataLength(message.get()));
-  if (!header || !subject || subject->site != _site.name() || _rows > mostRowsOfAnswer ||
-      _bytes > mostBytesOfAnswer) {
+  if (!header || !subject || !mayBeKept(*header, *subject) || subject->site != _site.name() ||
+      _rows > mostRowsOfAnswer || _bytes > mostBytesOfAnswer) {
     end(Answer::bad);
     return std::nullopt;
   }

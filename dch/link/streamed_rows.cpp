@@ -84,7 +84,8 @@ StreamedRows::StreamedRows(ServerConnection& connection, const std::string& subj
     : _connection(connection) {
   const std::string inbox = ServerConnection::newInbox();
   _rows = connection.subscribe(inbox);
-  natsSubscription_SetPendingLimits(_rows.get(), -1, -1);  // the server waits for who reads slowly
+  // The server waits for who reads slowly, and has less than that on the way then.
+  natsSubscription_SetPendingLimits(_rows.get(), -1, 64 << 20);
   const json reader{{"deliver_subject", inbox},
                     {"filter_subject", subjects},
                     {"deliver_policy", "by_start_sequence"},
@@ -118,7 +119,8 @@ std::optional<StreamedRows::Message> StreamedRows::next(std::chrono::millisecond
       answerControl(message.get());
       const auto left =
           std::chrono::duration_cast<std::chrono::milliseconds>(end - steady_clock::now());
-      atMost = std::max(left, std::chrono::milliseconds(0));
+      if (left.count() <= 0) return std::nullopt;
+      atMost = left;
       continue;
     }
     const Delivery delivery = deliveryIn(reply);
@@ -130,7 +132,7 @@ std::optional<StreamedRows::Message> StreamedRows::next(std::chrono::millisecond
 // What the server says beside the rows, in their order.
 void StreamedRows::answerControl(natsMsg* message) {
   for (const std::string_view each : {replyOf(message), headerIn(message, "Nats-Consumer-Stalled")})
-    if (!each.empty()) _connection.send(std::string(each), {}, {}, {});
+    if (each.starts_with("$JS.FC.")) _connection.send(std::string(each), {}, {}, {});
   const std::string_view sent = headerIn(message, "Nats-Last-Consumer");
   if (!sent.empty() && numberIn<std::uint64_t>(sent) != _read)
     _connection.fail("rows of the stream got lost on the way");
