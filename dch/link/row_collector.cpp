@@ -44,8 +44,6 @@ constexpr milliseconds pauseWhileQuiet{10'000};
 // what it reads from went down with its server.
 constexpr milliseconds patienceWithStream{5'000};
 
-constexpr milliseconds pauseOfPlaces{1'000};
-
 // Far more than a cluster has, and each takes some memory.
 constexpr std::size_t mostSites = 10'000;
 
@@ -65,9 +63,9 @@ std::string_view bodyOf(const NatsMessage& message) {
 RowCollector::RowCollector(const LinkSettings& settings, std::function<StatePlaces()> places,
                            std::function<void()> wake, LinkLog& log)
     : _settings(settings),
-      _wake(std::move(wake)),
       _log(log),
       _places(std::move(places)),
+      _handover(std::move(wake)),
       _thread([this] { run(); }) {}
 
 RowCollector::~RowCollector() {
@@ -75,26 +73,11 @@ RowCollector::~RowCollector() {
   _thread.join();
 }
 
-std::vector<Change> RowCollector::take() {
-  const std::lock_guard lock(_mutex);
-  return std::exchange(_handedOver, {});
-}
-
-void RowCollector::taken() noexcept {
-  const std::lock_guard lock(_mutex);
-  _isUnderWay = false;
-  _keptUpTo = std::move(_handedOverUpTo);  // asks for no memory
-  _figures.rowsCollected += std::exchange(_rowsHandedOver, 0);
-}
-
-bool RowCollector::isUnderWay() const {
-  const std::lock_guard lock(_mutex);
-  return _isUnderWay;
-}
-
 CollectorFigures RowCollector::figures() const {
   const std::lock_guard lock(_mutex);
-  return _figures;
+  CollectorFigures figures = _figures;
+  figures.rowsCollected = _handover.rowsKept();
+  return figures;
 }
 
 void RowCollector::run() noexcept {
@@ -152,7 +135,7 @@ void RowCollector::work() {
 
 // When all that was handed over is kept: else it would be collected a second time.
 void RowCollector::findStart() {
-  while (isUnderWay())
+  while (_handover.isUnderWay())
     if (_stop.wait(pauseOfReading)) return;
   const RemotePlaces places = readRemotePlaces(_places);
   for (const RemotePlaces::Site& each : places.sites)
@@ -361,31 +344,8 @@ void RowCollector::beginSecondReading() {
   if (site != nullptr) _secondReading.emplace(*_connection, *site);
 }
 
-// All that is to be kept, while nothing is under way.
 void RowCollector::handOver() {
-  const std::lock_guard lock(_mutex);
-  if (_isUnderWay) return;
-  std::vector<Change> changes;
-  for (CollectedSite* const site : _touched)
-    if (auto unkept = site->takeUnkept()) changes.emplace_back(*std::move(unkept));
-  _touched.clear();
-  const auto now = Clock::now();
-  const bool isPlaceDue = _keptUpTo.sequence != _toldUpTo.sequence && now >= _nextPlace;
-  if (isPlaceDue) {
-    changes.emplace_back(StreamRead{_keptUpTo.stream, _keptUpTo.sequence});
-    _toldUpTo = _keptUpTo;
-    _nextPlace = now + pauseOfPlaces;
-  }
-  if (changes.empty()) {
-    _keptUpTo = _read;
-    return;
-  }
-  _handedOverUpTo = _read;
-  _handedOver = std::move(changes);
-  _rowsHandedOver = std::exchange(_unkeptRows, 0);
-  _unkeptBytes = 0;
-  _isUnderWay = true;
-  _wake();
+  if (_handover.offer(&_touched, _unkeptRows, _read)) _unkeptRows = _unkeptBytes = 0;
 }
 
 void RowCollector::showFigures() {
@@ -394,9 +354,7 @@ void RowCollector::showFigures() {
   for (const auto& [name, site] : _sites)
     if (!site.answers) ++_counted.sitesSilent;
   const std::lock_guard lock(_mutex);
-  const std::uint64_t collected = _figures.rowsCollected;
   _figures = _counted;
-  _figures.rowsCollected = collected;
 }
 
 }  // namespace dch

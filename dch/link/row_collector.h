@@ -24,6 +24,7 @@
 #include "dch/link/collected_site.h"
 #include "dch/link/link_log.h"
 #include "dch/link/link_settings.h"
+#include "dch/link/row_handover.h"
 #include "dch/link/row_header.h"
 #include "dch/link/second_reading.h"
 #include "dch/link/server_connection.h"
@@ -64,11 +65,9 @@ class RowCollector {
   // As of RowPublisher. Any thread.
   bool waitForEnd(std::chrono::milliseconds atMost) { return _end.wait(atMost); }
 
-  // What is to be kept next, in this order; empty while what was taken before is not kept, or when
-  // there is nothing. Any thread.
-  std::vector<Change> take();
-  // All that was taken is kept. Any thread.
-  void taken() noexcept;
+  // As of RowHandover. Any thread.
+  std::vector<Change> take() { return _handover.take(); }
+  void taken() noexcept { _handover.taken(); }
 
   // Any thread.
   CollectorFigures figures() const;
@@ -80,7 +79,6 @@ class RowCollector {
   void run() noexcept;
   void work();
   void forgetAll() noexcept;
-  bool isUnderWay() const;
   void findStart();
   void connect();
   void disconnect(std::string_view reason) noexcept;
@@ -109,7 +107,6 @@ class RowCollector {
   void showFigures();
 
   const LinkSettings _settings;
-  const std::function<void()> _wake;
   LinkLog& _log;
 
   // The thread's own.
@@ -135,14 +132,8 @@ class RowCollector {
 
   WaitableFlag _stop;
   WaitableFlag _end;
+  RowHandover _handover;
   mutable std::mutex _mutex;
-  std::vector<Change> _handedOver;
-  std::size_t _rowsHandedOver = 0;
-  bool _isUnderWay = false;
-  StreamPlace _handedOverUpTo;
-  StreamPlace _keptUpTo;  // all that was read up to there is kept
-  StreamPlace _toldUpTo;  // to the store
-  Clock::time_point _nextPlace;
   CollectorFigures _figures;
 
   std::thread _thread;
