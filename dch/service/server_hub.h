@@ -18,7 +18,7 @@
 namespace dch {
 
 // One thread, the loop's.
-class ServerHub : private StoreClient {
+class ServerHub final : private StoreClient {
  public:
   // `places` is where the store's file is. `store` and `log` outlive it. Throws std::system_error
   // or std::bad_alloc.
