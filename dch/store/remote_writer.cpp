@@ -102,7 +102,8 @@ RemoteWriter::Known& RemoteWriter::find(KnownEpochs* epochs, std::string_view si
   const bool isInFile = _findEpoch.step();
   const std::int64_t number = isInFile ? _findEpoch.number(0) : 0;
   _findEpoch.reset();
-  return epochs->emplace_back(Known{epoch, number, isInFile});
+  epochs->push_back({epoch, number, isInFile});
+  return epochs->back();
 }
 
 // Those that are not known yet; they are then.
