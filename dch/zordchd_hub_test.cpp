@@ -18,7 +18,6 @@
 #include "dch/testkit/link_test.h"
 #include "dch/testkit/linked_server.h"
 #include "dch/testkit/messages.h"
-#include "dch/testkit/nats_client.h"
 #include "dch/testkit/nats_server.h"
 #include "dch/testkit/store_test.h"
 #include "dch/testkit/stream_reader.h"

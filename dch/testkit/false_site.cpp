@@ -7,27 +7,29 @@
 #include "dch/link/subject.h"
 #include "dch/testkit/link_test.h"
 #include "dch/testkit/messages.h"
-#include "dch/testkit/nats_messages.h"
+#include "dch/testkit/nats_client.h"
 
 namespace dch::testkit {
 
 struct FalseSite::Ends {
-  NatsConnection connection;
+  explicit Ends(const std::string& url) : connection(url) {}
+
+  const NatsClient connection;
   NatsSubscription requests;
 };
 
 FalseSite::FalseSite(const std::string& url, const std::string& site)
-    : _site(site), _ends(std::make_unique<Ends>()) {
-  natsConnection* connection = nullptr;
-  requireDone(natsConnection_ConnectTo(&connection, url.c_str()));
-  _ends->connection.reset(connection);
+    : _site(site), _ends(std::make_unique<Ends>(url)) {
   natsSubscription* requests = nullptr;
-  requireDone(natsConnection_SubscribeSync(&requests, connection, fetchSubject(site).c_str()));
+  requireDone(
+      natsConnection_SubscribeSync(&requests, _ends->connection.get(), fetchSubject(site).c_str()));
   _ends->requests.reset(requests);
   flush();
 }
 
-FalseSite::~FalseSite() = default;
+FalseSite::~FalseSite() {
+  _ends->connection.close();
+}
 
 std::string FalseSite::nextAsker() const {
   natsMsg* request = nullptr;
@@ -56,7 +58,8 @@ std::string FalseSite::subject() const {
 }
 
 void FalseSite::flush() const {
-  requireDone(natsConnection_Flush(_ends->connection.get()));
+  requireDone(natsConnection_FlushTimeout(_ends->connection.get(),
+                                          std::chrono::milliseconds(linkPatience).count()));
 }
 
 }  // namespace dch::testkit
