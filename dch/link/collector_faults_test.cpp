@@ -34,9 +34,7 @@ TEST_F(CollectorFaultsTest, AStreamThatWasMadeAnewMeanwhileIsReadFromItsBeginnin
   ScriptedSite west(_nats.url(), "west");
   west.publish({1, 2});
   collect();
-  const auto isKept = [&] {
-    return readRemotePlaces([this] { return _store->places(); }).stream.sequence == 2;
-  };
+  const auto isKept = [&] { return readPlaces().stream.sequence == 2; };
   ASSERT_TRUE(waitUntilKeeping(isKept));
   _collector.reset();
   askJetStream(_nats.url(), "DELETE");

@@ -62,9 +62,7 @@ TEST_F(RowCollectorTest, HasThePlaceInTheStreamKept) {
   ScriptedSite west(_nats.url(), "west");
   west.publish({1, 2});
   collect();
-  const auto isKept = [&] {
-    return readRemotePlaces([this] { return _store->places(); }).stream.sequence == 2;
-  };
+  const auto isKept = [&] { return readPlaces().stream.sequence == 2; };
   EXPECT_TRUE(waitUntilKeeping(isKept));
 }
 
@@ -217,7 +215,7 @@ TEST_F(RowCollectorTest, RowsThatWerePassedOverAreTakenAfterARestart) {
   west.publish({1, 3});
   collect();
   const auto isKept = [&] {
-    const RemotePlaces places = readRemotePlaces([this] { return _store->places(); });
+    const RemotePlaces places = readPlaces();
     return places.stream.sequence == 2 && places.sites.front().passedFrom == 2;
   };
   ASSERT_TRUE(waitUntilKeeping(isKept));

@@ -18,9 +18,6 @@ class RemotePlacesTest : public testkit::RemoteTest {
  protected:
   void SetUp() override { start(); }
 
-  RemotePlaces readPlaces() const {
-    return readRemotePlaces([this] { return _store->places(); });
-  }
   static std::string shortText(std::uint32_t epoch, std::int64_t number) {
     return " " + epochText(epochOf(epoch)).substr(0, 8) + ":" + std::to_string(number);
   }

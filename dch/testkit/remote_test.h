@@ -31,9 +31,10 @@ class RemoteTest : public StoreTest {
     return {name, 'N', bytesOf(number)};
   }
 
-  std::string places() const {
-    return textOf(readRemotePlaces([this] { return _store->places(); }));
+  RemotePlaces readPlaces() const {
+    return readRemotePlaces([this] { return _store->places(); });
   }
+  std::string places() const { return textOf(readPlaces()); }
   std::string columns(const std::string& view) const {
     return read("SELECT group_concat(name) FROM pragma_table_info('" + view + "')");
   }
