@@ -1,14 +1,8 @@
 #include "fuzz/support/text_seeds.h"
 
+#include "fuzz/support/seed_bytes.h"
+
 namespace fuzz {
-
-namespace {
-
-std::string byte(unsigned value) {
-  return std::string(1, static_cast<char>(value));
-}
-
-}  // namespace
 
 const char configurationText[] = R"([channel]
 bind = "127.0.0.1"

@@ -1,0 +1,75 @@
+#include "fuzz/support/link_seeds.h"
+
+#include "fuzz/support/seed_bytes.h"
+
+namespace fuzz {
+
+// As fuzz/row_window.cpp takes them: the limits, then steps. Rows that are new, and that an earlier
+// run has sent; what becomes of them and of their answers; a stream that refuses.
+std::vector<std::string> windowSeeds() {
+  constexpr unsigned wasSentEarlier = 0x01, withGap = 0x40;
+  const auto step = [](unsigned kind, unsigned first, unsigned second) {
+    return byte(kind) + byte(first) + byte(second);
+  };
+  const auto add = [&](unsigned choice) { return step(0, choice, 3); };
+  const std::string limits = byte(8) + byte(201), settle = byte(1) + byte(7);
+  const std::string tooLarge = byte(2) + byte(0), lost = byte(2) + byte(1);
+  const std::string doubled = byte(2) + byte(2), sent = byte(2) + byte(3);
+  const std::string isRefused = step(3, 0, 0), unanswered = step(3, 0, 1);
+  const std::string arrives = step(3, 0, 2), arrivesLast = step(3, 1, 2);
+  const std::string isTooLarge = step(3, 0, 3), isRefusedUnnamed = step(3, 0, 4);
+  const std::string answered = step(4, 0, 1), answeredTwice = step(4, 0, 0);
+  const std::string outOfPlace = step(5, 5, 0), disconnected = byte(6);
+  const std::string pause = byte(7) + byte(25), patience = byte(7) + byte(110);
+  std::vector<std::string> seeds;
+  for (const unsigned choice : {0u, wasSentEarlier}) {
+    const std::string three = limits + add(choice) + add(choice | withGap) + add(choice);
+    const std::string once = three + sent + sent + sent;
+    seeds.push_back(once + arrives + arrives + arrives + answered + answered + answered + settle);
+    seeds.push_back(once + arrivesLast + arrivesLast + answeredTwice + outOfPlace + answered);
+    seeds.push_back(once + unanswered + isTooLarge + answeredTwice + answered + patience + sent +
+                    arrives + answered);
+    seeds.push_back(once + arrives + disconnected + outOfPlace + sent + arrives + sent + arrives);
+    seeds.push_back(three + tooLarge + lost + doubled + arrives + arrives + answered + answered +
+                    patience + sent);
+    for (const std::string& refusal : {isRefused, isRefusedUnnamed}) {
+      const std::string refused = once + refusal + answered + pause;
+      seeds.push_back(refused + sent + refusal + answered + pause + sent + unanswered + pause +
+                      sent + sent);
+      seeds.push_back(refused + lost + pause + sent + arrivesLast + answered + sent + sent);
+      seeds.push_back(refused + tooLarge + sent + disconnected + sent + sent);
+    }
+  }
+  return seeds;
+}
+
+// As fuzz/incoming_rows.cpp takes them: how much is fetched at once, then steps. Rows that the
+// stream loses, takes in another order or twice, that the site loses, too, and of a clone; each
+// with what the hub does about it.
+std::vector<std::string> incomingSeeds() {
+  const auto step = [](unsigned kind, unsigned choice) { return byte(kind) + byte(choice); };
+  const std::string limits = byte(2);
+  const std::string write = step(0, 0x0c), writeBeside = step(0, 0xcd), publish = step(2, 0x4c);
+  const std::string lose = step(2, 0), publishTwice = step(2, 0xf8), arrive = step(4, 0xe0);
+  const std::string arriveLast = step(4, 0x07), read = step(11, 7);
+  const std::string restart = step(6, 0) + byte(0), goBack = step(7, 1) + byte(0x20);
+  const std::string removeOldest = step(8, 2), clone = byte(9), otherAnswers = step(9, 1);
+  const std::string loseStream = step(10, 0), loseOldest = step(10, 1);
+  const std::string ask = byte(15), answered = ask + step(15, 0) + step(15, 7),
+                    unanswered = ask + step(15, 0xff);
+  const std::string readAgain = byte(13) + step(13, 15) + step(13, 15), batch = byte(18),
+                    death = byte(19);
+  const std::string hole = limits + write + publish + lose + publish + arrive + arrive + read;
+  const std::string round = answered + readAgain + readAgain;
+  return {hole + round,
+          hole + unanswered + readAgain + round + round,
+          hole + batch + write + publish + arrive + read + death + round + round,
+          hole + goBack + write + publish + arrive + read + round + round,
+          hole + removeOldest + round + round + round,
+          hole + restart + write + publish + arriveLast + arriveLast + read + round,
+          hole + clone + writeBeside + writeBeside + publish + clone + otherAnswers + round + round,
+          hole + loseOldest + loseStream + write + publishTwice + arrive + read + round,
+          limits + write + write + publish + lose + arrive + read + answered + round};
+}
+
+}  // namespace fuzz

@@ -1,0 +1,16 @@
+// link_seeds.h: what the fuzzers of the link's rules start from.
+#ifndef FUZZ_SUPPORT_LINK_SEEDS_H
+#define FUZZ_SUPPORT_LINK_SEEDS_H
+
+#include <string>
+#include <vector>
+
+namespace fuzz {
+
+// For the targets row_window and incoming_rows, in the form that each takes.
+std::vector<std::string> windowSeeds();
+std::vector<std::string> incomingSeeds();
+
+}  // namespace fuzz
+
+#endif  // FUZZ_SUPPORT_LINK_SEEDS_H
