@@ -12,7 +12,7 @@ constexpr int mostBytesInBox = 8 << 20;
 
 AnswerBox::AnswerBox(ServerConnection& connection)
     : _connection(connection),
-      _prefix(ServerConnection::newInbox() + "."),
+      _prefix(newInbox() + "."),
       _answers(connection.subscribe(_prefix + "*")) {
   natsSubscription_SetPendingLimits(_answers.get(), mostMessagesInBox, mostBytesInBox);
 }

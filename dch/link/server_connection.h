@@ -9,18 +9,12 @@
 #include <string_view>
 #include <vector>
 
-#include "dch/link/link_error.h"
 #include "dch/link/link_settings.h"
 #include "dch/link/nats.h"
+#include "dch/link/nats_connecting.h"
 #include "dch/link/waitable_flag.h"
 
 namespace dch {
-
-// The server refuses what this user asks for or sends.
-class NotPermitted : public LinkError {
- public:
-  using LinkError::LinkError;
-};
 
 // One thread. The library has threads of its own below it. The one that reads looks a subscription
 // up, makes the message, and only then locks the subscription, which another thread may have freed
@@ -29,8 +23,6 @@ class NotPermitted : public LinkError {
 // when it asks JetStream something, or reads a stream: what is asked goes through ask().
 class ServerConnection {
  public:
-  static constexpr std::chrono::milliseconds longestConnecting{1'000};
-  static constexpr std::chrono::milliseconds longestSending{500};
   // JetStream, about one thing.
   static constexpr std::chrono::milliseconds longestAsking{1'000};
 
@@ -45,10 +37,7 @@ class ServerConnection {
   // The name in a subject that replySubject() made.
   std::string_view nameIn(std::string_view subject) const { return subject.substr(_inbox.size()); }
 
-  struct Header {
-    const char* name;
-    const char* value;
-  };
+  using Header = NatsHeader;
   // `replySubject` may be empty. NATS_OK, or NATS_MAX_PAYLOAD for what the server would not take.
   // Throws LinkError when the connection is lost.
   natsStatus send(const std::string& subject, const std::string& replySubject,
@@ -75,8 +64,6 @@ class ServerConnection {
   Subscription subscribe(const std::string& subject);
   // Of several that share it each gets a part.
   Subscription share(const std::string& subject);
-  // A subject that nobody else has.
-  static std::string newInbox();
   // What comes. Throws as next() does.
   Heard heard(natsSubscription* subscription, std::chrono::milliseconds atMost = {});
   // What comes; null when nothing does in time. Throws as next() does.
@@ -88,8 +75,6 @@ class ServerConnection {
 
  private:
   void end(natsSubscription* subscription) noexcept;
-  [[noreturn]] void failAsLost(natsStatus status) const;
-  void failIfNotPermitted() const;
 
   const std::string _server;
   const std::shared_ptr<WaitableFlag> _isClosed;

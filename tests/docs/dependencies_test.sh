@@ -30,7 +30,7 @@ if grep -Ev '^dch/(net/.*\.cpp|web/.*)$' <<<"$boost" >&2; then
   failed=1
 fi
 
-nats=$(grep -rlE '^ *# *include *([<"]nats/|"dch/link/(nats|server_connection|stream_settings)\.h")' \
+nats=$(grep -rlE '^ *# *include *([<"]nats/|"dch/link/(nats|nats_connecting|live_connection|server_connection|stream_settings)\.h")' \
   --include='*.cpp' --include='*.h' dch tools tests examples fuzz)
 if grep -Ev '^dch/(link/.*|testkit/(.*\.cpp|nats_(messages|client)\.h))$' <<<"$nats" >&2; then
   echo "NATS is for the sources of dch/link alone" >&2
