@@ -1,0 +1,114 @@
+// site_watch.h: which other sites are there, and whether this site's name is its own.
+#ifndef DCH_LINK_SITE_WATCH_H
+#define DCH_LINK_SITE_WATCH_H
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "dch/core/epoch.h"
+#include "dch/core/site_state.h"
+#include "dch/link/alive_message.h"
+
+namespace dch {
+
+// Decides from what the servers of all sites say of themselves. Knows no clock, no thread and no
+// network: times are those that it is given, and never go back.
+//
+// A site is silent when it was not heard for three of its periods, and at least silentAfter. A
+// restart takes less, and is nobody's business.
+//
+// Two servers may say to be the same site: a machine was cloned, or a name written twice. One of
+// them has to stand aside, as others could not tell their rows apart from those of one that has
+// lost some. Messages of a server that has ended may be late by any time, so another one counts
+// only when it says that it hears this run. Of a newcomer and one that was there the newcomer
+// stands aside, else the one with the lower run does. It takes up the name again when the other
+// one was not heard for a term.
+class SiteWatch {
+ public:
+  using TimePoint = std::chrono::steady_clock::time_point;
+
+  static constexpr std::size_t mostSites = 10'000;
+  static constexpr std::chrono::seconds silentAfter{15};
+  // So long nothing has to speak against a site's being one server alone.
+  static constexpr std::chrono::seconds aloneAfter{60};
+
+  SiteWatch(std::string ownSite, const Epoch& ownRun);
+
+  // The link has connected: this site is a newcomer, unless it stands aside.
+  void connected(TimePoint now);
+
+  // isBack: it was silent. newRun: it was restarted, or is two servers. old: this was heard
+  // already, or is what this run has said itself. aside: the site is another server, which was or
+  // will be heard. otherOfThisName: look at isAside().
+  enum class Heard { known, appeared, isBack, newRun, old, aside, otherOfThisName, noRoom };
+  Heard heard(const std::string& site, const AliveMessage& message, TimePoint now);
+
+  // To be called every second. The sites that have become silent. A call that comes late begins all
+  // terms anew: who stood still himself knows nothing of the others. So does a connection that was
+  // away; when it stays away for silentAfter all sites become silent.
+  std::vector<std::string> fallenSilent(TimePoint now, bool isConnected);
+
+  // Another server has this site's name, and keeps it. Changes in heard() and fallenSilent().
+  bool isAside() const { return _isAside; }
+  // Another server that lives now has this site's name, whichever of them keeps it.
+  bool hasRival() const;
+
+  // What this site is to say of itself next. `stopping` is for the caller to say.
+  struct Speech {
+    std::chrono::milliseconds period{};
+    AliveMessage::State state = AliveMessage::State::here;
+    std::optional<Epoch> hears;
+  };
+  // To be called once for each time that this site speaks.
+  Speech speak(TimePoint now);
+  // Whether somebody waits for that: then before the period is over. True once, and once a second
+  // at most.
+  bool mustSpeakNow(TimePoint now);
+
+  // Whether no server of that name has heard another one for aloneAfter, while the site was heard.
+  // As of the last call that had a time. Of a site that is not known: false.
+  bool isAlone(std::string_view site) const;
+  // The other sites, by name.
+  std::vector<SiteState> states() const;
+
+ private:
+  struct Run {
+    Epoch run;
+    std::uint64_t count = 0;
+  };
+  struct Site {
+    std::vector<Run> runs;  // the one that was heard last comes first
+    bool isReachable = true;
+    bool isStopping = false;
+    TimePoint since;
+    TimePoint lastHeard;
+    TimePoint notAloneUntil;  // has begun to be alone, as far as is known
+    std::chrono::milliseconds term{};
+    std::string version;
+    std::optional<std::int64_t> newest, published;
+  };
+  // Another server of this site's name.
+  struct Rival {
+    Run run;
+    AliveMessage::State state;
+    bool hearsThis = false;
+    TimePoint lastHeard;
+    std::chrono::milliseconds term{};
+  };
+
+  std::string _ownSite;
+  Epoch _ownRun;
+  std::map<std::string, Site, std::less<>> _sites;
+  std::vector<Rival> _rivals;
+  bool _isAside = false;
+};
+
+}  // namespace dch
+
+#endif  // DCH_LINK_SITE_WATCH_H
