@@ -12,17 +12,17 @@
 namespace dch {
 
 struct SiteState {
-  std::string name;
-  Epoch run;
-  bool isReachable = false;                     // else it is silent
-  bool isStopping = false;                      // it has said so, and was not heard since
-  bool isAlone = false;                         // see SiteWatch::isAlone
-  std::chrono::steady_clock::time_point since;  // it is reachable, or silent
-  std::string version;
+  std::string name = {};
+  Epoch run = {};
+  bool isReachable = false;                          // else it is silent
+  bool isStopping = false;                           // it has said so, and was not heard since
+  bool isAlone = false;                              // see SiteWatch::isAlone
+  std::chrono::steady_clock::time_point since = {};  // it is reachable, or silent
+  std::string version = {};
   // How far its store and its rows in the stream are, and the difference; nothing without a file.
-  std::optional<std::int64_t> newest;
-  std::optional<std::int64_t> published;
-  std::optional<std::int64_t> behind;
+  std::optional<std::int64_t> newest = {};
+  std::optional<std::int64_t> published = {};
+  std::optional<std::int64_t> behind = {};
 };
 
 }  // namespace dch

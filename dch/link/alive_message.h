@@ -20,19 +20,19 @@ struct AliveMessage {
   // server has the name. stopping: its last one.
   enum class State { newcomer, here, aside, stopping };
 
-  Epoch run;                         // of the server that says it
-  std::uint64_t count = 0;           // rises with each one of a run
-  std::chrono::milliseconds period;  // until the next one, at most
+  Epoch run;                           // of the server that says it
+  std::uint64_t count = 0;             // rises with each one of a run
+  std::chrono::milliseconds period{};  // not negative; until the next one, at most
   State state = State::here;
-  std::optional<Epoch> hears;  // the run of another server that says to be this site
+  std::optional<Epoch> hears = {};  // the run of another server that says to be this site
   // How far its store and its rows in the stream are; nothing without a file. Not negative.
-  std::optional<std::int64_t> newest;
-  std::optional<std::int64_t> published;
+  std::optional<std::int64_t> newest = {};
+  std::optional<std::int64_t> published = {};
   // What it says of its providers leads from one revision of that to the next. Nothing is said of
   // them yet: 0.
   std::uint64_t from = 0;
   std::uint64_t to = 0;
-  std::string version;  // of the program, longestVersion bytes at most
+  std::string version = {};  // of the program, longestVersion bytes at most
 
   friend bool operator==(const AliveMessage&, const AliveMessage&) = default;
 };
@@ -41,7 +41,7 @@ inline constexpr std::size_t longestVersion = 64;
 
 // zord.alive.SITE; of all sites: "zord.alive.*".
 std::string aliveSubject(std::string_view site);
-// The site; nothing unless aliveSubject wrote it.
+// The site; nothing unless aliveSubject wrote it, of a name of 1 to longestSiteName bytes.
 std::optional<std::string> parseAliveSubject(std::string_view subject);
 
 // "1 RUN COUNT PERIOD STATE HEARS NEWEST PUBLISHED FROM TO VERSION": the version of this form;

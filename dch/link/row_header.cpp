@@ -1,10 +1,8 @@
 #include "dch/link/row_header.h"
 
-#include <array>
-#include <cstddef>
-
 #include "dch/link/escaped_name.h"
 #include "dch/link/number_text.h"
+#include "dch/link/text_fields.h"
 
 namespace dch {
 
@@ -15,20 +13,6 @@ constexpr std::string_view headerVersion = "1", sameEpoch = "-";
 // A server of the stream looks for the names of its own headers in values, too. Each has a hyphen
 // between letters, so a source must not.
 constexpr std::string_view plainInSources = "_";
-
-using HeaderFields = std::array<std::string_view, 8>;
-
-std::optional<HeaderFields> fieldsOf(std::string_view text) {
-  HeaderFields fields;
-  for (std::size_t index = 0; index + 1 < fields.size(); ++index) {
-    const std::size_t blank = text.find(' ');
-    if (blank == std::string_view::npos) return std::nullopt;
-    fields[index] = text.substr(0, blank);
-    text.remove_prefix(blank + 1);
-  }
-  fields.back() = text;
-  return fields;
-}
 
 }  // namespace
 
@@ -46,7 +30,7 @@ std::string rowHeaderText(const RowHeader& header) {
 }
 
 std::optional<RowHeader> parseRowHeader(std::string_view text) {
-  const auto fields = fieldsOf(text);
+  const auto fields = fieldsOf<8>(text);
   if (!fields) return std::nullopt;
   const auto& [version, epochDigits, number, previousDigits, previousNumber, time, handle,
                escaped] = *fields;

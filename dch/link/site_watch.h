@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -40,7 +41,8 @@ class SiteWatch {
 
   SiteWatch(std::string ownSite, const Epoch& ownRun);
 
-  // The link has connected: this site is a newcomer, unless it stands aside.
+  // The link has connected. This site is a newcomer, unless it stands aside, until it has spoken
+  // and some seconds are over.
   void connected(TimePoint now);
 
   // isBack: it was silent. newRun: it was restarted, or is two servers. old: this was heard
@@ -79,7 +81,7 @@ class SiteWatch {
 
  private:
   struct Run {
-    Epoch run;
+    Epoch epoch;
     std::uint64_t count = 0;
   };
   struct Site {
@@ -87,26 +89,50 @@ class SiteWatch {
     bool isReachable = true;
     bool isStopping = false;
     TimePoint since;
-    TimePoint lastHeard;
-    TimePoint notAloneUntil;  // has begun to be alone, as far as is known
+    TimePoint heardAt;
+    TimePoint aloneFrom;
     std::chrono::milliseconds term{};
     std::string version;
-    std::optional<std::int64_t> newest, published;
+    std::optional<std::int64_t> newest;
+    std::optional<std::int64_t> published;
   };
+  using Sites = std::map<std::string, Site, std::less<>>;
   // Another server of this site's name.
   struct Rival {
     Run run;
-    AliveMessage::State state;
+    AliveMessage::State state = AliveMessage::State::here;
     bool hearsThis = false;
-    TimePoint lastHeard;
+    TimePoint heardAt;
     std::chrono::milliseconds term{};
   };
 
-  std::string _ownSite;
-  Epoch _ownRun;
-  std::map<std::string, Site, std::less<>> _sites;
+  Heard take(Site& site, const AliveMessage& message);
+  Heard heardOfThisName(const AliveMessage& message);
+  Rival* rivalOf(const AliveMessage& message);
+  bool yieldsTo(const Rival& rival) const;
+  bool isNameFree() const;
+  void becomeNewcomer();
+  void takeNameUpIfFree();
+  std::optional<Epoch> nextHeard();
+  bool isOver(TimePoint heardAt, std::chrono::milliseconds term) const;
+  bool isAlone(const Site& site) const;
+
+  const std::string _ownSite;
+  const Epoch _ownRun;
+  TimePoint _now;
+  Sites _sites;
+  // All terms begin here, or later.
+  TimePoint _listeningSince;
+  std::optional<TimePoint> _lastLook;
+  std::optional<TimePoint> _awaySince;
+
   std::vector<Rival> _rivals;
+  std::size_t _heardTurn = 0;
   bool _isAside = false;
+  bool _isNewcomer = true;
+  TimePoint _newcomerUntil;
+  bool _isAsked = false;
+  std::optional<TimePoint> _lastAnswer;
 };
 
 }  // namespace dch
