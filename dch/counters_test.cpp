@@ -73,6 +73,8 @@ constexpr CounterCase counterCases[] = {
     {Counter::linkRowsAfterGaps, OF_LINK(linkRowsAfterGaps)},
     {Counter::linkRowsRefused, OF_LINK(linkRowsRefused)},
     {Counter::linkRowsNoRoom, cases::linkRowsNoRoom},
+    {Counter::linkMessagesRefused, OF_LINK(linkMessagesRefused)},
+    {Counter::linkSiteNameRefused, OF_LINK(linkSiteNameRefused)},
     {Counter::applications, cases::applications},
     {Counter::sources, cases::sources},
     {Counter::sourcesOnline, cases::sourcesOnline},
@@ -85,6 +87,7 @@ constexpr CounterCase counterCases[] = {
     {Counter::linkChangesBehind, OF_LINK(linkChangesBehind)},
     {Counter::linkSites, OF_LINK(linkSites)},
     {Counter::linkSitesSilent, OF_LINK(linkSitesSilent)},
+    {Counter::linkAside, OF_LINK(linkAside)},
 };
 
 constexpr bool everyCounterHasACase() {

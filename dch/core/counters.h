@@ -63,6 +63,8 @@ enum class Counter : std::size_t {
   linkRowsAfterGaps,
   linkRowsRefused,
   linkRowsNoRoom,
+  linkMessagesRefused,
+  linkSiteNameRefused,
   // From here on gauges.
   applications,
   sources,
@@ -76,6 +78,7 @@ enum class Counter : std::size_t {
   linkChangesBehind,
   linkSites,
   linkSitesSilent,
+  linkAside,
   count
 };
 
@@ -162,6 +165,10 @@ inline constexpr CounterDescription counterDescriptions[] = {
      "messages of the link that are no rows, or of too many sites"},
     {Counter::linkRowsNoRoom, "link_rows_no_room",
      "rows of other sites that were left out for want of room for their groups or sources"},
+    {Counter::linkMessagesRefused, "link_messages_refused",
+     "messages of the link that say nothing of a site, or of too many sites"},
+    {Counter::linkSiteNameRefused, "link_site_name_refused",
+     "times that another server was found to have this site's name"},
     {Counter::applications, "applications", "applications that are registered"},
     {Counter::sources, "sources", "sources that have a handle"},
     {Counter::sourcesOnline, "sources_online", "sources that are on line"},
@@ -177,6 +184,8 @@ inline constexpr CounterDescription counterDescriptions[] = {
     {Counter::linkSites, "link_sites", "other sites whose rows this hub keeps"},
     {Counter::linkSitesSilent, "link_sites_silent",
      "those of them that did not answer when they were asked last"},
+    {Counter::linkAside, "link_aside",
+     "1 while another server has this site's name and keeps it, else 0"},
 };
 
 constexpr bool describesEveryCounter() {

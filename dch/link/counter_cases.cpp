@@ -1,12 +1,17 @@
 // What the link makes move.
 #include "dch/testkit/counter_cases.h"
 
+#include <algorithm>
+
 #include "dch/clock.h"
+#include "dch/link/alive_message.h"
 #include "dch/net/event_loop.h"
 #include "dch/service/server_link.h"
 #include "dch/service/server_store.h"
 #include "dch/testkit/link_test.h"
+#include "dch/testkit/nats_client.h"
 #include "dch/testkit/nats_server.h"
+#include "dch/testkit/row_names.h"
 #include "dch/testkit/store_test.h"
 #include "dch/testkit/tcp_gate.h"
 #include "tests/support/wait_until.h"
@@ -24,12 +29,14 @@ class LinkedStore {
     keep(WentOnline{"HOSTMON", "load", "host1", 1});
   }
 
-  void link(const std::string& server) {
+  void link(const std::string& server, const Epoch& run = newEpoch()) {
     LinkSettings settings;
     settings.servers = {server};
     settings.site = "west";
-    _link.start(settings);
+    _link.start(settings, run);
   }
+  // As each second.
+  void tick() { _link.tick(); }
 
   // A row of today: retention would remove one that is too old before it is published.
   void keepRow(std::size_t bytes = 0) {
@@ -41,11 +48,19 @@ class LinkedStore {
   // Whether it comes to have moved so far, or farther.
   bool comesTo(const CounterMoves& moves, Counter counter, std::int64_t moved,
                bool orFarther = false) {
-    const auto hasMoved = [&] {
-      _link.setCounters(&counters);
-      return moves.of(counter) == moved || (orFarther && moves.of(counter) > moved);
-    };
-    return waitUntil(hasMoved, linkPatience);
+    return waitUntil(
+        [&] { return hasMoved(moves, counter, moved) || (orFarther && moves.of(counter) > moved); },
+        linkPatience);
+  }
+  bool hasMoved(const CounterMoves& moves, Counter counter, std::int64_t moved) {
+    _link.setCounters(&counters);
+    return moves.of(counter) == moved;
+  }
+
+  bool knowsSite(const std::string& name) const {
+    const auto sites = _link.sites();
+    return std::any_of(sites->begin(), sites->end(),
+                       [&](const SiteState& each) { return each.name == name; });
   }
 
   Counters counters;
@@ -130,6 +145,69 @@ void linkChangesBehind() {
   EXPECT_TRUE(store.comesTo(moves, Counter::linkChangesBehind, 6));
   gate.pass();
   EXPECT_TRUE(store.comesTo(moves, Counter::linkChangesBehind, 0));
+}
+
+// A site that is heard says that others are, too.
+void linkMessagesRefused() {
+  const NatsServer nats;
+  LinkedStore store;
+  const CounterMoves moves(store.counters);
+  store.link(nats.url());
+  const NatsClient client(nats.url());
+  const auto say = [&](const std::string& subject, const std::string& text) {
+    requireDone(natsConnection_PublishString(client.get(), subject.c_str(), text.c_str()));
+    requireDone(natsConnection_Flush(client.get()));
+  };
+  std::uint64_t count = 0;
+  const auto isHeard = [&] {
+    say("zord.alive.east",
+        aliveText({.run = newEpoch(), .count = ++count, .period = std::chrono::seconds(1)}));
+    return store.knowsSite("east");
+  };
+  ASSERT_TRUE(waitUntil(isHeard, linkPatience));
+  EXPECT_EQ(moves.of(Counter::linkMessagesRefused), 0);
+  for (int times = 0; times < 3; ++times) say("zord.alive.east", "nonsense");
+  EXPECT_TRUE(store.comesTo(moves, Counter::linkMessagesRefused, 3));
+}
+
+namespace {
+
+// Two servers of one name, of which the second stands aside: it is a newcomer, or both are and its
+// run is lower.
+struct Namesakes {
+  Namesakes() {
+    first.link(nats.url(), name(1, 2).epoch);
+    second.link(nats.url(), name(1, 1).epoch);
+  }
+  // Whether it comes to have moved so far there.
+  bool comesTo(LinkedStore& store, const CounterMoves& moves, Counter counter, std::int64_t moved) {
+    const auto hasMoved = [&] {
+      first.tick();
+      second.tick();
+      return store.hasMoved(moves, counter, moved);
+    };
+    return waitUntil(hasMoved, linkPatience);
+  }
+
+  const NatsServer nats;
+  LinkedStore first, second;
+};
+
+}  // namespace
+
+void linkSiteNameRefused() {
+  Namesakes both;
+  const CounterMoves first(both.first.counters), second(both.second.counters);
+  EXPECT_TRUE(both.comesTo(both.first, first, Counter::linkSiteNameRefused, 1));
+  EXPECT_TRUE(both.comesTo(both.second, second, Counter::linkSiteNameRefused, 1));
+}
+
+void linkAside() {
+  Namesakes both;
+  const CounterMoves first(both.first.counters), second(both.second.counters);
+  EXPECT_TRUE(both.comesTo(both.second, second, Counter::linkAside, 1));
+  EXPECT_EQ(first.of(Counter::linkAside), 0);
+  EXPECT_TRUE(both.comesTo(both.second, second, Counter::linkConnected, 0)) << "to publish rows";
 }
 
 }  // namespace dch::testkit::counter_cases

@@ -26,8 +26,9 @@ class CountedHub {
   }
 
   void collect() {
-    _thread.call(
-        [this] { _link.start({.servers = {nats.url()}, .site = "hub", .storeRemote = true}); });
+    _thread.call([this] {
+      _link.start({.servers = {nats.url()}, .site = "hub", .storeRemote = true}, newEpoch());
+    });
   }
 
   std::int64_t moved(Counter counter) const { return _moves.of(counter); }

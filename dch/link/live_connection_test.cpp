@@ -214,6 +214,7 @@ TEST_F(LiveConnectionTest, AServerThatIsKilledIsNoticedAndNothingIsLeft) {
   std::optional<LiveConnection::Subscription> subscription;
   std::weak_ptr<CountingInbox> rest;
   withoutStandstill([&] {
+    subscription.reset();
     connection = connectLive(_nats.url());
     auto inbox = std::make_shared<CountingInbox>();
     rest = inbox;

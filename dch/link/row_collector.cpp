@@ -102,11 +102,7 @@ void RowCollector::run() noexcept {
 
 // A row may be counted as taken, and not be among those that are to be kept.
 void RowCollector::forgetAll() noexcept {
-  _secondReading.reset();
-  _questions.clear();
-  _boxes.clear();
-  _stream.reset();
-  _connection.reset();
+  leave();
   _touched.clear();
   _sites.clear();
   _unkeptRows = _unkeptBytes = 0;
@@ -116,6 +112,13 @@ void RowCollector::forgetAll() noexcept {
 void RowCollector::work() {
   if (!_knowsStart) findStart();
   if (_stop.isSet()) return;  // there may be no file any more
+  if (_isAside) {
+    if (_stream) leave();
+    handOver();
+    _stop.wait(pauseOfReading);
+    return;
+  }
+  takeSites();
   if (!_stream) {
     handOver();  // it may take any time
     connect();
@@ -168,12 +171,16 @@ void RowCollector::connect() {
   _isGood = false;
 }
 
-void RowCollector::disconnect(std::string_view reason) noexcept {
+void RowCollector::leave() noexcept {
   _secondReading.reset();
   _questions.clear();
   _boxes.clear();
   _stream.reset();
   _connection.reset();
+}
+
+void RowCollector::disconnect(std::string_view reason) noexcept {
+  leave();
   ++_counted.failures;
   showFigures();
   _log.tellOnce(server(), reason);
@@ -245,6 +252,23 @@ CollectedSite* RowCollector::siteOf(const std::string& name) {
   if (known != _sites.end()) return &known->second;
   if (_sites.size() >= mostSites) return nullptr;
   return &_sites.try_emplace(name, name).first->second;
+}
+
+void RowCollector::setSites(std::shared_ptr<const std::vector<SiteState>> sites) noexcept {
+  const std::lock_guard lock(_mutex);
+  _sitesThere.swap(sites);
+}
+
+// When there is no room for more of them their rows are refused, which is told.
+void RowCollector::takeSites() {
+  std::shared_ptr<const std::vector<SiteState>> sites;
+  {
+    const std::lock_guard lock(_mutex);
+    sites.swap(_sitesThere);
+  }
+  if (sites == nullptr) return;
+  for (const SiteState& each : *sites)
+    if (each.isReachable) siteOf(each.name);
 }
 
 void RowCollector::refuse(const std::string& why) {

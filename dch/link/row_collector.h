@@ -3,6 +3,7 @@
 #ifndef DCH_LINK_ROW_COLLECTOR_H
 #define DCH_LINK_ROW_COLLECTOR_H
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -20,6 +21,7 @@
 #include <vector>
 
 #include "dch/core/change.h"
+#include "dch/core/site_state.h"
 #include "dch/link/answer_box.h"
 #include "dch/link/collected_site.h"
 #include "dch/link/link_log.h"
@@ -60,6 +62,13 @@ class RowCollector {
   RowCollector(const RowCollector&) = delete;
   RowCollector& operator=(const RowCollector&) = delete;
 
+  // While another server has this site's name: it has no connection and collects nothing. Any
+  // thread.
+  void setAside(bool isAside) noexcept { _isAside = isAside; }
+
+  // Sites that are there: those of which it has no row it asks for theirs. Any thread.
+  void setSites(std::shared_ptr<const std::vector<SiteState>> sites) noexcept;
+
   // Collects nothing afterwards. Waits for nothing. Any thread.
   void stop() noexcept { _stop.set(); }
   // As of RowPublisher. Any thread.
@@ -81,6 +90,7 @@ class RowCollector {
   void forgetAll() noexcept;
   void findStart();
   void connect();
+  void leave() noexcept;
   void disconnect(std::string_view reason) noexcept;
   const std::string& server() const { return _settings.servers[_turn % _settings.servers.size()]; }
 
@@ -90,6 +100,7 @@ class RowCollector {
   void takeStreamed(const StreamedRows::Message& message, bool isAgain);
   bool hasRoom() const;
   CollectedSite* siteOf(const std::string& name);
+  void takeSites();
   void keep(CollectedSite* site, const RowHeader& header, const RowSubject& subject,
             std::string_view message);
   void refuse(const std::string& why);
@@ -130,11 +141,13 @@ class RowCollector {
   std::size_t _unkeptBytes = 0;
   CollectorFigures _counted;
 
+  std::atomic<bool> _isAside = false;
   WaitableFlag _stop;
   WaitableFlag _end;
   RowHandover _handover;
   mutable std::mutex _mutex;
   CollectorFigures _figures;
+  std::shared_ptr<const std::vector<SiteState>> _sitesThere;  // that were not looked at yet
 
   std::thread _thread;
 };

@@ -86,6 +86,11 @@ bool RowPublisher::isOver() {
 
 void RowPublisher::work() {
   if (!_window) findStart();
+  if (_isAside) {
+    if (_stream != nullptr) leave();
+    _stop.wait(pauseOfLooks);
+    return;
+  }
   if (_stream == nullptr) connect();
   if (_stream == nullptr) return;
   readRows();
@@ -117,16 +122,20 @@ void RowPublisher::connect() {
   showFigures();
 }
 
-void RowPublisher::disconnect(std::string_view reason) noexcept {
+void RowPublisher::leave() noexcept {
   _fetches.reset();
   _stream.reset();
   _rows.close();
   if (_window) _window->disconnected();
+  showFigures();
+}
+
+void RowPublisher::disconnect(std::string_view reason) noexcept {
   {
     const std::lock_guard lock(_mutex);
     ++_figures.failures;
   }
-  showFigures();
+  leave();
   _log.tellOnce(server(), reason);
   if (++_turn % _settings.servers.size() == 0) _stop.wait(pauseOfTries);
 }

@@ -2,6 +2,7 @@
 #ifndef DCH_LINK_ROW_PUBLISHER_H
 #define DCH_LINK_ROW_PUBLISHER_H
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <memory>
@@ -44,6 +45,10 @@ class RowPublisher {
   RowPublisher(const RowPublisher&) = delete;
   RowPublisher& operator=(const RowPublisher&) = delete;
 
+  // While another server has this site's name: it has no connection, publishes nothing and answers
+  // nobody. Any thread.
+  void setAside(bool isAside) noexcept { _isAside = isAside; }
+
   // Publishes what is left, if that takes no more than a second, and nothing afterwards. Waits for
   // nothing. Any thread.
   void stop() noexcept { _stop.set(); }
@@ -65,6 +70,7 @@ class RowPublisher {
   void work();
   void findStart();
   void connect();
+  void leave() noexcept;
   void disconnect(std::string_view reason) noexcept;
   const std::string& server() const { return _settings.servers[_turn % _settings.servers.size()]; }
   void readRows();
@@ -101,6 +107,7 @@ class RowPublisher {
   std::uint64_t _rowsTooLarge = 0;
   std::optional<Clock::time_point> _stopAt;
 
+  std::atomic<bool> _isAside = false;
   WaitableFlag _stop;
   WaitableFlag _end;
   mutable std::mutex _mutex;

@@ -61,7 +61,7 @@ void Server::run() {
         _channel.setGauges();
       },
       {_configuration.webAccess, _webConnections, _statePath.value_or(inMemory), _store.places()});
-  _link.start(_configuration.link);
+  _link.start(_configuration.link, _epoch);
   _tick.set(tickPause);
   publish(_portSettings);
   announce();

@@ -4,6 +4,8 @@
 
 #include <cstddef>
 #include <functional>
+#include <memory>
+#include <utility>
 #include <vector>
 
 #include "dch/core/counters.h"
@@ -29,6 +31,10 @@ class ServerHub final : private StoreClient {
   void tick() noexcept;
 
   // As of RowCollector.
+  void setAside(bool isAside) noexcept { _collector.setAside(isAside); }
+  void setSites(std::shared_ptr<const std::vector<SiteState>> sites) noexcept {
+    _collector.setSites(std::move(sites));
+  }
   void stop() noexcept { _collector.stop(); }
   bool waitForEnd(std::chrono::milliseconds atMost) { return _collector.waitForEnd(atMost); }
 

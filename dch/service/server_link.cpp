@@ -1,6 +1,7 @@
 #include "dch/service/server_link.h"
 
 #include <algorithm>
+#include <chrono>
 #include <new>
 #include <string>
 #include <variant>
@@ -8,6 +9,7 @@
 #ifdef ZORD410_LINK
 #include "dch/link/link_log.h"
 #include "dch/link/row_publisher.h"
+#include "dch/link/site_link.h"
 #include "dch/service/server_hub.h"
 #endif
 
@@ -17,8 +19,25 @@ namespace dch {
 
 namespace {
 
+using std::chrono::milliseconds;
+using Clock = std::chrono::steady_clock;
+
 // What a server that stands still makes of the second in which the rest is published.
-constexpr std::chrono::milliseconds longestEnd{2'000};
+constexpr milliseconds longestEnd{2'000};
+
+milliseconds leftUntil(Clock::time_point end) {
+  return std::max(std::chrono::duration_cast<milliseconds>(end - Clock::now()), milliseconds(0));
+}
+
+// Whether it has ended. If not, the system still looks for the name of a server: the process ends
+// without an answer.
+template <class Part>
+bool waitOrRelease(std::unique_ptr<Part>* part, Clock::time_point end) {
+  if (*part == nullptr) return true;
+  if ((*part)->waitForEnd(leftUntil(end))) return true;
+  static_cast<void>(part->release());
+  return false;
+}
 
 }  // namespace
 
@@ -26,20 +45,23 @@ ServerLink::ServerLink(EventLoop& loop, ServerStore& store, const Log& log)
     : _loop(loop), _store(store), _log(log), _lines(std::make_unique<LinkLog>()) {}
 
 ServerLink::~ServerLink() {
-  if (_publisher == nullptr) return;
+  if (_sites == nullptr) return;
   stop();
-  const bool hasEnded = _publisher->waitForEnd(longestEnd);
-  const bool hasHubEnded = _hub == nullptr || _hub->waitForEnd(longestEnd);
-  keepPosition();
+  const auto end = Clock::now() + longestEnd;
+  if (_publisher != nullptr) {
+    _publisher->waitForEnd(leftUntil(end));
+    keepPosition();
+  }
+  const bool hasPublisherEnded = waitOrRelease(&_publisher, end);
+  const bool hasHubEnded = waitOrRelease(&_hub, end);
+  const bool haveSitesEnded = waitOrRelease(&_sites, end);
   writeEvents();
-  // The system still looks for the name of a server. The process ends without an answer.
-  if (!hasEnded) static_cast<void>(_publisher.release());
-  if (!hasHubEnded) static_cast<void>(_hub.release());
-  if (!hasEnded || !hasHubEnded) static_cast<void>(_lines.release());
+  if (!hasPublisherEnded || !hasHubEnded || !haveSitesEnded) static_cast<void>(_lines.release());
 }
 
-void ServerLink::start(const LinkSettings& settings) {
+void ServerLink::start(const LinkSettings& settings, const Epoch& run) {
   if (settings.servers.empty()) return;
+  _sites = std::make_unique<SiteLink>(settings, run, ZORD410_VERSION, *_lines);
   _rows = _store.keptRows();
   if (!_rows) return _log.warn("link: no rows are published, as the state is in memory");
   _publisher = std::make_unique<RowPublisher>(settings, *_rows, *_lines);
@@ -48,19 +70,32 @@ void ServerLink::start(const LinkSettings& settings) {
 }
 
 void ServerLink::tick() noexcept {
-  if (_publisher == nullptr) return;
-  keepPosition();
+  if (_sites == nullptr) return;
+  heedSites();
+  if (_publisher != nullptr) {
+    keepPosition();
+    tellOfLostRows();
+  }
   if (_hub != nullptr) _hub->tick();
-  tellOfLostRows();
   writeEvents();
 }
 
 void ServerLink::stop() noexcept {
   if (_publisher != nullptr) _publisher->stop();
   if (_hub != nullptr) _hub->stop();
+  if (_sites != nullptr) _sites->stop();
+}
+
+std::shared_ptr<const std::vector<SiteState>> ServerLink::sites() const {
+  return _sites != nullptr ? _sites->figures().sites : nullptr;
 }
 
 void ServerLink::setCounters(Counters* counters) const {
+  if (_sites == nullptr) return;
+  const SiteFigures sites = _sites->figures();
+  counters->set(Counter::linkMessagesRefused, sites.messagesRefused);
+  counters->set(Counter::linkSiteNameRefused, sites.nameRefused);
+  counters->set(Counter::linkAside, sites.isAside ? 1 : 0);
   if (_publisher == nullptr) return;
   const LinkFigures figures = _publisher->figures();
   counters->set(Counter::linkRowsPublished, figures.rowsPublished);
@@ -71,6 +106,19 @@ void ServerLink::setCounters(Counters* counters) const {
   counters->set(Counter::linkChangesBehind,
                 static_cast<std::uint64_t>(std::max<std::int64_t>(behind, 0)));
   if (_hub != nullptr) _hub->setCounters(counters);
+}
+
+// Others are told how far this one is; what they have told says what is to be done here.
+void ServerLink::heedSites() noexcept {
+  SiteLink::Places places;
+  if (_publisher != nullptr)
+    places = {.newest = _rows->keptPosition(), .published = _publisher->figures().published};
+  _sites->tick(places);
+  const SiteFigures figures = _sites->figures();
+  if (_publisher != nullptr) _publisher->setAside(figures.isAside);
+  if (_hub == nullptr) return;
+  _hub->setAside(figures.isAside);
+  _hub->setSites(figures.sites);
 }
 
 // What is published behind it is published again after a sudden death, and told from what is there
@@ -113,14 +161,18 @@ void ServerLink::writeEvents() noexcept {
 class LinkLog {};
 class RowPublisher {};
 class ServerHub {};
+class SiteLink {};
 
 ServerLink::ServerLink(EventLoop& loop, ServerStore& store, const Log& log)
     : _loop(loop), _store(store), _log(log) {}
 ServerLink::~ServerLink() = default;
-void ServerLink::start(const LinkSettings&) {}
+void ServerLink::start(const LinkSettings&, const Epoch&) {}
 void ServerLink::tick() noexcept {}
 void ServerLink::stop() noexcept {}
 void ServerLink::setCounters(Counters*) const {}
+std::shared_ptr<const std::vector<SiteState>> ServerLink::sites() const {
+  return nullptr;
+}
 void ServerLink::conclude(Entry&&, bool) noexcept {}
 
 #endif

@@ -5,9 +5,12 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <vector>
 
 #include "dch/core/counters.h"
+#include "dch/core/epoch.h"
 #include "dch/core/log.h"
+#include "dch/core/site_state.h"
 #include "dch/core/store.h"
 #include "dch/link/link_settings.h"
 #include "dch/net/event_loop.h"
@@ -18,6 +21,7 @@ namespace dch {
 class LinkLog;
 class RowPublisher;
 class ServerHub;
+class SiteLink;
 
 // Has the store keep how far its rows are published, and in a hub the rows of others. One thread,
 // the loop's.
@@ -29,9 +33,9 @@ class ServerLink : private StoreClient {
   // keep then is appended to it.
   ~ServerLink();
 
-  // When the store has told what it has. Links nothing where there are no servers. Throws
-  // std::system_error or std::bad_alloc.
-  void start(const LinkSettings& settings);
+  // When the store has told what it has. Links nothing where there are no servers. `run` names this
+  // run of the server. Throws std::system_error or std::bad_alloc.
+  void start(const LinkSettings& settings, const Epoch& run);
 
   // Every second.
   void tick() noexcept;
@@ -40,12 +44,16 @@ class ServerLink : private StoreClient {
   // destructor waits.
   void stop() noexcept;
 
+  // The other sites, by name; null without a link. Any thread, while this is there and started.
+  std::shared_ptr<const std::vector<SiteState>> sites() const;
+
   // Brings the counters up to date.
   void setCounters(Counters* counters) const;
 
  private:
   void conclude(Entry&& entry, bool isKept) noexcept override;
   void keepPosition() noexcept;
+  void heedSites() noexcept;
   void tellOfLostRows() noexcept;
   void writeEvents() noexcept;
 
@@ -56,6 +64,7 @@ class ServerLink : private StoreClient {
   std::unique_ptr<LinkLog> _lines;
   std::unique_ptr<RowPublisher> _publisher;
   std::unique_ptr<ServerHub> _hub;
+  std::unique_ptr<SiteLink> _sites;
   std::int64_t _keptPosition = 0;  // that the store has kept, or is about to
   std::uint64_t _lostRowsToTell = 1;
 };

@@ -84,6 +84,8 @@ void linkRowsPublished();
 void linkRowsTooLarge();
 void linkRowsLost();
 void linkRowsNoRoom();
+void linkMessagesRefused();
+void linkSiteNameRefused();
 void linkFailures();
 void linkRowsCollected();
 void linkRowsFetched();
@@ -101,6 +103,7 @@ void linkConnected();
 void linkChangesBehind();
 void linkSites();
 void linkSitesSilent();
+void linkAside();
 
 }  // namespace counter_cases
 
