@@ -17,6 +17,7 @@
 #include "dch/testkit/link_test.h"
 #include "dch/testkit/messages.h"
 #include "dch/testkit/nats_server.h"
+#include "dch/testkit/reported_counters.h"
 #include "dch/testkit/row_asker.h"
 #include "dch/testkit/server_process.h"
 #include "dch/testkit/store_test.h"
@@ -56,23 +57,6 @@ class ZordchdLinkTest : public ::testing::Test {
     ZORA_Long handle;
   };
 
-  // The newest number that a report has for it.
-  static std::optional<long> reported(const ServerProcess& server, const std::string& name) {
-    std::string reports = server.standardError();
-    reports.resize(reports.rfind('\n') + 1);  // the rest of a line may still be on its way
-    const std::string line = "\n  " + name + " ";
-    const std::size_t at = reports.rfind(line);
-    if (at == std::string::npos) return std::nullopt;
-    return std::stol(reports.substr(at + line.size()));
-  }
-  // Whether it is that much at least, when the server is asked for a report often enough.
-  static bool comesTo(const ServerProcess& server, const std::string& name, long number) {
-    const auto isSoFar = [&] {
-      kill(server.processId(), SIGUSR1);
-      return reported(server, name) >= number;
-    };
-    return waitUntil(isSoFar, linkPatience);
-  }
   static bool isAllPublished(const ServerProcess& server) {
     const auto isNoneBehind = [&] {
       kill(server.processId(), SIGUSR1);

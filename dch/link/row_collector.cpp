@@ -115,6 +115,7 @@ void RowCollector::work() {
   if (_isAside) {
     if (_stream) leave();
     handOver();
+    showFigures();
     _stop.wait(pauseOfReading);
     return;
   }
@@ -373,6 +374,7 @@ void RowCollector::handOver() {
 }
 
 void RowCollector::showFigures() {
+  _counted.isConnected = _connection != nullptr;
   _counted.sites = _sites.size();
   _counted.sitesSilent = 0;
   for (const auto& [name, site] : _sites)

@@ -40,6 +40,7 @@ namespace dch {
 
 // What has been done since it was made.
 struct CollectorFigures {
+  bool isConnected = false;
   std::uint64_t rowsCollected = 0;  // and kept
   std::uint64_t rowsFetched = 0;    // of those, from their sites themselves
   std::uint64_t rowsAfterGaps = 0;  // of those, that follow rows that are nowhere to be had

@@ -87,6 +87,35 @@ TEST_F(RowCollectorTest, ALastRowThatTheStreamHasLostIsFetched) {
   EXPECT_TRUE(waitUntilKept("west", 2));
 }
 
+TEST_F(RowCollectorTest, ASiteThatIsOnlyKnownToBeThereIsAskedForItsRows) {
+  makeStream();
+  ScriptedSite west(_nats.url(), "west"), gone(_nats.url(), "gone", 2);
+  west.setScript([&](const Question& question) { return west.fileAnswer(question, 2); });
+  gone.setScript([&](const Question& question) { return gone.fileAnswer(question, 2); });
+  collect();
+  _collector->setSites(std::make_shared<const std::vector<SiteState>>(std::vector<SiteState>{
+      {.name = "gone", .isReachable = false}, {.name = "west", .isReachable = true}}));
+  EXPECT_TRUE(waitUntilKept("west", 2));
+  EXPECT_THAT(kept("west"), ElementsAre("row 1", "row 2"));
+  EXPECT_THAT(west.questions().front(), IsEmpty());
+  EXPECT_THAT(gone.questions(), IsEmpty());
+}
+
+TEST_F(RowCollectorTest, CollectsNothingWhileItStandsAside) {
+  makeStream();
+  ScriptedSite west(_nats.url(), "west");
+  west.publish({1});
+  collect();
+  ASSERT_TRUE(waitUntilKept("west", 1));
+  _collector->setAside(true);
+  ASSERT_TRUE(waitUntil([&] { return !figures().isConnected; }, linkPatience));
+  west.publish({2, 3});
+  EXPECT_THAT(kept("west"), ElementsAre("row 1"));
+  _collector->setAside(false);
+  ASSERT_TRUE(waitUntilKept("west", 3));
+  EXPECT_THAT(kept("west"), ElementsAre("row 1", "row 2", "row 3"));
+}
+
 TEST_F(RowCollectorTest, ASiteThatDoesNotAnswerIsToldOnceAndAnswersAgain) {
   makeStream();
   ScriptedSite west(_nats.url(), "west");

@@ -11,6 +11,7 @@
 #include "dch/testkit/jet_stream.h"
 #include "dch/testkit/link_test.h"
 #include "dch/testkit/nats_server.h"
+#include "dch/testkit/row_asker.h"
 #include "dch/testkit/store_test.h"
 #include "dch/testkit/stream_reader.h"
 #include "dch/testkit/tcp_gate.h"
@@ -135,6 +136,36 @@ TEST_F(RowPublisherTest, GoesOnBehindWhatWasKeptAsPublished) {
   EXPECT_NE(headers[3].name.epoch, headers[2].name.epoch);
   for (std::size_t row = 1; row < headers.size(); ++row)
     EXPECT_EQ(headers[row].previous, headers[row - 1].name) << row;
+}
+
+TEST_F(RowPublisherTest, PublishesNothingAndAnswersNobodyWhileItStandsAside) {
+  const NatsServer nats;
+  publish({nats.url()});
+  ASSERT_TRUE(waitUntilConnected());
+  _publisher->setAside(true);
+  ASSERT_TRUE(waitUntil([this] { return !_publisher->figures().isConnected; }, linkPatience));
+  keepRows(1, 2, 1'000);
+  RowAsker asker(nats.url());
+  asker.ask("west", "");
+  const FetchedRows none = asker.answer();
+  EXPECT_FALSE(none.end);
+  EXPECT_EQ(none.error, "");
+  EXPECT_EQ(_publisher->figures().rowsPublished, 0u);
+  _publisher->setAside(false);
+  EXPECT_TRUE(waitUntilAllArePublished());
+  EXPECT_THAT(asker.fetch("west", "").rows, SizeIs(2));
+}
+
+TEST_F(RowPublisherTest, EndsWhileItStandsAside) {
+  const NatsServer nats;
+  publish({nats.url()});
+  ASSERT_TRUE(waitUntilConnected());
+  _publisher->setAside(true);
+  ASSERT_TRUE(waitUntil([this] { return !_publisher->figures().isConnected; }, linkPatience));
+  keepRows(1, 2, 1'000);
+  _publisher->stop();
+  EXPECT_TRUE(_publisher->waitForEnd(linkPatience));
+  EXPECT_EQ(_publisher->figures().rowsPublished, 0u);
 }
 
 TEST_F(RowPublisherTest, WhatItPublishedAndNobodyKeptIsPublishedAgainWithoutBeingDoubled) {
