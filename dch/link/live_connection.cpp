@@ -18,6 +18,8 @@ constexpr int mostBytesWaiting = 256 << 10;
 
 constexpr std::size_t mostEnded = 64;
 
+constexpr std::chrono::milliseconds longestSettling{1'000};
+
 using Inbox = std::shared_ptr<LiveInbox>;
 
 void putBy(natsConnection*, natsSubscription*, natsMsg* message, void* closure) {
@@ -99,6 +101,12 @@ void LiveConnection::check() const {
     failAsLost(_server, _connection.get(), NATS_CONNECTION_CLOSED);
 }
 
+void LiveConnection::settle() const {
+  const natsStatus status = natsConnection_FlushTimeout(_connection.get(), longestSettling.count());
+  if (status != NATS_OK) failAsLost(_server, _connection.get(), status);
+  check();
+}
+
 void LiveConnection::end(natsSubscription* subscription) noexcept {
   natsSubscription_Unsubscribe(subscription);
   try {
@@ -110,7 +118,7 @@ void LiveConnection::end(natsSubscription* subscription) noexcept {
 
 // The server answers behind all that it has sent for them, and the library has read that then.
 void LiveConnection::freeEnded() noexcept {
-  if (natsConnection_FlushTimeout(_connection.get(), longestSending.count()) == NATS_OK)
+  if (natsConnection_FlushTimeout(_connection.get(), longestSettling.count()) == NATS_OK)
     _ended.clear();
 }
 

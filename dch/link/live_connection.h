@@ -77,6 +77,9 @@ class LiveConnection {
 
   // Throws LinkError when the connection is lost, and NotPermitted.
   void check() const;
+  // Waits until the server has answered to all that was sent, and asked for, before. Throws as
+  // check() does.
+  void settle() const;
 
  private:
   void end(natsSubscription* subscription) noexcept;

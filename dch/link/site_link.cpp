@@ -1,6 +1,7 @@
 #include "dch/link/site_link.h"
 
 #include <exception>
+#include <new>
 #include <utility>
 
 #include "dch/core/log.h"
@@ -94,7 +95,7 @@ void SiteLink::run() noexcept {
 void SiteLink::work() {
   if (_connection == nullptr && Clock::now() >= _nextTry) connect();
   _inbox->wait(longestWait);
-  takeHeard();
+  if (_maySpeak) takeHeard();
   lookAround();
   if (_connection == nullptr) return;
   _connection->check();
@@ -112,6 +113,7 @@ void SiteLink::connect() {
   if (_stop.isSet()) return;  // it may have taken any time
   // What it throws is about this connection, which is not there for others yet.
   auto subscription = connection->subscribe("zord.alive.*", _inbox);
+  connection->settle();
   _connection = std::move(connection);
   _subscription.emplace(std::move(subscription));
   _connectedSince = _nextSpeech = Clock::now();
@@ -121,20 +123,26 @@ void SiteLink::connect() {
 }
 
 void SiteLink::disconnect() noexcept {
+  _maySpeak = false;
   _subscription.reset();
   _connection.reset();
+  _inbox->take();  // what was not looked at is old when it is
 }
 
 // What is wrong with a server is wrong for the rows, too: it is told once of both.
-void SiteLink::tryLater(const std::string& reason) {
+void SiteLink::tryLater(std::string_view reason) noexcept {
   _log.tellOnce(server(), reason);
   if (++_turn % _settings.servers.size() == 0) _nextTry = Clock::now() + pauseBetweenTurns;
 }
 
-void SiteLink::tryMuchLater(const std::string& reason) {
-  _log.tellOnce(theRights, reason +
-                               "; so other sites do not see that this one is there, nor this one "
-                               "them; the rows go on all the same");
+void SiteLink::tryMuchLater(std::string_view reason) noexcept {
+  try {
+    _log.tellOnce(theRights, std::string(reason) +
+                                 "; so other sites do not see that this one is there, nor this one "
+                                 "them; the rows go on all the same");
+  } catch (const std::bad_alloc&) {
+    // It is told the next time.
+  }
   _nextTry = Clock::now() + pauseWithoutRights;
 }
 
@@ -176,7 +184,7 @@ void SiteLink::lookAround() {
   const auto now = Clock::now();
   if (now < _nextLook) return;
   _nextLook = now + pauseOfLooks;
-  _watch.fallenSilent(now, _connection != nullptr);
+  _watch.fallenSilent(now, _maySpeak);
   noteName();
   auto sites = std::make_shared<const std::vector<SiteState>>(_watch.states());
   const std::lock_guard lock(_mutex);
@@ -209,6 +217,10 @@ void SiteLink::speak(const Tick& tick, bool isLast) {
   message.published = tick.places.published;
   message.version = _version;
   _connection->send(_subject, {}, {}, aliveText(message));
+  // Who tries again and again whether he may is not to be there for the others, nor they for him,
+  // for a moment each time.
+  if (!_maySpeak) _connection->settle();
+  _maySpeak = true;
   _spokenTick = tick.number;
   _nextSpeech = now + speech.period - slack;
 }

@@ -74,8 +74,8 @@ class SiteLink {
   void work();
   void connect();
   void disconnect() noexcept;
-  void tryLater(const std::string& reason);
-  void tryMuchLater(const std::string& reason);
+  void tryLater(std::string_view reason) noexcept;
+  void tryMuchLater(std::string_view reason) noexcept;
   const std::string& server() const { return _settings.servers[_turn % _settings.servers.size()]; }
   void takeHeard();
   void noteName();
@@ -102,6 +102,7 @@ class SiteLink {
   bool _isGood = false;  // this connection
   std::uint64_t _count = 0;
   std::uint64_t _spokenTick = 0;  // the last one of which others have heard on this connection
+  bool _maySpeak = false;         // on this connection, and hear
   Clock::time_point _nextSpeech;
   Clock::time_point _nextLook;
   bool _hasRival = false;

@@ -149,7 +149,7 @@ TEST_F(SiteLinkTest, SitesSeeEachOther) {
   EXPECT_EQ(seen.newest, 30);
   EXPECT_EQ(seen.published, 20);
   EXPECT_EQ(seen.behind, 10);
-  EXPECT_EQ(west.seen("west"), std::nullopt);
+  EXPECT_FALSE(west.seen("west"));
   EXPECT_FALSE(west.isAside());
   east.stop();
   EXPECT_TRUE(waitUntil([&] { return west.seen("east.2")->isStopping; }, linkPatience));
@@ -187,7 +187,7 @@ TEST_F(SiteLinkTest, WhatIsNoMessageOfASiteIsCounted) {
   say("zord.alive.north", "2 of another version");
   say("zord.alive.%zz", "1");
   EXPECT_TRUE(waitUntil([&] { return west.figures().messagesRefused == 3; }, linkPatience));
-  EXPECT_EQ(west.seen("north"), std::nullopt);
+  EXPECT_FALSE(west.seen("north"));
 }
 
 TEST_F(SiteLinkTest, WhoComesToANameThatIsTakenStandsAside) {
@@ -229,16 +229,38 @@ TEST_F(SiteLinkTest, EndsWhileTheServerStandsStill) {
   _nats.resume();
 }
 
-TEST(SiteLinkRightsTest, TheRightThatIsMissingIsToldOnce) {
-  const NatsServer nats(
-      {.hasJetStream = false,
-       .more = "authorization { users: [{user: west, password: right, "
-               "permissions: {publish: [\"zord.alive.west\"], subscribe: [\"_INBOX.>\"]}}] }"});
-  TickingSite west(nats.url(), "west", 1, LinkUser{"west", "right"});
-  const auto isTold = [&] { return west.timesTold("this user may not do what is needed") > 0; };
-  ASSERT_TRUE(waitUntil(isTold, linkPatience));
-  EXPECT_EQ(west.timesTold("zord.alive.*"), 1u);
-  EXPECT_EQ(west.timesTold("the rows go on all the same"), 1u);
+class SiteLinkRightsTest : public ::testing::Test {
+ protected:
+  // A server on which the user of west may do that, and another one everything.
+  static NatsServer::Settings allowing(const std::string& publish, const std::string& subscribe) {
+    return {.hasJetStream = false,
+            .more =
+                "authorization { users: [{user: all, password: all}, {user: west, password: "
+                "right, permissions: {publish: [\"" +
+                publish + "\"], subscribe: [\"_INBOX.>\", \"" + subscribe + "\"]}}] }"};
+  }
+
+  // West is told so once, and is there for nobody, nor is anybody for it.
+  static void expectTold(const NatsServer& nats, const std::string& right) {
+    const TickingSite east(nats.url(), "east", 2, LinkUser{"all", "all"});
+    const TickingSite witness(nats.url(), "witness", 3, LinkUser{"all", "all"});
+    ASSERT_TRUE(witness.comesToSee("east"));
+    TickingSite west(nats.url(), "west", 1, LinkUser{"west", "right"});
+    const auto isTold = [&] { return west.timesTold("this user may not do what is needed") > 0; };
+    ASSERT_TRUE(waitUntil(isTold, linkPatience));
+    EXPECT_EQ(west.timesTold(right), 1u);
+    EXPECT_EQ(west.timesTold("the rows go on all the same"), 1u);
+    EXPECT_FALSE(west.seen("east"));
+    EXPECT_FALSE(east.seen("west"));
+  }
+};
+
+TEST_F(SiteLinkRightsTest, WhoMayNotHearIsToldSo) {
+  expectTold(NatsServer(allowing("zord.alive.west", "zord.fetch.west")), "zord.alive.*");
+}
+
+TEST_F(SiteLinkRightsTest, WhoMayNotSpeakIsToldSo) {
+  expectTold(NatsServer(allowing("zord.rows.west.>", "zord.alive.*")), "zord.alive.west");
 }
 
 }  // namespace
