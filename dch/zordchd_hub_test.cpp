@@ -138,6 +138,16 @@ TEST_F(ZordchdHubTest, ThatStartsLaterGetsWhatTheSitesHavePublished) {
   expectHubHasAll();
 }
 
+// It hears that they are there.
+TEST_F(ZordchdHubTest, AsksSitesOfWhichTheStreamHasNothing) {
+  beginSites();
+  sendFromSites(20);
+  readStream(_nats.url(), 40);
+  replaceStream();
+  _hub.begin();
+  expectHubHasAll();
+}
+
 TEST_F(ZordchdHubTest, ThatStartsLaterGetsFromTheSitesWhatWasDeletedFromTheStream) {
   beginSites();
   sendFromSites(50);

@@ -22,7 +22,7 @@ constexpr milliseconds pauseWithoutRights{60'000};
 constexpr milliseconds longestWait{100};
 // Whoever sends without an end does not have this thread take it one by one.
 constexpr milliseconds pauseOfTaking{10};
-constexpr milliseconds pauseOfLooks{1'000};
+constexpr milliseconds pauseOfLookingAround{1'000};
 
 // The channel ticks every second: without one for so long it stands still.
 constexpr milliseconds longestTick{3'000};
@@ -183,7 +183,7 @@ void SiteLink::noteName() {
 void SiteLink::lookAround() {
   const auto now = Clock::now();
   if (now < _nextLook) return;
-  _nextLook = now + pauseOfLooks;
+  _nextLook = now + pauseOfLookingAround;
   _watch.fallenSilent(now, _maySpeak);
   noteName();
   auto sites = std::make_shared<const std::vector<SiteState>>(_watch.states());
