@@ -32,10 +32,6 @@ void letGo(void* closure) {
   delete static_cast<const Inbox*>(closure);
 }
 
-std::string_view viewOf(const char* text) {
-  return text != nullptr ? std::string_view(text) : std::string_view();
-}
-
 }  // namespace
 
 std::string_view LiveMessage::body() const {
@@ -44,11 +40,9 @@ std::string_view LiveMessage::body() const {
 
 std::string_view LiveMessage::header(const char* name) const {
   const char* value = nullptr;
-  return natsMsgHeader_Get(_message, name, &value) == NATS_OK ? viewOf(value) : std::string_view();
-}
-
-std::string_view LiveMessage::replySubject() const {
-  return viewOf(natsMsg_GetReply(_message));
+  return natsMsgHeader_Get(_message, name, &value) == NATS_OK && value != nullptr
+             ? std::string_view(value)
+             : std::string_view();
 }
 
 LiveConnection::LiveConnection(const LinkSettings& settings, const std::string& server)

@@ -23,7 +23,6 @@ class LiveMessage {
   std::string_view body() const;
   // Empty: there is none.
   std::string_view header(const char* name) const;
-  std::string_view replySubject() const;
   // It says that nobody has subscribed to what was sent; its subject is the reply subject of that.
   bool saysNobody() const { return natsMsg_IsNoResponders(_message); }
 
