@@ -260,7 +260,8 @@ void RowCollector::setSites(std::shared_ptr<const std::vector<SiteState>> sites)
   _sitesThere.swap(sites);
 }
 
-// When there is no room for more of them their rows are refused, which is told.
+// One without a file has no rows. When there is no room for more of them their rows are refused,
+// which is told.
 void RowCollector::takeSites() {
   std::shared_ptr<const std::vector<SiteState>> sites;
   {
@@ -269,7 +270,7 @@ void RowCollector::takeSites() {
   }
   if (sites == nullptr) return;
   for (const SiteState& each : *sites)
-    if (each.isReachable) siteOf(each.name);
+    if (each.isReachable && each.newest) siteOf(each.name);
 }
 
 void RowCollector::refuse(const std::string& why) {

@@ -93,12 +93,15 @@ TEST_F(RowCollectorTest, ASiteThatIsOnlyKnownToBeThereIsAskedForItsRows) {
   west.setScript([&](const Question& question) { return west.fileAnswer(question, 2); });
   gone.setScript([&](const Question& question) { return gone.fileAnswer(question, 2); });
   collect();
-  _collector->setSites(std::make_shared<const std::vector<SiteState>>(std::vector<SiteState>{
-      {.name = "gone", .isReachable = false}, {.name = "west", .isReachable = true}}));
+  _collector->setSites(std::make_shared<const std::vector<SiteState>>(
+      std::vector<SiteState>{{.name = "gone", .newest = 2},
+                             {.name = "in memory", .isReachable = true},
+                             {.name = "west", .isReachable = true, .newest = 2}}));
   EXPECT_TRUE(waitUntilKept("west", 2));
   EXPECT_THAT(kept("west"), ElementsAre("row 1", "row 2"));
   EXPECT_THAT(west.questions().front(), IsEmpty());
   EXPECT_THAT(gone.questions(), IsEmpty());
+  EXPECT_EQ(figures().sites, 1u);
 }
 
 TEST_F(RowCollectorTest, CollectsNothingWhileItStandsAside) {
