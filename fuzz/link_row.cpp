@@ -1,7 +1,6 @@
 // The texts by which a row is known outside of its site, subject and header, and those by which it
 // is asked for: each leads back to what it was made of, and nothing else is taken for one.
 #include <algorithm>
-#include <cstring>
 #include <limits>
 #include <vector>
 
@@ -10,62 +9,19 @@
 #include "dch/link/subject.h"
 #include "fuzz/support/input.h"
 #include "fuzz/support/require.h"
+#include "fuzz/support/text_forms.h"
 
 namespace {
 
-bool isOneOf(char character, std::string_view characters) {
-  return characters.find(character) != std::string_view::npos;
-}
-
-constexpr std::string_view hexDigits = "0123456789ABCDEF";
-constexpr std::string_view plain =
-    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_";
-
-// Whether it is a name with all but `plain` and `further` escaped.
-bool isEscaped(std::string_view text, std::string_view further) {
-  const auto isPlain = [&](char each) { return isOneOf(each, plain) || isOneOf(each, further); };
-  if (text == "%") return true;
-  if (text.empty()) return false;
-  for (std::size_t index = 0; index < text.size(); ++index) {
-    if (isPlain(text[index])) continue;
-    if (text[index] != '%' || text.size() - index < 3) return false;
-    const std::size_t high = hexDigits.find(text[++index]), low = hexDigits.find(text[++index]);
-    if (high >= 16 || low >= 16 || isPlain(static_cast<char>(high << 4 | low))) return false;
-  }
-  return true;
-}
-
-// Whether it is a whole number from -most - 1 to most as it is usually written.
-bool isNumber(std::string_view text, std::string_view most) {
-  const bool isNegative = text.substr(0, 1) == "-";
-  if (isNegative) text.remove_prefix(1);
-  if (text.empty() || text.find_first_not_of("0123456789") != std::string_view::npos) return false;
-  if (text[0] == '0') return text.size() == 1 && !isNegative;
-  std::string last(most);
-  if (isNegative) ++last.back();  // neither 2^31 - 1 nor 2^63 - 1 ends in 9
-  return text.size() < last.size() || (text.size() == last.size() && text <= last);
-}
-
-bool isEpoch(std::string_view text) {
-  return text.size() == 32 && text.find_first_not_of("0123456789abcdef") == std::string_view::npos;
-}
-
-std::vector<std::string_view> split(std::string_view text, char separator) {
-  std::vector<std::string_view> parts;
-  for (std::size_t end = 0; (end = text.find(separator)) != std::string_view::npos;
-       text.remove_prefix(end + 1))
-    parts.push_back(text.substr(0, end));
-  parts.push_back(text);
-  return parts;
-}
+using fuzz::isCount, fuzz::isEpoch, fuzz::isEscaped, fuzz::isNumber, fuzz::most64,
+    fuzz::mostUnsigned;
+using fuzz::split, fuzz::take, fuzz::takeEpoch;
 
 bool isSubject(std::string_view text) {
   const auto tokens = split(text, '.');
   return tokens.size() == 5 && tokens[0] == "zord" && tokens[1] == "rows" &&
-         isEscaped(tokens[2], "-") && isEscaped(tokens[3], "-") && isEscaped(tokens[4], "-");
+         isEscaped(tokens[2], "-_") && isEscaped(tokens[3], "-_") && isEscaped(tokens[4], "-_");
 }
-
-constexpr std::string_view most64 = "9223372036854775807";
 
 // Both are numbers.
 bool isBehind(std::string_view number, std::string_view previous) {
@@ -81,7 +37,7 @@ bool isHeader(std::string_view text) {
          isNumber(fields[2], most64) &&
          (fields[3] == "-" || (isEpoch(fields[3]) && fields[3] != fields[1])) &&
          isNumber(fields[4], most64) && isBehind(fields[2], fields[4]) &&
-         isNumber(fields[5], most64) && isNumber(fields[6], most32) && isEscaped(fields[7], "");
+         isNumber(fields[5], most64) && isNumber(fields[6], most32) && isEscaped(fields[7], "_");
 }
 
 bool isFetchRequest(std::string_view text) {
@@ -97,11 +53,10 @@ bool isFetchRequest(std::string_view text) {
 }
 
 bool isFetchEnd(std::string_view text) {
-  constexpr std::string_view mostUnsigned = "18446744073709551615";
   const auto fields = split(text, ' ');
   return fields.size() == 5 && fields[0] == "1" && isEpoch(fields[1]) &&
-         isNumber(fields[2], most64) && fields[3].substr(0, 1) != "-" &&
-         isNumber(fields[3], mostUnsigned) && (fields[4] == "all" || fields[4] == "more");
+         isNumber(fields[2], most64) && isCount(fields[3], mostUnsigned) &&
+         (fields[4] == "all" || fields[4] == "more");
 }
 
 void checkAsFetch(std::string_view text) {
@@ -115,7 +70,7 @@ void checkAsFetch(std::string_view text) {
 
 void checkAsText(std::string_view text) {
   const auto name = dch::nameOfToken(text);
-  fuzz::require(name.has_value() == isEscaped(text, "-"), "what a token is");
+  fuzz::require(name.has_value() == isEscaped(text, "-_"), "what a token is");
   fuzz::require(!name || dch::subjectToken(*name) == text, "a name has one token");
   const auto subject = dch::parseRowSubject(text);
   fuzz::require(subject.has_value() == isSubject(text), "what a subject is");
@@ -125,21 +80,6 @@ void checkAsText(std::string_view text) {
   const auto header = dch::parseRowHeader(text);
   fuzz::require(header.has_value() == isHeader(text), "what a header is");
   fuzz::require(!header || dch::rowHeaderText(*header) == text, "a header has one text");
-}
-
-template <class Number>
-Number take(fuzz::Input* input) {
-  const std::string_view bytes = input->takeBytes(sizeof(Number));
-  Number number = 0;
-  std::memcpy(&number, bytes.data(), bytes.size());
-  return number;
-}
-
-dch::Epoch takeEpoch(fuzz::Input* input) {
-  dch::Epoch epoch;
-  const std::string_view bytes = input->takeBytes(epoch.bytes.size());
-  std::memcpy(epoch.bytes.data(), bytes.data(), bytes.size());
-  return epoch;
 }
 
 // At least this one.

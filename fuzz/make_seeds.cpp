@@ -332,6 +332,19 @@ std::map<std::string, Target> targets() {
        {fuzz::incomingSeeds(),
         {std::string("\17\17\0\17\7", 5), "\15\15\17", std::string("\2\0", 2), "\2\314", "\4\7",
          "\4\340", "\13\7"}}},
+      {"alive_message",
+       {{"1 000102030405060708090a0b0c0d0e0f 17 1500 here - 42 40 0 0 4.10.0",
+         "1 000102030405060708090a0b0c0d0e0f 18446744073709551615 9223372036854775807 new "
+         "ffffffffffffffffffffffffffffffff 9223372036854775807 9223372036854775807 "
+         "18446744073709551615 18446744073709551615 %",
+         "1 000102030405060708090a0b0c0d0e0f 1 0 stopping - - - 0 0 4.1%7Erc%201",
+         "zord.alive.west", "zord.alive.a%2Eexample"},
+        {" new ", " here ", " aside ", " stopping ", " - ", " 0 ", "zord.alive.", "%2E", "%FF",
+         "9223372036854775807", "18446744073709551615", "000102030405060708090a0b0c0d0e0f"}}},
+      // All hear what is said first, somebody starts, all passes for a term.
+      {"site_watch",
+       {fuzz::watchSeeds(),
+        {std::string("\10\10\6\0\6\0\6\0", 8), std::string("\0\144", 2), "\20\144", "\111"}}},
       {"configuration_file",
        {{fuzz::configurationText, "[channel]\nport = 70000\nprot = 1\n", "port = 1919\n",
          "[channel\n", "[channel]\nallow = ['10.0.0.1/8', 7]\n"},

@@ -72,4 +72,39 @@ std::vector<std::string> incomingSeeds() {
           limits + write + write + publish + lose + arrive + read + answered + round};
 }
 
+// As fuzz/site_watch.cpp takes them: the run of the first server, which is of the first name, then
+// steps. Two servers of one name that start one after the other or are cut apart, each with a
+// higher or lower run than the other; those that die, stop, are restarted, stand still and lose
+// their connection; words that are lost, come twice and late.
+std::vector<std::string> watchSeeds() {
+  const auto step = [](unsigned kind, unsigned choice) { return byte(kind) + byte(choice); };
+  const auto start = [&](unsigned name, unsigned run) { return step(name << 4, run); };
+  // An even choice: without a word.
+  const auto end = [&](unsigned server, unsigned word) { return step(1, server) + byte(word); };
+  const auto restart = [&](unsigned server, unsigned word, unsigned run) {
+    return step(2, server) + byte(word) + byte(run);
+  };
+  const auto cut = [&](unsigned server, unsigned part) { return step(3, server) + byte(part); };
+  const std::string hear = step(6, 0), hearTwice = step(6, 0x40), lose = step(6, 0x80);
+  const std::string hearLater = step(6, 3), second = byte(8) + byte(8);
+  const std::string minute = byte(9 + 16 * 15), term = byte(9 + 16 * 4);
+  const std::string round = second + hear + hear + hear + hear;
+  const std::string rounds = round + round + round + round;
+  std::vector<std::string> seeds;
+  for (const unsigned run : {1u, 200u}) {
+    const std::string first = byte(100) + rounds;
+    const std::string clash = first + start(0, run) + rounds;
+    const std::string others = start(1, 5) + start(2, 6) + rounds;
+    seeds.push_back(first + term + others + start(0, run) + rounds + rounds);
+    seeds.push_back(clash + end(0, 0) + rounds + term + rounds);
+    seeds.push_back(clash + restart(0, 1, run) + hearLater + hearTwice + rounds);
+    seeds.push_back(clash + cut(0, 1) + minute + cut(0, 0) + rounds);
+    seeds.push_back(clash + step(4, 0) + term + step(4, 0) + rounds + rounds);
+    seeds.push_back(clash + step(5, 0) + term + step(5, 0) + rounds + lose + lose + rounds);
+    seeds.push_back(byte(100) + start(0, run) + start(0, 150) + start(1, 7) + rounds + end(1, 1) +
+                    rounds + others + restart(2, 0, 9) + rounds);
+  }
+  return seeds;
+}
+
 }  // namespace fuzz

@@ -7,9 +7,10 @@
 
 namespace fuzz {
 
-// For the targets row_window and incoming_rows, in the form that each takes.
+// For the targets row_window, incoming_rows and site_watch, in the form that each takes.
 std::vector<std::string> windowSeeds();
 std::vector<std::string> incomingSeeds();
+std::vector<std::string> watchSeeds();
 
 }  // namespace fuzz
 
