@@ -147,7 +147,7 @@ void linkChangesBehind() {
   EXPECT_TRUE(store.comesTo(moves, Counter::linkChangesBehind, 0));
 }
 
-// A site that is heard says that others are, too.
+// Who says nothing himself hears nothing; a site that is heard says that others are, too.
 void linkMessagesRefused() {
   const NatsServer nats;
   LinkedStore store;
@@ -158,10 +158,12 @@ void linkMessagesRefused() {
     requireDone(natsConnection_PublishString(client.get(), subject.c_str(), text.c_str()));
     requireDone(natsConnection_Flush(client.get()));
   };
+  const Epoch run = newEpoch();
   std::uint64_t count = 0;
   const auto isHeard = [&] {
+    store.tick();
     say("zord.alive.east",
-        aliveText({.run = newEpoch(), .count = ++count, .period = std::chrono::seconds(1)}));
+        aliveText({.run = run, .count = ++count, .period = std::chrono::seconds(1)}));
     return store.knowsSite("east");
   };
   ASSERT_TRUE(waitUntil(isHeard, linkPatience));
