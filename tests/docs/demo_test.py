@@ -1,96 +1,18 @@
-"""scripts/demo shows the page, and leaves nothing behind however it ends. Takes the folder of the
-programs from ZORD410_PROGRAMS: nothing is installed or built."""
+"""scripts/demo shows the page, and leaves nothing behind however it ends."""
 
-import contextlib
-import os
-import re
-import shutil
-import signal
-import subprocess
-import sys
-import tempfile
-import threading
-import time
 import unittest
 import urllib.request
-from pathlib import Path
 
-SOURCE = Path(__file__).resolve().parents[2]
-sys.path.insert(0, str(SOURCE / "tests" / "support"))
-sys.dont_write_bytecode = True
+from terminal_script import PATIENCE, ScriptTest
 
-from patience import PATIENCE, wait_for  # noqa: E402  pylint: disable=wrong-import-position
-
-PROGRAMS = Path(os.environ["ZORD410_PROGRAMS"])
 ADDRESS = r"the page: (http://\S+/)\r\n"
 ROW = r"\n\d{4}-\d\d-\d\dT\S+Z "
 
 
-class Demo(unittest.TestCase):
-    """The script as it is, on a terminal of its own, in a folder where everything is there and built."""
+class Demo(ScriptTest):
+    """The demonstration, until somebody ends it."""
 
-    def setUp(self):
-        folder = tempfile.TemporaryDirectory(prefix="zord410-demo-")
-        self.addCleanup(folder.cleanup)
-        self.folder = Path(folder.name)
-        self.scratch = self.folder / "scratch"
-        library = self.folder / "scripts" / "lib"
-        for each in (library, self.folder / "build" / "release", self.scratch):
-            each.mkdir(parents=True)
-        shutil.copy(SOURCE / "scripts" / "demo", self.folder / "scripts")
-        (library / "packages.sh").write_text("build_packages=()\ninstall_packages() { :; }\n")
-        (library / "build.sh").write_text("build_preset() { :; }\n")
-        (self.folder / "build" / "release" / "bin").symlink_to(PROGRAMS)
-        self.addCleanup(self.kill_what_is_left)
-        self.start()
-
-    def start(self):
-        self.terminal, its_end = os.openpty()
-        environment = {"HOME": str(self.folder), "LANG": "C.UTF-8", "PATH": os.environ["PATH"], "TMPDIR": str(self.scratch)}
-        # The script leads the terminal's session.
-        self.script = subprocess.Popen(["setsid", "--ctty", self.folder / "scripts" / "demo", "--keep"],
-                                       stdin=its_end, stdout=its_end, stderr=its_end, env=environment)
-        os.close(its_end)
-        self.output = ""
-        self.is_closing = False
-        self.reader = threading.Thread(target=self.read)
-        self.reader.start()
-
-    def read(self):
-        os.set_blocking(self.terminal, False)
-        while not self.is_closing:
-            with contextlib.suppress(OSError):  # nothing to read, or nobody has the terminal any more
-                self.output += os.read(self.terminal, 65536).decode()
-            time.sleep(0.02)
-        os.close(self.terminal)
-
-    def close_terminal(self):
-        self.is_closing = True
-        self.reader.join()
-
-    def wait_for_output(self, pattern):
-        return wait_for(lambda: f"{pattern} in {self.output}", lambda: re.search(pattern, self.output))
-
-    def processes(self):
-        """All that the script has started: whoever has its folder for temporary files."""
-        found = []
-        for each in Path("/proc").glob("[0-9]*"):
-            with contextlib.suppress(OSError):  # it has ended
-                if f"TMPDIR={self.scratch}\0".encode() in (each / "environ").read_bytes():
-                    found.append(int(each.name))
-        return found
-
-    def kill_what_is_left(self):
-        for process in self.processes():
-            with contextlib.suppress(ProcessLookupError):
-                os.kill(process, signal.SIGKILL)
-        self.script.wait()
-        self.close_terminal()
-
-    def expect_nothing_left(self):
-        # What prints the rows ends by itself when they end.
-        wait_for(lambda: f"the end of {self.processes()}", lambda: not self.processes())
-        self.assertEqual([], list(self.scratch.iterdir()))
+    command = ["demo", "--keep"]
 
     def test_the_page_comes_first_and_ctrl_c_ends_everything(self):
         address = self.wait_for_output(ADDRESS)
@@ -98,23 +20,11 @@ class Demo(unittest.TestCase):
         with urllib.request.build_opener(urllib.request.ProxyHandler({})).open(address[1], timeout=PATIENCE) as page:
             self.assertIn("<title>", page.read().decode())
         self.wait_for_output(ROW)
-        os.write(self.terminal, b"\x03")
-        self.assertEqual(0, self.script.wait(PATIENCE), self.output)
-        self.expect_nothing_left()
+        self.end_by_ctrl_c()
 
     def test_the_end_of_its_terminal_ends_everything(self):
         self.wait_for_output(ROW)
-        self.close_terminal()
-        # An interactive shell tells its jobs too, and once more the system does when that shell is gone.
-        deadline = time.monotonic() + PATIENCE
-        while self.script.poll() is None and time.monotonic() < deadline:
-            os.killpg(self.script.pid, signal.SIGHUP)
-            time.sleep(0.02)
-        self.assertIsNotNone(self.script.returncode)
-        self.expect_nothing_left()
+        self.end_by_closing_the_terminal()
 
 
-# What is started in the background or for long may be started with these ignored, and that is handed on.
-for each in (signal.SIGHUP, signal.SIGINT):
-    signal.signal(each, signal.SIG_DFL)
 unittest.main()
