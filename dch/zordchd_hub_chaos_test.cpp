@@ -1,6 +1,7 @@
-// Two sites, a hub and their NATS server are killed, held up and cut off from each other again and
-// again while many send: in the end the hub has each row that was acknowledged once, those of a
-// source in their order. ZORD410_HUB_HARMS sets how often, ZORD410_SEED what happens when.
+// Two sites, a hub and their NATS servers, one or a cluster, are killed, held up and cut off from
+// each other again and again while many send: in the end the hub has each row that was acknowledged
+// once, those of a source in their order. ZORD410_HUB_HARMS sets how often, ZORD410_SEED what
+// happens when.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -19,7 +20,7 @@
 #include "dch/testkit/kept_rows.h"
 #include "dch/testkit/link_test.h"
 #include "dch/testkit/linked_server.h"
-#include "dch/testkit/nats_server.h"
+#include "dch/testkit/nats_cluster.h"
 #include "dch/testkit/numbered_sender.h"
 #include "dch/testkit/store_test.h"
 #include "tests/support/variables.h"
@@ -37,9 +38,9 @@ constexpr unsigned mostAtOnce = 3;
 
 // A server and those who send to it.
 struct Party {
-  Party(const std::string& site, int natsPort,
+  Party(const std::string& site, const std::vector<int>& natsPorts,
         LinkedServer::Keeps keeps = LinkedServer::Keeps::itsOwnRows)
-      : server(site, natsPort, keeps) {}
+      : server(site, natsPorts, keeps) {}
 
   LinkedServer server;
   std::list<NumberedSender> senders{};
@@ -47,7 +48,9 @@ struct Party {
 
 class ZordchdHubChaosTest : public ::testing::Test {
  protected:
-  ZordchdHubChaosTest() { std::cout << "ZORD410_SEED=" << _seed << '\n'; }
+  explicit ZordchdHubChaosTest(std::size_t nodes = 1) : _nats(nodes) {
+    std::cout << "ZORD410_SEED=" << _seed << '\n';
+  }
 
   void TearDown() override {
     for (Party* const party : _parties) party->senders.clear();
@@ -87,56 +90,66 @@ class ZordchdHubChaosTest : public ::testing::Test {
     return " dies";
   }
   std::string harmGate(Party* party) {
-    if (_natsIsGone) return " is cut off already";
-    TcpGate& gate = party->server.gate();
-    switch (below(3)) {
-      case 0:
-        gate.cut();
-        return " is cut off";
-      case 1:
-        gate.hold();
-        return " hears and says nothing";
-      default:
-        gate.holdAnswers();
-        return " hears nothing";
+    constexpr struct {
+      void (TcpGate::*action)();
+      const char* text;
+    } harms[] = {{&TcpGate::cut, " is cut off"},
+                 {&TcpGate::hold, " hears and says nothing"},
+                 {&TcpGate::holdAnswers, " hears nothing"}};
+    const auto& chosen = harms[below(3)];
+    const bool isAll = below(2) == 0;
+    std::string text = chosen.text;
+    for (std::size_t node = 0; node < _nats.size(); ++node) {
+      if (_nats.isGone(node) || (!isAll && below(2) == 0)) continue;  // that one is cut off already
+      (party->server.gate(node).*chosen.action)();
+      text += " node " + std::to_string(node);
     }
+    return text;
   }
   std::string harmNats(bool isFirst) {
-    if (_natsIsGone) return "NATS is gone already";
-    switch (below(4)) {
+    const std::size_t node = below(static_cast<unsigned>(_nats.size()));
+    const std::string name = "node " + std::to_string(node);
+    if (_nats.isGone(node)) return name + " is gone already";
+    switch (below(_nats.size() > 1 ? 6 : 4)) {
       case 0:
-        _nats.stop();
-        return "NATS stands still";
+        _nats.standStill(node);
+        return name + " stands still";
       case 1:
         if (!isFirst) return "the stream stays";  // there may be none
-        askJetStream(_nats.url(), "DELETE");
+        askJetStream(_nats.url(node), "DELETE");
         return "the stream is deleted";
+      case 4:
+        _nats.cutOff(node);
+        return name + " is cut off from the others";
+      case 5:
+        _nats.holdUp(node);
+        return name + " and the others do not hear each other";
       default:
         // Its port may become that of another test's server.
-        for (Party* const party : _parties) party->server.gate().cut();
-        _nats.kill();
-        _natsIsGone = true;
-        return "NATS dies";
+        for (Party* const party : _parties) party->server.gate(node).cut();
+        _nats.kill(node);
+        return name + " dies";
     }
   }
 
   std::string mend() {
     std::string text = "all goes on";
     for (Party* const party : _parties) party->server.goOn();
-    if (_natsIsGone) {
-      const bool isEmpty = below(3) == 0;
-      if (isEmpty) text += ", NATS with an empty store";
-      isEmpty ? _nats.restartEmpty() : _nats.restart();
-    }
-    _nats.resume();
+    const std::size_t node = below(static_cast<unsigned>(_nats.size()));
+    const bool isEmpty = _nats.isGone(node) && below(3) == 0;
+    if (isEmpty) text += ", node " + std::to_string(node) + " with an empty store";
+    isEmpty ? _nats.mend(node) : _nats.mend();
     for (Party* const party : _parties) {
-      TcpGate& gate = party->server.gate();
-      gate.leadTo(_nats.port());
-      if (below(2) == 0) gate.cut();  // what was held up may be lost, or come late
-      gate.pass();
+      const bool isLost = below(2) == 0;  // what was held up, or it comes late
+      for (std::size_t each = 0; each < _nats.size(); ++each) {
+        TcpGate& gate = party->server.gate(each);
+        gate.leadTo(_nats.port(each));
+        if (isLost) gate.cut();
+        gate.pass();
+      }
       if (!party->server.isRunning()) party->server.begin();
     }
-    _natsIsGone = _isHarmed = false;
+    _isHarmed = false;
     return text;
   }
 
@@ -256,42 +269,55 @@ class ZordchdHubChaosTest : public ::testing::Test {
     }
   }
 
+  // The whole walk.
+  void expectEachRowOnce() {
+    const unsigned harms = numberFrom("ZORD410_HUB_HARMS", 6);
+    beginAll();
+    EXPECT_TRUE(allSend());
+    walk(harms);
+    EXPECT_TRUE(allSend());
+    const std::uint64_t sent = stopSenders();
+    const auto end = std::chrono::steady_clock::now();
+    EXPECT_TRUE(hubComesTo(_west));
+    EXPECT_TRUE(hubComesTo(_east));
+    const std::chrono::duration<double> behind = std::chrono::steady_clock::now() - end;
+    if (HasFailure()) showWhatTheySay();
+    EXPECT_EQ(_hub.server.end(), 0);  // what is on its way comes, too
+    KeptRows found;
+    for (const Party* const party : _parties) compareHubWith(*party, &found);
+    EXPECT_EQ(found.acknowledged, sent);
+    EXPECT_EQ(found.lost, 0u);
+    EXPECT_EQ(found.doubled, 0u);
+    EXPECT_EQ(found.outOfOrder, 0u);
+    EXPECT_EQ(found.strange, 0u);
+    std::cout << harms << " harms: " << sent << " rows acknowledged, " << found.acknowledged
+              << " found, " << found.lost << " lost, " << found.doubled << " doubled, "
+              << found.outOfOrder << " out of order; " << found.unanswered << " without an answer, "
+              << found.repeated << " sent again; complete " << behind.count()
+              << " s after the last one\n";
+  }
+
   const unsigned _seed = numberFrom("ZORD410_SEED", std::random_device()());
   std::mt19937 _random{_seed};
-  NatsServer _nats;
-  bool _natsIsGone = false;
+  NatsCluster _nats;
   bool _isHarmed = false;
-  Party _west{"west", _nats.port()};
-  Party _east{"east", _nats.port()};
-  Party _hub{"hub", _nats.port(), LinkedServer::Keeps::rowsOfAllSites};
+  Party _west{"west", _nats.ports()};
+  Party _east{"east", _nats.ports()};
+  Party _hub{"hub", _nats.ports(), LinkedServer::Keeps::rowsOfAllSites};
   const std::vector<Party*> _parties{&_west, &_east, &_hub};
 };
 
+class ZordchdHubClusterChaosTest : public ZordchdHubChaosTest {
+ protected:
+  ZordchdHubClusterChaosTest() : ZordchdHubChaosTest(3) {}
+};
+
 TEST_F(ZordchdHubChaosTest, TheHubHasEachRowThatWasAcknowledgedOnce) {
-  const unsigned harms = numberFrom("ZORD410_HUB_HARMS", 6);
-  beginAll();
-  EXPECT_TRUE(allSend());
-  walk(harms);
-  EXPECT_TRUE(allSend());
-  const std::uint64_t sent = stopSenders();
-  const auto end = std::chrono::steady_clock::now();
-  EXPECT_TRUE(hubComesTo(_west));
-  EXPECT_TRUE(hubComesTo(_east));
-  const std::chrono::duration<double> behind = std::chrono::steady_clock::now() - end;
-  if (HasFailure()) showWhatTheySay();
-  EXPECT_EQ(_hub.server.end(), 0);  // what is on its way comes, too
-  KeptRows found;
-  for (const Party* const party : _parties) compareHubWith(*party, &found);
-  EXPECT_EQ(found.acknowledged, sent);
-  EXPECT_EQ(found.lost, 0u);
-  EXPECT_EQ(found.doubled, 0u);
-  EXPECT_EQ(found.outOfOrder, 0u);
-  EXPECT_EQ(found.strange, 0u);
-  std::cout << harms << " harms: " << sent << " rows acknowledged, " << found.acknowledged
-            << " found, " << found.lost << " lost, " << found.doubled << " doubled, "
-            << found.outOfOrder << " out of order; " << found.unanswered << " without an answer, "
-            << found.repeated << " sent again; complete " << behind.count()
-            << " s after the last one\n";
+  expectEachRowOnce();
+}
+
+TEST_F(ZordchdHubClusterChaosTest, TheHubHasEachRowThatWasAcknowledgedOnce) {
+  expectEachRowOnce();
 }
 
 }  // namespace

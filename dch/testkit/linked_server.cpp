@@ -13,16 +13,28 @@ namespace {
 
 constexpr std::chrono::seconds longestTakeoff{60};
 
-std::string configurationOf(const std::string& site, const TcpGate& gate,
+using Gates = std::vector<std::unique_ptr<TcpGate>>;
+
+Gates gatesTo(const std::vector<int>& ports) {
+  Gates gates;
+  for (const int port : ports) gates.push_back(std::make_unique<TcpGate>(port));
+  return gates;
+}
+
+std::string configurationOf(const std::string& site, const Gates& gates,
                             LinkedServer::Keeps keeps) {
-  return "[link]\nservers = ['" + gate.natsUrl() + "']\nsite = '" + site + "'\n" +
+  std::string servers;
+  for (const auto& each : gates) servers += "'" + each->natsUrl() + "', ";
+  return "[link]\nservers = [" + servers + "]\nsite = '" + site + "'\n" +
          (keeps == LinkedServer::Keeps::rowsOfAllSites ? "store_remote = true\n" : "");
 }
 
 }  // namespace
 
-LinkedServer::LinkedServer(const std::string& site, int natsPort, Keeps keeps)
-    : _site(site), _gate(natsPort), _configuration(configurationOf(site, _gate, keeps)) {}
+LinkedServer::LinkedServer(const std::string& site, const std::vector<int>& natsPorts, Keeps keeps)
+    : _site(site),
+      _gates(gatesTo(natsPorts)),
+      _configuration(configurationOf(site, _gates, keeps)) {}
 
 // Another test's server may have the port for a moment.
 void LinkedServer::begin() {

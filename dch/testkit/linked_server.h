@@ -3,8 +3,11 @@
 #ifndef DCH_TESTKIT_LINKED_SERVER_H
 #define DCH_TESTKIT_LINKED_SERVER_H
 
+#include <cstddef>
+#include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "dch/testkit/numbered_sender.h"
 #include "dch/testkit/server_process.h"
@@ -13,13 +16,16 @@
 
 namespace dch::testkit {
 
-// Its state file, its port and its gate to the NATS server are the same in all its lives. It does
-// not run before it begins.
+// Its state file, its port and its gates, one to each NATS server, are the same in all its lives.
+// It does not run before it begins.
 class LinkedServer {
  public:
   enum class Keeps { itsOwnRows, rowsOfAllSites };
 
-  LinkedServer(const std::string& site, int natsPort, Keeps keeps = Keeps::itsOwnRows);
+  LinkedServer(const std::string& site, const std::vector<int>& natsPorts,
+               Keeps keeps = Keeps::itsOwnRows);
+  LinkedServer(const std::string& site, int natsPort, Keeps keeps = Keeps::itsOwnRows)
+      : LinkedServer(site, std::vector{natsPort}, keeps) {}
 
   // Throws std::runtime_error, with what it wrote, when it does not begin in time.
   void begin();
@@ -37,7 +43,7 @@ class LinkedServer {
   ServerProcess& process() { return *_process; }
   int port() const { return _port; }
   const Lives& lives() const { return _lives; }
-  TcpGate& gate() { return _gate; }
+  TcpGate& gate(std::size_t natsServer = 0) { return *_gates[natsServer]; }
 
  private:
   void signal(int number) const;
@@ -46,7 +52,7 @@ class LinkedServer {
   const TemporaryFolder _folder;
   const std::string _path = _folder.path() + "/state.db";
   const TemporaryFile _actions{actionsOfSenders};
-  TcpGate _gate;
+  const std::vector<std::unique_ptr<TcpGate>> _gates;
   const TemporaryFile _configuration;
   int _port = 0;
   Lives _lives{0};

@@ -25,17 +25,22 @@ NatsServer::NatsServer(Settings settings) : _settings(std::move(settings)) {
 void NatsServer::start() {
   _process = std::make_unique<Process>(
       NATS_SERVER_PATH, Process::Arguments{"--config", _folder.path() + "/configuration"});
-  if (!waitUntil([this] { return (_port = servedPort()) != 0; }, std::chrono::seconds(60)))
+  if (!waitUntil([this] { return readPorts(); }, std::chrono::seconds(60)))
     throw std::runtime_error("the NATS server does not serve: " + log());
 }
 
-// It writes the addresses into a file of its own when it serves; 0 until then.
-int NatsServer::servedPort() const {
+// It writes the addresses into a file of its own when it serves.
+bool NatsServer::readPorts() {
   std::ifstream file(_folder.path() + "/nats-server_" + std::to_string(_process->id()) + ".ports");
   const nlohmann::json addresses = nlohmann::json::parse(file, nullptr, false);
-  if (addresses.is_discarded()) return 0;
-  const std::string address = addresses.at("nats").at(0);
-  return std::stoi(address.substr(address.rfind(':') + 1));
+  if (addresses.is_discarded()) return false;
+  const auto portOf = [&](const char* kind) {
+    const std::string address = addresses.at(kind).at(0);
+    return std::stoi(address.substr(address.rfind(':') + 1));
+  };
+  _port = portOf("nats");
+  if (addresses.contains("cluster")) _clusterPort = portOf("cluster");
+  return true;
 }
 
 void NatsServer::stop() const {

@@ -24,6 +24,8 @@ class NatsServer {
 
   // Another one after each start.
   int port() const { return _port; }
+  // Of one that has a cluster among its settings: where the other nodes connect.
+  int clusterPort() const { return _clusterPort; }
   std::string url() const { return "nats://127.0.0.1:" + std::to_string(_port); }
   std::string tlsUrl() const { return "tls://127.0.0.1:" + std::to_string(_port); }
 
@@ -42,12 +44,13 @@ class NatsServer {
  private:
   void end();
   void start();
-  int servedPort() const;
+  bool readPorts();
 
   const Settings _settings;
   const TemporaryFolder _folder;
   std::unique_ptr<Process> _process;
   int _port = 0;
+  int _clusterPort = 0;
 };
 
 }  // namespace dch::testkit
