@@ -10,6 +10,7 @@
 #include "bench/row_exchanges.h"
 #include "bench/worker.h"
 #include "dch/clock.h"
+#include "dch/store/sqlite.h"
 #include "dch/store/sqlite_store.h"
 #include "dch/testkit/error_log.h"
 #include "dch/testkit/messages.h"
@@ -117,6 +118,13 @@ void KeptState::fill(int sources, int rows) const {
 
 void KeptState::fillNumbers(int sources, int numbers, int rows) const {
   fillIn([=](const std::string& path) { fillFileWithNumbers(path, sources, numbers, rows); });
+}
+
+std::int64_t KeptState::number(const std::string& query) const try {
+  dch::sqlite::Connection connection(path(), nullptr, dch::sqlite::Access::read);
+  return dch::sqlite::queryNumber(connection, query);
+} catch (const dch::sqlite::Error&) {
+  return 0;
 }
 
 void KeptState::fillIn(const std::function<void(const std::string&)>& work) const {

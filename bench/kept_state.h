@@ -2,6 +2,7 @@
 #ifndef BENCH_KEPT_STATE_H
 #define BENCH_KEPT_STATE_H
 
+#include <cstdint>
 #include <functional>
 #include <string>
 
@@ -25,6 +26,9 @@ class KeptState {
   // The same with sources "host1" and on of "NUMBERS", in whose rows there are that many numbers; a
   // row comes each second, of the sources in turn, the newest one now.
   void fillNumbers(int sources, int numbers, int rows) const;
+
+  // The number that a query gives; 0 when it gives none, as long as what it asks for is not there.
+  std::int64_t number(const std::string& query) const;
 
  private:
   void fillIn(const std::function<void(const std::string& path)>& work) const;

@@ -1,13 +1,16 @@
 // What the link costs: the rows of 64 providers that a server keeps while it publishes them,
-// against one that is linked with nobody; and how fast rows come from a file into the stream,
-// against a program that does nothing but publish as many bytes.
+// against one that is linked with nobody; and how fast rows come from a file into the stream, and
+// from there into the file of a hub, against a program that does nothing but publish as many bytes.
 //   link_bench [ROUNDS]
 #include <nats/nats.h>
 #include <signal.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -65,8 +68,8 @@ class Streams {
     require(js_DeleteStream(_streams, name, nullptr, nullptr));
   }
 
-  std::string linkSettings() const {
-    return "[link]\nservers = [\"" + _server.url() + "\"]\nsite = \"bench\"\n";
+  std::string linkSettings(const std::string& site = "bench") const {
+    return "[link]\nservers = [\"" + _server.url() + "\"]\nsite = \"" + site + "\"\n";
   }
 
  private:
@@ -75,23 +78,47 @@ class Streams {
   jsCtx* _streams = nullptr;
 };
 
-// Rows a second from when the first one is in the stream until all are.
-double rateInto(const Streams& streams, const char* stream, std::uint64_t all) {
+// Rows a second from when the first one is there until all are.
+double rateUntil(std::uint64_t all, const std::function<std::uint64_t()>& count) {
   constexpr std::chrono::milliseconds pause{2};
   std::uint64_t first = 0;
-  while ((first = streams.messagesIn(stream)) == 0) std::this_thread::sleep_for(pause);
+  while ((first = count()) == 0) std::this_thread::sleep_for(pause);
   const auto start = Clock::now();
-  while (streams.messagesIn(stream) < all) std::this_thread::sleep_for(pause);
+  while (count() < all) std::this_thread::sleep_for(pause);
   const std::chrono::duration<double> time = Clock::now() - start;
   return static_cast<double>(all - first) / time.count();
+}
+
+double rateInto(const Streams& streams, const char* stream) {
+  return rateUntil(rowsOfFile, [&] { return streams.messagesIn(stream); });
 }
 
 double rateOfLink(const Streams& streams) {
   const KeptState state(streams.linkSettings());
   state.fill(1, rowsOfFile);
   ServerProcess server(state.serverArguments());
-  const double rate = rateInto(streams, "ZORD_ROWS", rowsOfFile);
+  const double rate = rateInto(streams, "ZORD_ROWS");
   server.stop(SIGTERM);
+  streams.removeStream("ZORD_ROWS");
+  return rate;
+}
+
+// While the site publishes them.
+double rateOfHub(const Streams& streams) {
+  const KeptState ofSite(streams.linkSettings());
+  ofSite.fill(1, rowsOfFile);
+  const std::int64_t last = ofSite.number("SELECT max(number) FROM rows_1");
+  const KeptState ofHub(streams.linkSettings("hub") + "store_remote = true\n");
+  ServerProcess hub(ofHub.serverArguments());
+  ServerProcess site(ofSite.serverArguments());
+  const double rate = rateUntil(rowsOfFile, [&] {
+    const std::int64_t known = ofHub.number("SELECT max(number) FROM remote_epochs");
+    return static_cast<std::uint64_t>(std::max<std::int64_t>(known - last + rowsOfFile, 0));
+  });
+  if (ofHub.number("SELECT count(*) FROM remote_rows_1") != rowsOfFile)
+    throw std::runtime_error("the hub has not the rows of the site");
+  site.stop(SIGTERM);
+  hub.stop(SIGTERM);
   streams.removeStream("ZORD_ROWS");
   return rate;
 }
@@ -129,7 +156,7 @@ void publishAll(const std::string& url) {
 double rateOfPublishing(const Streams& streams) {
   streams.makeStream("BARE", "bare.>");
   Worker publisher([&] { publishAll(streams.url()); });
-  const double rate = rateInto(streams, "BARE", rowsOfFile);
+  const double rate = rateInto(streams, "BARE");
   if (!publisher.succeeded()) throw std::runtime_error("publishing failed");
   streams.removeStream("BARE");
   return rate;
@@ -173,16 +200,21 @@ void measureProviders(const Streams& streams, int rounds) {
 }
 
 void measureCatchingUp(const Streams& streams, int rounds) {
-  std::vector<double> rates, ratios;
+  std::vector<double> rates, ratios, hubRates, hubRatios;
   for (int round = 0; round < rounds; ++round) {
     const double bare = rateOfPublishing(streams);
     rates.push_back(rateOfLink(streams));
     ratios.push_back(rates.back() / bare);
-    std::printf("publishing: %.0f rows/s from a file, %.0f messages/s alone\n", rates.back(), bare);
+    hubRates.push_back(rateOfHub(streams));
+    hubRatios.push_back(hubRates.back() / bare);
+    std::printf("publishing: %.0f rows/s from a file, %.0f into a hub, %.0f messages/s alone\n",
+                rates.back(), hubRates.back(), bare);
     std::fflush(stdout);
   }
   printFigure("rows/s from a file into the stream", median(rates));
   printFigure("rows/s from a file into the stream / publishing alone", median(ratios));
+  printFigure("rows/s from a site into a hub", median(hubRates));
+  printFigure("rows/s from a site into a hub / publishing alone", median(hubRatios));
 }
 
 }  // namespace
