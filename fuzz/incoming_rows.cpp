@@ -1,6 +1,7 @@
 // What a hub keeps of the rows of a site, through a stream and a network that lose, double and
 // reorder, with a site whose file goes back to older states, loses its oldest rows and is cloned,
-// and a hub that dies: in the end it has each row that is to be had once, and rests.
+// and whose clones all answer until one is left, and a hub that dies: in the end it has each row
+// that is to be had once, and rests.
 #include <algorithm>
 #include <deque>
 #include <iterator>
@@ -91,6 +92,7 @@ class Run {
   unsigned _runs = 0;
   std::vector<Site> _sites;
   std::size_t _answering = 0;
+  bool _isAlone = true;  // all others are gone, or stand aside
   std::set<Key> _written;
   std::vector<RowHeader> _onTheWay;  // to the stream
   std::map<std::uint64_t, RowHeader> _stream;
@@ -107,7 +109,8 @@ class Run {
   bool _isLooking = false;      // the hub relies on what it has read of the stream
   bool _canHaveGaps = false;
   std::set<Key> _notInFile;    // that the answer was made of
-  std::set<Key> _neverToldOf;  // when a site was asked its file did not have them
+  bool _isAnswerOfOne = true;  // that was alone then
+  std::set<Key> _neverToldOf;  // when one that was alone was asked its file did not have them
 };
 
 void Run::step() {
@@ -196,8 +199,10 @@ void Run::removeOldest() {
 
 void Run::cloneOrSwitch() {
   _canHaveGaps = true;
-  if (_sites.size() == 3) {
-    _answering = _input.takeByte() % _sites.size();
+  const unsigned choice = _input.takeByte();
+  _isAlone = choice % 4 == 0;
+  if (_sites.size() == 3 || choice >= 0x80) {
+    _answering = (choice >> 2) % _sites.size();
     return;
   }
   _sites.push_back(answering());
@@ -295,6 +300,8 @@ bool Run::fetchIfQuiet() {
 }
 
 void Run::makeAnswer() {
+  if (!_isAlone) _answering = _input.takeByte() % _sites.size();
+  _isAnswerOfOne = _isAlone;
   _answer = answering().answer(*_request, _mostFetched);
   _notInFile.clear();
   for (const Key& each : _written)
@@ -303,7 +310,8 @@ void Run::makeAnswer() {
 
 void Run::endFetch(bool isAnswered) {
   if (isAnswered) {
-    if (_hub->fetchEnded(_answer->end)) _neverToldOf.insert(_notInFile.begin(), _notInFile.end());
+    const bool isGood = _hub->fetchEnded(_answer->end, _isAnswerOfOne);
+    if (isGood && _isAnswerOfOne) _neverToldOf.insert(_notInFile.begin(), _notInFile.end());
   } else {
     if (_answer) _late.insert(_late.end(), _answer->rows.begin(), _answer->rows.end());
     _hub->fetchFailed();
@@ -377,6 +385,7 @@ bool Run::workOnce() {
 void Run::beQuiet() {
   for (const RowHeader& each : _onTheWay) add(each);
   _onTheWay.clear();
+  _isAlone = true;
   if (_reread) _hub->rereadFailed();
   if (_request) endFetch(false);
   // Each row may be the only one behind a hole, which takes two readings and a request, or two.

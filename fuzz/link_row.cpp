@@ -54,9 +54,9 @@ bool isFetchRequest(std::string_view text) {
 
 bool isFetchEnd(std::string_view text) {
   const auto fields = split(text, ' ');
-  return fields.size() == 5 && fields[0] == "1" && isEpoch(fields[1]) &&
+  return fields.size() == 6 && fields[0] == "1" && isEpoch(fields[1]) &&
          isNumber(fields[2], most64) && isCount(fields[3], mostUnsigned) &&
-         (fields[4] == "all" || fields[4] == "more");
+         (fields[4] == "all" || fields[4] == "more") && isEpoch(fields[5]);
 }
 
 void checkAsFetch(std::string_view text) {
@@ -111,7 +111,8 @@ void checkAsFetchOf(fuzz::Input input) {
   fuzz::require(dch::parseFetchRequest(request) == names, "a request leads back");
   const dch::FetchEnd end{{takeEpoch(&input), take<std::int64_t>(&input)},
                           take<std::uint64_t>(&input),
-                          (input.takeByte() & 1) != 0};
+                          (input.takeByte() & 1) != 0,
+                          takeEpoch(&input)};
   fuzz::require(isFetchEnd(dch::fetchEndText(end)), "an end as it is to be");
   fuzz::require(dch::parseFetchEnd(dch::fetchEndText(end)) == end, "an end leads back");
 }

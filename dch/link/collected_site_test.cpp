@@ -88,7 +88,7 @@ TEST(CollectedSiteTest, SaysFromWhereOnRowsWerePassedOverWithoutRows) {
 TEST(CollectedSiteTest, SaysThatNothingIsPassedOverAnyMore) {
   CollectedSite site("west", {{name(2)}, 40});
   site.rows.beginFetch();
-  ASSERT_TRUE(site.rows.fetchEnded({name(2), 0, true}));
+  ASSERT_TRUE(site.rows.fetchEnded({name(2), 0, true}, true));
   ASSERT_EQ(site.rows.beginReread(), 40u);
   site.rows.rereadEnded();
   const RemoteRows taken = site.takeUnkept().value();

@@ -36,6 +36,7 @@ TEST_F(CollectorRightsTest, ToReadTheStreamAndToAskTheSitesIsEnough) {
   west.setScript([&](const Question& question) { return west.fileAnswer(question, 3); });
   west.publish({1, 3, 6});
   collect(LinkUser{"hub", "hub"});
+  sayIsAlone("west", west.nameOf(1).epoch);
   ASSERT_TRUE(waitUntilKept("west", 4));
   EXPECT_THAT(kept("west"), ElementsAre("row 1", "row 2", "row 3", "row 6"));
   EXPECT_TRUE(waitUntil([&] { return figures().rowsAfterGaps == 1; }, linkPatience));

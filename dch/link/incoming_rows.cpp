@@ -89,16 +89,18 @@ std::vector<RowName> IncomingRows::beginFetch() {
   return {_state.have.begin(), _state.have.begin() + static_cast<std::ptrdiff_t>(count)};
 }
 
-bool IncomingRows::fetchEnded(const FetchEnd& end) {
+bool IncomingRows::fetchEnded(const FetchEnd& end, bool isAlone) {
   if (_phase != Phase::fetching) return false;
   if (_isRowMissing || _rowsFetched != end.rows) {
     fetchFailed();
     return false;
   }
-  if (_toldBelow == all && !end.isAll)
+  if (_toldBelow == all && !end.isAll) {
     _phase = Phase::toFetch;
-  else
-    _phase = _state.passedFrom ? Phase::toReread : Phase::following;
+    return true;
+  }
+  if (!isAlone) _toldBelow = 0;
+  readAgainIfUseful(isAlone);
   return true;
 }
 
@@ -106,10 +108,14 @@ bool IncomingRows::fetchEnded(const FetchEnd& end) {
 void IncomingRows::fetchFailed() {
   if (_phase != Phase::fetching) return;
   _toldBelow = 0;
+  readAgainIfUseful(false);
+}
+
+void IncomingRows::readAgainIfUseful(bool mayTakeAcross) {
   if (!_state.passedFrom)
     _phase = Phase::following;
   else
-    _phase = _hasKept ? Phase::toReread : Phase::toFetch;
+    _phase = mayTakeAcross || _hasKept ? Phase::toReread : Phase::toFetch;
 }
 
 std::uint64_t IncomingRows::beginReread() {

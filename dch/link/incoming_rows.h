@@ -22,7 +22,8 @@ namespace dch {
 // A row is kept when all before it is known. What comes from the stream behind a hole is passed
 // over, and stays there. Then the site is asked for what it has, and the stream is read again, up
 // to its end. What is in neither is nowhere to be had: another reading takes the rows behind that
-// hole. The site has to answer for that; until then nothing is taken across a hole.
+// hole. The site has to answer for that; until then nothing is taken across a hole. While there are
+// several servers of its name, none of them knows what the files of the others have.
 //
 // The site tells what is in its file now. Between two rows that it tells one after the other there
 // may have been some that it has removed since, and these may still be in the stream. So a row that
@@ -61,8 +62,9 @@ class IncomingRows {
   // wanted or under way, and the first reader is at the stream's end. A request is under way until
   // its end, or failure.
   std::vector<RowName> beginFetch();
-  // Returns whether the answer was good; if not, this was fetchFailed().
-  bool fetchEnded(const FetchEnd& end);
+  // `isAlone`: there is no other server of the site's name than that which has answered. Returns
+  // whether the answer was good; if not, this was fetchFailed().
+  bool fetchEnded(const FetchEnd& end, bool isAlone);
   // There was no end of an answer, or not in time. The next request is to come after a pause.
   void fetchFailed();
 
@@ -91,6 +93,7 @@ class IncomingRows {
   bool fits(const RowHeader& row) const { return knows(row.previous); }
   bool mayLeaveOut(const RowHeader& row) const;
   bool mayTakeAcross(const RowName& name) const;
+  void readAgainIfUseful(bool mayTakeAcross);
   bool isNextAcross(const RowName& name);
   bool keep(const RowName& name);
   void setKnown(const RowName& name);

@@ -33,13 +33,14 @@ class IncomingRowsTest : public testing::Test {
   }
 
   // The site answers what it was asked. Returns which of these rows were to be kept.
-  std::vector<std::int64_t> fetch(const std::vector<RowHeader>& rows, bool isAll = true) {
+  std::vector<std::int64_t> fetch(const std::vector<RowHeader>& rows, bool isAll = true,
+                                  bool isAlone = true) {
     EXPECT_NE(Wants::reread, _rows.wants());
     _rows.beginFetch();
     std::vector<std::int64_t> kept;
     for (const RowHeader& each : rows)
       if (_rows.fetched(each)) kept.push_back(each.name.number);
-    EXPECT_TRUE(_rows.fetchEnded({{}, rows.size(), isAll}));
+    EXPECT_TRUE(_rows.fetchEnded({{}, rows.size(), isAll}, isAlone));
     return kept;
   }
 
@@ -144,12 +145,12 @@ TEST_F(IncomingRowsTest, AsksAgainWhenAFetchedRowWasLost) {
   _rows.beginFetch();
   EXPECT_TRUE(_rows.fetched(row(2)));
   EXPECT_FALSE(_rows.fetched(row(4)));
-  EXPECT_FALSE(_rows.fetchEnded({{}, 2, true})) << "what it says and what came do not fit";
+  EXPECT_FALSE(_rows.fetchEnded({{}, 2, true}, true)) << "what it says and what came do not fit";
   reread({row(5)});
   EXPECT_EQ(Wants::fetch, _rows.wants());
   _rows.beginFetch();
   EXPECT_TRUE(_rows.fetched(row(3)));
-  EXPECT_FALSE(_rows.fetchEnded({{}, 2, true})) << "the last one was lost";
+  EXPECT_FALSE(_rows.fetchEnded({{}, 2, true}, true)) << "the last one was lost";
   reread({row(5)});
   EXPECT_EQ(Numbers{4}, fetch({row(4)}));
   EXPECT_EQ(Numbers{5}, reread({row(5)}));
@@ -227,12 +228,35 @@ TEST_F(IncomingRowsTest, ReadsTheStreamToItsEndAfterEachAnswerBeforeItTakesAcros
   EXPECT_EQ(2U, _rows.gaps());
 }
 
+// What one of two servers of a name has not the other may have.
+TEST_F(IncomingRowsTest, TakesNothingAcrossAHoleOnTheWordOfOneOfTwo) {
+  read({1, 3});
+  EXPECT_EQ(Numbers(), fetch({}, true, false));
+  EXPECT_EQ(Numbers(), reread({row(3)})) << "the stream may have what was missing";
+  EXPECT_EQ(Numbers(), fetch({}, true, false));
+  EXPECT_EQ(Wants::fetch, _rows.wants()) << "nothing has changed in the stream";
+  EXPECT_EQ(Numbers{2}, fetch({row(2)}, true, false)) << "the other one has answered";
+  EXPECT_EQ(Numbers{3}, reread({row(3)}));
+  EXPECT_EQ(Wants::nothing, _rows.wants());
+  EXPECT_EQ(0U, _rows.gaps());
+}
+
+TEST_F(IncomingRowsTest, TakesRowsAcrossAHoleWhenOneOfTwoIsLeft) {
+  read({1, 3});
+  fetch({}, true, false);
+  reread({row(3)});
+  fetch({});
+  reread({row(3)});
+  EXPECT_EQ(Numbers{3}, reread({row(3)}));
+  EXPECT_EQ(1U, _rows.gaps());
+}
+
 TEST_F(IncomingRowsTest, TakesNothingAcrossAHoleThatIsNewerThanTheAnswer) {
   read({1, 3});
   _rows.beginFetch();
   read({5});
   _rows.fetched(row(2));
-  EXPECT_TRUE(_rows.fetchEnded({{}, 1, true}));
+  EXPECT_TRUE(_rows.fetchEnded({{}, 1, true}, true));
   EXPECT_EQ(Numbers{3}, reread({row(3), row(5)}));
   EXPECT_EQ(Wants::fetch, _rows.wants());
   EXPECT_EQ(Numbers{4}, fetch({row(4)}));
@@ -373,7 +397,7 @@ TEST_F(IncomingRowsTest, FindsRowsOfMoreRunsThanItNotesBehindAHole) {
 TEST_F(IncomingRowsTest, TakesNoAnswerThatNobodyWaitsFor) {
   read({1, 3});
   EXPECT_FALSE(_rows.fetched(row(2)));
-  EXPECT_FALSE(_rows.fetchEnded({{}, 0, true}));
+  EXPECT_FALSE(_rows.fetchEnded({{}, 0, true}, true));
   EXPECT_EQ(Wants::fetch, _rows.wants());
   _rows.fetchFailed();
   EXPECT_EQ(Wants::fetch, _rows.wants());

@@ -52,6 +52,9 @@ constexpr char theHubsFile[] = "the file of the hub";
 std::string aboutSite(const std::string& site) {
   return "site " + site;
 }
+std::string aboutName(const std::string& site) {
+  return "the name " + site;
+}
 
 std::string_view bodyOf(const NatsMessage& message) {
   return {natsMsg_GetData(message.get()),
@@ -257,7 +260,7 @@ CollectedSite* RowCollector::siteOf(const std::string& name) {
 
 void RowCollector::setSites(std::shared_ptr<const std::vector<SiteState>> sites) noexcept {
   const std::lock_guard lock(_mutex);
-  _sitesThere.swap(sites);
+  _newSitesThere.swap(sites);
 }
 
 // One without a file has no rows. When there is no room for more of them their rows are refused,
@@ -266,11 +269,20 @@ void RowCollector::takeSites() {
   std::shared_ptr<const std::vector<SiteState>> sites;
   {
     const std::lock_guard lock(_mutex);
-    sites.swap(_sitesThere);
+    sites.swap(_newSitesThere);
   }
   if (sites == nullptr) return;
-  for (const SiteState& each : *sites)
+  _sitesThere = std::move(sites);
+  for (const SiteState& each : *_sitesThere)
     if (each.isReachable && each.newest) siteOf(each.name);
+}
+
+bool RowCollector::isAlone(const std::string& site, const Epoch& run) const {
+  if (_sitesThere == nullptr) return false;
+  const auto place = std::lower_bound(
+      _sitesThere->begin(), _sitesThere->end(), site,
+      [](const SiteState& each, const std::string& name) { return each.name < name; });
+  return place != _sitesThere->end() && place->name == site && place->run == run && place->isAlone;
 }
 
 void RowCollector::refuse(const std::string& why) {
@@ -283,7 +295,7 @@ void RowCollector::ask() {
     CollectedSite* const site = siteToAsk(Clock::now());
     if (site == nullptr) return;
     if (_boxes.empty()) _boxes.push_back(std::make_unique<AnswerBox>(*_connection));
-    _questions.emplace_back(*_connection, *site, std::move(_boxes.front()));
+    _questions.emplace_back(*_connection, *site, _isAlone, std::move(_boxes.front()));
     _boxes.pop_front();
   }
 }
@@ -338,13 +350,20 @@ void RowCollector::conclude(const SiteQuestion& question) {
   const bool isMissing = site.rows.wants() == IncomingRows::Wants::fetch;
   site.answers = question.answer() != Answer::none;
   // For more at once, unless it has none.
-  const bool isMoreThere = isGood && isMissing && question.rows() > 0;
+  const bool isMoreThere = isMissing && question.hasMore() && question.rows() > 0;
   site.nextQuestion = isMoreThere ? now : now + pauseOfQuestions;
   if (isGood) site.nextLook = now + pauseWhileQuiet;
   if (site.answers) site.lastHeard = now;
   if (!site.answers && isMissing)
     _log.tellOnce(aboutSite(site.name()),
                   "site " + site.name() + " does not answer, and rows of it are missing here");
+  if (isGood && isMissing && !question.hasMore())
+    _log.tellOnce(aboutName(site.name()),
+                  "rows of site " + site.name() +
+                      " are missing here, and the server that answers for it has them not; until "
+                      "it says on zord.alive that there is no other one of its name they are "
+                      "waited for");
+  if (isGood && !isMissing) _log.forget(aboutName(site.name()));
   if (isGood && _log.forget(aboutSite(site.name())))
     _log.tell("site " + site.name() + " answers again");
 }

@@ -67,7 +67,8 @@ class RowCollector {
   // thread.
   void setAside(bool isAside) noexcept { _isAside = isAside; }
 
-  // Sites that are there: those of which it has no row it asks for theirs. Any thread.
+  // What the other sites say of themselves, by name: those of which it has no row it asks for
+  // theirs, and rows that are missing it gives up on the word of a site that is alone. Any thread.
   void setSites(std::shared_ptr<const std::vector<SiteState>> sites) noexcept;
 
   // Collects nothing afterwards. Waits for nothing. Any thread.
@@ -102,6 +103,7 @@ class RowCollector {
   bool hasRoom() const;
   CollectedSite* siteOf(const std::string& name);
   void takeSites();
+  bool isAlone(const std::string& site, const Epoch& run) const;
   void keep(CollectedSite* site, const RowHeader& header, const RowSubject& subject,
             std::string_view message);
   void refuse(const std::string& why);
@@ -123,6 +125,10 @@ class RowCollector {
 
   // The thread's own.
   const std::function<StatePlaces()> _places;
+  const IsAlone _isAlone = [this](const std::string& site, const Epoch& run) {
+    return isAlone(site, run);
+  };
+  std::shared_ptr<const std::vector<SiteState>> _sitesThere;  // null: it knows of none
   bool _knowsStart = false;
   Sites _sites;
   std::unique_ptr<ServerConnection> _connection;
@@ -148,7 +154,7 @@ class RowCollector {
   RowHandover _handover;
   mutable std::mutex _mutex;
   CollectorFigures _figures;
-  std::shared_ptr<const std::vector<SiteState>> _sitesThere;  // that were not looked at yet
+  std::shared_ptr<const std::vector<SiteState>> _newSitesThere;  // that were not looked at yet
 
   std::thread _thread;
 };

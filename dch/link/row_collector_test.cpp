@@ -229,15 +229,32 @@ TEST_F(RowCollectorTest, RowsThatOnlyTheStreamHasAreTakenWhenTheSiteHasAnswered)
   ScriptedSite west(_nats.url(), "west");
   west.setScript([&](const Question&) {
     if (!isBack) return ScriptedSite::Answer{};
-    return ScriptedSite::Answer{.end = FetchEnd{west.nameOf(1), 0, true}};
+    return ScriptedSite::Answer{.end = FetchEnd{west.nameOf(1), 0, true, west.nameOf(1).epoch}};
   });
   west.publish({1, 3, 4});
   collect();
   ASSERT_TRUE(waitUntilKeeping([&] { return west.questions().size() >= 2; }));
   EXPECT_THAT(kept("west"), ElementsAre("row 1"));
+  sayIsAlone("west", west.nameOf(1).epoch);
   isBack = true;
   ASSERT_TRUE(waitUntilKept("west", 3));
   EXPECT_THAT(kept("west"), ElementsAre("row 1", "row 3", "row 4"));
+  EXPECT_TRUE(waitUntil([&] { return figures().rowsAfterGaps == 1; }, linkPatience));
+}
+
+// The other one of that name may have them.
+TEST_F(RowCollectorTest, RowsThatOneOfTwoServersHasNotAreWaitedFor) {
+  makeStream();
+  ScriptedSite west(_nats.url(), "west");
+  west.setScript([&](const Question&) {
+    return ScriptedSite::Answer{.end = FetchEnd{west.nameOf(1), 0, true, west.nameOf(1).epoch}};
+  });
+  west.publish({1, 3});
+  collect();
+  ASSERT_TRUE(waitUntilKeeping([&] { return west.questions().size() >= 3; }));
+  EXPECT_THAT(kept("west"), ElementsAre("row 1"));
+  sayIsAlone("west", west.nameOf(1).epoch);
+  ASSERT_TRUE(waitUntilKept("west", 2));
   EXPECT_TRUE(waitUntil([&] { return figures().rowsAfterGaps == 1; }, linkPatience));
 }
 
@@ -252,8 +269,9 @@ TEST_F(RowCollectorTest, RowsThatWerePassedOverAreTakenAfterARestart) {
   };
   ASSERT_TRUE(waitUntilKeeping(isKept));
   collect();
+  sayIsAlone("west", west.nameOf(1).epoch);
   west.setScript([&](const Question&) {
-    return ScriptedSite::Answer{.end = FetchEnd{west.nameOf(1), 0, true}};
+    return ScriptedSite::Answer{.end = FetchEnd{west.nameOf(1), 0, true, west.nameOf(1).epoch}};
   });
   ASSERT_TRUE(waitUntilKept("west", 2));
   EXPECT_THAT(kept("west"), ElementsAre("row 1", "row 3"));

@@ -54,7 +54,7 @@ std::optional<std::vector<RowName>> parseFetchRequest(std::string_view text) {
 
 std::string fetchEndText(const FetchEnd& end) {
   return std::string(endVersion) + ' ' + nameText(end.upTo) + ' ' + std::to_string(end.rows) + ' ' +
-         std::string(end.isAll ? all : more);
+         std::string(end.isAll ? all : more) + ' ' + epochText(end.run);
 }
 
 std::optional<FetchEnd> parseFetchEnd(std::string_view text) {
@@ -63,7 +63,10 @@ std::optional<FetchEnd> parseFetchEnd(std::string_view text) {
   const auto upTo = takeName(' ', &rest);
   if (!upTo) return std::nullopt;
   const auto rows = numberIn<std::uint64_t>(takeUpTo(' ', &rest));
-  const FetchEnd end{*upTo, rows, rest == all};
+  const bool isAll = takeUpTo(' ', &rest) == all;
+  const auto run = parseEpoch(rest);
+  if (!run) return std::nullopt;
+  const FetchEnd end{*upTo, rows, isAll, *run};
   if (fetchEndText(end) != text) return std::nullopt;
   return end;
 }

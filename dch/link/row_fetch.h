@@ -12,6 +12,7 @@
 #include <string_view>
 #include <vector>
 
+#include "dch/core/epoch.h"
 #include "dch/core/row_name.h"
 
 namespace dch {
@@ -32,11 +33,12 @@ struct FetchEnd {
   RowName upTo;            // the site has no other row that the asker did not have
   std::uint64_t rows = 0;  // that were sent: the asker may not have got them all
   bool isAll = false;      // else there are more at once, for another request
+  Epoch run{};             // of the server that says so: there may be two of that name
 
   friend bool operator==(const FetchEnd&, const FetchEnd&) = default;
 };
 
-// "1 EPOCH NUMBER ROWS all", or "more" in its place.
+// "1 EPOCH NUMBER ROWS all RUN", or "more" in the place of "all".
 std::string fetchEndText(const FetchEnd& end);
 
 // Takes any bytes. Nothing unless fetchEndText wrote them.

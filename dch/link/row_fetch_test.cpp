@@ -49,20 +49,25 @@ TEST(RowFetchTest, ARequestNamesSoManyEpochsAtMost) {
 }
 
 TEST(RowFetchTest, TheEndTellsHowFarAndHowManyAndWhetherThatIsAll) {
-  const FetchEnd all{nameOf(first, 17), 3, true};
-  EXPECT_EQ(fetchEndText(all), std::string("1 ") + first + " 17 3 all");
+  const FetchEnd all{nameOf(first, 17), 3, true, nameOf(second, 1).epoch};
+  EXPECT_EQ(fetchEndText(all), std::string("1 ") + first + " 17 3 all " + second);
   EXPECT_EQ(parseFetchEnd(fetchEndText(all)), all);
-  const FetchEnd more{nameOf(first, std::numeric_limits<std::int64_t>::max()), 1'024, false};
-  EXPECT_EQ(fetchEndText(more), std::string("1 ") + first + " 9223372036854775807 1024 more");
+  const FetchEnd more{nameOf(first, std::numeric_limits<std::int64_t>::max()), 1'024, false,
+                      all.run};
+  EXPECT_EQ(fetchEndText(more),
+            std::string("1 ") + first + " 9223372036854775807 1024 more " + second);
   EXPECT_EQ(parseFetchEnd(fetchEndText(more)), more);
 }
 
 TEST(RowFetchTest, NothingElseIsAnEnd) {
-  const std::string good = std::string("1 ") + first + " 17 3 all";
+  const std::string good = std::string("1 ") + first + " 17 3 all " + second;
   for (const std::string& text :
        {std::string(), good + " ", good.substr(1), "2" + good.substr(1), good.substr(0, 40),
-        std::string("1 ") + first + " 17 3 none", std::string("1 ") + first + " 17 -3 all",
-        std::string("1 ") + first + " 17 all", std::string("1 ") + first + " 017 3 all"})
+        std::string("1 ") + first + " 17 3 all", std::string("1 ") + first + " 17 3 all ",
+        std::string("1 ") + first + " 17 3 none " + second,
+        std::string("1 ") + first + " 17 -3 all " + second,
+        std::string("1 ") + first + " 17 all " + second,
+        std::string("1 ") + first + " 017 3 all " + second})
     EXPECT_FALSE(parseFetchEnd(text)) << text;
 }
 

@@ -17,8 +17,10 @@ std::string notUnderstood() {
 
 }  // namespace
 
-RowFetches::RowFetches(std::string site, ServerConnection& connection, RowsInOrder& rows)
+RowFetches::RowFetches(std::string site, const Epoch& run, ServerConnection& connection,
+                       RowsInOrder& rows)
     : _site(std::move(site)),
+      _run(run),
       _connection(connection),
       _rows(rows),
       _requests(connection.share(fetchSubject(_site))) {}
@@ -51,7 +53,7 @@ void RowFetches::answer(const std::string& asker, std::string_view request) {
                          {{"Zord-Row", row.header.c_str()}, {"Zord-Subject", row.subject.c_str()}},
                          row.message) == NATS_OK)
       ++sent;
-  sendLast(asker, "Zord-Fetched", fetchEndText({{pass.epoch, pass.upTo}, sent, !pass.isCut}));
+  sendLast(asker, "Zord-Fetched", fetchEndText({{pass.epoch, pass.upTo}, sent, !pass.isCut, _run}));
 }
 
 void RowFetches::sendLast(const std::string& asker, const char* header, const std::string& value) {

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "dch/core/epoch.h"
 #include "dch/link/nats.h"
 #include "dch/link/server_connection.h"
 #include "dch/store/rows_in_order.h"
@@ -18,8 +19,8 @@ namespace dch {
 // sentence. Of several sites of one name, as a clone is, one answers. One thread.
 class RowFetches {
  public:
-  // `connection` and `rows` outlive it. Throws LinkError.
-  RowFetches(std::string site, ServerConnection& connection, RowsInOrder& rows);
+  // `run`: of the server, as it says. `connection` and `rows` outlive it. Throws LinkError.
+  RowFetches(std::string site, const Epoch& run, ServerConnection& connection, RowsInOrder& rows);
 
   // Answers one request, if there is any: reads one pass of the file, and sends what is in it.
   // Returns whether there was one. Throws LinkError, NotPermitted when the user may not be asked,
@@ -31,6 +32,7 @@ class RowFetches {
   void sendLast(const std::string& asker, const char* header, const std::string& value);
 
   const std::string _site;
+  const Epoch _run;
   ServerConnection& _connection;
   RowsInOrder& _rows;
   const ServerConnection::Subscription _requests;

@@ -20,6 +20,8 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::SizeIs;
 
+const Epoch ownRun{{4, 2}};
+
 // A site "west" with a link, as its server has it.
 class RowFetchesTest : public StoreTest {
  protected:
@@ -37,7 +39,7 @@ class RowFetchesTest : public StoreTest {
     _publisher = std::make_unique<RowPublisher>(
         settings,
         KeptRowsSource{[this] { return _store->places(); },
-                       [this] { return _store->figures().position; }},
+                       [this] { return _store->figures().position; }, ownRun},
         _linkLog);
     ASSERT_TRUE(waitUntil([this] { return _publisher->figures().isConnected; }, linkPatience));
   }
@@ -75,7 +77,7 @@ TEST_F(RowFetchesTest, WhoHasNothingGetsAllRowsAsTheyAreInTheStream) {
     EXPECT_EQ(headerOf(fetched.rows[row]).name, headerOf(streamed[row]).name);
     EXPECT_EQ(headerOf(fetched.rows[row]).source, "host1");
   }
-  EXPECT_EQ(fetched.end, (FetchEnd{headerOf(streamed[2]).name, 3, true}));
+  EXPECT_EQ(fetched.end, (FetchEnd{headerOf(streamed[2]).name, 3, true, ownRun}));
 }
 
 TEST_F(RowFetchesTest, OthersGetWhatIsBehindThatWhichTheyHave) {
@@ -92,7 +94,7 @@ TEST_F(RowFetchesTest, WhoHasAllIsToldHowFarThatIs) {
   const FetchEnd end = fetch().end.value();
   const FetchedRows fetched = fetch({end.upTo});
   EXPECT_THAT(fetched.rows, SizeIs(0));
-  EXPECT_EQ(fetched.end, (FetchEnd{end.upTo, 0, true}));
+  EXPECT_EQ(fetched.end, (FetchEnd{end.upTo, 0, true, ownRun}));
 }
 
 TEST_F(RowFetchesTest, ManyRowsComeInPartsThatJoin) {

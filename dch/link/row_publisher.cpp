@@ -114,7 +114,7 @@ void RowPublisher::findStart() {
 void RowPublisher::connect() {
   auto stream = std::make_unique<RowStream>(_settings, server());
   if (_stop.isSet()) return;  // it may have taken any time
-  _fetches = std::make_unique<RowFetches>(_settings.site, stream->connection(), _rows);
+  _fetches = std::make_unique<RowFetches>(_settings.site, _source.run, stream->connection(), _rows);
   _stream = std::move(stream);
   _lastTaken = _connectedSince = Clock::now();
   _isGood = false;

@@ -29,8 +29,9 @@ const char* headerOf(natsMsg* message, const char* name) {
 }  // namespace
 
 SiteQuestion::SiteQuestion(ServerConnection& connection, CollectedSite& site,
-                           std::unique_ptr<AnswerBox> box)
+                           const IsAlone& isAlone, std::unique_ptr<AnswerBox> box)
     : _site(site),
+      _isAlone(isAlone),
       _box(std::move(box)),
       _latest(Clock::now() + longestAnswer),
       _patientUntil(Clock::now() + patienceWithAnswer) {
@@ -67,7 +68,9 @@ std::optional<SiteQuestion::Row> SiteQuestion::take(NatsMessage message) {
   _patientUntil = Clock::now() + patienceWithAnswer;
   if (const char* const text = headerOf(message.get(), "Zord-Fetched")) {
     const auto told = parseFetchEnd(text);
-    end(told && _site.rows.fetchEnded(*told) ? Answer::good : Answer::bad);
+    const bool isGood = told && _site.rows.fetchEnded(*told, _isAlone(_site.name(), told->run));
+    _hasMore = isGood && !told->isAll;
+    end(isGood ? Answer::good : Answer::bad);
     return std::nullopt;
   }
   const char* const headerText = headerOf(message.get(), "Zord-Row");

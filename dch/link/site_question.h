@@ -5,10 +5,13 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
+#include <string>
 #include <utility>
 
+#include "dch/core/epoch.h"
 #include "dch/link/answer_box.h"
 #include "dch/link/collected_site.h"
 #include "dch/link/nats.h"
@@ -18,12 +21,17 @@
 
 namespace dch {
 
+// Whether the server of that run is known as the only one of the site's name: what it has not is
+// nowhere to be had.
+using IsAlone = std::function<bool(const std::string& site, const Epoch& run)>;
+
 // One thread.
 class SiteQuestion {
  public:
-  // Sends it. `site` is busy with it until its end; both outlive it. The answer comes to `box`.
-  // Throws LinkError.
-  SiteQuestion(ServerConnection& connection, CollectedSite& site, std::unique_ptr<AnswerBox> box);
+  // Sends it. `site` is busy with it until its end; it, `isAlone` and `connection` outlive this.
+  // The answer comes to `box`. Throws LinkError.
+  SiteQuestion(ServerConnection& connection, CollectedSite& site, const IsAlone& isAlone,
+               std::unique_ptr<AnswerBox> box);
   // Gives it up if it is still under way.
   ~SiteQuestion();
   SiteQuestion(const SiteQuestion&) = delete;
@@ -42,6 +50,8 @@ class SiteQuestion {
   // what it says is no answer.
   enum class Answer { underWay, none, bad, good };
   Answer answer() const { return _answer; }
+  // The answer is good, and there are more rows than it had.
+  bool hasMore() const { return _hasMore; }
   // Of the answer so far, those among them that are known.
   std::uint64_t rows() const { return _rows; }
   CollectedSite& site() const { return _site; }
@@ -55,8 +65,10 @@ class SiteQuestion {
   void end(Answer answer);
 
   CollectedSite& _site;
+  const IsAlone& _isAlone;
   std::unique_ptr<AnswerBox> _box;
   Answer _answer = Answer::underWay;
+  bool _hasMore = false;
   Clock::time_point _latest;
   Clock::time_point _patientUntil;
   std::uint64_t _rows = 0;

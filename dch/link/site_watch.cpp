@@ -52,7 +52,7 @@ SiteWatch::Heard SiteWatch::heard(const std::string& site, const AliveMessage& m
   if (site == _ownSite) return heardOfThisName(message);
   auto place = _sites.find(site);
   if (message.state == State::aside) {
-    if (place != _sites.end()) place->second.aloneFrom = now + aloneAfter;
+    if (place != _sites.end()) place->second.aloneFrom = now + place->second.term;
     return Heard::aside;
   }
   const bool isUnknown = place == _sites.end();
@@ -80,11 +80,11 @@ SiteWatch::Heard SiteWatch::take(Site& site, const AliveMessage& message) {
   runs.insert(runs.begin(), {message.run, message.count});
   if (runs.size() > mostRuns) runs.pop_back();
   if (heard == Heard::isBack) site.since = _now;
-  if (heard != Heard::known || message.hears) site.aloneFrom = _now + aloneAfter;
   site.isReachable = true;
   site.isStopping = message.state == State::stopping;
   site.heardAt = _now;
   site.term = termOf(message.period);
+  if (heard != Heard::known || message.hears) site.aloneFrom = _now + site.term;
   site.newest = message.newest;
   site.published = message.published;
   return heard;
@@ -116,7 +116,7 @@ std::vector<std::string> SiteWatch::fallenSilent(TimePoint now, bool isConnected
 }
 
 bool SiteWatch::isAlone(const Site& site) const {
-  return site.isReachable && _now >= std::max(site.aloneFrom, _listeningSince + aloneAfter);
+  return site.isReachable && _now >= std::max(site.aloneFrom, _listeningSince + site.term);
 }
 
 bool SiteWatch::isAlone(std::string_view site) const {

@@ -36,8 +36,6 @@ class SiteWatch {
 
   static constexpr std::size_t mostSites = 10'000;
   static constexpr std::chrono::seconds silentAfter{15};
-  // So long nothing has to speak against a site's being one server alone.
-  static constexpr std::chrono::seconds aloneAfter{60};
 
   SiteWatch(std::string ownSite, const Epoch& ownRun);
 
@@ -73,7 +71,8 @@ class SiteWatch {
   // at most.
   bool mustSpeakNow(TimePoint now);
 
-  // Whether no server of that name has heard another one for aloneAfter, while the site was heard.
+  // Whether it was heard for so long as it takes to be silent, of one run, and no server of that
+  // name has heard another one meanwhile: another one would be silent by now.
   // As of the last call that had a time. Of a site that is not known: false.
   bool isAlone(std::string_view site) const;
   // The other sites, by name.

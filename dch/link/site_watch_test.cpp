@@ -268,9 +268,9 @@ class AloneTest : public SiteWatchTest {
   }
 };
 
-TEST_F(AloneTest, IsAloneWhenNothingSpokeAgainstItForAMinute) {
+TEST_F(AloneTest, IsAloneWhenNothingSpokeAgainstItForATerm) {
   hear("east", message(1));
-  hearFor(seconds(59));
+  hearFor(seconds(14));
   EXPECT_FALSE(watch.isAlone("east"));
   EXPECT_FALSE(watch.states()[0].isAlone);
   hearFor(seconds(1));
@@ -278,48 +278,48 @@ TEST_F(AloneTest, IsAloneWhenNothingSpokeAgainstItForAMinute) {
   EXPECT_TRUE(watch.states()[0].isAlone);
 }
 
-TEST_F(AloneTest, IsNotAloneForAMinuteAfterItHeardAnother) {
-  hearFor(seconds(60));
+TEST_F(AloneTest, IsNotAloneForATermAfterItHeardAnother) {
+  hearFor(seconds(15));
   AliveMessage said = message(1);
   said.hears = runOf(2);
   hear("east", said);
   EXPECT_FALSE(watch.isAlone("east"));
-  hearFor(seconds(59));
+  hearFor(seconds(14));
   EXPECT_FALSE(watch.isAlone("east"));
   hearFor(seconds(1));
   EXPECT_TRUE(watch.isAlone("east"));
 }
 
 TEST_F(AloneTest, IsNotAloneWhenAnotherServerIsHeard) {
-  hearFor(seconds(60));
+  hearFor(seconds(15));
   hear("east", message(2));
   EXPECT_FALSE(watch.isAlone("east"));
-  hearFor(seconds(60));
+  hearFor(seconds(15));
   ASSERT_TRUE(watch.isAlone("east"));
   EXPECT_EQ(hear("east", message(2, State::aside)), Heard::aside);
   EXPECT_FALSE(watch.isAlone("east"));
 }
 
 TEST_F(AloneTest, IsNotAloneWhileItIsSilent) {
-  hearFor(seconds(60));
+  hearFor(seconds(15));
   pass(seconds(15));
   EXPECT_FALSE(watch.isAlone("east"));
   hear("east", message(1));
   EXPECT_FALSE(watch.isAlone("east"));
-  hearFor(seconds(60));
+  hearFor(seconds(15));
   EXPECT_TRUE(watch.isAlone("east"));
 }
 
 TEST_F(AloneTest, NobodyIsKnownToBeAloneByOneWhoStoodStillOrWasAway) {
-  hearFor(seconds(60));
+  hearFor(seconds(15));
   now += seconds(6);
   watch.fallenSilent(now, true);
   EXPECT_FALSE(watch.isAlone("east"));
-  hearFor(seconds(60));
+  hearFor(seconds(15));
   ASSERT_TRUE(watch.isAlone("east"));
   pass(seconds(1), false);
   EXPECT_FALSE(watch.isAlone("east"));
-  hearFor(seconds(60));
+  hearFor(seconds(15));
   ASSERT_TRUE(watch.isAlone("east"));
   watch.connected(now);
   EXPECT_FALSE(watch.isAlone("east"));

@@ -22,8 +22,8 @@ namespace dch {
 // One thread, the loop's.
 class ServerHub final : private StoreClient {
  public:
-  // `places` is where the store's file is. `store` and `log` outlive it. Throws std::system_error
-  // or std::bad_alloc.
+  // `places` is where the store's file is. `store` and `log` outlive
+  // it. Throws std::system_error or std::bad_alloc.
   ServerHub(EventLoop& loop, Store& store, const LinkSettings& settings,
             std::function<StatePlaces()> places, LinkLog& log);
 

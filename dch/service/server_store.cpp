@@ -14,7 +14,8 @@ namespace dch {
 ServerStore::ServerStore(EventLoop& loop, const std::optional<std::string>& path,
                          const Epoch& epoch, Durability durability,
                          const RetentionLimits& retention, bool isPublished, const Log& log,
-                         const std::function<void()>& concluded) {
+                         const std::function<void()>& concluded)
+    : _epoch(epoch) {
   if (!path) {
     _store = std::make_unique<MemoryStore>();
     return;
@@ -64,7 +65,7 @@ std::function<StatePlaces()> ServerStore::places() const {
 
 std::optional<KeptRowsSource> ServerStore::keptRows() const {
   if (_sqlite == nullptr) return std::nullopt;
-  return KeptRowsSource{places(), [store = _sqlite] { return store->figures().position; }};
+  return KeptRowsSource{places(), [store = _sqlite] { return store->figures().position; }, _epoch};
 }
 
 std::uint64_t ServerStore::rowsRemovedUnpublished() const {
@@ -81,10 +82,10 @@ Health::Store ServerStore::health() const {
 
 // A build without a store for files.
 
-ServerStore::ServerStore(EventLoop&, const std::optional<std::string>& path, const Epoch&,
+ServerStore::ServerStore(EventLoop&, const std::optional<std::string>& path, const Epoch& epoch,
                          Durability, const RetentionLimits&, bool, const Log&,
                          const std::function<void()>&)
-    : _store(std::make_unique<MemoryStore>()) {
+    : _epoch(epoch), _store(std::make_unique<MemoryStore>()) {
   if (path)
     throw StateFileError("this build cannot keep its state in " + *path + ": give --store memory");
 }

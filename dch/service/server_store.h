@@ -61,6 +61,7 @@ class ServerStore {
   void setCounters(Counters* counters) const;
 
  private:
+  const Epoch _epoch;
   std::unique_ptr<Waker> _waker;
   std::unique_ptr<Store> _store;
   SqliteStore* _sqlite = nullptr;  // the same, when it keeps a file

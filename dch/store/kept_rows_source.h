@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 
+#include "dch/core/epoch.h"
 #include "dch/store/file_place.h"
 
 namespace dch {
@@ -13,6 +14,7 @@ namespace dch {
 struct KeptRowsSource {
   std::function<StatePlaces()> places;         // as of History
   std::function<std::int64_t()> keptPosition;  // the highest position that is kept
+  Epoch run{};                                 // of who keeps them
 };
 
 }  // namespace dch

@@ -3,6 +3,7 @@
 #define DCH_TESTKIT_COLLECTOR_TEST_H
 
 #include <algorithm>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -33,6 +34,12 @@ class CollectorTest : public RemoteTest {
     _collector.emplace(
         LinkSettings{.servers = {_nats.url()}, .site = "hub", .user = user},
         [this] { return _store->places(); }, [] {}, _linkLog);
+  }
+
+  // The collector hears that this one is the only server of its name.
+  void sayIsAlone(const std::string& site, const Epoch& run) {
+    _collector->setSites(std::make_shared<const std::vector<SiteState>>(
+        1, SiteState{.name = site, .run = run, .isReachable = true, .isAlone = true}));
   }
 
   // What is there to be kept, as "SITE ROW".

@@ -1,8 +1,10 @@
 #include "dch/testkit/scripted_site.h"
 
 #include <algorithm>
+#include <chrono>
 #include <utility>
 
+#include "dch/link/alive_message.h"
 #include "dch/link/subject.h"
 #include "dch/testkit/nats_client.h"
 #include "dch/testkit/nats_messages.h"
@@ -98,7 +100,8 @@ ScriptedSite::Answer ScriptedSite::fileAnswer(const std::vector<RowName>& questi
     if (each.epoch == nameOf(1).epoch) first = std::max(first, each.number + 1);
   Answer answer;
   for (std::int64_t number = first; number <= last; ++number) answer.rows.push_back(number);
-  answer.end = FetchEnd{nameOf(std::max(first - 1, last)), answer.rows.size(), true};
+  answer.end =
+      FetchEnd{nameOf(std::max(first - 1, last)), answer.rows.size(), true, nameOf(1).epoch};
   return answer;
 }
 
@@ -108,12 +111,24 @@ std::vector<std::vector<RowName>> ScriptedSite::questions() const {
 }
 
 void ScriptedSite::answerAll() {
-  while (!_isEnding) {
+  for (auto nextSpeech = std::chrono::steady_clock::now(); !_isEnding;) {
+    if (std::chrono::steady_clock::now() >= nextSpeech) {
+      nextSpeech += std::chrono::seconds(1);
+      sayThatItIsThere();
+    }
     natsMsg* next = nullptr;
     if (natsSubscription_NextMsg(&next, _ends->questions.get(), 20) != NATS_OK) continue;
     const NatsMessage message(next);
     answer(natsMsg_GetReply(next), parseFetchRequest(bodyOf(next)).value());
   }
+}
+
+void ScriptedSite::sayThatItIsThere() {
+  const std::string text = aliveText({.run = nameOf(1).epoch,
+                                      .count = ++_timesSaid,
+                                      .period = std::chrono::seconds(1),
+                                      .version = "scripted"});
+  natsConnection_PublishString(_ends->connection.get(), aliveSubject(_name).c_str(), text.c_str());
 }
 
 void ScriptedSite::answer(const std::string& asker, const std::vector<RowName>& question) {

@@ -44,7 +44,7 @@ class ScriptedSite {
     std::string error{};
   };
   using Script = std::function<Answer(const std::vector<RowName>& question)>;
-  // From now on. Called on a thread of the site's own.
+  // From now on, and so does the site say that it is there. Called on a thread of the site's own.
   void setScript(Script script);
 
   // That of a site whose file has all rows up to that one.
@@ -57,6 +57,7 @@ class ScriptedSite {
   struct Ends;
 
   void answerAll();
+  void sayThatItIsThere();
   void answer(const std::string& asker, const std::vector<RowName>& question);
 
   const std::string _name;
@@ -65,6 +66,7 @@ class ScriptedSite {
   mutable std::mutex _mutex;
   Script _script;
   std::vector<std::vector<RowName>> _questions;
+  std::uint64_t _timesSaid = 0;
   std::atomic<bool> _isEnding = false;
   std::thread _thread;
 };
