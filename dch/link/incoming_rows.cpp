@@ -99,7 +99,8 @@ bool IncomingRows::fetchEnded(const FetchEnd& end, bool isAlone) {
     _phase = Phase::toFetch;
     return true;
   }
-  if (!isAlone) _toldBelow = 0;
+  _isOfOne = isAlone;
+  if (isAlone) _waitsForOne = false;
   readAgainIfUseful(isAlone);
   return true;
 }
@@ -131,12 +132,15 @@ void IncomingRows::rereadEnded() {
   _isPassedComplete = true;
   _across.clear();
   _state.passedFrom = _passed.firstSequence();
+  _waitsForOne = false;
   if (!_state.passedFrom) {
     _phase = Phase::following;
     return;
   }
   const auto lowest = _passed.lowest();
-  const bool isAcross = lowest && mayTakeAcross(*lowest);
+  const bool isNowhere = lowest && isToldOf(*lowest);
+  const bool isAcross = isNowhere && _isOfOne;
+  _waitsForOne = isNowhere && !_isOfOne;
   if (isAcross) _across = _passed;
   _phase = isAcross ? Phase::toReread : Phase::toFetch;
 }
@@ -157,13 +161,13 @@ std::int64_t IncomingRows::knownUpTo(const Epoch& epoch) const {
 
 // Whether the site would have told what is before it. It has if it was asked when that was passed
 // over, or something behind it.
-bool IncomingRows::mayTakeAcross(const RowName& name) const {
+bool IncomingRows::isToldOf(const RowName& name) const {
   return name.number < _toldBelow && _passedBefore.hasFrom(name);
 }
 
 bool IncomingRows::isNextAcross(const RowName& name) {
   _across.removeKnown([this](const Epoch& epoch) { return knownUpTo(epoch); });
-  return _across.lowest() == name && mayTakeAcross(name);
+  return _isOfOne && _across.lowest() == name && isToldOf(name);
 }
 
 bool IncomingRows::keep(const RowName& name) {

@@ -75,6 +75,10 @@ class IncomingRows {
   // It has to begin anew.
   void rereadFailed();
 
+  // Rows behind a hole are there, and the site has not what is missing, on the word of one of
+  // several servers: another question only helps when that has changed.
+  bool waitsForOne() const { return _waitsForOne; }
+
   // The stream was lost and made again: its sequences begin again, and so does the first reader.
   void streamBeganAnew();
 
@@ -92,7 +96,7 @@ class IncomingRows {
   bool knows(const RowName& name) const { return knownUpTo(name.epoch) >= name.number; }
   bool fits(const RowHeader& row) const { return knows(row.previous); }
   bool mayLeaveOut(const RowHeader& row) const;
-  bool mayTakeAcross(const RowName& name) const;
+  bool isToldOf(const RowName& name) const;
   void readAgainIfUseful(bool mayTakeAcross);
   bool isNextAcross(const RowName& name);
   bool keep(const RowName& name);
@@ -112,7 +116,9 @@ class IncomingRows {
   std::uint64_t _rowsFetched = 0;
   bool _isRowMissing = false;
   std::int64_t _toldBelow = 0;  // all rows in the file with lower numbers were told
+  bool _isOfOne = false;        // the file is that of the site's one server
 
+  bool _waitsForOne = false;
   PassedRows _across;  // these may be taken across the holes before them, the lowest first
 };
 

@@ -263,8 +263,7 @@ void RowCollector::setSites(std::shared_ptr<const std::vector<SiteState>> sites)
   _newSitesThere.swap(sites);
 }
 
-// One without a file has no rows. When there is no room for more of them their rows are refused,
-// which is told.
+// One without a file has no rows. Half of the room is for those that are known by their rows.
 void RowCollector::takeSites() {
   std::shared_ptr<const std::vector<SiteState>> sites;
   {
@@ -274,7 +273,7 @@ void RowCollector::takeSites() {
   if (sites == nullptr) return;
   _sitesThere = std::move(sites);
   for (const SiteState& each : *_sitesThere)
-    if (each.isReachable && each.newest) siteOf(each.name);
+    if (each.isReachable && each.newest && _sites.size() < mostSites / 2) siteOf(each.name);
 }
 
 bool RowCollector::isAlone(const std::string& site, const Epoch& run) const {
@@ -351,19 +350,21 @@ void RowCollector::conclude(const SiteQuestion& question) {
   site.answers = question.answer() != Answer::none;
   // For more at once, unless it has none.
   const bool isMoreThere = isMissing && question.hasMore() && question.rows() > 0;
-  site.nextQuestion = isMoreThere ? now : now + pauseOfQuestions;
+  const bool waitsForOne = isGood && site.rows.waitsForOne();
+  site.nextQuestion = isMoreThere   ? now
+                      : waitsForOne ? now + pauseWhileQuiet
+                                    : now + pauseOfQuestions;
   if (isGood) site.nextLook = now + pauseWhileQuiet;
   if (site.answers) site.lastHeard = now;
   if (!site.answers && isMissing)
     _log.tellOnce(aboutSite(site.name()),
                   "site " + site.name() + " does not answer, and rows of it are missing here");
-  if (isGood && isMissing && !question.hasMore())
+  if (waitsForOne)
     _log.tellOnce(aboutName(site.name()),
                   "rows of site " + site.name() +
-                      " are missing here, and the server that answers for it has them not; until "
-                      "it says on zord.alive that there is no other one of its name they are "
-                      "waited for");
-  if (isGood && !isMissing) _log.forget(aboutName(site.name()));
+                      " are missing here, and the server that answers for it has them not; they "
+                      "are waited for until it is heard on zord.alive as the only one of its name");
+  if (isGood && !waitsForOne) _log.forget(aboutName(site.name()));
   if (isGood && _log.forget(aboutSite(site.name())))
     _log.tell("site " + site.name() + " answers again");
 }

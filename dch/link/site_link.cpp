@@ -168,6 +168,7 @@ void SiteLink::noteName() {
     else if (_log.forget(theName))
       _log.tell("no other server says any more that it is site " + _settings.site);
   }
+  if (std::exchange(_wasAside, isAside) != isAside) _log.forget(theName);
   if (hasRival)
     _log.tellOnce(theName, "another server says that it is site " + _settings.site +
                                ", too: give one of them another name. " +

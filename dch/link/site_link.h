@@ -106,6 +106,7 @@ class SiteLink {
   Clock::time_point _nextSpeech;
   Clock::time_point _nextLook;
   bool _hasRival = false;
+  bool _wasAside = false;
   std::uint64_t _namesRefused = 0;
   std::uint64_t _sitesWithoutRoom = 0;  // messages of them
 

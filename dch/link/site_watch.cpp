@@ -57,13 +57,29 @@ SiteWatch::Heard SiteWatch::heard(const std::string& site, const AliveMessage& m
   }
   const bool isUnknown = place == _sites.end();
   if (isUnknown) {
-    if (_sites.size() >= mostSites) return Heard::noRoom;
+    if (_sites.size() >= mostSites && !makeRoom()) return Heard::noRoom;
     Site made;
     made.runs.reserve(mostRuns + 1);
     made.since = now;
     place = _sites.emplace(site, std::move(made)).first;
   }
   return take(place->second, message);
+}
+
+// Who makes up names does not have it look through them each time.
+bool SiteWatch::makeRoom() {
+  if (_now < _nextRoom) return false;
+  auto longest = _sites.end();
+  for (auto each = _sites.begin(); each != _sites.end(); ++each)
+    if (!each->second.isReachable &&
+        (longest == _sites.end() || each->second.since < longest->second.since))
+      longest = each;
+  if (longest == _sites.end()) {
+    _nextRoom = _now + seconds(1);
+    return false;
+  }
+  _sites.erase(longest);
+  return true;
 }
 
 SiteWatch::Heard SiteWatch::take(Site& site, const AliveMessage& message) {
@@ -99,7 +115,7 @@ std::vector<std::string> SiteWatch::fallenSilent(TimePoint now, bool isConnected
   _now = now;
   _lastLook = now;
   if (isLate || !isConnected) _listeningSince = now;
-  if (isLate || isConnected) _awaySince.reset();
+  if (isConnected) _awaySince.reset();
   if (!isConnected && !_awaySince) _awaySince = now;
   const bool isCutOff = _awaySince && now - *_awaySince >= silentAfter;
 
@@ -149,7 +165,8 @@ SiteWatch::Heard SiteWatch::heardOfThisName(const AliveMessage& message) {
   rival->run.count = message.count;
   rival->state = message.state;
   rival->heardAt = _now;
-  rival->term = termOf(message.period);
+  // Both hear the same sites, so their periods are alike: whoever makes one up gains no time.
+  rival->term = termOf(std::min(message.period, ownPeriod()));
   rival->hearsThis |= message.hears == _ownRun;
   if (message.state == State::newcomer) _isAsked = true;
   if (_isAside) {
@@ -220,10 +237,16 @@ std::optional<Epoch> SiteWatch::nextHeard() {
   return std::nullopt;
 }
 
+milliseconds SiteWatch::ownPeriod() const {
+  const auto reachable = std::count_if(_sites.begin(), _sites.end(),
+                                       [](const auto& each) { return each.second.isReachable; });
+  return std::max<milliseconds>(seconds(1), reachable * milliseconds(10));
+}
+
 SiteWatch::Speech SiteWatch::speak(TimePoint now) {
   _now = now;
   Speech speech;
-  speech.period = std::max<milliseconds>(seconds(1), _sites.size() * milliseconds(10));
+  speech.period = ownPeriod();
   speech.state = _isAside ? State::aside : _isNewcomer ? State::newcomer : State::here;
   speech.hears = nextHeard();
   if (now >= _newcomerUntil) _isNewcomer = false;

@@ -45,7 +45,8 @@ class SiteWatch {
 
   // isBack: it was silent. newRun: it was restarted, or is two servers. old: this was heard
   // already, or is what this run has said itself. aside: the site is another server, which was or
-  // will be heard. otherOfThisName: look at isAside().
+  // will be heard. otherOfThisName: look at isAside(). Where there is no room the site that has
+  // been silent for longest is forgotten; noRoom: there is none.
   enum class Heard { known, appeared, isBack, newRun, old, aside, otherOfThisName, noRoom };
   Heard heard(const std::string& site, const AliveMessage& message, TimePoint now);
 
@@ -113,6 +114,8 @@ class SiteWatch {
   void becomeNewcomer();
   void takeNameUpIfFree();
   std::optional<Epoch> nextHeard();
+  std::chrono::milliseconds ownPeriod() const;
+  bool makeRoom();
   bool isOver(TimePoint heardAt, std::chrono::milliseconds term) const;
   bool isAlone(const Site& site) const;
 
@@ -120,6 +123,7 @@ class SiteWatch {
   const Epoch _ownRun;
   TimePoint _now;
   Sites _sites;
+  TimePoint _nextRoom;  // not before then is a silent site looked for, to be forgotten
   // All terms begin here, or later.
   TimePoint _listeningSince;
   std::optional<TimePoint> _lastLook;

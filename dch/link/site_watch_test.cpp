@@ -243,6 +243,30 @@ TEST_F(SiteWatchTest, KnowsSoManySitesAndNoMore) {
   EXPECT_EQ(watch.states().size(), SiteWatch::mostSites);
 }
 
+// Whoever made up names has ended.
+TEST_F(SiteWatchTest, ForgetsSilentSitesForNewOnesAndSpeaksAsOftenAsBefore) {
+  for (std::size_t number = 0; number < SiteWatch::mostSites; ++number)
+    hear("site" + std::to_string(number), message(1));
+  pass(seconds(1));
+  hear("site7", message(1));
+  pass(seconds(15));
+  ASSERT_EQ(hear("site7", message(1)), Heard::isBack);
+  EXPECT_EQ(watch.speak(now).period, seconds(1));
+  EXPECT_EQ(hear("further", message(1)), Heard::appeared);
+  EXPECT_EQ(watch.states().size(), SiteWatch::mostSites);
+  EXPECT_EQ(hear("site7", message(1)), Heard::known);
+}
+
+TEST_F(SiteWatchTest, SitesBecomeSilentThoughEachLookComesLateWhileTheConnectionIsAway) {
+  hear("east", message(1));
+  std::vector<std::string> silent;
+  for (int look = 0; look < 3; ++look) {
+    now += seconds(10);
+    for (std::string& each : watch.fallenSilent(now, false)) silent.push_back(std::move(each));
+  }
+  EXPECT_THAT(silent, ElementsAre("east"));
+}
+
 TEST_F(SiteWatchTest, SpeaksMoreSeldomTheMoreSitesThereAre) {
   EXPECT_EQ(watch.speak(now).period, seconds(1));
   const auto periodWith = [&](std::size_t sites) {
@@ -404,6 +428,16 @@ TEST_F(SiteWatchTest, OfTwoNewcomersTheLowerRunStandsAside) {
   EXPECT_FALSE(watch.isAside());
   hear("west", rival(200, State::newcomer));
   EXPECT_TRUE(watch.isAside());
+}
+
+TEST_F(SiteWatchTest, WhoMakesUpALongPeriodGainsNoTime) {
+  settle();
+  AliveMessage said = rival(200, State::here);
+  said.period = seconds(120);
+  hear("west", said);
+  ASSERT_TRUE(watch.isAside());
+  pass(seconds(16));
+  EXPECT_FALSE(watch.isAside());
 }
 
 TEST_F(SiteWatchTest, OfTwoThatWereThereTheLowerRunStandsAside) {
