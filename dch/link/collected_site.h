@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "dch/core/change.h"
+#include "dch/core/epoch.h"
 #include "dch/link/incoming_rows.h"
 #include "dch/link/subject.h"
 
@@ -39,8 +40,10 @@ class CollectedSite {
   // Not before then is it asked again.
   TimePoint nextQuestion{};
   TimePoint nextLook{};  // without need
-  bool answers = true;   // as far as is known
-  bool isBusy = false;   // it is being asked, or its rows in the stream are read again
+  // The server that is known as the only one of its name: what it has not is nowhere to be had.
+  std::optional<Epoch> aloneRun;
+  bool answers = true;  // as far as is known
+  bool isBusy = false;  // it is being asked, or its rows in the stream are read again
 
   // A row that `rows` wants kept.
   void keep(const RowHeader& header, const RowSubject& subject, std::string_view message);

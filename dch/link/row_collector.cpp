@@ -260,7 +260,7 @@ CollectedSite* RowCollector::siteOf(const std::string& name) {
 
 void RowCollector::setSites(std::shared_ptr<const std::vector<SiteState>> sites) noexcept {
   const std::lock_guard lock(_mutex);
-  _newSitesThere.swap(sites);
+  _sitesThere.swap(sites);
 }
 
 // One without a file has no rows. Half of the room is for those that are known by their rows.
@@ -268,20 +268,15 @@ void RowCollector::takeSites() {
   std::shared_ptr<const std::vector<SiteState>> sites;
   {
     const std::lock_guard lock(_mutex);
-    sites.swap(_newSitesThere);
+    sites.swap(_sitesThere);
   }
   if (sites == nullptr) return;
-  _sitesThere = std::move(sites);
-  for (const SiteState& each : *_sitesThere)
+  for (auto& [name, site] : _sites) site.aloneRun.reset();
+  for (const SiteState& each : *sites) {
     if (each.isReachable && each.newest && _sites.size() < mostSites / 2) siteOf(each.name);
-}
-
-bool RowCollector::isAlone(const std::string& site, const Epoch& run) const {
-  if (_sitesThere == nullptr) return false;
-  const auto place = std::lower_bound(
-      _sitesThere->begin(), _sitesThere->end(), site,
-      [](const SiteState& each, const std::string& name) { return each.name < name; });
-  return place != _sitesThere->end() && place->name == site && place->run == run && place->isAlone;
+    const auto known = _sites.find(each.name);
+    if (known != _sites.end() && each.isAlone) known->second.aloneRun = each.run;
+  }
 }
 
 void RowCollector::refuse(const std::string& why) {
@@ -294,7 +289,7 @@ void RowCollector::ask() {
     CollectedSite* const site = siteToAsk(Clock::now());
     if (site == nullptr) return;
     if (_boxes.empty()) _boxes.push_back(std::make_unique<AnswerBox>(*_connection));
-    _questions.emplace_back(*_connection, *site, _isAlone, std::move(_boxes.front()));
+    _questions.emplace_back(*_connection, *site, std::move(_boxes.front()));
     _boxes.pop_front();
   }
 }

@@ -103,7 +103,6 @@ class RowCollector {
   bool hasRoom() const;
   CollectedSite* siteOf(const std::string& name);
   void takeSites();
-  bool isAlone(const std::string& site, const Epoch& run) const;
   void keep(CollectedSite* site, const RowHeader& header, const RowSubject& subject,
             std::string_view message);
   void refuse(const std::string& why);
@@ -125,10 +124,6 @@ class RowCollector {
 
   // The thread's own.
   const std::function<StatePlaces()> _places;
-  const IsAlone _isAlone = [this](const std::string& site, const Epoch& run) {
-    return isAlone(site, run);
-  };
-  std::shared_ptr<const std::vector<SiteState>> _sitesThere;  // null: it knows of none
   bool _knowsStart = false;
   Sites _sites;
   std::unique_ptr<ServerConnection> _connection;
@@ -154,7 +149,7 @@ class RowCollector {
   RowHandover _handover;
   mutable std::mutex _mutex;
   CollectorFigures _figures;
-  std::shared_ptr<const std::vector<SiteState>> _newSitesThere;  // that were not looked at yet
+  std::shared_ptr<const std::vector<SiteState>> _sitesThere;  // that were not looked at yet
 
   std::thread _thread;
 };

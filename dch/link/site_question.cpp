@@ -29,9 +29,8 @@ const char* headerOf(natsMsg* message, const char* name) {
 }  // namespace
 
 SiteQuestion::SiteQuestion(ServerConnection& connection, CollectedSite& site,
-                           const IsAlone& isAlone, std::unique_ptr<AnswerBox> box)
+                           std::unique_ptr<AnswerBox> box)
     : _site(site),
-      _isAlone(isAlone),
       _box(std::move(box)),
       _latest(Clock::now() + longestAnswer),
       _patientUntil(Clock::now() + patienceWithAnswer) {
@@ -68,7 +67,7 @@ std::optional<SiteQuestion::Row> SiteQuestion::take(NatsMessage message) {
   _patientUntil = Clock::now() + patienceWithAnswer;
   if (const char* const text = headerOf(message.get(), "Zord-Fetched")) {
     const auto told = parseFetchEnd(text);
-    const bool isGood = told && _site.rows.fetchEnded(*told, _isAlone(_site.name(), told->run));
+    const bool isGood = told && _site.rows.fetchEnded(*told, _site.aloneRun == told->run);
     _hasMore = isGood && !told->isAll;
     end(isGood ? Answer::good : Answer::bad);
     return std::nullopt;

@@ -5,13 +5,10 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <optional>
-#include <string>
 #include <utility>
 
-#include "dch/core/epoch.h"
 #include "dch/link/answer_box.h"
 #include "dch/link/collected_site.h"
 #include "dch/link/nats.h"
@@ -21,17 +18,12 @@
 
 namespace dch {
 
-// Whether the server of that run is known as the only one of the site's name: what it has not is
-// nowhere to be had.
-using IsAlone = std::function<bool(const std::string& site, const Epoch& run)>;
-
 // One thread.
 class SiteQuestion {
  public:
-  // Sends it. `site` is busy with it until its end; it, `isAlone` and `connection` outlive this.
-  // The answer comes to `box`. Throws LinkError.
-  SiteQuestion(ServerConnection& connection, CollectedSite& site, const IsAlone& isAlone,
-               std::unique_ptr<AnswerBox> box);
+  // Sends it. `site` is busy with it until its end; both outlive it. The answer comes to `box`.
+  // Throws LinkError.
+  SiteQuestion(ServerConnection& connection, CollectedSite& site, std::unique_ptr<AnswerBox> box);
   // Gives it up if it is still under way.
   ~SiteQuestion();
   SiteQuestion(const SiteQuestion&) = delete;
@@ -65,7 +57,6 @@ class SiteQuestion {
   void end(Answer answer);
 
   CollectedSite& _site;
-  const IsAlone& _isAlone;
   std::unique_ptr<AnswerBox> _box;
   Answer _answer = Answer::underWay;
   bool _hasMore = false;

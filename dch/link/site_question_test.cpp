@@ -25,12 +25,11 @@ TEST(SiteQuestionTest, ASiteIsFreeAgainWhenTheConnectionIsLost) {
       linkPatience));
   CollectedSite site("west");
   ASSERT_FALSE(site.rows.fromStream(1, {name(3), name(2), 0, 1, "host1"}));
-  const IsAlone isAlone = [](const std::string&, const Epoch&) { return true; };
   auto box = std::make_unique<AnswerBox>(*connection);
   nats.kill();
   const auto fails = [&] {
     try {
-      SiteQuestion question(*connection, site, isAlone, std::move(box));
+      SiteQuestion question(*connection, site, std::move(box));
       EXPECT_TRUE(site.isBusy);
       box = question.takeBox();
       return false;

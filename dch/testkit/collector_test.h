@@ -36,14 +36,15 @@ class CollectorTest : public RemoteTest {
         [this] { return _store->places(); }, [] {}, _linkLog);
   }
 
-  // The collector hears that this one is the only server of its name.
+  // The collector hears, again and again, that this one is the only server of its name.
   void sayIsAlone(const std::string& site, const Epoch& run) {
-    _collector->setSites(std::make_shared<const std::vector<SiteState>>(
-        1, SiteState{.name = site, .run = run, .isReachable = true, .isAlone = true}));
+    _sites = std::make_shared<const std::vector<SiteState>>(
+        1, SiteState{.name = site, .run = run, .isReachable = true, .isAlone = true});
   }
 
   // What is there to be kept, as "SITE ROW".
   Lines take() {
+    if (_sites != nullptr) _collector->setSites(_sites);
     Lines lines;
     for (Change& each : _collector->take()) {
       if (const auto* const rows = std::get_if<RemoteRows>(&each))
@@ -107,6 +108,7 @@ class CollectorTest : public RemoteTest {
 
   NatsServer _nats;
   LinkLog _linkLog;
+  std::shared_ptr<const std::vector<SiteState>> _sites;
   std::vector<Change> _taken;
   Lines _kept;
   Lines _told;
