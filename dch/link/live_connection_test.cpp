@@ -8,9 +8,9 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
+#include "dch/testkit/flood.h"
 #include "dch/testkit/link_test.h"
 #include "dch/testkit/nats_server.h"
 #include "tests/support/wait_until.h"
@@ -55,7 +55,7 @@ class LinesInbox final : public LiveInbox {
 class CountingInbox final : public LiveInbox {
  public:
   void put(const LiveMessage& message) noexcept override {
-    if (message.body().size() == 16'384) ++count;
+    if (message.body().size() == Flood<LiveConnection>::bodySize) ++count;
   }
   std::atomic<int> count = 0;
 };
@@ -86,31 +86,6 @@ void withoutStandstill(Part part) {
   }
   FAIL() << "connections are lost again and again";
 }
-
-// Sends without an end, on a thread of its own: a message is on its way at any moment.
-class LiveFlood {
- public:
-  explicit LiveFlood(const std::string& url) : _thread([this, url] { send(url); }) {}
-  ~LiveFlood() {
-    _isEnding = true;
-    _thread.join();
-  }
-
- private:
-  void send(const std::string& url) {
-    const std::string body(16'384, 'x');  // of which a copy is made
-    while (!_isEnding) {
-      try {
-        LiveConnection connection(settingsFor(), url);
-        while (!_isEnding) connection.send(liveSubject, {}, {}, body);
-      } catch (const LinkError&) {  // the machine stood still
-      }
-    }
-  }
-
-  std::atomic<bool> _isEnding = false;
-  std::thread _thread;
-};
 
 // What the connection is said to have come to, once it is lost.
 std::string lossOfLive(const LiveConnection& connection) {
@@ -173,7 +148,7 @@ TEST_F(LiveConnectionTest, WhatIsTooLargeIsNotSent) {
 
 // Of each subscription nothing is left in the end, though the library may have been at a message.
 TEST_F(LiveConnectionTest, SubscriptionsEndWhileMessagesCome) {
-  const LiveFlood flood(_nats.url());
+  const Flood<LiveConnection> flood(_nats.url(), liveSubject);
   std::vector<std::weak_ptr<CountingInbox>> inboxes;
   while (inboxes.size() < 200) {
     const auto connection = connectLive(_nats.url());
@@ -196,7 +171,7 @@ TEST_F(LiveConnectionTest, SubscriptionsEndWhileMessagesCome) {
 }
 
 TEST_F(LiveConnectionTest, EndsWhileMessagesCome) {
-  const LiveFlood flood(_nats.url());
+  const Flood<LiveConnection> flood(_nats.url(), liveSubject);
   for (int ended = 0; ended < 50;) {
     auto connection = connectLive(_nats.url());
     auto inbox = std::make_shared<CountingInbox>();

@@ -56,6 +56,11 @@ class RowPublisherTest : public StoreTest {
   bool waitUntilAllArePublished() const {
     return waitUntil([this] { return areAllPublished(); }, linkPatience);
   }
+  void standAside() {
+    ASSERT_TRUE(waitUntilConnected());
+    _publisher->setAside(true);
+    ASSERT_TRUE(waitUntil([this] { return !_publisher->figures().isConnected; }, linkPatience));
+  }
   bool waitUntilConnected() const {
     return waitUntil([this] { return _publisher->figures().isConnected; }, linkPatience);
   }
@@ -141,9 +146,7 @@ TEST_F(RowPublisherTest, GoesOnBehindWhatWasKeptAsPublished) {
 TEST_F(RowPublisherTest, PublishesNothingAndAnswersNobodyWhileItStandsAside) {
   const NatsServer nats;
   publish({nats.url()});
-  ASSERT_TRUE(waitUntilConnected());
-  _publisher->setAside(true);
-  ASSERT_TRUE(waitUntil([this] { return !_publisher->figures().isConnected; }, linkPatience));
+  standAside();
   keepRows(1, 2, 1'000);
   RowAsker asker(nats.url());
   asker.ask("west", "");
@@ -159,9 +162,7 @@ TEST_F(RowPublisherTest, PublishesNothingAndAnswersNobodyWhileItStandsAside) {
 TEST_F(RowPublisherTest, EndsWhileItStandsAside) {
   const NatsServer nats;
   publish({nats.url()});
-  ASSERT_TRUE(waitUntilConnected());
-  _publisher->setAside(true);
-  ASSERT_TRUE(waitUntil([this] { return !_publisher->figures().isConnected; }, linkPatience));
+  standAside();
   keepRows(1, 2, 1'000);
   _publisher->stop();
   EXPECT_TRUE(_publisher->waitForEnd(linkPatience));

@@ -2,12 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <memory>
 #include <stdexcept>
 #include <string>
-#include <thread>
 
+#include "dch/testkit/flood.h"
 #include "dch/testkit/link_test.h"
 #include "dch/testkit/nats_server.h"
 #include "tests/support/wait_until.h"
@@ -16,31 +15,6 @@ namespace dch::testkit {
 namespace {
 
 constexpr char subject[] = "much";
-
-// Sends without an end, on a thread of its own: a message is on its way at any moment.
-class MuchSent {
- public:
-  explicit MuchSent(const std::string& url) : _thread([this, url] { send(url); }) {}
-  ~MuchSent() {
-    _isEnding = true;
-    _thread.join();
-  }
-
- private:
-  void send(const std::string& url) {
-    const std::string body(16'384, 'x');  // of which a copy is made
-    while (!_isEnding) {
-      try {
-        ServerConnection connection(settingsFor(), url);
-        while (!_isEnding) connection.send(subject, {}, {}, body);
-      } catch (const LinkError&) {  // the machine stood still
-      }
-    }
-  }
-
-  std::atomic<bool> _isEnding = false;
-  std::thread _thread;
-};
 
 class ServerConnectionTest : public ::testing::Test {
  protected:
@@ -63,7 +37,7 @@ class ServerConnectionTest : public ::testing::Test {
 
 // The library's reading thread may be at a message for it just then.
 TEST_F(ServerConnectionTest, SubscriptionsEndWhileMessagesCome) {
-  const MuchSent much(_nats.url());
+  const Flood<ServerConnection> much(_nats.url(), subject);
   int ended = 0;
   while (ended < 50) {
     const auto connection = connect();
@@ -78,7 +52,7 @@ TEST_F(ServerConnectionTest, SubscriptionsEndWhileMessagesCome) {
 }
 
 TEST_F(ServerConnectionTest, EndsWhileMessagesCome) {
-  const MuchSent much(_nats.url());
+  const Flood<ServerConnection> much(_nats.url(), subject);
   int ended = 0;
   while (ended < 50) {
     const auto connection = connect();
