@@ -5,12 +5,12 @@
 #include <functional>
 #include <optional>
 
+#include "dch/between/doorbell.h"
 #include "dch/core/core.h"
 #include "dch/core/observer.h"
 #include "dch/net/event_loop.h"
 #include "dch/net/next_turn.h"
 #include "dch/net/waker.h"
-#include "dch/web/doorbell.h"
 #include "dch/web/earlier_numbers.h"
 #include "dch/web/enquiry.h"
 #include "dch/web/live_feed.h"

@@ -9,7 +9,7 @@
 #include <new>
 #include <utility>
 
-#include "dch/web/ring.h"
+#include "dch/between/ring.h"
 
 namespace dch {
 

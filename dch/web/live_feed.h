@@ -11,11 +11,11 @@
 #include <string_view>
 #include <vector>
 
+#include "dch/between/doorbell.h"
+#include "dch/between/ring.h"
 #include "dch/core/counters.h"
 #include "dch/core/registry.h"
 #include "dch/core/text_map.h"
-#include "dch/web/doorbell.h"
-#include "dch/web/ring.h"
 #include "dch/web/watched_topic.h"
 
 namespace dch {

@@ -1,6 +1,6 @@
 // doorbell.h: wakes a thread that sleeps, and costs next to nothing while it does not.
-#ifndef DCH_WEB_DOORBELL_H
-#define DCH_WEB_DOORBELL_H
+#ifndef DCH_BETWEEN_DOORBELL_H
+#define DCH_BETWEEN_DOORBELL_H
 
 #include <atomic>
 #include <functional>
@@ -30,4 +30,4 @@ class Doorbell {
 
 }  // namespace dch
 
-#endif  // DCH_WEB_DOORBELL_H
+#endif  // DCH_BETWEEN_DOORBELL_H

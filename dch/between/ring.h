@@ -1,6 +1,6 @@
 // ring.h: a bounded queue between two threads.
-#ifndef DCH_WEB_RING_H
-#define DCH_WEB_RING_H
+#ifndef DCH_BETWEEN_RING_H
+#define DCH_BETWEEN_RING_H
 
 #include <atomic>
 #include <cstddef>
@@ -60,4 +60,4 @@ class Ring {
 
 }  // namespace dch
 
-#endif  // DCH_WEB_RING_H
+#endif  // DCH_BETWEEN_RING_H

@@ -1,4 +1,4 @@
-#include "dch/web/ring.h"
+#include "dch/between/ring.h"
 
 #include <gtest/gtest.h>
 
@@ -6,7 +6,7 @@
 #include <string>
 #include <thread>
 
-#include "dch/web/doorbell.h"
+#include "dch/between/doorbell.h"
 
 namespace dch {
 namespace {
