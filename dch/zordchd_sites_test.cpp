@@ -111,9 +111,8 @@ class SiteRightsTest : public ::testing::Test {
     return {.more =
                 "authorization { users: [ {user: all, password: all}, {user: west, password: "
                 "right, permissions: {publish: [\"zord.rows.west.>\", " +
-                publish + "\"$JS.API.STREAM.INFO.ZORD_ROWS\"]\n subscribe: [\"_INBOX.>\", " +
-                subscribe +
-                "\"zord.fetch.west\"]\n allow_responses: {max: 10000, expires: \"1m\"}}}]}"};
+                publish + "\"$JS.API.STREAM.INFO.ZORD_ROWS\"]\n subscribe: [\"_INBOX.west.>\", " +
+                subscribe + "\"zord.fetch.west\"]}}]}"};
   }
   ServerProcess::Arguments linkedWith(const NatsServer& nats) const {
     const std::string credentials = _file.folder().path() + "/credentials";

@@ -1,5 +1,7 @@
 #include "dch/link/answer_box.h"
 
+#include "dch/link/subject.h"
+
 namespace dch {
 
 namespace {
@@ -12,17 +14,21 @@ constexpr int mostBytesInBox = 8 << 20;
 
 AnswerBox::AnswerBox(ServerConnection& connection)
     : _connection(connection),
-      _prefix(newInbox() + "."),
-      _answers(connection.subscribe(_prefix + "*")) {
+      _prefix(connection.newInbox() + '.'),
+      _answers(connection.subscribe(_prefix + "*.*")) {
   natsSubscription_SetPendingLimits(_answers.get(), mostMessagesInBox, mostBytesInBox);
 }
 
+std::string AnswerBox::next(std::string_view site) {
+  _wanted = _prefix + subjectToken(site) + '.' + std::to_string(++_questions);
+  return _wanted;
+}
+
 ServerConnection::Heard AnswerBox::heard() {
-  const std::string wanted = _prefix + std::to_string(_questions);
   // Whoever sends without an end does not keep us here.
   for (int count = 0; count < mostMessagesInBox; ++count) {
     ServerConnection::Heard answer = _connection.heard(_answers.get());
-    if (answer.message == nullptr || natsMsg_GetSubject(answer.message.get()) == wanted)
+    if (answer.message == nullptr || natsMsg_GetSubject(answer.message.get()) == _wanted)
       return answer;
   }
   return {};

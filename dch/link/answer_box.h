@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "dch/link/server_connection.h"
 
@@ -16,9 +17,10 @@ class AnswerBox {
   // `connection` outlives it. Throws LinkError.
   explicit AnswerBox(ServerConnection& connection);
 
-  // Where the answers to the next question have to go. What comes for those before is dropped, but
-  // not, when it comes so late, that nobody took one of them.
-  std::string next() { return _prefix + std::to_string(++_questions); }
+  // Where that site's answers to the next question have to go, and no other site may send to. What
+  // comes for those before is dropped, but not, when it comes so late, that nobody took one of
+  // them.
+  std::string next(std::string_view site);
 
   // The next answer to the last question. Waits for nothing. Throws as ServerConnection::next()
   // does.
@@ -29,6 +31,7 @@ class AnswerBox {
   const std::string _prefix;
   const ServerConnection::Subscription _answers;
   std::uint64_t _questions = 0;
+  std::string _wanted;
 };
 
 }  // namespace dch

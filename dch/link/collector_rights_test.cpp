@@ -16,11 +16,10 @@ authorization {
   users: [
     {user: all, password: all},
     {user: hub, password: hub, permissions: {
-      publish: ["zord.rows.hub.>", "zord.fetch.*", "$JS.API.STREAM.INFO.ZORD_ROWS",
+      publish: ["zord.rows.hub.>", "zord.fetch.*", "_INBOX.*.*.hub.*", "$JS.API.STREAM.INFO.ZORD_ROWS",
                 "$JS.API.CONSUMER.CREATE.ZORD_ROWS", "$JS.API.CONSUMER.INFO.ZORD_ROWS.*",
                 "$JS.API.CONSUMER.DELETE.ZORD_ROWS.*", "$JS.FC.ZORD_ROWS.>"]
-      subscribe: ["_INBOX.>", "zord.fetch.hub"]
-      allow_responses: {max: 10000, expires: "1m"}}}
+      subscribe: ["_INBOX.hub.>", "zord.fetch.hub"]}}
   ]
 })") {}
 

@@ -47,7 +47,7 @@ std::string_view LiveMessage::header(const char* name) const {
 
 LiveConnection::LiveConnection(const LinkSettings& settings, const std::string& server)
     : _server(server),
-      _inboxSubject(newInbox()),
+      _inboxSubject(newInbox(settings.site)),
       _isClosed(std::make_shared<WaitableFlag>()),
       _connection(connectNats(settings, server, {.pingInterval = livePingInterval, .isLive = true},
                               _isClosed)) {}

@@ -8,11 +8,13 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "dch/testkit/flood.h"
 #include "dch/testkit/link_test.h"
 #include "dch/testkit/nats_server.h"
+#include "tests/support/sockets.h"
 #include "tests/support/wait_until.h"
 
 // The library does not free what it has of a message whose rest has not come when its connection
@@ -101,6 +103,48 @@ std::string lossOfLive(const LiveConnection& connection) {
   };
   return waitUntil(isLost, linkPatience) ? loss : "it is not lost";
 }
+
+// Lets in all who connect, and then tells each of them the same.
+class TellingServer {
+ public:
+  explicit TellingServer(const std::string& what) : _what(what), _thread([this] { tellAll(); }) {}
+  ~TellingServer() {
+    _isEnding = true;
+    const StreamSocket last(_listener.port());
+    _thread.join();
+  }
+
+  std::string url() const { return "nats://127.0.0.1:" + std::to_string(_listener.port()); }
+
+ private:
+  void tellAll() {
+    while (true) {
+      const StreamSocket client(_listener);
+      if (_isEnding) return;
+      client.send(
+          "INFO {\"server_id\":\"X\",\"version\":\"2.9.10\",\"headers\":true,\"proto\":1}\r\n");
+      std::string said;
+      if (!waitUntil([&] { return isAsking(client, &said); }, linkPatience)) continue;
+      client.send("PONG\r\n-ERR '" + _what + "'\r\n");
+      waitUntil([&] { return isGone(client); }, linkPatience);
+    }
+  }
+  // What it says ends with a PING.
+  bool isAsking(const StreamSocket& client, std::string* said) const {
+    const auto bytes = client.tryReceive(1);
+    if (bytes) *said += *bytes;
+    return _isEnding || (bytes && bytes->empty()) || said->ends_with("PING\r\n");
+  }
+  bool isGone(const StreamSocket& client) const {
+    const auto bytes = client.tryReceive(1);
+    return _isEnding || (bytes && bytes->empty());
+  }
+
+  const std::string _what;
+  const StreamListener _listener;
+  std::atomic<bool> _isEnding = false;
+  std::thread _thread;
+};
 
 class LiveConnectionTest : public ::testing::Test {
  protected:
@@ -241,6 +285,25 @@ TEST_F(LiveConnectionTest, ARightThatIsMissingIsSaid) {
                 AllOf(StartsWith(nats.url() + ": this user may not do what is needed: "),
                       HasSubstr("zord.alive.*")));
   });
+}
+
+// As no server of NATS would say it, too.
+TEST_F(LiveConnectionTest, WhateverIsSaidToBeMissingIsSaid) {
+  const std::string missing = ": this user may not do what is needed: ";
+  const std::string subjects[][2] = {{"_INBOX.west.ABC.7", "_INBOX.west.>"},
+                                     {"_INBOX.west.ABC", "_INBOX.west.>"},
+                                     {"_INBOX.west", "_INBOX.west"},
+                                     {"_INBOX.", "_INBOX."},
+                                     {"_INBOX", "_INBOX"},
+                                     {"", ""}};
+  for (const auto& [said, told] : subjects) {
+    const TellingServer server("Permissions Violation for Subscription to \"" + said + '"');
+    withoutStandstill([&] {
+      EXPECT_EQ(
+          lossOfLive(LiveConnection(settingsFor(), server.url())),
+          server.url() + missing + "Permissions Violation for Subscription to \"" + told + '"');
+    });
+  }
 }
 
 }  // namespace

@@ -9,12 +9,15 @@
 
 #include "dch/link/connect_guard.h"
 #include "dch/link/signals_blocked.h"
+#include "dch/link/subject.h"
 
 namespace dch {
 
 namespace {
 
 constexpr int unansweredPings = 2;
+
+constexpr std::string_view inboxes = "_INBOX.";
 
 // The library begins what it says with the place in its source: (conn.c:802): ...
 std::string withoutPlace(const std::string& text) {
@@ -121,10 +124,11 @@ natsStatus publishOn(natsConnection* connection, const std::string& subject,
   return natsConnection_PublishMsg(connection, made);
 }
 
-std::string newInbox() {
+std::string newInbox(std::string_view site) {
   natsInbox* made = nullptr;
   if (natsInbox_Create(&made) != NATS_OK) throw std::bad_alloc();
-  return NatsInbox(made).get();
+  std::string inbox = NatsInbox(made).get();
+  return inbox.insert(inboxes.size(), subjectToken(site) + '.');
 }
 
 void failAbout(const std::string& server, const std::string& what) {
@@ -166,9 +170,11 @@ void failIfNotPermitted(const std::string& server, natsConnection* connection) {
   if (natsConnection_GetLastError(connection, &text) != NATS_NOT_PERMITTED) return;
   if (std::string_view(text).find("Publish to \"_") != std::string_view::npos) return;
   std::string reason(text);
-  // Another one each time, which would be another sentence each time.
-  if (const std::size_t inbox = reason.find("_INBOX."); inbox != std::string::npos)
-    reason.replace(inbox, reason.find('"', inbox) - inbox, "_INBOX.>");
+  // Another word each time, which would be another sentence each time.
+  const std::size_t inbox = reason.find(inboxes);
+  const std::size_t word =
+      inbox == std::string::npos ? inbox : reason.find('.', inbox + inboxes.size());
+  if (word != std::string::npos) reason.replace(word, reason.find('"', word) - word, ".>");
   throw NotPermitted(server + ": this user may not do what is needed: " + reason);
 }
 

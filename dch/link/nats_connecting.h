@@ -49,8 +49,10 @@ natsStatus publishOn(natsConnection* connection, const std::string& subject,
                      const std::string& replySubject, const std::vector<NatsHeader>& headers,
                      std::string_view body);
 
-// A subject that nobody else has. Throws std::bad_alloc.
-std::string newInbox();
+// Where answers to this site go: _INBOX.SITE.WORD, which nobody else has, and beside which nobody
+// else has to be allowed to listen. With .ANSWERER.WORD behind it for what another site answers,
+// which may so be allowed to send to nowhere else. Throws std::bad_alloc.
+std::string newInbox(std::string_view site);
 
 // Throws LinkError: what of the server.
 [[noreturn]] void failAbout(const std::string& server, const std::string& what);

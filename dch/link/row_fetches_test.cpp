@@ -186,9 +186,9 @@ class RowFetchesRightsTest : public RowFetchesTest {
 authorization {
   users: [
     {user: west, password: west, permissions: {
-      publish: ["zord.rows.west.>", "$JS.API.STREAM.INFO.ZORD_ROWS", "$JS.API.STREAM.CREATE.ZORD_ROWS"],
-      subscribe: ["_INBOX.>", "zord.fetch.west"],
-      allow_responses: {max: 10000, expires: "1m"}}},
+      publish: ["zord.rows.west.>", "$JS.API.STREAM.INFO.ZORD_ROWS", "$JS.API.STREAM.CREATE.ZORD_ROWS",
+                "_INBOX.*.*.west.*"],
+      subscribe: ["_INBOX.>", "zord.fetch.west"]}},
     {user: mute, password: mute, permissions: {
       publish: ["zord.rows.west.>", "$JS.API.STREAM.INFO.ZORD_ROWS", "$JS.API.STREAM.CREATE.ZORD_ROWS"],
       subscribe: ["_INBOX.>", "zord.fetch.west"]}},

@@ -323,7 +323,7 @@ TEST_F(RowPublisherTest, AUserWhoMayNotHearAnswersIsToldOnce) {
                "'nothing'}}] }"});
   publish({nats.url()}, {.user = LinkUser{"west", "west"}});
   EXPECT_TRUE(waitUntilFailures(4));
-  expectEachToldOnce("Subscription to \"_INBOX.>\"");
+  expectEachToldOnce("Subscription to \"_INBOX.west.>\"");
 }
 
 TEST_F(RowPublisherTest, ARowThatIsTooLargeIsLeftOutAndTheOthersAreNot) {

@@ -18,9 +18,10 @@ constexpr milliseconds pingInterval{2'000};
 
 ServerConnection::ServerConnection(const LinkSettings& settings, const std::string& server)
     : _server(server),
+      _site(settings.site),
       _isClosed(std::make_shared<WaitableFlag>()),
       _connection(connectNats(settings, server, {.pingInterval = pingInterval}, _isClosed)),
-      _inbox(newInbox() + ".") {
+      _inbox(newInbox() + '.') {
   _answers.reset(subscribe(_inbox + "*").release());
 }
 
@@ -67,8 +68,11 @@ void ServerConnection::end(natsSubscription* subscription) noexcept {
 
 ServerConnection::Heard ServerConnection::ask(const std::string& subject, std::string_view body,
                                               milliseconds atMost) {
-  if (_asked == nullptr) _asked.reset(subscribe(_inbox + "asked.*").release());
-  const std::string reply = _inbox + "asked." + std::to_string(++_questions);
+  if (_asked == nullptr) {
+    _askedInbox = newInbox() + '.';
+    _asked.reset(subscribe(_askedInbox + '*').release());
+  }
+  const std::string reply = _askedInbox + std::to_string(++_questions);
   send(subject, reply, {}, body);
   const auto end = std::chrono::steady_clock::now() + atMost;
   while (true) {

@@ -37,6 +37,8 @@ class ServerConnection {
   // The name in a subject that replySubject() made.
   std::string_view nameIn(std::string_view subject) const { return subject.substr(_inbox.size()); }
 
+  std::string newInbox() const { return dch::newInbox(_site); }
+
   using Header = NatsHeader;
   // `replySubject` may be empty. NATS_OK, or NATS_MAX_PAYLOAD for what the server would not take.
   // Throws LinkError when the connection is lost.
@@ -77,10 +79,12 @@ class ServerConnection {
   void end(natsSubscription* subscription) noexcept;
 
   const std::string _server;
+  const std::string _site;
   const std::shared_ptr<WaitableFlag> _isClosed;
   const NatsConnection _connection;
   std::string _inbox;  // ends with a dot
   NatsSubscription _answers;
+  std::string _askedInbox;  // ends with a dot
   NatsSubscription _asked;
   std::uint64_t _questions = 0;
   std::vector<NatsSubscription> _ended;  // the library may still be at a message for them

@@ -36,7 +36,7 @@ SiteQuestion::SiteQuestion(ServerConnection& connection, CollectedSite& site,
       _patientUntil(Clock::now() + patienceWithAnswer) {
   site.isBusy = true;
   try {
-    connection.send(fetchSubject(site.name()), _box->next(), {},
+    connection.send(fetchSubject(site.name()), _box->next(site.name()), {},
                     fetchRequestText(site.rows.beginFetch()));
   } catch (...) {
     end(Answer::none);

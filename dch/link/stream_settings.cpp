@@ -46,6 +46,10 @@ json wantedSettings(int replicas) {
       // Longer than a cluster takes to choose another leader, after which rows are sent again. Each
       // server remembers the IDs of the rows of that time, some 260 bytes each.
       {"duplicate_window", nanoseconds(seconds(30)).count()},
+      // Whoever may send a row may name any subject for the answer, those on which JetStream is
+      // asked among them, and the answer can be read as a wish to remove rows.
+      {"deny_delete", true},
+      {"deny_purge", true},
   };
 }
 
@@ -138,6 +142,8 @@ std::string faultsOf(const json& settings) {
     note("max_msg_size", "-1, or at least " + std::to_string(largestMessage));
   if (have("no_ack", false)) note("no_ack", "false");
   if (have("sealed", false)) note("sealed", "false");
+  // With it a header of a row removes those before it, of all sites.
+  if (have("allow_rollup_hdrs", false)) note("allow_rollup_hdrs", "false");
   if (settings.contains("mirror")) note("mirror", "nothing");
   return faults;
 }

@@ -63,6 +63,8 @@ TEST(StreamSettingsTest, IsMadeWhenItIsMissing) {
   EXPECT_EQ(settings.at("duplicate_window"), 30'000'000'000);
   for (const char* const limit : {"max_msgs", "max_bytes", "max_msg_size", "max_consumers"})
     EXPECT_EQ(settings.at(limit), -1) << limit;
+  EXPECT_EQ(settings.at("deny_delete"), true);
+  EXPECT_EQ(settings.at("deny_purge"), true);
 }
 
 TEST(StreamSettingsTest, StaysAsItIs) {
@@ -95,6 +97,8 @@ TEST(StreamSettingsTest, OthersByWhichRowsWouldBeLost) {
   expectRefused(R"({"max_msg_size": 1000})",
                 "max_msg_size is 1000, has to be -1, or at least 1048576");
   expectRefused(R"({"no_ack": true})", "no_ack is true, has to be false");
+  expectRefused(R"({"allow_rollup_hdrs": true, "deny_purge": false})",
+                "allow_rollup_hdrs is true, has to be false");
 }
 
 TEST(StreamSettingsTest, EachFaultIsNamed) {

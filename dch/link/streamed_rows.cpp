@@ -82,7 +82,7 @@ Delivery deliveryIn(std::string_view subject) {
 StreamedRows::StreamedRows(ServerConnection& connection, const std::string& subjects,
                            std::uint64_t from)
     : _connection(connection) {
-  const std::string inbox = newInbox();
+  const std::string inbox = connection.newInbox();
   _rows = connection.subscribe(inbox);
   // The server waits for who reads slowly, and has less than that on the way then.
   natsSubscription_SetPendingLimits(_rows.get(), -1, 64 << 20);

@@ -27,7 +27,7 @@ class StreamedRowsTest : public ::testing::Test {
   explicit StreamedRowsTest(const std::string& more = {}, bool hasJetStream = true)
       : _nats({.hasJetStream = hasJetStream, .more = more}) {}
 
-  void makeStream() { askJetStream(_nats.url(), "CREATE"); }
+  void makeStream() { askJetStream(_nats.url(), "CREATE", R"({"deny_purge": false})"); }
   std::unique_ptr<ServerConnection> connect(const std::optional<LinkUser>& user = {}) const {
     std::unique_ptr<ServerConnection> connection;
     const auto connects = [&] {

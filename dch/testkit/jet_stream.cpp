@@ -35,7 +35,8 @@ std::string askJetStream(const std::string& url, const std::string& question,
   nlohmann::json settings{{"name", "ZORD_ROWS"},   {"subjects", {"zord.rows.>"}},
                           {"retention", "limits"}, {"storage", "file"},
                           {"max_msgs", -1},        {"max_bytes", -1},
-                          {"num_replicas", 1}};
+                          {"num_replicas", 1},     {"deny_purge", true},
+                          {"deny_delete", true}};
   settings.update(nlohmann::json::parse(otherSettings));
   const bool hasSettings = question == "CREATE" || question == "UPDATE";
   std::string answer;

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <stdexcept>
 
+#include "dch/link/subject.h"
 #include "dch/testkit/nats_client.h"
 #include "dch/testkit/nats_messages.h"
 #include "tests/support/wait_until.h"
@@ -28,16 +29,17 @@ RowAsker::RowAsker(const std::string& url) : _connection(std::make_unique<Connec
   natsInbox* inbox = nullptr;
   requireDone(natsInbox_Create(&inbox));
   _connection->inbox = NatsInbox(inbox).get();
+  _connection->inbox.insert(_connection->inbox.find('.'), ".asker");
   natsSubscription* answers = nullptr;
   requireDone(natsConnection_SubscribeSync(&answers, _connection->connection.get(),
-                                           _connection->inbox.c_str()));
+                                           (_connection->inbox + ".>").c_str()));
   _connection->answers.reset(answers);
 }
 
 RowAsker::~RowAsker() = default;
 
 void RowAsker::ask(const std::string& site, const std::string& request) {
-  askFor(site, request, _connection->inbox);
+  askFor(site, request, _connection->inbox + '.' + subjectToken(site) + ".1");
 }
 
 void RowAsker::askFor(const std::string& site, const std::string& request,
