@@ -109,6 +109,7 @@ class Run {
   bool _isLooking = false;      // the hub relies on what it has read of the stream
   bool _canHaveGaps = false;
   std::set<Key> _notInFile;    // that the answer was made of
+  std::set<Key> _inFile;       // likewise
   bool _isAnswerOfOne = true;  // that was alone then
   std::set<Key> _neverToldOf;  // when one that was alone was asked its file did not have them
 };
@@ -304,14 +305,19 @@ void Run::makeAnswer() {
   _isAnswerOfOne = _isAlone;
   _answer = answering().answer(*_request, _mostFetched);
   _notInFile.clear();
-  for (const Key& each : _written)
-    if (!answering().has(each)) _notInFile.insert(each);
+  _inFile.clear();
+  for (const Key& each : _written) (answering().has(each) ? _inFile : _notInFile).insert(each);
 }
 
 void Run::endFetch(bool isAnswered) {
   if (isAnswered) {
     const bool isGood = _hub->fetchEnded(_answer->end, _isAnswerOfOne);
     if (isGood && _isAnswerOfOne) _neverToldOf.insert(_notInFile.begin(), _notInFile.end());
+    if (isGood && _hub->hasAll() && !_canHaveGaps) {
+      const std::set<Key> rows(_rows.begin(), _rows.end());
+      require(std::includes(rows.begin(), rows.end(), _inFile.begin(), _inFile.end()),
+              "all that the site had, when it says so");
+    }
   } else {
     if (_answer) _late.insert(_late.end(), _answer->rows.begin(), _answer->rows.end());
     _hub->fetchFailed();

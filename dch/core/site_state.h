@@ -23,6 +23,9 @@ struct SiteState {
   std::optional<std::int64_t> newest = {};
   std::optional<std::int64_t> published = {};
   std::optional<std::int64_t> behind = {};
+  // Of the changes that its store has kept: those up to which a hub has not come yet. Nothing at
+  // others, and while it is not known.
+  std::optional<std::int64_t> uncollected = {};
 };
 
 }  // namespace dch

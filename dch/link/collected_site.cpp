@@ -19,6 +19,16 @@ bool mayBeKept(const RowHeader& header, const RowSubject& subject) {
 CollectedSite::CollectedSite(std::string name, IncomingRows::State kept)
     : rows(kept), _name(std::move(name)), _kept(std::move(kept)) {}
 
+std::optional<std::int64_t> CollectedSite::collectedUpTo(const Epoch& run) const {
+  std::optional<std::int64_t> upTo;
+  if (told && told->run == run) upTo = told->upTo;
+  const std::vector<RowName>& have = rows.state().have;
+  const auto known = std::find_if(have.begin(), have.end(),
+                                  [&](const RowName& each) { return each.epoch == run; });
+  if (known != have.end()) upTo = std::max(upTo.value_or(0), known->number);
+  return upTo;
+}
+
 void CollectedSite::keep(const RowHeader& header, const RowSubject& subject,
                          std::string_view message) {
   _unkept.push_back({header.name, header.time, subject.application, subject.group, header.source,

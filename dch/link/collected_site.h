@@ -43,7 +43,17 @@ class CollectedSite {
   // The server that is known as the only one of its name: what it has not is nowhere to be had.
   std::optional<Epoch> aloneRun;
   bool answers = true;  // as far as is known
+  // What it has said when all its rows up to there were known: the number is that of its store.
+  struct Told {
+    Epoch run;
+    std::int64_t upTo = 0;
+  };
+  std::optional<Told> told;
   bool isBusy = false;  // it is being asked, or its rows in the stream are read again
+
+  // How far that run's store was when all that it had kept was collected, at least; nothing when
+  // nothing is known of that run.
+  std::optional<std::int64_t> collectedUpTo(const Epoch& run) const;
 
   // A row that `rows` wants kept.
   void keep(const RowHeader& header, const RowSubject& subject, std::string_view message);

@@ -27,6 +27,19 @@ TEST(CollectedSiteTest, HasNothingToBeKeptAtFirst) {
   EXPECT_FALSE(site.takeUnkept().has_value());
 }
 
+TEST(CollectedSiteTest, HasCollectedUpToItsLastRowOrWhatWasTold) {
+  CollectedSite site("west", {{name(5), name(7, 2)}, 12});
+  EXPECT_EQ(site.collectedUpTo(name(1).epoch), 5);
+  EXPECT_EQ(site.collectedUpTo(name(1, 2).epoch), 7);
+  EXPECT_EQ(site.collectedUpTo(name(1, 3).epoch), std::nullopt);
+  site.told = {name(1).epoch, 9};
+  EXPECT_EQ(site.collectedUpTo(name(1).epoch), 9) << "those behind its last row are no rows";
+  EXPECT_EQ(site.collectedUpTo(name(1, 2).epoch), 7);
+  site.told = {name(1, 3).epoch, 20};
+  EXPECT_EQ(site.collectedUpTo(name(1).epoch), 5);
+  EXPECT_EQ(site.collectedUpTo(name(1, 3).epoch), 20) << "a run that has kept no row";
+}
+
 TEST(CollectedSiteTest, GivesRowsInTheirOrderWithAllThatIsSaidOfThem) {
   CollectedSite site("west");
   collect(site, 1);

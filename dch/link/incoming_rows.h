@@ -79,6 +79,9 @@ class IncomingRows {
   // several servers: another question only helps when that has changed.
   bool waitsForOne() const { return _waitsForOne; }
 
+  // Since the last answer, which was good: all rows that the site had when it gave it are known.
+  bool hasAll() const { return _phase == Phase::following && _toldBelow == all; }
+
   // The stream was lost and made again: its sequences begin again, and so does the first reader.
   void streamBeganAnew();
 

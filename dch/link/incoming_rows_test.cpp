@@ -77,6 +77,26 @@ TEST_F(IncomingRowsTest, KeepsEachRowOnceAsItComes) {
   EXPECT_FALSE(_rows.state().passedFrom);
 }
 
+TEST_F(IncomingRowsTest, HasAllWhenAGoodAnswerSaysThatThereIsNoMore) {
+  EXPECT_FALSE(_rows.hasAll());
+  read({1});
+  EXPECT_FALSE(_rows.hasAll()) << "the stream may have lost some";
+  fetch({row(2)}, false);
+  EXPECT_FALSE(_rows.hasAll());
+  fetch({row(3)});
+  EXPECT_TRUE(_rows.hasAll());
+  read({6});
+  EXPECT_FALSE(_rows.hasAll());
+  fetch({row(4), row(5)});
+  EXPECT_FALSE(_rows.hasAll()) << "what was passed over is to be taken still";
+  reread({row(6)});
+  EXPECT_TRUE(_rows.hasAll());
+  _rows.beginFetch();
+  EXPECT_FALSE(_rows.hasAll());
+  _rows.fetchFailed();
+  EXPECT_FALSE(_rows.hasAll());
+}
+
 TEST_F(IncomingRowsTest, GoesOnFromOneRunOfTheSiteToTheNext) {
   read({1, 2});
   EXPECT_TRUE(_rows.fromStream(3, row(name(3, 2), name(2))));

@@ -272,11 +272,16 @@ void RowCollector::takeSites() {
   }
   if (sites == nullptr) return;
   for (auto& [name, site] : _sites) site.aloneRun.reset();
+  auto collected = std::make_shared<std::map<std::string, RowName, std::less<>>>();
   for (const SiteState& each : *sites) {
     if (each.isReachable && each.newest && _sites.size() < mostSites / 2) siteOf(each.name);
     const auto known = _sites.find(each.name);
-    if (known != _sites.end() && each.isAlone) known->second.aloneRun = each.run;
+    if (known == _sites.end()) continue;
+    if (each.isAlone) known->second.aloneRun = each.run;
+    if (const auto upTo = known->second.collectedUpTo(each.run))
+      collected->emplace(each.name, RowName{each.run, *upTo});
   }
+  _counted.collected = std::move(collected);
 }
 
 void RowCollector::refuse(const std::string& why) {

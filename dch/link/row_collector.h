@@ -48,6 +48,9 @@ struct CollectorFigures {
   std::uint64_t failures = 0;       // times that the connection was lost, or could not be made
   std::size_t sites = 0;
   std::size_t sitesSilent = 0;  // that did not answer when they were asked last
+  // Of the sites that are there, by name, as of some second; null at first. The run is the one that
+  // was heard last, and up to that number of its store all is collected.
+  std::shared_ptr<const std::map<std::string, RowName, std::less<>>> collected;
 };
 
 // Reads the stream, and asks a site itself for what is missing there. What it has collected is

@@ -104,6 +104,32 @@ TEST_F(RowCollectorTest, ASiteThatIsOnlyKnownToBeThereIsAskedForItsRows) {
   EXPECT_EQ(figures().sites, 1u);
 }
 
+// Numbers 3 to 7 of its store are no rows, which the hub does not know before it has asked.
+TEST_F(RowCollectorTest, SaysHowFarItIsWithASite) {
+  makeStream();
+  ScriptedSite west(_nats.url(), "west");
+  west.publish({1, 2});
+  collect();
+  const Epoch run = west.nameOf(1).epoch;
+  const auto comesTo = [&](std::int64_t number) {
+    return waitUntilKeeping([&] {
+      _collector->setSites(std::make_shared<const std::vector<SiteState>>(
+          std::vector<SiteState>{{.name = "unknown", .isReachable = true},
+                                 {.name = "west", .run = run, .isReachable = true, .newest = 7}}));
+      const auto collected = figures().collected;
+      return collected != nullptr && collected->size() == 1 &&
+             collected->begin()->second == RowName{run, number};
+    });
+  };
+  EXPECT_TRUE(comesTo(2));
+  west.setScript([&](const Question& question) {
+    ScriptedSite::Answer answer = west.fileAnswer(question, 2);
+    answer.end->upTo = west.nameOf(7);
+    return answer;
+  });
+  EXPECT_TRUE(comesTo(7));
+}
+
 TEST_F(RowCollectorTest, CollectsNothingWhileItStandsAside) {
   makeStream();
   ScriptedSite west(_nats.url(), "west");

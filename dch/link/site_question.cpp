@@ -69,6 +69,7 @@ std::optional<SiteQuestion::Row> SiteQuestion::take(NatsMessage message) {
     const auto told = parseFetchEnd(text);
     const bool isGood = told && _site.rows.fetchEnded(*told, _site.aloneRun == told->run);
     _hasMore = isGood && !told->isAll;
+    if (isGood && _site.rows.hasAll()) _site.told = {told->run, told->upTo.number};
     end(isGood ? Answer::good : Answer::bad);
     return std::nullopt;
   }

@@ -1,5 +1,6 @@
 #include "dch/service/server_hub.h"
 
+#include <algorithm>
 #include <new>
 #include <utility>
 
@@ -40,6 +41,17 @@ void ServerHub::append(std::vector<Change>&& changes) noexcept {
 void ServerHub::conclude(Entry&& entry, bool isKept) noexcept {
   if (!isKept) _notKept.push_back(std::move(entry.change));
   if (--_underWay == 0 && _notKept.empty()) _collector.taken();
+}
+
+// The site may have gone on by a second since.
+void ServerHub::setUncollected(std::vector<SiteState>* sites) const {
+  const auto collected = _collector.figures().collected;
+  if (collected == nullptr) return;
+  for (SiteState& each : *sites) {
+    const auto place = collected->find(each.name);
+    if (place != collected->end() && place->second.epoch == each.run && each.newest)
+      each.uncollected = std::max<std::int64_t>(*each.newest - place->second.number, 0);
+  }
 }
 
 void ServerHub::setCounters(Counters* counters) const {

@@ -38,6 +38,9 @@ class ServerHub final : private StoreClient {
   void stop() noexcept { _collector.stop(); }
   bool waitForEnd(std::chrono::milliseconds atMost) { return _collector.waitForEnd(atMost); }
 
+  // Says of the sites how far the hub is with them. Any thread.
+  void setUncollected(std::vector<SiteState>* sites) const;
+
   // Brings the counters up to date.
   void setCounters(Counters* counters) const;
 

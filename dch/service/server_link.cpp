@@ -87,7 +87,12 @@ void ServerLink::stop() noexcept {
 }
 
 std::shared_ptr<const std::vector<SiteState>> ServerLink::sites() const {
-  return _sites != nullptr ? _sites->figures().sites : nullptr;
+  if (_sites == nullptr) return nullptr;
+  auto sites = _sites->figures().sites;
+  if (_hub == nullptr) return sites;
+  auto ofHub = std::make_shared<std::vector<SiteState>>(*sites);
+  _hub->setUncollected(ofHub.get());
+  return ofHub;
 }
 
 void ServerLink::setCounters(Counters* counters) const {

@@ -44,7 +44,8 @@ class ServerLink : private StoreClient {
   // destructor waits.
   void stop() noexcept;
 
-  // The other sites, by name; null without a link. Any thread, while this is there and started.
+  // The other sites, by name; null without a link. Throws std::bad_alloc. Any thread, once this is
+  // started.
   std::shared_ptr<const std::vector<SiteState>> sites() const;
 
   // Brings the counters up to date.
