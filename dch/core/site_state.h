@@ -17,7 +17,7 @@ struct SiteState {
   bool isReachable = false;                          // else it is silent
   bool isStopping = false;                           // it has said so, and was not heard since
   bool isAlone = false;                              // see SiteWatch::isAlone
-  std::chrono::steady_clock::time_point since = {};  // it is reachable, or silent
+  std::chrono::steady_clock::time_point since = {};  // it is there, stopping or silent
   std::string version = {};
   // How far its store and its rows in the stream are, and the difference; nothing without a file.
   std::optional<std::int64_t> newest = {};

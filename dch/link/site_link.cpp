@@ -188,6 +188,7 @@ void SiteLink::lookAround() {
   _watch.fallenSilent(now, _maySpeak);
   noteName();
   auto sites = std::make_shared<const std::vector<SiteState>>(_watch.states());
+  for (const std::string& each : _news.lines(*sites, now)) _log.tell(each);
   const std::lock_guard lock(_mutex);
   _figures.sites = std::move(sites);
 }

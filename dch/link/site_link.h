@@ -20,6 +20,7 @@
 #include "dch/link/link_log.h"
 #include "dch/link/link_settings.h"
 #include "dch/link/live_connection.h"
+#include "dch/link/site_news.h"
 #include "dch/link/site_watch.h"
 #include "dch/link/waitable_flag.h"
 
@@ -94,6 +95,7 @@ class SiteLink {
 
   // The thread's own.
   SiteWatch _watch;
+  SiteNews _news;
   std::unique_ptr<LiveConnection> _connection;
   std::optional<LiveConnection::Subscription> _subscription;  // of that connection
   std::size_t _turn = 0;                                      // of the servers

@@ -95,9 +95,10 @@ SiteWatch::Heard SiteWatch::take(Site& site, const AliveMessage& message) {
   if (run != runs.end()) runs.erase(run);
   runs.insert(runs.begin(), {message.run, message.count});
   if (runs.size() > mostRuns) runs.pop_back();
-  if (heard == Heard::isBack) site.since = _now;
+  const bool isStopping = message.state == State::stopping;
+  if (heard == Heard::isBack || isStopping != site.isStopping) site.since = _now;
   site.isReachable = true;
-  site.isStopping = message.state == State::stopping;
+  site.isStopping = isStopping;
   site.heardAt = _now;
   site.term = termOf(message.period);
   if (heard != Heard::known || message.hears) site.aloneFrom = _now + site.term;

@@ -118,12 +118,15 @@ TEST_F(SiteWatchTest, ASiteThatSpeaksSeldomIsGivenThreeOfItsPeriods) {
 
 TEST_F(SiteWatchTest, ASiteThatStopsIsReachableForItsTermAsItMayBeRestarted) {
   hear("east", message(1));
+  pass(seconds(3));
   EXPECT_EQ(hear("east", message(1, State::stopping)), Heard::known);
   EXPECT_TRUE(watch.states()[0].isReachable);
   EXPECT_TRUE(watch.states()[0].isStopping);
+  EXPECT_EQ(watch.states()[0].since, now);
   pass(seconds(5));
   EXPECT_EQ(hear("east", message(2, State::newcomer)), Heard::newRun);
   EXPECT_FALSE(watch.states()[0].isStopping);
+  EXPECT_EQ(watch.states()[0].since, now);
   hear("east", message(2, State::stopping));
   EXPECT_THAT(pass(seconds(15)), ElementsAre("east"));
   EXPECT_TRUE(watch.states()[0].isStopping);
