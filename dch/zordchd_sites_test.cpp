@@ -1,13 +1,17 @@
-// Real programs of sites, which hear of each other: two have one name, one has no rows, one may not
-// say that it is there.
+// Real programs of sites, which hear of each other: one falls silent, two have one name, one has no
+// rows, one may not say that it is there.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <thread>
 
+#include "dch/link/alive_message.h"
 #include "dch/testkit/clients.h"
+#include "dch/testkit/http_client.h"
 #include "dch/testkit/jet_stream.h"
 #include "dch/testkit/link_test.h"
 #include "dch/testkit/linked_server.h"
@@ -103,6 +107,127 @@ TEST_F(NamesakesTest, WhoStandsAsideIsNoticedAgainWhenItGoesOn) {
   aside.goOn();
   EXPECT_TRUE(comesTo(other.process(), "link_site_name_refused", 2));
   EXPECT_TRUE(waitForOneAside());
+}
+
+// A hub with a page, and two sites.
+class SeenSitesTest : public ::testing::Test {
+ protected:
+  SeenSitesTest() {
+    _west.begin();
+    _east.begin();
+  }
+
+  // What the newest report of the hub says of it.
+  std::string lineOf(const std::string& site) {
+    const std::string line = lineIn(_hub.standardError(), "  " + site + ": ");
+    kill(_hub.processId(), SIGUSR1);
+    return line;
+  }
+  std::string metric(const std::string& name, const std::string& site) {
+    const std::string sample = "zordchd_site_" + name + "{site=\"" + site + "\"} ";
+    return lineIn(httpGet(_page, "/metrics").body, sample).substr(0, 100);
+  }
+  nlohmann::json stateOf(const std::string& site) const {
+    const nlohmann::json state = httpGet(_page, "/api/state").json();
+    if (!state.is_object()) return {};
+    for (const nlohmann::json& each : state["sites"])
+      if (each["site"] == site) return each;
+    return {};
+  }
+  template <class Condition>
+  static bool comesTrue(Condition condition) {
+    return waitUntil(
+        [&] {
+          std::this_thread::sleep_for(std::chrono::milliseconds(50));
+          return condition();
+        },
+        linkPatience);
+  }
+  bool isSeen(const std::string& site, const std::string& state) {
+    return comesTrue([&] {
+      const nlohmann::json seen = stateOf(site);
+      return !seen.is_null() && seen["state"] == state;
+    });
+  }
+  // As it is in what people and programs read.
+  void expectSeen(const std::string& site, const std::string& state) {
+    EXPECT_TRUE(isSeen(site, state));
+    EXPECT_EQ(metric("reachable", site), state == "silent" ? "0" : "1");
+    EXPECT_TRUE(comesTrue([&] { return lineOf(site).starts_with(state + " for "); }));
+  }
+
+  NatsServer _nats;
+  LinkedServer _west{"west", _nats.port()};
+  LinkedServer _east{"east", _nats.port()};
+  const TemporaryFolder _folder;
+  const TemporaryFile _configuration{"[link]\nservers = ['" + _nats.url() +
+                                     "']\nsite = 'hub'\nstore_remote = true\n"};
+  ServerProcess _hub{{"--config", _configuration.path(), "--store", _folder.path() + "/state.db",
+                      "--web", "127.0.0.1:0"}};
+  const int _page = _hub.pagePort();
+
+ private:
+  // The rest of the last line that begins so; empty where there is none.
+  static std::string lineIn(const std::string& text, const std::string& begin) {
+    const std::size_t at = text.rfind("\n" + begin);
+    if (at == std::string::npos) return "";
+    const std::size_t from = at + 1 + begin.size();
+    return text.substr(from, text.find('\n', from) - from);
+  }
+};
+
+TEST_F(SeenSitesTest, ASiteFallsSilentAndIsBack) {
+  expectSeen("west", "here");
+  expectSeen("east", "here");
+  _east.standStill();
+  expectSeen("east", "silent");
+  expectSeen("west", "here");
+  EXPECT_TRUE(_hub.waitForError("link: site east is silent\n"));
+  EXPECT_TRUE(comesTo(_hub, "link_sites_silent", 1));
+  EXPECT_EQ(gaugeOf(_hub, "link_sites"), 2);
+  EXPECT_EQ(httpGet(_page, "/api/state").json()["sites"][0]["site"], "east") << "the silent first";
+  // A site that is no hub sees it, too.
+  EXPECT_TRUE(comesTo(_west.process(), "link_sites_silent", 1));
+  _east.goOn();
+  expectSeen("east", "here");
+  EXPECT_TRUE(_hub.waitForError("link: site east is heard again\n"));
+  EXPECT_TRUE(waitUntil([this] { return gaugeOf(_hub, "link_sites_silent") == 0; }, linkPatience));
+}
+
+TEST_F(SeenSitesTest, WhoStopsSaysSo) {
+  expectSeen("east", "here");
+  EXPECT_EQ(_east.end(), 0);
+  EXPECT_TRUE(isSeen("east", "stopping"));
+  EXPECT_TRUE(_hub.waitForError("link: site east is silent, as it was stopped\n"));
+  expectSeen("east", "silent");
+}
+
+// Changes that are no rows count until the hub knows that there is nothing among them for it.
+TEST_F(SeenSitesTest, AHubTellsHowFarItIsWithASite) {
+  sendRows(_west.port(), 20);
+  const auto hasAll = [this] {
+    const nlohmann::json west = stateOf("west");
+    return !west.is_null() && west["changes_behind"] == 0 && west["changes_uncollected"] == 0;
+  };
+  EXPECT_TRUE(comesTrue(hasAll));
+  EXPECT_EQ(metric("changes_behind", "west"), "0");
+  EXPECT_EQ(metric("changes_uncollected", "west"), "0");
+}
+
+TEST_F(SeenSitesTest, NamesThatNoServerWouldHaveBreakNothing) {
+  expectSeen("west", "here");
+  const NatsClient client(_nats.url());
+  const std::string name = "a\"} 1\n\\";
+  const std::string text = aliveText({.run = newEpoch(), .count = 1, .period = linkPatience});
+  for (const std::string& each : {name, std::string("\xFF")})
+    requireDone(
+        natsConnection_PublishString(client.get(), aliveSubject(each).c_str(), text.c_str()));
+  requireDone(natsConnection_Flush(client.get()));
+  EXPECT_TRUE(isSeen(name, "here"));
+  EXPECT_TRUE(isSeen("0xff", "here"));
+  EXPECT_EQ(metric("reachable", "a\\\"} 1\\n\\\\"), "1");
+  EXPECT_EQ(metric("reachable", "0xff"), "1");
+  EXPECT_TRUE(comesTrue([&] { return lineOf("\\xff").starts_with("here for "); }));
 }
 
 class SiteRightsTest : public ::testing::Test {

@@ -181,9 +181,9 @@ inline constexpr CounterDescription counterDescriptions[] = {
      "1 while there is a link with other servers, else 0"},
     {Counter::linkChangesBehind, "link_changes_behind",
      "rows and other changes that were kept and wait for the link, or are passed by it"},
-    {Counter::linkSites, "link_sites", "other sites whose rows this hub keeps"},
+    {Counter::linkSites, "link_sites", "other sites that this server has heard"},
     {Counter::linkSitesSilent, "link_sites_silent",
-     "those of them that did not answer when they were asked last"},
+     "those of them that were not heard for a while"},
     {Counter::linkAside, "link_aside",
      "1 while another server has this site's name and keeps it, else 0"},
 };

@@ -42,7 +42,6 @@ class CollectedSite {
   TimePoint nextLook{};  // without need
   // The server that is known as the only one of its name: what it has not is nowhere to be had.
   std::optional<Epoch> aloneRun;
-  bool answers = true;  // as far as is known
   // What it has said when all its rows up to there were known: the number is that of its store.
   struct Told {
     Epoch run;

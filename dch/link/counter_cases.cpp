@@ -147,29 +147,83 @@ void linkChangesBehind() {
   EXPECT_TRUE(store.comesTo(moves, Counter::linkChangesBehind, 0));
 }
 
-// Who says nothing himself hears nothing; a site that is heard says that others are, too.
+namespace {
+
+// What others say to a store's link, which hears nothing before it has said something itself.
+class OtherSites {
+ public:
+  OtherSites(LinkedStore& store, const std::string& server) : _store(store), _client(server) {}
+
+  void say(const std::string& subject, const std::string& text) {
+    requireDone(natsConnection_PublishString(_client.get(), subject.c_str(), text.c_str()));
+    requireDone(natsConnection_Flush(_client.get()));
+  }
+  void sayThatItIsThere(const std::string& site) {
+    say(aliveSubject(site),
+        aliveText({.run = _run, .count = ++_count, .period = std::chrono::seconds(1)}));
+  }
+  bool isHeard(const std::string& site) {
+    const auto isKnown = [&] {
+      _store.tick();
+      sayThatItIsThere(site);
+      return _store.knowsSite(site);
+    };
+    return waitUntil(isKnown, linkPatience);
+  }
+
+ private:
+  LinkedStore& _store;
+  const NatsClient _client;
+  const Epoch _run = newEpoch();
+  std::uint64_t _count = 0;
+};
+
+}  // namespace
+
 void linkMessagesRefused() {
   const NatsServer nats;
   LinkedStore store;
   const CounterMoves moves(store.counters);
   store.link(nats.url());
-  const NatsClient client(nats.url());
-  const auto say = [&](const std::string& subject, const std::string& text) {
-    requireDone(natsConnection_PublishString(client.get(), subject.c_str(), text.c_str()));
-    requireDone(natsConnection_Flush(client.get()));
-  };
-  const Epoch run = newEpoch();
-  std::uint64_t count = 0;
-  const auto isHeard = [&] {
-    store.tick();
-    say("zord.alive.east",
-        aliveText({.run = run, .count = ++count, .period = std::chrono::seconds(1)}));
-    return store.knowsSite("east");
-  };
-  ASSERT_TRUE(waitUntil(isHeard, linkPatience));
+  OtherSites sites(store, nats.url());
+  ASSERT_TRUE(sites.isHeard("east"));
   EXPECT_EQ(moves.of(Counter::linkMessagesRefused), 0);
-  for (int times = 0; times < 3; ++times) say("zord.alive.east", "nonsense");
+  for (int times = 0; times < 3; ++times) sites.say("zord.alive.east", "nonsense");
   EXPECT_TRUE(store.comesTo(moves, Counter::linkMessagesRefused, 3));
+}
+
+void linkSites() {
+  const NatsServer nats;
+  LinkedStore store;
+  const CounterMoves moves(store.counters);
+  store.link(nats.url());
+  OtherSites sites(store, nats.url());
+  ASSERT_TRUE(sites.isHeard("east"));
+  EXPECT_TRUE(store.comesTo(moves, Counter::linkSites, 1));
+  ASSERT_TRUE(sites.isHeard("north"));
+  EXPECT_TRUE(store.comesTo(moves, Counter::linkSites, 2));
+}
+
+void linkSitesSilent() {
+  const NatsServer nats;
+  LinkedStore store;
+  const CounterMoves moves(store.counters);
+  store.link(nats.url());
+  OtherSites sites(store, nats.url());
+  ASSERT_TRUE(sites.isHeard("east"));
+  ASSERT_TRUE(sites.isHeard("north"));
+  const auto isMissed = [&] {
+    sites.sayThatItIsThere("north");
+    return store.hasMoved(moves, Counter::linkSitesSilent, 1);
+  };
+  EXPECT_TRUE(waitUntil(isMissed, linkPatience)) << "east says nothing any more";
+  const auto isBack = [&] {
+    sites.sayThatItIsThere("east");
+    sites.sayThatItIsThere("north");
+    return store.hasMoved(moves, Counter::linkSitesSilent, 0);
+  };
+  EXPECT_TRUE(waitUntil(isBack, linkPatience));
+  EXPECT_EQ(moves.of(Counter::linkSites), 2);
 }
 
 namespace {

@@ -123,34 +123,4 @@ void linkRowsRefused() {
   EXPECT_TRUE(hub.comesTo(Counter::linkRowsRefused, 3));
 }
 
-void linkSites() {
-  CountedHub hub;
-  ScriptedSite west(hub.nats.url(), "west", 1), east(hub.nats.url(), "east", 2);
-  ScriptedSite own(hub.nats.url(), "hub", 3);
-  own.publish({1});
-  west.publish({1, 2});
-  hub.collect();
-  EXPECT_TRUE(hub.comesTo(Counter::linkRowsCollected, 2));
-  EXPECT_TRUE(hub.comesTo(Counter::linkSites, 1));
-  east.publish({1});
-  EXPECT_TRUE(hub.comesTo(Counter::linkSites, 2));
-}
-
-// One that nobody hears, and one that hears and says nothing.
-void linkSitesSilent() {
-  CountedHub hub;
-  ScriptedSite west(hub.nats.url(), "west", 1), east(hub.nats.url(), "east", 2);
-  letAnswer(&west, 1);
-  west.publish({1});
-  east.publish({1, 3});
-  hub.collect();
-  EXPECT_TRUE(hub.comesTo(Counter::linkSitesSilent, 1));
-  letAnswer(&east, 3);
-  EXPECT_TRUE(hub.comesTo(Counter::linkSitesSilent, 0));
-  east.setScript([](const Question&) { return ScriptedSite::Answer{}; });
-  east.publish({5});
-  EXPECT_TRUE(hub.comesTo(Counter::linkSitesSilent, 1));
-  EXPECT_TRUE(hub.comesTo(Counter::linkSites, 2));
-}
-
 }  // namespace dch::testkit::counter_cases

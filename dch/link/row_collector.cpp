@@ -347,7 +347,7 @@ void RowCollector::conclude(const SiteQuestion& question) {
   const auto now = Clock::now();
   const bool isGood = question.answer() == Answer::good;
   const bool isMissing = site.rows.wants() == IncomingRows::Wants::fetch;
-  site.answers = question.answer() != Answer::none;
+  const bool answers = question.answer() != Answer::none;
   // For more at once, unless it has none.
   const bool isMoreThere = isMissing && question.hasMore() && question.rows() > 0;
   const bool waitsForOne = isGood && site.rows.waitsForOne();
@@ -355,8 +355,8 @@ void RowCollector::conclude(const SiteQuestion& question) {
                       : waitsForOne ? now + pauseWhileQuiet
                                     : now + pauseOfQuestions;
   if (isGood) site.nextLook = now + pauseWhileQuiet;
-  if (site.answers) site.lastHeard = now;
-  if (!site.answers && isMissing)
+  if (answers) site.lastHeard = now;
+  if (!answers && isMissing)
     _log.tellOnce(aboutSite(site.name()),
                   "site " + site.name() + " does not answer, and rows of it are missing here");
   if (waitsForOne)
@@ -397,9 +397,6 @@ void RowCollector::handOver() {
 void RowCollector::showFigures() {
   _counted.isConnected = _connection != nullptr;
   _counted.sites = _sites.size();
-  _counted.sitesSilent = 0;
-  for (const auto& [name, site] : _sites)
-    if (!site.answers) ++_counted.sitesSilent;
   const std::lock_guard lock(_mutex);
   _figures = _counted;
 }

@@ -46,8 +46,7 @@ struct CollectorFigures {
   std::uint64_t rowsAfterGaps = 0;  // of those, that follow rows that are nowhere to be had
   std::uint64_t rowsRefused = 0;    // messages that are no rows, and rows of too many sites
   std::uint64_t failures = 0;       // times that the connection was lost, or could not be made
-  std::size_t sites = 0;
-  std::size_t sitesSilent = 0;  // that did not answer when they were asked last
+  std::size_t sites = 0;            // of which it has rows, or asks for them
   // Of the sites that are there, by name, as of some second; null at first. The run is the one that
   // was heard last, and up to that number of its store all is collected.
   std::shared_ptr<const std::map<std::string, RowName, std::less<>>> collected;

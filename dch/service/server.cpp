@@ -54,14 +54,14 @@ Server::~Server() {
 
 void Server::run() {
   _channel.start();
-  _page.start(
-      _channel.core(),
-      [this] {
-        setCounters();
-        _channel.setGauges();
-      },
-      {_configuration.webAccess, _webConnections, _statePath.value_or(inMemory), _store.places()});
-  _link.start(_configuration.link, _epoch);
+  _link.start(_configuration.link, _epoch);  // before the page, which asks it for the other sites
+  _page.start(_channel.core(),
+              [this] {
+                setCounters();
+                _channel.setGauges();
+              },
+              {_configuration.webAccess, _webConnections, _statePath.value_or(inMemory),
+               _store.places(), [this] { return _link.sites(); }});
   _tick.set(tickPause);
   publish(_portSettings);
   announce();
@@ -163,7 +163,7 @@ void Server::say(Priority priority, const std::string& sentences) {
 void Server::report() {
   setCounters();
   try {
-    _output.write(Priority::notice, _channel.report());
+    _output.write(Priority::notice, _channel.report() + _link.report());
   } catch (const std::bad_alloc&) {
     _log.write("no memory for the report");
   }

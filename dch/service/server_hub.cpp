@@ -60,8 +60,6 @@ void ServerHub::setCounters(Counters* counters) const {
   counters->set(Counter::linkRowsFetched, figures.rowsFetched);
   counters->set(Counter::linkRowsAfterGaps, figures.rowsAfterGaps);
   counters->set(Counter::linkRowsRefused, figures.rowsRefused);
-  counters->set(Counter::linkSites, figures.sites);
-  counters->set(Counter::linkSitesSilent, figures.sitesSilent);
 }
 
 }  // namespace dch

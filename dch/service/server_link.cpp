@@ -7,6 +7,7 @@
 #include <variant>
 
 #ifdef ZORD410_LINK
+#include "dch/core/site_report.h"
 #include "dch/link/link_log.h"
 #include "dch/link/row_publisher.h"
 #include "dch/link/site_link.h"
@@ -101,6 +102,11 @@ void ServerLink::setCounters(Counters* counters) const {
   counters->set(Counter::linkMessagesRefused, sites.messagesRefused);
   counters->set(Counter::linkSiteNameRefused, sites.nameRefused);
   counters->set(Counter::linkAside, sites.isAside ? 1 : 0);
+  counters->set(Counter::linkSites, sites.sites->size());
+  counters->set(Counter::linkSitesSilent,
+                static_cast<std::uint64_t>(
+                    std::count_if(sites.sites->begin(), sites.sites->end(),
+                                  [](const SiteState& each) { return !each.isReachable; })));
   if (_publisher == nullptr) return;
   const LinkFigures figures = _publisher->figures();
   counters->set(Counter::linkRowsPublished, figures.rowsPublished);
@@ -111,6 +117,11 @@ void ServerLink::setCounters(Counters* counters) const {
   counters->set(Counter::linkChangesBehind,
                 static_cast<std::uint64_t>(std::max<std::int64_t>(behind, 0)));
   if (_hub != nullptr) _hub->setCounters(counters);
+}
+
+std::string ServerLink::report() const {
+  const auto others = sites();
+  return others != nullptr ? siteReport(*others, Clock::now()) : "";
 }
 
 // Others are told how far this one is; what they have told says what is to be done here.
@@ -177,6 +188,9 @@ void ServerLink::stop() noexcept {}
 void ServerLink::setCounters(Counters*) const {}
 std::shared_ptr<const std::vector<SiteState>> ServerLink::sites() const {
   return nullptr;
+}
+std::string ServerLink::report() const {
+  return "";
 }
 void ServerLink::conclude(Entry&&, bool) noexcept {}
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "dch/core/counters.h"
@@ -47,6 +48,9 @@ class ServerLink : private StoreClient {
   // The other sites, by name; null without a link. Throws std::bad_alloc. Any thread, once this is
   // started.
   std::shared_ptr<const std::vector<SiteState>> sites() const;
+
+  // Lines on them for the operator; nothing without a link. Throws std::bad_alloc.
+  std::string report() const;
 
   // Brings the counters up to date.
   void setCounters(Counters* counters) const;

@@ -24,7 +24,8 @@ void ServerPage::start(const Core& core, std::function<void()> setGauges,
                  .counters = _counters,
                  .health = _health,
                  .facts = {ZORD410_VERSION, now(), settings.state},
-                 .statePlaces = settings.places});
+                 .statePlaces = settings.places,
+                 .sites = settings.sites});
 }
 
 void ServerPage::stop() noexcept {

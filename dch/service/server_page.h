@@ -6,8 +6,10 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "dch/core/core.h"
+#include "dch/core/site_state.h"
 #include "dch/net/event_loop.h"
 #include "dch/web/channel_side.h"
 #include "dch/web/health.h"
@@ -27,9 +29,11 @@ class ServerPage {
 
   struct Settings {
     Access access;
-    std::size_t connections;              // at a time
-    std::string state;                    // where it is, for those who read the page
-    std::function<StatePlaces()> places;  // as of WebSources
+    std::size_t connections;  // at a time
+    std::string state;        // where it is, for those who read the page
+    // As of WebSources.
+    std::function<StatePlaces()> places;
+    std::function<std::shared_ptr<const std::vector<SiteState>>()> sites;
   };
   // Serves it. `setGauges` brings the counters up to date.
   void start(const Core& core, std::function<void()> setGauges, const Settings& settings);

@@ -4,7 +4,10 @@
 
 #include <nlohmann/json.hpp>
 
+#include "dch/clock.h"
+#include "dch/core/site_report.h"
 #include "dch/testkit/web_rows.h"
+#include "dch/web/moment.h"
 #include "dch/web/state_json.h"
 #include "zordchcl/messages.h"
 
@@ -62,7 +65,7 @@ TEST(StateJson, TellsTheTableAndHowRequestsWereAnswered) {
   Figures figures;
   figures.deferrals = 3;
   figures.requests.add(requestTypeOf(DCH_REQUEST_DATA), DCH_STATUS_UNKNOWN_HANDLE);
-  const Parsed json = Parsed::parse(stateJson({"4.1.0", 0, "/a/b.db"}, counters, figures));
+  const Parsed json = Parsed::parse(stateJson({"4.1.0", 0, "/a/b.db"}, counters, figures, {}));
   EXPECT_EQ("4.1.0", json["version"]);
   EXPECT_EQ("1970-01-01T00:00:00.000000Z", json["started"]);
   EXPECT_EQ("/a/b.db", json["state"]);
@@ -75,6 +78,38 @@ TEST(StateJson, TellsTheTableAndHowRequestsWereAnswered) {
             json["requests"]);
   for (const CounterDescription& each : counterDescriptions)
     EXPECT_EQ(each.help, json["help"][each.name]);
+  EXPECT_EQ(Parsed::array(), json["sites"]);
+  EXPECT_EQ(0, json["sites_left_out"]);
+}
+
+TEST(StateJson, TellsTheOtherSites) {
+  const std::vector<SiteState> sites = {
+      {.name = "east", .isReachable = true, .version = "4.1.0", .behind = 7, .uncollected = 2},
+      {.name = "n\xFF", .isReachable = true, .isStopping = true},
+      {.name = "west", .since = std::chrono::steady_clock::now(), .version = "4.1.0", .behind = 0}};
+  Parsed json = Parsed::parse(stateJson({}, Counters(), Figures(), sites))["sites"];
+  for (Parsed& each : json) EXPECT_TRUE(parseMoment(each["since"].get<std::string>(), 0));
+  EXPECT_NEAR(static_cast<double>(*parseMoment(json[0]["since"].get<std::string>(), 0)),
+              static_cast<double>(now()), 60e6);
+  for (Parsed& each : json) each.erase("since");
+  EXPECT_EQ(Parsed::parse(R"([
+      {"site": "west", "state": "silent", "changes_behind": 0, "changes_uncollected": null,
+       "version": "4.1.0"},
+      {"site": "east", "state": "here", "changes_behind": 7, "changes_uncollected": 2,
+       "version": "4.1.0"},
+      {"site": "0x6eff", "state": "stopping", "changes_behind": null, "changes_uncollected": null,
+       "version": ""}])"),
+            json);
+}
+
+TEST(StateJson, LeavesOutSitesThatMatterLess) {
+  std::vector<SiteState> sites;
+  for (int number = 0; number < 1'000; ++number)
+    sites.push_back({.name = std::to_string(number), .isReachable = number != 777});
+  const Parsed json = Parsed::parse(stateJson({}, Counters(), Figures(), sites));
+  EXPECT_EQ(mostSitesTold, json["sites"].size());
+  EXPECT_EQ("777", json["sites"][0]["site"]);
+  EXPECT_EQ(1'000 - mostSitesTold, json["sites_left_out"]);
 }
 
 }  // namespace

@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
+#include <map>
+#include <optional>
+#include <utility>
 
 #include "dch/core/requests.h"
 #include "dch/web/json.h"
@@ -158,6 +161,38 @@ void addTimes(Metrics* metrics, const Snapshot& snapshot) {
                    secondsText(static_cast<std::uint64_t>(source.rowTime)));
 }
 
+using SitesByLabel = std::map<std::string, const SiteState*>;
+
+// `valueOf` a site may have none.
+template <class ValueOf>
+void addOfSites(Metrics* metrics, const SitesByLabel& sites, const std::string& name,
+                std::string_view help, ValueOf valueOf) {
+  bool isDescribed = false;
+  for (const auto& [label, site] : sites) {
+    const std::optional<std::int64_t> value = valueOf(*site);
+    if (!value) continue;
+    if (!std::exchange(isDescribed, true)) metrics->describeGauge(name, help);
+    std::string sample = name + "{site=\"";
+    appendEscaped(&sample, label);
+    metrics->add(sample += "\"}", std::to_string(*value));
+  }
+}
+
+// Of two whose names read alike one is told: of the same sample twice nothing would be taken.
+void addSites(Metrics* metrics, const std::vector<SiteState>& sites) {
+  SitesByLabel byLabel;
+  for (const SiteState& each : sites) byLabel.emplace(readable(each.name), &each);
+  addOfSites(metrics, byLabel, "zordchd_site_reachable",
+             "1 while another site is heard, 0 while it is silent",
+             [](const SiteState& site) { return std::optional(site.isReachable ? 1 : 0); });
+  addOfSites(metrics, byLabel, "zordchd_site_changes_behind",
+             "rows and other changes that another site has kept and not published yet",
+             [](const SiteState& site) { return site.behind; });
+  addOfSites(metrics, byLabel, "zordchd_site_changes_uncollected",
+             "rows and other changes that another site has kept and this hub has not yet",
+             [](const SiteState& site) { return site.uncollected; });
+}
+
 }  // namespace
 
 MetricsForm metricsFormFor(std::string_view accept) {
@@ -176,12 +211,13 @@ std::string metricsType(MetricsForm form) {
 }
 
 std::string metricsText(MetricsForm form, const Counters& counters, const Figures& figures,
-                        const Snapshot& snapshot) {
+                        const Snapshot& snapshot, const std::vector<SiteState>& sites) {
   Metrics metrics(form);
   addTable(&metrics, counters);
   addRequests(&metrics, figures.requests);
   addValues(&metrics, snapshot);
   addTimes(&metrics, snapshot);
+  addSites(&metrics, sites);
   return metrics.finish();
 }
 

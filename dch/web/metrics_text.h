@@ -4,8 +4,10 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "dch/core/counters.h"
+#include "dch/core/site_state.h"
 #include "dch/web/snapshot.h"
 
 namespace dch {
@@ -22,7 +24,7 @@ std::string metricsType(MetricsForm form);
 // Values have no time of their own: a source that goes off line has none any more, and whoever
 // collects them sees that.
 std::string metricsText(MetricsForm form, const Counters& counters, const Figures& figures,
-                        const Snapshot& snapshot);
+                        const Snapshot& snapshot, const std::vector<SiteState>& sites);
 
 }  // namespace dch
 

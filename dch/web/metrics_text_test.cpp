@@ -31,7 +31,9 @@ TEST(MetricsForm, IsTextForThoseWhoPreferIt) {
 
 class MetricsTextTest : public testing::Test {
  protected:
-  std::string text(MetricsForm form) { return metricsText(form, _counters, _figures, _snapshot); }
+  std::string text(MetricsForm form) {
+    return metricsText(form, _counters, _figures, _snapshot, _sites);
+  }
 
   Snapshot::SourceState& addSource(const std::string& name, std::string message) {
     Snapshot::SourceState& source = _snapshot.sources.emplace_back();
@@ -47,6 +49,7 @@ class MetricsTextTest : public testing::Test {
   Counters _counters;
   Figures _figures;
   Snapshot _snapshot;
+  std::vector<SiteState> _sites;
 };
 
 TEST_F(MetricsTextTest, TellsCountersAndGauges) {
@@ -100,6 +103,39 @@ TEST_F(MetricsTextTest, EscapesNames) {
   const std::string metrics = text(MetricsForm::openMetrics);
   EXPECT_THAT(metrics, HasSubstr("source=\"a\\\"b\\\\c\\nd\"}"));
   EXPECT_THAT(metrics, HasSubstr("source=\"0xff\"}"));
+}
+
+TEST_F(MetricsTextTest, TellsNothingOfSitesWithoutAny) {
+  EXPECT_THAT(text(MetricsForm::openMetrics), Not(HasSubstr("zordchd_site")));
+}
+
+TEST_F(MetricsTextTest, TellsWhichSitesAreReachableAndHowFarBehind) {
+  _sites = {{.name = "east", .isReachable = true, .behind = 12, .uncollected = 3},
+            {.name = "memory", .isReachable = true},
+            {.name = "north", .behind = 0}};
+  EXPECT_THAT(text(MetricsForm::openMetrics),
+              HasSubstr("# TYPE zordchd_site_reachable gauge\n"
+                        "zordchd_site_reachable{site=\"east\"} 1\n"
+                        "zordchd_site_reachable{site=\"memory\"} 1\n"
+                        "zordchd_site_reachable{site=\"north\"} 0\n"));
+  const std::string metrics = text(MetricsForm::text);
+  EXPECT_THAT(metrics, HasSubstr("# TYPE zordchd_site_changes_behind gauge\n"
+                                 "zordchd_site_changes_behind{site=\"east\"} 12\n"
+                                 "zordchd_site_changes_behind{site=\"north\"} 0\n#"));
+  EXPECT_TRUE(
+      metrics.ends_with("# TYPE zordchd_site_changes_uncollected gauge\n"
+                        "zordchd_site_changes_uncollected{site=\"east\"} 3\n"));
+  for (SiteState& each : _sites) each.uncollected.reset();
+  EXPECT_THAT(text(MetricsForm::text), Not(HasSubstr("uncollected")));
+}
+
+// A scrape with the same sample twice, or a label that ends too early, would be lost as a whole.
+TEST_F(MetricsTextTest, NamesOfSitesBreakNoLine) {
+  _sites = {{.name = "0xff"}, {.name = "a\"} 1\nb\\"}, {.name = "\xFF", .isReachable = true}};
+  EXPECT_TRUE(text(MetricsForm::text)
+                  .ends_with(" gauge\n"
+                             "zordchd_site_reachable{site=\"0xff\"} 0\n"
+                             "zordchd_site_reachable{site=\"a\\\"} 1\\nb\\\\\"} 0\n"));
 }
 
 }  // namespace

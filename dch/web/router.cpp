@@ -243,8 +243,8 @@ void Router::answerLive(const WebRequest&, const Parameters& asked, const Respon
 void Router::answerState(const WebRequest&, const Parameters&, const Respond& respond) {
   _parts.channel.askForFigures([this, respond](const std::shared_ptr<const Figures>& figures) {
     if (figures == nullptr) return respond(errorAnswer(http_status::serviceUnavailable, noMemory));
-    respond(
-        {.type = jsonType, .body = shareText(stateJson(_parts.facts, _parts.counters, *figures))});
+    respond({.type = jsonType,
+             .body = shareText(stateJson(_parts.facts, _parts.counters, *figures, *sites()))});
   });
 }
 
@@ -255,10 +255,15 @@ void Router::answerMetrics(const WebRequest& request, const Parameters&, const R
   _parts.channel.askForFigures([=, this](const std::shared_ptr<const Figures>& figures) {
     _parts.channel.askForSnapshot([=, this](const std::shared_ptr<const Snapshot>& snapshot) {
       respond(sharedAnswer(figures != nullptr ? snapshot : nullptr, kind, metricsType(form), [&] {
-        return metricsText(form, _parts.counters, *figures, *snapshot);
+        return metricsText(form, _parts.counters, *figures, *snapshot, *sites());
       }));
     });
   });
+}
+
+std::shared_ptr<const std::vector<SiteState>> Router::sites() const {
+  auto sites = _parts.sites();
+  return sites != nullptr ? sites : std::make_shared<const std::vector<SiteState>>();
 }
 
 void Router::answerHealth(const WebRequest&, const Parameters&, const Respond& respond) {

@@ -5,8 +5,10 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "dch/core/counters.h"
+#include "dch/core/site_state.h"
 #include "dch/web/access.h"
 #include "dch/web/answer.h"
 #include "dch/web/channel_view.h"
@@ -29,6 +31,8 @@ struct RouterParts {
   Counters& counters;
   const Health& health;
   ServerFacts facts;
+  // The other sites, or null.
+  std::function<std::shared_ptr<const std::vector<SiteState>>()> sites;
 };
 
 // One thread, the web's.
@@ -50,6 +54,7 @@ class Router {
   static const Route* findRoute(std::string_view path);
 
   void answer(const WebRequest& request, const Respond& respond);
+  std::shared_ptr<const std::vector<SiteState>> sites() const;
   void count(int status);
   void refuseWithoutToken(const WebRequest& request, std::string_view path, const Respond& respond);
   void answerFile(std::string_view path, const Respond& respond);

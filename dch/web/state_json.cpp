@@ -1,6 +1,8 @@
 #include "dch/web/state_json.h"
 
+#include "dch/clock.h"
 #include "dch/core/requests.h"
+#include "dch/core/site_report.h"
 #include "dch/web/json.h"
 #include "dch/web/moment.h"
 
@@ -40,9 +42,41 @@ void writeRequests(Json* json, const RequestCounts& counts) {
   json->endArray();
 }
 
+std::string sinceText(const SiteState& site) {
+  const auto age = std::chrono::duration_cast<std::chrono::microseconds>(
+      std::chrono::steady_clock::now() - site.since);
+  return momentText(now() - age.count());
+}
+
+void writeNumber(Json* json, const char* key, std::optional<std::int64_t> number) {
+  json->key(key);
+  if (number)
+    json->number(*number);
+  else
+    json->null();
+}
+
+void writeSites(Json* json, const std::vector<SiteState>& sites) {
+  const auto told = sitesByUrgency(sites, mostSitesTold);
+  json->key("sites").beginArray();
+  for (const SiteState* each : told) {
+    json->beginObject();
+    json->key("site").text(each->name);
+    json->key("state").text(stateWord(*each));
+    json->key("since").text(sinceText(*each));
+    writeNumber(json, "changes_behind", each->behind);
+    writeNumber(json, "changes_uncollected", each->uncollected);
+    json->key("version").text(each->version);
+    json->endObject();
+  }
+  json->endArray();
+  json->key("sites_left_out").number(static_cast<std::int64_t>(sites.size() - told.size()));
+}
+
 }  // namespace
 
-std::string stateJson(const ServerFacts& facts, const Counters& counters, const Figures& figures) {
+std::string stateJson(const ServerFacts& facts, const Counters& counters, const Figures& figures,
+                      const std::vector<SiteState>& sites) {
   Json json;
   json.beginObject();
   json.key("version").text(facts.version);
@@ -55,6 +89,7 @@ std::string stateJson(const ServerFacts& facts, const Counters& counters, const 
   json.key("deferrals").number(static_cast<std::int64_t>(figures.deferrals));
   json.key("requests");
   writeRequests(&json, figures.requests);
+  writeSites(&json, sites);
   json.key("help");
   writeHelp(&json);
   json.endObject();

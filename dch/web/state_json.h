@@ -1,11 +1,13 @@
-// state_json.h: the table of counters, in JSON.
+// state_json.h: the table of counters and the other sites, in JSON.
 #ifndef DCH_WEB_STATE_JSON_H
 #define DCH_WEB_STATE_JSON_H
 
 #include <string>
+#include <vector>
 
 #include "dch/core/counters.h"
 #include "dch/core/message.h"
+#include "dch/core/site_state.h"
 #include "dch/web/snapshot.h"
 
 namespace dch {
@@ -17,7 +19,9 @@ struct ServerFacts {
   std::string state;  // the file of the state, or "memory"
 };
 
-std::string stateJson(const ServerFacts& facts, const Counters& counters, const Figures& figures);
+// Of the sites the first mostSitesTold by urgency.
+std::string stateJson(const ServerFacts& facts, const Counters& counters, const Figures& figures,
+                      const std::vector<SiteState>& sites);
 
 }  // namespace dch
 

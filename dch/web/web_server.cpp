@@ -39,7 +39,8 @@ class WebServer::Thread {
         _live(_loop, sources.counters),
         _view(_loop, sources.channel, _live),
         _rows(makeKeptRows(_loop, sources.statePlaces)),
-        _router({_view, _live, *_rows, sources.counters, sources.health, sources.facts}),
+        _router(
+            {_view, _live, *_rows, sources.counters, sources.health, sources.facts, sources.sites}),
         _connections(
             _loop, std::move(port.listener), settings.limits,
             [this](const WebRequest& request, const Connections::Respond& respond) {

@@ -5,8 +5,10 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "dch/core/counters.h"
+#include "dch/core/site_state.h"
 #include "dch/store/file_place.h"
 #include "dch/web/access.h"
 #include "dch/web/channel_side.h"
@@ -25,6 +27,8 @@ struct WebSources {
   ServerFacts facts;
   // Where the file is that rows are in, on any thread; null when they are not kept.
   std::function<StatePlaces()> statePlaces;
+  // The other sites, by name, on any thread; null where there is no link.
+  std::function<std::shared_ptr<const std::vector<SiteState>>()> sites = [] { return nullptr; };
 };
 
 struct WebSettings {

@@ -43,6 +43,19 @@ class Looks(PageCase):
         self.browser.wait_text("h1", "silent")
         self.each_look("overview", lambda: self.browser.wait_text("[data-source=web1]", "web1"))
 
+    def test_other_sites(self):
+        samples.sites(self.stand_in)
+        self.open()
+        self.browser.wait_text("aside", "Other sites")
+
+        def ready():
+            self.browser.js("""const sites = [...document.querySelectorAll('aside details')].at(-1);
+                               sites.open = true;
+                               sites.scrollIntoView({ block: 'end' });""")
+            self.browser.wait_text("aside", "123\u2009456 behind")
+
+        self.each_look("sites", ready)
+
     def test_source(self):
         self.open_source()
         drawn = "[...document.querySelectorAll('.surface')].slice(0, 1).every((each) => each.querySelector('canvas')?.clientWidth > 200 && Math.abs(each.querySelector('canvas').clientWidth - each.clientWidth) < 2)"

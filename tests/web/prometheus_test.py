@@ -24,6 +24,7 @@ from running_program import RunningProgram, RunningServer  # noqa: E402
 
 PROGRAMS = Path(os.environ["ZORD410_PROGRAMS"])
 EXAMPLES = SOURCE / "examples" / "web"
+NATS_SERVER = os.environ.get("ZORD410_NATS_SERVER")
 
 
 def promtool(*arguments, text=None):
@@ -49,20 +50,19 @@ class RulesAndConfiguration(unittest.TestCase):
         self.check("test", "rules", EXAMPLES / "alerts_test.yml")
 
 
-class Examples(unittest.TestCase):
+class WithServer(unittest.TestCase):
     def setUp(self):
         folder = tempfile.TemporaryDirectory(prefix="zord410-examples-")
         self.addCleanup(folder.cleanup)
         self.folder = Path(folder.name)
         self.environment = {name: value for name, value in os.environ.items() if not name.startswith(("ZORA_", "ZOR0_")) and not name.lower().endswith("_proxy")}
         self.environment["ZOR0_PRODUCT_SPEC"] = str(self.folder / "settings")
-        server = RunningServer("--store", "zordchd.db", env=self.environment, cwd=self.folder)
+
+    def start_server(self, *options):
+        server = RunningServer("--store", "zordchd.db", *options, env=self.environment, cwd=self.folder)
         self.addCleanup(server.end)
         self.environment["ZORA_DCH_PORT"] = str(server.port)
         self.page = server.page.removesuffix("/")
-        self.environment["PATH"] = f"{PROGRAMS}:{self.environment['PATH']}"
-        self.provider = self.start("bash", "-c", self.block("commands", "source", "sh"), cwd=SOURCE)
-        wait_for("the rows", lambda: "zordchd_rows_kept_total 2\n" in get(self.page + "/metrics"))
 
     def start(self, *arguments, **options):
         program = RunningProgram(*arguments, env=self.environment, **{"cwd": self.folder, **options})
@@ -87,6 +87,24 @@ class Examples(unittest.TestCase):
 
     def query(self, expression):
         return self.ask("query", query=expression)["result"]
+
+    def check_metrics(self):
+        """Both forms."""
+        text = promtool("check", "metrics", text=get(self.page + "/metrics", "text/plain"))
+        self.assertEqual((0, ""), (text.returncode, text.stdout + text.stderr))
+        # It knows the other form as far as both are the same: it misses the names that help texts have there.
+        other = promtool("check", "metrics", text=get(self.page + "/metrics"))
+        self.assertNotIn("error", other.stderr)
+        self.assertEqual([], [line for line in (other.stdout + other.stderr).splitlines() if not line.endswith("_total no help text")])
+
+
+class Examples(WithServer):
+    def setUp(self):
+        super().setUp()
+        self.start_server()
+        self.environment["PATH"] = f"{PROGRAMS}:{self.environment['PATH']}"
+        self.provider = self.start("bash", "-c", self.block("commands", "source", "sh"), cwd=SOURCE)
+        wait_for("the rows", lambda: "zordchd_rows_kept_total 2\n" in get(self.page + "/metrics"))
 
     def test_prometheus_sees_the_value_and_its_end(self):
         self.start_prometheus()
@@ -134,12 +152,7 @@ class Examples(unittest.TestCase):
         return expression
 
     def test_both_forms_of_the_metrics_are_in_order(self):
-        text = promtool("check", "metrics", text=get(self.page + "/metrics", "text/plain"))
-        self.assertEqual((0, ""), (text.returncode, text.stdout + text.stderr))
-        # It knows the other form as far as both are the same: it misses the names that help texts have there.
-        other = promtool("check", "metrics", text=get(self.page + "/metrics"))
-        self.assertNotIn("error", other.stderr)
-        self.assertEqual([], [line for line in (other.stdout + other.stderr).splitlines() if not line.endswith("_total no help text")])
+        self.check_metrics()
 
     def block(self, kind, name, language=""):
         page = (EXAMPLES / "README.md").read_text()
@@ -158,6 +171,53 @@ class Examples(unittest.TestCase):
 
     def test_commands_with_sql_print_what_the_page_shows(self):
         self.try_commands("sql")
+
+
+@unittest.skipUnless(NATS_SERVER, "for a build with a link, and nats-server")
+class OtherSites(WithServer):
+    """Names that no server would have, but that who may send under any name can make up."""
+
+    TEXTS = ("west", 'a"} 1\n', "back\\", "\\", "\r\0\x01", "Z\u00fcrich \u2028", "# EOF", "0xfffe")
+    NAMES = (*(text.encode() for text in TEXTS), b"\xff\xfe")  # the last two read alike
+
+    def setUp(self):
+        super().setUp()
+        nats = self.start(NATS_SERVER, "--addr", "127.0.0.1", "--port", "-1", "--jetstream", "--store_dir", self.folder / "nats")
+        self.nats = int(nats.wait_for_output(r"Listening for client connections on 127\.0\.0\.1:(\d+)"))
+        nats.wait_for_output(r"(Server is ready)")
+        configuration = self.folder / "zordchd.toml"
+        configuration.write_text(f"[link]\nservers = ['nats://127.0.0.1:{self.nats}']\nsite = 'hub'\n")
+        self.start_server("--config", str(configuration))
+
+    def say_that_sites_are_there(self, count):
+        alive = f"1 {'a' * 32} {count} 1000 here - 30 20 0 0 4.1.0".encode()
+        said = b"CONNECT {}\r\n"
+        for name in self.NAMES:
+            token = b"".join(bytes([byte]) if bytes([byte]).isalnum() else b"%%%02X" % byte for byte in name)
+            said += b"PUB zord.alive.%b %d\r\n%b\r\n" % (token, len(alive), alive)
+        with socket.create_connection(("127.0.0.1", self.nats), PATIENCE) as connection:
+            connection.sendall(said + b"PING\r\n")
+            answer = b""
+            while b"PONG\r\n" not in answer:
+                answer += connection.recv(4096)
+
+    def sites(self):
+        return re.findall(r'^zordchd_site_reachable\{site="(.*)"\} 1$', get(self.page + "/metrics"), re.MULTILINE)
+
+    def test_prometheus_takes_them_all(self):
+        counts = iter(range(1, 1_000_000))
+
+        def are_known():
+            self.say_that_sites_are_there(next(counts))
+            return len(self.sites()) == len(self.TEXTS)
+
+        wait_for(lambda: f"all sites: {self.sites()}", are_known)
+        self.check_metrics()
+        self.start_prometheus()
+        taken = wait_for("the sites", lambda: self.query("zordchd_site_changes_behind"))
+        self.assertEqual(set(self.TEXTS), {each["metric"]["site"] for each in taken})
+        self.assertEqual({"10"}, {each["value"][1] for each in taken})
+        self.assertEqual("1", self.query('up{job="zordchd"}')[0]["value"][1])
 
 
 unittest.main()

@@ -2,7 +2,7 @@
 
 import math
 
-from stand_in import now_us
+from stand_in import iso, now_us
 
 SECOND = 1_000_000
 LARGE = 18_446_744_073_709_551_615  # of 64 bits: no double holds it
@@ -38,6 +38,13 @@ def weather(stand_in):
     for station in ("roof", "garden"):
         stand_in.online("WEATHER", "air", station, tell=False)
         stand_in.row("WEATHER", "air", station, {"celsius": -3, "sky": "clear"}, live=False)
+
+
+def sites(stand_in):
+    """One is silent, one is behind, one has its state in memory."""
+    for name, state, seconds, behind in (("north", "silent", 300, 12), ("east", "here", 7_800, 123_456), ("lab", "stopping", 4, None)):
+        stand_in.state["sites"].append({"site": name, "state": state, "since": iso(now_us() - seconds * SECOND), "changes_behind": behind,
+                                        "changes_uncollected": None, "version": "4.1.0"})
 
 
 def hostile(stand_in):

@@ -62,7 +62,8 @@ class StandIn:
                                "rows_kept": "rows that were kept and acknowledged",
                                "rows_removed": "old rows that were removed from the state file",
                                "write_microseconds": "time spent in writing the state file"},
-                      "requests": [{"request": "data", "code": 4128, "status": 0, "text": "done", "count": 5}]}
+                      "requests": [{"request": "data", "code": 4128, "status": 0, "text": "done", "count": 5}],
+                      "sites": [], "sites_left_out": 0}
         self.health = ""
         self.failure = ""  # why no kept row can be read
         self.token = None

@@ -127,6 +127,38 @@ class Overview(PageCase):
         self.browser.wait_text(".counters", "rows that were kept and acknowledged rows_kept")
         self.browser.wait_text(".counters", "time spent in writing the state file write_microseconds 0.4602 s")
 
+    def other_sites(self):
+        """The cells of each line; nothing when it is not there."""
+        return self.browser.js("""return [...document.querySelectorAll('aside details')].filter((each) => each.checkVisibility() && each.innerText.startsWith('Other sites'))
+            .map((each) => [...each.querySelectorAll('tbody tr')].map((row) => [...row.children].map((cell) => cell.textContent.trim())))""")
+
+    def test_without_a_link_there_are_no_other_sites(self):
+        self.open()
+        self.browser.wait_text("aside", "All counters")
+        self.assertEqual(self.other_sites(), [])
+
+    def test_other_sites_and_how_they_are(self):
+        samples.sites(self.stand_in)
+        self.open()
+        self.browser.wait_text("aside", "Other sites")
+        (north, east, lab), = self.other_sites()
+        self.assertRegex("; ".join(north), r"^silent for \d+ min north; 12 behind$")
+        self.assertRegex("; ".join(east), r"^here for 2 h 1\d min east; 123\u2009456 behind$")
+        self.assertRegex("; ".join(lab), r"^stopping for \d+ (s|min) lab; $")
+
+    def test_a_site_that_is_back_and_those_that_are_left_out(self):
+        samples.sites(self.stand_in)
+        self.open()
+        self.browser.wait_text("aside", "Other sites")
+        self.stand_in.state["sites"][0].update(state="here", changes_behind=0)
+        self.stand_in.state["sites"][1].update(site=samples.HOSTILE)
+        self.stand_in.state["sites_left_out"] = 800
+        self.browser.wait(lambda: len(self.other_sites()[0]) == 4, "the line of those that are left out")
+        north, east, _, more = self.other_sites()[0]
+        self.assertRegex("; ".join(north), r"^here for \d+ min north; 0 behind$")
+        self.assertTrue(east[0].endswith(f" min {samples.HOSTILE}"), east)
+        self.assertEqual(more, ["and 800 more", ""])
+
     def test_columns_stand_together_and_the_bar_ends_with_the_window(self):
         self.stand_in.register("PAIR", {"g": [("a", "N", 4, ""), ("b", "N", 4, "")]})
         self.stand_in.online("PAIR", "g", "one", tell=False)

@@ -38,7 +38,7 @@ export function readPlace(hash) {
   const show = said.get("show");
   return {
     application, group, source, from, until,
-    range: rangeNamed(said.get("range")) ? said.get("range") : "",
+    range: rangeNamed(said.get("range"))?.name ?? "",
     find: said.get("find") ?? "",
     show: show === "silent" || show === "offline" ? show : "",
   };
@@ -48,9 +48,7 @@ export function readPlace(hash) {
 export function writePlace(place) {
   const said = new URLSearchParams();
   for (const name of ["application", "group", "source", "range", "from", "until", "find", "show"]) {
-    const value = place[name];
-    if (value === null || value === undefined || value === "") continue;
-    said.set(name, String(value));
+    if ((place[name] ?? "") !== "") said.set(name, place[name]);
   }
   return "#" + said.toString();
 }
@@ -59,8 +57,7 @@ export function writePlace(place) {
 export function apiAddress(path, parameters) {
   const said = [];
   for (const [name, value] of Object.entries(parameters)) {
-    if (value === undefined || value === null || value === false) continue;
-    said.push(value === true ? name : `${name}=${encodeURIComponent(value)}`);
+    if ((value ?? false) !== false) said.push(value === true ? name : `${name}=${encodeURIComponent(value)}`);
   }
   return said.length ? `${path}?${said.join("&")}` : path;
 }

@@ -43,5 +43,5 @@ function createChange(event) {
   return h("li", { "data-change": change },
     h("time", {}),
     h("span", { class: `change ${change}` }, WORDS[change] ?? change),
-    h("a", { href: writePlace({ application, group: group || null, source: source || null }) }, names.join(" / ")));
+    h("a", { href: writePlace({ application, group, source }) }, names.join(" / ")));
 }

@@ -18,10 +18,8 @@ export function standStill(time) {
 
 /** Takes an answer's Date for the server's time; small differences are the way's and do not count. */
 export function learnServerTime(header) {
-  const milliseconds = header ? Date.parse(header) : NaN;
-  if (Number.isNaN(milliseconds)) return;
-  const difference = milliseconds * 1000 - (Date.now() * 1000);
-  offset = Math.abs(difference) > 3e6 ? difference : 0;
+  const difference = (Date.parse(header) - Date.now()) * 1000;
+  if (!Number.isNaN(difference)) offset = Math.abs(difference) > 3e6 ? difference : 0;
 }
 
 /** Whether times are shown in UTC. */

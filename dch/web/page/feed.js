@@ -64,11 +64,8 @@ export class Feed {
 
   /** A live row. */
   take(event) {
-    this.#waiting.push({
-      time: parseTime(event.time),
-      numbers: this.#numbers.map((each) => valueNamed(event.values, each.name)),
-      texts: this.#texts.map((each) => valueNamed(event.values, each.name)),
-    });
+    const values = (attributes) => attributes.map((each) => valueNamed(event.values, each.name));
+    this.#waiting.push({ time: parseTime(event.time), numbers: values(this.#numbers), texts: values(this.#texts) });
     this.#changed();
   }
 

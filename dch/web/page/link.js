@@ -80,10 +80,7 @@ export class Link {
   }
 
   get #isLarge() {
-    let sources = 0;
-    for (const application of this.applications ?? []) {
-      for (const group of application.groups) sources += group.sources.length;
-    }
-    return sources > SMALL;
+    const groups = (this.applications ?? []).flatMap((each) => each.groups);
+    return groups.reduce((sum, each) => sum + each.sources.length, 0) > SMALL;
   }
 }

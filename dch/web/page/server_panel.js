@@ -1,8 +1,8 @@
-// server_panel.js: the server itself: its state file and all that it counts.
+// server_panel.js: the server itself: its state file, the other sites, and all that it counts.
 
-import { showTime } from "./clock.js";
+import { now, showTime } from "./clock.js";
 import { h, reconcile, setText } from "./dom.js";
-import { parseTime } from "./times.js";
+import { formatDuration, parseTime } from "./times.js";
 import { formatMean, formatValue } from "./values.js";
 
 const MICROSECONDS = "_microseconds";
@@ -22,7 +22,10 @@ class Counts {
   update(counts) {
     reconcile(this.#body, counts, ([name]) => name, ([name, words]) =>
       h("tr", {}, h("th", { scope: "row" }, words, " ", h("code", {}, name)), h("td", { class: "number" })),
-    (row, [, , count]) => setText(row.lastElementChild, count));
+    (row, [, words, count]) => {
+      setText(row.firstElementChild.firstChild, words);
+      setText(row.lastElementChild, count);
+    });
   }
 }
 
@@ -36,6 +39,7 @@ export class ServerPanel {
   #gauges = h("dl", { class: "facts" });
   #counters = new Counts("All counters", "What");
   #requests = new Counts("Requests", "Request and answer");
+  #sites = new Counts("Other sites", "Site");
 
   constructor() {
     this.element = h("section", { hidden: true }, h("h2", {}, "Server"),
@@ -43,7 +47,7 @@ export class ServerPanel {
         h("div", {}, h("dt", {}, "Version"), this.#version),
         h("div", {}, h("dt", {}, "Started"), h("dd", {}, this.#started)),
         h("div", {}, h("dt", {}, "State in"), this.#state)),
-      this.#hint, this.#gauges, this.#counters.element, this.#requests.element);
+      this.#hint, this.#gauges, this.#counters.element, this.#requests.element, this.#sites.element);
   }
 
   /** @param {?Object} state of /api/state */
@@ -60,6 +64,10 @@ export class ServerPanel {
     this.#counters.update(Object.entries(state.counters).map(([name, value]) => [name, state.help[name] ?? inWords(name),
       name.endsWith(MICROSECONDS) ? `${formatMean(Number(value) / 1e6)} s` : formatValue(value)]));
     this.#requests.update(state.requests.map(({ request, code, status, text, count }) =>
-      [status ? `${code} ${status}` : `${code}`, `${request}: ${text}`, formatValue(count)]));
+      [`${code} ${status || ""}`.trim(), `${request}: ${text}`, formatValue(count)]));
+    this.#sites.element.hidden = !state.sites.length;
+    this.#sites.update([...state.sites.map(({ site, state: word, since, changes_behind: behind }) =>
+      [site, `${word} for ${formatDuration(now() - parseTime(since))}`, behind === null ? "" : `${formatValue(behind)} behind`]),
+    ...(state.sites_left_out ? [["", `and ${formatValue(state.sites_left_out)} more`, ""]] : [])]);
   }
 }

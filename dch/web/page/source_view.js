@@ -104,7 +104,7 @@ export class SourceView {
       return;
     }
     const { group: { attributes }, source } = found;
-    if (source.lastRow !== null && source.lastRow > this.#latest.time) this.#latest = { time: source.lastRow, values: source.values };
+    if ((source.lastRow ?? -1) > this.#latest.time) this.#latest = { time: source.lastRow, values: source.values };
     this.#end = source.state === "unregistered" ? source.lastRow : null;
     const text = JSON.stringify([attributes, this.#end]);
     if (text !== this.#attributes) this.#start(text, attributes);
@@ -227,15 +227,15 @@ export class SourceView {
   }
 
   #showRanges() {
+    const isLive = this.#place.from === null;
     reconcile(this.#ranges, RANGES, (range) => range.name, (range) => h("a", { "aria-label": range.long }, range.words), (element, range) => {
       setAttribute(element, "href", writePlace({ ...this.#place, range: range.name, from: null, until: null }));
-      setAttribute(element, "aria-current", range === this.#range && this.#place.from === null ? "true" : null);
+      setAttribute(element, "aria-current", range === this.#range && isLive ? "true" : null);
     });
-    this.#tools.querySelector("[data-tool=live]").hidden = this.#place.from === null;
+    this.#tools.querySelector("[data-tool=live]").hidden = isLive;
     const [from, until] = this.#window();
-    const { application, group, source: name } = this.#place;
-    const isLive = this.#place.from === null;
-    setAttribute(this.#csv, "href", apiAddress("/api/rows", { application, group, source: name, format: "csv",
+    const { application, group, source } = this.#place;
+    setAttribute(this.#csv, "href", apiAddress("/api/rows", { application, group, source, format: "csv",
       since: isLive && this.#range.length === null ? null : isoTime(from), until: isLive ? null : isoTime(until) }));
     this.#csv.hidden = !this.#hasStore;
   }

@@ -88,7 +88,7 @@ export class Timeline {
   }
 
   #addTexts(rows) {
-    const texts = rows.slice(-TEXTS_KEPT).filter((row) => row.texts.some((text) => text !== null && text !== undefined));
+    const texts = rows.slice(-TEXTS_KEPT).filter((row) => row.texts.some((text) => (text ?? null) !== null));
     if (!texts.length) return;
     this.newestTexts = [...texts.reverse(), ...this.newestTexts]
       .sort((a, b) => b.time - a.time).slice(0, TEXTS_KEPT);
@@ -101,10 +101,7 @@ export class Timeline {
       const end = Math.max(begin + 1, Math.min(half, lowerBound(this.times, this.times[begin] + width)));
       this.buckets.times.push(this.times[begin]);
       this.values.forEach((column, i) => {
-        const bucket = summary(column, begin, end);
-        this.buckets.columns[i].low.push(bucket.low);
-        this.buckets.columns[i].high.push(bucket.high);
-        this.buckets.columns[i].mean.push(bucket.mean);
+        for (const [name, value] of Object.entries(summary(column, begin, end))) this.buckets.columns[i][name].push(value);
       });
       begin = end;
     }
@@ -116,7 +113,7 @@ export class Timeline {
   /** Forgets the oldest thinned ones, where there is no store to ask anew. */
   forgetOldest() {
     const { times, columns } = this.buckets;
-    for (const each of [times, ...columns.flatMap((column) => [column.low, column.high, column.mean])]) {
+    for (const each of [times, ...columns.flatMap(Object.values)]) {
       each.splice(0, each.length - BUCKETS_KEPT / 2);
     }
     this.isFull = false;
@@ -126,9 +123,8 @@ export class Timeline {
 /** What the numbers, BigInts and nulls of a part of a column were like. */
 function summary(column, begin, end) {
   let low = null, high = null, sum = 0, count = 0;
-  for (let i = begin; i < end; ++i) {
-    if (column[i] === null) continue;
-    const value = column[i];
+  for (const value of column.slice(begin, end)) {
+    if (value === null) continue;
     low = least(low ?? value, value);
     high = most(high ?? value, value);
     sum += Number(value);

@@ -10,7 +10,7 @@ export const valueNamed = (values, name) => (Object.hasOwn(values, name) ? value
 
 /** A number, a BigInt, a text, or nothing: all of it; digits in threes from five on. */
 export function formatValue(value) {
-  if (value === null || value === undefined) return "–";
+  if ((value ?? null) === null) return "–";
   if (typeof value === "string") return value;
   if (typeof value === "number" && !Number.isSafeInteger(value)) return formatMean(value);
   const digits = String(value).replace("-", "");
