@@ -106,8 +106,21 @@ struct StreamRead {
   std::uint64_t sequence = 0;
 };
 
-using Change = std::variant<Registered, Unregistered, WentOnline, WentOffline, Row, Deferred,
-                            ActionStarted, ActionEnded, RowsPublished, RemoteRows, StreamRead>;
+// A source of another site is to have a handle, whether or not rows of it are kept. The store fills
+// it in: that which the source has, or the next one. It is the source's for good, and of use only
+// when the change was kept: what was not kept comes back without one. 0 in a change that was kept:
+// there is no room for it. It is not told when what is known is loaded.
+struct RemoteSourceSeen {
+  std::string site;
+  std::string application;
+  std::string group;
+  std::string source;
+  ZORA_Long handle = 0;
+};
+
+using Change =
+    std::variant<Registered, Unregistered, WentOnline, WentOffline, Row, Deferred, ActionStarted,
+                 ActionEnded, RowsPublished, RemoteRows, StreamRead, RemoteSourceSeen>;
 
 }  // namespace dch
 

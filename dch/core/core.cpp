@@ -68,7 +68,7 @@ void Core::load() {
                    [&](Deferred&& deferred) { _deferrals.add(std::move(deferred.deferral)); },
                    [&](ActionStarted&& started) { _actions.restore(started); },
                    [&](ActionEnded&& ended) { _actions.restore(ended); }, [](RowsPublished&&) {},
-                   [](RemoteRows&&) {}, [](StreamRead&&) {},
+                   [](RemoteRows&&) {}, [](StreamRead&&) {}, [](RemoteSourceSeen&&) {},
                    [&]<class Other>(Other&& other) {
                      _registry.apply(std::forward<Other>(other), std::move(prepared));
                    }},
@@ -222,6 +222,7 @@ Prepared Core::prepare(const Change& change) {
                  [](const RowsPublished&) { return Prepared{}; },
                  [](const RemoteRows&) { return Prepared{}; },
                  [](const StreamRead&) { return Prepared{}; },
+                 [](const RemoteSourceSeen&) { return Prepared{}; },
                  [this](const auto& each) { return _registry.prepare(each); }},
       change);
 }

@@ -119,6 +119,7 @@ class Core : private StoreClient {
   void apply(RowsPublished&&, Entry&&) {}
   void apply(RemoteRows&&, Entry&&) {}
   void apply(StreamRead&&, Entry&&) {}
+  void apply(RemoteSourceSeen&&, Entry&&) {}
   void acknowledge(const Entry& entry, const Applied& applied);
   void publishEvents(const Entry& entry, const Applied& applied);
   void publishEvent(const SourceNames& names, short code, std::size_t together);

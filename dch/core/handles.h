@@ -2,6 +2,8 @@
 #ifndef DCH_CORE_HANDLES_H
 #define DCH_CORE_HANDLES_H
 
+#include <cstddef>
+
 #include "zora/zora.h"
 
 namespace dch {
@@ -10,6 +12,11 @@ namespace dch {
 // other sites begin here: where both are seen, such as in a view, none means two sources, and the
 // server's own stay as they would be without the others.
 inline constexpr ZORA_Long firstRemoteHandle = ZORA_Long{1} << 30;
+
+// So many sources of other sites have handles, and of one site: for good, so that who makes them up
+// takes no more room.
+inline constexpr std::size_t mostRemoteSources = 1'000'000;
+inline constexpr std::size_t mostRemoteSourcesOfSite = 100'000;
 
 }  // namespace dch
 

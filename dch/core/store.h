@@ -32,8 +32,9 @@ class StoreClient {
   ~StoreClient() = default;
 };
 
-// The client gives each entry and gets it back, on its own thread, once and in the order of
-// append(): within append() where keeping takes no time. One thread.
+// The client gives each entry and gets it back, as it was but for what RemoteSourceSeen says, on
+// its own thread, once and in the order of append(): within append() where keeping takes no time.
+// One thread.
 class Store {
  public:
   virtual ~Store() = default;

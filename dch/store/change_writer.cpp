@@ -4,6 +4,16 @@
 
 namespace dch {
 
+namespace {
+
+bool usesPosition(const Change& change) {
+  return !std::holds_alternative<RowsPublished>(change) &&
+         !std::holds_alternative<StreamRead>(change) &&
+         !std::holds_alternative<RemoteSourceSeen>(change);
+}
+
+}  // namespace
+
 ChangeWriter::ChangeWriter(sqlite::Connection& connection, const Epoch& epoch)
     : _providers(connection),
       _newestRows(connection, _providers),
@@ -23,10 +33,9 @@ void ChangeWriter::skipTo(std::int64_t position) {
   _position = std::max(_position, position);
 }
 
-bool ChangeWriter::write(const Change& change) {
-  if (!std::holds_alternative<RowsPublished>(change) && !std::holds_alternative<StreamRead>(change))
-    usePosition(std::holds_alternative<Row>(change));
-  return std::visit([this](const auto& each) { return write(each); }, change);
+bool ChangeWriter::write(Change* change) {
+  if (usesPosition(*change)) usePosition(std::holds_alternative<Row>(*change));
+  return std::visit([this](auto& each) { return write(each); }, *change);
 }
 
 void ChangeWriter::usePosition(bool isToldByRow) {
@@ -113,6 +122,11 @@ bool ChangeWriter::write(const RemoteRows& change) {
 
 bool ChangeWriter::write(const StreamRead& change) {
   _remote.write(change);
+  return true;
+}
+
+bool ChangeWriter::write(RemoteSourceSeen& change) {
+  _remote.write(&change);
   return true;
 }
 

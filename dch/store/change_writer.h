@@ -34,8 +34,8 @@ class ChangeWriter {
   void skipTo(std::int64_t position);
 
   // In a transaction. Returns false when the file does not take such a change; nothing of it is
-  // written then.
-  bool write(const Change& change);
+  // written then. Fills in what the change says that the store does.
+  bool write(Change* change);
   // In the same transaction, behind its last change. Returns the highest position it used, 0 when
   // it used none.
   std::int64_t finish();
@@ -44,6 +44,9 @@ class ChangeWriter {
 
   // Of other sites, for want of room for their groups, since it was asked last.
   RemoteWriter::RowsRefused takeRowsRefused() { return _remote.takeRowsRefused(); }
+
+  // Of other sites, in transactions since it was asked last.
+  SourcesAdded takeSourcesAdded() { return _remote.takeSourcesAdded(); }
 
   // In a transaction of its own: removes some of the groups that are not needed any more.
   void removeUnusedGroups(std::size_t most);
@@ -61,6 +64,7 @@ class ChangeWriter {
   bool write(const RowsPublished& change);
   bool write(const RemoteRows& change);
   bool write(const StreamRead& change);
+  bool write(RemoteSourceSeen& change);
 
   Providers _providers;
   NewestRows _newestRows;

@@ -57,7 +57,11 @@ void FileWriter::write(std::vector<Item>* group) noexcept {
   std::uint64_t kept = 0;
   for (Item& item : *group) {
     item.isKept = item.isKept && isKept;
-    if (!item.isKept) continue;
+    if (!item.isKept) {
+      // The next source may get it.
+      if (auto* const seen = std::get_if<RemoteSourceSeen>(item.change)) seen->handle = 0;
+      continue;
+    }
     _retention.noteKept(*item.change);
     ++kept;
   }
@@ -106,6 +110,7 @@ bool FileWriter::tryToWrite(std::vector<Item>* group) noexcept {
     position = writeAll(group);
     transaction.commit();
     _writer->committed();
+    _retention.noteSources(_writer->takeSourcesAdded());
     noteRowsRefused(_writer->takeRowsRefused());
   } catch (const std::exception& error) {
     isKept = recover(position);
@@ -119,7 +124,7 @@ bool FileWriter::tryToWrite(std::vector<Item>* group) noexcept {
 // The highest position that the group has used, 0 when it has used none.
 std::int64_t FileWriter::writeAll(std::vector<Item>* group) {
   for (Item& item : *group) {
-    item.isKept = _writer->write(*item.change);
+    item.isKept = _writer->write(item.change);
     if (item.isKept) continue;
     if (const auto* const change = std::get_if<Registered>(item.change))
       tellRefused("has no room for more than " + std::to_string(Providers::maxGroups) + " groups",

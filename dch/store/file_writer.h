@@ -60,7 +60,7 @@ class FileWriter {
   const ChangeWriter& known() const { return *_writer; }
 
   struct Item {
-    const Change* change;
+    Change* change;
     bool isKept;
   };
   // Writes all changes in one transaction and tells which of them are kept: they are in the file,

@@ -121,6 +121,25 @@ TEST_F(RemoteRetention, TheFileStaysFlat) {
   EXPECT_LT(std::filesystem::file_size(path()), 12'000'000u) << "of 17,000,000 that were written";
 }
 
+// Who makes them up loses nobody any rows.
+TEST_F(RemoteRetention, SourcesPushOutNoRows) {
+  keepRemote(1'000, 1, 1'300);
+  for (int round = 0; round < 2; ++round) {
+    for (int source = 0; source < 20'000; ++source)
+      append(RemoteSourceSeen{"s" + std::to_string(round), "HOSTMON", "load",
+                              "source" + std::to_string(source)});
+    _store->finish();
+    EXPECT_GT(usedBytes(), 5 * megabyte / 2);
+    _store->setRetention({.days = 30 + round, .megabytes = 2});
+    keepRemote(1'000, 2, 10);
+    EXPECT_EQ(count("time_us = 1"), "1000\n");
+    stop();
+    start({.path = {}, .isPublished = true});
+  }
+  _store->setRetention({.days = 30, .megabytes = 1});
+  EXPECT_TRUE(waitUntil([&] { return count("time_us = 1") != "1000\n"; }));
+}
+
 TEST_F(RemoteRetention, GoesOnAfterARestart) {
   keepRemote(10, 1 * day);
   keepRemote(10, 35 * day);

@@ -6,7 +6,7 @@ namespace dch {
 
 namespace {
 
-sqlite::Statement& bind(sqlite::Statement* statement, const RemoteSources::Names& names) {
+sqlite::Statement& bind(sqlite::Statement* statement, const RemoteNames& names) {
   return statement->bindText(1, names.site)
       .bindText(2, names.application)
       .bindText(3, names.group)
@@ -37,13 +37,12 @@ RemoteSources::RemoteSources(sqlite::Connection& connection)
       _countOfSite(connection, "SELECT count(*) FROM remote_sources WHERE site = ?"),
       _countGroups(connection,
                    "SELECT count(*) FROM (SELECT DISTINCT application, \"group\" FROM "
-                   "remote_sources WHERE site = ?)") {}
+                   "remote_sources WHERE site = ?) AS s JOIN known_applications AS a ON a.name = "
+                   "s.application JOIN known_groups AS g ON g.application = a.id AND g.name = "
+                   "s.\"group\" AND g.has_remote_rows") {}
 
-ZORA_Long RemoteSources::handleOf(const Names& names) {
-  // Since names may be any bytes, their lengths belong to the key.
-  _key.clear();
-  for (const std::string_view name : {names.site, names.application, names.group, names.source})
-    _key.append(std::to_string(name.size())).append(1, ' ').append(name);
+ZORA_Long RemoteSources::handleOf(const RemoteNames& names) {
+  makeKey(names, &_key);
   const auto known = _atHand.find(_key);
   if (known != _atHand.end()) return known->second;
   const ZORA_Long handle = findOrAdd(names);
@@ -58,13 +57,16 @@ std::size_t RemoteSources::groupsOf(std::string_view site) {
 
 // As nothing is ever removed, the handles have no gaps.
 bool RemoteSources::hasRoom(std::string_view site) {
+  if (count(&_countAll) >= mostRemoteSources) return false;  // whoever asks takes no memory then
   auto known = _ofSites.find(site);
-  if (known == _ofSites.end())
+  if (known == _ofSites.end()) {
+    if (_ofSites.size() == mostSitesAtHand) _ofSites.clear();
     known = _ofSites.emplace(site, count(&_countOfSite.bindText(1, site))).first;
-  return known->second < mostOfSite && count(&_countAll) < most;
+  }
+  return known->second < mostRemoteSourcesOfSite;
 }
 
-ZORA_Long RemoteSources::findOrAdd(const Names& names) {
+ZORA_Long RemoteSources::findOrAdd(const RemoteNames& names) {
   if (bind(&_find, names).step()) {
     const auto handle = static_cast<ZORA_Long>(_find.number(0));
     _find.reset();
@@ -74,6 +76,9 @@ ZORA_Long RemoteSources::findOrAdd(const Names& names) {
   if (!hasRoom(names.site)) return 0;
   bind(&_add, names).run();
   ++_ofSites.find(names.site)->second;
+  ++_added.sources;
+  _added.nameBytes += static_cast<std::int64_t>(names.site.size() + names.application.size() +
+                                                names.group.size() + names.source.size());
   return static_cast<ZORA_Long>(sqlite3_last_insert_rowid(_connection.handle()));
 }
 

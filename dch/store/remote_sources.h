@@ -4,14 +4,23 @@
 #define DCH_STORE_REMOTE_SOURCES_H
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 
+#include "dch/core/remote_names.h"
 #include "dch/core/text_map.h"
 #include "dch/store/sqlite.h"
 #include "zora/zora.h"
 
 namespace dch {
+
+// What has come into the file.
+struct SourcesAdded {
+  std::int64_t sources = 0;
+  std::int64_t nameBytes = 0;
+};
 
 // Writes in the transaction of its caller; after one that did not succeed it is made anew. One
 // thread at a time.
@@ -20,30 +29,23 @@ class RemoteSources {
   // Of so many it knows the handles at hand: those that send rows now. Others are searched for in
   // the file.
   static constexpr std::size_t mostAtHand = 100'000;
-
-  // How many it takes: for good, so that who makes them up takes no more room.
-  static constexpr std::size_t most = 2'000'000;
-  static constexpr std::size_t mostOfSite = 100'000;
-
-  // May be any bytes.
-  struct Names {
-    std::string_view site;
-    std::string_view application;
-    std::string_view group;
-    std::string_view source;
-  };
+  // Of so many sites it knows at hand how many they have.
+  static constexpr std::size_t mostSitesAtHand = 10'000;
 
   explicit RemoteSources(sqlite::Connection& connection);
 
   // For good, whatever becomes of the group here. A source that is new gets the next one; 0: there
-  // is no room for it.
-  ZORA_Long handleOf(const Names& names);
+  // is no room for it, see core/handles.h.
+  ZORA_Long handleOf(const RemoteNames& names);
 
-  // How many groups have sources of this site, or had.
+  // How many groups with rows of other sites have sources of this one.
   std::size_t groupsOf(std::string_view site);
 
+  // Since it was asked last.
+  SourcesAdded takeAdded() { return std::exchange(_added, {}); }
+
  private:
-  ZORA_Long findOrAdd(const Names& names);
+  ZORA_Long findOrAdd(const RemoteNames& names);
   bool hasRoom(std::string_view site);
 
   sqlite::Connection& _connection;
@@ -54,6 +56,7 @@ class RemoteSources {
   sqlite::Statement _countGroups;
   TextMap<ZORA_Long> _atHand;
   TextMap<std::size_t> _ofSites;  // how many they have: of sites with new ones
+  SourcesAdded _added;
   std::string _key;
 };
 

@@ -34,13 +34,13 @@ TEST_F(RemoteSourcesTest, EachHasAHandleForGood) {
 
 TEST_F(RemoteSourcesTest, NamesThatMakeTheSameTextTogetherAreNotMixedUp) {
   RemoteSources sources(_connection);
-  const std::vector<RemoteSources::Names> all = {
+  const std::vector<RemoteNames> all = {
       {"a", "b", "c", "d"},      {"ab", "", "c", "d"}, {"", "ab", "c", "d"},
       {"a", "bc", "", "d"},      {"a", "", "bc", "d"}, {"a", "b", "cd", ""},
       {"a", "b", "", "cd"},      {"", "", "", "abcd"}, {"a", "b1 c", "", ""},
       {"a", "b", "c1 d", "0 x"}, {"a", "b", "c", "1"}, {"a", "b", "c1 1", ""}};
   std::set<ZORA_Long> handles;
-  for (const RemoteSources::Names& names : all) handles.insert(sources.handleOf(names));
+  for (const RemoteNames& names : all) handles.insert(sources.handleOf(names));
   EXPECT_EQ(handles.size(), all.size());
 }
 
@@ -69,7 +69,7 @@ class RemoteSourcesRoomTest : public RemoteSourcesTest {
 };
 
 TEST_F(RemoteSourcesRoomTest, ASiteHasNoMoreThanItsShare) {
-  fill("s", RemoteSources::mostOfSite - 1);
+  fill("s", mostRemoteSourcesOfSite - 1);
   RemoteSources sources(_connection);
   EXPECT_NE(sources.handleOf({"s", "A", "g", "last"}), 0);
   for (int round = 0; round < 2; ++round) {
@@ -82,22 +82,28 @@ TEST_F(RemoteSourcesRoomTest, ASiteHasNoMoreThanItsShare) {
 
 TEST_F(RemoteSourcesRoomTest, AllSitesHaveNoMoreThanHandlesAreGiven) {
   _connection.execute("INSERT INTO remote_sources VALUES (" +
-                      std::to_string(firstRemoteHandle + RemoteSources::most - 2) +
+                      std::to_string(firstRemoteHandle + mostRemoteSources - 2) +
                       ", 's', 'A', 'g', 'host')");
   RemoteSources sources(_connection);
   EXPECT_NE(sources.handleOf({"t", "A", "g", "last"}), 0);
   EXPECT_EQ(sources.handleOf({"u", "A", "g", "another"}), 0);
 }
 
-TEST_F(RemoteSourcesTest, SaysHowManyGroupsASiteHas) {
+TEST_F(RemoteSourcesTest, SaysHowManyGroupsWithRowsASiteHas) {
   RemoteSources sources(_connection);
+  _connection.execute(
+      "INSERT INTO known_applications (id, name, position, is_registered, text) VALUES "
+      "(1, 'A', 0, 0, ''), (2, 'B', 0, 0, ''), (3, 'C', 0, 0, '');"
+      "INSERT INTO known_groups (application, name, view, has_remote_rows) VALUES "
+      "(1, 'g', 'A.g', 1), (1, 'h', 'A.h', 1), (2, 'g', 'B.g', 1), (2, 'h', 'B.h', 0), "
+      "(3, 'g', 'C.g', 1)");
   EXPECT_EQ(sources.groupsOf("s"), 0u);
   for (const char* const application : {"A", "B"})
     for (const char* const group : {"g", "h"})
       for (const char* const source : {"1", "2"})
         sources.handleOf({"s", application, group, source});
   sources.handleOf({"t", "C", "g", "1"});
-  EXPECT_EQ(sources.groupsOf("s"), 4u);
+  EXPECT_EQ(sources.groupsOf("s"), 3u);
 }
 
 }  // namespace

@@ -92,6 +92,10 @@ void RemoteWriter::write(const StreamRead& change) {
   _setStream.bindText(1, change.stream).bind(2, static_cast<std::int64_t>(change.sequence)).run();
 }
 
+void RemoteWriter::write(RemoteSourceSeen* change) {
+  change->handle = _sources.handleOf(namesOf(*change));
+}
+
 RemoteWriter::Known& RemoteWriter::find(KnownEpochs* epochs, std::string_view site,
                                         const Epoch& epoch) {
   const auto known = std::find_if(epochs->rbegin(), epochs->rend(),

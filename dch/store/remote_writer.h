@@ -30,6 +30,9 @@ class RemoteWriter {
   // there is no room are refused: they are known then, and nowhere in the file.
   void write(const RemoteRows& change, const std::function<std::int64_t()>& usePosition);
   void write(const StreamRead& change);
+  void write(RemoteSourceSeen* change);
+
+  SourcesAdded takeSourcesAdded() { return _sources.takeAdded(); }
 
   // Rows that were refused since it was asked last.
   struct RowsRefused {

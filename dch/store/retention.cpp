@@ -15,6 +15,8 @@ constexpr Time day = Time{24} * 60 * 60 * 1'000'000;
 
 // What a deferral or an action takes besides its texts, with its places in the indexes.
 constexpr std::int64_t recordBytes = 80;
+// The same of a source of another site, all of whose names are in an index, too.
+constexpr std::int64_t sourceBytes = 30;
 
 // What one takes of the file. Those that are longer than half a page have one each.
 std::int64_t bytesOfRecord(std::int64_t textBytes, std::int64_t pageBytes) {
@@ -28,7 +30,10 @@ SELECT length(CAST("key" || "table" || source AS BLOB)) FROM kept_deferrals UNIO
 SELECT length(CAST(name || owner AS BLOB)) FROM kept_actions)");
   std::int64_t bytes = 0;
   while (texts.step()) bytes += bytesOfRecord(texts.number(0), pageBytes);
-  return bytes;
+  return bytes + sqlite::queryNumber(connection, R"(
+SELECT ifnull(sum(2 * length(CAST(site || application || "group" || name AS BLOB)) + )" +
+                                                     std::to_string(sourceBytes) +
+                                                     "), 0) FROM remote_sources");
 }
 
 using Place = std::optional<RowTable::Place>;
@@ -122,6 +127,10 @@ void Retention::noteKept(const Change& change) noexcept {
     return;
   }
   _recordBytes += bytesOfRecord(static_cast<std::int64_t>(textBytes), _pageBytes);
+}
+
+void Retention::noteSources(const SourcesAdded& added) noexcept {
+  _recordBytes += 2 * added.nameBytes + sourceBytes * added.sources;
 }
 
 // Those of so many positions: the server's own that are older than `before`, or else all.

@@ -38,6 +38,8 @@ class Retention {
   // A change is in the file now. What deferrals and actions take is not taken from the rows: who
   // sends very many of them pushes none out.
   void noteKept(const Change& change) noexcept;
+  // The same for sources of other sites: they are in the file now.
+  void noteSources(const SourcesAdded& added) noexcept;
 
   // How many rows it has removed.
   std::int64_t removed() const { return _removed; }
@@ -57,7 +59,7 @@ class Retention {
   sqlite::Statement _pageCount;
   sqlite::Statement _freePages;
   const std::int64_t _pageBytes;
-  std::int64_t _recordBytes;  // of deferrals and actions, which stay for good
+  std::int64_t _recordBytes;  // of what stays for good
   const bool _isPublished;
   sqlite::Statement _noteUnpublished;
   std::int64_t _removed = 0;

@@ -248,7 +248,7 @@ bool SqliteStore::isOver() {
 void SqliteStore::writeGroup(Items* group) {
   try {
     _changes.clear();
-    for (const Item& item : *group) _changes.push_back({&item.entry.change, false});
+    for (Item& item : *group) _changes.push_back({&item.entry.change, false});
   } catch (const std::bad_alloc&) {
     return;  // none of them is kept
   }

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <array>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -11,6 +12,7 @@
 #include "dch/store/remote_places.h"
 #include "dch/store/rows_in_order.h"
 #include "dch/testkit/faulty_vfs.h"
+#include "dch/testkit/given_handles.h"
 #include "dch/testkit/random_changes.h"
 #include "dch/testkit/shared.h"
 #include "dch/testkit/store_test.h"
@@ -28,21 +30,27 @@ std::uint32_t seed() {
   return numberFrom("ZORD410_SEED", 4711);
 }
 
+constexpr std::size_t changeCount = 240;
+
 // What a process that is killed has told.
 struct Told {
   std::uint64_t concluded = 0;
   std::uint64_t operations = 0;
+  std::array<ZORA_Long, changeCount> handles{};  // of sources of other sites, by their changes
 };
 
 class CountingClient : public StoreClient {
  public:
-  explicit CountingClient(std::uint64_t* count) : _count(count) {}
-  void conclude(Entry&&, bool isKept) noexcept override {
-    if (isKept) ++*_count;
+  explicit CountingClient(Told* told) : _told(told) {}
+  void conclude(Entry&& entry, bool isKept) noexcept override {
+    if (!isKept) return;
+    if (const auto* const seen = std::get_if<RemoteSourceSeen>(&entry.change))
+      _told->handles[_told->concluded] = seen->handle;
+    ++_told->concluded;
   }
 
  private:
-  std::uint64_t* const _count;
+  Told* const _told;
 };
 
 struct Way {
@@ -53,7 +61,6 @@ struct Way {
 
 class StoreDeath : public testing::TestWithParam<Way> {
  protected:
-  static constexpr std::size_t changeCount = 240;
   static constexpr std::int64_t keptDays = 30;
 
   // What the process does that dies: in groups of different sizes it keeps all changes.
@@ -67,7 +74,7 @@ class StoreDeath : public testing::TestWithParam<Way> {
     });
     {
       testkit::RecordingLog log;
-      CountingClient client(&_told->concluded);
+      CountingClient client(&*_told);
       SqliteStoreSettings settings;
       settings.path = path();
       settings.durability = GetParam().durability;
@@ -216,6 +223,42 @@ class StoreDeath : public testing::TestWithParam<Way> {
                         << expected.text() << expectedRemote.places();
   }
 
+  // As they were told, and no two the same, also when sources come that have none yet.
+  void expectHandlesForGood() {
+    testkit::GivenHandles handles;
+    std::vector<RemoteSourceSeen> seen;
+    std::uint64_t told = 0;
+    for (Change& change : testkit::RandomChanges(seed(), GetParam().timeStep).make(changeCount)) {
+      if (auto* const each = std::get_if<RemoteSourceSeen>(&change)) {
+        seen.push_back(std::move(*each));
+        seen.back().handle = _told->handles[told];
+        if (told < _told->concluded) handles.add(seen.back(), true);
+      }
+      ++told;
+    }
+    handles.addFile(path());
+    testkit::RecordingLog log;
+    testkit::RecordingClient client;
+    SqliteStoreSettings settings;
+    settings.path = path();
+    settings.now = [] { return Time{0}; };
+    SqliteStore store(
+        settings, [] {}, log);
+    store.load([](Change&&) {});
+    for (auto each = seen.rbegin(); each != seen.rend(); ++each) {
+      Entry entry{*each};
+      store.append(&entry, &client);
+    }
+    store.finish();
+    for (const auto& [change, isKept] : client.concluded) {
+      EXPECT_TRUE(isKept);
+      handles.add(std::get<RemoteSourceSeen>(change), isKept);
+    }
+    const std::size_t inFile = handles.addFile(path());
+    EXPECT_EQ(inFile, handles.count());
+    EXPECT_GT(inFile, 10u);
+  }
+
   // Whether the rows are the last ones of `all`, without those alone that retention may remove.
   static bool isTheEndOf(const std::vector<std::string>& rows, const std::vector<std::string>& all,
                          const std::vector<Time>& times, Time now) {
@@ -254,6 +297,7 @@ TEST_P(StoreDeath, LosesNothingThatWasConcluded) {
   const std::uint64_t operations = _told->operations;
   ASSERT_GT(operations, 300u);
   expectAllThatWasConcluded();
+  expectHandlesForGood();
   EXPECT_EQ(isEveryRowThere(), GetParam().timeStep != day) << "retention was at work";
   EXPECT_EQ(isEveryRemoteRowThere(), GetParam().timeStep != day) << "there too";
 
@@ -267,6 +311,7 @@ TEST_P(StoreDeath, LosesNothingThatWasConcluded) {
     const int status = runInOtherProcess(operation);
     ASSERT_TRUE(status == -SIGKILL || status == 0) << status;
     expectAllThatWasConcluded();
+    expectHandlesForGood();
     if (HasFailure()) return;
   }
 }

@@ -9,6 +9,7 @@
 #include <future>
 
 #include "dch/testkit/faulty_vfs.h"
+#include "dch/testkit/given_handles.h"
 #include "dch/testkit/random_changes.h"
 #include "dch/testkit/store_test.h"
 #include "tests/support/wait_until.h"
@@ -49,12 +50,15 @@ class StoreFaults : public testkit::StoreTest {
     _vfs.setDecision(decide);
     testkit::KnownState expected;
     testkit::RemoteModel remote;
+    testkit::GivenHandles handles;
     std::size_t rows = 0;
     std::int64_t published = 0;
     const auto conclude = [&] {
       _store->finish();
       for (auto& [change, isKept] : std::exchange(_client.concluded, {})) {
         _refused += isKept ? 0 : 1;
+        if (const auto* const seen = std::get_if<RemoteSourceSeen>(&change))
+          handles.add(*seen, isKept);
         if (!isKept) continue;
         rows += std::holds_alternative<Row>(change) ? 1 : 0;
         if (const auto* const each = std::get_if<RowsPublished>(&change))
@@ -63,7 +67,9 @@ class StoreFaults : public testkit::StoreTest {
         expected.apply(std::move(change));
       }
     };
+    std::vector<Change> seen;
     for (Change& change : testkit::RandomChanges(17).make(60)) {
+      if (std::holds_alternative<RemoteSourceSeen>(change)) seen.push_back(change);
       // As in the server, only rows go side by side.
       if (!std::holds_alternative<Row>(change)) conclude();
       if (expected.isGood(change)) append(std::move(change));
@@ -80,6 +86,11 @@ class StoreFaults : public testkit::StoreTest {
     EXPECT_EQ(_known->text(), expected.text());
     EXPECT_EQ(testkit::textOf(readRemotePlaces([this] { return _store->places(); })),
               remote.places());
+    for (auto each = seen.rbegin(); each != seen.rend(); ++each) append(*each);
+    conclude();
+    EXPECT_GT(handles.count(), 3u);
+    const std::size_t inFile = handles.addFile(path());
+    EXPECT_EQ(inFile, handles.count()) << "all that were given, and those of rows";
     stop();
     EXPECT_EQ(rowCount(), rows);
     EXPECT_EQ(testkit::remoteRowsInFile(path()), remote.rows());
@@ -251,6 +262,32 @@ TEST_F(StoreFaults, WhatWasRefusedIsNotThereAfterADeath) {
   EXPECT_EQ(testkit::query(copy, "SELECT time_us FROM \"HOSTMON.load\""), "1\n");
   _vfs.setDecision(nullptr);
   EXPECT_TRUE(keep(Row{1, 3, dataMessage(1)}));
+}
+
+// The next source gets it, which is no other one for whoever has seen it.
+TEST_F(StoreFaults, AHandleThatWasRefusedWasGivenToNobody) {
+  startOnVfs(Durability::power);
+  const auto give = [this](const char* source) {
+    append(RemoteSourceSeen{"site", "A", "g", source});
+    _store->finish();
+    return std::get<RemoteSourceSeen>(_client.concluded.back().first).handle;
+  };
+  EXPECT_EQ(give("host1"), firstRemoteHandle);
+  for (const DiskOperation failing : {DiskOperation::write, DiskOperation::sync}) {
+    _vfs.setDecision([&](DiskOperation operation) {
+      return operation == failing ? DiskOutcome::fails : DiskOutcome::works;
+    });
+    EXPECT_EQ(give("host2"), 0);
+    EXPECT_FALSE(_client.concluded.back().second);
+    EXPECT_EQ(give("host1"), firstRemoteHandle) << "nothing is written for it";
+    _vfs.setDecision(nullptr);
+  }
+  EXPECT_EQ(give("host3"), firstRemoteHandle + 1);
+  EXPECT_EQ(give("host2"), firstRemoteHandle + 2);
+  knownAfterRestart();
+  EXPECT_EQ(give("host3"), firstRemoteHandle + 1);
+  EXPECT_EQ(give("host2"), firstRemoteHandle + 2);
+  EXPECT_EQ(give("host1"), firstRemoteHandle);
 }
 
 // By its position it is seen that the file has it, though it tells no row.

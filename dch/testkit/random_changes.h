@@ -45,6 +45,8 @@ class RandomChanges {
         changes.push_back(RowsPublished{_rowCount});
       else if (kind < 36)
         changes.push_back(_sites.make(&_random, ++_rowCount * _timeStep));
+      else if (kind < 44)
+        changes.push_back(sourceSeen());
       else
         sendRow(&changes);
     }
@@ -141,6 +143,12 @@ class RandomChanges {
       isRunning = true;
       changes->push_back(ActionStarted{id, "action", "operator", 1});
     }
+  }
+
+  // Some are of sources that rows come of, and some come again.
+  Change sourceSeen() {
+    return RemoteSourceSeen{"site" + std::to_string(below(3)), applicationName(below(2)),
+                            "g" + std::to_string(below(3)), "source" + std::to_string(below(6))};
   }
 
   void sendRow(std::vector<Change>* changes) {
