@@ -54,6 +54,7 @@ Core::Core(const Ports& ports, const ActionRules& actionRules, Counters& counter
       _counters(counters),
       _log(log),
       _responder(ports.answers, _requestCounts, counters, log),
+      _subscriptions(Subscriptions::defaultCapacity, ports.observers),
       _publisher(_subscriptions, ports.rowsOut, counters, log),
       _held(_registry, _publisher),
       _snapshots(_registry, _publisher),
@@ -334,9 +335,9 @@ void Core::apply(Row&& change, Entry&& entry) {
   _counters.add(Counter::rowsKept);
   const Row& row = applied.source->row ? *applied.source->row : change;
   _publisher.publish(applied.source->group->topic, row.message);
-  if (_ports.observer == nullptr) return;
+  if (_ports.observers.empty()) return;
   const std::string_view former = applied.source->isOnline ? change.message : std::string_view();
-  _ports.observer->rowKept(*applied.source, row.message, former, row.time);
+  _ports.observers.rowKept(*applied.source, row.message, former, row.time);
 }
 
 void Core::apply(Deferred&& change, Entry&& entry) {
@@ -377,7 +378,7 @@ void Core::publishEvents(const Entry& entry, const Applied& applied) {
 void Core::publishEvent(const SourceNames& names, short code, std::size_t together) {
   if (_publisher.hasSubscribers(statusTopic))
     _publisher.publish(statusTopic, StatusEvent(names, code).message(), together);
-  if (_ports.observer != nullptr) _ports.observer->statusChanged(names, code);
+  _ports.observers.statusChanged(names, code);
 }
 
 void Core::startTimer() {

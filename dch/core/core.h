@@ -10,7 +10,7 @@
 #include "dch/core/counters.h"
 #include "dch/core/deferrals.h"
 #include "dch/core/held_changes.h"
-#include "dch/core/observer.h"
+#include "dch/core/observers.h"
 #include "dch/core/postponed_requests.h"
 #include "dch/core/programs.h"
 #include "dch/core/publisher.h"
@@ -32,7 +32,7 @@ struct Ports {
   Store& store;
   Timer& timer;
   Programs& programs;
-  Observer* observer = nullptr;  // null: nobody looks on
+  Observers observers = {};
 };
 
 // The one place that has the order: a request is checked, its change is kept, then applied,
@@ -68,6 +68,15 @@ class Core : private StoreClient {
   void dropSubscribers(const std::function<bool(const PeerAddress&)>& isToGo) {
     _publisher.dropSubscribers(isToGo);
   }
+
+  // A row of another site, whole and with a handle of its own here, goes to who has subscribed. It
+  // is neither kept nor known, and nobody who looks on is told. To be called while there is room:
+  // else the rows of this server's own providers wait for it.
+  void publishRemote(std::string_view topic, std::string_view message) noexcept {
+    _publisher.publish(topic, message);
+  }
+  bool hasSubscribers(std::string_view topic) const { return _publisher.hasSubscribers(topic); }
+  bool hasRoomToPublish() const { return _publisher.hasRoom(); }
 
   // Whether publishMore() is to be called: rows or events are on their way to many subscribers, and
   // go on after others had their turn.

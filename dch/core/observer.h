@@ -22,6 +22,10 @@ class Observer {
   // that do not apply are empty.
   virtual void statusChanged(const SourceNames& names, short requestCode) noexcept = 0;
 
+  // A topic has got its first subscriber, or lost its last one.
+  virtual void topicChanged([[maybe_unused]] std::string_view topic,
+                            [[maybe_unused]] bool isWanted) noexcept {}
+
  protected:
   ~Observer() = default;
 };

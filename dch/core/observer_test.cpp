@@ -31,6 +31,11 @@ class RecordingObserver : public Observer {
     events.push_back(testkit::eventText(std::string(StatusEvent(names, requestCode).message())));
   }
 
+  void topicChanged(std::string_view topic, bool isWanted) noexcept override {
+    topics.push_back((isWanted ? "+" : "-") + std::string(topic));
+  }
+
+  std::vector<std::string> topics;
   std::vector<std::string> rows;
   std::string lastRow;
   std::string formerRow;
@@ -50,10 +55,30 @@ class ObserverTest : public CoreTest {
   void receiveObserved(const std::string& message) { _observed.receive({message, client(), 17}); }
 
   RecordingObserver _observer{_answers, _rowsOut};
+  RecordingObserver _second{_answers, _rowsOut};
   testkit::SlowStore _slow;
-  Core _observed{
-      {_answers, _rowsOut, _slow, _timer, _programs, &_observer}, _actionRules, _counters, _log};
+  Core _observed{{_answers, _rowsOut, _slow, _timer, _programs, {&_observer, &_second}},
+                 _actionRules,
+                 _counters,
+                 _log};
 };
+
+TEST_F(ObserverTest, AreTwoAtMostAndToldTheSame) {
+  receiveObserved(onlineMessage("HOSTMON", "load", "host1"));
+  _slow.concludeAll();
+  receiveObserved(testkit::subscribeMessage("HOSTMON", "load"));
+  receiveObserved(dataMessage(1));
+  _slow.concludeAll();
+  receiveObserved(testkit::withdrawMessage("HOSTMON", "load"));
+  EXPECT_EQ(_observer.rows.size(), 1u);
+  EXPECT_EQ(_observer.rows, _second.rows);
+  EXPECT_EQ(_observer.lastRow, _second.lastRow);
+  EXPECT_FALSE(_observer.events.empty());
+  EXPECT_EQ(_observer.events, _second.events);
+  const std::string topic = topicOf("HOSTMON", "load");
+  EXPECT_EQ(_observer.topics, (std::vector<std::string>{"+" + topic, "-" + topic}));
+  EXPECT_EQ(_observer.topics, _second.topics);
+}
 
 TEST_F(ObserverTest, IsToldARowWhenItIsAcknowledgedAndPublished) {
   receiveObserved(onlineMessage("HOSTMON", "load", "host1"));

@@ -2,7 +2,9 @@
 #ifndef DCH_CORE_ROW_MESSAGE_H
 #define DCH_CORE_ROW_MESSAGE_H
 
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "dch/core/field_reader.h"
 
@@ -27,6 +29,13 @@ class RowMessage {
   FieldReader _fields;
   short _code = 0;
 };
+
+// Whether it is a row that a server would have taken from a provider, but for what its registration
+// says; then `attributes` are their names. Takes any bytes.
+bool readRow(std::string_view message, std::vector<std::string_view>* attributes);
+
+// Of what readRow() takes. All else stays as it came.
+void setHandle(std::string* message, ZORA_Long handle);
 
 }  // namespace dch
 

@@ -1,6 +1,7 @@
 #include "dch/core/subscriptions.h"
 
 #include <new>
+#include <utility>
 
 namespace dch {
 
@@ -8,6 +9,7 @@ Subscriptions::Added Subscriptions::add(const std::string& topic, const PeerAddr
   const auto known = _topics.find(topic);
   if (known != _topics.end() && known->second.contains(subscriber)) return Added::alreadyThere;
   if (_size >= _capacity) return Added::noRoom;
+  const bool isFirst = known == _topics.end();
   try {
     _topics[topic].try_emplace(subscriber, Subscriber{.number = _newest + 1});
     _topicsOf[subscriber].topics.insert(topic);
@@ -19,6 +21,7 @@ Subscriptions::Added Subscriptions::add(const std::string& topic, const PeerAddr
   }
   ++_size;
   ++_newest;
+  if (isFirst) _observers.topicChanged(topic, true);
   return Added::yes;
 }
 
@@ -29,8 +32,8 @@ bool Subscriptions::remove(std::string_view topic, const PeerAddress& subscriber
   if (subscribed == topics->second.topics.end()) return false;
   topics->second.topics.erase(subscribed);
   if (topics->second.topics.empty()) _topicsOf.erase(topics);
-  removeFromTopic(topic, subscriber);
   --_size;
+  if (removeFromTopic(topic, subscriber)) _observers.topicChanged(topic, false);
   return true;
 }
 
@@ -38,9 +41,11 @@ std::size_t Subscriptions::removeSubscriber(const PeerAddress& subscriber) {
   const auto topics = _topicsOf.find(subscriber);
   if (topics == _topicsOf.end()) return 0;
   const std::size_t count = topics->second.topics.size();
-  for (const std::string& topic : topics->second.topics) removeFromTopic(topic, subscriber);
+  const TextSet left = std::move(topics->second.topics);
   _topicsOf.erase(topics);
   _size -= count;
+  for (const std::string& topic : left)
+    if (removeFromTopic(topic, subscriber)) _observers.topicChanged(topic, false);
   return count;
 }
 
@@ -49,11 +54,14 @@ Subscribers* Subscriptions::find(std::string_view topic) {
   return known != _topics.end() ? &known->second : nullptr;
 }
 
-void Subscriptions::removeFromTopic(std::string_view topic, const PeerAddress& subscriber) {
+// Returns whether it was the last one.
+bool Subscriptions::removeFromTopic(std::string_view topic, const PeerAddress& subscriber) {
   const auto known = _topics.find(topic);
-  if (known == _topics.end()) return;
+  if (known == _topics.end()) return false;
   known->second.erase(subscriber);
-  if (known->second.empty()) _topics.erase(known);
+  if (!known->second.empty()) return false;
+  _topics.erase(known);
+  return true;
 }
 
 }  // namespace dch

@@ -9,6 +9,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "dch/core/observers.h"
 #include "dch/core/peer_address.h"
 #include "dch/core/text_map.h"
 
@@ -30,7 +31,9 @@ class Subscriptions {
   // Far above what a suite has; a flood of subscriptions meets it.
   static constexpr std::size_t defaultCapacity = 20'000;
 
-  explicit Subscriptions(std::size_t capacity = defaultCapacity) : _capacity(capacity) {}
+  // `observers` are told which topics have subscribers.
+  explicit Subscriptions(std::size_t capacity = defaultCapacity, const Observers& observers = {})
+      : _capacity(capacity), _observers(observers) {}
 
   enum class Added { yes, alreadyThere, noRoom };
 
@@ -82,9 +85,10 @@ class Subscriptions {
     bool isSentTo = false;
   };
 
-  void removeFromTopic(std::string_view topic, const PeerAddress& subscriber);
+  bool removeFromTopic(std::string_view topic, const PeerAddress& subscriber);
 
   const std::size_t _capacity;
+  const Observers _observers;
   std::size_t _size = 0;
   std::uint64_t _newest = 0;
   std::size_t _nextBucket = 0;

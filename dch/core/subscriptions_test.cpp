@@ -3,7 +3,9 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
+#include <string>
 #include <unordered_set>
+#include <utility>
 
 namespace dch {
 namespace {
@@ -115,6 +117,46 @@ TEST(PeerAddressTest, TellsAddressesApartAndShowsThem) {
   longest.sin_addr.s_addr = 0xffffffff;
   longest.sin_port = 0xffff;
   EXPECT_STREQ(PeerAddress(longest).text().data(), "255.255.255.255:65535");
+}
+
+class TopicObserver final : public Observer {
+ public:
+  void rowKept(const Source&, std::string_view, std::string_view, Time) noexcept override {}
+  void statusChanged(const SourceNames&, short) noexcept override {}
+  void topicChanged(std::string_view topic, bool isWanted) noexcept override {
+    (told += isWanted ? '+' : '-') += topic;
+  }
+  std::string take() { return std::exchange(told, {}); }
+
+ private:
+  std::string told;
+};
+
+TEST(SubscriptionsTest, TellWhenATopicHasItsFirstSubscriberAndWhenItHasLostItsLast) {
+  TopicObserver observer;
+  Subscriptions subscriptions(4, Observers(nullptr, &observer));
+  subscriptions.add("a", peer(1));
+  EXPECT_EQ(observer.take(), "+a");
+  subscriptions.add("a", peer(1));
+  subscriptions.add("a", peer(2));
+  subscriptions.remove("a", peer(1));
+  subscriptions.remove("a", peer(1));
+  subscriptions.remove("b", peer(1));
+  EXPECT_EQ(observer.take(), "");
+  subscriptions.remove("a", peer(2));
+  EXPECT_EQ(observer.take(), "-a");
+  subscriptions.add("b", peer(1));
+  subscriptions.add("a", peer(1));
+  subscriptions.add("a", peer(2));
+  subscriptions.add("c", peer(2));
+  EXPECT_EQ(observer.take(), "+b+a+c");
+  subscriptions.add("d", peer(2));
+  EXPECT_EQ(observer.take(), "") << "there is no room for it";
+  subscriptions.removeSubscriber(peer(1));
+  EXPECT_EQ(observer.take(), "-b");
+  subscriptions.removeSubscriber(peer(2));
+  const std::string told = observer.take();
+  EXPECT_TRUE(told == "-a-c" || told == "-c-a") << told;
 }
 
 }  // namespace

@@ -26,7 +26,7 @@ Descriptor copyOf(int descriptor) {
 
 Channel::Channel(EventLoop& loop, ServedPort&& port, const ChannelLimits& limits, Store& store,
                  const ActionRules& actionRules, Counters& counters, const Log& log,
-                 Observer* observer)
+                 const Observers& observers)
     : _store(store),
       _counters(counters),
       _log(log),
@@ -54,7 +54,8 @@ Channel::Channel(EventLoop& loop, ServedPort&& port, const ChannelLimits& limits
              }),
       _publishing(loop, [this] { publishMore(); }),
       _looking(loop, [this] { lookForGone(); }),
-      _core({*this, _pushSocket, store, _timer, _programs, observer}, actionRules, counters, log) {
+      _core({*this, _pushSocket, store, _timer, _programs, observers}, actionRules, counters, log),
+      _remoteRows(_core, store) {
   _core.load();
 }
 

@@ -8,6 +8,7 @@
 
 #include "dch/core/address_ranges.h"
 #include "dch/core/core.h"
+#include "dch/core/remote_rows_in.h"
 #include "dch/net/alarm.h"
 #include "dch/net/answer_batch.h"
 #include "dch/net/child_programs.h"
@@ -34,7 +35,7 @@ class Channel : private Answers, private StreamClient {
   // Takes up what the store has. Throws std::runtime_error or std::bad_alloc.
   Channel(EventLoop& loop, ServedPort&& port, const ChannelLimits& limits, Store& store,
           const ActionRules& actionRules, Counters& counters, const Log& log,
-          Observer* observer = nullptr);
+          const Observers& observers = {});
 
   // From now on clients are served.
   void start();
@@ -64,6 +65,8 @@ class Channel : private Answers, private StreamClient {
   void settle() noexcept;
 
   const Core& core() const { return _core; }
+  // Who pushes rows of other sites; settle() is to be called behind them.
+  RemoteRowsIn& remoteRows() { return _remoteRows; }
 
   // Brings its gauges up to date.
   void setGauges() noexcept;
@@ -120,6 +123,7 @@ class Channel : private Answers, private StreamClient {
   Alarm _looking;  // for subscribers that are gone
   ChildPrograms _programs;
   Core _core;
+  RemoteRowsIn _remoteRows;
 };
 
 }  // namespace dch

@@ -4,40 +4,10 @@
 #include <cstddef>
 #include <utility>
 
-#include "dch/core/field_reader.h"
-#include "dch/core/rows_out.h"
+#include "dch/core/row_message.h"
 #include "dch/store/epoch_table.h"
-#include "suite/registration.h"
-#include "zordchcl/messages.h"
 
 namespace dch {
-
-namespace {
-
-// Whether it is a row that a server would have taken from a provider, but for what its registration
-// says; then `attributes` are their names.
-bool readRow(std::string_view message, std::vector<std::string_view>* attributes) {
-  FieldReader fields(message);
-  short request = 0;
-  short code = 0;
-  ZORA_Long handle = 0;
-  if (message.size() > maxDatagramBytes || message.size() < ZOR0_LENGTH_WORD_SIZE ||
-      ZOR0_MessageLength(message.data()) != message.size() ||
-      !fields.readShort(DCH_requestType, &request) || request != DCH_REQUEST_DATA ||
-      !fields.readLong(DCH_handle, &handle) || !fields.readShort(DCH_dataCode, &code))
-    return false;
-  while (!fields.atEnd()) {
-    std::string_view name, value;
-    char letter = '\0';
-    if (!fields.readText(DCH_attrName, suite::longestName, &name) || name.empty() ||
-        !fields.readAttributeValue(&letter, &value))
-      return false;
-    attributes->push_back(name);
-  }
-  return true;
-}
-
-}  // namespace
 
 RemoteWriter::RemoteWriter(sqlite::Connection& connection, Providers& providers)
     : _providers(providers),

@@ -20,23 +20,25 @@ class ChannelThread {
  public:
   explicit ChannelThread(const StreamLimits& limits = {},
                          std::unique_ptr<Store> ownStore = std::make_unique<MemoryStore>(),
-                         ActionRules actions = {}, in_addr_t address = INADDR_LOOPBACK)
+                         ActionRules actions = {}, in_addr_t address = INADDR_LOOPBACK,
+                         const Observers& observers = {})
       : store(std::move(ownStore)),
         _actions(std::move(actions)),
         _served(openPort({htonl(address)}, 0)),
         port(ntohs(_served.address.port)),
-        channel(_loop, std::move(_served), {.streams = limits}, *store, _actions, counters, _log) {
+        channel(loop, std::move(_served), {.streams = limits}, *store, _actions, counters, _log,
+                observers) {
     channel.start();
-    thread.emplace(_loop);
+    thread.emplace(loop);
   }
 
   Counters counters;
   const std::unique_ptr<Store> store;
+  EventLoop loop;
 
  private:
   const ErrorLog _log{false};
   const ActionRules _actions;
-  EventLoop _loop;
   ServedPort _served;
 
  public:

@@ -107,4 +107,23 @@ std::vector<std::string> watchSeeds() {
   return seeds;
 }
 
+// As fuzz/remote_handles.cpp takes them: the limits, then steps. Rows of several sources that wait,
+// and a store that keeps them, does not, or has no room.
+std::vector<std::string> handleSeeds() {
+  const std::string ample = byte(7) + byte(63) + byte(255) + byte(8),
+                    tight = byte(0) + byte(9) + byte(40) + byte(0);
+  const std::string row = byte(0) + byte(1) + byte(8), again = byte(0) + byte(1) + byte(3);
+  const std::string other = byte(0) + byte(4) + byte(9), another = byte(0) + byte(2) + byte(0);
+  const std::string ask = byte(2), refused = byte(3) + byte(0), full = byte(3) + byte(1);
+  const std::string kept = byte(3) + byte(2);
+  std::vector<std::string> seeds;
+  for (const std::string& limits : {ample, tight}) {
+    seeds.push_back(limits + row + again + ask + again + kept + again + other + ask + kept + row);
+    seeds.push_back(limits + row + other + another + ask + ask + ask + refused + kept + full + row +
+                    other + another + ask + full + ask + kept);
+    seeds.push_back(limits + row + ask + full + row + other + again + ask + kept + other);
+  }
+  return seeds;
+}
+
 }  // namespace fuzz

@@ -7,10 +7,11 @@
 
 namespace fuzz {
 
-// For the targets row_window, incoming_rows and site_watch, in the form that each takes.
+// For the targets of these names, in the form that each takes.
 std::vector<std::string> windowSeeds();
 std::vector<std::string> incomingSeeds();
 std::vector<std::string> watchSeeds();
+std::vector<std::string> handleSeeds();
 
 }  // namespace fuzz
 
