@@ -10,10 +10,6 @@ namespace {
 
 constexpr std::string_view headerVersion = "1", sameEpoch = "-";
 
-// A server of the stream looks for the names of its own headers in values, too. Each has a hyphen
-// between letters, so a source must not.
-constexpr std::string_view plainInSources = "_";
-
 }  // namespace
 
 std::string rowHeaderText(const RowHeader& header) {
@@ -25,7 +21,7 @@ std::string rowHeaderText(const RowHeader& header) {
   add(std::to_string(header.previous.number));
   add(std::to_string(header.time));
   add(std::to_string(header.handle));
-  add(escapedName(header.source, plainInSources));
+  add(escapedName(header.source, plainInHeaders));
   return text;
 }
 
@@ -36,7 +32,7 @@ std::optional<RowHeader> parseRowHeader(std::string_view text) {
                escaped] = *fields;
   const auto epoch = parseEpoch(epochDigits);
   const auto previousEpoch = previousDigits == sameEpoch ? epoch : parseEpoch(previousDigits);
-  auto source = unescapedName(escaped, plainInSources);
+  auto source = unescapedName(escaped, plainInHeaders);
   if (!epoch || !previousEpoch || !source) return std::nullopt;
   RowHeader header{{*epoch, numberIn<std::int64_t>(number)},
                    {*previousEpoch, numberIn<std::int64_t>(previousNumber)},

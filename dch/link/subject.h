@@ -1,4 +1,4 @@
-// subject.h: the subjects that the rows of a site have in the stream.
+// subject.h: the subjects that the rows of a site have, in the stream and live.
 #ifndef DCH_LINK_SUBJECT_H
 #define DCH_LINK_SUBJECT_H
 
@@ -29,6 +29,16 @@ std::string rowSubject(std::string_view site, std::string_view application, std:
 
 // Nothing unless rowSubject wrote it.
 std::optional<RowSubject> parseRowSubject(std::string_view text);
+
+// The same for rows on their way to subscribers: zord.live.SITE.APPL.GROUP. Other names than a site
+// may have, and an application and a group may be registered with, are nothing, too.
+std::string liveSubject(std::string_view site, std::string_view application,
+                        std::string_view group);
+std::optional<RowSubject> parseLiveSubject(std::string_view text);
+
+// Those that the live rows of a topic have, whichever their site is; nothing for a topic that no
+// rows have.
+std::optional<std::string> liveSubjectsOf(std::string_view topic);
 
 }  // namespace dch
 

@@ -4,6 +4,8 @@
 
 #include <set>
 
+#include "dch/core/registry.h"
+
 namespace dch {
 namespace {
 
@@ -81,6 +83,33 @@ TEST(RowSubject, NothingElseIsOne) {
                            "zord.rows.a.b.>",
                            "zord.rows.a.b.c\n"})
     EXPECT_EQ(std::nullopt, parseRowSubject(each)) << each;
+}
+
+TEST(LiveSubject, SaysWhoseRowsTheyAre) {
+  const std::string text = "zord.live.west%2E1.HOSTMON.load%20-_";
+  EXPECT_EQ(text, liveSubject("west.1", "HOSTMON", "load -_"));
+  EXPECT_EQ((RowSubject{"west.1", "HOSTMON", "load -_"}), parseLiveSubject(text));
+  EXPECT_EQ(std::nullopt, parseRowSubject(text));
+  EXPECT_EQ(std::nullopt, parseLiveSubject(rowSubject("west.1", "HOSTMON", "load")));
+}
+
+TEST(LiveSubject, TakesNoNamesThatNobodyCanHave) {
+  const std::string site(64, 's'), application(20, 'A'), group(32, 'g');
+  EXPECT_TRUE(parseLiveSubject(liveSubject(site, application, group)));
+  for (const std::string& text :
+       {liveSubject(site + "s", "A", "g"), liveSubject("s", application + "A", "g"),
+        liveSubject("s", "A", group + "g"), liveSubject("", "A", "g"), liveSubject("s", "", "g"),
+        liveSubject("s", "A", ""), std::string("zord.live.s.A"), std::string("zord.live.s.A.g.h"),
+        std::string("zord.lives.A.g"), std::string("zord.live"), std::string()})
+    EXPECT_EQ(std::nullopt, parseLiveSubject(text)) << text;
+}
+
+TEST(LiveSubject, OfATopicIsThatOfAllSites) {
+  EXPECT_EQ("zord.live.*.HOST%2EMON.load%20", liveSubjectsOf(topicOf("HOST.MON", "load ")));
+  for (const std::string& topic :
+       {std::string("provider status"), std::string(), topicOf("", "g"), topicOf("A", ""),
+        topicOf(std::string(21, 'A'), "g"), topicOf("A", std::string(33, 'g'))})
+    EXPECT_EQ(std::nullopt, liveSubjectsOf(topic)) << topic;
 }
 
 }  // namespace
