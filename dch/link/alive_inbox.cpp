@@ -16,7 +16,7 @@ void AliveInbox::put(std::string_view subject, std::string_view body) noexcept {
     isKept = keep(subject, body);
   } catch (const std::exception&) {  // no memory: the site says it again
   }
-  if (isKept) return ring();
+  if (isKept) return;
   const std::lock_guard lock(_mutex);
   ++_refused;
 }
@@ -25,12 +25,15 @@ bool AliveInbox::keep(std::string_view subject, std::string_view body) {
   const auto site = parseAliveSubject(subject);
   auto message = parseAlive(body);
   if (!site || !message) return false;
-  const std::lock_guard lock(_mutex);
+  std::unique_lock lock(_mutex);
+  const bool isFirst = _heard.empty();
   if (_heard.size() >= mostSites && !_heard.contains(*site)) return false;
   std::vector<AliveMessage>& ofSite = _heard[*site];
   std::erase_if(ofSite, [&](const AliveMessage& each) { return each.run == message->run; });
   if (ofSite.size() >= mostRuns) return false;
   ofSite.push_back(*std::move(message));
+  lock.unlock();
+  if (isFirst) ring();
   return true;
 }
 

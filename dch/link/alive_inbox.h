@@ -33,8 +33,8 @@ class AliveInbox final : public LiveInbox {
   // What was no message of a site, or too much.
   std::uint64_t refused() const;
 
-  // Waits until something comes, or somebody rings, so long at most. What came before it was called
-  // counts.
+  // Waits until something comes after all was taken, or somebody rings, so long at most. What came
+  // before it was called counts.
   void wait(std::chrono::milliseconds atMost);
   void ring() noexcept;
 

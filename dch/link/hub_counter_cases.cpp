@@ -26,9 +26,7 @@ class CountedHub {
   }
 
   void collect() {
-    _thread.call([this] {
-      _link.start({.servers = {nats.url()}, .site = "hub", .storeRemote = true}, newEpoch());
-    });
+    _thread.call([this] { _link.start(nullptr); });
   }
 
   std::int64_t moved(Counter counter) const { return _moves.of(counter); }
@@ -54,7 +52,11 @@ class CountedHub {
   EventLoop _loop;
   ServerStore _store{
       _loop, _folder.path() + "/state.db", newEpoch(), Durability::process, {}, true, _log, [] {}};
-  ServerLink _link{_loop, _store, _log};
+  ServerLink _link{_loop,
+                   _store,
+                   _log,
+                   {.servers = {nats.url()}, .site = "hub", .storeRemote = true},
+                   newEpoch()};
   LoopThread _thread{_loop};  // ends before what it calls
 };
 

@@ -32,19 +32,37 @@ constexpr milliseconds slack{500};
 // A connection that has held for so long is as good as any.
 constexpr std::chrono::seconds goodAfterHolding{60};
 
-constexpr char theRights[] = "the rights", theName[] = "the name";
+constexpr char theRights[] = "the rights", theName[] = "the name",
+               theRightsOnRows[] = "the rights on rows";
+
+constexpr std::string_view liveRows = "\"zord.live.";
+
+bool isAboutRows(std::string_view refusal) {
+  return refusal.find(liveRows) != std::string_view::npos;
+}
+
+// Of all groups: which one it was is by chance.
+std::string withoutGroup(std::string_view refusal) {
+  const std::size_t site = refusal.find(liveRows) + liveRows.size();
+  const std::size_t begin = refusal.find('.', site), end = refusal.find('"', site);
+  if (end == std::string_view::npos || begin > end) return std::string(refusal);
+  return std::string(refusal.substr(0, begin)) + ".>" + std::string(refusal.substr(end));
+}
 
 }  // namespace
 
 SiteLink::SiteLink(const LinkSettings& settings, const Epoch& run, std::string version,
-                   LinkLog& log)
+                   std::shared_ptr<LiveRows> rows, LinkLog& log)
     : _settings(settings),
       _run(run),
       _version(std::move(version)),
       _subject(aliveSubject(settings.site)),
       _log(log),
       _inbox(std::make_shared<AliveInbox>()),
-      _watch(settings.site, run) {
+      _rows(std::move(rows)),
+      _watch(settings.site, run),
+      _exchange(_rows) {
+  _rows->setWakeLink([inbox = _inbox] { inbox->ring(); });
   _figures.sites = std::make_shared<const std::vector<SiteState>>();
   _thread = std::thread([this] { this->run(); });
 }
@@ -78,7 +96,10 @@ void SiteLink::run() noexcept {
       work();
     } catch (const NotPermitted& error) {
       disconnect();
-      tryMuchLater(error.what());
+      if (isAboutRows(error.what()))
+        goOnWithoutRows(error.what());
+      else
+        tryMuchLater(error.what());
     } catch (const LinkError& error) {
       disconnect();
       tryLater(error.what());
@@ -94,17 +115,41 @@ void SiteLink::run() noexcept {
 
 void SiteLink::work() {
   if (_connection == nullptr && Clock::now() >= _nextTry) connect();
-  _inbox->wait(longestWait);
+  await();
+  if (_connection != nullptr) {
+    _connection->check();
+    exchangeRows();
+  }
   if (_maySpeak) takeHeard();
   lookAround();
   if (_connection == nullptr) return;
-  _connection->check();
   speakIfDue();
   const auto now = Clock::now();
+  if (_exchange.isOn() && now - _exchangesSince >= goodAfterHolding) _log.forget(theRightsOnRows);
   if (_isGood || now - _connectedSince < goodAfterHolding) return;
   _isGood = true;
   _log.forget(server());
   _log.forget(theRights);
+}
+
+// Until there is something to do, or to look whether there is.
+void SiteLink::await() {
+  _rows->await();
+  if (_exchange.hasMore()) return;
+  _inbox->wait(Clock::now() < _nextTaking ? pauseOfTaking : longestWait);
+}
+
+// While others may hear this site, as long as its name is its own.
+void SiteLink::exchangeRows() {
+  const auto now = Clock::now();
+  const bool mayExchange = _maySpeak && !_wasAside && now >= _nextExchange;
+  if (mayExchange && !_exchange.isOn()) {
+    _exchange.begin(*_connection);
+    _exchangesSince = now;
+  } else if (!mayExchange) {
+    _exchange.end();
+  }
+  _exchange.work();
 }
 
 // To one of the servers, which take turns.
@@ -123,6 +168,7 @@ void SiteLink::connect() {
 }
 
 void SiteLink::disconnect() noexcept {
+  _exchange.end();
   _maySpeak = false;
   _subscription.reset();
   _connection.reset();
@@ -146,8 +192,23 @@ void SiteLink::tryMuchLater(std::string_view reason) noexcept {
   _nextTry = Clock::now() + pauseWithoutRights;
 }
 
+// The server says of a connection only once that something is not permitted: the next one begins
+// without it.
+void SiteLink::goOnWithoutRows(std::string_view reason) noexcept {
+  try {
+    _log.tellOnce(theRightsOnRows,
+                  withoutGroup(reason) +
+                      "; so subscribers get no rows of other sites, nor those there of this one; "
+                      "the rows are published all the same");
+  } catch (const std::bad_alloc&) {
+    // It is told the next time.
+  }
+  _nextExchange = Clock::now() + pauseWithoutRights;
+}
+
 void SiteLink::takeHeard() {
   const auto now = Clock::now();
+  if (now < _nextTaking) return;
   const auto heard = _inbox->take();
   for (const auto& [site, messages] : heard)
     for (const AliveMessage& each : messages)
@@ -156,11 +217,12 @@ void SiteLink::takeHeard() {
         _log.tell("more sites say that they are there than can be known, " +
                   std::to_string(_sitesWithoutRoom) + " messages so far");
   noteName();
-  if (!heard.empty()) _stop.wait(pauseOfTaking);
+  if (!heard.empty()) _nextTaking = now + pauseOfTaking;
 }
 
 void SiteLink::noteName() {
   const bool isAside = _watch.isAside();
+  if (isAside) _exchange.end();  // before anybody is told
   const bool hasRival = isAside || _watch.hasRival();
   if (std::exchange(_hasRival, hasRival) != hasRival) {
     if (hasRival)

@@ -1,5 +1,5 @@
 // site_link.h: says to all other sites that this one is there, and hears them, on a thread of its
-// own.
+// own, which also passes live rows to and fro.
 #ifndef DCH_LINK_SITE_LINK_H
 #define DCH_LINK_SITE_LINK_H
 
@@ -20,6 +20,8 @@
 #include "dch/link/link_log.h"
 #include "dch/link/link_settings.h"
 #include "dch/link/live_connection.h"
+#include "dch/link/live_exchange.h"
+#include "dch/link/live_rows.h"
 #include "dch/link/site_news.h"
 #include "dch/link/site_watch.h"
 #include "dch/link/waitable_flag.h"
@@ -39,8 +41,10 @@ struct SiteFigures {
 // all the same.
 class SiteLink {
  public:
-  // `run` names this run of the server. `log` outlives it.
-  SiteLink(const LinkSettings& settings, const Epoch& run, std::string version, LinkLog& log);
+  // `run` names this run of the server. `log` outlives it. To be made where the channel's thread
+  // has not told `rows` anything yet.
+  SiteLink(const LinkSettings& settings, const Epoch& run, std::string version,
+           std::shared_ptr<LiveRows> rows, LinkLog& log);
   // Waits for the end.
   ~SiteLink();
   SiteLink(const SiteLink&) = delete;
@@ -77,7 +81,10 @@ class SiteLink {
   void disconnect() noexcept;
   void tryLater(std::string_view reason) noexcept;
   void tryMuchLater(std::string_view reason) noexcept;
+  void goOnWithoutRows(std::string_view reason) noexcept;
   const std::string& server() const { return _settings.servers[_turn % _settings.servers.size()]; }
+  void await();
+  void exchangeRows();
   void takeHeard();
   void noteName();
   void lookAround();
@@ -92,13 +99,17 @@ class SiteLink {
   const std::string _subject;
   LinkLog& _log;
   const std::shared_ptr<AliveInbox> _inbox;
+  const std::shared_ptr<LiveRows> _rows;
 
   // The thread's own.
   SiteWatch _watch;
   SiteNews _news;
   std::unique_ptr<LiveConnection> _connection;
   std::optional<LiveConnection::Subscription> _subscription;  // of that connection
-  std::size_t _turn = 0;                                      // of the servers
+  LiveExchange _exchange;                                     // on that connection
+  Clock::time_point _exchangesSince;
+  Clock::time_point _nextExchange;
+  std::size_t _turn = 0;  // of the servers
   Clock::time_point _nextTry;
   Clock::time_point _connectedSince;
   bool _isGood = false;  // this connection
@@ -107,6 +118,7 @@ class SiteLink {
   bool _maySpeak = false;         // on this connection, and hear
   Clock::time_point _nextSpeech;
   Clock::time_point _nextLook;
+  Clock::time_point _nextTaking;
   bool _hasRival = false;
   bool _wasAside = false;
   std::uint64_t _namesRefused = 0;

@@ -26,7 +26,8 @@ class TickingSite {
   TickingSite(const std::string& url, const std::string& name, int run,
               const std::optional<LinkUser>& user = {})
       : _run(testkit::name(1, run).epoch),
-        _link({.servers = {url}, .site = name, .user = user}, _run, "1.2.3", _log),
+        _link({.servers = {url}, .site = name, .user = user}, _run, "1.2.3",
+              std::make_shared<LiveRows>(name, _run), _log),
         _thread([this] { tick(); }) {}
   ~TickingSite() {
     _isEnding = true;

@@ -42,10 +42,10 @@ Server::Server(ServedPort&& port, const std::optional<std::string>& statePath,
       _statePath(statePath),
       _store(_loop, statePath, _epoch, _configuration.durability, _configuration.retention,
              !_configuration.link.servers.empty(), _log, [this] { _channel.settle(); }),
-      _link(_loop, _store, _log),
+      _link(_loop, _store, _log, _configuration.link, _epoch),
       _page(_loop, _counters, _configuration.webAddress),
       _channel(_loop, std::move(port), limitsWithRoom(_configuration), _store.store(),
-               _configuration.actions, _counters, _log, _page.observer()),
+               _configuration.actions, _counters, _log, {_page.observer(), _link.observer()}),
       _tick(_loop, [this] { tick(); }) {}
 
 Server::~Server() {
@@ -54,7 +54,7 @@ Server::~Server() {
 
 void Server::run() {
   _channel.start();
-  _link.start(_configuration.link, _epoch);  // before the page, which asks it for the other sites
+  _link.start(&_channel);  // before the page, which asks it for the other sites
   _page.start(_channel.core(),
               [this] {
                 setCounters();

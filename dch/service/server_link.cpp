@@ -9,9 +9,11 @@
 #ifdef ZORD410_LINK
 #include "dch/core/site_report.h"
 #include "dch/link/link_log.h"
+#include "dch/link/live_rows.h"
 #include "dch/link/row_publisher.h"
 #include "dch/link/site_link.h"
 #include "dch/service/server_hub.h"
+#include "dch/service/server_live.h"
 #endif
 
 namespace dch {
@@ -42,8 +44,20 @@ bool waitOrRelease(std::unique_ptr<Part>* part, Clock::time_point end) {
 
 }  // namespace
 
-ServerLink::ServerLink(EventLoop& loop, ServerStore& store, const Log& log)
-    : _loop(loop), _store(store), _log(log), _lines(std::make_unique<LinkLog>()) {}
+ServerLink::ServerLink(EventLoop& loop, ServerStore& store, const Log& log,
+                       const LinkSettings& settings, const Epoch& run)
+    : _loop(loop),
+      _store(store),
+      _log(log),
+      _settings(settings),
+      _run(run),
+      _lines(std::make_unique<LinkLog>()) {
+  if (!settings.servers.empty()) _liveRows = std::make_shared<LiveRows>(settings.site, run);
+}
+
+Observer* ServerLink::observer() {
+  return _liveRows.get();
+}
 
 ServerLink::~ServerLink() {
   if (_sites == nullptr) return;
@@ -60,14 +74,15 @@ ServerLink::~ServerLink() {
   if (!hasPublisherEnded || !hasHubEnded || !haveSitesEnded) static_cast<void>(_lines.release());
 }
 
-void ServerLink::start(const LinkSettings& settings, const Epoch& run) {
-  if (settings.servers.empty()) return;
-  _sites = std::make_unique<SiteLink>(settings, run, ZORD410_VERSION, *_lines);
+void ServerLink::start(Channel* channel) {
+  if (_liveRows == nullptr) return;
+  _sites = std::make_unique<SiteLink>(_settings, _run, ZORD410_VERSION, _liveRows, *_lines);
+  if (channel != nullptr) _live = std::make_unique<ServerLive>(_loop, _liveRows, *channel);
   _rows = _store.keptRows();
   if (!_rows) return _log.warn("link: no rows are published, as the state is in memory");
-  _publisher = std::make_unique<RowPublisher>(settings, *_rows, *_lines);
-  if (settings.storeRemote)
-    _hub = std::make_unique<ServerHub>(_loop, _store.store(), settings, _rows->places, *_lines);
+  _publisher = std::make_unique<RowPublisher>(_settings, *_rows, *_lines);
+  if (_settings.storeRemote)
+    _hub = std::make_unique<ServerHub>(_loop, _store.store(), _settings, _rows->places, *_lines);
 }
 
 void ServerLink::tick() noexcept {
@@ -78,10 +93,12 @@ void ServerLink::tick() noexcept {
     tellOfLostRows();
   }
   if (_hub != nullptr) _hub->tick();
+  if (_live != nullptr) _live->tick(_log);
   writeEvents();
 }
 
 void ServerLink::stop() noexcept {
+  _live.reset();
   if (_publisher != nullptr) _publisher->stop();
   if (_hub != nullptr) _hub->stop();
   if (_sites != nullptr) _sites->stop();
@@ -102,6 +119,7 @@ void ServerLink::setCounters(Counters* counters) const {
   counters->set(Counter::linkMessagesRefused, sites.messagesRefused);
   counters->set(Counter::linkSiteNameRefused, sites.nameRefused);
   counters->set(Counter::linkAside, sites.isAside ? 1 : 0);
+  if (_live != nullptr) _live->setCounters(counters);
   counters->set(Counter::linkSites, sites.sites->size());
   counters->set(Counter::linkSitesSilent,
                 static_cast<std::uint64_t>(
@@ -177,12 +195,17 @@ void ServerLink::writeEvents() noexcept {
 class LinkLog {};
 class RowPublisher {};
 class ServerHub {};
+class ServerLive {};
 class SiteLink {};
 
-ServerLink::ServerLink(EventLoop& loop, ServerStore& store, const Log& log)
-    : _loop(loop), _store(store), _log(log) {}
+ServerLink::ServerLink(EventLoop& loop, ServerStore& store, const Log& log,
+                       const LinkSettings& settings, const Epoch& run)
+    : _loop(loop), _store(store), _log(log), _settings(settings), _run(run) {}
 ServerLink::~ServerLink() = default;
-void ServerLink::start(const LinkSettings&, const Epoch&) {}
+Observer* ServerLink::observer() {
+  return nullptr;
+}
+void ServerLink::start(Channel*) {}
 void ServerLink::tick() noexcept {}
 void ServerLink::stop() noexcept {}
 void ServerLink::setCounters(Counters*) const {}

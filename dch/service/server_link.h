@@ -11,6 +11,7 @@
 #include "dch/core/counters.h"
 #include "dch/core/epoch.h"
 #include "dch/core/log.h"
+#include "dch/core/observer.h"
 #include "dch/core/site_state.h"
 #include "dch/core/store.h"
 #include "dch/link/link_settings.h"
@@ -19,24 +20,32 @@
 
 namespace dch {
 
+class Channel;
 class LinkLog;
+class LiveRows;
 class RowPublisher;
 class ServerHub;
+class ServerLive;
 class SiteLink;
 
 // Has the store keep how far its rows are published, and in a hub the rows of others. One thread,
 // the loop's.
 class ServerLink : private StoreClient {
  public:
-  // `loop`, `store` and `log` outlive it.
-  ServerLink(EventLoop& loop, ServerStore& store, const Log& log);
+  // Links nothing where there are no servers. `run` names this run of the server. `loop`, `store`
+  // and `log` outlive it. Throws std::bad_alloc.
+  ServerLink(EventLoop& loop, ServerStore& store, const Log& log, const LinkSettings& settings,
+             const Epoch& run);
   // Waits for the end of what stop() has begun, which it calls if nobody has. What the store is to
   // keep then is appended to it.
   ~ServerLink();
 
-  // When the store has told what it has. Links nothing where there are no servers. `run` names this
-  // run of the server. Throws std::system_error or std::bad_alloc.
-  void start(const LinkSettings& settings, const Epoch& run);
+  // Whom the channel is to tell what it does; null without a link. Gone after the channel.
+  Observer* observer();
+
+  // When the store has told what it has. `channel` gets live rows of other sites until stop(), or
+  // is null. Throws std::system_error or std::bad_alloc.
+  void start(Channel* channel);
 
   // Every second.
   void tick() noexcept;
@@ -65,11 +74,15 @@ class ServerLink : private StoreClient {
   EventLoop& _loop;
   ServerStore& _store;
   const Log& _log;
+  const LinkSettings _settings;
+  const Epoch _run;
+  std::shared_ptr<LiveRows> _liveRows;  // null without a link
   std::optional<KeptRowsSource> _rows;
   std::unique_ptr<LinkLog> _lines;
   std::unique_ptr<RowPublisher> _publisher;
   std::unique_ptr<ServerHub> _hub;
   std::unique_ptr<SiteLink> _sites;
+  std::unique_ptr<ServerLive> _live;
   std::int64_t _keptPosition = 0;  // that the store has kept, or is about to
   std::uint64_t _lostRowsToTell = 1;
 };
