@@ -14,13 +14,18 @@ namespace dch::testkit {
 // Who subscribes closes it before that is freed: the library may still be at a message for it.
 class NatsClient {
  public:
-  // Waits while the machine stands still, or the server starts. Throws std::runtime_error.
-  explicit NatsClient(const std::string& url) {
+  // Waits while the machine stands still, or the server starts. With TLS where there is a file of
+  // an authority. Throws std::runtime_error.
+  explicit NatsClient(const std::string& url, const std::string& authority = {}) {
     constexpr std::chrono::seconds patience{60};
     natsOptions* made = nullptr;
     requireDone(natsOptions_Create(&made));
     const NatsOptions options(made);
     requireDone(natsOptions_SetURL(made, url.c_str()));
+    if (!authority.empty()) {
+      requireDone(natsOptions_SetSecure(made, true));
+      requireDone(natsOptions_LoadCATrustedCertificates(made, authority.c_str()));
+    }
     // The library's two seconds may pass in the midst of the server's answer, which is a fault
     // then.
     requireDone(natsOptions_SetTimeout(made, std::chrono::milliseconds(patience).count()));
