@@ -44,13 +44,10 @@ void FalseSite::sendRow(int number, const std::string& to) const {
   const Epoch epoch{1};
   const RowHeader header{.name = {epoch, number}, .previous = {epoch, number - 1}, .source = "s"};
   const std::string message = dataMessage(1, {{"load1", 'D', std::to_string(number)}});
-  natsMsg* made = nullptr;
-  requireDone(
-      natsMsg_Create(&made, to.c_str(), nullptr, message.data(), static_cast<int>(message.size())));
-  const NatsMessage end(made);
-  natsMsgHeader_Set(made, "Zord-Row", rowHeaderText(header).c_str());
-  natsMsgHeader_Set(made, "Zord-Subject", subject().c_str());
-  requireDone(natsConnection_PublishMsg(_ends->connection.get(), made));
+  const NatsMessage row = messageFor(to, message);
+  setHeader(row, "Zord-Row", rowHeaderText(header));
+  setHeader(row, "Zord-Subject", subject());
+  requireDone(natsConnection_PublishMsg(_ends->connection.get(), row.get()));
 }
 
 std::string FalseSite::subject() const {

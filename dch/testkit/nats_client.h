@@ -14,14 +14,21 @@ namespace dch::testkit {
 // Who subscribes closes it before that is freed: the library may still be at a message for it.
 class NatsClient {
  public:
+  // Whether it has threads of its own for what it sends and its subscriptions, or, as one of very
+  // many, but for reading.
+  enum class Threads { own, shared };
+
   // Waits while the machine stands still, or the server starts. With TLS where there is a file of
   // an authority. Throws std::runtime_error.
-  explicit NatsClient(const std::string& url, const std::string& authority = {}) {
+  explicit NatsClient(const std::string& url, const std::string& authority = {},
+                      Threads threads = Threads::own) {
     constexpr std::chrono::seconds patience{60};
     natsOptions* made = nullptr;
     requireDone(natsOptions_Create(&made));
     const NatsOptions options(made);
     requireDone(natsOptions_SetURL(made, url.c_str()));
+    requireDone(natsOptions_UseGlobalMessageDelivery(made, threads == Threads::shared));
+    requireDone(natsOptions_SetSendAsap(made, threads == Threads::shared));
     if (!authority.empty()) {
       requireDone(natsOptions_SetSecure(made, true));
       requireDone(natsOptions_LoadCATrustedCertificates(made, authority.c_str()));

@@ -13,6 +13,19 @@ inline void requireDone(natsStatus status) {
   if (status != NATS_OK) throw std::runtime_error(natsStatus_GetText(status));
 }
 
+// `reply` may be null.
+inline NatsMessage messageFor(const std::string& subject, const std::string& body,
+                              const char* reply = nullptr) {
+  natsMsg* made = nullptr;
+  requireDone(
+      natsMsg_Create(&made, subject.c_str(), reply, body.data(), static_cast<int>(body.size())));
+  return NatsMessage(made);
+}
+
+inline void setHeader(const NatsMessage& message, const char* header, const std::string& value) {
+  requireDone(natsMsgHeader_Set(message.get(), header, value.c_str()));
+}
+
 // Empty when there is no such header.
 inline std::string headerIn(natsMsg* message, const char* name) {
   const char* value = nullptr;

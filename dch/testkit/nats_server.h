@@ -38,6 +38,8 @@ class NatsServer {
   // The same with an empty store.
   void restartEmpty();
 
+  pid_t processId() const { return _process->id(); }
+
   // What it wrote since it was started.
   std::string log() const { return _process->standardError(); }
 

@@ -16,17 +16,6 @@ namespace {
 
 constexpr std::int64_t patienceMilliseconds = 60'000;
 
-NatsMessage messageFor(const std::string& subject, const std::string& body) {
-  natsMsg* made = nullptr;
-  requireDone(
-      natsMsg_Create(&made, subject.c_str(), nullptr, body.data(), static_cast<int>(body.size())));
-  return NatsMessage(made);
-}
-
-void setHeader(const NatsMessage& message, const char* header, const std::string& value) {
-  requireDone(natsMsgHeader_Set(message.get(), header, value.c_str()));
-}
-
 }  // namespace
 
 struct ScriptedSite::Ends {

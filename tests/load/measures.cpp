@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <ctime>
 #include <fstream>
 #include <stdexcept>
 #include <string>
@@ -23,6 +24,14 @@ Usage usageOf(pid_t process) {
   while (const dirent* entry = readdir(descriptors)) usage.descriptors += entry->d_name[0] != '.';
   closedir(descriptors);
   return usage;
+}
+
+double processorSeconds(pid_t process) {
+  clockid_t clock{};
+  timespec time{};
+  if (clock_getcpuclockid(process, &clock) != 0 || clock_gettime(clock, &time) != 0)
+    throw std::runtime_error("a process has ended");
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
 }
 
 Quantiles quantilesOf(Latencies latencies) {

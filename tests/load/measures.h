@@ -19,6 +19,10 @@ struct Usage {
 // Throws std::runtime_error when it has ended.
 Usage usageOf(pid_t process);
 
+// Processor time of all its threads so far, in seconds. Throws std::runtime_error when it has
+// ended.
+double processorSeconds(pid_t process);
+
 struct Quantiles {
   double p50 = 0, p99 = 0, longest = 0;  // milliseconds
   std::size_t count = 0;

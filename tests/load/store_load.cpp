@@ -11,7 +11,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <map>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -19,6 +18,7 @@
 
 #include "dch/testkit/kept_rows.h"
 #include "dch/testkit/server_process.h"
+#include "tests/load/command_line.h"
 #include "tests/load/measures.h"
 #include "tests/load/providers.h"
 #include "tests/load/subscribers.h"
@@ -182,18 +182,13 @@ class Run {
 
 // Returns whether the command line was in order.
 bool readSettings(int argc, char** argv, Settings* settings) {
-  const std::map<std::string, int*> options{{"--seconds", &settings->seconds},
-                                            {"--kill-every", &settings->killEvery},
-                                            {"--rows", &settings->rows},
-                                            {"--rate", &settings->rate},
-                                            {"--keep-megabytes", &settings->keepMegabytes},
-                                            {"--subscribers", &settings->subscribers}};
-  for (int i = 1; i < argc; i += 2) {
-    const auto option = options.find(argv[i]);
-    if (option == options.end() || i + 1 == argc) return false;
-    *option->second = std::atoi(argv[i + 1]);
-  }
-  return true;
+  return readNumbers(argc, argv,
+                     {{"--seconds", &settings->seconds},
+                      {"--kill-every", &settings->killEvery},
+                      {"--rows", &settings->rows},
+                      {"--rate", &settings->rate},
+                      {"--keep-megabytes", &settings->keepMegabytes},
+                      {"--subscribers", &settings->subscribers}});
 }
 
 }  // namespace
@@ -207,13 +202,8 @@ int main(int argc, char** argv) {
                  "                          [--keep-megabytes N] [--subscribers N]\n");
     return EXIT_FAILURE;
   }
-  try {
+  return load::runToEnd([&] {
     load::raiseDescriptorLimit(settings.subscribers);
-    const bool isRight = load::Run(settings).work();
-    std::puts(isRight ? "all is well" : "not all is well");
-    return isRight ? EXIT_SUCCESS : EXIT_FAILURE;
-  } catch (const std::exception& error) {
-    std::printf("FAILED: %s\n", error.what());
-    return EXIT_FAILURE;
-  }
+    return load::Run(settings).work();
+  });
 }
