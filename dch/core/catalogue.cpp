@@ -1,7 +1,11 @@
 #include "dch/core/catalogue.h"
 
 #include <algorithm>
+#include <unordered_set>
 #include <utility>
+#include <vector>
+
+#include "dch/core/merged_registration.h"
 
 namespace dch {
 
@@ -42,71 +46,127 @@ class BoundedLines {
   std::string _text;
 };
 
-std::string applicationLine(const Application& application) {
-  const suite::Registration& registration = application.registration;
-  std::string line = registration.applName + ',' + registration.applKey + ',' + registration.type;
-  char separator = ',';
-  for (const suite::RegisteredGroup& group : registration.groups) {
-    line += separator;
-    line += group.name;
-    separator = ' ';
+// An application as this server's own providers have it, as those of other sites do, or both.
+struct Told {
+  bool isKnown() const { return own != nullptr || remote != nullptr; }
+  std::size_t sourcesOnline() const {
+    return (own != nullptr ? own->sourcesOnline : 0) +
+           (remote != nullptr ? remote->sourcesOnline() : 0);
   }
-  return line + ',' + std::to_string(application.sourcesOnline) + '\n';
+  // Most often all sites have the same.
+  bool isOwnAlone() const {
+    return own != nullptr && (remote == nullptr || remote->hasOnly(own->registration.text));
+  }
+
+  const Application* own;  // null: not registered
+  const RemoteApplication* remote;
+};
+
+Told toldOf(const AllProviders& providers, std::string_view name) {
+  return {providers.own.findApplication(name), providers.remote.find(name)};
 }
 
-std::string attributeLine(const suite::RegisteredGroup& group,
-                          const suite::RegisteredAttribute& attribute) {
+// What it is registered as: its own first.
+std::vector<const suite::Registration*> registrationsOf(const Told& told) {
+  if (told.isOwnAlone()) return {&told.own->registration};
+  std::vector<const suite::Registration*> all = told.remote->registrations();
+  if (told.own != nullptr) all.insert(all.begin(), &told.own->registration);
+  return all;
+}
+
+std::vector<std::string_view> groupNamesOf(const Told& told) {
+  if (told.own == nullptr) return told.remote->groupNames();
+  std::vector<std::string_view> names;
+  names.reserve(told.own->registration.groups.size());
+  for (const suite::RegisteredGroup& group : told.own->registration.groups)
+    names.push_back(group.name);
+  if (told.isOwnAlone()) return names;
+  std::unordered_set<std::string_view> known(names.begin(), names.end());
+  for (const std::string_view name : told.remote->groupNames())
+    if (known.insert(name).second) names.push_back(name);
+  return names;
+}
+
+std::string applicationLine(const Told& told) {
+  const suite::Registration& first =
+      told.own != nullptr ? told.own->registration : told.remote->first();
+  std::string line = first.applName + ',' + first.applKey + ',' + first.type;
+  char separator = ',';
+  for (const std::string_view group : groupNamesOf(told)) {
+    line += separator;
+    line += group;
+    separator = ' ';
+  }
+  return line + ',' + std::to_string(told.sourcesOnline()) + '\n';
+}
+
+std::string attributeLine(std::string_view group, const suite::RegisteredAttribute& attribute) {
   std::string help = attribute.help;
   std::replace_if(
       help.begin(), help.end(), [](char byte) { return byte == '\n' || byte == '\r'; }, ' ');
-  return group.name + ',' + attribute.name + ',' + attribute.letter + ',' +
+  return std::string(group) + ',' + attribute.name + ',' + attribute.letter + ',' +
          std::to_string(attribute.size) + ',' + help + '\n';
 }
 
 }  // namespace
 
-std::string applicationLines(const Registry& registry, std::optional<std::string_view> name,
+std::string applicationLines(const AllProviders& providers, std::optional<std::string_view> name,
                              std::size_t maxBytes) {
+  BoundedLines lines(maxBytes);
   if (name) {
-    const Application* const application = registry.findApplication(*name);
-    return application != nullptr ? applicationLine(*application) : "";
+    const Told told = toldOf(providers, *name);
+    if (!told.isKnown()) return "";
+    // What this server alone has is told as it is.
+    std::string line = applicationLine(told);
+    if (told.isOwnAlone()) return line;
+    lines.add(line);
+    return lines.take();
   }
-  BoundedLines lines(maxBytes);
-  for (const Application* application : registry.applications())
-    if (!lines.add(applicationLine(*application))) break;
+  const std::vector<const Application*> all = providers.own.applications();
+  auto own = all.begin();
+  const RemoteApplication* remote = providers.remote.next({});
+  while (own != all.end() || remote != nullptr) {
+    const bool isOwn = own != all.end() && (remote == nullptr || (*own)->name <= remote->name());
+    const bool isRemote = remote != nullptr && (!isOwn || (*own)->name == remote->name());
+    if (!lines.add(applicationLine({isOwn ? *own : nullptr, isRemote ? remote : nullptr}))) break;
+    if (isOwn) ++own;
+    if (isRemote) remote = providers.remote.next(remote->name());
+  }
   return lines.take();
 }
 
-std::string attributeLines(const Registry& registry, std::string_view application,
+std::string attributeLines(const AllProviders& providers, std::string_view application,
                            std::size_t maxBytes) {
-  const Application* const known = registry.findApplication(application);
-  if (known == nullptr) return "";
+  const Told told = toldOf(providers, application);
+  if (!told.isKnown()) return "";
   BoundedLines lines(maxBytes);
-  for (const suite::RegisteredGroup& group : known->registration.groups)
-    for (const suite::RegisteredAttribute& attribute : group.attributes)
-      if (!lines.add(attributeLine(group, attribute))) return lines.take();
+  for (const MergedGroup& group : mergedGroups(registrationsOf(told)))
+    for (const suite::RegisteredAttribute* attribute : group.attributes)
+      if (!lines.add(attributeLine(group.name, *attribute))) return lines.take();
   return lines.take();
 }
 
-std::string helpText(const Registry& registry, std::string_view application) {
-  const Application* const known = registry.findApplication(application);
-  return known != nullptr ? known->registration.help : "";
+std::string helpText(const AllProviders& providers, std::string_view application) {
+  const Told told = toldOf(providers, application);
+  return told.isKnown() ? std::string(mergedHelp(registrationsOf(told))) : "";
 }
 
 const std::string& Catalogue::allApplications() {
-  return kept({}, [this] { return applicationLines(_registry, std::nullopt); });
+  return kept({}, [this] { return applicationLines(_providers, std::nullopt); });
 }
 
 const std::string& Catalogue::attributes(std::string_view application) {
   static const std::string nothing;
-  if (_registry.findApplication(application) == nullptr) return nothing;
+  if (!toldOf(_providers, application).isKnown()) return nothing;
   return kept(joinNames("attributes", application),
-              [&] { return attributeLines(_registry, application); });
+              [&] { return attributeLines(_providers, application); });
 }
 
 const std::string& Catalogue::kept(std::string&& key, const std::function<std::string()>& make) {
-  const bool isOld = std::exchange(_revision, _registry.revision()) != _registry.revision();
-  if (isOld || _byteCount > mostKeptBytes) {
+  const std::uint64_t own = _providers.own.revision(), remote = _providers.remote.revision();
+  const bool isOwnOld = std::exchange(_ownRevision, own) != own;
+  const bool isRemoteOld = std::exchange(_remoteRevision, remote) != remote;
+  if (isOwnOld || isRemoteOld || _byteCount > mostKeptBytes) {
     _texts.clear();
     _byteCount = 0;
   }

@@ -66,14 +66,14 @@ Reply tellApplications(const RequestContext& context, Request* request) {
   std::optional<std::string_view> name;
   if (!request->fields.atEnd() && !readName(request, &name.emplace()))
     return Refusal{DCH_STATUS_MALFORMED};
-  return Text{name ? applicationLines(context.registry, name)
+  return Text{name ? applicationLines(context.allProviders(), name)
                    : context.catalogue.allApplications()};
 }
 
 Reply tellHelp(const RequestContext& context, Request* request) {
   std::string_view name;
   if (!readName(request, &name)) return Refusal{DCH_STATUS_MALFORMED};
-  return Text{helpText(context.registry, name)};
+  return Text{helpText(context.allProviders(), name)};
 }
 
 Reply tellAttributes(const RequestContext& context, Request* request) {

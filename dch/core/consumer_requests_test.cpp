@@ -3,6 +3,7 @@
 
 #include "dch/testkit/core_test.h"
 #include "dch/testkit/messages.h"
+#include "dch/testkit/registry_changes.h"
 #include "zordchcl/messages.h"
 
 namespace dch {
@@ -66,6 +67,20 @@ TEST_F(CoreTest, AnswersCatalogueQueriesWithATextAlsoForUnknownNames) {
   const std::string longName(4000, 'x');
   for (const short code : {DCH_REQUEST_APPLICATIONS, DCH_REQUEST_ATTRIBUTES, DCH_REQUEST_HELP})
     for (const char* unknown : {"", "NONE", longName.c_str()}) EXPECT_EQ(text(code, unknown), "");
+}
+
+TEST_F(CoreTest, AnswersCatalogueQueriesWithWhatOtherSitesHave) {
+  const auto registration = std::make_shared<const suite::Registration>(
+      testkit::registrationOf("appl:FAR,FAR;help:away;group:g;attr:b,I,2;"));
+  _core.remoteProviders().take("west",
+                               {ProviderFact::Kind::registered, "FAR", {}, {}, registration});
+  _core.remoteProviders().take("west", {ProviderFact::Kind::online, "HOSTMON", "load", "host1"});
+  EXPECT_EQ(ask(catalogueMessage(DCH_REQUEST_APPLICATIONS)).text,
+            "FAR,FAR,NODP,g,0\nHOSTMON,HMN,SOCK,load disk,0\n")
+      << "no other site has registered the second one";
+  EXPECT_EQ(ask(catalogueMessage(DCH_REQUEST_APPLICATIONS, "FAR")).text, "FAR,FAR,NODP,g,0\n");
+  EXPECT_EQ(ask(catalogueMessage(DCH_REQUEST_ATTRIBUTES, "FAR")).text, "g,b,I,2,\n");
+  EXPECT_EQ(ask(catalogueMessage(DCH_REQUEST_HELP, "FAR")).text, "away");
 }
 
 TEST_F(CoreTest, RefusesMalformedCatalogueQueries) {

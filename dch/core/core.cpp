@@ -126,8 +126,8 @@ bool Core::receiveAgain(const Message& message) noexcept {
 
 Reply Core::check(const RequestType& type, Request request) noexcept {
   try {
-    return type.handle({_registry, _catalogue, _underWay, _postponed, _publisher, _snapshots,
-                        _actions, _log, _counters},
+    return type.handle({_registry, _remoteProviders, _catalogue, _underWay, _postponed, _publisher,
+                        _snapshots, _actions, _log, _counters},
                        &request);
   } catch (const std::bad_alloc&) {
     return Refusal{DCH_STATUS_NOT_STORED, noMemory};

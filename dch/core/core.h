@@ -14,6 +14,7 @@
 #include "dch/core/postponed_requests.h"
 #include "dch/core/programs.h"
 #include "dch/core/publisher.h"
+#include "dch/core/remote_providers.h"
 #include "dch/core/request_counts.h"
 #include "dch/core/requests.h"
 #include "dch/core/responder.h"
@@ -99,6 +100,11 @@ class Core : private StoreClient {
   std::string report() const;
 
   const Registry& registry() const { return _registry; }
+
+  // What other sites have: consumers are told of it, too. What it is told, and when it settles, is
+  // the caller's.
+  RemoteProviders& remoteProviders() { return _remoteProviders; }
+
   const Deferrals& deferrals() const { return _deferrals; }
   const RequestCounts& requestCounts() const { return _requestCounts; }
   std::size_t subscriptionCount() const { return _subscriptions.size(); }
@@ -141,7 +147,8 @@ class Core : private StoreClient {
   RequestCounts _requestCounts;
   Responder _responder;
   Registry _registry;
-  Catalogue _catalogue{_registry};
+  RemoteProviders _remoteProviders;
+  Catalogue _catalogue{{_registry, _remoteProviders}};
   ChangesUnderWay _underWay;
   PostponedRequests _postponed;
   Subscriptions _subscriptions;

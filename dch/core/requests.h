@@ -36,7 +36,10 @@ struct RequestContext {
     return postponed.has(application) || underWay.holdUp(application, handle);
   }
 
+  AllProviders allProviders() const { return {registry, remoteProviders}; }
+
   const Registry& registry;
+  const RemoteProviders& remoteProviders;
   Catalogue& catalogue;
   const ChangesUnderWay& underWay;
   const PostponedRequests& postponed;
