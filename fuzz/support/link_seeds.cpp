@@ -126,4 +126,37 @@ std::vector<std::string> handleSeeds() {
   return seeds;
 }
 
+// As fuzz/remote_providers.cpp takes them: the limits, then steps. Sites that have the same and
+// other registrations of an application, and sources; copies, silence, and this server's own.
+std::vector<std::string> providerSeeds() {
+  const std::string ample = byte(40) + byte(200) + byte(255), tight = byte(0) + byte(4) + byte(0);
+  const auto registers = [](unsigned site, unsigned which) {
+    return byte(0) + byte(site) + byte(0) + byte(which) + byte(0);
+  };
+  const auto online = [](unsigned site, unsigned which) {
+    return byte(0) + byte(site) + byte(1) + byte(which) + byte(0);
+  };
+  const auto withoutMemory = [](std::string step, unsigned after) {
+    return step.replace(4, 1, byte(after));
+  };
+  const std::string unregisters = byte(0) + byte(1) + byte(2) + byte(0);
+  const std::string offline = byte(0) + byte(1) + byte(3) + byte(4), settle = byte(6);
+  const std::string begin = byte(7) + byte(1), end = byte(8) + byte(1), silent = byte(9) + byte(1);
+  const std::string own = byte(10) + byte(0) + byte(0x47),
+                    ownOnline = byte(11) + byte(0x30) + byte(1);
+  std::vector<std::string> seeds;
+  for (const std::string& limits : {ample, tight}) {
+    const std::string all = limits + registers(1, 5) + online(1, 4) + online(1, 8) +
+                            registers(2, 5) + registers(3, 0x6e) + online(2, 4);
+    seeds.push_back(all + own + ownOnline + offline + unregisters);
+    seeds.push_back(all + begin + online(1, 8) + registers(1, 7) + end + online(1, 4) + settle);
+    seeds.push_back(all + own + silent + online(1, 8) + settle + begin + silent + end + settle);
+    std::string failing = all;
+    for (unsigned after = 1; after < 16; ++after)
+      failing += withoutMemory(registers(4, after), after) + withoutMemory(online(5, after), after);
+    seeds.push_back(failing);
+  }
+  return seeds;
+}
+
 }  // namespace fuzz

@@ -12,6 +12,7 @@ std::vector<std::string> windowSeeds();
 std::vector<std::string> incomingSeeds();
 std::vector<std::string> watchSeeds();
 std::vector<std::string> handleSeeds();
+std::vector<std::string> providerSeeds();
 
 }  // namespace fuzz
 
