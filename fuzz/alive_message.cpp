@@ -24,9 +24,19 @@ std::size_t nameSize(std::string_view escaped) {
   return size;
 }
 
+// Of two counts.
+bool isLess(std::string_view left, std::string_view right) {
+  return left.size() != right.size() ? left.size() < right.size() : left < right;
+}
+
 bool isAlive(std::string_view text) {
-  const auto fields = fuzz::split(text, ' ');
+  const std::string_view line = text.substr(0, text.find('\n'));
+  const std::string_view behind = text.substr(line.size());
+  const auto fields = fuzz::split(line, ' ');
   if (fields.size() != 11) return false;
+  const bool isMore = isLess(fields[8], fields[9]);
+  if (isMore ? behind.size() < 2 || behind.back() != '\n' : !behind.empty()) return false;
+  if (behind.size() > 1 + dch::longestChanges || isLess(fields[9], fields[8])) return false;
   const std::string_view state = fields[4];
   const auto isPosition = [](std::string_view each) {
     return each == "-" || isCount(each, most64);
@@ -71,11 +81,17 @@ void checkAsMessage(fuzz::Input input) {
   if ((choice & 0x20) != 0) message.newest = takePositive(&input);
   if ((choice & 0x40) != 0) message.published = takePositive(&input);
   message.from = fuzz::take<std::uint64_t>(&input);
-  message.to = fuzz::take<std::uint64_t>(&input);
+  message.to = (choice & 0x08) != 0 ? fuzz::take<std::uint64_t>(&input) : message.from;
   message.version = input.takeBytes(dch::longestVersion);
+  if ((choice & 0x80) != 0) message.changes = std::string(input.takeRest()) + '\n';
   const std::string text = dch::aliveText(message);
-  fuzz::require(isAlive(text), "a message as it is to be");
-  fuzz::require(dch::parseAlive(text) == message, "a message leads back");
+  const bool isGood =
+      message.changes.empty() ? message.from == message.to : message.from < message.to;
+  fuzz::require(isAlive(text) == isGood, "a message as it is to be");
+  if (isGood)
+    fuzz::require(dch::parseAlive(text) == message, "a message leads back");
+  else
+    fuzz::require(!dch::parseAlive(text), "no other is taken");
 }
 
 void checkAsSite(std::string_view bytes) {

@@ -37,20 +37,11 @@ bool isNegative(std::optional<std::int64_t> position) {
   return position && *position < 0;
 }
 
-}  // namespace
-
-std::string aliveSubject(std::string_view site) {
-  return std::string(aliveSubjectStart) + subjectToken(site);
+bool isLines(std::string_view changes) {
+  return changes.ends_with('\n') && changes.size() <= longestChanges;
 }
 
-std::optional<std::string> parseAliveSubject(std::string_view subject) {
-  if (!subject.starts_with(aliveSubjectStart)) return std::nullopt;
-  auto site = nameOfToken(subject.substr(aliveSubjectStart.size()));
-  if (!site || site->empty() || site->size() > longestSiteName) return std::nullopt;
-  return site;
-}
-
-std::string aliveText(const AliveMessage& message) {
+std::string aliveLine(const AliveMessage& message) {
   std::string text(aliveVersion);
   const auto add = [&](std::string_view field) { (text += ' ') += field; };
   add(epochText(message.run));
@@ -66,7 +57,7 @@ std::string aliveText(const AliveMessage& message) {
   return text;
 }
 
-std::optional<AliveMessage> parseAlive(std::string_view text) {
+std::optional<AliveMessage> parseAliveLine(std::string_view text) {
   const auto fields = fieldsOf<11>(text);
   if (!fields) return std::nullopt;
   const auto& [form, run, count, period, state, hears, newest, published, from, to, version] =
@@ -92,7 +83,39 @@ std::optional<AliveMessage> parseAlive(std::string_view text) {
       message.version.size() > longestVersion)
     return std::nullopt;
   // A message is written in one way only: what was something else is written differently now.
-  if (aliveText(message) != text) return std::nullopt;
+  if (aliveLine(message) != text) return std::nullopt;
+  return message;
+}
+
+}  // namespace
+
+std::string aliveSubject(std::string_view site) {
+  return std::string(aliveSubjectStart) + subjectToken(site);
+}
+
+std::optional<std::string> parseAliveSubject(std::string_view subject) {
+  if (!subject.starts_with(aliveSubjectStart)) return std::nullopt;
+  auto site = nameOfToken(subject.substr(aliveSubjectStart.size()));
+  if (!site || site->empty() || site->size() > longestSiteName) return std::nullopt;
+  return site;
+}
+
+std::string aliveText(const AliveMessage& message) {
+  std::string text = aliveLine(message);
+  if (!message.changes.empty()) (text += '\n') += message.changes;
+  return text;
+}
+
+std::optional<AliveMessage> parseAlive(std::string_view text) {
+  const std::size_t end = text.find('\n');
+  auto message = parseAliveLine(text.substr(0, end));
+  if (!message) return std::nullopt;
+  const bool hasChanges = end != std::string_view::npos;
+  const std::string_view changes = hasChanges ? text.substr(end + 1) : std::string_view();
+  if (hasChanges && !isLines(changes)) return std::nullopt;
+  if (message->from > message->to || hasChanges != (message->from < message->to))
+    return std::nullopt;
+  message->changes = changes;
   return message;
 }
 

@@ -87,6 +87,40 @@ TEST(AliveMessage, HasAVersionOfAnyBytesUpToTheLongest) {
   EXPECT_EQ(std::nullopt, parseAlive(aliveText(message)));
 }
 
+AliveMessage messageWithChanges(const std::string& changes) {
+  AliveMessage message = messageOfASite();
+  message.from = 7;
+  message.to = 9;
+  message.changes = changes;
+  return message;
+}
+
+TEST(AliveMessage, SaysWhatHasChangedInLinesBehindTheFirst) {
+  const AliveMessage message = messageWithChanges("A HOSTMON x\nS HOSTMON load web1\n");
+  const std::string text =
+      aliveTextWith("17 1500 here - 42 40 7 9 4.10.0\nA HOSTMON x\nS HOSTMON load web1\n");
+  EXPECT_EQ(text, aliveText(message));
+  EXPECT_EQ(message, parseAlive(text));
+}
+
+TEST(AliveMessage, HasChangesOfAnyBytesUpToTheMost) {
+  const std::string bytes("\0 \xff\n\n", 5);
+  EXPECT_EQ(messageWithChanges(bytes), parseAlive(aliveText(messageWithChanges(bytes))));
+  std::string most(longestChanges, 'x');
+  most.back() = '\n';
+  EXPECT_EQ(messageWithChanges(most), parseAlive(aliveText(messageWithChanges(most))));
+  EXPECT_EQ(std::nullopt, parseAlive(aliveText(messageWithChanges('x' + most))));
+}
+
+TEST(AliveMessage, HasChangesExactlyWhenTheyLeadToAHigherRevision) {
+  ASSERT_TRUE(parseAlive(aliveTextWith("17 1500 here - 42 40 0 1 4.10.0\nx\n")));
+  ASSERT_TRUE(parseAlive(aliveTextWith("17 1500 here - 42 40 9 9 4.10.0")));
+  for (const char* each :
+       {"0 1 4.10.0", "0 0 4.10.0\nx\n", "9 9 4.10.0\nx\n", "9 8 4.10.0\nx\n", "9 8 4.10.0",
+        "0 1 4.10.0\n", "0 1 4.10.0\nx", "0 0 4.10.0\n", "0 1 4.10.0x\ny\nz"})
+    EXPECT_EQ(std::nullopt, parseAlive(aliveTextWith("17 1500 here - 42 40 ") + each)) << each;
+}
+
 TEST(AliveMessage, IsReadInOneFormOnly) {
   ASSERT_TRUE(parseAlive(aliveTextWith("17 1500 here - 42 40 0 0 4.10.0")));
   for (const std::string& each :
