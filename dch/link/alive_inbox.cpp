@@ -25,6 +25,8 @@ bool AliveInbox::keep(std::string_view subject, std::string_view body) {
   const auto site = parseAliveSubject(subject);
   auto message = parseAlive(body);
   if (!site || !message) return false;
+  SiteChanges changes{*site, message->run, message->from, message->to,
+                      std::exchange(message->changes, {})};
   std::unique_lock lock(_mutex);
   const bool isFirst = _heard.empty();
   if (_heard.size() >= mostSites && !_heard.contains(*site)) return false;
@@ -32,6 +34,7 @@ bool AliveInbox::keep(std::string_view subject, std::string_view body) {
   std::erase_if(ofSite, [&](const AliveMessage& each) { return each.run == message->run; });
   if (ofSite.size() >= mostRuns) return false;
   ofSite.push_back(*std::move(message));
+  _changes.add(std::move(changes));
   lock.unlock();
   if (isFirst) ring();
   return true;
@@ -40,6 +43,16 @@ bool AliveInbox::keep(std::string_view subject, std::string_view body) {
 std::map<std::string, std::vector<AliveMessage>> AliveInbox::take() {
   const std::lock_guard lock(_mutex);
   return std::exchange(_heard, {});
+}
+
+std::vector<SiteChanges> AliveInbox::takeChanges() {
+  const std::lock_guard lock(_mutex);
+  return _changes.take();
+}
+
+std::uint64_t AliveInbox::changesDropped() const {
+  const std::lock_guard lock(_mutex);
+  return _changes.dropped();
 }
 
 std::uint64_t AliveInbox::refused() const {

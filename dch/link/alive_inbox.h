@@ -13,10 +13,12 @@
 
 #include "dch/link/alive_message.h"
 #include "dch/link/live_connection.h"
+#include "dch/link/waiting_changes.h"
 
 namespace dch {
 
-// Keeps the last one of each run, so that it takes no more memory however much comes. Any thread.
+// Keeps the last one of each run, and beside them what has changed as far as there is room, so that
+// it takes no more memory however much comes. Any thread.
 class AliveInbox final : public LiveInbox {
  public:
   static constexpr std::size_t mostSites = 10'000;
@@ -27,11 +29,17 @@ class AliveInbox final : public LiveInbox {
   // The same for what came on that subject.
   void put(std::string_view subject, std::string_view body) noexcept;
 
-  // All that has come since, each site's in its order.
+  // All that has come since, each site's in its order, without its changes.
   std::map<std::string, std::vector<AliveMessage>> take();
+
+  // What all of them have said of their revisions and changes since, in the order in which they
+  // came.
+  std::vector<SiteChanges> takeChanges();
 
   // What was no message of a site, or too much.
   std::uint64_t refused() const;
+  // Messages that were kept without their changes, for which there was no room.
+  std::uint64_t changesDropped() const;
 
   // Waits until something comes after all was taken, or somebody rings, so long at most. What came
   // before it was called counts.
@@ -45,6 +53,7 @@ class AliveInbox final : public LiveInbox {
   std::condition_variable _bell;
   bool _isRung = false;
   std::map<std::string, std::vector<AliveMessage>> _heard;
+  WaitingChanges _changes;
   std::uint64_t _refused = 0;
 };
 

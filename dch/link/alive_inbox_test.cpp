@@ -7,6 +7,7 @@
 namespace dch::testkit {
 namespace {
 
+using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::Pair;
 using ::testing::SizeIs;
@@ -35,6 +36,38 @@ TEST_F(AliveInboxTest, KeepsTheLastOneOfEachRunUntilItIsTaken) {
   EXPECT_EQ(taken.at("west")[0], messageOf(2, 7));
   EXPECT_EQ(taken.at("west")[1], messageOf(1, 2));
   EXPECT_THAT(_inbox.take(), IsEmpty());
+  EXPECT_EQ(_inbox.refused(), 0u);
+}
+
+TEST_F(AliveInboxTest, KeepsAllChangesInTheirOrder) {
+  AliveMessage first = messageOf(1, 1), second = messageOf(1, 2), third = messageOf(1, 3);
+  first.from = 3;
+  first.to = second.from = 4;
+  second.to = third.from = third.to = 6;
+  first.changes = "U HOSTMON\n";
+  second.changes = "U HOSTMON\nU NETMON\n";
+  for (const AliveMessage& each : {first, second, third}) put("west", each);
+  EXPECT_THAT(_inbox.take(), ElementsAre(Pair("west", ElementsAre(third))));
+  const Epoch run = first.run;
+  EXPECT_THAT(_inbox.takeChanges(), ElementsAre(SiteChanges{"west", run, 3, 4, first.changes},
+                                                SiteChanges{"west", run, 4, 6, second.changes},
+                                                SiteChanges{"west", run, 6, 6}));
+  EXPECT_THAT(_inbox.takeChanges(), IsEmpty());
+  EXPECT_EQ(_inbox.changesDropped(), 0u);
+}
+
+TEST_F(AliveInboxTest, AFloodOfChangesLeavesOutSomeAndNoMessage) {
+  AliveMessage message = messageOf(1, 0);
+  message.to = 1;
+  message.changes = std::string(longestChanges, '\n');
+  while (message.count < 200) {
+    ++message.count;
+    put("west", message);
+  }
+  EXPECT_GT(_inbox.changesDropped(), 0u);
+  EXPECT_EQ(_inbox.takeChanges().size() + _inbox.changesDropped(), message.count);
+  message.changes.clear();
+  EXPECT_THAT(_inbox.take(), ElementsAre(Pair("west", ElementsAre(message))));
   EXPECT_EQ(_inbox.refused(), 0u);
 }
 
