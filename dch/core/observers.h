@@ -1,4 +1,5 @@
-// observers.h: all who look on at what the core does: the page, and the link.
+// observers.h: all who look on at what the core does: the page, and the link for the rows and for
+// the providers.
 #ifndef DCH_CORE_OBSERVERS_H
 #define DCH_CORE_OBSERVERS_H
 
@@ -15,7 +16,8 @@ class Observers {
  public:
   Observers() = default;
   // One alone is all of them.
-  Observers(Observer* first, Observer* second = nullptr) : _all{first, second} {}
+  Observers(Observer* first, Observer* second = nullptr, Observer* third = nullptr)
+      : _all{first, second, third} {}
 
   bool empty() const {
     return std::all_of(_all.begin(), _all.end(), [](Observer* each) { return each == nullptr; });
@@ -36,7 +38,7 @@ class Observers {
   }
 
  private:
-  std::array<Observer*, 2> _all{};
+  std::array<Observer*, 3> _all{};
 };
 
 }  // namespace dch
