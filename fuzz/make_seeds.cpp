@@ -343,6 +343,11 @@ std::map<std::string, Target> targets() {
         {" new ", " here ", " aside ", " stopping ", " - ", " 0 ", "\n", "zord.alive.", "%2E",
          "%FF", "9223372036854775807", "18446744073709551615",
          "000102030405060708090a0b0c0d0e0f"}}},
+      {"provider_line",
+       {{"A HOST.MON appl:HOST.MON,KEY;help:Loads%20of%20hosts;group:load;attr:a,A,4;",
+         "U HOST%20MON", "S HOST load host/1%0A", "G HOST load %"},
+        {"A ", "U ", "S ", "G ", "%20", "%FF", "%00", " %",
+         "appl:", "group:", "attr:", "type:NODP;"}}},
       // All hear what is said first, somebody starts, all passes for a term.
       {"site_watch",
        {fuzz::watchSeeds(),
