@@ -357,6 +357,11 @@ std::map<std::string, Target> targets() {
          "1 ffffffffffffffffffffffffffffffff 18446744073709551615 all"},
         {"1 ", " all", " more", " 0 ", " 18446744073709551615 ",
          "000102030405060708090a0b0c0d0e0f"}}},
+      // A change is told, a piece is asked for and taken; pauses.
+      {"site_copies",
+       {fuzz::copiesSeeds(),
+        {std::string("\2\0\5\7", 4), "\11\12\13", "\155", "\335", "\6\7", "\36", "S A g a\n",
+         "U A\n"}}},
       {"live_header",
        {{"zord.live.west.HOSTMON.load", "zord.live.west%2E1.A.%00%FF",
          "1 000102030405060708090a0b0c0d0e0f 42 1769903999123456 web1",

@@ -159,4 +159,37 @@ std::vector<std::string> providerSeeds() {
   return seeds;
 }
 
+// As fuzz/site_copies.cpp takes them: steps. A site that is copied in pieces while it changes, is
+// restarted, has a clone, is silent and is lied about; words and answers that are lost, late and
+// doubled; a channel that has no room.
+std::vector<std::string> copiesSeeds() {
+  const auto step = [](unsigned kind, unsigned choice) { return byte(kind | choice << 4); };
+  const auto change = [&](unsigned what) { return step(2, 0) + byte(what); };
+  const std::string start = step(0, 0), startOther = step(0, 1), end = step(1, 0);
+  const std::string speak = step(5, 0), speakOther = step(5, 2), sayTooMuch = step(5, 1);
+  const std::string hear = step(7, 0), hearTwice = step(7, 1), miss = step(7, 2);
+  const std::string ask = step(9, 0), answer = step(10, 0), answerMuch = step(10, 3);
+  const std::string take = step(11, 0), takeTwice = step(11, 1), lose = step(11, 2);
+  const std::string silent = step(12, 0), moment = step(13, 1), pause = step(13, 6);
+  const std::string minute = step(13, 14), isFull = step(14, 1), hasRoom = step(14, 2);
+  const std::string falseRun = step(15, 0) + byte(0) + byte(9) + byte(1) + "U A\n";
+  const std::string falseRevision = step(15, 4) + byte(0) + byte(9) + byte(1) + "U A\n";
+  const std::string falseAnswer = step(15, 14) + byte(4) + "S A g a\n";
+  const std::string some = change(0) + change(2) + change(4) + change(9);
+  const std::string tell = speak + hear, piece = ask + answer + take;
+  const std::string first = some + tell + piece, whole = first + piece + piece + piece + piece;
+  return {
+      whole + change(0) + tell + change(6) + tell,
+      first + change(0) + tell + piece + sayTooMuch + hear + piece + pause + piece + piece,
+      first + ask + answer + change(0) + tell + take + pause + piece + piece + piece,
+      whole + change(0) + speak + miss + change(8) + tell + pause + ask + answerMuch + take,
+      whole + end + start + change(1) + speak + hearTwice + piece + pause + hear + piece,
+      whole + start + change(5) + speak + speakOther + hear + hear + pause + piece + piece,
+      first + ask + answer + takeTwice + piece + take + ask + answer + lose + pause + piece,
+      whole + silent + tell + piece + silent + minute + tell + ask + answerMuch + take,
+      whole + isFull + change(0) + tell + silent + moment + hasRoom + ask + tell + pause + piece,
+      whole + falseRun + piece + pause + falseRevision + tell + minute + tell + piece,
+      first + ask + falseAnswer + minute + tell + piece + startOther + first};
+}
+
 }  // namespace fuzz

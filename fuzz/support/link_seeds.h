@@ -13,6 +13,7 @@ std::vector<std::string> incomingSeeds();
 std::vector<std::string> watchSeeds();
 std::vector<std::string> handleSeeds();
 std::vector<std::string> providerSeeds();
+std::vector<std::string> copiesSeeds();
 
 }  // namespace fuzz
 
