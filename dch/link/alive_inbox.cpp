@@ -33,8 +33,9 @@ bool AliveInbox::keep(std::string_view subject, std::string_view body) {
   std::vector<AliveMessage>& ofSite = _heard[*site];
   std::erase_if(ofSite, [&](const AliveMessage& each) { return each.run == message->run; });
   if (ofSite.size() >= mostRuns) return false;
+  const bool hasTheName = message->state != AliveMessage::State::aside;
   ofSite.push_back(*std::move(message));
-  _changes.add(std::move(changes));
+  if (hasTheName) _changes.add(std::move(changes));
   lock.unlock();
   if (isFirst) ring();
   return true;

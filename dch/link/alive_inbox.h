@@ -33,7 +33,7 @@ class AliveInbox final : public LiveInbox {
   std::map<std::string, std::vector<AliveMessage>> take();
 
   // What all of them have said of their revisions and changes since, in the order in which they
-  // came.
+  // came. Without what servers have said that stand aside: another one is the site.
   std::vector<SiteChanges> takeChanges();
 
   // What was no message of a site, or too much.

@@ -71,6 +71,15 @@ TEST_F(AliveInboxTest, AFloodOfChangesLeavesOutSomeAndNoMessage) {
   EXPECT_EQ(_inbox.refused(), 0u);
 }
 
+TEST_F(AliveInboxTest, OneThatStandsAsideHasNothingToSayForTheSite) {
+  AliveMessage message = messageOf(1, 1);
+  message.to = message.from = 5;
+  message.state = AliveMessage::State::aside;
+  put("west", message);
+  EXPECT_THAT(_inbox.takeChanges(), IsEmpty());
+  EXPECT_THAT(_inbox.take(), ElementsAre(Pair("west", ElementsAre(message))));
+}
+
 TEST_F(AliveInboxTest, WhatIsNoneIsCounted) {
   _inbox.put("zord.alive.west", "1");
   _inbox.put("zord.alive.we.st", aliveText(messageOf(1, 1)));
