@@ -1,8 +1,8 @@
-// Some sites whose providers come and go, that tell of it as the rules have them tell, and a
-// network that the fuzzer decides on: it loses, doubles, delays and reorders what they say and what
-// they answer. Servers die, are restarted and cloned, become silent, and somebody tells lies. What
-// is heard finds no room now and then. When all is quiet at last, what was told is what the sites
-// have, and nobody is asked any more.
+// Some sites whose providers come and go, and that tell of it, and a network that the fuzzer
+// decides on: it loses, doubles, delays and reorders what they say and what they answer. Servers
+// die, are restarted and cloned, become silent, and somebody tells lies. What is heard finds no
+// room now and then. When all is quiet at last, what was told is what the sites have, and nobody is
+// asked any more.
 #include "dch/link/site_copies.h"
 
 #include <algorithm>
@@ -17,6 +17,7 @@
 
 #include "dch/link/provider_line.h"
 #include "fuzz/support/input.h"
+#include "fuzz/support/provider_site.h"
 #include "fuzz/support/require.h"
 
 namespace {
@@ -26,8 +27,8 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 using TimePoint = dch::SiteCopies::TimePoint;
 using News = dch::ProviderNews;
-// What is there: a line for each key.
-using Lines = std::map<std::string, std::string>;
+using Lines = fuzz::ProviderLines;
+using Server = fuzz::ProviderSite;
 
 constexpr std::array<const char*, 3> siteNames = {"west", "east", "north"};
 constexpr std::size_t mostServersOfSite = 2, mostOnTheirWay = 32;
@@ -40,73 +41,6 @@ dch::Epoch runOf(unsigned number) {
   run.bytes[1] = static_cast<std::uint8_t>(number);
   return run;
 }
-
-// Two applications with two texts each, and four sources of each.
-std::string keyOf(unsigned choice) {
-  const std::string application = (choice & 1) != 0 ? "B" : "A";
-  if ((choice & 2) != 0) return "A " + application;
-  return "S " + application + " g " + static_cast<char>('a' + (choice >> 2) % 4);
-}
-
-std::string lineOf(const std::string& key, unsigned choice) {
-  if (key[0] == 'S') return key;
-  return key + " appl:" + key[2] + ((choice & 4) != 0 ? ",KEY;" : ",YEK;") + "group:g;attr:a,A,4;";
-}
-
-std::string lineWithout(const std::string& key) {
-  return (key[0] == 'S' ? 'G' : 'U') + key.substr(1);
-}
-
-class Server {
- public:
-  Server(unsigned site, const dch::Epoch& run) : _site(site), _run(run) {}
-
-  unsigned site() const { return _site; }
-  const dch::Epoch& run() const { return _run; }
-  std::uint64_t revision() const { return _revision; }
-  const Lines& lines() const { return _lines; }
-
-  void change(unsigned choice) {
-    const std::string key = keyOf(choice);
-    const bool isThere = _lines.contains(key);
-    const std::string line = lineOf(key, choice);
-    if (isThere && _lines[key] == line)
-      _lines.erase(key);
-    else
-      _lines[key] = line;
-    _changed.insert(key);
-    ++_revision;
-  }
-
-  // tellsMuch: it is too much to be told at once.
-  dch::SiteChanges speak(bool tellsMuch) {
-    std::string text;
-    for (const std::string& key : _changed)
-      text += (_lines.contains(key) ? _lines[key] : lineWithout(key)) + '\n';
-    if (tellsMuch) {
-      text.clear();
-      _told = _revision;
-    }
-    _changed.clear();
-    return {siteNames.at(_site), _run, std::exchange(_told, _revision), _revision, text};
-  }
-
-  std::pair<dch::KnownHeader, std::string> answer(const std::string& key, std::size_t most) const {
-    std::string text;
-    auto place = _lines.upper_bound(key);
-    for (std::size_t count = 0; count < most && place != _lines.end(); ++count, ++place)
-      text += place->second + '\n';
-    return {{_run, _revision, place == _lines.end()}, text};
-  }
-
- private:
-  unsigned _site;
-  dch::Epoch _run;
-  std::uint64_t _revision = 0;
-  std::uint64_t _told = 0;
-  Lines _lines;
-  std::set<std::string> _changed;
-};
 
 // Takes what it is told as the channel does.
 class Channel final : public dch::ProviderNewsSink {
@@ -160,7 +94,7 @@ struct Answer {
 
 class Run {
  public:
-  explicit Run(const fuzz::Input& input) : _input(input) { start(0); }
+  explicit Run(const fuzz::Input& input) : _input(input) { start(siteNames[0]); }
 
   bool atEnd() const { return _input.atEnd(); }
   void step();
@@ -171,7 +105,7 @@ class Run {
 
   Servers::iterator pickServer(unsigned choice);
   Server* serverOf(const std::string& site, unsigned choice);
-  void start(unsigned site);
+  void start(const std::string& site);
   void end(Servers::iterator server);
   void speak(Server* server, bool tellsMuch);
   void deliver(unsigned choice);
@@ -181,6 +115,7 @@ class Run {
   void lie(unsigned choice);
   void answerWithALie(unsigned choice);
   void pass(milliseconds time);
+  void leaveOne(const std::string& site);
   void passQuietly();
   void check();
 
@@ -195,7 +130,7 @@ class Run {
   std::vector<Answer> _answers;  // on their way
   std::set<std::uint64_t> _numbers;
   std::set<std::string> _questioned;  // since it was last looked at
-  std::set<unsigned> _liedAbout;      // sites whose run of now did not say what was heard of it
+  std::set<std::string> _liedAbout;   // sites whose run of now did not say what was heard of it
 };
 
 // Takes one of them, or a copy of it.
@@ -212,7 +147,7 @@ void Run::step() {
   const unsigned byte = _input.takeByte(), choice = byte >> 4;
   switch (byte % 16) {
     case 0:
-      return start(choice % siteNames.size());
+      return start(siteNames.at(choice % siteNames.size()));
     case 1:
       if (!_servers.empty()) end(pickServer(choice));
       return;
@@ -256,13 +191,13 @@ Run::Servers::iterator Run::pickServer(unsigned choice) {
 Server* Run::serverOf(const std::string& site, unsigned choice) {
   std::vector<Server*> found;
   for (Server& each : _servers)
-    if (siteNames.at(each.site()) == site) found.push_back(&each);
+    if (each.name() == site) found.push_back(&each);
   return found.empty() ? nullptr : found[choice % found.size()];
 }
 
-void Run::start(unsigned site) {
+void Run::start(const std::string& site) {
   const auto others = std::count_if(_servers.begin(), _servers.end(),
-                                    [&](const Server& each) { return each.site() == site; });
+                                    [&](const Server& each) { return each.name() == site; });
   if (static_cast<std::size_t>(others) == mostServersOfSite) return;
   _servers.emplace_back(site, runOf(++_runs));
 }
@@ -296,11 +231,11 @@ void Run::answer(unsigned choice) {
   const auto question = pick(&_asked, choice / 4, false);
   if (!question) return;
   const Server* const server = serverOf(question->site, choice);
-  if (server == nullptr || server->revision() == 0)
-    return _copies.unanswered(question->number, _now);
-  auto [header, text] = server->answer(question->key, 1 + choice % 4);
+  const auto reply =
+      server != nullptr ? server->answer(question->key, 1 + choice % 4) : std::nullopt;
+  if (!reply) return _copies.unanswered(question->number, _now);
   if (_answers.size() < mostOnTheirWay)
-    _answers.push_back({question->number, header, std::move(text)});
+    _answers.push_back({question->number, reply->header, reply->text});
 }
 
 void Run::deliverAnswer(unsigned choice) {
@@ -315,7 +250,7 @@ void Run::lie(unsigned choice) {
   const Server* const server = serverOf(words.site, _input.takeByte());
   if (server != nullptr && (choice & 4) != 0) {
     words.run = server->run();
-    _liedAbout.insert(server->site());
+    _liedAbout.insert(server->name());
   }
   words.to = (choice & 8) != 0 ? ~std::uint64_t{_input.takeByte()} : _input.takeByte();
   words.from = words.to - std::min<std::uint64_t>(words.to, _input.takeByte());
@@ -331,7 +266,7 @@ void Run::answerWithALie(unsigned choice) {
   const Server* const server = serverOf(question->site, 0);
   if (server != nullptr && (choice & 2) != 0) {
     header.run = server->run();
-    _liedAbout.insert(server->site());
+    _liedAbout.insert(server->name());
   }
   _copies.answered(question->number, header, std::string(_input.takeLine()) + '\n', _now);
 }
@@ -342,21 +277,20 @@ void Run::pass(milliseconds time) {
 
 // ---- In the end --------------------------------------------------------------------------------
 
+// A site has one server. One that somebody else has spoken for is restarted.
+void Run::leaveOne(const std::string& site) {
+  const Server* const only = serverOf(site, 0);
+  if (only == nullptr) return;
+  const bool isRestarted = _liedAbout.contains(site);
+  _servers.remove_if(
+      [&](const Server& each) { return each.name() == site && (isRestarted || &each != only); });
+  if (!isRestarted) return;
+  start(site);
+  for (unsigned choice = 0; choice < 12; choice += 3) _servers.back().change(choice);
+}
+
 void Run::beQuiet() {
-  // A site has one server. One that was spoken for by somebody else is restarted.
-  for (unsigned site = 0; site < siteNames.size(); ++site) {
-    const std::string name = siteNames.at(site);
-    while (std::count_if(_servers.begin(), _servers.end(),
-                         [&](const Server& each) { return each.site() == site; }) > 1)
-      _servers.remove_if([only = serverOf(name, 0)](const Server& each) {
-        return &each != only && each.site() == only->site();
-      });
-    if (serverOf(name, 0) != nullptr && _liedAbout.contains(site)) {
-      _servers.remove_if([&](const Server& each) { return each.site() == site; });
-      start(site);
-      for (unsigned choice = 0; choice < 12; choice += 3) serverOf(name, 0)->change(choice);
-    }
-  }
+  for (const char* site : siteNames) leaveOne(site);
   _channel.isFull = false;
   _channel.isOpen = true;
   while (!_words.empty()) deliver(0);
@@ -386,7 +320,7 @@ void Run::check() {
   for (const char* site : siteNames) {
     const Lines& told = _channel.lines(site);
     const Server* const server = serverOf(site, 0);
-    if (server != nullptr && server->revision() > 0) {
+    if (server != nullptr && server->knowsItself()) {
       require(told == server->lines(), "what was told is what the site has");
       continue;
     }
