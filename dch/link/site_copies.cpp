@@ -14,7 +14,10 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-constexpr milliseconds roomPause{250};
+constexpr milliseconds shortPause{250};
+// Of questions that are under way at a time. Sites that never answer, such as those that may not,
+// leave room for others.
+constexpr std::size_t mostDoubtful = SiteCopies::mostUnderWay / 2;
 // In that time the changes that an answer has overtaken have come.
 constexpr milliseconds overtakenPause{100};
 // What was said of an earlier revision was on its way for less.
@@ -188,7 +191,7 @@ void SiteCopies::tellSilence(Site& site, TimePoint now) {
     // It is told later.
   }
   if (isKnown) return rest(site);
-  move(site, &_waiting, now + roomPause);
+  move(site, &_waiting, now + shortPause);
 }
 
 // ---- What they are asked -----------------------------------------------------------------------
@@ -202,8 +205,8 @@ std::optional<SiteCopies::Question> SiteCopies::nextQuestion(TimePoint now) noex
       continue;
     }
     if (!mayAsk(now)) break;
-    if (!_sink.hasRoom(site.name)) {
-      move(site, &_waiting, now + roomPause);
+    if (!_sink.hasRoom(site.name) || !mayFail(site)) {
+      move(site, &_waiting, now + shortPause);
       continue;
     }
     try {
@@ -218,14 +221,26 @@ std::optional<SiteCopies::Question> SiteCopies::nextQuestion(TimePoint now) noex
 void SiteCopies::giveUpWaiting(TimePoint now) {
   while (!_underWay.empty() && _underWay.begin()->first <= now) {
     Site& site = *_underWay.begin()->second;
-    move(site, &_waiting, site.pace.nextAfterFailure(now));
+    fail(site, now);
   }
+}
+
+void SiteCopies::fail(Site& site, TimePoint now) {
+  site.hasFailed = true;
+  move(site, &_waiting, site.pace.nextAfterFailure(now));
 }
 
 bool SiteCopies::mayAsk(TimePoint now) {
   if (_underWay.size() >= mostUnderWay) return false;
   if (_questionsOfSecond < mostQuestionsOfSecond) return true;
   return now >= _secondFrom + seconds(1);
+}
+
+bool SiteCopies::mayFail(const Site& site) const {
+  if (!site.hasFailed) return true;
+  return std::count_if(_underWay.begin(), _underWay.end(), [](const auto& each) {
+           return each.second->hasFailed;
+         }) < static_cast<std::ptrdiff_t>(mostDoubtful);
 }
 
 SiteCopies::Question SiteCopies::ask(Site& site, TimePoint now) {
@@ -253,13 +268,15 @@ SiteCopies::Site* SiteCopies::endQuestion(std::uint64_t question) {
 
 void SiteCopies::unanswered(std::uint64_t question, TimePoint now) noexcept {
   Site* const site = endQuestion(question);
-  if (site != nullptr) move(*site, &_waiting, site->pace.nextAfterFailure(now));
+  if (site != nullptr) fail(*site, now);
 }
 
 void SiteCopies::answered(std::uint64_t question, const KnownHeader& header, std::string_view text,
                           TimePoint now) noexcept {
   Site* const site = endQuestion(question);
-  if (site == nullptr || !isGood(*site, header, now)) return;
+  if (site == nullptr) return;
+  site->hasFailed = false;
+  if (!isGood(*site, header, now)) return;
   try {
     takePiece(*site, header.isAll, text, now);
   } catch (const std::bad_alloc&) {

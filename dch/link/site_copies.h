@@ -55,7 +55,8 @@ class SiteCopies {
     std::string key;           // what comes behind it is asked for
     std::uint64_t number = 0;  // no two have the same
   };
-  // What is to be asked now. To be called until there is nothing more, after each answer, and
+  // What is to be asked now; half of the questions under way at most are for sites that have not
+  // answered their last one. To be called until there is nothing more, after each answer, and
   // again and again: some times in a second while something may have to be asked again.
   std::optional<Question> nextQuestion(TimePoint now) noexcept;
   // The answer to the question of that number. One that comes too late is ignored.
@@ -92,6 +93,7 @@ class SiteCopies {
     std::size_t facts = 0;       // that were told
     std::uint64_t question = 0;  // its last one; only while that is under way
     std::uint64_t revisionWhenAsked = 0;
+    bool hasFailed = false;  // to answer the last one
     CopyPace pace;
 
     Turns* in = nullptr;  // where its turn is; null: it is resting
@@ -117,7 +119,9 @@ class SiteCopies {
   void tellSilence(Site& site, TimePoint now);
 
   void giveUpWaiting(TimePoint now);
+  void fail(Site& site, TimePoint now);
   bool mayAsk(TimePoint now);
+  bool mayFail(const Site& site) const;
   Question ask(Site& site, TimePoint now);
   Site* endQuestion(std::uint64_t question);
   bool isGood(Site& site, const KnownHeader& header, TimePoint now);

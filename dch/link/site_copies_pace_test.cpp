@@ -1,4 +1,5 @@
 // How often sites are asked, whatever they say.
+#include <algorithm>
 #include <set>
 #include <string>
 #include <vector>
@@ -51,6 +52,26 @@ TEST_F(SiteCopiesTest, SoIsOneOfWhichItIsKnownAtOnce) {
     waits.push_back(secondsToNext());
   }
   EXPECT_EQ(waits, (std::vector<int>{2, 4, 8, 16, 32, 60, 60, 60}));
+}
+
+TEST_F(SiteCopiesTest, SitesThatDoNotAnswerLeaveRoomForOthers) {
+  const auto askAll = [this] {
+    std::set<std::string> asked;
+    for (std::string question = next(); question != "none"; question = next())
+      asked.insert(question);
+    return asked;
+  };
+  for (int each = 0; each < 100; ++each) hear(siteNumber(each), 5, 5);
+  for (int second = 0; second < 200; ++second, pass(1)) askAll();
+  for (int each = 0; each < 8; ++each) hear("new" + std::to_string(each), 5, 5);
+  const std::set<std::string> asked = askAll();
+  EXPECT_GE(std::count_if(asked.begin(), asked.end(),
+                          [](const std::string& each) { return each.starts_with("new"); }),
+            4);
+  pass(3);
+  askAll();  // the other new ones, too
+  pass(3);
+  EXPECT_EQ(askAll().size(), SiteCopies::mostUnderWay / 2) << "none of these has answered";
 }
 
 TEST_F(SiteCopiesTest, OneThatAnswersAfterAllGoesOnAtOnce) {
