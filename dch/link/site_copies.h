@@ -37,15 +37,15 @@ class SiteCopies {
   static constexpr std::size_t mostSites = 10'000;
   static constexpr std::size_t mostUnderWay = 8;  // questions
   static constexpr unsigned mostQuestionsOfSecond = 500;
-  static constexpr std::chrono::seconds patience{2};          // with a question
-  static constexpr std::chrono::seconds leftAlone{60};        // who says what cannot be read
-  static constexpr std::size_t mostFactsOfCopy = 1'000'000;   // more cannot be read, either
-  static constexpr std::size_t mostBytesOfText = 64 * 1'024;  // likewise
+  static constexpr std::chrono::seconds patience{2};         // with a question
+  static constexpr std::chrono::seconds leftAlone{60};       // who says what cannot be read
+  static constexpr std::size_t mostFactsOfCopy = 1'000'000;  // more cannot be read, either
+  static constexpr std::size_t mostBytesOfText = 65'536;     // likewise
 
   // The sink has to outlive it.
   SiteCopies(std::string ownSite, ProviderNewsSink& sink);
 
-  // What was heard of a site, which this site is not.
+  // What was heard of a site. What is said in this site's own name is ignored.
   void heard(const SiteChanges& changes, TimePoint now) noexcept;
   // It has become silent.
   void silent(std::string_view site, TimePoint now) noexcept;
