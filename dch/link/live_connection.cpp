@@ -34,6 +34,11 @@ void letGo(void* closure) {
 
 }  // namespace
 
+std::string_view LiveMessage::replySubject() const {
+  const char* const subject = natsMsg_GetReply(_message);
+  return subject != nullptr ? subject : "";
+}
+
 std::string_view LiveMessage::body() const {
   return {natsMsg_GetData(_message), static_cast<std::size_t>(natsMsg_GetDataLength(_message))};
 }
@@ -47,7 +52,7 @@ std::string_view LiveMessage::header(const char* name) const {
 
 LiveConnection::LiveConnection(const LinkSettings& settings, const std::string& server)
     : _server(server),
-      _inboxSubject(newInbox(settings.site)),
+      _site(settings.site),
       _isClosed(std::make_shared<WaitableFlag>()),
       _connection(connectNats(settings, server, {.pingInterval = livePingInterval, .isLive = true},
                               _isClosed)) {}

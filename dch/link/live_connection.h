@@ -20,6 +20,8 @@ class LiveMessage {
   explicit LiveMessage(natsMsg* message) : _message(message) {}
 
   std::string_view subject() const { return natsMsg_GetSubject(_message); }
+  // Empty: it wants no answer.
+  std::string_view replySubject() const;
   std::string_view body() const;
   // Empty: there is none.
   std::string_view header(const char* name) const;
@@ -71,8 +73,8 @@ class LiveConnection {
   // is lost. Messages may still be put there when the subscription is gone. Throws LinkError.
   Subscription subscribe(const std::string& subject, std::shared_ptr<LiveInbox> inbox);
 
-  // Where answers may go; with a dot and a word behind it nobody else has them either.
-  const std::string& inboxSubject() const { return _inboxSubject; }
+  // Where answers may go, with a dot and words behind it; another place each time.
+  std::string newInbox() const { return dch::newInbox(_site); }
 
   // Throws LinkError when the connection is lost, and NotPermitted.
   void check() const;
@@ -85,7 +87,7 @@ class LiveConnection {
   void freeEnded() noexcept;
 
   const std::string _server;
-  const std::string _inboxSubject;
+  const std::string _site;
   const std::shared_ptr<WaitableFlag> _isClosed;
   const NatsConnection _connection;
   std::vector<NatsSubscription> _ended;  // the library may still be at a message for them

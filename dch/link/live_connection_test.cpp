@@ -158,7 +158,8 @@ TEST_F(LiveConnectionTest, PutsByWhatOthersSendInItsOrder) {
     const auto receiver = connectLive(_nats.url());
     const auto inbox = std::make_shared<LinesInbox>();
     const auto subscription = receiver->subscribe("test.*", inbox);
-    const auto answers = sender->subscribe(sender->inboxSubject() + ".*", inbox);
+    const std::string place = sender->newInbox();
+    const auto answers = sender->subscribe(place + ".*", inbox);
     receiver->send("test.own", {}, {}, "is not heard");
     // Whoever is not heard of yet is nobody.
     const auto isThere = [&] {
@@ -167,15 +168,14 @@ TEST_F(LiveConnectionTest, PutsByWhatOthersSendInItsOrder) {
     };
     ASSERT_TRUE(waitUntil(isThere, linkPatience));
     sender->send("test.second", {}, {}, "2");
-    sender->send("nobody.there", sender->inboxSubject() + ".17", {}, "3");
+    sender->send("nobody.there", place + ".17", {}, "3");
     const auto has = [&](const std::string& line) {
       for (const std::string& each : inbox->lines())
         if (each == line) return true;
       return false;
     };
     EXPECT_TRUE(waitUntil([&] { return has("test.second  2"); }, linkPatience));
-    EXPECT_TRUE(
-        waitUntil([&] { return has("nobody: " + sender->inboxSubject() + ".17"); }, linkPatience));
+    EXPECT_TRUE(waitUntil([&] { return has("nobody: " + place + ".17"); }, linkPatience));
     EXPECT_EQ(inbox->lines().front(), "test.first a 1");
     EXPECT_FALSE(has("test.own  is not heard"));
   });

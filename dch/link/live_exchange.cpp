@@ -69,7 +69,8 @@ LiveExchange::LiveExchange(std::shared_ptr<LiveRows> rows)
 
 // The subscription to the answers is there for the server before the first question is.
 void LiveExchange::begin(LiveConnection& connection) {
-  _answered.emplace(connection.subscribe(connection.inboxSubject() + ".*.*", _answers));
+  _inbox = connection.newInbox() + '.';
+  _answered.emplace(connection.subscribe(_inbox + "*.*", _answers));
   _connection = &connection;
   _rows->topics().restart();
   _rows->waiting().open();
@@ -111,8 +112,7 @@ void LiveExchange::sendRows() {
     if (next == nullptr) return;
     std::string replySubject;
     if (next->question != 0)
-      replySubject = _connection->inboxSubject() + '.' + std::to_string(next->group) + '.' +
-                     std::to_string(next->question);
+      replySubject = _inbox + std::to_string(next->group) + '.' + std::to_string(next->question);
     const bool isSent = _connection->send(next->subject, replySubject,
                                           {{liveHeader, next->header.c_str()}}, next->message);
     outbox.take(isSent);

@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <optional>
+#include <string>
 #include <utility>
 
 #include "dch/core/text_map.h"
@@ -39,6 +40,7 @@ class LiveExchange {
   const std::shared_ptr<LiveRows> _rows;
   const std::shared_ptr<LiveInbox> _incoming, _answers;
   LiveConnection* _connection = nullptr;
+  std::string _inbox;  // with a dot behind it
   std::optional<LiveConnection::Subscription> _answered;
   TextMap<LiveConnection::Subscription> _topics;
 };
