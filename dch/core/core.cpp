@@ -57,9 +57,15 @@ Core::Core(const Ports& ports, const ActionRules& actionRules, Counters& counter
       _subscriptions(Subscriptions::defaultCapacity, ports.observers),
       _publisher(_subscriptions, ports.rowsOut, counters, log),
       _held(_registry, _publisher),
-      _snapshots(_registry, _publisher),
+      _snapshots(_registry, _remoteProviders, _publisher),
       _actions(actionRules, ports.programs, counters, log),
-      _deferrals(counters) {}
+      _deferrals(counters) {
+  // Who looks on is told of this server's own alone.
+  _remoteProviders.setTold([this](const SourceNames& names, short code) {
+    if (_publisher.hasSubscribers(statusTopic))
+      _publisher.publish(statusTopic, StatusEvent(names, code).message());
+  });
+}
 
 void Core::load() {
   _ports.store.load([this](Change&& change) {

@@ -5,6 +5,8 @@
 #include <new>
 #include <utility>
 
+#include "zordchcl/messages.h"
+
 namespace dch {
 
 namespace {
@@ -25,6 +27,17 @@ bool isOfApplication(ProviderFact::Kind kind) {
 std::string keyOf(const ProviderFact& fact) {
   return isOfApplication(fact.kind) ? fact.application
                                     : joinNames(fact.application, fact.group, fact.source);
+}
+
+// What joinNames() has joined: an application, with or without a group and a source.
+SourceNames namesOf(std::string_view key) {
+  SourceNames names;
+  for (std::string_view* const each : {&names.application, &names.group, &names.source}) {
+    const std::size_t end = std::min(key.find('\0'), key.size());
+    *each = key.substr(0, end);
+    key.remove_prefix(std::min(end + 1, key.size()));
+  }
+  return names;
 }
 
 // Whether one of the two between which `next` is the second is of the application.
@@ -155,11 +168,11 @@ void RemoteProviders::add(std::string_view name, const ProviderFact& fact) {
         fact.registration != nullptr ? application.enter(fact.registration) : nullptr;
     Site* const site = enterSite(name);
     const auto [entry, isNew] = enter(site, std::move(key), &application);
+    entry->second.round = site->round;
     if (registration != nullptr)
       setRegistration(site, entry, registration);
     else if (isNew)
-      addSource(&application);
-    entry->round = site->round;
+      addSource(*entry);
   } catch (const std::bad_alloc&) {
     dropUnused(name);
     const auto known = _applications.find(fact.application);
@@ -210,19 +223,21 @@ bool RemoteProviders::hasRoomForText(const Site* site, const Entry* former,
   return ofSite + text.size() <= shareOf(_limits.textBytes) && ofAll <= _limits.textBytes;
 }
 
-std::pair<RemoteProviders::Entry*, bool> RemoteProviders::enter(Site* site, std::string&& key,
-                                                                RemoteApplication* application) {
+std::pair<RemoteProviders::Entries::value_type*, bool> RemoteProviders::enter(
+    Site* site, std::string&& key, RemoteApplication* application) {
   const auto next = site->entries.lower_bound(key);
-  if (next != site->entries.end() && next->first == key) return {&next->second, false};
+  if (next != site->entries.end() && next->first == key) return {&*next, false};
   const bool isNewAtSite = !isBesideOneOf(application, site->entries, next);
   const auto entered = site->entries.emplace_hint(next, std::move(key), Entry{application});
   if (isNewAtSite) ++site->applications;
   ++_entries;
-  return {&entered->second, true};
+  return {&*entered, true};
 }
 
 void RemoteProviders::remove(Site* site, Entries::iterator entry) noexcept {
   RemoteApplication* const application = entry->second.application;
+  tell(*entry,
+       entry->second.registration != nullptr ? DCH_REQUEST_UNREGISTER : DCH_REQUEST_OFFLINE);
   if (entry->second.registration != nullptr)
     removeRegistration(site, application, entry->second.registration);
   else
@@ -235,9 +250,9 @@ void RemoteProviders::remove(Site* site, Entries::iterator entry) noexcept {
   if (!application->isInUse()) _applications.erase(_applications.find(application->name()));
 }
 
-void RemoteProviders::setRegistration(Site* site, Entry* entry,
+void RemoteProviders::setRegistration(Site* site, Entries::value_type* entry,
                                       RemoteApplication::Shared* registration) noexcept {
-  RemoteApplication::Shared* const former = std::exchange(entry->registration, registration);
+  RemoteApplication::Shared* const former = std::exchange(entry->second.registration, registration);
   if (former == registration) return;
   const std::size_t bytes = registration->registration->text.size();
   site->textBytes += bytes;
@@ -245,7 +260,8 @@ void RemoteProviders::setRegistration(Site* site, Entry* entry,
     _textBytes += bytes;
     ++_revision;
   }
-  if (former != nullptr) removeRegistration(site, entry->application, former);
+  if (former != nullptr) removeRegistration(site, entry->second.application, former);
+  tell(*entry, DCH_REQUEST_REGISTER);
 }
 
 void RemoteProviders::removeRegistration(Site* site, RemoteApplication* application,
@@ -259,14 +275,49 @@ void RemoteProviders::removeRegistration(Site* site, RemoteApplication* applicat
   application->remove(registration);
 }
 
-void RemoteProviders::addSource(RemoteApplication* application) noexcept {
-  application->addSource();
+void RemoteProviders::addSource(const Entries::value_type& entry) noexcept {
+  entry.second.application->addSource();
   ++_revision;
+  tell(entry, DCH_REQUEST_ONLINE);
 }
 
 void RemoteProviders::removeSource(RemoteApplication* application) noexcept {
   application->removeSource();
   ++_revision;
+}
+
+// What is gone, and goes later, is passed over: it would be told only to be taken back.
+const RemoteProviders::Entries::value_type* RemoteProviders::sourceBehind(const Place& place,
+                                                                          const Site** of) const {
+  for (auto known = _siteOf.lower_bound(place.site); known != _siteOf.end(); ++known) {
+    const Site& site = *known->second;
+    const auto first =
+        known->first == place.site ? site.entries.upper_bound(place.names) : site.entries.begin();
+    const auto found = std::find_if(first, site.entries.end(), [&](const auto& each) {
+      return each.second.registration == nullptr && !isGone(site, each.second);
+    });
+    if (found == site.entries.end()) continue;
+    *of = &site;
+    return &*found;
+  }
+  return nullptr;
+}
+
+std::optional<SourceNames> RemoteProviders::nextOnline(Place* place) const {
+  const Site* site = nullptr;
+  const Entries::value_type* const source = sourceBehind(*place, &site);
+  if (source == nullptr) return std::nullopt;
+  *place = {site->name, source->first};
+  return namesOf(source->first);
+}
+
+bool RemoteProviders::hasOnlineBehind(const Place& place) const {
+  const Site* site = nullptr;
+  return sourceBehind(place, &site) != nullptr;
+}
+
+void RemoteProviders::tell(const Entries::value_type& entry, short requestCode) const noexcept {
+  if (_told) _told(namesOf(entry.first), requestCode);
 }
 
 }  // namespace dch

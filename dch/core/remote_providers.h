@@ -4,15 +4,17 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <list>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 
 #include "dch/core/provider_fact.h"
+#include "dch/core/registry.h"
 #include "dch/core/remote_application.h"
-#include "dch/core/text_map.h"
 
 namespace dch {
 
@@ -51,6 +53,23 @@ class RemoteProviders {
   // Some of what is gone goes. Returns whether there is more: to be called until there is not,
   // after others had their turn. Until then it is told as if it were there.
   bool settle() noexcept;
+
+  // Who is told what becomes of them, see StatusEvent, when it has: of each site by itself, also
+  // where several have sources of one name. It takes no memory, and calls back nothing that
+  // changes something. Nobody at first.
+  using Told = std::function<void(const SourceNames& names, short requestCode)>;
+  void setTold(Told told) { _told = std::move(told); }
+
+  // A source of a site; with empty texts it is before all of them.
+  struct Place {
+    std::string site;
+    std::string names;  // joined
+  };
+  // The next source on line behind that place, which becomes its own; nothing when there is none.
+  // Starting with an empty place this leads through all of them, also when some come and go
+  // meanwhile. Valid until the next change. Throws std::bad_alloc.
+  std::optional<SourceNames> nextOnline(Place* place) const;
+  bool hasOnlineBehind(const Place& place) const;
 
   // Null when no site has registered an application of this name.
   const RemoteApplication* find(std::string_view application) const;
@@ -108,21 +127,27 @@ class RemoteProviders {
   bool hasRoomForEntry(const Site* site, const std::string& key, std::string_view name) const;
   bool hasRoomForText(const Site* site, const Entry* former, const ProviderFact& fact) const;
   // The entry, and whether it is new: then it is one of a source.
-  std::pair<Entry*, bool> enter(Site* site, std::string&& key, RemoteApplication* application);
+  std::pair<Entries::value_type*, bool> enter(Site* site, std::string&& key,
+                                              RemoteApplication* application);
   void remove(Site* site, Entries::iterator entry) noexcept;
-  void setRegistration(Site* site, Entry* entry, RemoteApplication::Shared* registration) noexcept;
+  void setRegistration(Site* site, Entries::value_type* entry,
+                       RemoteApplication::Shared* registration) noexcept;
   void removeRegistration(Site* site, RemoteApplication* application,
                           RemoteApplication::Shared* registration) noexcept;
-  void addSource(RemoteApplication* application) noexcept;
+  void addSource(const Entries::value_type& entry) noexcept;
   void removeSource(RemoteApplication* application) noexcept;
 
+  const Entries::value_type* sourceBehind(const Place& place, const Site** site) const;
+  void tell(const Entries::value_type& entry, short requestCode) const noexcept;
+
   const Limits _limits;
+  Told _told;
   Applications _applications;  // of which a site has an entry
   Sites _sites;
   Sites _settling;
-  TextMap<Sites::iterator> _siteOf;  // by their names
-  std::size_t _entries = 0;          // of all sites
-  std::size_t _textBytes = 0;        // of distinct registrations
+  std::map<std::string, Sites::iterator, std::less<>> _siteOf;  // by their names
+  std::size_t _entries = 0;                                     // of all sites
+  std::size_t _textBytes = 0;                                   // of distinct registrations
   std::uint64_t _revision = 0;
   std::uint64_t _refused = 0;
 };

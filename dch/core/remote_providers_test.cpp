@@ -1,10 +1,12 @@
 #include "dch/core/remote_providers.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <memory>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "dch/testkit/registry_changes.h"
 
@@ -12,6 +14,7 @@ namespace dch {
 namespace {
 
 using Kind = ProviderFact::Kind;
+using ::testing::ElementsAre;
 
 std::string textOf(const std::string& application, const std::string& group = "g") {
   return "appl:" + application + ",KEY;group:" + group + ";attr:a,C,1;";
@@ -283,6 +286,82 @@ TEST_F(RemoteProvidersTest, TheRevisionIsAnotherOneExactlyWhenAnotherTextIsTold)
   EXPECT_TRUE(isAnother());
   registers("east", "A", "i");
   EXPECT_TRUE(isAnother());
+}
+
+class ToldProvidersTest : public RemoteProvidersTest {
+ protected:
+  ToldProvidersTest() {
+    _providers.setTold([this](const SourceNames& names, short code) {
+      _events.push_back(std::string(names.application) + ',' + std::string(names.group) + ',' +
+                        std::string(names.source) + ',' + std::to_string(code));
+    });
+  }
+
+  // Since it was called last.
+  std::vector<std::string> events() { return std::exchange(_events, {}); }
+
+ private:
+  std::vector<std::string> _events;
+};
+
+TEST_F(ToldProvidersTest, WhatBecomesOfEachIsToldOnce) {
+  for (int times = 0; times < 2; ++times) {
+    registers("west", "A");
+    online("west", "s1");
+  }
+  EXPECT_THAT(events(), ElementsAre("A,,,4112", "A,g,s1,4117"));
+  registers("west", "A", "other");
+  EXPECT_THAT(events(), ElementsAre("A,,,4112"));
+  for (int times = 0; times < 2; ++times) {
+    offline("west", "s1");
+    unregisters("west", "A");
+  }
+  EXPECT_THAT(events(), ElementsAre("A,g,s1,4133", "A,,,4128"));
+}
+
+TEST_F(ToldProvidersTest, EachSiteIsToldOfByItself) {
+  online("west", "s1");
+  online("east", "s1");
+  offline("west", "s1");
+  EXPECT_THAT(events(), ElementsAre("A,g,s1,4117", "A,g,s1,4117", "A,g,s1,4133"));
+}
+
+TEST_F(ToldProvidersTest, ACopyTellsWhatDiffers) {
+  for (const char* const source : {"s1", "s2"}) online("west", source);
+  events();
+  _providers.begin("west");
+  online("west", "s2");
+  online("west", "s3");
+  _providers.end("west");
+  settle();
+  EXPECT_THAT(events(), ElementsAre("A,g,s3,4117", "A,g,s1,4133"));
+}
+
+TEST_F(ToldProvidersTest, ASilentSiteLosesItsSourcesOnce) {
+  registers("west", "A");
+  for (const char* const source : {"s1", "s2"}) online("west", source);
+  events();
+  for (int times = 0; times < 2; ++times) {
+    _providers.silent("west");
+    settle();
+  }
+  EXPECT_THAT(events(), ElementsAre("A,g,s1,4133", "A,g,s2,4133"));
+}
+
+TEST_F(RemoteProvidersTest, LeadThroughTheSourcesOnLineOfAllSites) {
+  registers("west", "A");
+  online("west", "s2");
+  online("west", "s1");
+  online("east", "s1");
+  online("north", "s3");
+  _providers.silent("north");
+  std::string sources;
+  RemoteProviders::Place place;
+  while (const auto names = _providers.nextOnline(&place))
+    sources += place.site + ' ' + std::string(names->application) + ' ' +
+               std::string(names->group) + ' ' + std::string(names->source) + ';';
+  EXPECT_EQ(sources, "east A g s1;west A g s1;west A g s2;");
+  EXPECT_FALSE(_providers.hasOnlineBehind(place));
 }
 
 }  // namespace

@@ -1,14 +1,17 @@
-// status_snapshots.h: tells new subscribers of provider status what is on line.
+// status_snapshots.h: tells new subscribers of provider status what is on line, here and then at
+// other sites.
 #ifndef DCH_CORE_STATUS_SNAPSHOTS_H
 #define DCH_CORE_STATUS_SNAPSHOTS_H
 
 #include <cstddef>
+#include <optional>
 #include <unordered_map>
 #include <vector>
 
 #include "dch/core/peer_address.h"
 #include "dch/core/publisher.h"
 #include "dch/core/registry.h"
+#include "dch/core/remote_providers.h"
 
 namespace dch {
 
@@ -19,8 +22,9 @@ class StatusSnapshots {
  public:
   static constexpr std::size_t defaultBatch = 100;
 
-  StatusSnapshots(const Registry& registry, Publisher& publisher, std::size_t batch = defaultBatch)
-      : _registry(registry), _publisher(publisher), _batch(batch) {}
+  StatusSnapshots(const Registry& registry, const RemoteProviders& remote, Publisher& publisher,
+                  std::size_t batch = defaultBatch)
+      : _registry(registry), _remote(remote), _publisher(publisher), _batch(batch) {}
 
   // Sends the first batch to a subscriber; from the start also when it is being told already.
   // Throws std::bad_alloc.
@@ -34,16 +38,23 @@ class StatusSnapshots {
   bool areAdvancing() const { return !_due.empty(); }
   void advanceOne() noexcept;
 
-  bool areUnderWay() const { return !_lastTold.empty(); }
+  bool areUnderWay() const { return !_told.empty(); }
 
  private:
-  bool sendBatch(const PeerAddress& subscriber, ZORA_Long* lastTold);
+  // How far a subscriber was told.
+  struct Told {
+    ZORA_Long handle = 0;           // of this server
+    RemoteProviders::Place remote;  // when all of this server were
+  };
+
+  bool sendBatch(const PeerAddress& subscriber, Told* told);
+  std::optional<SourceNames> next(Told* told) const;
 
   const Registry& _registry;
+  const RemoteProviders& _remote;
   Publisher& _publisher;
   const std::size_t _batch;
-  // The highest handle that each one has been told of.
-  std::unordered_map<PeerAddress, ZORA_Long, PeerAddressHash> _lastTold;
+  std::unordered_map<PeerAddress, Told, PeerAddressHash> _told;
   std::vector<PeerAddress> _due;  // with room for all of them
 };
 

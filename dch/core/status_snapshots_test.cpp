@@ -35,8 +35,9 @@ class StatusSnapshotsTest : public ::testing::Test {
   Subscriptions _subscriptions;
   Publisher _publisher{_subscriptions, _rowsOut, _counters, _log};
   Registry _registry;
+  RemoteProviders _remote;
   static constexpr std::size_t batch = 2;
-  StatusSnapshots _snapshots{_registry, _publisher, batch};
+  StatusSnapshots _snapshots{_registry, _remote, _publisher, batch};
   const PeerAddress _client;
 };
 
@@ -66,6 +67,19 @@ TEST_F(StatusSnapshotsTest, LeaveOutWhatGoesOffLineMeanwhile) {
   testkit::goOffline(_registry, 4);
   _snapshots.advance();
   expectEvents({"s1", "s2", "s5"});
+}
+
+TEST_F(StatusSnapshotsTest, GoOnWithThoseOfOtherSites) {
+  for (const char* const site : {"west", "east"})
+    for (const char* const source : {"s1", "s6"})
+      _remote.take(site, {ProviderFact::Kind::online, "A", "g", source});
+  _snapshots.start(_client);
+  for (int rounds = 0; rounds < 2; ++rounds) _snapshots.advance();
+  expectEvents({"s1", "s2", "s3", "s4", "s5", "s1"});
+  _remote.take("east", {ProviderFact::Kind::offline, "A", "g", "s6"});
+  _snapshots.advance();
+  expectEvents({"s1", "s6"});
+  EXPECT_FALSE(_snapshots.areUnderWay());
 }
 
 TEST_F(StatusSnapshotsTest, StartAgainForOneWhoAsksAgain) {
