@@ -38,6 +38,8 @@ class OwnProviders {
   };
   // For all who listen; it is not told again. Throws std::bad_alloc; nothing has changed then.
   Changes changes();
+  // Whether there is something that it has not told.
+  bool hasChanges() const { return _told != _revision; }
 
   struct Piece {
     // That changes() told last, 0 when it has told none yet: then this is not to be sent. The lines
