@@ -81,6 +81,8 @@ constexpr CounterCase counterCases[] = {
     {Counter::linkLiveRefused, OF_LINK(linkLiveRefused)},
     {Counter::linkSubscriptionsRefused, OF_LINK(linkSubscriptionsRefused)},
     {Counter::linkHandlesRefused, OF_LINK(linkHandlesRefused)},
+    {Counter::linkQuestionsRefused, OF_LINK(linkQuestionsRefused)},
+    {Counter::linkProvidersRefused, OF_LINK(linkProvidersRefused)},
     {Counter::applications, cases::applications},
     {Counter::sources, cases::sources},
     {Counter::sourcesOnline, cases::sourcesOnline},

@@ -80,8 +80,9 @@ TEST_F(HostileUserTest, MaySendNothingThatIsAnothers) {
 TEST_F(HostileUserTest, MayListenToNothingThatIsAnothers) {
   for (const char* const subject :
        {">", "zord.>", "zord.*.*", "zord.rows.>", "zord.rows.east.>", "zord.fetch.*",
-        "zord.fetch.east", "_INBOX.>", "_INBOX.*.>", "_INBOX.east.>", "_INBOX.hub.>",
-        "_INBOX.hub.*.east.*", "$JS.>", "$JS.API.>", "$JS.ACK.>", "$JS.EVENT.>", "$SYS.>"}) {
+        "zord.fetch.east", "zord.known.*", "zord.known.east", "_INBOX.>", "_INBOX.*.>",
+        "_INBOX.east.>", "_INBOX.hub.>", "_INBOX.hub.*.east.*", "$JS.>", "$JS.API.>", "$JS.ACK.>",
+        "$JS.EVENT.>", "$SYS.>"}) {
     EXPECT_TRUE(_hostile.isListeningRefused(subject)) << subject;
     EXPECT_TRUE(_hostile.isListeningRefused(subject, "zordchd")) << subject;
   }

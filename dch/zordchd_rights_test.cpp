@@ -13,6 +13,7 @@
 #include "dch/testkit/messages.h"
 #include "dch/testkit/reported_counters.h"
 #include "dch/testkit/rights_test.h"
+#include "zordchcl/messages.h"
 
 namespace dch::testkit {
 namespace {
@@ -75,6 +76,19 @@ TEST_P(EachFileOfUsersTest, SubscribersAtTheHubGetRowsAsTheyCome) {
     return subscriber.receive(200).has_value();
   };
   EXPECT_TRUE(waitUntil(isPushed, linkPatience)) << _nats.server().log();
+  EXPECT_THAT(violations(), IsEmpty());
+}
+
+TEST_P(EachFileOfUsersTest, ConsumersAtTheHubSeeTheApplicationsOfSites) {
+  _hub.begin();
+  _west.begin();
+  _west.send(1);
+  const TcpClient consumer(_hub.process().port());
+  const auto isSeen = [&] {
+    const auto lines = textOf(consumer.ask(catalogueMessage(DCH_REQUEST_APPLICATIONS)));
+    return lines.value_or("").starts_with("HOSTMON,");
+  };
+  EXPECT_TRUE(waitUntil(isSeen, linkPatience)) << _nats.server().log();
   EXPECT_THAT(violations(), IsEmpty());
 }
 
@@ -171,6 +185,8 @@ constexpr Without programsMiss[] = {
     {"east", "zord.alive.*"},
     {"east", "zord.live.east.>"},
     {"east", "zord.live.>"},
+    {"east", "zord.known.east"},
+    {"east", "zord.known.*"},
     {"hub", "$JS.API.STREAM.CREATE.ZORD_ROWS"},
     {"hub", "zord.fetch.*"},
     {"hub", "$JS.API.CONSUMER.CREATE.ZORD_ROWS"},

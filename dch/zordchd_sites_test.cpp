@@ -15,6 +15,7 @@
 #include "dch/testkit/link_test.h"
 #include "dch/testkit/linked_server.h"
 #include "dch/testkit/messages.h"
+#include "dch/testkit/nats_client.h"
 #include "dch/testkit/nats_server.h"
 #include "dch/testkit/reported_counters.h"
 #include "dch/testkit/store_test.h"
@@ -284,6 +285,19 @@ TEST_F(SiteRightsTest, OtherSitesSeeWhoMayNotSendLiveRows) {
   EXPECT_TRUE(waitUntil(isTold, linkPatience));
   EXPECT_TRUE(server.waitForError("so subscribers get no rows of other sites"));
   EXPECT_TRUE(waitUntil([&] { return isHeard(adminUrl(nats), "zord.alive.west"); }, linkPatience));
+  EXPECT_EQ(server.stop(SIGTERM), 0);
+}
+
+// Neither the rows nor the others notice.
+TEST_F(SiteRightsTest, OtherSitesSeeWhoMayNotBeAskedForItsProviders) {
+  const NatsServer nats(allowing("\"zord.alive.west\", ", "\"zord.alive.*\", \"zord.live.>\", "));
+  askJetStream(adminUrl(nats), "CREATE");
+  ServerProcess server(linkedWith(nats));
+  EXPECT_TRUE(server.waitForError("\"zord.known.west\""));
+  EXPECT_TRUE(server.waitForError("so consumers see no applications of other sites"));
+  EXPECT_TRUE(waitUntil([&] { return isHeard(adminUrl(nats), "zord.alive.west"); }, linkPatience));
+  sendRows(server.port(), 5);
+  EXPECT_EQ(readStream(adminUrl(nats), 5).size(), 5u);
   EXPECT_EQ(server.stop(SIGTERM), 0);
 }
 

@@ -194,6 +194,26 @@ void linkMessagesRefused() {
   EXPECT_TRUE(store.comesTo(moves, Counter::linkMessagesRefused, 3));
 }
 
+// A server that does not hear questions yet is asked again.
+void linkQuestionsRefused() {
+  const NatsServer nats;
+  LinkedStore store;
+  const CounterMoves moves(store.counters);
+  store.link(nats.url());
+  OtherSites sites(store, nats.url());
+  ASSERT_TRUE(sites.isHeard("east"));
+  EXPECT_EQ(moves.of(Counter::linkQuestionsRefused), 0);
+  int asked = 0;
+  const auto hasMoved = [&] {
+    ++asked;
+    sites.say("zord.known.west", "nonsense");
+    store.hasMoved(moves, Counter::linkQuestionsRefused, 3);
+    return moves.of(Counter::linkQuestionsRefused) >= 3;
+  };
+  EXPECT_TRUE(waitUntil(hasMoved, linkPatience));
+  EXPECT_LE(moves.of(Counter::linkQuestionsRefused), asked);
+}
+
 void linkSites() {
   const NatsServer nats;
   LinkedStore store;

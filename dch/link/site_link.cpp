@@ -32,27 +32,13 @@ constexpr milliseconds slack{500};
 // A connection that has held for so long is as good as any.
 constexpr std::chrono::seconds goodAfterHolding{60};
 
-constexpr char theRights[] = "the rights", theName[] = "the name",
-               theRightsOnRows[] = "the rights on rows";
-
-constexpr std::string_view liveRows = "\"zord.live.";
-
-bool isAboutRows(std::string_view refusal) {
-  return refusal.find(liveRows) != std::string_view::npos;
-}
-
-// Of all groups: which one it was is by chance.
-std::string withoutGroup(std::string_view refusal) {
-  const std::size_t site = refusal.find(liveRows) + liveRows.size();
-  const std::size_t begin = refusal.find('.', site), end = refusal.find('"', site);
-  if (end == std::string_view::npos || begin > end) return std::string(refusal);
-  return std::string(refusal.substr(0, begin)) + ".>" + std::string(refusal.substr(end));
-}
+constexpr char theRights[] = "the rights", theName[] = "the name";
 
 }  // namespace
 
 SiteLink::SiteLink(const LinkSettings& settings, const Epoch& run, std::string version,
-                   std::shared_ptr<LiveRows> rows, LinkLog& log)
+                   std::shared_ptr<LiveRows> rows, std::shared_ptr<SiteProviders> providers,
+                   LinkLog& log)
     : _settings(settings),
       _run(run),
       _version(std::move(version)),
@@ -61,7 +47,8 @@ SiteLink::SiteLink(const LinkSettings& settings, const Epoch& run, std::string v
       _inbox(std::make_shared<AliveInbox>()),
       _rows(std::move(rows)),
       _watch(settings.site, run),
-      _exchange(_rows) {
+      _exchanges(settings.site, run, _rows, std::move(providers), log,
+                 [inbox = _inbox] { inbox->ring(); }) {
   _rows->setWakeLink([inbox = _inbox] { inbox->ring(); });
   _figures.sites = std::make_shared<const std::vector<SiteState>>();
   _thread = std::thread([this] { this->run(); });
@@ -96,10 +83,7 @@ void SiteLink::run() noexcept {
       work();
     } catch (const NotPermitted& error) {
       disconnect();
-      if (isAboutRows(error.what()))
-        goOnWithoutRows(error.what());
-      else
-        tryMuchLater(error.what());
+      if (!_exchanges.noteRefusal(error.what())) tryMuchLater(error.what());
     } catch (const LinkError& error) {
       disconnect();
       tryLater(error.what());
@@ -118,14 +102,13 @@ void SiteLink::work() {
   await();
   if (_connection != nullptr) {
     _connection->check();
-    exchangeRows();
+    exchange();
   }
   if (_maySpeak) takeHeard();
   lookAround();
   if (_connection == nullptr) return;
   speakIfDue();
   const auto now = Clock::now();
-  if (_exchange.isOn() && now - _exchangesSince >= goodAfterHolding) _log.forget(theRightsOnRows);
   if (_isGood || now - _connectedSince < goodAfterHolding) return;
   _isGood = true;
   _log.forget(server());
@@ -135,21 +118,16 @@ void SiteLink::work() {
 // Until there is something to do, or to look whether there is.
 void SiteLink::await() {
   _rows->await();
-  if (_exchange.hasMore()) return;
+  if (_exchanges.hasMore()) return;
   _inbox->wait(Clock::now() < _nextTaking ? pauseOfTaking : longestWait);
 }
 
 // While others may hear this site, as long as its name is its own.
-void SiteLink::exchangeRows() {
-  const auto now = Clock::now();
-  const bool mayExchange = _maySpeak && !_wasAside && now >= _nextExchange;
-  if (mayExchange && !_exchange.isOn()) {
-    _exchange.begin(*_connection);
-    _exchangesSince = now;
-  } else if (!mayExchange) {
-    _exchange.end();
-  }
-  _exchange.work();
+void SiteLink::exchange() {
+  if (_maySpeak && !_wasAside)
+    _exchanges.work(*_connection);
+  else
+    _exchanges.end();
 }
 
 // To one of the servers, which take turns.
@@ -168,11 +146,12 @@ void SiteLink::connect() {
 }
 
 void SiteLink::disconnect() noexcept {
-  _exchange.end();
+  _exchanges.end();
   _maySpeak = false;
   _subscription.reset();
   _connection.reset();
   _inbox->take();  // what was not looked at is old when it is
+  _inbox->takeChanges();
 }
 
 // What is wrong with a server is wrong for the rows, too: it is told once of both.
@@ -192,20 +171,6 @@ void SiteLink::tryMuchLater(std::string_view reason) noexcept {
   _nextTry = Clock::now() + pauseWithoutRights;
 }
 
-// The server says of a connection only once that something is not permitted: the next one begins
-// without it.
-void SiteLink::goOnWithoutRows(std::string_view reason) noexcept {
-  try {
-    _log.tellOnce(theRightsOnRows,
-                  withoutGroup(reason) +
-                      "; so subscribers get no rows of other sites, nor those there of this one; "
-                      "the rows are published all the same");
-  } catch (const std::bad_alloc&) {
-    // It is told the next time.
-  }
-  _nextExchange = Clock::now() + pauseWithoutRights;
-}
-
 void SiteLink::takeHeard() {
   const auto now = Clock::now();
   if (now < _nextTaking) return;
@@ -216,13 +181,14 @@ void SiteLink::takeHeard() {
           isToldAt(++_sitesWithoutRoom))
         _log.tell("more sites say that they are there than can be known, " +
                   std::to_string(_sitesWithoutRoom) + " messages so far");
+  for (const SiteChanges& each : _inbox->takeChanges()) _exchanges.providers().heard(each);
   noteName();
   if (!heard.empty()) _nextTaking = now + pauseOfTaking;
 }
 
 void SiteLink::noteName() {
   const bool isAside = _watch.isAside();
-  if (isAside) _exchange.end();  // before anybody is told
+  if (isAside) _exchanges.end();  // before anybody is told
   const bool hasRival = isAside || _watch.hasRival();
   if (std::exchange(_hasRival, hasRival) != hasRival) {
     if (hasRival)
@@ -241,13 +207,15 @@ void SiteLink::noteName() {
   _figures.isAside = isAside;
   _figures.nameRefused = _namesRefused;
   _figures.messagesRefused = _inbox->refused() + _sitesWithoutRoom;
+  _figures.questionsRefused = _exchanges.providers().refused() + _inbox->changesDropped();
 }
 
 void SiteLink::lookAround() {
   const auto now = Clock::now();
   if (now < _nextLook) return;
   _nextLook = now + pauseOfLookingAround;
-  _watch.fallenSilent(now, _maySpeak);
+  for (const std::string& each : _watch.fallenSilent(now, _maySpeak))
+    _exchanges.providers().silent(each);
   noteName();
   auto sites = std::make_shared<const std::vector<SiteState>>(_watch.states());
   for (const std::string& each : _news.lines(*sites, now)) _log.tell(each);
@@ -265,7 +233,8 @@ void SiteLink::speakIfDue() {
   const auto now = Clock::now();
   if (tick.number == 0 || now - tick.time > longestTick) return;
   const bool isAsked = _watch.mustSpeakNow(now);
-  if (isAsked || (tick.number != _spokenTick && now >= _nextSpeech)) speak(tick, false);
+  const bool isDue = now >= _nextSpeech || _exchanges.providers().hasChanges();
+  if (isAsked || (tick.number != _spokenTick && isDue)) speak(tick, false);
 }
 
 void SiteLink::speak(const Tick& tick, bool isLast) {
@@ -280,6 +249,14 @@ void SiteLink::speak(const Tick& tick, bool isLast) {
   message.newest = tick.places.newest;
   message.published = tick.places.published;
   message.version = _version;
+  // Not before it is settled which of two of one name has it.
+  const bool isNewAndAlone = message.state == AliveMessage::State::newcomer && !message.hears;
+  if (message.state == AliveMessage::State::here || isNewAndAlone) {
+    OwnProviders::Changes changes = _exchanges.providers().changes();
+    message.from = changes.from;
+    message.to = changes.to;
+    message.changes = std::move(changes.text);
+  }
   _connection->send(_subject, {}, {}, aliveText(message));
   // Who tries again and again whether he may is not to be there for the others, nor they for him,
   // for a moment each time.

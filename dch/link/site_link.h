@@ -1,5 +1,5 @@
 // site_link.h: says to all other sites that this one is there, and hears them, on a thread of its
-// own, which also passes live rows to and fro.
+// own, which also passes live rows to and fro, and tells what providers there are.
 #ifndef DCH_LINK_SITE_LINK_H
 #define DCH_LINK_SITE_LINK_H
 
@@ -17,12 +17,13 @@
 #include "dch/core/epoch.h"
 #include "dch/core/site_state.h"
 #include "dch/link/alive_inbox.h"
+#include "dch/link/exchanges.h"
 #include "dch/link/link_log.h"
 #include "dch/link/link_settings.h"
 #include "dch/link/live_connection.h"
-#include "dch/link/live_exchange.h"
 #include "dch/link/live_rows.h"
 #include "dch/link/site_news.h"
+#include "dch/link/site_providers.h"
 #include "dch/link/site_watch.h"
 #include "dch/link/waitable_flag.h"
 
@@ -30,9 +31,10 @@ namespace dch {
 
 // What has been done since it was made, and what is known now.
 struct SiteFigures {
-  bool isAside = false;               // another server has this site's name, and keeps it
-  std::uint64_t nameRefused = 0;      // times that another one was found to have the name
-  std::uint64_t messagesRefused = 0;  // that are none of a site, or of too many
+  bool isAside = false;                // another server has this site's name, and keeps it
+  std::uint64_t nameRefused = 0;       // times that another one was found to have the name
+  std::uint64_t messagesRefused = 0;   // that are none of a site, or of too many
+  std::uint64_t questionsRefused = 0;  // see ProviderExchange::refused
   // The other sites, by name, as of some second; never null.
   std::shared_ptr<const std::vector<SiteState>> sites;
 };
@@ -42,9 +44,9 @@ struct SiteFigures {
 class SiteLink {
  public:
   // `run` names this run of the server. `log` outlives it. To be made where the channel's thread
-  // has not told `rows` anything yet.
+  // has not told `rows` or `providers` anything yet.
   SiteLink(const LinkSettings& settings, const Epoch& run, std::string version,
-           std::shared_ptr<LiveRows> rows, LinkLog& log);
+           std::shared_ptr<LiveRows> rows, std::shared_ptr<SiteProviders> providers, LinkLog& log);
   // Waits for the end.
   ~SiteLink();
   SiteLink(const SiteLink&) = delete;
@@ -81,10 +83,9 @@ class SiteLink {
   void disconnect() noexcept;
   void tryLater(std::string_view reason) noexcept;
   void tryMuchLater(std::string_view reason) noexcept;
-  void goOnWithoutRows(std::string_view reason) noexcept;
   const std::string& server() const { return _settings.servers[_turn % _settings.servers.size()]; }
   void await();
-  void exchangeRows();
+  void exchange();
   void takeHeard();
   void noteName();
   void lookAround();
@@ -106,10 +107,8 @@ class SiteLink {
   SiteNews _news;
   std::unique_ptr<LiveConnection> _connection;
   std::optional<LiveConnection::Subscription> _subscription;  // of that connection
-  LiveExchange _exchange;                                     // on that connection
-  Clock::time_point _exchangesSince;
-  Clock::time_point _nextExchange;
-  std::size_t _turn = 0;  // of the servers
+  Exchanges _exchanges;                                       // on that connection
+  std::size_t _turn = 0;                                      // of the servers
   Clock::time_point _nextTry;
   Clock::time_point _connectedSince;
   bool _isGood = false;  // this connection

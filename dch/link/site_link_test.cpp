@@ -27,7 +27,7 @@ class TickingSite {
               const std::optional<LinkUser>& user = {})
       : _run(testkit::name(1, run).epoch),
         _link({.servers = {url}, .site = name, .user = user}, _run, "1.2.3",
-              std::make_shared<LiveRows>(name, _run), _log),
+              std::make_shared<LiveRows>(name, _run), std::make_shared<SiteProviders>(), _log),
         _thread([this] { tick(); }) {}
   ~TickingSite() {
     _isEnding = true;

@@ -67,6 +67,8 @@ class Channel : private Answers, private StreamClient {
   const Core& core() const { return _core; }
   // Who pushes rows of other sites; settle() is to be called behind them.
   RemoteRowsIn& remoteRows() { return _remoteRows; }
+  // What other sites have; consumers are told of it.
+  RemoteProviders& remoteProviders() { return _core.remoteProviders(); }
 
   // Brings its gauges up to date.
   void setGauges() noexcept;

@@ -45,7 +45,7 @@ Server::Server(ServedPort&& port, const std::optional<std::string>& statePath,
       _link(_loop, _store, _log, _configuration.link, _epoch),
       _page(_loop, _counters, _configuration.webAddress),
       _channel(_loop, std::move(port), limitsWithRoom(_configuration), _store.store(),
-               _configuration.actions, _counters, _log, {_page.observer(), _link.observer()}),
+               _configuration.actions, _counters, _log, _link.observersWith(_page.observer())),
       _tick(_loop, [this] { tick(); }) {}
 
 Server::~Server() {

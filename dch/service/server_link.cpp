@@ -12,8 +12,10 @@
 #include "dch/link/live_rows.h"
 #include "dch/link/row_publisher.h"
 #include "dch/link/site_link.h"
+#include "dch/link/site_providers.h"
 #include "dch/service/server_hub.h"
 #include "dch/service/server_live.h"
+#include "dch/service/server_providers.h"
 #endif
 
 namespace dch {
@@ -52,11 +54,14 @@ ServerLink::ServerLink(EventLoop& loop, ServerStore& store, const Log& log,
       _settings(settings),
       _run(run),
       _lines(std::make_unique<LinkLog>()) {
-  if (!settings.servers.empty()) _liveRows = std::make_shared<LiveRows>(settings.site, run);
+  if (settings.servers.empty()) return;
+  _liveRows = std::make_shared<LiveRows>(settings.site, run);
+  _siteProviders = std::make_shared<SiteProviders>();
 }
 
-Observer* ServerLink::observer() {
-  return _liveRows.get();
+Observers ServerLink::observersWith(Observer* page) {
+  if (_liveRows == nullptr) return page;
+  return {page, _liveRows.get(), &_siteProviders->changed};
 }
 
 ServerLink::~ServerLink() {
@@ -76,8 +81,12 @@ ServerLink::~ServerLink() {
 
 void ServerLink::start(Channel* channel) {
   if (_liveRows == nullptr) return;
-  _sites = std::make_unique<SiteLink>(_settings, _run, ZORD410_VERSION, _liveRows, *_lines);
-  if (channel != nullptr) _live = std::make_unique<ServerLive>(_loop, _liveRows, *channel);
+  _sites = std::make_unique<SiteLink>(_settings, _run, ZORD410_VERSION, _liveRows, _siteProviders,
+                                      *_lines);
+  if (channel != nullptr) {
+    _live = std::make_unique<ServerLive>(_loop, _liveRows, *channel);
+    _providers = std::make_unique<ServerProviders>(_loop, _siteProviders, *channel);
+  }
   _rows = _store.keptRows();
   if (!_rows) return _log.warn("link: no rows are published, as the state is in memory");
   _publisher = std::make_unique<RowPublisher>(_settings, *_rows, *_lines);
@@ -87,6 +96,7 @@ void ServerLink::start(Channel* channel) {
 
 void ServerLink::tick() noexcept {
   if (_sites == nullptr) return;
+  if (_providers != nullptr) _providers->tick();  // before it is said that this site is there
   heedSites();
   if (_publisher != nullptr) {
     keepPosition();
@@ -99,6 +109,7 @@ void ServerLink::tick() noexcept {
 
 void ServerLink::stop() noexcept {
   _live.reset();
+  _providers.reset();
   if (_publisher != nullptr) _publisher->stop();
   if (_hub != nullptr) _hub->stop();
   if (_sites != nullptr) _sites->stop();
@@ -119,7 +130,9 @@ void ServerLink::setCounters(Counters* counters) const {
   counters->set(Counter::linkMessagesRefused, sites.messagesRefused);
   counters->set(Counter::linkSiteNameRefused, sites.nameRefused);
   counters->set(Counter::linkAside, sites.isAside ? 1 : 0);
+  counters->set(Counter::linkQuestionsRefused, sites.questionsRefused);
   if (_live != nullptr) _live->setCounters(counters);
+  if (_providers != nullptr) _providers->setCounters(counters);
   counters->set(Counter::linkSites, sites.sites->size());
   counters->set(Counter::linkSitesSilent,
                 static_cast<std::uint64_t>(
@@ -196,14 +209,16 @@ class LinkLog {};
 class RowPublisher {};
 class ServerHub {};
 class ServerLive {};
+class ServerProviders {};
 class SiteLink {};
+struct SiteProviders {};
 
 ServerLink::ServerLink(EventLoop& loop, ServerStore& store, const Log& log,
                        const LinkSettings& settings, const Epoch& run)
     : _loop(loop), _store(store), _log(log), _settings(settings), _run(run) {}
 ServerLink::~ServerLink() = default;
-Observer* ServerLink::observer() {
-  return nullptr;
+Observers ServerLink::observersWith(Observer* page) {
+  return page;
 }
 void ServerLink::start(Channel*) {}
 void ServerLink::tick() noexcept {}

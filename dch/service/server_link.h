@@ -11,7 +11,7 @@
 #include "dch/core/counters.h"
 #include "dch/core/epoch.h"
 #include "dch/core/log.h"
-#include "dch/core/observer.h"
+#include "dch/core/observers.h"
 #include "dch/core/site_state.h"
 #include "dch/core/store.h"
 #include "dch/link/link_settings.h"
@@ -26,7 +26,9 @@ class LiveRows;
 class RowPublisher;
 class ServerHub;
 class ServerLive;
+class ServerProviders;
 class SiteLink;
+struct SiteProviders;
 
 // Has the store keep how far its rows are published, and in a hub the rows of others. One thread,
 // the loop's.
@@ -40,11 +42,12 @@ class ServerLink : private StoreClient {
   // keep then is appended to it.
   ~ServerLink();
 
-  // Whom the channel is to tell what it does; null without a link. Gone after the channel.
-  Observer* observer();
+  // Whom the channel is to tell what it does, beside `page`, which may be null. Gone after the
+  // channel.
+  Observers observersWith(Observer* page);
 
-  // When the store has told what it has. `channel` gets live rows of other sites until stop(), or
-  // is null. Throws std::system_error or std::bad_alloc.
+  // When the store has told what it has. `channel` gets live rows and providers of other sites
+  // until stop(), or is null. Throws std::system_error or std::bad_alloc.
   void start(Channel* channel);
 
   // Every second.
@@ -76,13 +79,15 @@ class ServerLink : private StoreClient {
   const Log& _log;
   const LinkSettings _settings;
   const Epoch _run;
-  std::shared_ptr<LiveRows> _liveRows;  // null without a link
+  std::shared_ptr<LiveRows> _liveRows;            // null without a link
+  std::shared_ptr<SiteProviders> _siteProviders;  // likewise
   std::optional<KeptRowsSource> _rows;
   std::unique_ptr<LinkLog> _lines;
   std::unique_ptr<RowPublisher> _publisher;
   std::unique_ptr<ServerHub> _hub;
   std::unique_ptr<SiteLink> _sites;
   std::unique_ptr<ServerLive> _live;
+  std::unique_ptr<ServerProviders> _providers;
   std::int64_t _keptPosition = 0;  // that the store has kept, or is about to
   std::uint64_t _lostRowsToTell = 1;
 };

@@ -92,6 +92,8 @@ void linkLiveLost();
 void linkLiveRefused();
 void linkSubscriptionsRefused();
 void linkHandlesRefused();
+void linkQuestionsRefused();
+void linkProvidersRefused();
 void linkFailures();
 void linkRowsCollected();
 void linkRowsFetched();
