@@ -3,11 +3,11 @@
 # The presets build with ninja; `cmake -S . -B B` alone takes make.
 build_packages=(
   cmake g++ libboost1.81-dev libcli11-dev libcsv-dev libcurl4-openssl-dev libgmock-dev libgtest-dev libjs-dygraphs
-  libnats-dev libsqlite3-dev libsystemd-dev libtomlplusplus-dev make ninja-build nlohmann-json3-dev pkgconf python3
-  scdoc)
+  libnats-dev libpq-dev libsqlite3-dev libsystemd-dev libtomlplusplus-dev make ninja-build nlohmann-json3-dev pkgconf
+  python3 scdoc)
 test_packages=(
   bash-completion chromium chromium-driver clang-format curl fish fonts-dejavu-core man-db mypy nats-server openssl
-  prometheus python3-pexpect python3-pyte python3-pytest python3-selenium sqlite3 strace systemd tshark zsh)
+  postgresql prometheus python3-pexpect python3-pyte python3-pytest python3-selenium sqlite3 strace systemd tshark zsh)
 fuzz_packages=(clang libclang-rt-14-dev)
 analysis_packages=(clang-tidy cppcheck)
 coverage_packages=(gcovr)

@@ -36,4 +36,11 @@ if grep -Ev '^dch/(link/.*|testkit/(.*\.cpp|nats_(messages|client)\.h))$' <<<"$n
   echo "NATS is for the sources of dch/link alone" >&2
   failed=1
 fi
+
+postgres=$(grep -rlE '^ *# *include *([<"]libpq|"dch/postgres/)' \
+  --include='*.cpp' --include='*.h' dch tools tests examples fuzz bench)
+if grep -Ev '^dch/(postgres/.*|testkit/.*\.cpp)$' <<<"$postgres" >&2; then
+  echo "PostgreSQL is for the sources of dch/postgres alone" >&2
+  failed=1
+fi
 exit $failed
