@@ -19,7 +19,9 @@ ChangeWriter::ChangeWriter(sqlite::Connection& connection, const Epoch& epoch)
       _newestRows(connection, _providers),
       _clockSteps(connection, _providers),
       _epochs(connection, epoch),
-      _remote(connection, _providers),
+      _remoteTables(connection, _providers),
+      _remoteSources(connection),
+      _remote(_remoteTables, _remoteSources),
       _position(_newestRows.position()),
       _defer(connection, "INSERT INTO kept_deferrals VALUES (?, ?, ?, ?, ?, ?, ?)"),
       _startAction(connection, R"(

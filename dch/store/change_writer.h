@@ -8,6 +8,8 @@
 #include "dch/core/change.h"
 #include "dch/store/clock_steps.h"
 #include "dch/store/epoch_table.h"
+#include "dch/store/file_remote_sources.h"
+#include "dch/store/file_remote_tables.h"
 #include "dch/store/newest_rows.h"
 #include "dch/store/providers.h"
 #include "dch/store/remote_writer.h"
@@ -70,6 +72,8 @@ class ChangeWriter {
   NewestRows _newestRows;
   ClockSteps _clockSteps;
   EpochTable _epochs;
+  FileRemoteTables _remoteTables;
+  FileRemoteSources _remoteSources;
   RemoteWriter _remote;
   std::int64_t _position;
   bool _positionIsDue = false;  // a change has used one that no row tells

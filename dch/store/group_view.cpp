@@ -14,9 +14,18 @@ constexpr std::string_view reservedPrefix = "sqlite_";
 
 constexpr char replacement[] = "\xEF\xBF\xBD";
 
+// To so many bytes at most, between two characters.
+void cut(std::string* text, std::size_t mostBytes) {
+  if (text->size() <= mostBytes) return;
+  const auto continues = [&](std::size_t at) { return ((*text)[at] & 0xC0) == 0x80; };
+  while (mostBytes > 0 && continues(mostBytes)) --mostBytes;
+  text->resize(mostBytes);
+}
+
 }  // namespace
 
-SqlNames::SqlNames(std::initializer_list<std::string_view> taken) {
+SqlNames::SqlNames(std::initializer_list<std::string_view> taken, std::size_t mostBytes)
+    : _mostBytes(mostBytes) {
   for (const std::string_view name : taken) _taken.insert(folded(name));
 }
 
@@ -26,7 +35,13 @@ std::string SqlNames::take(std::string_view wanted) {
   for (std::size_t at = 0; (at = name.find('\0', at)) != std::string::npos;)
     name.replace(at, 1, replacement);
   if (folded(name).starts_with(reservedPrefix)) name.insert(0, 1, '_');
-  while (!_taken.insert(folded(name)).second) name += '_';
+  cut(&name, _mostBytes);
+  const std::string whole = name;
+  for (std::size_t more = 1; !_taken.insert(folded(name)).second; ++more) {
+    name = whole;
+    cut(&name, _mostBytes - more);
+    name.append(more, '_');
+  }
   return name;
 }
 
@@ -50,8 +65,9 @@ std::string remoteRowTableName(std::int64_t group) {
 }
 
 std::vector<AttributeColumn> viewColumns(const std::vector<AttributeColumn>& attributes,
-                                         std::size_t mostColumns, ViewedSites sites) {
-  SqlNames names = {"time", "time_us", "source", "handle", "code"};
+                                         std::size_t mostColumns, ViewedSites sites,
+                                         std::size_t mostNameBytes) {
+  SqlNames names({"time", "time_us", "source", "handle", "code"}, mostNameBytes);
   std::size_t left = mostColumns - fixedColumns;
   if (sites == ViewedSites::all) {
     names.take("site");

@@ -20,14 +20,18 @@
 
 namespace dch {
 
+// A name may be as long as it likes.
+inline constexpr std::size_t anyLength = static_cast<std::size_t>(-1);
+
 // Names that are taken. One thread.
 class SqlNames {
  public:
-  SqlNames() = default;
-  SqlNames(std::initializer_list<std::string_view> taken);
+  // A name has so many bytes at most.
+  explicit SqlNames(std::initializer_list<std::string_view> taken = {},
+                    std::size_t mostBytes = anyLength);
 
   // Takes the name, or the next free one. Bytes that are no UTF-8, or zero, become U+FFFD, since
-  // names of tables and columns have to be text.
+  // names of tables and columns have to be text. Of one that is too long its start is taken.
   std::string take(std::string_view wanted);
 
   // Gives a name back that was taken.
@@ -36,6 +40,7 @@ class SqlNames {
  private:
   static std::string folded(std::string_view name);
 
+  const std::size_t _mostBytes;
   std::set<std::string> _taken;
 };
 
@@ -57,7 +62,8 @@ enum class ViewedSites { own, all };
 
 // What the attributes are called in the view, those for which a result has no room left out.
 std::vector<AttributeColumn> viewColumns(const std::vector<AttributeColumn>& attributes,
-                                         std::size_t mostColumns, ViewedSites sites);
+                                         std::size_t mostColumns, ViewedSites sites,
+                                         std::size_t mostNameBytes = anyLength);
 
 // The statement that makes the view.
 std::string groupViewStatement(std::string_view view, std::int64_t group,

@@ -33,6 +33,17 @@ class GroupView : public testkit::StoreTest {
   }
 };
 
+TEST(SqlNamesTest, AreAsLongAsTheyMayBe) {
+  SqlNames names({"long"}, 6);
+  EXPECT_EQ(names.take("long"), "long_");
+  EXPECT_EQ(names.take("longer name"), "longer");
+  EXPECT_EQ(names.take("LONGER still"), "LONGE_");
+  EXPECT_EQ(names.take("longer again"), "long__");
+  EXPECT_EQ(names.take("five \xC3\xA4"), "five ") << "no half of a character";
+  EXPECT_EQ(names.take("\xC3\xA4\xC3\xA4\xC3\xA4"), "\xC3\xA4\xC3\xA4\xC3\xA4");
+  EXPECT_EQ(names.take("\xC3\xA4\xC3\xA4\xC3\xA4"), "\xC3\xA4\xC3\xA4_");
+}
+
 TEST_F(GroupView, IsThereFromTheRegistrationOn) {
   start();
   registerGroup("attr:load1,N,4;attr:text,D,16;");

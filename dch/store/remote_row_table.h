@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "dch/core/message.h"
+#include "dch/store/remote_tables.h"
 #include "dch/store/row_table.h"
 
 namespace dch {
@@ -15,14 +16,14 @@ namespace dch {
 // and each site has a clock of its own, which may be wrong: an index finds the old ones, so that
 // one does no harm to the others. Writes in the transaction of its caller; after one that did not
 // succeed it is made anew. One thread at a time.
-class RemoteRowTable {
+class RemoteRowTable : public RemoteRowSink {
  public:
   // See RowTable.
   RemoteRowTable(sqlite::Connection& connection, SchemaEdits& edits, std::int64_t group,
                  const AttributeColumns& columns, bool isInFile);
   void define();
   void insert(std::int64_t number, ZORA_Long handle, Time time, std::string_view message,
-              bool isRow);
+              bool isRow) override;
   const std::optional<RowTable::Place>& first() { return _rows.first(); }
 
   // The time of the row that is the oldest by its time; without a search while none is removed.

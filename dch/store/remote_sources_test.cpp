@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "dch/core/handles.h"
+#include "dch/store/file_remote_sources.h"
 #include "dch/store/schema.h"
 
 namespace dch {
@@ -14,14 +15,18 @@ namespace {
 
 class RemoteSourcesTest : public testing::Test {
  protected:
-  RemoteSourcesTest() { upgradeSchema(_connection, 0); }
+  static sqlite::Connection& upgraded(sqlite::Connection& connection) {
+    upgradeSchema(connection, 0);
+    return connection;
+  }
 
   sqlite::Connection _connection{":memory:", nullptr};
+  FileRemoteSources _table{upgraded(_connection)};
 };
 
 TEST_F(RemoteSourcesTest, EachHasAHandleForGood) {
   for (int round = 0; round < 2; ++round) {
-    RemoteSources sources(_connection);
+    RemoteSources sources(_table);
     const ZORA_Long first = sources.handleOf({"s", "A", "g", "host"});
     EXPECT_EQ(first, firstRemoteHandle);
     EXPECT_EQ(sources.handleOf({"s", "A", "g", "other"}), first + 1);
@@ -33,7 +38,7 @@ TEST_F(RemoteSourcesTest, EachHasAHandleForGood) {
 }
 
 TEST_F(RemoteSourcesTest, NamesThatMakeTheSameTextTogetherAreNotMixedUp) {
-  RemoteSources sources(_connection);
+  RemoteSources sources(_table);
   const std::vector<RemoteNames> all = {
       {"a", "b", "c", "d"},      {"ab", "", "c", "d"}, {"", "ab", "c", "d"},
       {"a", "bc", "", "d"},      {"a", "", "bc", "d"}, {"a", "b", "cd", ""},
@@ -45,7 +50,7 @@ TEST_F(RemoteSourcesTest, NamesThatMakeTheSameTextTogetherAreNotMixedUp) {
 }
 
 TEST_F(RemoteSourcesTest, MayBeMoreThanAreAtHand) {
-  RemoteSources sources(_connection);
+  RemoteSources sources(_table);
   sqlite::Transaction transaction(_connection);
   constexpr auto count = static_cast<ZORA_Long>(RemoteSources::mostAtHand) + 100;
   for (int round = 0; round < 2; ++round)
@@ -70,27 +75,27 @@ class RemoteSourcesRoomTest : public RemoteSourcesTest {
 
 TEST_F(RemoteSourcesRoomTest, ASiteHasNoMoreThanItsShare) {
   fill("s", mostRemoteSourcesOfSite - 1);
-  RemoteSources sources(_connection);
+  RemoteSources sources(_table);
   EXPECT_NE(sources.handleOf({"s", "A", "g", "last"}), 0);
   for (int round = 0; round < 2; ++round) {
     EXPECT_EQ(sources.handleOf({"s", "A", "g", "another"}), 0);
     EXPECT_EQ(sources.handleOf({"s", "A", "g", "1"}), firstRemoteHandle) << "it has one";
   }
   EXPECT_NE(sources.handleOf({"t", "A", "g", "another"}), 0);
-  EXPECT_EQ(RemoteSources(_connection).handleOf({"s", "A", "g", "another"}), 0);
+  EXPECT_EQ(RemoteSources(_table).handleOf({"s", "A", "g", "another"}), 0);
 }
 
 TEST_F(RemoteSourcesRoomTest, AllSitesHaveNoMoreThanHandlesAreGiven) {
   _connection.execute("INSERT INTO remote_sources VALUES (" +
                       std::to_string(firstRemoteHandle + mostRemoteSources - 2) +
                       ", 's', 'A', 'g', 'host')");
-  RemoteSources sources(_connection);
+  RemoteSources sources(_table);
   EXPECT_NE(sources.handleOf({"t", "A", "g", "last"}), 0);
   EXPECT_EQ(sources.handleOf({"u", "A", "g", "another"}), 0);
 }
 
 TEST_F(RemoteSourcesTest, SaysHowManyGroupsWithRowsASiteHas) {
-  RemoteSources sources(_connection);
+  RemoteSources sources(_table);
   _connection.execute(
       "INSERT INTO known_applications (id, name, position, is_registered, text) VALUES "
       "(1, 'A', 0, 0, ''), (2, 'B', 0, 0, ''), (3, 'C', 0, 0, '');"

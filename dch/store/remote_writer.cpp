@@ -5,21 +5,8 @@
 #include <utility>
 
 #include "dch/core/row_message.h"
-#include "dch/store/epoch_table.h"
 
 namespace dch {
-
-RemoteWriter::RemoteWriter(sqlite::Connection& connection, Providers& providers)
-    : _providers(providers),
-      _sources(connection),
-      _findEpoch(connection, "SELECT number FROM remote_epochs WHERE site = ? AND epoch = ?"),
-      _setEpoch(connection, "INSERT OR REPLACE INTO remote_epochs VALUES (?, ?, ?, ?)"),
-      _forgetEpochs(connection,
-                    "DELETE FROM remote_epochs WHERE site = ?1 AND changed <= (SELECT changed FROM "
-                    "remote_epochs WHERE site = ?1 ORDER BY changed DESC LIMIT 1 OFFSET " +
-                        std::to_string(mostKnownEpochs) + ")"),
-      _setSite(connection, "INSERT OR REPLACE INTO remote_sites VALUES (?, ?)"),
-      _setStream(connection, "UPDATE stream_read SET stream = ?, sequence = ?") {}
 
 void RemoteWriter::write(const RemoteRows& change,
                          const std::function<std::int64_t()>& usePosition) {
@@ -50,16 +37,11 @@ void RemoteWriter::write(const RemoteRows& change,
     for (Known& each : epochs)
       if (each.changed == 0) each.changed = usePosition();
   writeEpochs(change.site, epochs);
-  _setSite.bindText(1, change.site);
-  if (change.passedFrom)
-    _setSite.bind(2, static_cast<std::int64_t>(*change.passedFrom));
-  else
-    _setSite.bindNull(2);
-  _setSite.run();
+  _tables.setSite(change.site, change.passedFrom);
 }
 
 void RemoteWriter::write(const StreamRead& change) {
-  _setStream.bindText(1, change.stream).bind(2, static_cast<std::int64_t>(change.sequence)).run();
+  _tables.setStream(change);
 }
 
 void RemoteWriter::write(RemoteSourceSeen* change) {
@@ -71,12 +53,8 @@ RemoteWriter::Known& RemoteWriter::find(KnownEpochs* epochs, std::string_view si
   const auto known = std::find_if(epochs->rbegin(), epochs->rend(),
                                   [&](const Known& each) { return each.epoch == epoch; });
   if (known != epochs->rend()) return *known;
-  _findEpoch.bindText(1, site);
-  bindEpoch(_findEpoch, 2, epoch);
-  const bool isInFile = _findEpoch.step();
-  const std::int64_t number = isInFile ? _findEpoch.number(0) : 0;
-  _findEpoch.reset();
-  epochs->push_back({epoch, number, isInFile});
+  const std::optional<std::int64_t> number = _tables.findEpoch(site, epoch);
+  epochs->push_back({epoch, number.value_or(0), number.has_value()});
   return epochs->back();
 }
 
@@ -95,7 +73,7 @@ std::vector<const RemoteRow*> RemoteWriter::newRows(const RemoteRows& change, Kn
 void RemoteWriter::refuseGroupsWithoutRoom(std::string_view site,
                                            std::vector<const RemoteRow*>* rows) {
   const std::vector<const RemoteRow*> all = *rows;
-  _providers.makeRoomFor(
+  _tables.makeRoomFor(
       rows, [&] { return mostGroupsOfSite - std::min(mostGroupsOfSite, _sources.groupsOf(site)); });
   auto kept = rows->begin();
   for (const RemoteRow* const each : all)
@@ -110,7 +88,7 @@ void RemoteWriter::refuse(std::string_view site, const RemoteRow& row) {
     _refused.first = row.application + '.' + row.group + " of site " + std::string(site);
 }
 
-// All columns that the rows need come at once, which makes the file's schema be read again.
+// All columns that the rows need come at once: to bring some is dear.
 std::vector<RemoteWriter::Place> RemoteWriter::placesOf(const std::vector<const RemoteRow*>& rows) {
   std::vector<Place> places;
   places.reserve(rows.size());
@@ -119,9 +97,9 @@ std::vector<RemoteWriter::Place> RemoteWriter::placesOf(const std::vector<const 
     attributes.clear();
     const bool isRow = readRow(row->message, &attributes);
     if (!isRow) attributes.clear();
-    places.push_back({&_providers.enter(*row, attributes), isRow});
+    places.push_back({&_tables.enter(*row, attributes), isRow});
   }
-  _providers.defineEntered();
+  _tables.defineEntered();
   return places;
 }
 
@@ -129,12 +107,10 @@ void RemoteWriter::writeEpochs(std::string_view site, const KnownEpochs& epochs)
   bool isNew = false;
   for (const Known& each : epochs) {
     if (each.changed == 0) continue;
-    isNew = isNew || !each.isInFile;
-    _setEpoch.bindText(1, site);
-    bindEpoch(_setEpoch, 2, each.epoch);
-    _setEpoch.bind(3, each.number).bind(4, each.changed).run();
+    isNew = isNew || !each.isInStore;
+    _tables.setEpoch(site, {each.epoch, each.number}, each.changed);
   }
-  if (isNew) _forgetEpochs.bindText(1, site).run();
+  if (isNew) _tables.forgetEpochs(site);
 }
 
 }  // namespace dch

@@ -1,4 +1,4 @@
-// remote_writer.h: writes rows of other sites into the file, and how far they are known.
+// remote_writer.h: writes rows of other sites into the store, and how far they are known.
 #ifndef DCH_STORE_REMOTE_WRITER_H
 #define DCH_STORE_REMOTE_WRITER_H
 
@@ -10,9 +10,8 @@
 #include <vector>
 
 #include "dch/core/change.h"
-#include "dch/store/providers.h"
 #include "dch/store/remote_sources.h"
-#include "dch/store/sqlite.h"
+#include "dch/store/remote_tables.h"
 
 namespace dch {
 
@@ -20,14 +19,15 @@ namespace dch {
 // thread at a time.
 class RemoteWriter {
  public:
-  // `providers` outlive it.
-  RemoteWriter(sqlite::Connection& connection, Providers& providers);
+  // Both outlive it.
+  RemoteWriter(RemoteTables& tables, RemoteSourceTable& sources)
+      : _tables(tables), _sources(sources) {}
 
   // So many groups that a site may bring: who makes them up leaves room for those of others.
   static constexpr std::size_t mostGroupsOfSite = 500;
 
   // Each row is written at a position of its own, the next one. Those for whose groups or sources
-  // there is no room are refused: they are known then, and nowhere in the file.
+  // there is no room are refused: they are known then, and nowhere in the store.
   void write(const RemoteRows& change, const std::function<std::int64_t()>& usePosition);
   void write(const StreamRead& change);
   void write(RemoteSourceSeen* change);
@@ -46,14 +46,14 @@ class RemoteWriter {
   struct Known {
     Epoch epoch;
     std::int64_t number = 0;
-    bool isInFile = false;
-    std::int64_t changed = 0;  // the position of it; 0: it is as it is in the file
+    bool isInStore = false;
+    std::int64_t changed = 0;  // the position of it; 0: it is as it is in the store
   };
   // Those of a change: few, and the same one most of the time.
   using KnownEpochs = std::vector<Known>;
   // Where a row belongs.
   struct Place {
-    RemoteRowTable* table;
+    RemoteRowSink* table;
     bool isRow;
   };
 
@@ -64,14 +64,9 @@ class RemoteWriter {
   std::vector<Place> placesOf(const std::vector<const RemoteRow*>& rows);
   void writeEpochs(std::string_view site, const KnownEpochs& epochs);
 
-  Providers& _providers;
+  RemoteTables& _tables;
   RemoteSources _sources;
   RowsRefused _refused;
-  sqlite::Statement _findEpoch;
-  sqlite::Statement _setEpoch;
-  sqlite::Statement _forgetEpochs;
-  sqlite::Statement _setSite;
-  sqlite::Statement _setStream;
 };
 
 }  // namespace dch
