@@ -15,22 +15,9 @@
 #include "dch/store/change_writer.h"
 #include "dch/store/retention.h"
 #include "dch/store/state_file.h"
+#include "dch/store/store_figures.h"
 
 namespace dch {
-
-// What has been done, since the file was opened.
-struct StoreFigures {
-  std::uint64_t groups = 0;
-  std::uint64_t changesKept = 0;
-  std::uint64_t changesRefused = 0;
-  std::uint64_t rowsRemoved = 0;             // by retention
-  std::uint64_t rowsRemovedUnpublished = 0;  // of those; see SqliteStoreSettings
-  std::uint64_t remoteRowsRefused = 0;       // for want of room for their groups
-  std::uint64_t failures = 0;      // groups, checkpoints, steps of retention, looks at its place
-  std::uint64_t microseconds = 0;  // in which groups were written
-  std::int64_t position = 0;       // the highest that is kept
-  bool isFailing = false;          // what comes now would not be kept, as far as is known
-};
 
 // As how many changes it counts by what it takes to write it.
 inline std::size_t weightOf(const Change& change) {
