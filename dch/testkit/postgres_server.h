@@ -22,6 +22,9 @@ class PostgresServer {
   // Of its one database, which is of UTF-8.
   std::string connectionString() const;
 
+  // Where its socket is.
+  const std::string& folder() const { return _folder.path(); }
+
   // Ends at once, as by the death of its processes.
   void crash();
   // Starts it anew with what it has on disk, and waits until it serves.
