@@ -8,13 +8,17 @@ namespace {
 
 constexpr std::size_t fixedViewColumns = 6;
 
-// Returns whether the server did it. Who is refused goes on with the transaction as it was.
+constexpr char cannotBecomeThat[] = "42P16";
+constexpr char othersDependOnIt[] = "2BP01";
+
+// Returns whether the server did it. One that cannot for what the view is, or others depend on,
+// goes on with the transaction as it was.
 bool tryTo(Connection& connection, const std::string& sql) {
   connection.execute("SAVEPOINT definition");
   try {
     connection.execute(sql);
-  } catch (const Error&) {
-    if (connection.isLost()) throw;
+  } catch (const Error& error) {
+    if (error.state() != cannotBecomeThat && error.state() != othersDependOnIt) throw;
     connection.execute("ROLLBACK TO definition");
     return false;
   }

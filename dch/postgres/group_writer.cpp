@@ -15,9 +15,13 @@ namespace {
 
 constexpr std::chrono::milliseconds pauseInDoubt{50};
 
-// Classes of what is wrong with the values themselves.
+// A transaction that makes very many tables needs more locks than there may be.
+constexpr char noMoreLocks[] = "53200";
+
+// Classes of what is wrong with the values themselves, or with their number.
 bool isOfValues(const Error& error) {
-  return error.isOfClass("22") || error.isOfClass("23") || error.isOfClass("54");
+  return error.isOfClass("22") || error.isOfClass("23") || error.isOfClass("54") ||
+         error.state() == noMoreLocks;
 }
 
 // Whether so many more are told: each time that they are twice as many.

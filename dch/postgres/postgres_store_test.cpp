@@ -194,6 +194,22 @@ TEST_F(PostgresStoreTest, ARefusedChangeIsRefusedAlone) {
                           HasSubstr(", 2 refused so far")));
 }
 
+// Each takes some locks, of which the server has so many for all.
+TEST_F(PostgresStoreTest, RegistrationsThatAreTooManyForATransactionHaveOneEach) {
+  execute("ALTER SYSTEM SET max_locks_per_transaction = 10");
+  _server.restart();
+  start();
+  std::string groups;
+  for (int group = 0; group < 40; ++group)
+    groups += "group:g" + std::to_string(group) + ";attr:a,N,4;";
+  for (int application = 0; application < 10; ++application)
+    append(registered("appl:A" + std::to_string(application) + ",KEY;" + groups));
+  _store->finish();
+  EXPECT_EQ(_client.keptCount(), 10u);
+  EXPECT_THAT(_log.lines, testing::IsEmpty());
+  EXPECT_EQ(_store->figures().failures, 0u);
+}
+
 // As on a full disk.
 TEST_F(PostgresStoreTest, SaysOnceThatItFailsAndOnceThatItIsOver) {
   start();

@@ -16,7 +16,7 @@ EXCEPTION WHEN OTHERS THEN
   RETURN '\x' || encode(bytes, 'hex');
 END $$;
 
-CREATE FUNCTION zordchd_time(us bigint) RETURNS text LANGUAGE sql STABLE STRICT AS $$
+CREATE FUNCTION zordchd_time(us bigint) RETURNS text LANGUAGE sql STABLE AS $$
   SELECT CASE WHEN us BETWEEN -62135596800000000 AND 253402300799999999 THEN
     to_char(timestamp '1970-01-01' + us / 1000000 * interval '1 second'
       + us % 1000000 * interval '1 microsecond', 'YYYY-MM-DD"T"HH24:MI:SS.US"Z"') END
