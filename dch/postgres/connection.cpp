@@ -102,6 +102,7 @@ void Connection::connect(const std::string& target) {
   if (PQsetnonblocking(_handle.get(), 1) != 0) lose(PQerrorMessage(_handle.get()));
 }
 
+// A machine that is gone without a word leaves no session behind for long.
 void Connection::prepareSession() {
   const std::string half = std::to_string(_longestWait.count() / 2);
   execute(

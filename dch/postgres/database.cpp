@@ -15,27 +15,21 @@ constexpr char wrongState[] = "55000";
 
 }  // namespace
 
-Database::Database(const std::string& target, Connection::Duration longestWait,
-                   const std::optional<Session>& former)
-    : _connection(target, longestWait), _session(findSession()) {
-  if (former) end(*former);
+Database::Database(const std::string& target, Connection::Duration longestWait, const Epoch& run)
+    : _connection(target, longestWait) {
+  endOthers(run);
   lock(longestWait);
   upgrade();
 }
 
-Session Database::findSession() {
-  const Result found = _connection.run(
-      "SELECT pid, (extract(epoch FROM backend_start) * 1000000)::bigint FROM pg_stat_activity "
-      "WHERE pid = pg_backend_pid()");
-  if (found.rows() != 1) throw Error(wrongState, "the server does not tell its sessions");
-  return {found.number(0, 0), found.number(0, 1)};
-}
-
-void Database::end(const Session& former) {
+// They are known by their name, also those that were lost before they were of any use.
+void Database::endOthers(const Epoch& run) {
+  const std::string name = "zordchd " + epochText(run);
+  _connection.execute("SET application_name = '" + name + "'");
   _connection.run(
-      "SELECT pg_terminate_backend(pid) FROM pg_stat_activity WHERE pid = $1 AND "
-      "(extract(epoch FROM backend_start) * 1000000)::bigint = $2",
-      Parameters().add(former.process).add(former.start));
+      "SELECT pg_terminate_backend(pid) FROM pg_stat_activity WHERE application_name = $1 AND "
+      "pid <> pg_backend_pid()",
+      Parameters().addText(name));
 }
 
 // One that is about to end leaves it soon.

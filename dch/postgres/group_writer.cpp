@@ -41,8 +41,7 @@ GroupWriter::GroupWriter(std::string target, const Epoch& epoch, const Patience&
 }
 
 void GroupWriter::open() {
-  _database.emplace(_target, _patience.longestWait, _former);
-  _former = _database->session();
+  _database.emplace(_target, _patience.longestWait, _epoch);
 }
 
 // Whether the database can be used; it is opened again unless that was tried just now.

@@ -89,8 +89,7 @@ class GroupWriter {
   const std::string _target;
   const Epoch _epoch;
   const Patience _patience;
-  std::optional<Database> _database;  // none when it cannot be reached
-  std::optional<Session> _former;
+  std::optional<Database> _database;    // none when it cannot be reached
   std::optional<ChangeWriter> _writer;  // none after a failure
   std::int64_t _position = 0;           // the highest that was ever used
   std::uint64_t _registrationsRefused = 0;

@@ -43,10 +43,11 @@ class StateInDatabase {
  public:
   using Store = PostgresStore;
 
+  virtual ~StateInDatabase() = default;
+
   std::unique_ptr<Store> open(const Log& log) const {
     return std::make_unique<Store>(
-        PostgresStoreSettings{.target = _server.connectionString(), .patience = patience}, [] {},
-        log);
+        PostgresStoreSettings{.target = target(), .patience = patience}, [] {}, log);
   }
   std::string read(const std::string& sql) const {
     pg::Connection connection(_server.connectionString(), patience.longestWait);
@@ -83,13 +84,16 @@ class StateInDatabase {
     return pg::readRemotePlaces(connection);
   }
 
-  PostgresServer& server() { return _server; }
+  // Where the store finds the database.
+  virtual std::string target() const { return _server.connectionString(); }
+
+  const PostgresServer& server() const { return _server; }
 
  private:
   // On a busy machine, too.
   static constexpr pg::Patience patience{std::chrono::milliseconds(60'000),
                                          std::chrono::milliseconds(60'000),
-                                         std::chrono::milliseconds(100)};
+                                         std::chrono::milliseconds(10)};
 
   static std::string linesOf(const pg::Result& result) {
     std::string lines;

@@ -236,36 +236,36 @@ TEST_F(PostgresStoreTest, DoesNotWaitForEverForAnotherProgram) {
 
 TEST_F(PostgresStoreTest, IsOneServersAlone) {
   start();
-  const auto openAnother = [&] { pg::Database(_server.connectionString(), milliseconds(8'000)); };
+  const auto openAnother = [&] {
+    pg::Database(_server.connectionString(), milliseconds(8'000), newEpoch());
+  };
   EXPECT_THAT(openAnother, ThrowsMessage<pg::Error>(HasSubstr("in use by another server")));
   execute("CREATE SCHEMA other");
-  pg::Database(_server.connectionString() + " options=-csearch_path=other", milliseconds(8'000));
+  pg::Database(_server.connectionString() + " options=-csearch_path=other", milliseconds(8'000),
+               newEpoch());
   _store.reset();
   openAnother();
 }
 
-TEST_F(PostgresStoreTest, ASessionOfItsOwnIsNotInItsWay) {
-  pg::Database lost(_server.connectionString(), milliseconds(60'000));
-  pg::Database fresh(_server.connectionString(), milliseconds(60'000), lost.session());
+TEST_F(PostgresStoreTest, AConnectionOfTheSameRunIsNotInTheWay) {
+  const Epoch run = newEpoch();
+  pg::Database lost(_server.connectionString(), patient.longestWait, run);
+  pg::Database fresh(_server.connectionString(), patient.longestWait, run);
   EXPECT_THROW(lost.connection().execute("SELECT 1"), pg::Error);
   EXPECT_EQ(fresh.connection().execute("SELECT 1").rows(), 1);
-  // A number of a process that another one has now is nobody's of ours.
-  pg::Connection other(_server.connectionString(), milliseconds(60'000));
-  EXPECT_THROW(pg::Database(_server.connectionString(), milliseconds(8'000),
-                            pg::Session{other.serverProcess(), 4711}),
-               pg::Error);
-  EXPECT_EQ(other.execute("SELECT 1").rows(), 1);
 }
 
 TEST_F(PostgresStoreTest, SaysWhyADatabaseCannotBeIt) {
   execute("CREATE DATABASE latin TEMPLATE template0 ENCODING LATIN1");
   EXPECT_THAT(
-      [&] { pg::Database(_server.connectionString() + " dbname=latin", patient.longestWait); },
+      [&] {
+        pg::Database(_server.connectionString() + " dbname=latin", patient.longestWait, newEpoch());
+      },
       ThrowsMessage<pg::Error>(HasSubstr("make a database of that encoding")));
   EXPECT_THAT(
       [&] {
         pg::Database(_server.connectionString() + " options=-csearch_path=none",
-                     patient.longestWait);
+                     patient.longestWait, newEpoch());
       },
       ThrowsMessage<pg::Error>(HasSubstr("there is no schema")));
   start();

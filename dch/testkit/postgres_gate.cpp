@@ -85,9 +85,15 @@ void PostgresGate::loseAt(std::string_view statement, Fate fate) {
   _fate = fate;
 }
 
+void PostgresGate::loseAfter(unsigned times, Fate fate) {
+  const std::lock_guard lock(_mutex);
+  _timesLeft = times;
+  _fate = fate;
+}
+
 bool PostgresGate::hasLost() const {
   const std::lock_guard lock(_mutex);
-  return _message.empty();
+  return _message.empty() && _timesLeft == 0;
 }
 
 void PostgresGate::setOpen(bool isOpen) {
@@ -127,15 +133,20 @@ void PostgresGate::accept() {
 // Returns false when the connection has ended.
 bool PostgresGate::passOn(Connection* connection) {
   const std::string bytes = receive(connection->client);
+  if (bytes.empty()) return false;
   Fate fate{};
-  {
-    const std::lock_guard lock(_mutex);
-    if (_message.empty() || bytes.find(_message) == std::string::npos)
-      return !bytes.empty() && send(connection->server, bytes);
-    fate = _fate;
-    _message.clear();
-  }
-  return lose(connection, bytes, fate);
+  if (isLast(bytes, &fate)) return lose(connection, bytes, fate);
+  return send(connection->server, bytes);
+}
+
+// Whether the connection is lost with what has come.
+bool PostgresGate::isLast(const std::string& bytes, Fate* fate) {
+  const std::lock_guard lock(_mutex);
+  *fate = _fate;
+  if (_timesLeft > 0) return --_timesLeft == 0;
+  if (_message.empty() || bytes.find(_message) == std::string::npos) return false;
+  _message.clear();
+  return true;
 }
 
 bool PostgresGate::passAnswer(Connection* connection) const {

@@ -34,6 +34,9 @@ class PostgresGate {
 
   // The next statement that is just this text is the last one of its connection.
   void loseAt(std::string_view statement, Fate fate);
+  // So many times the clients say something, of which the last is the last of its connection; its
+  // fate is not that it is done.
+  void loseAfter(unsigned times, Fate fate);
   // Whether that has come.
   bool hasLost() const;
 
@@ -50,6 +53,7 @@ class PostgresGate {
   void run();
   void accept();
   bool passOn(Connection* connection);
+  bool isLast(const std::string& bytes, Fate* fate);
   bool passAnswer(Connection* connection) const;
   bool lose(Connection* connection, std::string_view message, Fate fate) const;
 
@@ -59,7 +63,9 @@ class PostgresGate {
   Descriptor _end;  // what the thread waits for, too, and its other end
   Descriptor _ended;
   mutable std::mutex _mutex;
-  std::string _message;  // with which a connection is lost; empty: none is
+  // With which a connection is lost, and after how many others; empty and 0: none is.
+  std::string _message;
+  unsigned _timesLeft = 0;
   Fate _fate{};
   bool _isOpen = true;
   std::list<Connection> _connections;  // of the thread
