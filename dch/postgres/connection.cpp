@@ -25,7 +25,7 @@ constexpr Oid textType = 25;
 
 constexpr int binaryForm = 1;
 
-constexpr std::size_t mostCopiedAtOnce = 256 * 1'024;
+constexpr std::size_t mostCopiedAtOnce = std::size_t{256} * 1'024;
 
 // Signature, flags and length of an extension; and what ends the rows.
 constexpr std::string_view copyStart("PGCOPY\n\377\r\n\0\0\0\0\0\0\0\0\0", 19);
@@ -250,10 +250,9 @@ void Connection::check(const Result& result) {
     return;
   const char* const state = PQresultErrorField(result.handle(), PG_DIAG_SQLSTATE);
   const char* const message = PQresultErrorField(result.handle(), PG_DIAG_MESSAGE_PRIMARY);
-  Error error(state != nullptr ? state : "",
-              oneLine(message != nullptr ? message : PQresultErrorMessage(result.handle())));
   if (PQstatus(_handle.get()) == CONNECTION_BAD) _handle.reset();
-  throw error;
+  throw Error(state != nullptr ? state : "",
+              oneLine(message != nullptr ? message : PQresultErrorMessage(result.handle())));
 }
 
 // Until one of the events comes, or the time is over.

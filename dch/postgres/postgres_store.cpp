@@ -24,7 +24,7 @@ PostgresStore::PostgresStore(const PostgresStoreSettings& settings, std::functio
       _writer(settings.target, settings.epoch, settings.patience) {}
 
 PostgresStore::~PostgresStore() {
-  handOver();
+  give();
   {
     const std::lock_guard lock(_mutex);
     _isStopping = true;
@@ -46,7 +46,8 @@ void PostgresStore::append(Entry* entry, StoreClient* client) {
   ++_waiting;
 }
 
-void PostgresStore::handOver() {
+// To the store's thread.
+void PostgresStore::give() {
   if (_gathered.empty()) return;
   {
     const std::lock_guard lock(_mutex);
@@ -70,7 +71,7 @@ void PostgresStore::collect() {
 
 void PostgresStore::finish(const std::function<void()>& stillWaiting) {
   while (_waiting > 0) {
-    handOver();
+    give();
     while (!waitForConcluded()) stillWaiting();
     collect();
   }

@@ -46,7 +46,7 @@ class PostgresStore : public Store {
 
   // The entry waits until handOver().
   void append(Entry* entry, StoreClient* client) override;
-  void handOver() override;
+  void handOver() override { give(); }
 
   // Concludes what has been written, or could not be.
   void collect();
@@ -71,6 +71,7 @@ class PostgresStore : public Store {
   };
   using Items = std::list<Item>;
 
+  void give();
   bool waitForConcluded();
   void run();
   void writeGroup(Items* group);
