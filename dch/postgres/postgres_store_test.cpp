@@ -5,6 +5,7 @@
 
 #include <limits>
 
+#include "dch/store/providers.h"
 #include "dch/testkit/postgres_gate.h"
 #include "dch/testkit/postgres_server.h"
 #include "dch/testkit/remote_rows.h"
@@ -222,6 +223,40 @@ TEST_F(PostgresStoreTest, SaysOnceThatItFailsAndOnceThatItIsOver) {
   EXPECT_THAT(_log.lines, SizeIs(2));
   EXPECT_TRUE(keep(deferred(2)));
   EXPECT_EQ(execute("SELECT action_id FROM deferrals"), "2\n");
+}
+
+TEST_F(PostgresStoreTest, GroupsThatAreNotNeededMakeRoomForOthers) {
+  start();
+  ASSERT_TRUE(keep(registered("appl:OLD,KEY;group:g;attr:a,N,4;")));
+  _store.reset();
+  const std::string others =
+      " FROM generate_series(101, 99 + " + std::to_string(Providers::maxGroups) + ") AS n;";
+  execute(
+      "INSERT INTO known_applications (id, name, position, is_registered, text) VALUES "
+      "(100, 'X', 0, false, '');"
+      "INSERT INTO known_groups (id, application, name, view) SELECT n, 100, n::text::bytea, "
+      "'X.' || n" +
+      others +
+      "INSERT INTO known_sources (handle, \"group\", name, is_online, online_since) SELECT n, n, "
+      "'x', false, 0" +
+      others);
+  start();
+  const Registered another = registered("appl:NEW,KEY;group:g;attr:a,N,4;");
+  EXPECT_FALSE(keep(another));
+  EXPECT_TRUE(keep(RemoteRows{
+      "s", {testkit::remoteRow({testkit::epochOf(1), 1}, "NEW", "g", "x")}, {}, std::nullopt}))
+      << "they are known then, and left out";
+  EXPECT_EQ(_store->figures().remoteRowsRefused, 1u);
+  EXPECT_THAT(
+      _log.lines,
+      ElementsAre("the database has no room for more than 2000 groups: NEW was not "
+                  "registered, 1 refused so far",
+                  HasSubstr("rows such as NEW.g of site s are left out, 1 refused so far")));
+  ASSERT_TRUE(keep(Unregistered{"OLD"}));
+  EXPECT_TRUE(keep(another));
+  EXPECT_EQ(execute("SELECT to_regclass('rows_1'), to_regclass('\"OLD.g\"'), "
+                    "to_regclass('\"NEW.g\"')"),
+            "null|null|\"NEW.g\"\n");
 }
 
 TEST_F(PostgresStoreTest, DoesNotWaitForEverForAnotherProgram) {
