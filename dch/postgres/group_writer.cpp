@@ -17,11 +17,13 @@ constexpr std::chrono::milliseconds pauseInDoubt{50};
 
 // A transaction that makes very many tables needs more locks than there may be.
 constexpr char noMoreLocks[] = "53200";
+// Somebody has made what a view of ours is to be called.
+constexpr char isNoView[] = "42809";
 
 // Classes of what is wrong with the values themselves, or with their number.
 bool isOfValues(const Error& error) {
   return error.isOfClass("22") || error.isOfClass("23") || error.isOfClass("54") ||
-         error.state() == noMoreLocks;
+         error.state() == noMoreLocks || error.state() == isNoView;
 }
 
 // Whether so many more are told: each time that they are twice as many.

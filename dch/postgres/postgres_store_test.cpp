@@ -329,6 +329,17 @@ TEST_F(PostgresStoreTest, AViewOfOthersIsLeftAlone) {
   EXPECT_EQ(execute("SELECT new, a FROM \"A.g\""), "null|5\n");
 }
 
+TEST_F(PostgresStoreTest, ATableOfOthersIsInTheWayOfItsGroupAlone) {
+  start();
+  execute("CREATE TABLE \"A.g\" ()");
+  append(registered("appl:A,KEY;group:g;attr:a,N,4;"));
+  append(deferred(1));
+  _store->finish();
+  EXPECT_EQ(_client.keptCount(), 1u);
+  EXPECT_FALSE(_store->figures().isFailing);
+  EXPECT_THAT(_log.lines, ElementsAre(HasSubstr("\"A.g\" is not a view")));
+}
+
 TEST_F(PostgresStoreTest, AColumnHasOneType) {
   start();
   goOnline();
