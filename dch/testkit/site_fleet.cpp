@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "dch/link/alive_message.h"
+#include "dch/link/known_message.h"
 #include "dch/link/row_fetch.h"
 #include "dch/link/row_header.h"
 #include "dch/link/subject.h"
@@ -22,16 +23,11 @@ using Clock = std::chrono::steady_clock;
 constexpr int longestAnswer = 60'000;  // milliseconds
 constexpr int mostUnanswered = 4'096;
 constexpr std::int64_t mostRowsOfAnswer = 1'000;
-constexpr int groups = 10;
 // Of its first row; the others follow after a millisecond each.
 constexpr Time firstTime = 1'769'903'999'000'000;
 
 std::string siteName(int site) {
   return "site" + std::to_string(site);
-}
-
-std::string groupName(int group) {
-  return "group" + std::to_string(group);
 }
 
 Epoch runOf(int site) {
@@ -67,8 +63,10 @@ struct SiteFleet::Ends {
 SiteFleet::SiteFleet(std::string url, const Size& size)
     : _url(std::move(url)),
       _size(size),
+      _providers(size.sites, size.sourcesOfSite),
       _ends(std::make_unique<Ends>()),
-      _published(static_cast<std::size_t>(size.sites)) {
+      _published(static_cast<std::size_t>(size.sites)),
+      _timesSaid(static_cast<std::size_t>(size.sites)) {
   const auto hear = [](natsConnection*, natsSubscription*, natsMsg* message, void* fleet) {
     ++static_cast<SiteFleet*>(fleet)->_heard;
     natsMsg_Destroy(message);
@@ -79,8 +77,15 @@ SiteFleet::SiteFleet(std::string url, const Size& size)
       static_cast<SiteFleet*>(fleet)->answer(natsMsg_GetSubject(next), bodyOf(next),
                                              natsMsg_GetReply(next));
   };
+  const auto knownQuestion = [](natsConnection*, natsSubscription*, natsMsg* next, void* fleet) {
+    const NatsMessage message(next);
+    if (natsMsg_GetReply(next) != nullptr)
+      static_cast<SiteFleet*>(fleet)->answerKnown(natsMsg_GetSubject(next), bodyOf(next),
+                                                  natsMsg_GetReply(next));
+  };
   _ends->rows = std::make_unique<NatsClient>(_url);
   _ends->subscribe(*_ends->rows, "zord.fetch.*", question, this);
+  _ends->subscribe(*_ends->rows, "zord.known.*", knownQuestion, this);
   for (int site = 0; site < _size.sites; ++site) {
     _ends->sites.push_back(std::make_unique<NatsClient>(_url, "", NatsClient::Threads::shared));
     _ends->subscribe(*_ends->sites.back(), "zord.alive.*", hear, this);
@@ -128,44 +133,70 @@ void SiteFleet::speakInTurns() {
   const auto pause = std::max(std::chrono::microseconds(1'000'000 / _size.sites),
                               std::chrono::microseconds(10'000));
   auto next = Clock::now();
-  for (std::uint64_t count = 1; !_isEnding; ++count)
+  while (!_isEnding)
     for (int site = 0; site < _size.sites && !_isEnding; ++site) {
       std::this_thread::sleep_until(next += pause);
-      say(site, count);
+      if (!_isSilent) say(site);
     }
 }
 
-void SiteFleet::say(int site, std::uint64_t count) {
-  const std::int64_t published = _published[static_cast<std::size_t>(site)];
+void SiteFleet::say(int site) {
+  const auto place = static_cast<std::size_t>(site);
+  const std::int64_t published = _published[place];
+  const std::lock_guard lock(_speech);
+  OwnProviders::Changes changes = _providers.changes(site);
   const std::string text =
       aliveText({.run = runOf(site),
-                 .count = count,
+                 .count = ++_timesSaid[place],
                  .period = std::max(std::chrono::milliseconds(1'000),
                                     std::chrono::milliseconds(10 * _size.sites)),
                  .newest = published,
                  .published = published,
-                 .version = "fleet"});
-  natsConnection_PublishString(_ends->sites[static_cast<std::size_t>(site)]->get(),
-                               aliveSubject(siteName(site)).c_str(), text.c_str());
+                 .from = changes.from,
+                 .to = changes.to,
+                 .version = "fleet",
+                 .changes = std::move(changes.text)});
+  natsConnection_PublishString(_ends->sites[place]->get(), aliveSubject(siteName(site)).c_str(),
+                               text.c_str());
+}
+
+void SiteFleet::change(int sites, int sourcesOfSite) {
+  for (int count = 0; count < sites; ++count) {
+    const int site = _nextToChange++ % _size.sites;
+    _providers.change(site, sourcesOfSite);
+    say(site);
+  }
+}
+
+void SiteFleet::resume() {
+  _isSilent = false;
+  for (int site = 0; site < _size.sites; ++site) say(site);
 }
 
 SiteFleet::Row SiteFleet::rowOf(int site, std::int64_t number) const {
-  const int source = static_cast<int>((number - 1) % _size.sourcesOfSite);
+  const int place = static_cast<int>((number - 1) % _size.sourcesOfSite);
+  const FleetSource source(place);
   const Epoch run = runOf(site);
-  return {rowSubject(siteName(site), "FLEET", groupName(source % groups)),
-          rowHeaderText({{run, number},
-                         {run, number - 1},
-                         firstTime + number * 1'000,
-                         source + 1,
-                         "host" + std::to_string(source)}),
-          dataMessage(source + 1, {{"load1", 'D', "1.50"},
-                                   {"number", 'N', bytesOf(static_cast<ZORA_Long>(number))}})};
+  return {
+      rowSubject(siteName(site), source.application, source.group),
+      rowHeaderText(
+          {{run, number}, {run, number - 1}, firstTime + number * 1'000, place + 1, source.name}),
+      dataMessage(place + 1, {{"load1", 'D', "1.50"},
+                              {"number", 'N', bytesOf(static_cast<ZORA_Long>(number))}})};
+}
+
+// That has the subject; as many as there are sites when none has.
+int SiteFleet::siteOf(const std::string& subject,
+                      std::string (*subjectOf)(std::string_view)) const {
+  int site = 0;
+  while (site < _size.sites && subjectOf(siteName(site)) != subject) ++site;
+  return site;
 }
 
 void SiteFleet::answer(const std::string& subject, const std::string& request, const char* asker) {
+  if (_isSilent) return;
   ++_questions;
-  int site = 0;
-  while (site < _size.sites && fetchSubject(siteName(site)) != subject) ++site;
+  const int site = siteOf(subject, fetchSubject);
   const auto names = parseFetchRequest(request);
   if (site == _size.sites || !names) return;
   std::int64_t asked = 0;
@@ -191,6 +222,21 @@ void SiteFleet::answer(const std::string& subject, const std::string& request, c
                           last == all,
                           runOf(site)}));
   send(end);
+}
+
+void SiteFleet::answerKnown(const std::string& subject, const std::string& question,
+                            const char* asker) {
+  if (_isSilent) return;
+  ++_providerQuestions;
+  const int site = siteOf(subject, knownSubject);
+  const auto key = parseKnownQuestion(question);
+  if (site == _size.sites || !key) return;
+  const OwnProviders::Piece piece = _providers.answer(site, *key);
+  if (piece.revision == 0) return;
+  const NatsMessage message = messageFor(asker, piece.text);
+  setHeader(message, knownHeaderName, knownHeaderText({runOf(site), piece.revision, piece.isAll}));
+  natsConnection_PublishMsg(_ends->rows->get(), message.get());  // it may get lost
+  _providerBytes += piece.text.size();
 }
 
 }  // namespace dch::testkit

@@ -16,8 +16,10 @@ Usage usageOf(pid_t process) {
   const std::string folder = "/proc/" + std::to_string(process);
   Usage usage;
   std::ifstream status(folder + "/status");
-  for (std::string line; std::getline(status, line);)
+  for (std::string line; std::getline(status, line);) {
     if (line.starts_with("VmRSS:")) usage.residentKilobytes = std::atol(line.c_str() + 6);
+    if (line.starts_with("VmHWM:")) usage.mostResidentKilobytes = std::atol(line.c_str() + 6);
+  }
   DIR* const descriptors = opendir((folder + "/fd").c_str());
   if (descriptors == nullptr || usage.residentKilobytes == 0)
     throw std::runtime_error("zordchd has ended");

@@ -10,9 +10,10 @@
 
 namespace load {
 
-// What a process uses now.
+// What a process uses.
 struct Usage {
   long residentKilobytes = 0;
+  long mostResidentKilobytes = 0;  // since it was started
   int descriptors = 0;
 };
 

@@ -1,20 +1,21 @@
-// zordchd_sites_load [--sites N] [--sources N] [--rows N] [--seconds N]: so many sites (1,000) with
-// as many sources each (1,000), of which each sends so many rows (1), against a NATS server and a
-// hub, which are real, on this machine. Prints what they took of it for so many seconds (30) in
-// which the sites said that they are there, while the rows came, and after that; and how long a row
-// of a provider of the hub's own took meanwhile. Fails when the hub has not each row once.
+// zordchd_sites_load [--sites N] [--sources N] [--rows N] [--seconds N] [--silences N]: so many
+// sites (1,000) with as many sources each (1,000), of which each sends so many rows (1), against a
+// NATS server and a hub, which are real, on this machine. Prints what they took of it for so many
+// seconds (30) in which the sites said that they are there, while the hub learnt of their
+// providers, while some of these changed, while the rows came, after that, and while all sites fell
+// silent so many times (1) and came back; and how long a row of a provider of the hub's own took
+// meanwhile. Fails when the hub has not each row once, or does not come to tell its consumers of
+// as many sources as are on line.
 #include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -22,13 +23,13 @@
 #include <utility>
 
 #include "dch/store/sqlite.h"
-#include "dch/testkit/clients.h"
-#include "dch/testkit/messages.h"
 #include "dch/testkit/nats_server.h"
 #include "dch/testkit/reported_counters.h"
 #include "dch/testkit/server_process.h"
 #include "dch/testkit/site_fleet.h"
 #include "tests/load/command_line.h"
+#include "tests/load/consumer.h"
+#include "tests/load/local_provider.h"
 #include "tests/load/measures.h"
 #include "tests/support/temporary_files.h"
 
@@ -39,66 +40,24 @@ using Clock = std::chrono::steady_clock;
 using dch::testkit::NatsServer;
 using dch::testkit::ServerProcess;
 using dch::testkit::SiteFleet;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
 
 struct Settings {
   int sites = 1'000;
   int sources = 1'000;
   int rows = 1;
   int seconds = 30;
+  int silences = 1;
 };
+
+// Each second; so many sources of each change.
+constexpr int sitesThatChange = 20;
+constexpr int sourcesThatChange = 5;
 
 double secondsSince(Clock::time_point start) {
   return std::chrono::duration<double>(Clock::now() - start).count();
 }
-
-// A row every 10 ms, from one source.
-class LocalProvider {
- public:
-  explicit LocalProvider(int port) : _client(port) {
-    _client.ask(dch::testkit::registerMessage());
-    _handle =
-        dch::testkit::handleOf(_client.ask(dch::testkit::onlineMessage("HOSTMON", "load", "hub")));
-    if (_handle == 0) throw std::runtime_error("a source of the hub cannot go on line");
-    _thread = std::thread([this] { send(); });
-  }
-  ~LocalProvider() {
-    _isEnding = true;
-    _thread.join();
-  }
-
-  // Since it was asked last. Throws std::runtime_error when a row was not acknowledged.
-  Quantiles takeLatencies() {
-    const std::lock_guard lock(_mutex);
-    if (_hasFailed)
-      throw std::runtime_error("a row of the hub's own provider was not acknowledged");
-    return quantilesOf(std::exchange(_latencies, {}));
-  }
-
- private:
-  void send() {
-    const std::string row = dch::testkit::dataMessage(_handle, {{"load1", 'D', "0.42"}});
-    while (!_isEnding) {
-      const auto start = Clock::now();
-      const bool isKept = dch::testkit::statusOf(_client.ask(row)) == 0;
-      const auto taken =
-          std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start);
-      {
-        const std::lock_guard lock(_mutex);
-        _latencies.push_back(static_cast<std::uint32_t>(taken.count()));
-        _hasFailed = _hasFailed || !isKept;
-      }
-      std::this_thread::sleep_until(start + std::chrono::milliseconds(10));
-    }
-  }
-
-  const dch::testkit::UdpClient _client;
-  ZORA_Long _handle = 0;
-  std::mutex _mutex;
-  Latencies _latencies;
-  bool _hasFailed = false;
-  std::atomic<bool> _isEnding = false;
-  std::thread _thread;
-};
 
 class Run {
  public:
@@ -124,10 +83,12 @@ class Run {
     LocalProvider provider(_hub->port());
     begin();
     const std::uint64_t heardBefore = fleet->heard();
-    std::this_thread::sleep_for(std::chrono::seconds(_settings.seconds));
+    rest();
     print("at rest, for", &provider);
     std::printf("  heard by the sites      %10.0f a second\n",
                 static_cast<double>(fleet->heard() - heardBefore) / secondsSince(_phase));
+
+    measureProviders(fleet, &provider);
 
     begin();
     fleet->publish(_settings.rows);
@@ -138,9 +99,53 @@ class Run {
                 static_cast<double>(rows()) / secondsSince(_phase));
 
     begin();
-    std::this_thread::sleep_for(std::chrono::seconds(_settings.seconds));
+    rest();
     print("at rest again, for", &provider);
+    for (int each = 0; each < _settings.silences; ++each) measureSilence(fleet, &provider);
   }
+
+  void measureProviders(SiteFleet* fleet, LocalProvider* provider) {
+    fleet->goOnline();
+    begin();
+    waitForSources(fleet->sourcesOnline());
+    print("consumers of the hub see all sources that are on line after", provider);
+    std::printf("  sources                 %10ld\n", fleet->sourcesOnline());
+    std::printf("  questions for them      %10ju, answered with %ju kB\n",
+                std::uintmax_t{fleet->providerQuestions()},
+                std::uintmax_t{fleet->providerBytes() / 1024});
+
+    begin();
+    rest();
+    print("at rest with them, for", provider);
+
+    begin();
+    const std::uint64_t questionsBefore = fleet->providerQuestions();
+    for (int second = 1; second <= _settings.seconds; ++second) {
+      fleet->change(sitesThatChange, sourcesThatChange);
+      std::this_thread::sleep_until(_phase + seconds(second));
+    }
+    const auto end = Clock::now();
+    waitForSources(fleet->sourcesOnline());
+    print("so many of them changed each second, for", provider);
+    std::printf("  changes                 %10d a second, of %d sites\n",
+                sitesThatChange * sourcesThatChange, sitesThatChange);
+    std::printf("  all of them seen        %10.2f s after the last one\n", secondsSince(end));
+    std::printf("  questions for them      %10ju\n",
+                std::uintmax_t{fleet->providerQuestions() - questionsBefore});
+  }
+
+  void measureSilence(SiteFleet* fleet, LocalProvider* provider) {
+    begin();
+    fleet->fallSilent();
+    waitForSources(0);
+    print("all sites are silent; none of their sources is on line after", provider);
+    begin();
+    fleet->resume();
+    waitForSources(fleet->sourcesOnline());
+    print("they are back; all of their sources are after", provider);
+  }
+
+  void rest() const { std::this_thread::sleep_for(seconds(_settings.seconds)); }
 
   long rows() const {
     return static_cast<long>(_settings.sites) * _settings.sources * _settings.rows;
@@ -148,16 +153,32 @@ class Run {
 
   // Asks for a report now and then.
   void waitFor(const char* counter, long number) {
-    constexpr std::chrono::seconds patience{120};
-    long last = 0;
-    for (auto deadline = Clock::now() + patience; last < number;) {
+    waitUntilIs(counter, number, seconds(1), [&] {
       kill(_hub->processId(), SIGUSR1);
-      std::this_thread::sleep_for(std::chrono::seconds(1));
-      const long now = dch::testkit::reported(*_hub, counter).value_or(0);
-      if (now > last) deadline = Clock::now() + patience;
+      return std::min(dch::testkit::reported(*_hub, counter).value_or(0), number);
+    });
+  }
+
+  // Asks as consumers do.
+  void waitForSources(long number) {
+    const Consumer consumer(_hub->port());
+    waitUntilIs("the number of sources on line", number, milliseconds(50),
+                [&] { return consumer.sourcesOnline("FLEET"); });
+  }
+
+  // While it comes nearer.
+  static void waitUntilIs(const std::string& what, long number, milliseconds pause,
+                          const std::function<long()>& look) {
+    constexpr seconds patience{120};
+    long last = -1;
+    for (auto deadline = Clock::now() + patience; last != number;) {
+      std::this_thread::sleep_for(pause);
+      const long now = look();
+      if (now != last) deadline = Clock::now() + patience;
       last = now;
       if (Clock::now() > deadline)
-        throw std::runtime_error(std::string(counter) + " stays " + std::to_string(last));
+        throw std::runtime_error(what + " stays " + std::to_string(last) + ", not " +
+                                 std::to_string(number));
     }
   }
 
@@ -168,15 +189,16 @@ class Run {
   }
 
   void print(const char* what, LocalProvider* provider) {
-    const double seconds = secondsSince(_phase);
+    const double taken = secondsSince(_phase);
     const Quantiles latency = provider->takeLatencies();
-    std::printf("%s %.1f s\n", what, seconds);
+    std::printf("%s %.1f s\n", what, taken);
     std::printf("  cores of the hub        %10.3f\n",
-                (processorSeconds(_hub->processId()) - _hubBefore) / seconds);
+                (processorSeconds(_hub->processId()) - _hubBefore) / taken);
     std::printf("  cores of the NATS server%10.3f\n",
-                (processorSeconds(_nats.processId()) - _natsBefore) / seconds);
-    std::printf("  resident, hub           %10ld kB\n",
-                usageOf(_hub->processId()).residentKilobytes);
+                (processorSeconds(_nats.processId()) - _natsBefore) / taken);
+    const Usage usage = usageOf(_hub->processId());
+    std::printf("  resident, hub           %10ld kB, %ld at most so far\n", usage.residentKilobytes,
+                usage.mostResidentKilobytes);
     std::printf("  resident, NATS server   %10ld kB\n",
                 usageOf(_nats.processId()).residentKilobytes);
     std::printf("  a row of the hub's own, p50, p99, longest %.2f, %.2f, %.2f ms\n", latency.p50,
@@ -194,6 +216,8 @@ class Run {
     std::printf("started again in          %10.2f s\n", secondsSince(start));
     std::printf("  resident then           %10ld kB\n",
                 usageOf(_hub->processId()).residentKilobytes);
+    waitForSources(fleet.sourcesOnline());
+    std::printf("  sees all sources after  %10.2f s\n", secondsSince(start));
     waitFor("link_sites", _settings.sites);
     if (_hub->stop(SIGTERM) != 0) throw std::runtime_error("the hub did not end well");
     const long found = rowsInFile();
@@ -232,9 +256,10 @@ bool readSettings(int argc, char** argv, Settings* settings) {
                      {{"--sites", &settings->sites},
                       {"--sources", &settings->sources},
                       {"--rows", &settings->rows},
-                      {"--seconds", &settings->seconds}}) &&
+                      {"--seconds", &settings->seconds},
+                      {"--silences", &settings->silences}}) &&
          settings->sites > 0 && settings->sources > 0 && settings->rows > 0 &&
-         settings->seconds > 0;
+         settings->seconds > 0 && settings->silences >= 0;
 }
 
 }  // namespace
@@ -245,7 +270,7 @@ int main(int argc, char** argv) {
   if (!load::readSettings(argc, argv, &settings)) {
     std::fprintf(stderr,
                  "Usage: zordchd_sites_load [--sites N] [--sources N] [--rows N]\n"
-                 "                          [--seconds N]\n");
+                 "                          [--seconds N] [--silences N]\n");
     return EXIT_FAILURE;
   }
   return load::runToEnd([&] {
