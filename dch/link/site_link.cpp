@@ -139,7 +139,7 @@ void SiteLink::connect() {
   connection->settle();
   _connection = std::move(connection);
   _subscription.emplace(std::move(subscription));
-  _connectedSince = _nextSpeech = Clock::now();
+  _connectedSince = _nextSpeech = _nextChanges = Clock::now();
   _isGood = false;
   _spokenTick = 0;
   _watch.connected(_connectedSince);
@@ -233,7 +233,8 @@ void SiteLink::speakIfDue() {
   const auto now = Clock::now();
   if (tick.number == 0 || now - tick.time > longestTick) return;
   const bool isAsked = _watch.mustSpeakNow(now);
-  const bool isDue = now >= _nextSpeech || _exchanges.providers().hasChanges();
+  const bool isDue =
+      now >= _nextSpeech || (now >= _nextChanges && _exchanges.providers().hasChanges());
   if (isAsked || (tick.number != _spokenTick && isDue)) speak(tick, false);
 }
 
@@ -264,6 +265,7 @@ void SiteLink::speak(const Tick& tick, bool isLast) {
   _maySpeak = true;
   _spokenTick = tick.number;
   _nextSpeech = now + speech.period - slack;
+  _nextChanges = now + speech.untilChanges - slack;
 }
 
 void SiteLink::speakLast() noexcept {

@@ -116,6 +116,7 @@ class SiteLink {
   std::uint64_t _spokenTick = 0;  // the last one of which others have heard on this connection
   bool _maySpeak = false;         // on this connection, and hear
   Clock::time_point _nextSpeech;
+  Clock::time_point _nextChanges;
   Clock::time_point _nextLook;
   Clock::time_point _nextTaking;
   bool _hasRival = false;

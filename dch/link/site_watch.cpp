@@ -248,6 +248,7 @@ SiteWatch::Speech SiteWatch::speak(TimePoint now) {
   _now = now;
   Speech speech;
   speech.period = ownPeriod();
+  speech.untilChanges = std::max<milliseconds>(seconds(1), speech.period / 2);
   speech.state = _isAside ? State::aside : _isNewcomer ? State::newcomer : State::here;
   speech.hears = nextHeard();
   if (now >= _newcomerUntil) _isNewcomer = false;

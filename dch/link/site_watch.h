@@ -63,6 +63,9 @@ class SiteWatch {
   // What this site is to say of itself next. `stopping` is for the caller to say.
   struct Speech {
     std::chrono::milliseconds period{};
+    // Not before then is it said what has changed: half of the period, as each message goes to all
+    // sites, and when something changes at each of them that is to cost twice as much at most.
+    std::chrono::milliseconds untilChanges{};
     AliveMessage::State state = AliveMessage::State::here;
     std::optional<Epoch> hears;
   };

@@ -219,6 +219,18 @@ TEST_F(SiteWatchTest, SpeaksMoreSeldomTheMoreSitesThereAre) {
   EXPECT_EQ(periodWith(1'000), seconds(10));
 }
 
+TEST_F(SiteWatchTest, SaysNoMoreThanTwiceAsOftenWhatHasChanged) {
+  const auto untilChangesWith = [&](std::size_t sites) {
+    while (watch.states().size() < sites)
+      hear("site" + std::to_string(watch.states().size()), message(1));
+    return watch.speak(now).untilChanges;
+  };
+  EXPECT_EQ(untilChangesWith(0), seconds(1));
+  EXPECT_EQ(untilChangesWith(200), seconds(1));
+  EXPECT_EQ(untilChangesWith(300), milliseconds(1'500));
+  EXPECT_EQ(untilChangesWith(1'000), seconds(5));
+}
+
 // ---- Whether a site is one server --------------------------------------------------------------
 
 class AloneTest : public SiteWatchTest {
