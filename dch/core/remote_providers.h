@@ -26,7 +26,9 @@ class RemoteProviders {
   // names leaves room for the others.
   struct Limits {
     std::size_t applications = 10'000;
-    std::size_t entries = 1'000'000;  // registrations and sources, of each site that has them
+    // Registrations and sources, of each site that has them: the 1,000,000 sources of a thousand
+    // sites, with as many applications as they may have.
+    std::size_t entries = 1'100'000;
     // The texts of registrations, one that several sites have once. In memory they take some times
     // as much.
     std::size_t textBytes = std::size_t{32} << 20;

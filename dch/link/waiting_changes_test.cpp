@@ -23,10 +23,10 @@ SiteChanges largeChangesOf(const std::string& site) {
 class WaitingChangesTest : public ::testing::Test {
  protected:
   // How many of them find room.
-  std::size_t flood(const std::string& site) {
-    constexpr std::size_t more = 1'000;
+  std::uint64_t flood(const std::string& site) {
+    constexpr std::uint64_t more = 1'000;
     const std::uint64_t droppedBefore = _waiting.dropped();
-    for (std::size_t i = 0; i < more; ++i) _waiting.add(largeChangesOf(site));
+    for (std::uint64_t i = 0; i < more; ++i) _waiting.add(largeChangesOf(site));
     return more - (_waiting.dropped() - droppedBefore);
   }
 
@@ -55,7 +55,7 @@ TEST_F(WaitingChangesTest, OfARevisionThatIsSaidAgainTheLastOneIsEnough) {
 }
 
 TEST_F(WaitingChangesTest, ASiteThatFloodsLeavesRoomForOthersAndIsCounted) {
-  const std::size_t kept = flood("west");
+  const std::uint64_t kept = flood("west");
   EXPECT_GT(kept, 0u);
   EXPECT_LT(kept * largeChangesOf("west").text.size(), WaitingChanges::mostBytesOfASite);
   _waiting.add(changesOf("east", 1, 1, 2));
@@ -64,7 +64,7 @@ TEST_F(WaitingChangesTest, ASiteThatFloodsLeavesRoomForOthersAndIsCounted) {
 }
 
 TEST_F(WaitingChangesTest, AllSitesTogetherHaveOnlySoMuch) {
-  std::size_t bytes = 0;
+  std::uint64_t bytes = 0;
   for (int site = 0; site < 8; ++site)
     bytes += flood("site" + std::to_string(site)) * largeChangesOf("").text.size();
   EXPECT_GT(bytes, WaitingChanges::mostBytesOfASite);
