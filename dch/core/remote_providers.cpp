@@ -95,7 +95,8 @@ bool RemoteProviders::settle() noexcept {
     } else {
       const RemoteApplication::Shared* const registration = site.next->second.registration;
       if (registration != nullptr) work += registration->registration->text.size() / textBytesOfOne;
-      settleOne(&site);
+      // Subscribers are told of each one that goes: that may take as long as all the rest.
+      if (settleOne(&site)) work = left;
     }
     left -= std::min(left, work);
   }
@@ -144,9 +145,12 @@ void RemoteProviders::settleLater(Site* site) noexcept {
   _settling.splice(_settling.end(), _sites, _siteOf.find(site->name)->second);
 }
 
-void RemoteProviders::settleOne(Site* site) noexcept {
+// Returns whether it has gone.
+bool RemoteProviders::settleOne(Site* site) noexcept {
   const Entries::iterator entry = site->next++;
-  if (isGone(*site, entry->second)) remove(site, entry);
+  if (!isGone(*site, entry->second)) return false;
+  remove(site, entry);
+  return true;
 }
 
 bool RemoteProviders::isGone(const Site& site, const Entry& entry) {
@@ -286,15 +290,15 @@ void RemoteProviders::removeSource(RemoteApplication* application) noexcept {
   ++_revision;
 }
 
-// What is gone, and goes later, is passed over: it would be told only to be taken back.
+// What is gone goes later, and is told to have gone then: until then it is on line for all.
 const RemoteProviders::Entries::value_type* RemoteProviders::sourceBehind(const Place& place,
                                                                           const Site** of) const {
   for (auto known = _siteOf.lower_bound(place.site); known != _siteOf.end(); ++known) {
     const Site& site = *known->second;
     const auto first =
         known->first == place.site ? site.entries.upper_bound(place.names) : site.entries.begin();
-    const auto found = std::find_if(first, site.entries.end(), [&](const auto& each) {
-      return each.second.registration == nullptr && !isGone(site, each.second);
+    const auto found = std::find_if(first, site.entries.end(), [](const auto& each) {
+      return each.second.registration == nullptr;
     });
     if (found == site.entries.end()) continue;
     *of = &site;

@@ -121,7 +121,7 @@ class RemoteProviders {
   Site* enterSite(std::string_view name);
   void dropUnused(std::string_view site) noexcept;
   void settleLater(Site* site) noexcept;
-  void settleOne(Site* site) noexcept;
+  bool settleOne(Site* site) noexcept;
   static bool isGone(const Site& site, const Entry& entry);
 
   void add(std::string_view site, const ProviderFact& fact);

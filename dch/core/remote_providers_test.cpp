@@ -360,7 +360,7 @@ TEST_F(RemoteProvidersTest, LeadThroughTheSourcesOnLineOfAllSites) {
   while (const auto names = _providers.nextOnline(&place))
     sources += place.site + ' ' + std::string(names->application) + ' ' +
                std::string(names->group) + ' ' + std::string(names->source) + ';';
-  EXPECT_EQ(sources, "east A g s1;west A g s1;west A g s2;");
+  EXPECT_EQ(sources, "east A g s1;north A g s3;west A g s1;west A g s2;");
   EXPECT_FALSE(_providers.hasOnlineBehind(place));
 }
 
