@@ -9,11 +9,16 @@
 #include <string>
 #include <vector>
 
+#include "dch/core/epoch.h"
 #include "dch/link/alive_message.h"
+#include "dch/link/known_message.h"
 #include "dch/link/outgoing_row.h"
 #include "dch/store/rows_in_order.h"
+#include "dch/testkit/clients.h"
+#include "dch/testkit/messages.h"
 #include "dch/testkit/reported_counters.h"
 #include "dch/testkit/rights_test.h"
+#include "zordchcl/messages.h"
 
 namespace dch::testkit {
 namespace {
@@ -197,6 +202,30 @@ TEST_P(HostileSiteTest, TheIdsOfOthersCostNoRow) {
   _east.send(20);
   EXPECT_TRUE(hubComesToHave("east|20|20\n"));
   EXPECT_TRUE(comesTo(_hub.process(), "link_rows_fetched", 20));
+}
+
+// East tells the other where the answer goes; each answers at the place that it may send to.
+TEST_F(HostileUserTest, AnswersForNoOtherSite) {
+  _hub.begin();
+  NatsUser east(_nats, "east");
+  ASSERT_FALSE(east.isListeningRefused("zord.known.east"));
+  AliveMessage alive{.run = newEpoch(), .period = std::chrono::seconds(1), .from = 1, .to = 1};
+  const std::string header = knownHeaderText({alive.run, 1, true});
+  const TcpClient consumer(_hub.process().port());
+  const auto isAnswered = [&] {
+    ++alive.count;
+    EXPECT_FALSE(east.isRefused("zord.alive.east", aliveText(alive)));
+    for (const auto& question : east.heard()) {
+      const std::string place = replaced(question.answerTo, ".east.", ".west.");
+      const std::string right = "A RIGHT appl:RIGHT,KEY;group:g;attr:a,C,1;\n";
+      EXPECT_FALSE(_hostile.isRefused(place, replaced(right, "RIGHT", "FALSE"), "",
+                                      {{knownHeaderName, header}}));
+      EXPECT_FALSE(east.isRefused(question.answerTo, right, "", {{knownHeaderName, header}}));
+    }
+    return textOf(consumer.ask(catalogueMessage(DCH_REQUEST_APPLICATIONS))) ==
+           "RIGHT,KEY,NODP,g,0\n";
+  };
+  EXPECT_TRUE(waitUntil(isAnswered, linkPatience));
 }
 
 INSTANTIATE_TEST_SUITE_P(Page, HostileSiteTest, ::testing::Values("users.conf", "accounts.conf"),

@@ -18,8 +18,8 @@
 
 namespace dch {
 
-// Live rows and providers, for each of which a user has rights of its own: one that is refused
-// leaves the other as it is. The link's thread alone.
+// Live rows and providers, for each of which a user has rights of its own: where one is refused the
+// other goes on, on a new connection. The link's thread alone.
 class Exchanges {
  public:
   // `log` outlives it. `wake` wakes the thread, from any thread.
@@ -51,6 +51,7 @@ class Exchanges {
     const char* rights;   // as a name among what was told
     const char* subject;  // that a refusal names
     const char* effect;
+    std::chrono::seconds pause{};  // after the next refusal
     Clock::time_point notBefore{};
     Clock::time_point since{};
   };
@@ -58,6 +59,9 @@ class Exchanges {
   template <class Exchange>
   void begin(Exchange& exchange, Turn* turn, LiveConnection& connection);
 
+  std::string told(std::string_view refusal, const Turn& turn) const;
+
+  const std::string _ownName;  // as a word of a subject
   LiveExchange _rows;
   ProviderExchange _providers;
   LinkLog& _log;

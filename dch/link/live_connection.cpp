@@ -15,6 +15,8 @@ constexpr std::chrono::milliseconds livePingInterval{1'000};
 // Of one subscription, before they are put by. The library drops what is more.
 constexpr int mostWaiting = 512;
 constexpr int mostBytesWaiting = 256 << 10;
+constexpr int muchWaiting = 4'096;
+constexpr int muchBytesWaiting = 4 << 20;
 
 constexpr std::size_t mostEnded = 64;
 
@@ -73,7 +75,8 @@ bool LiveConnection::send(const std::string& subject, const std::string& replySu
 }
 
 LiveConnection::Subscription LiveConnection::subscribe(const std::string& subject,
-                                                       std::shared_ptr<LiveInbox> inbox) {
+                                                       std::shared_ptr<LiveInbox> inbox,
+                                                       Room room) {
   if (_ended.size() >= mostEnded) freeEnded();
   auto closure = std::make_unique<Inbox>(std::move(inbox));
   const SignalsBlocked duringThis;  // the first one makes the library's thread
@@ -88,8 +91,10 @@ LiveConnection::Subscription LiveConnection::subscribe(const std::string& subjec
   Subscription subscription(made, {this});
   // From here on the library has it. When it is too late for that, it stays where it is.
   status = natsSubscription_SetOnCompleteCB(made, letGo, closure.release());
+  const bool isMuch = room == Room::much;
   if (status == NATS_OK)
-    status = natsSubscription_SetPendingLimits(made, mostWaiting, mostBytesWaiting);
+    status = natsSubscription_SetPendingLimits(made, isMuch ? muchWaiting : mostWaiting,
+                                               isMuch ? muchBytesWaiting : mostBytesWaiting);
   if (status != NATS_OK) failAsLost(_server, _connection.get(), status);
   return subscription;
 }

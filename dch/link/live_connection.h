@@ -69,9 +69,12 @@ class LiveConnection {
   };
   // To be gone before the connection is.
   using Subscription = std::unique_ptr<natsSubscription, SubscriptionEnd>;
+  // How much may wait to be put by: some rows, or answers of several sites at once.
+  enum class Room { little, much };
   // What is sent to the subject is put there, in its order; what comes faster than it can be put by
   // is lost. Messages may still be put there when the subscription is gone. Throws LinkError.
-  Subscription subscribe(const std::string& subject, std::shared_ptr<LiveInbox> inbox);
+  Subscription subscribe(const std::string& subject, std::shared_ptr<LiveInbox> inbox,
+                         Room room = Room::little);
 
   // Where answers may go, with a dot and words behind it; another place each time.
   std::string newInbox() const { return dch::newInbox(_site); }

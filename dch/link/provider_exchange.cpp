@@ -11,24 +11,30 @@ namespace dch {
 
 namespace {
 
+// More than are under way at a time.
+constexpr std::size_t mostRemembered = 4 * SiteCopies::mostUnderWay;
+
 // After so many there is a look at other things.
 constexpr int mostPiecesAtOnce = 8;
 
+// One who asks has one question here at a time; with an account for each site several look like
+// one.
+constexpr std::size_t mostOfOneAsker = 16;
+
 // Of what comes faster than it is looked at. As many sites as there may be can ask at once; of
 // answers there are no more than there are questions under way.
-constexpr ProviderInbox::Limits roomForQuestions{10'000, std::size_t{4} << 20};
-constexpr ProviderInbox::Limits roomForAnswers{64, std::size_t{16} << 20};
+constexpr ProviderInbox::Limits roomForQuestions{.messages = 10'000,
+                                                 .bytes = std::size_t{4} << 20,
+                                                 .ofOneAsker = mostOfOneAsker,
+                                                 .bytesOfOne = 3 * longestProviderKey};
+constexpr ProviderInbox::Limits roomForAnswers{.messages = 64,
+                                               .bytes = std::size_t{16} << 20,
+                                               .ofOneAsker = 64,
+                                               .bytesOfOne = std::size_t{128} << 10};
 
-// That is answered at PREFIX SITE.QUESTION.
-std::optional<std::uint64_t> questionOf(std::string_view subject, std::string_view prefix) {
-  const std::size_t dot = subject.rfind('.');
-  if (!subject.starts_with(prefix) || dot < prefix.size()) return std::nullopt;
-  std::uint64_t question = 0;
-  const char* const end = subject.data() + subject.size();
-  const auto read = std::from_chars(subject.data() + dot + 1, end, question);
-  if (read.ec != std::errc() || read.ptr != end) return std::nullopt;
-  return question;
-}
+// Each takes 60 kB at most: a thousand sites that begin at the same time get theirs within the
+// patience that they have with a question.
+constexpr unsigned mostAnswersOfSecond = 1'000;
 
 }  // namespace
 
@@ -46,23 +52,22 @@ ProviderExchange::ProviderExchange(const std::string& site, const Epoch& run,
 
 // Whoever asks is answered at the places that are his alone.
 void ProviderExchange::begin(LiveConnection& connection) {
+  _questions->clear();
+  _answers->clear();
   _answersTo = connection.newInbox() + '.';
-  _answered.emplace(connection.subscribe(_answersTo + "*.*", _answers));
+  _answered.emplace(connection.subscribe(_answersTo + "*.*", _answers, LiveConnection::Room::much));
   _asked.emplace(connection.subscribe(knownSubject(_site), _questions));
   _connection = &connection;
 }
 
+// Also when only one of the two was begun.
 void ProviderExchange::end() noexcept {
-  if (!isOn()) return;
   _asked.reset();
   _answered.reset();
   _connection = nullptr;
-  _questions->clear();
-  _answers->clear();
 }
 
 void ProviderExchange::work() {
-  takeOwn();
   if (!isOn()) return;
   answerSome();
   takeAnswers();
@@ -79,10 +84,20 @@ void ProviderExchange::takeOwn() {
   }
 }
 
+// Who asks without an end waits longer, and does not make this site work for it alone.
 void ProviderExchange::answerSome() {
+  const auto now = Clock::now();
+  if (now - _secondFrom >= std::chrono::seconds(1)) {
+    _secondFrom = now;
+    _answeredInSecond = 0;
+  }
   for (int piece = 0; piece < mostPiecesAtOnce; ++piece) {
     const std::optional<ProviderMessage> question = _questions->take();
     if (!question) return;
+    if (++_answeredInSecond > mostAnswersOfSecond) {
+      ++_unreadable;
+      continue;
+    }
     answer(*question);
   }
 }
@@ -109,24 +124,51 @@ void ProviderExchange::takeAnswers() {
   }
 }
 
-// The number says which site was asked; no other one may send there.
+// Each site may send to places with its own name alone, and so answers for itself alone.
 void ProviderExchange::take(const ProviderMessage& answer) {
-  const std::optional<std::uint64_t> question = questionOf(answer.subject, _answersTo);
-  if (!question) return;
+  const std::optional<AnswerPlace> place = placeOf(answer.subject);
+  if (!place || !isFromWhoWasAsked(*place)) {
+    ++_unreadable;
+    return;
+  }
   const auto header = parseKnownHeader(answer.header);
   if (header)
-    _copies.answered(*question, *header, answer.body, Clock::now());
+    _copies.answered(place->question, *header, answer.body, Clock::now());
   else
-    _copies.unanswered(*question, Clock::now());
+    _copies.unanswered(place->question, Clock::now());
   if (!header && !answer.saysNobody) ++_unreadable;
 }
 
+// PREFIX SITE.QUESTION
+std::optional<ProviderExchange::AnswerPlace> ProviderExchange::placeOf(
+    std::string_view subject) const {
+  if (!subject.starts_with(_answersTo)) return std::nullopt;
+  subject.remove_prefix(_answersTo.size());
+  const std::size_t dot = subject.find('.');
+  if (dot == std::string_view::npos) return std::nullopt;
+  std::optional<std::string> site = nameOfToken(subject.substr(0, dot));
+  if (!site) return std::nullopt;
+  AnswerPlace place{*std::move(site)};
+  const char* const end = subject.data() + subject.size();
+  const auto read = std::from_chars(subject.data() + dot + 1, end, place.question);
+  if (read.ec != std::errc() || read.ptr != end) return std::nullopt;
+  return place;
+}
+
+bool ProviderExchange::isFromWhoWasAsked(const AnswerPlace& place) {
+  const auto asked = _sitesAsked.find(place.question);
+  return asked != _sitesAsked.end() && asked->second == place.site;
+}
+
 void ProviderExchange::ask() {
-  while (const auto question = _copies.nextQuestion(Clock::now()))
+  while (const auto question = _copies.nextQuestion(Clock::now())) {
+    _sitesAsked.emplace(question->number, question->site);
+    if (_sitesAsked.size() > mostRemembered) _sitesAsked.erase(_sitesAsked.begin());
     _connection->send(
         knownSubject(question->site),
         _answersTo + subjectToken(question->site) + '.' + std::to_string(question->number), {},
         knownQuestion(question->key));
+  }
 }
 
 void ProviderExchange::heard(const SiteChanges& changes) {

@@ -5,9 +5,11 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "dch/core/epoch.h"
 #include "dch/link/link_settings.h"
@@ -36,11 +38,15 @@ class ProviderExchange {
   void end() noexcept;
   bool isOn() const { return _connection != nullptr; }
 
-  // Takes what the channel tells; answers some questions, and asks some. Throws LinkError.
+  // Takes what the channel tells, whether or not it is on. Throws std::bad_alloc: nothing is lost.
+  void takeOwn();
+  // Answers some questions, and asks some. Throws LinkError.
   void work();
 
   // Whether there is more to do now. If not the thread is woken for it.
-  bool hasMore() const { return _ownNews || !_questions->empty() || !_answers->empty(); }
+  bool hasMore() const {
+    return _ownNews || (isOn() && (!_questions->empty() || !_answers->empty()));
+  }
 
   // What this site is to say next of what has changed. To be called for what is then said.
   OwnProviders::Changes changes() { return _own.changes(); }
@@ -56,11 +62,18 @@ class ProviderExchange {
  private:
   using Clock = std::chrono::steady_clock;
 
-  void takeOwn();
+  // To which an answer has come.
+  struct AnswerPlace {
+    std::string site;
+    std::uint64_t question = 0;
+  };
+
+  std::optional<AnswerPlace> placeOf(std::string_view subject) const;
   void answerSome();
   void answer(const ProviderMessage& question);
   void takeAnswers();
   void take(const ProviderMessage& answer);
+  bool isFromWhoWasAsked(const AnswerPlace& place);
   void ask();
 
   const std::string _site;
@@ -73,6 +86,9 @@ class ProviderExchange {
   LiveConnection* _connection = nullptr;
   std::string _answersTo;  // with a dot behind it
   std::optional<LiveConnection::Subscription> _asked, _answered;
+  std::map<std::uint64_t, std::string> _sitesAsked;  // by their last questions
+  unsigned _answeredInSecond = 0;
+  Clock::time_point _secondFrom;
   std::uint64_t _unreadable = 0;
 };
 

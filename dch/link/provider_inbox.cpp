@@ -14,6 +14,13 @@ std::size_t bytesOf(const ProviderMessage& message) {
          message.body.size();
 }
 
+// _INBOX.ASKER of _INBOX.ASKER.WORD...; of any other place all of it.
+std::string_view askerOf(std::string_view place) {
+  const std::size_t name = place.find('.');
+  if (name == std::string_view::npos) return place;
+  return place.substr(0, place.find('.', name + 1));
+}
+
 }  // namespace
 
 void ProviderInbox::put(const LiveMessage& message) noexcept {
@@ -31,11 +38,16 @@ void ProviderInbox::put(ProviderMessage&& message) {
   {
     const std::lock_guard lock(_mutex);
     const std::size_t bytes = bytesOf(message);
-    if (_messages.size() >= _limits.messages || bytes > _limits.bytes - _bytes) {
+    const auto known = _askers.find(askerOf(message.asker));
+    if (_messages.size() >= _limits.messages || bytes > _limits.bytesOfOne ||
+        bytes > _limits.bytes - _bytes ||
+        (known != _askers.end() && known->second >= _limits.ofOneAsker)) {
       ++_refused;
       return;
     }
+    std::size_t& ofAsker = _askers[std::string(askerOf(message.asker))];
     _messages.push_back(std::move(message));
+    ++ofAsker;
     _bytes += bytes;
     if (_messages.size() > 1) return;
   }
@@ -48,6 +60,8 @@ std::optional<ProviderMessage> ProviderInbox::take() noexcept {
   std::optional<ProviderMessage> first(std::move(_messages.front()));
   _bytes -= bytesOf(*first);
   _messages.pop_front();
+  const auto asker = _askers.find(askerOf(first->asker));
+  if (--asker->second == 0) _askers.erase(asker);
   return first;
 }
 
@@ -59,6 +73,7 @@ bool ProviderInbox::empty() const {
 void ProviderInbox::clear() noexcept {
   const std::lock_guard lock(_mutex);
   _messages.clear();
+  _askers.clear();
   _bytes = 0;
 }
 

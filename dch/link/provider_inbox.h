@@ -12,6 +12,7 @@
 #include <string>
 #include <utility>
 
+#include "dch/core/text_map.h"
 #include "dch/link/live_connection.h"
 
 namespace dch {
@@ -31,6 +32,8 @@ class ProviderInbox final : public LiveInbox {
   struct Limits {
     std::size_t messages;
     std::size_t bytes;
+    std::size_t ofOneAsker;  // messages: one who asks without an end leaves room for the others
+    std::size_t bytesOfOne;
   };
 
   // `wake` is called when there is something after there was nothing.
@@ -45,7 +48,7 @@ class ProviderInbox final : public LiveInbox {
   bool empty() const;
   void clear() noexcept;
 
-  // For want of room.
+  // For want of room, or too long.
   std::uint64_t refused() const;
 
  private:
@@ -54,6 +57,7 @@ class ProviderInbox final : public LiveInbox {
   mutable std::mutex _mutex;
   std::deque<ProviderMessage> _messages;
   std::size_t _bytes = 0;
+  TextMap<std::size_t> _askers;  // who have something here, and how much
   std::uint64_t _refused = 0;
 };
 

@@ -100,6 +100,7 @@ void SiteLink::run() noexcept {
 void SiteLink::work() {
   if (_connection == nullptr && Clock::now() >= _nextTry) connect();
   await();
+  _exchanges.providers().takeOwn();
   if (_connection != nullptr) {
     _connection->check();
     exchange();
@@ -135,7 +136,7 @@ void SiteLink::connect() {
   auto connection = std::make_unique<LiveConnection>(_settings, server());
   if (_stop.isSet()) return;  // it may have taken any time
   // What it throws is about this connection, which is not there for others yet.
-  auto subscription = connection->subscribe("zord.alive.*", _inbox);
+  auto subscription = connection->subscribe("zord.alive.*", _inbox, LiveConnection::Room::much);
   connection->settle();
   _connection = std::move(connection);
   _subscription.emplace(std::move(subscription));
@@ -181,7 +182,8 @@ void SiteLink::takeHeard() {
           isToldAt(++_sitesWithoutRoom))
         _log.tell("more sites say that they are there than can be known, " +
                   std::to_string(_sitesWithoutRoom) + " messages so far");
-  for (const SiteChanges& each : _inbox->takeChanges()) _exchanges.providers().heard(each);
+  for (const SiteChanges& each : _inbox->takeChanges())
+    if (_watch.knows(each.site)) _exchanges.providers().heard(each);  // else nobody misses it
   noteName();
   if (!heard.empty()) _nextTaking = now + pauseOfTaking;
 }

@@ -79,6 +79,8 @@ class SiteWatch {
   // name has heard another one meanwhile: another one would be silent by now.
   // As of the last call that had a time. Of a site that is not known: false.
   bool isAlone(std::string_view site) const;
+  // Whether it is one of them.
+  bool knows(std::string_view site) const { return _sites.find(site) != _sites.end(); }
   // The other sites, by name.
   std::vector<SiteState> states() const;
 
